@@ -1,0 +1,33 @@
+# The compile options of our own code. Third-party code (the test libraries) gets none of the warnings.
+add_library(velmora_options INTERFACE)
+target_compile_features(velmora_options INTERFACE cxx_std_20)
+target_compile_options(velmora_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+target_include_directories(velmora_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+if(WIN32)
+  target_compile_definitions(velmora_options INTERFACE
+    UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000006)
+  # One executable that needs no DLL beyond Windows' own, with address randomisation and no executable data.
+  target_link_options(velmora_options INTERFACE
+    -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
+elseif(NOT VELMORA_SANITIZE)
+  target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++)
+endif()
+
+set(VELMORA_SANITIZE "" CACHE STRING "Sanitizers for everything that is built, as -fsanitize= takes them")
+if(VELMORA_SANITIZE)
+  add_compile_options(-fsanitize=${VELMORA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VELMORA_SANITIZE})
+endif()
+
+# velmora_library(NAME [sources ...] LINKS [libraries ...]): one room of src/. Its link list is the
+# architecture; tools/check_source.mjs holds the includes to it.
+function(velmora_library name)
+  cmake_parse_arguments(arg "" "" "LINKS" ${ARGN})
+  if(arg_UNPARSED_ARGUMENTS)
+    add_library(${name} STATIC ${arg_UNPARSED_ARGUMENTS})
+    target_link_libraries(${name} PUBLIC velmora_options ${arg_LINKS})
+  else()
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE velmora_options ${arg_LINKS})
+  endif()
+endfunction()

@@ -1,0 +1,27 @@
+// Conversion between UTF-8, UTF-16 and plain bytes. Pure: no state, no locale, no system call.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velmora {
+
+// UTF-16 of UTF-8 text. Each ill-formed stretch (a maximal subpart, Unicode 15 table 3-8) becomes one
+// U+FFFD, as MultiByteToWideChar does with code page 65001 and flags 0.
+[[nodiscard]] std::u16string wide_from_utf8_replacing(std::string_view text);
+
+// UTF-16 of UTF-8 text, or no value when any byte of it is ill-formed (MultiByteToWideChar with
+// MB_ERR_INVALID_CHARS).
+[[nodiscard]] std::optional<std::u16string> wide_from_utf8_strict(std::string_view text);
+
+// UTF-8 of UTF-16 text. Each unpaired surrogate becomes U+FFFD (WideCharToMultiByte with code page 65001
+// and flags 0).
+[[nodiscard]] std::string utf8_from_wide_replacing(std::u16string_view text);
+
+// One UTF-16 unit for each byte, the byte taken as signed and extended: 0x80 and above come out as 0xFF80
+// and above. The control map name is widened like this and its effect must follow; text that people read
+// never is.
+[[nodiscard]] std::u16string wide_from_signed_bytes(std::string_view bytes);
+
+}  // namespace velmora

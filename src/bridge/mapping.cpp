@@ -1,0 +1,175 @@
+#include "bridge/mapping.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/clock.h"
+
+namespace velmora {
+namespace {
+
+constexpr int creator_rounds = 100;
+constexpr std::uint32_t creator_pause_ms = 1;
+
+bool name_unit_allowed(char16_t unit) {
+  return (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z') || (unit >= u'0' && unit <= u'9') ||
+         unit == u'.' || unit == u'-' || unit == u'_';
+}
+
+std::string call_failed(std::string_view call, std::uint32_t error) {
+  return std::string(call) + " failed with error " + std::to_string(error);
+}
+
+// Opens the mapping, or makes it. On failure `message` is assigned; on success `created` is.
+bool obtain_mapping(std::u16string_view name, bool may_create, SharedMapping& mapping, bool& created,
+                    std::string& message) {
+  created = false;
+  const std::uint32_t open_error = open_shared_mapping(name, mapping);
+  if (open_error == 0) return true;
+  if (!may_create) {
+    message = call_failed("OpenFileMappingW", open_error);
+    return false;
+  }
+  const CreatedMapping result = create_shared_mapping(name, record_size_bytes, mapping);
+  if (result.descriptor_error != 0) {
+    message = "unable to create the control mapping security descriptor: " +
+              std::to_string(result.descriptor_error);
+    return false;
+  }
+  if (result.create_error != 0) {
+    message = call_failed("CreateFileMappingW", result.create_error);
+    return false;
+  }
+  // Another process may have made it since we looked; its mapping is then like an opened one.
+  created = !result.already_existed;
+  return true;
+}
+
+ControlBridgeRecord& record_in(const SharedView& view) {
+  return *static_cast<ControlBridgeRecord*>(view.native().data);
+}
+
+}  // namespace
+
+bool control_mapping_name_valid(std::u16string_view name) {
+  constexpr std::u16string_view prefixes[] = {u"Local\\", u"Global\\"};
+  for (const std::u16string_view prefix : prefixes) {
+    if (!name.starts_with(prefix)) continue;
+    if (name.size() <= prefix.size() || name.size() > mapping_name_limit_units) return false;
+    const std::u16string_view own = name.substr(prefix.size());
+    return std::all_of(own.begin(), own.end(), name_unit_allowed);
+  }
+  return false;
+}
+
+bool wait_for_creator(ControlBridgeRecord& record) {
+  for (int round = 0; round < creator_rounds; ++round) {
+    const RecordState state = inspect_record(record);
+    if (state != RecordState::unfinished) return state == RecordState::ready;
+    sleep_ms(creator_pause_ms);
+  }
+  return false;
+}
+
+ControlBridge::ControlBridge(ControlBridge&& other) noexcept
+    : mapping_(std::move(other.mapping_)),
+      view_(std::move(other.view_)),
+      name_(std::exchange(other.name_, {})) {}
+
+ControlBridge& ControlBridge::operator=(ControlBridge&& other) noexcept {
+  if (this != &other) {
+    close();
+    mapping_ = std::move(other.mapping_);
+    view_ = std::move(other.view_);
+    name_ = std::exchange(other.name_, {});
+  }
+  return *this;
+}
+
+ControlBridge::~ControlBridge() { close(); }
+
+bool ControlBridge::create(std::u16string_view name, std::string& message) {
+  return connect(name, true, message);
+}
+
+bool ControlBridge::open(std::u16string_view name, std::string& message) {
+  return connect(name, false, message);
+}
+
+void ControlBridge::close() noexcept {
+  view_.close();
+  mapping_.close();
+  name_.clear();
+}
+
+bool ControlBridge::connect(std::u16string_view name, bool may_create, std::string& message) {
+  const std::u16string wanted(name);  // the view may be of our own name, which goes with the close
+  close();
+  if (!control_mapping_name_valid(wanted)) {
+    message = "control mapping name must be Local\\ or Global\\ plus ASCII letters, digits, '.', '-' or '_'";
+    return false;
+  }
+  SharedMapping mapping;
+  bool created = false;
+  if (!obtain_mapping(wanted, may_create, mapping, created, message)) return false;
+  SharedView view;
+  const std::uint32_t view_error = map_shared_view(mapping, record_size_bytes, view);
+  if (view_error != 0) {
+    message = call_failed("MapViewOfFile", view_error);
+    return false;
+  }
+  if (created) {
+    initialise_record(record_in(view));
+  } else if (!wait_for_creator(record_in(view))) {
+    message = "existing control mapping has an incompatible layout";
+    return false;
+  }
+  mapping_ = std::move(mapping);
+  view_ = std::move(view);
+  name_ = wanted;
+  message = created ? "created shared control bridge" : "opened shared control bridge";
+  return true;
+}
+
+ControlBridgeRecord& ControlBridge::record() const noexcept { return record_in(view_); }
+
+BridgeResult ControlBridge::publish_footstep(bool bypass, bool bypass_all, float enhance_strength) {
+  if (!is_open()) return BridgeResult::not_open;
+  return velmora::publish_footstep(record(), bypass, bypass_all, enhance_strength);
+}
+
+BridgeResult ControlBridge::publish_algorithm(const AlgorithmParameters& parameters) {
+  if (!is_open()) return BridgeResult::not_open;
+  velmora::publish_algorithm(record(), parameters);
+  return BridgeResult::done;
+}
+
+BridgeResult ControlBridge::publish_eq(const EqSettings& settings) {
+  if (!is_open()) return BridgeResult::not_open;
+  velmora::publish_eq(record(), settings);
+  return BridgeResult::done;
+}
+
+BridgeResult ControlBridge::publish_capture_request(std::uint16_t action, std::uint16_t seconds) {
+  if (!is_open()) return BridgeResult::not_open;
+  velmora::publish_capture_request(record(), action, seconds);
+  return BridgeResult::done;
+}
+
+bool ControlBridge::read_footstep(FootstepParameters& out) {
+  return is_open() && velmora::read_footstep(record(), out);
+}
+
+bool ControlBridge::read_algorithm(AlgorithmParameters& out) {
+  return is_open() && velmora::read_algorithm(record(), out);
+}
+
+bool ControlBridge::read_eq(EqSettings& out) { return is_open() && velmora::read_eq(record(), out); }
+
+bool ControlBridge::read_capture_request(CaptureRequest& out) {
+  if (!is_open()) return false;
+  velmora::read_capture_request(record(), out);
+  return true;
+}
+
+}  // namespace velmora

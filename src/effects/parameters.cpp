@@ -1,0 +1,62 @@
+#include "effects/parameters.h"
+
+#include "http/json.h"
+
+namespace velmora {
+namespace {
+
+struct NumberRule {
+  std::string_view key;
+  float low;
+  float high;
+  std::string_view message;
+};
+
+// In the order in which they are checked. The flag of the limiter, which no value can break, comes between
+// the third and the fourth. "0 or 1" and "0, 1 or 2" say more than is checked: fractions pass and are cut.
+constexpr NumberRule output_trim_rule{"output_trim_db", -60.0f, 20.0f,
+                                      "output_trim_db must be between -60 and 20"};
+constexpr NumberRule mask_time_rule{"mask_time_alpha", 0.0f, 0.95f,
+                                    "mask_time_alpha must be between 0 and 0.95"};
+constexpr NumberRule mask_frequency_rule{"mask_frequency_smooth", 0.0f, 1.0f,
+                                         "mask_frequency_smooth must be 0 or 1"};
+constexpr NumberRule limiter_ceiling_rule{"limiter_ceiling_db", -12.0f, 0.0f,
+                                          "limiter_ceiling_db must be between -12 and 0"};
+constexpr NumberRule stereo_link_rule{"stereo_link", 0.0f, 2.0f, "stereo_link must be 0, 1 or 2"};
+
+// Takes the number of a key into `value`, cut toward zero where that is an integer. False when it is out of
+// range.
+template <typename Value>
+bool apply_number(std::string_view body, const NumberRule& rule, Value& value) {
+  const std::optional<float> number = json_find_number(body, rule.key);
+  if (!number) return true;
+  if (*number < rule.low || *number > rule.high) return false;
+  value = static_cast<Value>(*number);
+  return true;
+}
+
+}  // namespace
+
+std::string_view apply_algorithm_body(std::string_view body, AlgorithmParameters& parameters) {
+  if (!apply_number(body, output_trim_rule, parameters.output_trim_db)) return output_trim_rule.message;
+  if (!apply_number(body, mask_time_rule, parameters.mask_time_alpha)) return mask_time_rule.message;
+  if (!apply_number(body, mask_frequency_rule, parameters.mask_frequency_smooth)) {
+    return mask_frequency_rule.message;
+  }
+  parameters.limiter_enabled = json_find_bool(body, "limiter_enabled").value_or(parameters.limiter_enabled);
+  if (!apply_number(body, limiter_ceiling_rule, parameters.limiter_ceiling_db)) {
+    return limiter_ceiling_rule.message;
+  }
+  if (!apply_number(body, stereo_link_rule, parameters.stereo_link)) return stereo_link_rule.message;
+  return {};
+}
+
+std::optional<FootstepParameters> parse_footstep_body(std::string_view body) {
+  const std::optional<bool> bypass = json_find_bool(body, "bypass");
+  const std::optional<float> strength = json_find_number(body, "enhance_strength");
+  const bool bypass_all = json_find_bool(body, "bypass_all").value_or(false);
+  if (!bypass || !strength || *strength < 0 || *strength > 1) return std::nullopt;
+  return FootstepParameters{*bypass, bypass_all, *strength, 0};
+}
+
+}  // namespace velmora

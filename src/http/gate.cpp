@@ -1,0 +1,49 @@
+#include "http/gate.h"
+
+#include <algorithm>
+#include <string>
+
+#include "http/text.h"
+
+namespace velmora {
+namespace {
+
+// The address is compared exactly, the name in lower case: a client that spells the scheme in upper case
+// passes with the name and not with the address.
+bool is_local(const std::string& value, std::string_view scheme, std::uint16_t port) {
+  const std::string port_text = std::to_string(port);
+  const std::string prefix(scheme);
+  return value == prefix + "127.0.0.1:" + port_text ||
+         to_lower_copy(value) == prefix + "localhost:" + port_text;
+}
+
+}  // namespace
+
+bool host_allowed(const ApiRequest& request, std::uint16_t port) {
+  const auto host = request.headers.find("host");
+  return host != request.headers.end() && is_local(host->second, "", port);
+}
+
+bool origin_allowed(const ApiRequest& request, std::uint16_t port) {
+  const auto origin = request.headers.find("origin");
+  return origin == request.headers.end() || is_local(origin->second, "http://", port);
+}
+
+bool constant_time_equal(std::string_view left, std::string_view right) {
+  const std::size_t longest = std::max(left.size(), right.size());
+  const auto byte_at = [](std::string_view text, std::size_t index) {
+    return index < text.size() ? static_cast<unsigned char>(text[index]) : 0u;
+  };
+  std::size_t difference = left.size() ^ right.size();
+  for (std::size_t index = 0; index < longest; ++index) {
+    difference |= byte_at(left, index) ^ byte_at(right, index);
+  }
+  return difference == 0;
+}
+
+bool token_allowed(const ApiRequest& request, std::string_view session_token) {
+  const auto token = request.headers.find("x-velmora-token");
+  return token != request.headers.end() && constant_time_equal(token->second, session_token);
+}
+
+}  // namespace velmora

@@ -1,0 +1,62 @@
+#include "http/routes.h"
+
+#include "effects/parameter_routes.h"
+#include "http/gate.h"
+#include "http/request.h"
+#include "http/response.h"
+
+namespace velmora {
+namespace {
+
+// The target up to its first question mark; neither decoded nor normalised.
+std::string_view path_of(const ApiRequest& request) {
+  const std::string_view target = request.target;
+  return target.substr(0, target.find('?'));
+}
+
+void write_not_found(const Socket& socket) { write_error(socket, 404, "Not Found", "route not found"); }
+
+// The pages need no token: the address that the banner prints must load before its script can send one.
+bool serve_page(const Socket& socket, const ApiRequest& request, std::string_view path,
+                const UiPages& pages) {
+  if (request.method != "GET") return false;
+  const auto serve = [&](std::string_view content_type, std::string_view page) {
+    write_response(socket, 200, "OK", content_type, page);
+    return true;
+  };
+  if (path == "/" || path == "/index.html") return serve(content_type_html, pages.index);
+  if (path == "/help.html") return serve(content_type_html, pages.help);
+  if (path == "/advanced.html") return serve(content_type_html, pages.advanced);
+  if (path == "/velmora-eq.js") return serve(content_type_script, pages.eq_script);
+  return false;
+}
+
+// The route chain, tried from the top. All of it stands behind the token.
+void dispatch(const Socket& socket, const ApiRequest& request, std::string_view path, ControlBridge& bridge) {
+  const auto matches = [&](std::string_view method, std::string_view route) {
+    return request.method == method && path == route;
+  };
+  if (matches("PUT", "/api/v1/render/effects/algorithm")) return put_algorithm(socket, request, bridge);
+  if (matches("PUT", "/api/v1/render/effects/footstep")) return put_footstep(socket, request, bridge);
+  write_not_found(socket);
+}
+
+}  // namespace
+
+void handle_connection(const Socket& socket, std::uint16_t port, std::string_view session_token,
+                       const UiPages& pages, ControlBridge& bridge) {
+  ApiRequest request;
+  if (!read_request(socket, request)) return write_error(socket, 400, "Bad Request", "invalid request");
+  if (!host_allowed(request, port) || !origin_allowed(request, port)) {
+    return write_error(socket, 403, "Forbidden", "invalid local origin");
+  }
+  const std::string_view path = path_of(request);
+  if (serve_page(socket, request, path, pages)) return;
+  if (!path.starts_with("/api/")) return write_not_found(socket);
+  if (!token_allowed(request, session_token)) {
+    return write_error(socket, 401, "Unauthorized", "missing or invalid session token");
+  }
+  dispatch(socket, request, path, bridge);
+}
+
+}  // namespace velmora

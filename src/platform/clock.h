@@ -1,0 +1,18 @@
+// Time: what tests control.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+
+namespace velmora {
+
+// Nanoseconds of a clock that never goes back. Its origin means nothing.
+[[nodiscard]] std::int64_t steady_now_ns();
+
+// The present local time. False, with `out` untouched, when the system cannot tell it.
+[[nodiscard]] bool read_local_time(std::tm& out);
+
+// Sleep of at least so many milliseconds.
+void sleep_ms(std::uint32_t duration_ms);
+
+}  // namespace velmora

@@ -1,0 +1,60 @@
+// The process and the machine round it: its own path, libraries, COM, console, browser, random bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/owner.h"
+
+namespace velmora {
+
+// GetModuleFileNameW of this program with a buffer of 260 wide characters, as UTF-8. Empty on failure; a
+// longer path comes back cut, as the call leaves it.
+[[nodiscard]] std::string own_module_path();
+
+struct DynamicLibraryKind {
+  using Native = void*;
+  static constexpr Native none = nullptr;
+  static void release(Native native) noexcept;  // FreeLibrary
+};
+// Owner of a loaded library.
+using DynamicLibrary = Owner<DynamicLibraryKind>;
+
+// LoadLibraryW on a full path (UTF-8). Closed on failure.
+[[nodiscard]] DynamicLibrary load_library(std::string_view path);
+
+// A function's address, of whatever signature; the caller knows it and casts back before the call.
+using LibraryFunction = void (*)();
+
+// GetProcAddress: the function `name`, or null. It is valid for as long as the library is open.
+[[nodiscard]] LibraryFunction find_library_function(const DynamicLibrary& library, const char* name);
+
+// CoInitializeEx (null, COINIT_MULTITHREADED = 0). A negative result is a failure; each other result is
+// paired with one stop_com (CoUninitialize). Elsewhere than on Windows there is nothing to start.
+[[nodiscard]] std::int32_t start_com();
+void stop_com();
+
+// Makes standard output and standard error take bytes as they are: no line feed is translated, and a closed
+// reader is a failed write, never a signal. To be called once, before the first output.
+void prepare_standard_streams();
+
+// SetConsoleCtrlHandler. `handler` gets the event number (wincon.h: 0 Ctrl+C, 1 Ctrl+Break, 2 close, 5
+// log-off, 6 shutdown) on a thread or in a signal context that the system chooses, so it may only set
+// atomics; it returns whether it took the event. Elsewhere SIGINT, SIGQUIT, SIGHUP and SIGTERM are the events
+// 0, 1, 2 and 6. A hang-up that the parent had set to be ignored stays ignored.
+void install_console_handler(bool (*handler)(std::uint32_t event));
+
+// ShellExecuteW with the verb "open" and show command 1 on an address (ASCII). A result of 32 or less is a
+// failure. The program that is started is detached and holds nothing of ours.
+[[nodiscard]] std::intptr_t open_in_browser(std::string_view address);
+
+// Fills the buffer from the system's generator (BCryptGenRandom without an algorithm handle, flag 2). False
+// when it cannot; the buffer's contents then mean nothing.
+[[nodiscard]] bool fill_random(unsigned char* buffer, std::size_t size);
+
+// GetCurrentProcessId.
+[[nodiscard]] std::uint32_t own_process_id();
+
+}  // namespace velmora

@@ -1,0 +1,120 @@
+#include "platform/machine.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+
+namespace velmora {
+namespace {
+
+std::atomic<bool (*)(std::uint32_t)> console_handler{nullptr};
+
+constexpr struct {
+  int signal;
+  std::uint32_t event;
+} console_signals[] = {{SIGINT, 0}, {SIGQUIT, 1}, {SIGHUP, 2}, {SIGTERM, 6}};
+
+void on_console_signal(int signal) {
+  const int saved_error = errno;
+  for (const auto& entry : console_signals) {
+    if (entry.signal == signal) console_handler.load()(entry.event);
+  }
+  errno = saved_error;
+}
+
+bool is_ignored(int signal) {
+  struct sigaction present {};
+  return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
+// In the grandchild: gives up everything that is ours and becomes the browser. Only calls that are safe
+// between fork and exec.
+[[noreturn]] void become_browser(const char* address, int failure_pipe) {
+  const int null_device = open("/dev/null", O_RDWR);
+  for (int stream = 0; stream <= 2; ++stream) dup2(null_device, stream);
+  signal(SIGPIPE, SIG_DFL);
+  execlp("xdg-open", "xdg-open", address, static_cast<char*>(nullptr));
+  const int error = errno;
+  static_cast<void>(!write(failure_pipe, &error, sizeof error));
+  _exit(127);
+}
+
+}  // namespace
+
+std::string own_module_path() {
+  std::array<char, PATH_MAX> buffer{};
+  const ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size());
+  return length <= 0 ? std::string() : std::string(buffer.data(), static_cast<std::size_t>(length));
+}
+
+void DynamicLibraryKind::release(Native native) noexcept { dlclose(native); }
+
+DynamicLibrary load_library(std::string_view path) {
+  return DynamicLibrary(dlopen(std::string(path).c_str(), RTLD_NOW | RTLD_LOCAL));
+}
+
+LibraryFunction find_library_function(const DynamicLibrary& library, const char* name) {
+  return reinterpret_cast<LibraryFunction>(dlsym(library.native(), name));
+}
+
+std::int32_t start_com() { return 0; }
+void stop_com() {}
+
+void prepare_standard_streams() { signal(SIGPIPE, SIG_IGN); }
+
+void install_console_handler(bool (*handler)(std::uint32_t event)) {
+  console_handler = handler;
+  for (const auto& entry : console_signals) {
+    // A hang-up that nohup has set to be ignored stays ignored; the interrupt that a shell ignores for its
+    // background jobs is ours to take.
+    if (entry.signal == SIGHUP && is_ignored(SIGHUP)) continue;
+    struct sigaction action {};
+    action.sa_handler = on_console_signal;
+    action.sa_flags = SA_RESTART;
+    sigaction(entry.signal, &action, nullptr);
+  }
+}
+
+std::intptr_t open_in_browser(std::string_view address) {
+  constexpr std::intptr_t file_not_found = 2;  // SE_ERR_FNF
+  constexpr std::intptr_t started = 33;
+  const std::string text(address);
+  int failure_pipe[2];
+  if (pipe2(failure_pipe, O_CLOEXEC) != 0) return 0;
+  const pid_t child = fork();
+  if (child == 0) {
+    // The child ends at once, so that the browser is nobody's child and leaves no zombie.
+    setsid();
+    if (fork() == 0) become_browser(text.c_str(), failure_pipe[1]);
+    _exit(0);
+  }
+  ::close(failure_pipe[1]);
+  int error = 0;
+  // The end of the pipe means that exec has closed it.
+  const bool failed = child < 0 || read(failure_pipe[0], &error, sizeof error) > 0;
+  ::close(failure_pipe[0]);
+  if (child > 0) waitpid(child, nullptr, 0);
+  return failed ? file_not_found : started;
+}
+
+bool fill_random(unsigned char* buffer, std::size_t size) {
+  std::size_t filled = 0;
+  while (filled < size) {
+    const ssize_t count = getrandom(buffer + filled, size - filled, 0);
+    if (count < 0 && errno != EINTR) return false;
+    if (count > 0) filled += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+std::uint32_t own_process_id() { return static_cast<std::uint32_t>(getpid()); }
+
+}  // namespace velmora

@@ -1,0 +1,186 @@
+// A POSIX shared memory object that lives and dies as a Windows mapping does. Every process that has it open
+// holds a shared flock on it. An object that nobody holds is what a killed process left: it counts as missing
+// and is removed by whoever meets it, and the last holder removes it when it closes.
+//
+// Whoever unlinks the name holds the exclusive lock on the inode that the name leads to, and has looked that
+// it does. So no two processes can be about to unlink it, and nobody can unlink a newer object by mistake.
+#include "platform/shared_memory.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "base/text.h"
+#include "platform/clock.h"
+#include "platform/posix/errors.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::uint32_t error_missing = 2;
+constexpr std::uint32_t error_denied = 5;
+constexpr std::uint32_t error_busy = 170;
+// Each lost race costs one round. A creator or a remover holds its exclusive lock for microseconds, so a
+// lock that stays for so long belongs to a stopped process, and the start must not hang on it.
+constexpr int rounds = 1000;
+constexpr std::uint32_t round_pause_ms = 1;
+
+struct DescriptorKind {
+  using Native = int;
+  static constexpr Native none = -1;
+  static void release(Native native) noexcept { ::close(native); }
+};
+using Descriptor = Owner<DescriptorKind>;
+
+// What an open mapping is: its descriptor and the name by which the last holder removes it.
+struct HeldObject {
+  Descriptor descriptor;
+  std::string name;
+};
+
+HeldObject* object_of(SharedMapping::Native native) { return reinterpret_cast<HeldObject*>(native); }
+
+// `Local\NAME` is the object `/Local.NAME`.
+std::string object_name(std::u16string_view name) {
+  std::string text = "/" + utf8_from_wide_replacing(name);
+  for (char& byte : text) {
+    if (byte == '\\') byte = '.';
+  }
+  return text;
+}
+
+Descriptor open_object(const std::string& name, int flags) {
+  return Descriptor(shm_open(name.c_str(), O_RDWR | O_CLOEXEC | flags, 0600));
+}
+
+bool lock_at_once(const Descriptor& descriptor, int kind) {
+  return flock(descriptor.native(), kind | LOCK_NB) == 0;
+}
+
+bool name_leads_to(const std::string& name, const Descriptor& descriptor) {
+  const Descriptor again(shm_open(name.c_str(), O_RDONLY | O_CLOEXEC, 0));
+  struct stat held {};
+  struct stat named {};
+  if (!again.is_open() || fstat(descriptor.native(), &held) != 0 || fstat(again.native(), &named) != 0) {
+    return false;
+  }
+  return held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+}
+
+bool is_sized(const Descriptor& descriptor) {
+  struct stat held {};
+  return fstat(descriptor.native(), &held) == 0 && held.st_size > 0;
+}
+
+// Only with the exclusive lock on `descriptor`. A name that leads elsewhere by now is none of our business.
+std::uint32_t remove_locked(const std::string& name, const Descriptor& descriptor) {
+  if (!name_leads_to(name, descriptor)) return 0;
+  if (shm_unlink(name.c_str()) == 0 || errno == ENOENT) return 0;
+  return win32_from_errno(errno);
+}
+
+SharedMapping hold(Descriptor&& descriptor, const std::string& name) {
+  return SharedMapping(reinterpret_cast<SharedMapping::Native>(new HeldObject{std::move(descriptor), name}));
+}
+
+enum class Attempt { done, failed, again };
+
+// One round of opening what exists.
+Attempt try_open(const std::string& name, SharedMapping& out, std::uint32_t& error) {
+  Descriptor descriptor = open_object(name, 0);
+  if (!descriptor.is_open()) {
+    error = win32_from_errno(errno);
+    return Attempt::failed;
+  }
+  if (lock_at_once(descriptor, LOCK_EX)) {
+    error = remove_locked(name, descriptor);
+    return error == 0 ? Attempt::again : Attempt::failed;
+  }
+  if (!lock_at_once(descriptor, LOCK_SH)) {
+    descriptor.close();
+    sleep_ms(round_pause_ms);
+    return Attempt::again;
+  }
+  if (!name_leads_to(name, descriptor) || !is_sized(descriptor)) return Attempt::again;
+  out = hold(std::move(descriptor), name);
+  return Attempt::done;
+}
+
+// One round of making it. The object is sized before the exclusive lock becomes a shared one, so that no
+// reader can hold it unsized (touching a page behind the end is SIGBUS).
+Attempt try_create(const std::string& name, std::size_t size, SharedMapping& out, std::uint32_t& error) {
+  Descriptor descriptor = open_object(name, O_CREAT | O_EXCL);
+  if (!descriptor.is_open()) {
+    error = win32_from_errno(errno);
+    return Attempt::failed;
+  }
+  if (!lock_at_once(descriptor, LOCK_EX) || !name_leads_to(name, descriptor)) return Attempt::again;
+  // Open to every local process, whatever the umask: the effect runs under another account.
+  int failure = fchmod(descriptor.native(), 0666) == 0 ? 0 : errno;
+  if (failure == 0) failure = posix_fallocate(descriptor.native(), 0, static_cast<off_t>(size));
+  if (failure != 0) {
+    error = win32_from_errno(failure);
+    static_cast<void>(remove_locked(name, descriptor));
+    return Attempt::failed;
+  }
+  if (!lock_at_once(descriptor, LOCK_SH) || !name_leads_to(name, descriptor)) return Attempt::again;
+  out = hold(std::move(descriptor), name);
+  return Attempt::done;
+}
+
+}  // namespace
+
+void SharedMappingKind::release(Native native) noexcept {
+  HeldObject* object = object_of(native);
+  if (lock_at_once(object->descriptor, LOCK_EX)) {
+    static_cast<void>(remove_locked(object->name, object->descriptor));
+  }
+  delete object;
+}
+
+void SharedViewKind::release(Native native) noexcept { munmap(native.data, native.size); }
+
+std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
+  const std::string object = object_name(name);
+  for (int round = 0; round < rounds; ++round) {
+    std::uint32_t error = 0;
+    const Attempt attempt = try_open(object, out, error);
+    if (attempt != Attempt::again) return error;
+  }
+  return error_busy;
+}
+
+CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
+  constexpr std::uint32_t error_exists = 183;
+  const std::string object = object_name(name);
+  for (int round = 0; round < rounds; ++round) {
+    std::uint32_t error = 0;
+    Attempt attempt = try_create(object, size, out, error);
+    if (attempt == Attempt::done) return {0, 0, false};
+    if (attempt == Attempt::failed && error != error_exists) return {0, error, false};
+    if (attempt == Attempt::again) continue;
+    error = 0;
+    attempt = try_open(object, out, error);
+    if (attempt == Attempt::done) return {0, 0, true};
+    if (attempt == Attempt::failed && error != error_missing) return {0, error, false};
+  }
+  return {0, error_busy, false};
+}
+
+std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
+  const Descriptor& descriptor = object_of(mapping.native())->descriptor;
+  struct stat held {};
+  if (fstat(descriptor.native(), &held) != 0) return win32_from_errno(errno);
+  if (static_cast<std::uint64_t>(held.st_size) < size) return error_denied;
+  void* data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor.native(), 0);
+  if (data == MAP_FAILED) return win32_from_errno(errno);
+  out = SharedView({data, size});
+  return 0;
+}
+
+}  // namespace velmora

@@ -1,0 +1,24 @@
+#include "platform/clock.h"
+
+#include <chrono>
+
+#include "platform/windows/native.h"
+
+namespace velmora {
+
+std::int64_t steady_now_ns() {
+  const auto since_origin = std::chrono::steady_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(since_origin).count();
+}
+
+bool read_local_time(std::tm& out) {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  if (localtime_s(&local, &now) != 0) return false;
+  out = local;
+  return true;
+}
+
+void sleep_ms(std::uint32_t duration_ms) { Sleep(duration_ms); }
+
+}  // namespace velmora

@@ -1,0 +1,83 @@
+#include "platform/machine.h"
+
+#include <fcntl.h>
+#include <io.h>
+
+#include <array>
+#include <atomic>
+
+#include "platform/windows/native.h"
+
+#include <bcrypt.h>
+#include <objbase.h>
+#include <shellapi.h>
+
+// mingw-w64's start-up code would expand `*` and `?` in arguments; ours are taken as they are given.
+extern "C" {
+extern int _dowildcard;
+int _dowildcard = 0;
+}
+
+namespace velmora {
+namespace {
+
+std::atomic<bool (*)(std::uint32_t)> console_handler{nullptr};
+
+BOOL WINAPI on_console_event(DWORD event) {
+  const auto handler = console_handler.load();
+  return handler != nullptr && handler(event) ? TRUE : FALSE;
+}
+
+}  // namespace
+
+std::string own_module_path() {
+  std::array<wchar_t, 260> buffer{};
+  const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+  return utf8_from_wide_replacing(std::u16string(buffer.begin(), buffer.begin() + length));
+}
+
+void DynamicLibraryKind::release(Native native) noexcept { FreeLibrary(static_cast<HMODULE>(native)); }
+
+DynamicLibrary load_library(std::string_view path) {
+  // A damaged file is an answer for the caller and not a dialog that holds up the start.
+  DWORD former_mode = 0;
+  SetThreadErrorMode(SEM_FAILCRITICALERRORS, &former_mode);
+  DynamicLibrary library(LoadLibraryW(wide_path(path).c_str()));
+  SetThreadErrorMode(former_mode, nullptr);
+  return library;
+}
+
+LibraryFunction find_library_function(const DynamicLibrary& library, const char* name) {
+  return reinterpret_cast<LibraryFunction>(GetProcAddress(static_cast<HMODULE>(library.native()), name));
+}
+
+std::int32_t start_com() { return CoInitializeEx(nullptr, COINIT_MULTITHREADED); }
+static_assert(COINIT_MULTITHREADED == 0);
+
+void stop_com() { CoUninitialize(); }
+
+void prepare_standard_streams() {
+  _setmode(_fileno(stdout), _O_BINARY);
+  _setmode(_fileno(stderr), _O_BINARY);
+}
+
+void install_console_handler(bool (*handler)(std::uint32_t event)) {
+  console_handler = handler;
+  SetConsoleCtrlHandler(on_console_event, TRUE);
+}
+
+std::intptr_t open_in_browser(std::string_view address) {
+  const std::wstring wide_address = wide_text(wide_from_utf8_replacing(address));
+  return reinterpret_cast<std::intptr_t>(
+      ShellExecuteW(nullptr, L"open", wide_address.c_str(), nullptr, nullptr, SW_SHOWNORMAL));
+}
+static_assert(SW_SHOWNORMAL == 1);
+
+bool fill_random(unsigned char* buffer, std::size_t size) {
+  return BCryptGenRandom(nullptr, buffer, static_cast<ULONG>(size), BCRYPT_USE_SYSTEM_PREFERRED_RNG) >= 0;
+}
+static_assert(BCRYPT_USE_SYSTEM_PREFERRED_RNG == 2);
+
+std::uint32_t own_process_id() { return GetCurrentProcessId(); }
+
+}  // namespace velmora

@@ -1,0 +1,22 @@
+// The one loop of the service.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "bridge/mapping.h"
+#include "http/routes.h"
+#include "platform/sockets.h"
+
+namespace velmora {
+
+// How long one wait for a connection lasts, microseconds: the time in which a stop is noticed.
+inline constexpr std::int64_t select_timeout_us = 250'000;
+
+// Takes one connection at a time, from its first byte to its closing, until stop_requested is set. A
+// connection that cannot be had or that fails is passed over. A client that sends nothing holds the service
+// for as long as it stays.
+void serve_until_stopped(const Socket& listener, std::uint16_t port, std::string_view session_token,
+                         const UiPages& pages, ControlBridge& bridge);
+
+}  // namespace velmora

@@ -1,0 +1,13 @@
+// The program's entry.
+#include <iostream>
+#include <string_view>
+#include <vector>
+
+#include "platform/machine.h"
+#include "service/service.h"
+
+int main(int argc, char** argv) {
+  velmora::prepare_standard_streams();
+  const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+  return static_cast<int>(velmora::run_program(arguments, std::cout, std::cerr));
+}

@@ -1,0 +1,93 @@
+#include "service/self_test.h"
+
+#include <cmath>
+#include <ostream>
+#include <string>
+
+#include "base/text.h"
+#include "bridge/mapping.h"
+#include "http/gate.h"
+#include "http/json.h"
+#include "http/text.h"
+#include "platform/machine.h"
+#include "service/token.h"
+
+namespace velmora {
+namespace {
+
+// The conjunction of everything that was checked.
+class Verdict {
+ public:
+  void check(bool held) { passed_ = passed_ && held; }
+  [[nodiscard]] bool passed() const { return passed_; }
+
+ private:
+  bool passed_ = true;
+};
+
+void check_json(Verdict& verdict) {
+  verdict.check(json_find_number("{\"volume\":0.75}", "volume") == 0.75f);
+  verdict.check(!json_find_number("{\"volume\":2}", "missing"));
+  verdict.check(json_find_bool("{\"muted\":true}", "muted") == true);
+  verdict.check(json_find_bool("{\"bypass\":false}", "bypass") == false);
+  verdict.check(json_find_string("{\"endpoint_id\":\"a\\\\b\\\"c\"}", "endpoint_id") == "a\\b\"c");
+  verdict.check(!json_find_string("{\"endpoint_id\":12}", "endpoint_id"));
+  verdict.check(json_escape("a\n\"b\\c") == "a\\n\\\"b\\\\c");
+}
+
+void check_token(Verdict& verdict) {
+  verdict.check(!constant_time_equal("abc", "abd"));
+  verdict.check(constant_time_equal("abc", "abc"));
+  verdict.check(!generate_session_token().empty());
+}
+
+bool is_near(float value, float expected, float tolerance) {
+  return std::abs(value - expected) <= tolerance;
+}
+
+void check_footstep(Verdict& verdict, ControlBridge& service, ControlBridge& effect, bool bypass_all,
+                    float strength) {
+  FootstepParameters footstep{};
+  verdict.check(service.publish_footstep(false, bypass_all, strength) == BridgeResult::done);
+  verdict.check(effect.read_footstep(footstep));
+  verdict.check(!footstep.bypass && footstep.bypass_all == bypass_all);
+  verdict.check(footstep.enhance_strength == strength);
+}
+
+void check_algorithm(Verdict& verdict, ControlBridge& service, ControlBridge& effect,
+                     const AlgorithmParameters& sent, float alpha_tolerance) {
+  AlgorithmParameters read;
+  verdict.check(service.publish_algorithm(sent) == BridgeResult::done);
+  verdict.check(effect.read_algorithm(read));
+  verdict.check(is_near(read.output_trim_db, sent.output_trim_db, 0.05f));
+  verdict.check(is_near(read.limiter_ceiling_db, sent.limiter_ceiling_db, 0.05f));
+  verdict.check(is_near(read.mask_time_alpha, sent.mask_time_alpha, alpha_tolerance));
+  verdict.check(read.mask_frequency_smooth == sent.mask_frequency_smooth);
+  verdict.check(read.limiter_enabled == sent.limiter_enabled && read.stereo_link == sent.stereo_link);
+}
+
+void check_bridge(Verdict& verdict) {
+  const std::string name = "Local\\VelmoraSelfTest-" + std::to_string(own_process_id());
+  std::string message;
+  ControlBridge service;
+  ControlBridge effect;
+  verdict.check(service.create(wide_from_signed_bytes(name), message));
+  verdict.check(effect.open(wide_from_signed_bytes(name), message));
+  check_footstep(verdict, service, effect, false, 0.625f);
+  check_footstep(verdict, service, effect, true, 0.5f);
+  check_algorithm(verdict, service, effect, {-5.5f, 0.6f, 1, true, -1.0f, 1, 0}, 0.01f);
+  check_algorithm(verdict, service, effect, {-20.0f, 0.0f, 0, false, -12.0f, 2, 0}, 0.0f);
+}
+
+}  // namespace
+
+bool run_self_test(std::ostream& out) {
+  Verdict verdict;
+  check_json(verdict);
+  check_token(verdict);
+  check_bridge(verdict);
+  out << "Velmora control self-test " << (verdict.passed() ? "passed" : "failed") << '\n' << std::flush;
+  return verdict.passed();
+}
+
+}  // namespace velmora
