@@ -26,7 +26,8 @@ constexpr unsigned fade_shift = 32;
 
 bool strength_allowed(float strength) { return std::isfinite(strength) && strength >= 0 && strength <= 1; }
 
-// `value` within the limits, times `scale`, rounded with a half away from zero. What is no number counts as 0.
+// `value` within the limits, times `scale`, rounded with a half away from zero. What is no number is
+// taken for 0.
 long scaled(float value, float low, float high, float scale) {
   if (std::isnan(value)) return 0;
   return std::lround(std::clamp(value, low, high) * scale);
@@ -47,8 +48,8 @@ void store_bands(ControlBridgeRecord& record, const std::array<EqBand, eq_band_c
 
 void load_bands(ControlBridgeRecord& record, std::array<EqBand, eq_band_count>& bands) {
   for (std::size_t index = 0; index < eq_band_count; ++index) {
-    bands[index] = std::bit_cast<EqBand>(EqBandWords{load_guarded(record.eq_bands[index][0]),
-                                                     load_guarded(record.eq_bands[index][1])});
+    bands[index] = std::bit_cast<EqBand>(
+        EqBandWords{load_guarded(record.eq_bands[index][0]), load_guarded(record.eq_bands[index][1])});
   }
 }
 
@@ -118,7 +119,9 @@ void initialise_record(ControlBridgeRecord& record) {
   record.version = record_layout_version;
   record.size = record_size_bytes;
   record.reserved_00c = 0;
-  const auto clear = [](auto&... words) { (store_word(words, std::remove_reference_t<decltype(words)>{0}), ...); };
+  const auto clear = [](auto&... words) {
+    (store_word(words, std::remove_reference_t<decltype(words)>{0}), ...);
+  };
   clear(record.initialize_count, record.lock_count, record.stream_word, record.pipeline_word,
         record.query_word, record.initialize_attempts_word, record.initialize_sizes_word,
         record.initialize_mode_word, record.initialize_progress_word, record.lock_attempt_word,
@@ -166,7 +169,8 @@ void publish_eq(ControlBridgeRecord& record, const EqSettings& settings) {
 void publish_capture_request(ControlBridgeRecord& record, std::uint16_t action, std::uint16_t seconds) {
   // Two steps, and safe: this process is the word's only writer.
   const auto sequence = static_cast<std::uint32_t>(load_word(record.capture_request) >> 32) + 1u;
-  store_word(record.capture_request, (std::uint64_t{sequence} << 32) | (std::uint64_t{seconds} << 16) | action);
+  store_word(record.capture_request,
+             (std::uint64_t{sequence} << 32) | (std::uint64_t{seconds} << 16) | action);
 }
 
 bool read_footstep(ControlBridgeRecord& record, FootstepParameters& out) {

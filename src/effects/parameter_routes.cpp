@@ -29,8 +29,8 @@ void put_footstep(const Socket& socket, const ApiRequest& request, ControlBridge
   if (!footstep) {
     return write_error(socket, 400, "Bad Request", "bypass and enhance_strength (0..1) are required");
   }
-  answer_publication(socket, bridge.publish_footstep(footstep->bypass, footstep->bypass_all,
-                                                     footstep->enhance_strength));
+  answer_publication(
+      socket, bridge.publish_footstep(footstep->bypass, footstep->bypass_all, footstep->enhance_strength));
 }
 
 }  // namespace velmora

@@ -29,8 +29,8 @@ struct Options {
 struct ParsedCommandLine {
   enum class Action { serve, self_test, refuse };
   Action action = Action::serve;
-  Options options;          // what stood in front of a self-test or a refusal is in it too
-  std::string_view refusal; // the whole line for standard error; empty unless refused
+  Options options;           // what stood in front of a self-test or a refusal is in it too
+  std::string_view refusal;  // the whole line for standard error; empty unless refused
 };
 
 // Takes the arguments in order, without the program's own name, up to the first that is refused or is

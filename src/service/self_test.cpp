@@ -41,9 +41,7 @@ void check_token(Verdict& verdict) {
   verdict.check(!generate_session_token().empty());
 }
 
-bool is_near(float value, float expected, float tolerance) {
-  return std::abs(value - expected) <= tolerance;
-}
+bool is_near(float value, float expected, float tolerance) { return std::abs(value - expected) <= tolerance; }
 
 void check_footstep(Verdict& verdict, ControlBridge& service, ControlBridge& effect, bool bypass_all,
                     float strength) {

@@ -145,9 +145,7 @@ ExitCode run_program(const std::vector<std::string_view>& arguments, std::ostrea
   switch (parsed.action) {
     case ParsedCommandLine::Action::self_test:
       return run_self_test(out) ? ExitCode::done : ExitCode::self_test_failed;
-    case ParsedCommandLine::Action::refuse:
-      error_out << parsed.refusal;
-      return ExitCode::bad_command_line;
+    case ParsedCommandLine::Action::refuse: error_out << parsed.refusal; return ExitCode::bad_command_line;
     case ParsedCommandLine::Action::serve: break;
   }
   return run_service(parsed.options, out, error_out);

@@ -51,8 +51,7 @@ int bind_loopback(const Socket& socket, std::uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const int result =
-      bind(descriptor_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  const int result = bind(descriptor_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   return result == 0 ? 0 : last_error();
 }
 
@@ -68,8 +67,8 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
 }
 
 int accept_connection(const Socket& listener, Socket& out) {
-  const int descriptor = uninterrupted(
-      [&] { return accept4(descriptor_of(listener), nullptr, nullptr, SOCK_CLOEXEC); });
+  const int descriptor =
+      uninterrupted([&] { return accept4(descriptor_of(listener), nullptr, nullptr, SOCK_CLOEXEC); });
   if (descriptor < 0) return last_error();
   out = own(descriptor);
   return 0;

@@ -21,9 +21,7 @@ Socket own(SOCKET socket) {
   return Socket(socket);
 }
 
-SocketCount counted(int result) {
-  return {result, result < 0 ? WSAGetLastError() : 0};
-}
+SocketCount counted(int result) { return {result, result < 0 ? WSAGetLastError() : 0}; }
 
 int clamped_size(std::size_t size) {
   return static_cast<int>(std::min<std::size_t>(size, std::numeric_limits<int>::max()));

@@ -1,0 +1,134 @@
+// ./run as a person uses it: from the prompt to Ctrl+C.
+import assert from "node:assert/strict";
+import { spawn, spawnSync } from "node:child_process";
+import { chmodSync, existsSync, mkdtempSync, rmSync, statSync, writeFileSync } from "node:fs";
+import http from "node:http";
+import net from "node:net";
+import { tmpdir } from "node:os";
+import { join } from "node:path";
+import { test } from "node:test";
+import { fileURLToPath } from "node:url";
+
+const root = fileURLToPath(new URL("../..", import.meta.url));
+const token = "run-script-test-token-0123456789abcdef";
+const program = join(root, "build/native/velmora_control_demo");
+let next_map = 0;
+
+async function free_port() {
+  const server = net.createServer().listen(0, "127.0.0.1");
+  await new Promise((done) => server.once("listening", done));
+  const { port } = server.address();
+  await new Promise((done) => server.close(done));
+  return port;
+}
+
+// Starts ./run; `said` grows with what it prints, and `ended` resolves to its exit code.
+async function start_run(port) {
+  const map = `Local\\VelmoraRun-${process.pid}-${next_map++}`;
+  const child = spawn("./run", ["--port", String(port), "--token", token, "--control-map", map], {
+    cwd: root,
+    stdio: ["ignore", "pipe", "pipe"],
+  });
+  const run = { child, map, said: "" };
+  for (const stream of [child.stdout, child.stderr]) stream.on("data", (bytes) => (run.said += bytes));
+  run.ended = new Promise((done) => child.once("close", (code) => done(code)));
+  return run;
+}
+
+async function until(what, condition, limit_ms = 120_000) {
+  const begin = Date.now();
+  while (!condition()) {
+    assert.ok(Date.now() - begin < limit_ms, `waited in vain for ${what()}`);
+    await new Promise((done) => setTimeout(done, 20));
+  }
+}
+
+const said = (run, text) => until(() => `${JSON.stringify(text)} in ${run.said}`, () => run.said.includes(text));
+
+function processes_of(run) {
+  return spawnSync("pgrep", ["-f", "--", `--control-map ${run.map.replace("\\", "\\\\")}`], { encoding: "utf8" }).stdout;
+}
+
+function assert_nothing_left(run) {
+  assert.equal(processes_of(run), "");
+  assert.equal(existsSync(`/dev/shm/${run.map.replace("\\", ".")}`), false);
+}
+
+function put_footstep(port, body) {
+  return new Promise((done, fail) => {
+    const request = http.request(
+      { host: "127.0.0.1", port, path: "/api/v1/render/effects/footstep", method: "PUT",
+        headers: { "x-velmora-token": token, "content-length": body.length }, agent: false },
+      (response) => {
+        let text = "";
+        response.on("data", (bytes) => (text += bytes));
+        response.on("end", () => done(`${response.statusCode} ${text}`));
+      });
+    request.once("error", fail);
+    request.end(body);
+  });
+}
+
+test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", async () => {
+  const port = await free_port();
+  const run = await start_run(port);
+  await said(run, "Press Ctrl+C to stop.");
+  assert.match(run.said, new RegExp(`Open: http://127\\.0\\.0\\.1:${port}/\\?token=${token}\\n`));
+  await said(run, "applied word=0x8000000100000000");
+  assert.equal(await put_footstep(port, '{"bypass":false,"enhance_strength":0.5}'), '200 {"ok":true}');
+  await said(run, "applied word=0x800000003f000000 bypass=false bypass_all=false strength=0.5\n");
+  run.child.kill("SIGINT");
+  assert.equal(await run.ended, 0);
+  assert_nothing_left(run);
+});
+
+test("a second start builds nothing anew", async () => {
+  const before = statSync(program).mtimeMs;
+  const run = await start_run(await free_port());
+  await said(run, "Press Ctrl+C to stop.");
+  assert.equal(statSync(program).mtimeMs, before);
+  run.child.kill("SIGTERM");
+  assert.equal(await run.ended, 0);
+  assert_nothing_left(run);
+});
+
+test("a client that sends nothing does not keep ./run from ending", async () => {
+  const port = await free_port();
+  const run = await start_run(port);
+  await said(run, "Press Ctrl+C to stop.");
+  const idle = net.connect(port, "127.0.0.1");
+  idle.on("error", () => {});
+  await new Promise((done) => idle.once("connect", done));
+  await new Promise((done) => setTimeout(done, 400));  // until the service has taken it
+  run.child.kill("SIGINT");
+  assert.equal(await run.ended, 128 + 9);
+  assert_nothing_left(run);
+  idle.destroy();
+});
+
+test("a service that cannot start ends ./run with its own exit code", async () => {
+  const holder = net.createServer().listen(0, "127.0.0.1");
+  await new Promise((done) => holder.once("listening", done));
+  const run = await start_run(holder.address().port);
+  assert.equal(await run.ended, 9);
+  assert.match(run.said, /Another control service is already running on this port\.\n/);
+  assert_nothing_left(run);
+  holder.close();
+});
+
+test("without root it names the packages that are missing and does nothing", () => {
+  const folder = mkdtempSync(join(tmpdir(), "velmora-run-"));
+  chmodSync(folder, 0o755);
+  // A machine on which the package system knows nothing, and a person who is not root.
+  for (const [name, script] of [["dpkg-query", "exit 1"], ["id", "echo 1000"], ["apt-get", `touch ${folder}/called`]]) {
+    writeFileSync(join(folder, name), `#!/bin/sh\n${script}\n`, { mode: 0o755 });
+  }
+  const result = spawnSync("./run", [], {
+    cwd: root, encoding: "utf8", env: { ...process.env, PATH: `${folder}:${process.env.PATH}` },
+  });
+  assert.equal(result.status, 1);
+  assert.equal(result.stderr, "These Debian packages are missing. Install them as root, then start again:\n" +
+    "  apt-get install g++ cmake ninja-build\n");
+  assert.equal(existsSync(join(folder, "called")), false);
+  rmSync(folder, { recursive: true });
+});

@@ -1,0 +1,193 @@
+// Stands in for the effect: makes or opens the shared record, follows what the service writes, and reports
+// what it applied. Each thing that it sees is one line on standard output, so that a test can wait for it.
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <optional>
+
+#include "base/text.h"
+#include "mapping.h"
+#include "options.h"
+#include "platform/clock.h"
+#include "platform/machine.h"
+#include "platform/shared_memory.h"
+#include "record.h"
+
+namespace velmora::effect {
+namespace {
+
+constexpr int exit_done = 0;
+constexpr int exit_no_mapping = 1;
+constexpr int exit_usage = 2;
+
+constexpr int creator_rounds = 100;
+constexpr std::uint32_t creator_pause_ms = 1;
+// A stop is seen within this time, however rarely the record is looked at.
+constexpr std::uint32_t longest_pause_ms = 20;
+constexpr std::int64_t ns_per_ms = 1'000'000;
+
+std::atomic<bool> stop_requested{false};
+
+bool take_console_event(std::uint32_t) {
+  stop_requested = true;
+  return true;
+}
+
+const char* text_of(bool value) { return value ? "true" : "false"; }
+
+void print_line(const char* line) {
+  std::printf("%s\n", line);
+  std::fflush(stdout);
+}
+
+struct Connection {
+  SharedMapping mapping;
+  SharedView view;  // behind the mapping: it is closed first
+  bool made = false;
+
+  Record record() const { return {static_cast<unsigned char*>(view.native().data), view.native().size}; }
+};
+
+// A Win32 error code, or 0 with `connection` holding the mapping and its view.
+std::uint32_t obtain(const Options& options, Connection& connection) {
+  const std::u16string name = wide_from_signed_bytes(options.control_map);
+  std::size_t size = record_size;
+  std::uint32_t error = open_shared_mapping(name, connection.mapping);
+  if (error != 0) {
+    if (options.open_only) return error;
+    const std::size_t made_size = options.fault == Fault::small ? half_record_size : record_size;
+    bool already_existed = false;
+    error = make_mapping(name, made_size, connection.mapping, already_existed);
+    if (error != 0) return error;
+    connection.made = !already_existed;
+    if (connection.made) size = made_size;
+  }
+  return map_shared_view(connection.mapping, size, connection.view);
+}
+
+bool wait_until_ready(const Record& record) {
+  for (int round = 0; round < creator_rounds; ++round) {
+    const Readiness readiness = inspect(record);
+    if (readiness != Readiness::unfinished) return readiness == Readiness::ready;
+    sleep_ms(creator_pause_ms);
+  }
+  return false;
+}
+
+// What was seen last in each part of the record.
+struct Seen {
+  std::optional<std::uint64_t> footstep;
+  std::optional<std::uint64_t> algorithm;
+  std::uint64_t equalizer_revision;
+};
+
+void follow_footstep(const Record& record, Seen& seen) {
+  const std::uint64_t word = footstep_word(record);
+  if (seen.footstep == word) return;
+  seen.footstep = word;
+  const Enhancement wanted = decode_footstep(word);
+  const std::uint64_t applied = report_applied(record, wanted);
+  std::printf("applied word=0x%016llx bypass=%s bypass_all=%s strength=%g\n",
+              static_cast<unsigned long long>(applied), text_of(wanted.bypass), text_of(wanted.bypass_all),
+              static_cast<double>(wanted.strength));
+  std::fflush(stdout);
+}
+
+void follow_algorithm(const Record& record, Seen& seen) {
+  const std::uint64_t word = algorithm_word(record);
+  if (seen.algorithm == word) return;
+  seen.algorithm = word;
+  const Algorithm wanted = decode_algorithm(word);
+  std::printf(
+      "algorithm word=0x%016llx trim_db=%g time_alpha=%g frequency_smooth=%u limiter=%s ceiling_db=%g "
+      "stereo_link=%u\n",
+      static_cast<unsigned long long>(word), static_cast<double>(wanted.trim_db),
+      static_cast<double>(wanted.time_alpha), wanted.frequency_smooth, text_of(wanted.limiter),
+      static_cast<double>(wanted.ceiling_db), wanted.stereo_link);
+  std::fflush(stdout);
+}
+
+void follow_equalizer(const Record& record, Seen& seen) {
+  if (equalizer_revision(record) == seen.equalizer_revision) return;
+  Equalizer equalizer{};
+  // A block that a writer is at keeps its old revision for us, so the next look tries again.
+  if (!read_equalizer(record, equalizer) || equalizer.revision == seen.equalizer_revision) return;
+  seen.equalizer_revision = equalizer.revision;
+  std::printf("equalizer revision=%llu bypass=%s fade_ms=%g\n",
+              static_cast<unsigned long long>(equalizer.revision), text_of(equalizer.bypass),
+              static_cast<double>(equalizer.fade_ms));
+  std::fflush(stdout);
+}
+
+// Sleeps until `moment_ns` or a stop.
+void pause_until(std::int64_t moment_ns) {
+  while (!stop_requested) {
+    const std::int64_t left_ms = (moment_ns - steady_now_ns() + ns_per_ms - 1) / ns_per_ms;
+    if (left_ms <= 0) return;
+    sleep_ms(static_cast<std::uint32_t>(std::min<std::int64_t>(left_ms, longest_pause_ms)));
+  }
+}
+
+// Looks at the record until a stop. The times of the options count from here.
+void follow(const Record& record, const Options& options, bool magic_is_due) {
+  const std::int64_t start_ns = steady_now_ns();
+  Seen seen{std::nullopt, std::nullopt, equalizer_revision(record)};
+  while (!stop_requested) {
+    const std::int64_t now_ns = steady_now_ns();
+    const auto moment_of = [start_ns](std::uint32_t after_ms) { return start_ns + after_ms * ns_per_ms; };
+    std::int64_t wake_ns = now_ns + options.poll_ms * ns_per_ms;
+    if (magic_is_due) {
+      const std::int64_t finish_ns = moment_of(options.finish_after_ms.value_or(0));
+      if (now_ns >= finish_ns) {
+        write_magic(record, options.fault);
+        magic_is_due = false;
+      } else {
+        wake_ns = std::min(wake_ns, finish_ns);
+      }
+    }
+    if (options.exit_after_ms) {
+      const std::int64_t exit_ns = moment_of(*options.exit_after_ms);
+      if (now_ns >= exit_ns) return;
+      wake_ns = std::min(wake_ns, exit_ns);
+    }
+    follow_footstep(record, seen);
+    follow_algorithm(record, seen);
+    follow_equalizer(record, seen);
+    pause_until(wake_ns);
+  }
+}
+
+int run(int argc, const char* const* argv) {
+  prepare_standard_streams();
+  const std::optional<Options> options = parse_options(argc, argv);
+  if (!options) {
+    std::fputs(usage, stderr);
+    return exit_usage;
+  }
+  install_console_handler(take_console_event);
+  Connection connection;
+  const std::uint32_t error = obtain(*options, connection);
+  if (error != 0) {
+    std::fprintf(stderr, "mapping failed with error %u\n", error);
+    return exit_no_mapping;
+  }
+  const Record record = connection.record();
+  bool magic_is_due = false;
+  if (connection.made) {
+    write_first_contents(record, options->fault);
+    magic_is_due = options->finish_after_ms.has_value();
+    if (!magic_is_due) write_magic(record, options->fault);
+  } else if (!wait_until_ready(record)) {
+    std::fputs("mapping has an incompatible layout\n", stderr);
+    return exit_no_mapping;
+  }
+  print_line(connection.made ? "mapping made" : "mapping opened");
+  follow(record, *options, magic_is_due);
+  print_line("stopped");
+  return exit_done;
+}
+
+}  // namespace
+}  // namespace velmora::effect
+
+int main(int argc, char** argv) { return velmora::effect::run(argc, argv); }

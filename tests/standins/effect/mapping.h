@@ -1,0 +1,17 @@
+// How the stand-in effect makes the mapping, which is not always how the service does it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "platform/shared_memory.h"
+
+namespace velmora::effect {
+
+// A Win32 error code, or 0 with `out` assigned: a new object of `size` zero bytes, or with `already_existed`
+// the one that another process made first.
+[[nodiscard]] std::uint32_t make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
+                                         bool& already_existed);
+
+}  // namespace velmora::effect

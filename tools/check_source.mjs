@@ -1,0 +1,107 @@
+// Holds the rules of the source tree that no compiler holds. Prints each breach as FILE:LINE: RULE and exits
+// with 1 if there is any.
+import { execFileSync } from "node:child_process";
+import { existsSync, readFileSync } from "node:fs";
+import { basename, dirname, join } from "node:path";
+import { fileURLToPath } from "node:url";
+
+const root = join(dirname(fileURLToPath(import.meta.url)), "..");
+process.chdir(root);
+
+// A room of src/ and the rooms that it may include. The route chain is a room of its own within http/.
+const rooms = {
+  base: [],
+  platform: ["base"],
+  http: ["base", "platform"],
+  bridge: ["base", "platform"],
+  capture: ["base", "platform", "http", "bridge"],
+  effects: ["base", "platform", "http", "bridge", "capture"],
+  status: ["base", "platform", "http", "bridge", "capture", "effects"],
+  routes: ["base", "platform", "http", "bridge", "capture", "effects", "status"],
+  service: ["base", "platform", "http", "bridge", "capture", "effects", "status", "routes"],
+};
+const windows_headers =
+  /^(windows|winsock2|ws2tcpip|winhttp|mmdeviceapi|tlhelp32|sddl|bcrypt|objbase|shellapi|io|winreg|winsvc)\.h$/;
+const raw_calls = {
+  sockets: /(?<![\w.>])(?:::)?(?:recv|send|bind|listen|accept4?|select|ppoll|closesocket|setsockopt|WSA[A-Z]\w+)\(/,
+  registry: /\bReg[A-Z]\w+W?\(/,
+};
+// Functions that come in an 8-bit and a wide form, called without saying which.
+const unsuffixed = /\b(CreateFile|OpenFileMapping|CreateFileMapping|GetModuleFileName|LoadLibrary|ShellExecute)\(/;
+const lines_before_a_reason = 500;
+
+const breaches = [];
+const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclude-standard"], { encoding: "utf8" })
+  .split("\n")
+  .filter((file) => file && existsSync(file));
+const is_code = (file) => /\.(h|cpp|c)$/.test(file);
+
+function room_of(path) {
+  const [folder, ...rest] = path.split("/");
+  return folder === "http" && rest.join("/").startsWith("routes.") ? "routes" : folder;
+}
+
+function check_includes(file, line, say) {
+  const include = line.match(/^\s*#\s*include\s*([<"])([^>"]+)[>"]/);
+  if (!include) return;
+  const [, mark, header] = include;
+  if (header !== header.toLowerCase()) say("header names are lower case");
+  if (mark === "<" && windows_headers.test(header) && !file.startsWith("src/platform/windows/")) {
+    say("Windows headers stand in src/platform/windows/ alone");
+  }
+  if (mark !== '"' || !file.startsWith("src/")) return;
+  const from = room_of(file.slice(4));
+  const to = room_of(header);
+  if (!rooms[to]) say(`includes are written from src/, and ${header} leads to no room`);
+  else if (from !== to && !rooms[from]?.includes(to)) say(`${from} may not use ${to}`);
+  const answer = header.match(/^platform\/(windows|posix|standin)\//)?.[1];
+  if (answer && !file.startsWith(`src/platform/${answer}/`)) say("no room looks below the platform seam");
+}
+
+function check_line(file, line, say) {
+  check_includes(file, line, say);
+  const code = line.replace(/\/\/.*/, "").replace(/"(?:[^"\\]|\\.)*"/g, '""');
+  if (!file.startsWith("src/")) return;
+  if (/^\s*#\s*if.*(_WIN32|__linux__|__unix__|__MINGW)/.test(code)) {
+    say("the build chooses the platform, never an #if");
+  }
+  if (/\b(throw|try|catch)\b/.test(code)) say("failures travel as values");
+  if (/\bvirtual\b|\bdynamic_cast\b/.test(code)) say("there is no class hierarchy");
+  for (const [wrapper, call] of Object.entries(raw_calls)) {
+    if (call.test(code) && !file.endsWith(`/${wrapper}.cpp`)) say(`raw calls of ${wrapper} stand in their wrapper`);
+  }
+  if (file.startsWith("src/platform/windows/")) {
+    if (unsuffixed.test(code) || /\b[A-Z]\w+[a-z]A\(/.test(code)) say("only the wide functions (…W) are called");
+  }
+}
+
+for (const file of files.filter(is_code)) {
+  const text = readFileSync(file, "utf8");
+  const lines = text.split("\n");
+  lines.forEach((line, index) =>
+    check_line(file, line, (rule) => breaches.push(`${file}:${index + 1}: ${rule}`)));
+  const say = (rule) => breaches.push(`${file}:1: ${rule}`);
+  if (lines.length > lines_before_a_reason && !/\b(Long because|One file because)\b/.test(lines.slice(0, 12).join(" "))) {
+    say(`above ${lines_before_a_reason} lines only with a reason ("One file because ...") in the top comment`);
+  }
+  if (!file.startsWith("src/")) continue;
+  if (file.endsWith(".h") && !text.includes("#pragma once")) say("a header is included once");
+  if (basename(file) !== "main.cpp" && !/^namespace velmora/m.test(text)) say("everything lives in namespace velmora");
+}
+
+// Every source has its test, and every test file is one that the build picks up.
+for (const file of files.filter((name) => /^src\/(?!platform\/).*\.cpp$/.test(name) && basename(name) !== "main.cpp")) {
+  const test = file.replace(/^src\//, "tests/unit/").replace(/\.cpp$/, "_test.cpp");
+  if (!existsSync(test)) breaches.push(`${file}:1: has no ${test}`);
+}
+for (const file of files.filter((name) => /^src\/platform\/[a-z_]+\.h$/.test(name) && basename(name) !== "owner.h")) {
+  const test = `tests/platform/${basename(file, ".h")}_contract_test.cpp`;
+  if (!existsSync(test)) breaches.push(`${file}:1: has no ${test}`);
+}
+for (const file of files.filter((name) => /^tests\/.*_test\.cpp$/.test(name))) {
+  if (!/^tests\/(unit|platform)\//.test(file)) breaches.push(`${file}:1: no test program builds this`);
+}
+
+for (const breach of breaches) console.log(breach);
+console.log(`${files.filter(is_code).length} files looked at, ${breaches.length} breaches`);
+process.exit(breaches.length === 0 ? 0 : 1);
