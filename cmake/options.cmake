@@ -10,7 +10,7 @@ if(WIN32)
   target_link_options(velmora_options INTERFACE
     -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 elseif(NOT VELMORA_SANITIZE)
-  target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++)
+  target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++ -Wl,--as-needed)
 endif()
 
 set(VELMORA_SANITIZE "" CACHE STRING "Sanitizers for everything that is built, as -fsanitize= takes them")

@@ -46,8 +46,9 @@ function check_includes(file, line, say) {
   if (!include) return;
   const [, mark, header] = include;
   if (header !== header.toLowerCase()) say("header names are lower case");
-  if (mark === "<" && windows_headers.test(header) && !file.startsWith("src/platform/windows/")) {
-    say("Windows headers stand in src/platform/windows/ alone");
+  const for_windows = file.startsWith("src/platform/windows/") || /^tests\/.*windows/.test(file);
+  if (mark === "<" && windows_headers.test(header) && !for_windows) {
+    say("Windows headers stand in src/platform/windows/ and the tests' own files for Windows alone");
   }
   if (mark !== '"' || !file.startsWith("src/")) return;
   const from = room_of(file.slice(4));

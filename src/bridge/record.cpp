@@ -30,7 +30,10 @@ bool strength_allowed(float strength) { return std::isfinite(strength) && streng
 // taken for 0.
 long scaled(float value, float low, float high, float scale) {
   if (std::isnan(value)) return 0;
-  return std::lround(std::clamp(value, low, high) * scale);
+  // The product is a float's. In double its sum with a half is exact, which spares the C library's rounding:
+  // mingw-w64's takes 0.49999997 for 1.
+  const double product = std::clamp(value, low, high) * scale;
+  return static_cast<long>(product + (product < 0 ? -0.5 : 0.5));
 }
 
 float decibels_of(std::uint64_t word, unsigned shift) {
@@ -46,23 +49,31 @@ void store_bands(ControlBridgeRecord& record, const std::array<EqBand, eq_band_c
   }
 }
 
-void load_bands(ControlBridgeRecord& record, std::array<EqBand, eq_band_count>& bands) {
-  for (std::size_t index = 0; index < eq_band_count; ++index) {
-    bands[index] = std::bit_cast<EqBand>(
-        EqBandWords{load_guarded(record.eq_bands[index][0]), load_guarded(record.eq_bands[index][1])});
-  }
-}
+// The equalizer as it lies in the record. An attempt keeps to the raw words: what it copies between its locked
+// steps, those have to wait for.
+struct RawEq {
+  std::array<EqBandWords, eq_band_count> bands;
+  std::uint64_t word;
+  std::uint64_t revision;
+};
 
-// One attempt at the equalizer. False, with `out` in any state, when a writer was or came in between.
-bool try_read_eq(ControlBridgeRecord& record, EqSettings& out) {
+// One attempt at the equalizer. False, with `raw` in any state, when a writer was or came in between.
+bool try_read_eq(ControlBridgeRecord& record, RawEq& raw) {
   const std::uint64_t sequence = load_word(record.eq_sequence);
   if (sequence % 2 != 0) return false;
-  load_bands(record, out.bands);
-  const std::uint64_t word = load_word(record.eq_word);
-  out.bypass = (word & 1) != 0;
-  out.fade_ms = static_cast<float>(static_cast<std::uint16_t>(word >> fade_shift)) / tenths_per_unit;
-  out.revision = load_word(record.eq_revision);
+  for (std::size_t index = 0; index < eq_band_count; ++index) {
+    raw.bands[index] = {load_guarded(record.eq_bands[index][0]), load_guarded(record.eq_bands[index][1])};
+  }
+  raw.word = load_word(record.eq_word);
+  raw.revision = load_word(record.eq_revision);
   return load_word(record.eq_sequence) == sequence;
+}
+
+void unpack_eq(const RawEq& raw, EqSettings& out) {
+  out.bypass = (raw.word & 1) != 0;
+  out.fade_ms = static_cast<float>(static_cast<std::uint16_t>(raw.word >> fade_shift)) / tenths_per_unit;
+  out.bands = std::bit_cast<std::array<EqBand, eq_band_count>>(raw.bands);
+  out.revision = raw.revision;
 }
 
 }  // namespace
@@ -110,8 +121,12 @@ std::uint64_t pack_eq_word(bool bypass, float fade_ms) {
 }
 
 float band_frequency(std::size_t index) {
-  constexpr float last_index = eq_band_count - 1;
-  return 20.0f * std::pow(1000.0f, static_cast<float>(index) / last_index);
+  // 20 * 1000^(index / 14) in float operations. Written out, so that the record begins alike on every system
+  // (the C libraries' powers differ in the last bit) and the start need not load one for this alone.
+  static constexpr std::array<float, eq_band_count> frequencies{
+      20.0f,       32.7578773f, 53.6539154f, 87.8794098f, 143.937149f, 235.753754f, 386.139557f, 632.455505f,
+      1035.89514f, 1696.68567f, 2778.99146f, 4551.69141f, 7455.18799f, 12210.8018f, 20000.0f};
+  return frequencies[index];
 }
 
 void initialise_record(ControlBridgeRecord& record) {
@@ -184,10 +199,10 @@ bool read_algorithm(ControlBridgeRecord& record, AlgorithmParameters& out) {
 }
 
 bool read_eq(ControlBridgeRecord& record, EqSettings& out) {
-  EqSettings settings;
+  RawEq raw;
   for (int attempt = 0; attempt < eq_read_attempts; ++attempt) {
-    if (!try_read_eq(record, settings)) continue;
-    out = settings;
+    if (!try_read_eq(record, raw)) continue;
+    unpack_eq(raw, out);
     return true;
   }
   return false;

@@ -54,7 +54,8 @@ std::optional<bool> json_find_bool(std::string_view body, std::string_view key) 
 std::optional<float> json_find_number(std::string_view body, std::string_view key) {
   const std::optional<std::string_view> value = find_trimmed_value(body, key);
   if (!value) return std::nullopt;
-  const std::string terminated(*value);
+  // No number goes on behind one of these, so that the copy is short in a long body.
+  const std::string terminated(value->substr(0, value->find_first_of(",}] \t\n\v\f\r")));
   char* end = nullptr;
   const float number = std::strtof(terminated.c_str(), &end);
   if (end == terminated.c_str() || !std::isfinite(number)) return std::nullopt;

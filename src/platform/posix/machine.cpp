@@ -38,12 +38,17 @@ bool is_ignored(int signal) {
 // In the grandchild: gives up everything that is ours and becomes the browser. Only calls that are safe
 // between fork and exec.
 [[noreturn]] void become_browser(const char* address, int failure_pipe) {
+  // The pipe may stand where a standard stream belongs, when we were started without them.
+  const int failure = fcntl(failure_pipe, F_DUPFD_CLOEXEC, 3);
+  // What whoever started us let us inherit is not for the browser either: its reader would wait for the end.
+  close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
   const int null_device = open("/dev/null", O_RDWR);
   for (int stream = 0; stream <= 2; ++stream) dup2(null_device, stream);
+  if (null_device > 2) ::close(null_device);
   signal(SIGPIPE, SIG_DFL);
   execlp("xdg-open", "xdg-open", address, static_cast<char*>(nullptr));
   const int error = errno;
-  static_cast<void>(!write(failure_pipe, &error, sizeof error));
+  static_cast<void>(!write(failure, &error, sizeof error));
   _exit(127);
 }
 

@@ -97,9 +97,11 @@ SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capaci
 }
 
 SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size) {
+  if (standin::system().on_send) standin::system().on_send();
   if (const auto fault = standin::enter("send")) return {-1, static_cast<int>(fault)};
   standin::Connection& connection = *handle_of(socket).connection;
   if (connection.client_gone || connection.shut_down) return {-1, error_reset};
+  if (connection.send_stalls) return {0, 0};
   const std::size_t count = connection.send_limit == 0 ? size : std::min(size, connection.send_limit);
   connection.from_service.append(bytes, count);
   return {static_cast<std::int64_t>(count), 0};

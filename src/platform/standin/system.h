@@ -38,6 +38,7 @@ struct Connection {
   bool client_done = false;            // the client has closed its sending side: receive gives 0
   bool client_gone = false;            // the client has reset: receive and send fail with 10054
   std::size_t send_limit = 0;          // bytes that one send takes; 0: all
+  bool send_stalls = false;            // a send takes nothing and gives 0
   std::string from_service;            // what the service has sent
   bool shut_down = false;
   bool closed = false;
@@ -78,6 +79,7 @@ struct System {
   int sockets_started = 0;
   // Called when the service waits and nobody connects. Unset: the console stops the service with event 0.
   std::function<void()> on_idle;
+  std::function<void()> on_send;  // called before each send
 
   std::int64_t now_ns = 1'000'000'000;
   std::optional<std::tm> local_time;

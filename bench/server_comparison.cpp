@@ -1,0 +1,316 @@
+// The service beside a minimal loop of the same system calls, and a second copy of that loop as the control:
+// requests, start and memory. docs/performance.md says how to read what it prints.
+//
+//   velmora_server_comparison SERVICE MINIMAL_LOOP [--rounds N] [--connections N] [--starts N]
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "queued_load.h"
+#include "server_process.h"
+#include "statistics.h"
+
+namespace velmora::bench {
+namespace {
+
+constexpr double speed_aim = 0.95;
+constexpr double start_aim = 1.3;
+constexpr long peak_aim_kilobytes = 4096;
+constexpr double control_tolerance = 0.06;
+constexpr std::size_t small_page_bytes = 2560;
+constexpr std::size_t large_page_bytes = 20480;
+constexpr std::size_t largest_request_bytes = 65536;
+constexpr std::string_view token = "0123456789abcdef0123456789abcdef0123456789abcdef";
+constexpr std::string_view footstep_body = "{\"bypass\":false,\"bypass_all\":false,\"enhance_strength\":0.5}";
+// What a browser sends along with a request of a page's script.
+constexpr std::string_view browser_headers =
+    "Connection: keep-alive\r\n"
+    "sec-ch-ua: \"Chromium\";v=\"120\", \"Not?A_Brand\";v=\"8\"\r\n"
+    "sec-ch-ua-mobile: ?0\r\n"
+    "sec-ch-ua-platform: \"Windows\"\r\n"
+    "User-Agent: Mozilla/5.0 (Windows NT 10.0; Win64; x64) AppleWebKit/537.36 (KHTML, like Gecko) "
+    "Chrome/120.0.0.0 Safari/537.36\r\n"
+    "Accept: */*\r\n"
+    "Sec-Fetch-Site: same-origin\r\n"
+    "Sec-Fetch-Mode: cors\r\n"
+    "Sec-Fetch-Dest: empty\r\n"
+    "Accept-Encoding: gzip, deflate, br\r\n"
+    "Accept-Language: en-GB,en;q=0.9\r\n";
+
+struct Plan {
+  std::string service_path;
+  std::string loop_path;
+  std::size_t rounds = 101;
+  std::size_t connections = 400;
+  std::size_t starts = 101;
+};
+
+// Order of everything that is kept three times.
+enum Contestant : std::size_t { service, minimal, control, contestants };
+using ThreeSets = std::array<std::vector<double>, contestants>;
+
+// One kind of answer, the three servers that give it, and what was measured.
+struct Row {
+  std::string_view name;
+  std::string request;
+  std::size_t answer_bytes = 0;
+  std::vector<const ServerProcess*> servers;
+  std::vector<std::uint16_t> ports;
+  ThreeSets wall_us;       // for each request
+  ThreeSets processor_us;  // for each request
+};
+
+// A web root of the sizes that are measured; gone with this object.
+class WebRoot {
+ public:
+  WebRoot() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "velmora-bench-XXXXXX").string();
+    if (mkdtemp(pattern.data()) == nullptr) give_up("no directory for pages");
+    path_ = pattern;
+    const auto write_page = [&](std::string_view name, std::size_t bytes) {
+      std::ofstream(path_ / name) << std::string(bytes, 'p');
+    };
+    write_page("index.html", small_page_bytes);
+    write_page("advanced.html", large_page_bytes);
+    write_page("velmora-eq.js", small_page_bytes);
+    write_page("help.html", small_page_bytes);
+  }
+  WebRoot(const WebRoot&) = delete;
+  WebRoot& operator=(const WebRoot&) = delete;
+  ~WebRoot() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  [[nodiscard]] std::string path() const { return path_.string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+std::string request_of(std::string_view line, std::uint16_t port, std::string_view more_headers,
+                       std::string_view body) {
+  std::string request = std::string(line) + " HTTP/1.1\r\nHost: 127.0.0.1:" + std::to_string(port) + "\r\n";
+  request += more_headers;
+  if (!body.empty()) {
+    request += "X-Velmora-Token: " + std::string(token) +
+               "\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+               "\r\n";
+  }
+  return request + "\r\n" + std::string(body);
+}
+
+std::string footstep_request(std::uint16_t port, std::string_view more_headers) {
+  return request_of("PUT /api/v1/render/effects/footstep", port, more_headers, footstep_body);
+}
+
+// A footstep request of the greatest size that the service takes.
+std::string largest_request(std::uint16_t port) {
+  std::string body(footstep_body);
+  std::string request = request_of("PUT /api/v1/render/effects/footstep", port, "", body);
+  constexpr std::size_t digits_of_length = 3;  // 65 thousand instead of some tens
+  body.append(largest_request_bytes - request.size() - digits_of_length, ' ');
+  return request_of("PUT /api/v1/render/effects/footstep", port, "", body);
+}
+
+ServerProcess start_service(const Plan& plan, const WebRoot& web_root, std::uint16_t port) {
+  return ServerProcess({plan.service_path, "--port", std::to_string(port), "--web-root", web_root.path(),
+                        "--token", std::string(token), "--control-map",
+                        "Local\\VelmoraBench-" + std::to_string(port)});
+}
+
+ServerProcess start_loop(const Plan& plan, std::size_t answer_bytes, std::uint16_t port) {
+  return ServerProcess({plan.loop_path, std::to_string(port), std::to_string(answer_bytes)});
+}
+
+// The servers of all rows: one service for all of them, and two loops for each.
+class Field {
+ public:
+  Field(const Plan& plan, const WebRoot& web_root, std::vector<Row>& rows) {
+    servers_.reserve(1 + 2 * rows.size());
+    const std::uint16_t port = free_port();
+    servers_.push_back(start_service(plan, web_root, port));
+    fill_requests(rows, port);
+    for (Row& row : rows) {
+      const std::string answer = exchange_when_up(servers_.front(), port, row.request).answer;
+      if (!answer.starts_with("HTTP/1.1 200 ")) give_up("the service refused: " + answer);
+      row.answer_bytes = answer.size();
+      row.servers = {&servers_.front()};
+      row.ports = {port};
+      for (const Contestant loop : {minimal, control}) add_loop(plan, row, loop);
+    }
+    port_ = port;
+  }
+
+  // Asks for the greatest request too, then tells the service's peak.
+  [[nodiscard]] long peak_kilobytes() const {
+    const std::string answer = exchange_when_up(servers_.front(), port_, largest_request(port_)).answer;
+    if (!answer.starts_with("HTTP/1.1 200 ")) give_up("the service refused the largest request: " + answer);
+    return servers_.front().peak_kilobytes();
+  }
+
+ private:
+  static void fill_requests(std::vector<Row>& rows, std::uint16_t port) {
+    rows[0].request = footstep_request(port, "");
+    rows[1].request = footstep_request(port, browser_headers);
+    rows[2].request = request_of("GET /", port, "", "");
+    rows[3].request = request_of("GET /advanced.html", port, "", "");
+  }
+
+  void add_loop(const Plan& plan, Row& row, Contestant loop) {
+    const std::uint16_t port = free_port();
+    servers_.push_back(start_loop(plan, row.answer_bytes, port));
+    static_cast<void>(exchange_when_up(servers_.back(), port, row.request));
+    row.servers.push_back(&servers_[servers_.size() - 1]);
+    row.ports.push_back(port);
+    if (row.servers.size() != loop + 1) give_up("servers out of order");
+  }
+
+  std::vector<ServerProcess> servers_;
+  std::uint16_t port_ = 0;
+};
+
+// The difference of a whole and a half queue: what stopping, waking and noticing cost falls out.
+void measure_difference(Row& row, std::size_t who, std::size_t connections, bool half_first) {
+  const auto take = [&](std::size_t count) {
+    return serve_queue(*row.servers[who], row.ports[who], row.request, row.answer_bytes, count);
+  };
+  std::optional<Taken> half;
+  if (half_first) half = take(connections / 2);
+  const Taken whole = take(connections);
+  if (!half) half = take(connections / 2);
+  const double requests_and_us = static_cast<double>(connections - connections / 2) * 1000.0;
+  row.wall_us[who].push_back(static_cast<double>(whole.wall_ns - half->wall_ns) / requests_and_us);
+  row.processor_us[who].push_back(static_cast<double>(whole.processor_ns - half->processor_ns) /
+                                  requests_and_us);
+}
+
+void measure_requests(const Plan& plan, std::vector<Row>& rows) {
+  for (std::size_t round = 0; round < plan.rounds; ++round) {
+    for (Row& row : rows) {
+      for (std::size_t turn = 0; turn < contestants; ++turn) {
+        measure_difference(row, (round + turn) % contestants, plan.connections,
+                           (round / contestants) % 2 == 0);
+      }
+    }
+  }
+}
+
+// From exec to the first byte of the answer to a footstep, microseconds.
+double measure_start(const Plan& plan, const WebRoot& web_root, std::size_t who, std::size_t answer_bytes) {
+  give_up_if_interrupted();
+  const std::uint16_t port = free_port();
+  const ServerProcess server =
+      who == service ? start_service(plan, web_root, port) : start_loop(plan, answer_bytes, port);
+  const Exchange exchange = exchange_when_up(server, port, footstep_request(port, ""));
+  if (exchange.answer.size() != answer_bytes) give_up("a wrong answer after the start");
+  return static_cast<double>(exchange.first_byte_ns - server.started_ns()) / 1000.0;
+}
+
+ThreeSets measure_starts(const Plan& plan, const WebRoot& web_root, std::size_t answer_bytes) {
+  ThreeSets start_us;
+  for (std::size_t round = 0; round < plan.starts; ++round) {
+    for (std::size_t turn = 0; turn < contestants; ++turn) {
+      const std::size_t who = (round + turn) % contestants;
+      start_us[who].push_back(measure_start(plan, web_root, who, answer_bytes));
+    }
+  }
+  return start_us;
+}
+
+std::string verdict(bool met, double control_ratio) {
+  if (std::abs(control_ratio - 1.0) > control_tolerance) return "this run says nothing";
+  return met ? "met" : "missed";
+}
+
+void print_header(std::string_view what, std::string_view ratio) {
+  std::printf("\n%-30s %9s %9s %9s   %-24s %17s  %s\n", std::string(what).c_str(), "service", "minimal",
+              "control", std::string(ratio).c_str(), "minimal / control", "aim");
+}
+
+// One line: medians in microseconds, the ratio with its quartiles, the control's ratio, the verdict.
+void print_line(std::string_view name, const ThreeSets& sets, const Spread& ratio, bool met,
+                std::string_view aim) {
+  const double control_ratio = spread_of_ratios(sets[minimal], sets[control]).median;
+  std::printf("%-30s %9.2f %9.2f %9.2f   %.3f (%.3f to %.3f)   %17.3f  %s: %s\n", std::string(name).c_str(),
+              spread_of(sets[service]).median, spread_of(sets[minimal]).median,
+              spread_of(sets[control]).median, ratio.median, ratio.low, ratio.high, control_ratio,
+              std::string(aim).c_str(), verdict(met, control_ratio).c_str());
+}
+
+void print_speed(std::string_view what, const std::vector<Row>& rows, ThreeSets Row::*sets) {
+  print_header(what, "minimal / service");
+  for (const Row& row : rows) {
+    const ThreeSets& measured = row.*sets;
+    const Spread ratio = spread_of_ratios(measured[minimal], measured[service]);
+    print_line(row.name, measured, ratio, ratio.median >= speed_aim, ">= 0.95");
+  }
+}
+
+void print_start(const ThreeSets& start_us) {
+  print_header("first byte after exec, us", "service / minimal");
+  const Spread ratio = spread_of_ratios(start_us[service], start_us[minimal]);
+  print_line("footstep", start_us, ratio, ratio.median <= start_aim, "<= 1.3");
+}
+
+std::optional<Plan> parse_plan(const std::vector<std::string_view>& arguments) {
+  if (arguments.size() < 2 || arguments.size() % 2 != 0) return std::nullopt;
+  Plan plan;
+  plan.service_path = arguments[0];
+  plan.loop_path = arguments[1];
+  for (std::size_t index = 2; index < arguments.size(); index += 2) {
+    const auto number = static_cast<std::size_t>(std::strtoul(arguments[index + 1].data(), nullptr, 10));
+    if (number < 2) return std::nullopt;
+    if (arguments[index] == "--rounds") {
+      plan.rounds = number;
+    } else if (arguments[index] == "--connections") {
+      plan.connections = number;
+    } else if (arguments[index] == "--starts") {
+      plan.starts = number;
+    } else {
+      return std::nullopt;
+    }
+  }
+  return plan;
+}
+
+int compare(Plan plan) {
+  notice_interruption();
+  plan.connections = std::min(plan.connections, queue_limit());
+  const std::string processors = part_processors();
+  static const WebRoot web_root;
+  static std::vector<Row> rows{{"11 bytes", {}, 0, {}, {}, {}, {}},
+                               {"11 bytes, to a browser", {}, 0, {}, {}, {}, {}},
+                               {"2.5 KB", {}, 0, {}, {}, {}, {}},
+                               {"20 KB", {}, 0, {}, {}, {}, {}}};
+  static const Field field(plan, web_root, rows);
+  std::printf("%zu rounds of queues of %zu and %zu requests, %zu starts. %s\n", plan.rounds, plan.connections,
+              plan.connections / 2, plan.starts, processors.c_str());
+  measure_requests(plan, rows);
+  print_speed("time for each request, us", rows, &Row::wall_us);
+  print_speed("processor time for each, us", rows, &Row::processor_us);
+  print_start(measure_starts(plan, web_root, rows[0].answer_bytes));
+  const long peak = field.peak_kilobytes();
+  std::printf("\n%-30s %9ld kB   aim < %ld kB: %s\n", "peak memory of the service", peak, peak_aim_kilobytes,
+              peak < peak_aim_kilobytes ? "met" : "missed");
+  return 0;
+}
+
+}  // namespace
+}  // namespace velmora::bench
+
+int main(int argc, char** argv) {
+  const auto plan = velmora::bench::parse_plan({argv + (argc > 0 ? 1 : 0), argv + argc});
+  if (plan) return velmora::bench::compare(*plan);
+  std::fputs(
+      "Usage: velmora_server_comparison SERVICE MINIMAL_LOOP [--rounds N] [--connections N] [--starts N]\n",
+      stderr);
+  return 2;
+}

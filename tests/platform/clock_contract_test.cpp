@@ -1,0 +1,52 @@
+#include "platform/clock.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <ctime>
+
+#include "platform/surroundings.h"
+
+namespace velmora {
+namespace {
+
+class ClockContract : public surroundings::Arranged {};
+
+TEST_F(ClockContract, NeverGoesBack) {
+  std::int64_t former = steady_now_ns();
+  for (int round = 0; round < 100'000; ++round) {
+    const std::int64_t now = steady_now_ns();
+    ASSERT_GE(now, former);
+    former = now;
+  }
+}
+
+TEST_F(ClockContract, SleepsAtLeastAsLongAsAsked) {
+  for (const std::uint32_t duration_ms : {0u, 1u, 2u, 15u, 40u}) {
+    SCOPED_TRACE(duration_ms);
+    const std::int64_t before = steady_now_ns();
+    sleep_ms(duration_ms);
+    EXPECT_GE(steady_now_ns() - before, std::int64_t{duration_ms} * 1'000'000);
+  }
+}
+
+TEST_F(ClockContract, TellsTheLocalTimeOfTheCLibrary) {
+  std::tm told{};
+  ASSERT_TRUE(read_local_time(told));
+  std::tm again = told;
+  const std::time_t seconds = std::mktime(&again);
+  EXPECT_LE(std::abs(std::difftime(std::time(nullptr), seconds)), 10.0);
+  const std::tm expected = *std::localtime(&seconds);
+  EXPECT_EQ(told.tm_year, expected.tm_year);
+  EXPECT_EQ(told.tm_mon, expected.tm_mon);
+  EXPECT_EQ(told.tm_mday, expected.tm_mday);
+  EXPECT_EQ(told.tm_hour, expected.tm_hour);
+  EXPECT_EQ(told.tm_min, expected.tm_min);
+  EXPECT_EQ(told.tm_sec, expected.tm_sec);
+  EXPECT_EQ(told.tm_wday, expected.tm_wday);
+  EXPECT_EQ(told.tm_yday, expected.tm_yday);
+  EXPECT_EQ(told.tm_isdst, expected.tm_isdst);
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,105 @@
+// What only real sockets do: block, and meet each other on a port.
+#include "platform/sockets.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <thread>
+
+#include "platform/clock.h"
+#include "platform/surroundings.h"
+
+namespace velmora {
+namespace {
+
+class NativeSockets : public surroundings::Arranged {
+ protected:
+  void SetUp() override {
+    Arranged::SetUp();
+    ASSERT_EQ(start_sockets(), 0);
+  }
+  void TearDown() override {
+    stop_sockets();
+    Arranged::TearDown();
+  }
+};
+
+Socket listen_on(std::uint16_t port) {
+  Socket listener;
+  EXPECT_EQ(open_tcp_socket(listener), 0);
+  EXPECT_EQ(bind_loopback(listener, port), 0);
+  EXPECT_EQ(listen_at_maximum(listener), 0);
+  return listener;
+}
+
+TEST_F(NativeSockets, LetsOneOfTwoThatBindTogetherListen) {
+  constexpr int error_in_use = 10048;
+  const std::uint16_t port = surroundings::find_free_port();
+  Socket first;
+  Socket second;
+  ASSERT_EQ(open_tcp_socket(first), 0);
+  ASSERT_EQ(open_tcp_socket(second), 0);
+  ASSERT_EQ(bind_loopback(first, port), 0);
+  const int bound = bind_loopback(second, port);
+  ASSERT_EQ(listen_at_maximum(first), 0);
+  EXPECT_EQ(bound != 0 ? bound : listen_at_maximum(second), error_in_use);
+}
+
+TEST_F(NativeSockets, IsReachedOnTheLoopbackAddressAlone) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const Socket listener = listen_on(port);
+  const surroundings::Peer peer = surroundings::connect_to(port);
+  EXPECT_EQ(wait_readable(listener, 10'000'000).count, 1);
+}
+
+TEST_F(NativeSockets, WaitsUntilTheTimeIsUp) {
+  const Socket listener = listen_on(surroundings::find_free_port());
+  const std::int64_t before = steady_now_ns();
+  EXPECT_EQ(wait_readable(listener, 30'000).count, 0);
+  // Windows counts in milliseconds of its own clock.
+  EXPECT_GE(steady_now_ns() - before, 28'000'000);
+}
+
+TEST_F(NativeSockets, BlocksInAReceiveUntilThePeerSends) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const Socket listener = listen_on(port);
+  const surroundings::Peer peer = surroundings::connect_to(port);
+  Socket service;
+  ASSERT_EQ(accept_connection(listener, service), 0);
+  std::thread late([&] {
+    sleep_ms(30);
+    surroundings::send_all(peer, "late");
+  });
+  std::array<char, 16> buffer{};
+  const SocketCount got = receive_bytes(service, buffer.data(), buffer.size());
+  late.join();
+  EXPECT_EQ(got.count, 4);
+  EXPECT_EQ(got.error, 0);
+}
+
+TEST_F(NativeSockets, BlocksInASendUntilThePeerReads) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const Socket listener = listen_on(port);
+  const surroundings::Peer peer = surroundings::connect_to(port);
+  Socket service;
+  ASSERT_EQ(accept_connection(listener, service), 0);
+  // More than the system buffers for one connection.
+  std::string answer(24'000'000, '\0');
+  for (std::size_t index = 0; index < answer.size(); ++index) answer[index] = static_cast<char>(index % 253);
+  std::string received;
+  std::thread reader([&] { received = surroundings::receive_until_end(peer); });
+  std::size_t sent = 0;
+  while (sent < answer.size()) {
+    const SocketCount count = send_bytes(service, answer.data() + sent, answer.size() - sent);
+    if (count.count <= 0) break;
+    sent += static_cast<std::size_t>(count.count);
+  }
+  service.close();
+  reader.join();
+  EXPECT_EQ(sent, answer.size());
+  EXPECT_TRUE(received == answer) << received.size() << " bytes came";
+}
+
+}  // namespace
+}  // namespace velmora

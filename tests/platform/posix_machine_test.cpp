@@ -1,0 +1,142 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <string>
+
+#include "platform/machine.h"
+#include "platform/surroundings.h"
+
+namespace velmora {
+namespace {
+
+class PosixMachine : public surroundings::Arranged {};
+
+bool take_event(std::uint32_t) { return true; }
+
+auto handler_of(int signal) {
+  struct sigaction present {};
+  EXPECT_EQ(sigaction(signal, nullptr, &present), 0);
+  return present.sa_handler;
+}
+
+TEST_F(PosixMachine, LeavesAHangUpIgnoredThatTheParentHadIgnored) {
+  signal(SIGHUP, SIG_IGN);
+  install_console_handler(take_event);
+  EXPECT_TRUE(handler_of(SIGHUP) == SIG_IGN);
+  EXPECT_EQ(raise(SIGHUP), 0);
+}
+
+TEST_F(PosixMachine, TakesTheOtherSignalsThoughTheParentHadIgnoredThem) {
+  for (const int number : {SIGINT, SIGQUIT, SIGTERM}) signal(number, SIG_IGN);
+  install_console_handler(take_event);
+  for (const int number : {SIGINT, SIGQUIT, SIGHUP, SIGTERM}) {
+    SCOPED_TRACE(number);
+    EXPECT_FALSE(handler_of(number) == SIG_IGN);
+    EXPECT_FALSE(handler_of(number) == SIG_DFL);
+  }
+}
+
+TEST_F(PosixMachine, KeepsTheErrorNumberAcrossASignal) {
+  install_console_handler([](std::uint32_t) {
+    errno = EIO;
+    return true;
+  });
+  errno = ENOENT;
+  raise(SIGTERM);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(PosixMachine, TellsAClosedReaderByAFailedWrite) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  close(ends[0]);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    prepare_standard_streams();
+    const bool failed = write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE;
+    _exit(failed ? 0 : 1);
+  }
+  close(ends[1]);
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(PosixMachine, StartsTheBrowserWithNothingOfOurs) {
+  prepare_standard_streams();
+  // As one that the program which started us left open.
+  const int inherited = open("/dev/zero", O_RDONLY);
+  const surroundings::Browser browser = surroundings::install_browser();
+  ASSERT_GT(open_in_browser(surroundings::browser_address()), 32);
+  const auto record = surroundings::read_browser_record();
+  close(inherited);
+  ASSERT_EQ(record.size(), 4u);
+  EXPECT_EQ(record[1], "0=/dev/null;1=/dev/null;2=/dev/null;");
+  EXPECT_EQ(record[2], "default") << "the pipe signal";
+  EXPECT_NE(record[3], std::to_string(getsid(0))) << "the session";
+}
+
+TEST_F(PosixMachine, StartsTheBrowserWithStandardStreamsThoughOursAreClosed) {
+  const surroundings::Browser browser = surroundings::install_browser();
+  const pid_t child = fork();
+  if (child == 0) {
+    for (int stream = 0; stream <= 2; ++stream) close(stream);
+    _exit(open_in_browser(surroundings::browser_address()) > 32 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  const auto record = surroundings::read_browser_record();
+  ASSERT_EQ(record.size(), 4u);
+  EXPECT_EQ(record[1], "0=/dev/null;1=/dev/null;2=/dev/null;");
+}
+
+TEST_F(PosixMachine, TellsThatThereIsNoBrowserThoughTheStandardStreamsAreClosed) {
+  const surroundings::Browser none = surroundings::remove_browser();
+  const pid_t child = fork();
+  if (child == 0) {
+    for (int stream = 0; stream <= 2; ++stream) close(stream);
+    _exit(open_in_browser(surroundings::browser_address()) <= 32 ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(PosixMachine, LeavesNoChildBehindWhetherTheBrowserStartsOrNot) {
+  {
+    const surroundings::Browser browser = surroundings::install_browser();
+    EXPECT_GT(open_in_browser(surroundings::browser_address()), 32);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+    EXPECT_FALSE(surroundings::read_browser_record().empty());
+  }
+  const surroundings::Browser none = surroundings::remove_browser();
+  EXPECT_EQ(open_in_browser(surroundings::browser_address()), 2);
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(PosixMachine, OpensNoDescriptorForGood) {
+  const int before = dup(0);
+  close(before);
+  const surroundings::Browser none = surroundings::remove_browser();
+  EXPECT_LE(open_in_browser(surroundings::browser_address()), 32);
+  const int after = dup(0);
+  close(after);
+  EXPECT_EQ(before, after);
+}
+
+TEST_F(PosixMachine, TellsItsProcessNumber) {
+  EXPECT_EQ(own_process_id(), static_cast<std::uint32_t>(getpid()));
+}
+
+}  // namespace
+}  // namespace velmora

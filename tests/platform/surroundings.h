@@ -1,0 +1,139 @@
+// What stands round the seam while its contract is tested: the client of a socket, the other process that
+// holds a mapping, the one that puts a file in place. Each answer to the seam has its own; none of them goes
+// through the function that is being tested, where the system lets it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/owner.h"
+#include "platform/shared_memory.h"
+
+namespace velmora::surroundings {
+
+// Before and after each test. The second one fails the test when something of it is left behind.
+void set_up();
+void tear_down();
+
+class Arranged : public testing::Test {
+ protected:
+  void SetUp() override { set_up(); }
+  void TearDown() override { tear_down(); }
+};
+
+// Sockets. All of these want start_sockets first.
+
+struct PeerKind {
+  using Native = std::uintptr_t;
+  static constexpr Native none = ~Native{0};
+  static void release(Native native) noexcept;
+};
+// A client's end of a connection. Closing it ends the connection in good order.
+using Peer = Owner<PeerKind>;
+
+struct OtherListenerKind {
+  using Native = std::uintptr_t;
+  static constexpr Native none = ~Native{0};
+  static void release(Native native) noexcept;
+};
+// Another program's socket that listens.
+using OtherListener = Owner<OtherListenerKind>;
+
+struct SocketShortageKind {
+  using Native = int;  // the error that opening a socket answers meanwhile
+  static constexpr Native none = 0;
+  static void release(Native native) noexcept;
+};
+// For as long as it is open, no socket can be opened.
+using SocketShortage = Owner<SocketShortageKind>;
+
+// A port of 127.0.0.1 that nobody uses.
+[[nodiscard]] std::uint16_t find_free_port();
+[[nodiscard]] OtherListener listen_elsewhere(std::uint16_t port);
+[[nodiscard]] SocketShortage run_out_of_sockets();
+
+// Connects; the other side need not have accepted yet.
+[[nodiscard]] Peer connect_to(std::uint16_t port);
+void send_all(const Peer& peer, std::string_view bytes);
+void end_sending(const Peer& peer);
+// Closes so that the other side sees a reset.
+void reset_connection(Peer& peer);
+// All bytes until the other side ends.
+[[nodiscard]] std::string receive_until_end(const Peer& peer);
+
+// Shared memory.
+
+struct ElsewhereKind {
+  using Native = std::uintptr_t;
+  static constexpr Native none = ~Native{0};
+  static void release(Native native) noexcept;
+};
+// A mapping in somebody else's hands.
+using MappingElsewhere = Owner<ElsewhereKind>;
+
+// A name that no other test uses.
+[[nodiscard]] std::u16string find_free_mapping_name();
+// Somebody else makes the mapping, of these words and no more.
+[[nodiscard]] MappingElsewhere hold_elsewhere(std::u16string_view name,
+                                              const std::vector<std::uint64_t>& words);
+// create_shared_mapping. A Windows that does not know the descriptor's trustees makes the mapping without
+// one.
+[[nodiscard]] CreatedMapping make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out);
+
+// Files. Paths as the seam takes them.
+
+// An empty directory of this test's own.
+[[nodiscard]] std::string scratch_directory();
+// A path that names neither a file nor a directory.
+[[nodiscard]] std::string path_of_other_kind();
+void put_file(const std::string& path, std::string_view bytes);
+void append_to_file(const std::string& path, std::string_view bytes);
+void put_directory(const std::string& path);
+// What another program does to a file; false when it is kept from it.
+[[nodiscard]] bool remove_elsewhere(const std::string& path);
+[[nodiscard]] bool rename_elsewhere(const std::string& from, const std::string& to);
+
+struct JoinCase {
+  std::string directory;
+  std::string name;
+  std::string joined;
+};
+struct ParentCase {
+  std::string path;
+  std::string parent;
+};
+// This system's tables.
+[[nodiscard]] std::vector<JoinCase> join_cases();
+[[nodiscard]] std::vector<ParentCase> parent_cases();
+
+// The machine.
+
+// A library that has the function velmora_contract_answer, which gives 42, and no other of such a name.
+[[nodiscard]] std::string library_path();
+
+// The console events that can be made to happen here.
+[[nodiscard]] std::vector<std::uint32_t> console_events();
+void raise_console_event(std::uint32_t event);
+
+struct BrowserKind {
+  using Native = int;
+  static constexpr Native none = 0;
+  static void release(Native native) noexcept;
+};
+// For as long as it is open, addresses are opened by a program of ours.
+using Browser = Owner<BrowserKind>;
+
+[[nodiscard]] Browser install_browser();
+// An address that the installed browser, or nobody when none is, takes.
+[[nodiscard]] std::string browser_address();
+// What the browser recorded, the address first, one fact a line. Waits for it.
+[[nodiscard]] std::vector<std::string> read_browser_record();
+// For as long as it is open, there is no browser.
+[[nodiscard]] Browser remove_browser();
+
+}  // namespace velmora::surroundings

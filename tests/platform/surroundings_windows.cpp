@@ -1,0 +1,363 @@
+// Round the Windows answer: Winsock, null security attributes, and an address scheme of our own that a
+// program of ours opens.
+#include "platform/surroundings.h"
+
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <array>
+#include <cstdlib>
+
+#include "platform/clock.h"
+#include "platform/sockets.h"
+
+namespace velmora::surroundings {
+namespace {
+
+struct State {
+  std::string scratch;
+};
+
+State& state() {
+  static State all;
+  return all;
+}
+
+std::wstring widen(std::string_view text) {
+  const int length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(),
+                                         static_cast<int>(text.size()), nullptr, 0);
+  std::wstring wide(static_cast<std::size_t>(length), L'\0');
+  MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(), length);
+  return wide;
+}
+
+std::string narrow(const std::wstring& wide) {
+  const int length = WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), nullptr, 0,
+                                         nullptr, nullptr);
+  std::string text(static_cast<std::size_t>(length), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()), text.data(), length, nullptr,
+                      nullptr);
+  return text;
+}
+
+SOCKET open_socket() {
+  const SOCKET opened = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  EXPECT_NE(opened, INVALID_SOCKET);
+  return opened;
+}
+
+sockaddr_in address_of(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+int bind_to(SOCKET socket, std::uint16_t port) {
+  const sockaddr_in address = address_of(port);
+  return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+}
+
+void remove_tree(const std::wstring& directory) {
+  WIN32_FIND_DATAW entry;
+  const HANDLE search = FindFirstFileW((directory + L"\\*").c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return;
+  do {
+    const std::wstring name = entry.cFileName;
+    const std::wstring path = directory + L"\\" + name;
+    if (name == L"." || name == L"..") continue;
+    if (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
+      remove_tree(path);
+    } else {
+      DeleteFileW(path.c_str());
+    }
+  } while (FindNextFileW(search, &entry));
+  FindClose(search);
+  RemoveDirectoryW(directory.c_str());
+}
+
+void write_file(const std::string& path, std::string_view bytes, DWORD access, DWORD disposition) {
+  const HANDLE file =
+      CreateFileW(widen(path).c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                  nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE) << path << ": error " << GetLastError();
+  DWORD written = 0;
+  EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
+  EXPECT_EQ(written, bytes.size());
+  CloseHandle(file);
+}
+
+std::wstring program_path() {
+  std::array<wchar_t, 1024> buffer{};
+  const DWORD length = GetModuleFileNameW(nullptr, buffer.data(), static_cast<DWORD>(buffer.size()));
+  return {buffer.data(), length};
+}
+
+std::wstring beside_program(const wchar_t* name) {
+  const std::wstring program = program_path();
+  return program.substr(0, program.rfind(L'\\') + 1) + name;
+}
+
+// Schemes are of letters, digits and hyphens.
+std::wstring scheme() { return L"velmora-contract-" + std::to_wstring(GetCurrentProcessId()); }
+std::wstring scheme_key() { return scheme(); }
+
+void set_registry_text(const std::wstring& key, const wchar_t* name, const std::wstring& text) {
+  EXPECT_EQ(RegSetKeyValueW(HKEY_CLASSES_ROOT, key.c_str(), name, REG_SZ, text.c_str(),
+                            static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
+            ERROR_SUCCESS);
+}
+
+std::string record_path() { return state().scratch + "\\browser-record"; }
+
+}  // namespace
+
+void set_up() {
+  static int count = 0;
+  std::array<wchar_t, 261> temporary{};
+  ASSERT_NE(GetTempPathW(static_cast<DWORD>(temporary.size()), temporary.data()), 0u);
+  const std::wstring stem =
+      std::wstring(temporary.data()) + L"velmora-contract-" + std::to_wstring(GetCurrentProcessId()) + L"-";
+  // Process numbers come round again, and a run that was ended may have left its directory.
+  std::wstring directory;
+  bool failed = false;
+  do {
+    directory = stem + std::to_wstring(++count);
+    failed = CreateDirectoryW(directory.c_str(), nullptr) == 0;
+  } while (failed && GetLastError() == ERROR_ALREADY_EXISTS);
+  ASSERT_FALSE(failed) << GetLastError();
+  state().scratch = narrow(directory);
+}
+
+void tear_down() {
+  remove_tree(widen(state().scratch));
+  EXPECT_EQ(GetFileAttributesW(widen(state().scratch).c_str()), INVALID_FILE_ATTRIBUTES);
+}
+
+void PeerKind::release(Native native) noexcept { closesocket(native); }
+
+void OtherListenerKind::release(Native native) noexcept { closesocket(native); }
+
+void SocketShortageKind::release(Native) noexcept { EXPECT_EQ(start_sockets(), 0); }
+
+std::uint16_t find_free_port() {
+  const SOCKET socket = open_socket();
+  EXPECT_EQ(bind_to(socket, 0), 0);
+  sockaddr_in address{};
+  int size = sizeof address;
+  EXPECT_EQ(getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  closesocket(socket);
+  return ntohs(address.sin_port);
+}
+
+OtherListener listen_elsewhere(std::uint16_t port) {
+  const SOCKET socket = open_socket();
+  EXPECT_EQ(bind_to(socket, port), 0);
+  EXPECT_EQ(listen(socket, 1), 0);
+  return OtherListener(socket);
+}
+
+// Before the start of Winsock, that is.
+SocketShortage run_out_of_sockets() {
+  stop_sockets();
+  return SocketShortage(WSANOTINITIALISED);
+}
+
+Peer connect_to(std::uint16_t port) {
+  const SOCKET socket = open_socket();
+  const sockaddr_in address = address_of(port);
+  EXPECT_EQ(connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  return Peer(socket);
+}
+
+void send_all(const Peer& peer, std::string_view bytes) {
+  EXPECT_EQ(send(peer.native(), bytes.data(), static_cast<int>(bytes.size()), 0),
+            static_cast<int>(bytes.size()));
+}
+
+void end_sending(const Peer& peer) { EXPECT_EQ(shutdown(peer.native(), SD_SEND), 0); }
+
+void reset_connection(Peer& peer) {
+  const linger at_once{1, 0};
+  EXPECT_EQ(setsockopt(peer.native(), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&at_once),
+                       sizeof at_once),
+            0);
+  peer.close();
+}
+
+std::string receive_until_end(const Peer& peer) {
+  std::string received;
+  std::array<char, 4096> buffer;
+  for (;;) {
+    const int count = recv(peer.native(), buffer.data(), static_cast<int>(buffer.size()), 0);
+    EXPECT_GE(count, 0);
+    if (count <= 0) return received;
+    received.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+void ElsewhereKind::release(Native native) noexcept { CloseHandle(reinterpret_cast<HANDLE>(native)); }
+
+std::u16string find_free_mapping_name() {
+  static int count = 0;
+  const std::string text =
+      "Local\\VelmoraContract" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count);
+  return {text.begin(), text.end()};
+}
+
+// A handle is a holder of its own, in whichever process it is.
+MappingElsewhere hold_elsewhere(std::u16string_view name, const std::vector<std::uint64_t>& words) {
+  const std::size_t size = words.size() * sizeof(std::uint64_t);
+  const HANDLE handle =
+      CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size),
+                         std::wstring(name.begin(), name.end()).c_str());
+  EXPECT_NE(handle, nullptr);
+  void* data = MapViewOfFile(handle, FILE_MAP_WRITE, 0, 0, size);
+  if (data == nullptr) {
+    ADD_FAILURE() << "no view of the mapping";
+  } else {
+    CopyMemory(data, words.data(), size);
+    UnmapViewOfFile(data);
+  }
+  return MappingElsewhere(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+CreatedMapping make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
+  const CreatedMapping created = create_shared_mapping(name, size, out);
+  if (created.descriptor_error != ERROR_INVALID_ACL) return created;
+  const HANDLE handle =
+      CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size),
+                         std::wstring(name.begin(), name.end()).c_str());
+  const DWORD error = GetLastError();
+  if (handle == nullptr) return {0, error, false};
+  out = SharedMapping(reinterpret_cast<std::uintptr_t>(handle));
+  return {0, 0, error == ERROR_ALREADY_EXISTS};
+}
+
+std::string scratch_directory() { return state().scratch; }
+std::string path_of_other_kind() { return "NUL"; }
+
+void put_file(const std::string& path, std::string_view bytes) {
+  write_file(path, bytes, GENERIC_WRITE, CREATE_ALWAYS);
+}
+
+void append_to_file(const std::string& path, std::string_view bytes) {
+  write_file(path, bytes, FILE_APPEND_DATA, OPEN_EXISTING);
+}
+
+void put_directory(const std::string& path) { EXPECT_TRUE(CreateDirectoryW(widen(path).c_str(), nullptr)); }
+
+bool remove_elsewhere(const std::string& path) { return DeleteFileW(widen(path).c_str()) != 0; }
+
+bool rename_elsewhere(const std::string& from, const std::string& to) {
+  return MoveFileW(widen(from).c_str(), widen(to).c_str()) != 0;
+}
+
+std::vector<JoinCase> join_cases() {
+  return {{"C:\\a", "b", "C:\\a\\b"},
+          {"C:\\a\\", "b", "C:\\a\\b"},
+          {"C:/a/", "b", "C:/a/b"},
+          {"C:/a", "b", "C:/a\\b"},
+          {"", "b", "b"},
+          {"C:", "b", "C:b"},
+          {"C:\\", "b", "C:\\b"},
+          {"\\", "b", "\\b"},
+          {"/", "b", "/b"},
+          {"a", "b\\c", "a\\b\\c"},
+          {"a", "b/c", "a\\b/c"},
+          {".", "b", ".\\b"},
+          {"a:b", "c", "a:b\\c"},
+          {"\\\\host\\share", "b", "\\\\host\\share\\b"},
+          {"C:\\a", "", "C:\\a\\"},
+          {"\xC3\xB6", "b", "\xC3\xB6\\b"}};
+}
+
+std::vector<ParentCase> parent_cases() {
+  return {{"C:\\a\\b", "C:\\a"},
+          {"C:\\a", "C:\\"},
+          {"C:/a/b", "C:/a"},
+          {"C:/a", "C:/"},
+          {"C:\\a/b", "C:\\a"},
+          {"C:\\", "C:\\"},
+          {"C:a", ""},
+          {"a", ""},
+          {"", ""},
+          {"\\a", "\\"},
+          {"/a", "/"},
+          {"\\", "\\"},
+          {"a\\b", "a"},
+          {"C:\\a\\b\\", "C:\\a\\b"},
+          {".\\a", "."},
+          {"\\\\host\\share\\a", "\\\\host\\share"},
+          {"C:\\\xC3\xB6\\b", "C:\\\xC3\xB6"}};
+}
+
+std::string library_path() { return narrow(beside_program(L"velmora_contract_library.dll")); }
+
+// The last three end the process behind the handler's back on Windows itself, and not under Wine.
+std::vector<std::uint32_t> console_events() {
+  std::vector<std::uint32_t> events{CTRL_C_EVENT, CTRL_BREAK_EVENT};
+  if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr) {
+    events.insert(events.end(), {CTRL_CLOSE_EVENT, CTRL_LOGOFF_EVENT, CTRL_SHUTDOWN_EVENT});
+  }
+  return events;
+}
+
+// As the system does it, by a thread of this process that begins in CtrlRoutine. GenerateConsoleCtrlEvent
+// knows two of the events only and wants a console, which a test run need not have.
+void raise_console_event(std::uint32_t event) {
+  const FARPROC routine = GetProcAddress(GetModuleHandleW(L"kernelbase.dll"), "CtrlRoutine");
+  ASSERT_NE(routine, nullptr);
+  const auto start = reinterpret_cast<LPTHREAD_START_ROUTINE>(reinterpret_cast<void*>(routine));
+  const HANDLE thread =
+      CreateThread(nullptr, 0, start, reinterpret_cast<void*>(std::uintptr_t{event}), 0, nullptr);
+  ASSERT_NE(thread, nullptr);
+  EXPECT_EQ(WaitForSingleObject(thread, 20'000), WAIT_OBJECT_0);
+  CloseHandle(thread);
+}
+
+void BrowserKind::release(Native) noexcept {
+  RegDeleteTreeW(HKEY_CLASSES_ROOT, scheme_key().c_str());
+  SetEnvironmentVariableW(L"VELMORA_CONTRACT_RECORD", nullptr);
+}
+
+Browser install_browser() {
+  set_registry_text(scheme_key(), nullptr, L"URL:Velmora contract");
+  set_registry_text(scheme_key(), L"URL Protocol", L"");
+  set_registry_text(scheme_key() + L"\\shell\\open\\command", nullptr,
+                    L"\"" + beside_program(L"velmora_contract_browser.exe") + L"\" \"%1\"");
+  SetEnvironmentVariableW(L"VELMORA_CONTRACT_RECORD", widen(record_path()).c_str());
+  return Browser(1);
+}
+
+std::string browser_address() { return narrow(scheme()) + "://127.0.0.1:31337/?token=0123456789abcdef"; }
+
+std::vector<std::string> read_browser_record() {
+  constexpr std::int64_t limit_ns = 20'000'000'000;
+  const std::int64_t start = steady_now_ns();
+  const std::wstring path = widen(record_path());
+  // Its name may be seen while the browser still has it in hand, and then it does not open.
+  std::FILE* file = nullptr;
+  while (file == nullptr && steady_now_ns() - start < limit_ns) {
+    file = _wfopen(path.c_str(), L"rb");
+    if (file == nullptr) sleep_ms(5);
+  }
+  std::vector<std::string> lines;
+  if (file == nullptr) return lines;
+  std::array<char, 4096> line{};
+  while (std::fgets(line.data(), static_cast<int>(line.size()), file) != nullptr) {
+    lines.emplace_back(line.data());
+    while (!lines.back().empty() && (lines.back().back() == '\n' || lines.back().back() == '\r')) {
+      lines.back().pop_back();
+    }
+  }
+  std::fclose(file);
+  return lines;
+}
+
+// A scheme that nobody has registered.
+Browser remove_browser() { return Browser(1); }
+
+}  // namespace velmora::surroundings

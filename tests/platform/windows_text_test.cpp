@@ -1,0 +1,268 @@
+// The conversions against the system's own, whose results they are to equal.
+#include "base/text.h"
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace velmora {
+namespace {
+
+std::optional<std::u16string> widened_by_system(std::string_view text, DWORD flags) {
+  if (text.empty()) return std::u16string();
+  std::wstring wide(text.size(), L'\0');
+  const int length = MultiByteToWideChar(CP_UTF8, flags, text.data(), static_cast<int>(text.size()),
+                                         wide.data(), static_cast<int>(wide.size()));
+  if (length <= 0) return std::nullopt;
+  return std::u16string(wide.begin(), wide.begin() + length);
+}
+
+std::string narrowed_by_system(std::u16string_view text) {
+  if (text.empty()) return {};
+  const std::wstring wide(text.begin(), text.end());
+  std::string narrow(text.size() * 3, '\0');
+  const int length = WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()),
+                                         narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
+  return narrow.substr(0, static_cast<std::size_t>(length));
+}
+
+std::string hex(std::string_view text) {
+  std::string told;
+  for (const char byte : text) {
+    char piece[4];
+    std::snprintf(piece, sizeof piece, "%02x ", static_cast<unsigned>(static_cast<unsigned char>(byte)));
+    told += piece;
+  }
+  return told;
+}
+
+std::string hex(std::u16string_view text) {
+  std::string told;
+  for (const char16_t unit : text) {
+    char piece[8];
+    std::snprintf(piece, sizeof piece, "%04x ", static_cast<unsigned>(unit));
+    told += piece;
+  }
+  return told;
+}
+
+// Collects what differs, so that one run tells the first of it and how much there is.
+struct Differences {
+  std::size_t count = 0;
+  std::string first;
+
+  void add(const std::string& text) {
+    if (count++ < 20) first += text + "\n";
+  }
+};
+
+bool runs_under_wine() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
+// Bytes of the sequence that a lead byte begins; 1 for every other byte.
+std::size_t length_by_lead(unsigned char lead) {
+  if (lead < 0xC2 || lead > 0xF4) return 1;
+  return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
+// The second bytes that are continuations, yet none behind this lead: overlong, surrogates, beyond U+10FFFF.
+bool is_refused_second(unsigned char lead, unsigned char second) {
+  if (second < 0x80 || second > 0xBF) return false;
+  return (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
+         (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F);
+}
+
+// Where Wine 8 gives fewer U+FFFD than one for each maximal subpart: it takes a refused second byte together
+// with its lead, and behind a lead whose sequence would pass the end of the text it takes all that is left.
+bool wine_departs(std::string_view text) {
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const auto lead = static_cast<unsigned char>(text[index]);
+    const std::size_t length = length_by_lead(lead);
+    const std::string_view rest = text.substr(index);
+    if (length > rest.size()) return wide_from_utf8_replacing(rest).size() != 1;
+    if (length > 1 && is_refused_second(lead, static_cast<unsigned char>(rest[1]))) return true;
+  }
+  return false;
+}
+
+void compare_widening(std::string_view text, Differences& differences) {
+  const std::u16string ours = wide_from_utf8_replacing(text);
+  const auto theirs = widened_by_system(text, 0);
+  // Exactly: a departure that is none any more is told too.
+  const bool departs = runs_under_wine() && wine_departs(text);
+  if ((theirs != ours) != departs) {
+    differences.add(hex(text) + ": ours " + hex(ours) + ", the system's " + (theirs ? hex(*theirs) : "none"));
+  }
+  const auto strict = wide_from_utf8_strict(text);
+  const auto their_strict = widened_by_system(text, MB_ERR_INVALID_CHARS);
+  if (strict != their_strict) {
+    differences.add(hex(text) + ": strictly ours " + (strict ? hex(*strict) : "none") + ", the system's " +
+                    (their_strict ? hex(*their_strict) : "none"));
+  }
+}
+
+void compare_narrowing(std::u16string_view text, Differences& differences) {
+  const std::string ours = utf8_from_wide_replacing(text);
+  const std::string theirs = narrowed_by_system(text);
+  if (ours != theirs) differences.add(hex(text) + ": ours " + hex(ours) + ", the system's " + hex(theirs));
+}
+
+// The bytes at which some rule begins or ends.
+std::string boundary_bytes() {
+  return {'\x00', 'A',    '\x7F', '\x80', '\x81', '\x8F', '\x90', '\x9F', '\xA0', '\xBF', '\xC0',
+          '\xC1', '\xC2', '\xDF', '\xE0', '\xE1', '\xEC', '\xED', '\xEE', '\xEF', '\xF0', '\xF1',
+          '\xF3', '\xF4', '\xF5', '\xF7', '\xF8', '\xFB', '\xFC', '\xFD', '\xFE', '\xFF'};
+}
+
+TEST(WindowsText, EverySingleUnitNarrowsAsTheSystemDoes) {
+  Differences differences;
+  for (unsigned unit = 0; unit <= 0xFFFF; ++unit) {
+    const char16_t one = static_cast<char16_t>(unit);
+    compare_narrowing({&one, 1}, differences);
+    const char16_t between[3] = {u'a', one, u'b'};
+    compare_narrowing({between, 3}, differences);
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, PairsOfUnitsAtEveryBoundaryNarrowAsTheSystemDoes) {
+  const char16_t edges[] = {0x0000, 0x0041, 0x007F, 0x0080, 0x07FF, 0x0800, 0xD7FF, 0xD800, 0xD801, 0xDBFE,
+                            0xDBFF, 0xDC00, 0xDC01, 0xDFFE, 0xDFFF, 0xE000, 0xFEFF, 0xFFFD, 0xFFFE, 0xFFFF};
+  Differences differences;
+  for (const char16_t first : edges) {
+    for (const char16_t second : edges) {
+      for (const char16_t third : edges) {
+        const char16_t units[3] = {first, second, third};
+        compare_narrowing({units, 2}, differences);
+        compare_narrowing({units, 3}, differences);
+      }
+    }
+  }
+  for (unsigned high = 0xD800; high < 0xDC00; ++high) {
+    for (const unsigned low : {0xDC00u, 0xDDABu, 0xDFFFu}) {
+      const char16_t units[2] = {static_cast<char16_t>(high), static_cast<char16_t>(low)};
+      compare_narrowing({units, 2}, differences);
+    }
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, EveryScalarValueWidensAsTheSystemDoes) {
+  Differences differences;
+  for (unsigned scalar = 0; scalar <= 0x10FFFF; ++scalar) {
+    if (scalar >= 0xD800 && scalar < 0xE000) continue;
+    std::u16string wide;
+    if (scalar < 0x10000) {
+      wide = static_cast<char16_t>(scalar);
+    } else {
+      wide = {static_cast<char16_t>(0xD7C0 + (scalar >> 10)),
+              static_cast<char16_t>(0xDC00 + (scalar & 0x3FF))};
+    }
+    const std::string narrow = utf8_from_wide_replacing(wide);
+    if (narrow != narrowed_by_system(wide)) differences.add(hex(wide) + " narrows differently");
+    if (wide_from_utf8_replacing(narrow) != wide) differences.add(hex(narrow) + " does not come back");
+    compare_widening(narrow, differences);
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, EveryInputOfOneOrTwoBytesWidensAsTheSystemDoes) {
+  Differences differences;
+  for (int first = 0; first < 256; ++first) {
+    const char one = static_cast<char>(first);
+    compare_widening({&one, 1}, differences);
+    for (int second = 0; second < 256; ++second) {
+      const char two[2] = {one, static_cast<char>(second)};
+      compare_widening({two, 2}, differences);
+    }
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, ThreeBytesAtEveryBoundaryWidenAsTheSystemDoes) {
+  Differences differences;
+  const std::string bytes = boundary_bytes();
+  for (const char first : bytes) {
+    for (const char second : bytes) {
+      for (const char third : bytes) {
+        const char three[3] = {first, second, third};
+        compare_widening({three, 3}, differences);
+      }
+    }
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, FourBytesAtEveryBoundaryWidenAsTheSystemDoes) {
+  Differences differences;
+  const std::string bytes = boundary_bytes();
+  for (const char first : bytes) {
+    for (const char second : bytes) {
+      for (const char third : bytes) {
+        for (const char fourth : bytes) {
+          const char four[4] = {first, second, third, fourth};
+          compare_widening({four, 4}, differences);
+        }
+      }
+    }
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, OverlongTruncatedAndTooLargeFormsWidenAsTheSystemDoes) {
+  const std::string_view forms[] = {"\xC0\xAF",
+                                    "\xE0\x80\xAF",
+                                    "\xF0\x80\x80\xAF",
+                                    "\xF8\x80\x80\x80\xAF",
+                                    "\xFC\x80\x80\x80\x80\xAF",
+                                    "\xC1\xBF",
+                                    "\xE0\x9F\xBF",
+                                    "\xF0\x8F\xBF\xBF",
+                                    "\xF8\x87\xBF\xBF\xBF",
+                                    "\xED\xA0\x80",
+                                    "\xED\xBF\xBF",
+                                    "\xED\xA0\x80\xED\xB0\x80",
+                                    "\xF4\x90\x80\x80",
+                                    "\xF5\x80\x80\x80",
+                                    "\xF7\xBF\xBF\xBF",
+                                    "\xE2\x82",
+                                    "\xE2\x82"
+                                    "A",
+                                    "\xF0\x9D\x84",
+                                    "\xF0\x9D\x84"
+                                    "A",
+                                    "\xF0\x9D",
+                                    "\xF0\x9D"
+                                    "A",
+                                    "\xF1\x80\x80\xE1\x80\xC2"
+                                    "b\x80"
+                                    "c\x80\xBF"
+                                    "d",
+                                    "\x80\x80\x80",
+                                    "\xEF\xBB\xBF"
+                                    "A",
+                                    "\xEF\xBF\xBE",
+                                    "\xEF\xBF\xBF",
+                                    "\xC2",
+                                    "A\xC2",
+                                    "\xF4\x8F\xBF\xBF\xF4\x8F\xBF",
+                                    "\xE1\x80\xE2\xF0\x91\x92\xF1\xBF"
+                                    "A"};
+  Differences differences;
+  for (const std::string_view form : forms) {
+    compare_widening(form, differences);
+    compare_widening("a" + std::string(form) + "z", differences);
+    compare_widening(std::string(form) + std::string(form), differences);
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,57 @@
+#include "bridge/words.h"
+
+#include <gtest/gtest.h>
+
+#include <type_traits>
+
+namespace velmora {
+namespace {
+
+template <typename Word>
+class SharedWord : public ::testing::Test {};
+using WordTypes = ::testing::Types<std::uint32_t, std::uint64_t>;
+TYPED_TEST_SUITE(SharedWord, WordTypes);
+
+TYPED_TEST(SharedWord, IsReadWithoutAChange) {
+  for (const TypeParam value : {TypeParam{0}, TypeParam{1}, static_cast<TypeParam>(~TypeParam{0})}) {
+    TypeParam word = value;
+    EXPECT_EQ(load_word(word), value);
+    EXPECT_EQ(word, value);
+  }
+}
+
+TYPED_TEST(SharedWord, HoldsWhatWasStored) {
+  TypeParam word = 5;
+  store_word(word, static_cast<TypeParam>(~TypeParam{0}));
+  EXPECT_EQ(word, static_cast<TypeParam>(~TypeParam{0}));
+  store_word(word, TypeParam{0});
+  EXPECT_EQ(load_word(word), TypeParam{0});
+}
+
+TYPED_TEST(SharedWord, CountsAndWraps) {
+  TypeParam word = 5;
+  add_to_word(word, TypeParam{3});
+  EXPECT_EQ(word, TypeParam{8});
+  word = static_cast<TypeParam>(~TypeParam{0});
+  add_to_word(word, TypeParam{2});
+  EXPECT_EQ(word, TypeParam{1});
+}
+
+TYPED_TEST(SharedWord, LeavesItsNeighboursAlone) {
+  TypeParam words[] = {static_cast<TypeParam>(~TypeParam{0}), 0, static_cast<TypeParam>(~TypeParam{0})};
+  store_word(words[1], TypeParam{1});
+  add_to_word(words[1], TypeParam{1});
+  EXPECT_EQ(load_word(words[0]), static_cast<TypeParam>(~TypeParam{0}));
+  EXPECT_EQ(load_word(words[1]), TypeParam{2});
+  EXPECT_EQ(load_word(words[2]), static_cast<TypeParam>(~TypeParam{0}));
+}
+
+TEST(GuardedWord, HoldsWhatWasStored) {
+  std::uint64_t word = 0;
+  store_guarded(word, 0x0123456789ABCDEFu);
+  full_barrier();
+  EXPECT_EQ(load_guarded(word), 0x0123456789ABCDEFu);
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,557 @@
+// One file because it mirrors one source, whose start has many ways to fail.
+#include "service/service.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <streambuf>
+
+#include "capture/capture_directory.h"
+#include "effects/preset_directory.h"
+#include "status/algorithm_version.h"
+#include "unit/support/expected_response.h"
+#include "unit/support/fresh_machine.h"
+
+namespace velmora {
+namespace {
+
+using Arguments = std::vector<std::string_view>;
+using Log = std::vector<std::string>;
+
+constexpr std::string_view generated_token = "f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff0001020304050607";
+constexpr std::string_view given_token = "a token with blanks & \"quotes\" <>!";
+constexpr std::string_view default_root = "D:/proj/velmora/web";
+const std::string page_names[] = {"index.html", "advanced.html", "velmora-eq.js", "help.html"};
+
+// A stream's text whose writing shows in the machine's log, between the operations.
+class LoggedText : public std::stringbuf {
+ public:
+  explicit LoggedText(std::string name) : name_(std::move(name)) {}
+  std::size_t flushed_bytes = 0;
+
+ protected:
+  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    Log& log = standin::system().log;
+    if (log.empty() || log.back() != name_) log.push_back(name_);
+    return std::stringbuf::xsputn(bytes, count);
+  }
+  int sync() override {
+    flushed_bytes = str().size();
+    return 0;
+  }
+
+ private:
+  std::string name_;
+};
+
+class Service : public FreshMachine {
+ protected:
+  void SetUp() override {
+    FreshMachine::SetUp();
+    put_pages(std::string(default_root));
+    algorithm_version.clear();
+  }
+  void TearDown() override {
+    capture_directory_override.clear();
+    preset_directory_override.clear();
+    algorithm_version.clear();
+    FreshMachine::TearDown();
+  }
+
+  static void put_pages(const std::string& web_root) {
+    for (const std::string& name : page_names) {
+      standin::system().files[web_root + "/" + name].bytes = "page " + name + " __VELMORA_UI_STAMP__";
+    }
+  }
+
+  ExitCode run(const Arguments& arguments = {}) {
+    std::ostream out(&out_text_);
+    std::ostream error_out(&error_text_);
+    return run_program(arguments, out, error_out);
+  }
+  std::string out() const { return out_text_.str(); }
+  std::string error_out() const { return error_text_.str(); }
+
+  // Nothing that the program set up is left.
+  static void expect_all_released() {
+    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_EQ(standin::system().com_started, 0);
+    EXPECT_EQ(standin::system().sockets_started, 0);
+  }
+
+  LoggedText out_text_{"stdout"};
+  LoggedText error_text_{"stderr"};
+};
+
+const Log until_bridge = {"CreateFileW",
+                          "CreateFileW",
+                          "CreateFileW",
+                          "CreateFileW",
+                          "BCryptGenRandom",
+                          "OpenFileMappingW",
+                          "ConvertStringSecurityDescriptorToSecurityDescriptorW",
+                          "CreateFileMappingW",
+                          "MapViewOfFile"};
+
+Log joined(Log left, const Log& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+const std::string default_banner =
+    "Velmora 1.2.0  (algorithm not found)\n  Open: http://127.0.0.1:17831/?token=" +
+    std::string(generated_token) + "\n  Press Ctrl+C to stop.\n";
+
+TEST(ExitCodes, AreThoseThatScriptsRelyOn) {
+  const std::pair<ExitCode, int> rows[] = {{ExitCode::done, 0},
+                                           {ExitCode::self_test_failed, 1},
+                                           {ExitCode::bad_command_line, 2},
+                                           {ExitCode::page_unreadable, 3},
+                                           {ExitCode::no_token, 4},
+                                           {ExitCode::no_bridge, 5},
+                                           {ExitCode::no_com, 6},
+                                           {ExitCode::no_sockets, 7},
+                                           {ExitCode::no_listener_socket, 8},
+                                           {ExitCode::not_bound, 9}};
+  for (const auto& [code, number] : rows) EXPECT_EQ(static_cast<int>(code), number);
+}
+
+TEST_F(Service, StartsAndStopsInItsOrder) {
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(standin::system().log,
+            joined(until_bridge, {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen",
+                                  "SetConsoleCtrlHandler", "stdout", "select", "closesocket", "WSACleanup",
+                                  "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+  expect_all_released();
+}
+
+TEST_F(Service, PrintsItsBannerAndNothingElse) {
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(out(), default_banner);
+  EXPECT_EQ(error_out(), "");
+}
+
+TEST_F(Service, HasFlushedItsBannerBeforeItWaits) {
+  std::size_t flushed_bytes = 0;
+  standin::system().on_idle = [&] {
+    flushed_bytes = out_text_.flushed_bytes;
+    stop_requested = true;
+  };
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(flushed_bytes, default_banner.size());
+}
+
+TEST_F(Service, AddsThreeLinesToTheBannerWhenVerbose) {
+  put_pages("we\\b \"root\"");
+  EXPECT_EQ(run({"--verbose", "--port", "80", "--token", given_token, "--web-root", "we\\b \"root\"",
+                 "--control-map", "Local\\mine"}),
+            ExitCode::done);
+  const std::string token(given_token);
+  EXPECT_EQ(out(),
+            "Velmora 1.2.0  (algorithm not found)\n  Open: http://127.0.0.1:80/?token=" + token +
+                "\n  Advanced: http://127.0.0.1:80/advanced.html?token=" + token +
+                "\n  Web root: \"we\\\\b \\\"root\\\"\"\n  Control map: Local\\mine (shared_memory_v8)\n"
+                "  Press Ctrl+C to stop.\n");
+  EXPECT_EQ(calls_of("BCryptGenRandom"), 0);
+}
+
+TEST_F(Service, ShowsAGivenTokenAsItIs) {
+  const std::string token(32, '\xE9');
+  EXPECT_EQ(run({"--token", token}), ExitCode::done);
+  EXPECT_NE(out().find("/?token=" + token + "\n"), std::string::npos);
+}
+
+TEST_F(Service, ProbesTheAlgorithmBetweenTheHandlerAndTheBanner) {
+  const std::string path = "/opt/velmora/fse.dll";
+  standin::system().files[path] = {};
+  standin::system().libraries[path] = {};
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(algorithm_version, "unknown");
+  EXPECT_EQ(out().find("Velmora 1.2.0  (algorithm unknown)\n"), 0u);
+  EXPECT_EQ(standin::system().log,
+            joined(until_bridge,
+                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
+                    "LoadLibraryW", "FreeLibrary", "stdout", "select", "closesocket", "WSACleanup",
+                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+}
+
+TEST_F(Service, OpensTheBrowserAfterItsBanner) {
+  EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
+  EXPECT_EQ(standin::system().browser_addresses,
+            std::vector<std::string>{"http://127.0.0.1:17831/?token=" + std::string(generated_token)});
+  EXPECT_EQ(out(), default_banner);
+  EXPECT_EQ(standin::system().log,
+            joined(until_bridge, {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen",
+                                  "SetConsoleCtrlHandler", "stdout", "ShellExecuteW", "select", "closesocket",
+                                  "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+}
+
+TEST_F(Service, OpensNoBrowserUnasked) {
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(calls_of("ShellExecuteW"), 0);
+}
+
+TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
+  const struct {
+    std::intptr_t result;
+    bool told;
+  } rows[] = {{0, true}, {2, true}, {31, true}, {32, true}, {33, false}, {42, false}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.result);
+    standin::system().browser_result = row.result;
+    stop_requested = false;
+    out_text_.str("");
+    std::size_t flushed_bytes = 0;
+    standin::system().on_idle = [&] {
+      flushed_bytes = out_text_.flushed_bytes;
+      stop_requested = true;
+    };
+    EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
+    const std::string line =
+        "  (could not open a browser automatically -- copy the address above into one)\n";
+    EXPECT_EQ(out(), default_banner + (row.told ? line : ""));
+    EXPECT_EQ(flushed_bytes, out().size());
+  }
+  EXPECT_EQ(error_out(), "");
+}
+
+TEST_F(Service, ServesWhatItWasStartedWith) {
+  standin::system().local_time = std::tm{};
+  standin::system().local_time->tm_year = 126;
+  standin::system().local_time->tm_mday = 2;
+  const auto get = [](const std::string& path) {
+    return standin::connect_client({"GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+  };
+  const auto index = get("/");
+  const auto help = get("/help.html");
+  const std::string body = R"({"bypass":false,"enhance_strength":0.5})";
+  const auto footstep = standin::connect_client(
+      {"PUT /api/v1/render/effects/footstep HTTP/1.1\r\nHost: 127.0.0.1:17831\r\nX-Velmora-Token: " +
+       std::string(generated_token) + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+       body});
+  std::uint64_t footstep_word = 0;
+  standin::system().on_idle = [&] {
+    footstep_word = standin::system().regions.at(u"Global\\VelmoraControlV1").lock()->words[2];
+    standin::system().console_handler(2);
+  };
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(index->from_service,
+            expected_response("200 OK", "text/html; charset=utf-8", "page index.html 2026-01-02 00:00:00"));
+  EXPECT_EQ(help->from_service,
+            expected_response("200 OK", "text/html; charset=utf-8", "page help.html __VELMORA_UI_STAMP__"));
+  EXPECT_EQ(footstep->from_service, expected_ok());
+  EXPECT_EQ(footstep_word, 0x000000003F000000u);
+  expect_all_released();
+}
+
+TEST_F(Service, StampsPagesWithNothingWhereTheTimeIsNotKnown) {
+  const auto client =
+      standin::connect_client({"GET /advanced.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(client->from_service,
+            expected_response("200 OK", "text/html; charset=utf-8", "page advanced.html "));
+}
+
+TEST_F(Service, ServesPagesFromMemoryWhateverTheWebRootHoldsByNow) {
+  bool asked = false;
+  std::shared_ptr<standin::Connection> client;
+  standin::system().on_idle = [&] {
+    stop_requested = asked;
+    if (asked) return;
+    asked = true;
+    standin::system().files.clear();
+    client = standin::connect_client({"GET /help.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+  };
+  EXPECT_EQ(run(), ExitCode::done);
+  ASSERT_TRUE(client);
+  EXPECT_NE(client->from_service.find("page help.html"), std::string::npos);
+  EXPECT_EQ(calls_of("CreateFileW"), 4);
+}
+
+TEST_F(Service, WritesNothingIntoARecordThatItFindsAndLeaves) {
+  std::shared_ptr<standin::Region> held;
+  standin::system().on_idle = [&] {
+    held = standin::system().regions.at(u"Global\\VelmoraControlV1").lock();
+    stop_requested = true;
+  };
+  EXPECT_EQ(run(), ExitCode::done);
+  ASSERT_TRUE(held);
+  held->words[2] = 0x000000023F000000u;
+  const std::vector<std::uint64_t> before = held->words;
+  stop_requested = false;
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(held->words, before);
+}
+
+TEST_F(Service, StopsAtEachEventOfTheConsoleThatIsItsOwn) {
+  for (const std::uint32_t event : {0u, 1u, 2u, 6u}) {
+    stop_requested = false;
+    int waits = 0;
+    standin::system().on_idle = [&] {
+      ++waits;
+      EXPECT_FALSE(standin::system().console_handler(5));
+      if (waits == 2) {
+        EXPECT_TRUE(standin::system().console_handler(event));
+      }
+    };
+    EXPECT_EQ(run(), ExitCode::done);
+    EXPECT_EQ(waits, 2);
+  }
+}
+
+TEST_F(Service, HandsTheDirectoriesOfItsOptionsOn) {
+  EXPECT_EQ(run({"--capture-directory", "c/d", "--preset-directory", "p/q"}), ExitCode::done);
+  EXPECT_EQ(capture_directory_override, "c/d");
+  EXPECT_EQ(preset_directory_override, "p/q");
+  stop_requested = false;
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(capture_directory_override, "");
+  EXPECT_EQ(preset_directory_override, "");
+}
+
+TEST_F(Service, RefusesABadCommandLineAndTouchesNothing) {
+  const struct {
+    Arguments arguments;
+    std::string message;
+  } rows[] = {
+      {{"--port", "0"}, "Invalid port\n"},
+      {{"--token", "short"}, "A supplied development token must contain at least 32 characters\n"},
+      {{"--port"},
+       "Usage: velmora_control_demo [--port N] [--web-root PATH] [--token DEV_TOKEN] [--control-map "
+       "Local\\NAME|Global\\NAME] [--capture-directory PATH] [--preset-directory PATH] [--account-service "
+       "URL] "
+       "[--open-browser] [--verbose] [--self-test]\n"},
+  };
+  for (const auto& row : rows) {
+    error_text_.str("");
+    EXPECT_EQ(run(row.arguments), ExitCode::bad_command_line);
+    EXPECT_EQ(error_out(), row.message);
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(calls_of("stderr"), static_cast<std::ptrdiff_t>(standin::system().log.size()));
+  }
+}
+
+TEST_F(Service, RunsTheSelfTestInsteadOfStarting) {
+  EXPECT_EQ(run({"--self-test", "unknown"}), ExitCode::done);
+  EXPECT_EQ(out(), "Velmora control self-test passed\n");
+  EXPECT_EQ(error_out(), "");
+  for (const std::string_view operation : {"CreateFileW", "CoInitializeEx", "WSAStartup", "socket"}) {
+    EXPECT_EQ(calls_of(operation), 0) << operation;
+  }
+  expect_all_released();
+}
+
+TEST_F(Service, EndsWith1WhereTheSelfTestFails) {
+  standin::system().random_available = false;
+  EXPECT_EQ(run({"--self-test"}), ExitCode::self_test_failed);
+  EXPECT_EQ(out(), "Velmora control self-test failed\n");
+}
+
+TEST_F(Service, NeedsEachOfItsFourPages) {
+  for (std::size_t bad = 0; bad < 4; ++bad) {
+    for (int fault = 0; fault < 4; ++fault) {
+      standin::reset();
+      error_text_.str("");
+      put_pages(std::string(default_root));
+      const std::string path = std::string(default_root) + "/" + page_names[bad];
+      SCOPED_TRACE(path + " with fault " + std::to_string(fault));
+      if (fault == 0) standin::system().files.erase(path);
+      if (fault == 1) standin::system().files[path].bytes.clear();
+      if (fault == 2) standin::system().files[path].kind = FileKind::directory;
+      if (fault == 3) standin::system().files[path].read_error = 23;
+      EXPECT_EQ(run(), ExitCode::page_unreadable);
+      EXPECT_EQ(error_out(), "Unable to read \"" + path + "\"\n");
+      EXPECT_EQ(out(), "");
+      EXPECT_EQ(standin::system().log, joined(Log(bad + 1, "CreateFileW"), {"stderr"}));
+      expect_all_released();
+    }
+  }
+}
+
+TEST_F(Service, QuotesThePathOfAPageThatItCannotRead) {
+  EXPECT_EQ(run({"--web-root", "C:\\we\"b"}), ExitCode::page_unreadable);
+  EXPECT_EQ(error_out(), "Unable to read \"C:\\\\we\\\"b/index.html\"\n");
+}
+
+TEST_F(Service, NeedsRandomBytesForATokenOfItsOwn) {
+  standin::system().random_available = false;
+  EXPECT_EQ(run(), ExitCode::no_token);
+  EXPECT_EQ(error_out(), "Unable to generate a session token\n");
+  EXPECT_EQ(standin::system().log,
+            (Log{"CreateFileW", "CreateFileW", "CreateFileW", "CreateFileW", "BCryptGenRandom", "stderr"}));
+  expect_all_released();
+}
+
+TEST_F(Service, NeedsNoRandomBytesForATokenThatIsGiven) {
+  standin::system().random_available = false;
+  EXPECT_EQ(run({"--token", given_token}), ExitCode::done);
+}
+
+TEST_F(Service, NeedsItsBridge) {
+  const std::string start = "Unable to create shared control bridge: ";
+  const std::string refused_name =
+      "control mapping name must be Local\\ or Global\\ plus ASCII letters, digits, '.', '-' or '_'";
+  const struct {
+    std::string name;
+    std::string operation;
+    std::int64_t error;
+    std::string message;
+  } rows[] = {
+      {"nonsense", "", 0, refused_name},
+      {"", "", 0, refused_name},
+      {"Local\\caf\xC3\xA9", "", 0, refused_name},
+      {"Local\\x", "ConvertStringSecurityDescriptorToSecurityDescriptorW", 1336,
+       "unable to create the control mapping security descriptor: 1336"},
+      {"Local\\x", "CreateFileMappingW", 5, "CreateFileMappingW failed with error 5"},
+      {"Local\\x", "MapViewOfFile", 8, "MapViewOfFile failed with error 8"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.message);
+    standin::reset();
+    error_text_.str("");
+    put_pages(std::string(default_root));
+    if (!row.operation.empty()) standin::system().faults[row.operation] = {row.error};
+    EXPECT_EQ(run({"--control-map", row.name}), ExitCode::no_bridge);
+    EXPECT_EQ(error_out(), start + row.message + "\n");
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(calls_of("CoInitializeEx"), 0);
+    expect_all_released();
+  }
+}
+
+TEST_F(Service, RefusesABridgeOfAnotherLayoutOrWithoutAnEnd) {
+  const std::uint64_t first_words[] = {(std::uint64_t{7} << 32) | 0x31434D56, 0};
+  for (const std::uint64_t word : first_words) {
+    error_text_.str("");
+    const auto region = standin::hold_region(u"Global\\VelmoraControlV1", 576);
+    region->words[0] = word;
+    region->words[1] = 576;
+    EXPECT_EQ(run(), ExitCode::no_bridge);
+    EXPECT_EQ(
+        error_out(),
+        "Unable to create shared control bridge: existing control mapping has an incompatible layout\n");
+    expect_all_released();
+  }
+}
+
+TEST_F(Service, TellsTheResultOfComInLowerCaseHex) {
+  const struct {
+    std::uint32_t result;
+    std::string text;
+  } rows[] = {{0x80010106, "80010106"}, {0xFFFFFFFF, "ffffffff"}, {0x8007000E, "8007000e"}};
+  for (const auto& row : rows) {
+    error_text_.str("");
+    standin::system().log.clear();
+    standin::system().com_result = static_cast<std::int32_t>(row.result);
+    EXPECT_EQ(run(), ExitCode::no_com);
+    EXPECT_EQ(error_out(), "CoInitializeEx failed: " + row.text + "\n");
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(standin::system().log,
+              joined(until_bridge, {"CoInitializeEx", "stderr", "UnmapViewOfFile", "CloseHandle"}));
+    expect_all_released();
+  }
+}
+
+TEST_F(Service, TakesComThatWasStartedAlreadyForASuccess) {
+  standin::system().com_result = 1;
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(calls_of("CoUninitialize"), 1);
+  expect_all_released();
+}
+
+// Where the network cannot be had: what was set up is taken down in reverse order, and said once.
+TEST_F(Service, TakesEverythingDownWhereItCannotListen) {
+  const std::string unable = "Unable to bind 127.0.0.1:17831 (Winsock error ";
+  const std::string already =
+      "Another control service is already running on this port.\n"
+      "Stop it first (run the stop script, or end velmora_control_demo), then start again.\n";
+  const struct {
+    std::string operation;
+    std::int64_t error;
+    ExitCode code;
+    std::string message;
+    Log log;  // behind CoInitializeEx, in front of the bridge's release
+  } rows[] = {
+      {"WSAStartup",
+       10091,
+       ExitCode::no_sockets,
+       "WSAStartup failed\n",
+       {"WSAStartup", "CoUninitialize", "stderr"}},
+      {"socket",
+       10024,
+       ExitCode::no_listener_socket,
+       "socket failed\n",
+       {"WSAStartup", "socket", "WSACleanup", "CoUninitialize", "stderr"}},
+      {"bind",
+       10048,
+       ExitCode::not_bound,
+       unable + "10048)\n" + already,
+       {"WSAStartup", "socket", "bind", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
+      {"bind",
+       10013,
+       ExitCode::not_bound,
+       unable + "10013)\n",
+       {"WSAStartup", "socket", "bind", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
+      {"listen",
+       10048,
+       ExitCode::not_bound,
+       unable + "10048)\n" + already,
+       {"WSAStartup", "socket", "bind", "listen", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
+      {"listen",
+       10055,
+       ExitCode::not_bound,
+       unable + "10055)\n",
+       {"WSAStartup", "socket", "bind", "listen", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.operation + " " + std::to_string(row.error));
+    standin::system().log.clear();
+    error_text_.str("");
+    standin::system().faults[row.operation] = {row.error};
+    EXPECT_EQ(run(), row.code);
+    EXPECT_EQ(error_out(), row.message);
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(standin::system().log, joined(joined(joined(until_bridge, {"CoInitializeEx"}), row.log),
+                                            {"UnmapViewOfFile", "CloseHandle"}));
+    expect_all_released();
+  }
+}
+
+TEST_F(Service, TellsAPortThatAnotherHasByItsNumber) {
+  standin::system().ports_of_others.insert(65535);
+  EXPECT_EQ(run({"--port", "65535"}), ExitCode::not_bound);
+  EXPECT_EQ(error_out().find("Unable to bind 127.0.0.1:65535 (Winsock error 10048)\n"), 0u);
+}
+
+TEST_F(Service, BindsThePortThatItIsGiven) {
+  for (const std::string_view port : {"1", "65535"}) {
+    stop_requested = false;
+    std::string bound;
+    standin::system().on_idle = [&] {
+      for (const auto& [number, handle] : standin::system().handles) {
+        if (handle.listening) bound = std::to_string(handle.port);
+      }
+      stop_requested = true;
+    };
+    EXPECT_EQ(run({"--port", port}), ExitCode::done);
+    EXPECT_EQ(bound, port);
+  }
+}
+
+TEST_F(Service, OutlivesFailuresOfItsLoop) {
+  standin::system().faults["select"] = {10004};
+  standin::system().faults["accept"] = {10054};
+  standin::system().faults["send"] = {10054};
+  const std::string request = "GET / HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n";
+  const auto unlucky = standin::connect_client({request});
+  const auto lucky = standin::connect_client({request});
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(unlucky->from_service, "");
+  EXPECT_TRUE(unlucky->closed);
+  EXPECT_NE(lucky->from_service.find("page index.html"), std::string::npos);
+  EXPECT_EQ(out(), default_banner);
+  EXPECT_EQ(error_out(), "");
+}
+
+}  // namespace
+}  // namespace velmora

@@ -1,0 +1,72 @@
+// What the unit tests share: a new machine in memory for each test, which has to be empty again at its end.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/sockets.h"
+#include "platform/standin/system.h"
+#include "service/console.h"
+
+namespace velmora {
+
+// Every test of a derived suite starts on a new machine and with no stop asked for.
+class FreshMachine : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    standin::reset();
+    stop_requested = false;
+  }
+  void TearDown() override {
+    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_EQ(standin::system().com_started, 0);
+    EXPECT_EQ(standin::system().sockets_started, 0);
+    standin::reset();
+    stop_requested = false;
+  }
+};
+
+// How often the machine was asked for an operation.
+inline std::ptrdiff_t calls_of(std::string_view operation) {
+  const auto& log = standin::system().log;
+  return std::count(log.begin(), log.end(), operation);
+}
+
+// A connection that the service has accepted already.
+struct Accepted {
+  std::shared_ptr<standin::Connection> client;
+  Socket socket;
+};
+
+inline Accepted accept_client(std::deque<std::string> to_service) {
+  standin::Handle handle;
+  handle.what = "socket";
+  handle.connection = std::make_shared<standin::Connection>();
+  handle.connection->to_service = std::move(to_service);
+  Accepted accepted{handle.connection, Socket()};
+  accepted.socket = Socket(standin::add_handle(std::move(handle)));
+  return accepted;
+}
+
+// A copy of some bytes in a heap block of exactly their size, so that a sanitizer sees each read beyond it.
+class ExactBlock {
+ public:
+  explicit ExactBlock(std::string_view bytes) : bytes_(new char[bytes.size()]), size_(bytes.size()) {
+    std::copy(bytes.begin(), bytes.end(), bytes_.get());
+  }
+  [[nodiscard]] std::string_view view() const { return {bytes_.get(), size_}; }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t size_;
+};
+
+}  // namespace velmora
