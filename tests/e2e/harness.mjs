@@ -1,0 +1,469 @@
+// Drives the real programs from outside: starts them, speaks to the service over raw sockets, reads the shared
+// record, and ends everything again.
+//
+// The environment says what to drive: VELMORA_BUILD is the build directory, VELMORA_TARGET is `native` or `wine`.
+// Every wait has a limit, given in milliseconds. Text from programs and sockets is held byte by byte (latin1), so
+// that comparisons are exact.
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import fs from 'node:fs';
+import net from 'node:net';
+import os from 'node:os';
+import path from 'node:path';
+
+export const is_wine = process.env.VELMORA_TARGET === 'wine';
+export const is_native = !is_wine;
+export const build_directory = path.resolve(process.env.VELMORA_BUILD ?? 'build/native');
+const program_suffix = is_wine ? '.exe' : '';
+
+// A loaded machine and a sanitizer are slow; a program that hangs is slower still.
+export const start_limit_ms = 30_000;
+export const wait_limit_ms = 15_000;
+const poll_interval_ms = 20;
+
+export const development_token = '0123456789abcdef0123456789abcdef';
+export const record_bytes = 576;
+
+// ---- what must be ended, whatever happens ----
+
+const alive = new Set();
+const directories = new Set();
+const mapping_names = new Set();
+
+function end_everything() {
+  for (const program of alive) program.kill();
+  for (const directory of directories) fs.rmSync(directory, { recursive: true, force: true });
+  // Natively a mapping is a file here, and one that a killed program held stays behind.
+  if (is_native) for (const name of mapping_names) fs.rmSync(`/dev/shm/${name.replace('\\', '.')}`, { force: true });
+}
+process.on('exit', end_everything);
+for (const signal of ['SIGTERM', 'SIGINT', 'SIGHUP']) process.on(signal, () => process.exit(1));
+
+// ---- waiting ----
+
+export function sleep(milliseconds) {
+  return new Promise((resolve) => setTimeout(resolve, milliseconds));
+}
+
+// The promise's value, or a failure that names what was waited for. The timer keeps this process alive: sockets and
+// programs do not, so that a failed test never hangs on what it left.
+export async function within(limit_ms, what, promise) {
+  let timer;
+  const expired = new Promise((_, reject) => {
+    timer = setTimeout(() => reject(new Error(`waited ${limit_ms} ms for ${what()}`)), limit_ms);
+  });
+  try {
+    return await Promise.race([promise, expired]);
+  } finally {
+    clearTimeout(timer);
+  }
+}
+
+// Looks again and again until `look` gives something other than undefined. It ends with its limit, unlike a loop of
+// the test's own, which would keep a failed test running.
+export async function poll(what, look, limit_ms = wait_limit_ms) {
+  const deadline = Date.now() + limit_ms;
+  for (;;) {
+    const value = await look();
+    if (value !== undefined) return value;
+    if (Date.now() > deadline) throw new Error(`waited ${limit_ms} ms for ${what}`);
+    await sleep(poll_interval_ms);
+  }
+}
+
+// ---- files ----
+
+export function make_directory(name = '') {
+  const directory = fs.mkdtempSync(path.join(os.tmpdir(), 'velmora-e2e-'));
+  directories.add(directory);
+  if (name === '') return directory;
+  fs.mkdirSync(path.join(directory, name));
+  return path.join(directory, name);
+}
+
+// A path as the program under test writes it.
+export function program_path_text(system_path) {
+  return is_wine ? `Z:${system_path.replaceAll('/', '\\')}` : system_path;
+}
+
+export const page_names = ['index.html', 'advanced.html', 'velmora-eq.js', 'help.html'];
+
+// A web root of the tests' own. A page given as null is left out.
+export function make_web_root(pages = {}, name = '') {
+  const directory = make_directory(name);
+  for (const page of page_names) {
+    const content = page in pages ? pages[page] : `the page ${page}\n`;
+    if (content !== null) fs.writeFileSync(path.join(directory, page), content);
+  }
+  return directory;
+}
+
+// ---- programs ----
+
+export function built_program(name) {
+  return path.join(build_directory, name + program_suffix);
+}
+
+// The service as it is shipped.
+export const shipped_service = built_program('velmora_control_demo');
+
+let patched_copy;
+
+// The service that can make a mapping by itself. Natively it is the program as it stands. Wine 8 refuses one trustee
+// of the mapping's descriptor, WR; in a copy it is renamed to WD, which has the same length.
+export function creating_service() {
+  if (is_native) return shipped_service;
+  if (patched_copy) return patched_copy;
+  const image = fs.readFileSync(shipped_service);
+  const refused = Buffer.from(';;;WR)', 'utf16le');
+  const place = image.indexOf(refused);
+  assert.notEqual(place, -1, 'the program holds the descriptor as one wide text');
+  assert.equal(image.indexOf(refused, place + 1), -1, 'the descriptor stands in the program once');
+  Buffer.from(';;;WD)', 'utf16le').copy(image, place);
+  const copy = path.join(make_directory(), path.basename(shipped_service));
+  fs.writeFileSync(copy, image, { mode: 0o755 });
+  patched_copy = copy;
+  return patched_copy;
+}
+
+export function unique_mapping_name() {
+  const name = `Local\\VelmoraTest-${process.pid}-${mapping_names.size + 1}`;
+  mapping_names.add(name);
+  return name;
+}
+
+// Natively a program has ended when its pipes have, which also shows that nothing else holds them. Under Wine the
+// first program of a session starts helpers that hold its pipes for as long as the session lasts: there the program's
+// own end counts, and what it wrote is in the pipes by then.
+const end_event = is_wine ? 'exit' : 'close';
+const pipe_drain_ms = 20;
+
+// A started program, its output so far, and its end.
+export class Program {
+  constructor(file, args, { env = {}, cwd } = {}) {
+    const command = is_wine ? ['wine', file, ...args] : [file, ...args];
+    const environment = { WINEDEBUG: '-all', ...process.env, ...env };
+    this.name = `${path.basename(file)} ${args.join(' ')}`;
+    this.output = '';
+    this.errors = '';
+    this.watchers = new Set();
+    this.child = spawn(command[0], command.slice(1), {
+      cwd,
+      env: environment,
+      stdio: ['ignore', 'pipe', 'pipe'],
+    });
+    alive.add(this);
+    this.exited = new Promise((resolve, reject) => {
+      this.child.on('error', reject);
+      this.child.on(end_event, async (code, signal) => {
+        alive.delete(this);
+        if (is_wine) await sleep(pipe_drain_ms);
+        this.end = { code, signal };
+        this.look_again();
+        resolve(this.end);
+      });
+    });
+    this.exited.catch(() => {});
+    this.collect(this.child.stdout, 'output');
+    this.collect(this.child.stderr, 'errors');
+    this.child.unref();
+  }
+
+  collect(stream, field) {
+    stream.setEncoding('latin1');
+    stream.on('data', (text) => {
+      this[field] += text;
+      this.look_again();
+    });
+    stream.on('error', () => {});
+    stream.unref();
+  }
+
+  look_again() {
+    for (const watcher of [...this.watchers]) watcher();
+  }
+
+  said() {
+    return `${this.name}; output ${JSON.stringify(this.output)}, errors ${JSON.stringify(this.errors)}`;
+  }
+
+  // Waits until `look` gives something other than undefined, looking whenever the program has written.
+  until(what, look, limit_ms = wait_limit_ms) {
+    let watcher;
+    const found = new Promise((resolve, reject) => {
+      watcher = () => {
+        const value = look();
+        if (value !== undefined) return resolve(value);
+        if (this.end) reject(new Error(`ended with ${JSON.stringify(this.end)} before ${what}: ${this.said()}`));
+      };
+      this.watchers.add(watcher);
+      watcher();
+    });
+    return within(limit_ms, () => `${what}: ${this.said()}`, found).finally(() => this.watchers.delete(watcher));
+  }
+
+  // A place in the output: lines that are waited for from here on are new ones.
+  mark() {
+    return this.output.length;
+  }
+
+  async wait_for_line(line, from = 0, limit_ms = wait_limit_ms) {
+    const wanted = `\n${line}\n`;
+    await this.until(`the line ${JSON.stringify(line)}`, () => {
+      const lines = `\n${this.output.slice(from)}`;
+      return lines.includes(wanted) ? true : undefined;
+    }, limit_ms);
+  }
+
+  signal(name) {
+    this.child.kill(name);
+  }
+
+  kill() {
+    if (!this.end) this.child.kill('SIGKILL');
+  }
+
+  async wait_for_end(limit_ms = wait_limit_ms) {
+    return within(limit_ms, () => `the end of ${this.said()}`, this.exited);
+  }
+
+  // Ends it as Ctrl+C does, and demands a clean end.
+  async stop(signal = 'SIGINT') {
+    this.signal(signal);
+    const end = await this.wait_for_end();
+    assert.deepEqual(end, { code: 0, signal: null }, this.said());
+    assert.equal(this.errors, '');
+  }
+}
+
+// Starts a program that the test's end takes down, however it ends.
+export function launch(t, file, args, options) {
+  const program = new Program(file, args, options);
+  t.after(async () => {
+    program.kill();
+    await program.wait_for_end().catch(() => {});
+  });
+  return program;
+}
+
+// Runs a program to its end. `errors` and `output` are bytes.
+export async function run(t, file, args, options) {
+  const program = launch(t, file, args, options);
+  const { code, signal } = await program.wait_for_end(start_limit_ms);
+  return { code, signal, output: program.output, errors: program.errors };
+}
+
+// ---- the service ----
+
+// Below the range that the system gives to clients, so that no client of another test takes it.
+let next_port = 10_000 + ((process.pid * 37) % 20_000);
+
+function is_free(port) {
+  return new Promise((resolve) => {
+    const server = net.createServer();
+    server.once('error', () => resolve(false));
+    server.listen({ port, host: '127.0.0.1' }, () => server.close(() => resolve(true)));
+  });
+}
+
+export async function free_port() {
+  for (;;) {
+    const port = next_port;
+    next_port = port < 32_000 ? port + 1 : 10_000;
+    if (await is_free(port)) return port;
+  }
+}
+
+const banner_form =
+  /^Velmora 1\.2\.0 {2}\(algorithm ([^\n]*)\)\n {2}Open: http:\/\/127\.0\.0\.1:([0-9]+)\/\?token=([^\n]*)\n(?:[^]*\n)? {2}Press Ctrl\+C to stop\.\n/;
+
+let common_web_root;
+
+// Starts the service and waits for its whole banner. Gives the program with `port`, `token` and `algorithm` as the
+// banner names them.
+//   program   which copy of the service; the one that can make its mapping by itself when not given
+//   token     null: let the service make one
+//   port, mapping, web_root, more, env, cwd
+export async function start_service(t, options = {}) {
+  const {
+    program = creating_service(),
+    port = await free_port(),
+    mapping = unique_mapping_name(),
+    token = development_token,
+    more = [],
+  } = options;
+  common_web_root ??= make_web_root();
+  const web_root = options.web_root ?? common_web_root;
+  const args = ['--port', String(port), '--web-root', program_path_text(web_root), '--control-map', mapping];
+  if (token !== null) args.push('--token', token);
+  const service = launch(t, program, [...args, ...more], options);
+  const [, algorithm, port_text, token_text] = await service.until(
+    'the banner',
+    () => service.output.match(banner_form) ?? undefined,
+    start_limit_ms,
+  );
+  return Object.assign(service, { algorithm, port: Number(port_text), token: token_text, mapping, web_root });
+}
+
+// ---- the stand-in effect and the record ----
+
+export async function start_effect(t, mapping, more = [], first_line = undefined) {
+  const effect = launch(t, built_program('velmora_standin_effect'), ['--control-map', mapping, ...more]);
+  const line = await effect.until(
+    'its mapping',
+    () => effect.output.match(/^(mapping (?:made|opened))\n/)?.[1],
+    start_limit_ms,
+  );
+  if (first_line !== undefined) assert.equal(line, first_line);
+  return effect;
+}
+
+// The record's bytes, as another process sees them.
+export async function read_record(t, mapping) {
+  const printed = await run(t, built_program('velmora_print_record'), [mapping]);
+  assert.equal(printed.errors, '');
+  assert.equal(printed.code, 0);
+  const lines = printed.output.split('\n');
+  assert.equal(lines.pop(), '', 'the last line is ended');
+  assert.equal(lines.length, record_bytes / 16);
+  lines.forEach((line, index) => {
+    assert.match(line, /^[0-9a-f]{3} {2}[0-9a-f]{2}( [0-9a-f]{2}){15}$/);
+    assert.equal(Number.parseInt(line.slice(0, 3), 16), index * 16);
+  });
+  return Buffer.from(lines.map((line) => line.slice(5).replaceAll(' ', '')).join(''), 'hex');
+}
+
+export function hex_word(word) {
+  return `0x${word.toString(16).padStart(16, '0')}`;
+}
+
+// ---- the client ----
+
+const fixed_headers = [
+  'Connection: close',
+  'Cache-Control: no-store',
+  'X-Content-Type-Options: nosniff',
+  "Content-Security-Policy: default-src 'self'; script-src 'self' 'unsafe-inline'; style-src 'self' " +
+    "'unsafe-inline'; img-src 'self' data:; connect-src 'self'; frame-ancestors 'none'",
+];
+
+export const json_document = 'application/json; charset=utf-8';
+
+// A whole answer as its bytes must be.
+export function answer_bytes(status, reason, content_type, body) {
+  const head = [
+    `HTTP/1.1 ${status} ${reason}`,
+    `Content-Type: ${content_type}`,
+    `Content-Length: ${body.length}`,
+    ...fixed_headers,
+  ];
+  return `${head.join('\r\n')}\r\n\r\n${body}`;
+}
+
+export function refusal_bytes(status, reason, message) {
+  return answer_bytes(status, reason, json_document, `{"error":"${message}"}`);
+}
+
+export const answers = {
+  done: answer_bytes(200, 'OK', 'application/json', '{"ok":true}'),
+  invalid_request: refusal_bytes(400, 'Bad Request', 'invalid request'),
+  not_local: refusal_bytes(403, 'Forbidden', 'invalid local origin'),
+  no_token: refusal_bytes(401, 'Unauthorized', 'missing or invalid session token'),
+  not_found: refusal_bytes(404, 'Not Found', 'route not found'),
+};
+
+// The bytes of a request. Headers are pairs, sent in their order; Host stands first unless `host` is null.
+export function request_bytes(service, { method = 'GET', target = '/', host, headers = [], body } = {}) {
+  const lines = [`${method} ${target} HTTP/1.1`];
+  if (host !== null) lines.push(`Host: ${host ?? `127.0.0.1:${service.port}`}`);
+  for (const [name, value] of headers) lines.push(`${name}: ${value}`);
+  if (body !== undefined) lines.push(`Content-Length: ${body.length}`);
+  return `${lines.join('\r\n')}\r\n\r\n${body ?? ''}`;
+}
+
+export function put_bytes(service, target, body, headers = []) {
+  return request_bytes(service, {
+    method: 'PUT',
+    target,
+    body,
+    headers: [['X-Velmora-Token', service.token], ...headers],
+  });
+}
+
+// One connection to the service. What it sends and when it leaves is the test's choice.
+export class Client {
+  // With `reads` false it never takes a byte of the answer off the socket.
+  static async connect(service, { reads = true } = {}) {
+    const client = new Client();
+    client.received = '';
+    client.socket = net.connect({ port: service.port, host: '127.0.0.1', allowHalfOpen: true });
+    client.socket.setNoDelay(true);
+    client.socket.unref();
+    client.answered = new Promise((resolve) => {
+      client.socket.on('end', () => resolve({ bytes: client.received, reset: false }));
+      client.socket.on('error', (error) => resolve({ bytes: client.received, reset: true, error }));
+      client.socket.on('close', () => resolve({ bytes: client.received, reset: false }));
+    });
+    if (reads) {
+      client.socket.setEncoding('latin1');
+      client.socket.on('data', (text) => {
+        client.received += text;
+      });
+    }
+    const connected = new Promise((resolve, reject) => {
+      client.socket.once('connect', resolve);
+      client.socket.once('error', reject);
+    });
+    await within(wait_limit_ms, () => `a connection to port ${service.port}`, connected);
+    return client;
+  }
+
+  // Resolves when the system has taken the bytes. A peer that is gone is no failure here.
+  async send(bytes) {
+    const taken = new Promise((resolve) => this.socket.write(bytes, 'latin1', () => resolve()));
+    await within(wait_limit_ms, () => 'the socket to take bytes', taken);
+  }
+
+  // As send, but waits for nothing: for a peer that stops reading.
+  push(bytes) {
+    this.socket.write(bytes, 'latin1', () => {});
+  }
+
+  half_close() {
+    this.socket.end();
+  }
+
+  // Closes with a reset in place of an orderly end.
+  reset() {
+    this.socket.resetAndDestroy();
+  }
+
+  leave() {
+    this.socket.destroy();
+  }
+
+  // Everything up to the service's close.
+  async answer(limit_ms = wait_limit_ms) {
+    const answer = await within(limit_ms, () => `an answer; so far ${JSON.stringify(this.received)}`, this.answered);
+    this.socket.destroy();
+    return answer;
+  }
+
+  // Whether the service is silent for this long.
+  async is_silent_for(milliseconds) {
+    const silent = Symbol('silent');
+    const first = await Promise.race([this.answered, sleep(milliseconds).then(() => silent)]);
+    return first === silent && this.received === '';
+  }
+}
+
+// Sends bytes in one piece and gives all that comes back.
+export async function exchange(service, bytes) {
+  const client = await Client.connect(service);
+  client.push(bytes);
+  return (await client.answer()).bytes;
+}
+
+export async function assert_answers(service) {
+  assert.equal(await exchange(service, request_bytes(service, { target: '/api/' })), answers.no_token);
+}
