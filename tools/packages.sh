@@ -3,7 +3,7 @@
 # What the product is built with.
 build_packages=(g++ cmake ninja-build)
 # What `./test --quick` needs beside it. npm brings the one library of the browser tests.
-quick_test_packages=(clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
+quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
   chromium)
 # What the Windows program is built and run with.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)

@@ -49,8 +49,8 @@ void store_bands(ControlBridgeRecord& record, const std::array<EqBand, eq_band_c
   }
 }
 
-// The equalizer as it lies in the record. An attempt keeps to the raw words: what it copies between its locked
-// steps, those have to wait for.
+// The equalizer as it lies in the record. An attempt keeps to the raw words: what it copies between its
+// locked steps, those have to wait for.
 struct RawEq {
   std::array<EqBandWords, eq_band_count> bands;
   std::uint64_t word;

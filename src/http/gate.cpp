@@ -10,11 +10,14 @@ namespace {
 
 // The address is compared exactly, the name in lower case: a client that spells the scheme in upper case
 // passes with the name and not with the address.
-bool is_local(const std::string& value, std::string_view scheme, std::uint16_t port) {
-  const std::string port_text = std::to_string(port);
-  const std::string prefix(scheme);
-  return value == prefix + "127.0.0.1:" + port_text ||
-         to_lower_copy(value) == prefix + "localhost:" + port_text;
+bool is_local(std::string_view value, std::string_view scheme, std::uint16_t port) {
+  const std::string port_suffix = ':' + std::to_string(port);
+  if (!value.ends_with(port_suffix)) return false;
+  value.remove_suffix(port_suffix.size());
+  const auto is_scheme_and = [&](std::string_view text, std::string_view host) {
+    return text.size() == scheme.size() + host.size() && text.starts_with(scheme) && text.ends_with(host);
+  };
+  return is_scheme_and(value, "127.0.0.1") || is_scheme_and(to_lower_copy(value), "localhost");
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ struct UiPages {
 };
 
 // Reads one request from the connected socket and writes exactly one response. It never closes the socket.
-// The checks come in a fixed order: the request is whole, its Host and Origin are local, a page, the session
-// token, the route chain.
+// The checks come in a fixed order: the request is whole, its Host and Origin are local, it is a page, it is
+// below /api/, it has the session token, a route takes it.
 void handle_connection(const Socket& socket, std::uint16_t port, std::string_view session_token,
                        const UiPages& pages, ControlBridge& bridge);
 

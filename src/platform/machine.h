@@ -36,8 +36,9 @@ using LibraryFunction = void (*)();
 [[nodiscard]] std::int32_t start_com();
 void stop_com();
 
-// Makes standard output and standard error take bytes as they are: no line feed is translated, and a closed
-// reader is a failed write, never a signal. To be called once, before the first output.
+// Makes standard output and standard error take bytes as they are: no line feed is translated, a closed reader
+// is a failed write and never a signal, and a stream that the parent had closed leads nowhere instead of into
+// whatever is opened next. To be called once, before anything is opened.
 void prepare_standard_streams();
 
 // SetConsoleCtrlHandler. `handler` gets the event number (wincon.h: 0 Ctrl+C, 1 Ctrl+Break, 2 close, 5
@@ -46,7 +47,7 @@ void prepare_standard_streams();
 // 0, 1, 2 and 6. A hang-up that the parent had set to be ignored stays ignored.
 void install_console_handler(bool (*handler)(std::uint32_t event));
 
-// ShellExecuteW with the verb "open" and show command 1 on an address (ASCII). A result of 32 or less is a
+// ShellExecuteW with the verb "open" and show command 1 on an address (UTF-8). A result of 32 or less is a
 // failure. The program that is started is detached and holds nothing of ours.
 [[nodiscard]] std::intptr_t open_in_browser(std::string_view address);
 

@@ -10,12 +10,15 @@ namespace {
 constexpr std::string_view stamp_mark = "__VELMORA_UI_STAMP__";
 constexpr std::size_t piece_bytes = 16384;
 
-void replace_every_mark(std::string& page, std::string_view ui_stamp) {
+std::string with_every_mark_replaced(std::string_view page, std::string_view ui_stamp) {
+  std::string stamped;
   std::size_t mark = page.find(stamp_mark);
-  while (mark != std::string::npos) {
-    page.replace(mark, stamp_mark.size(), ui_stamp);
-    mark = page.find(stamp_mark, mark + ui_stamp.size());
+  while (mark != std::string_view::npos) {
+    stamped.append(page.substr(0, mark)).append(ui_stamp);
+    page.remove_prefix(mark + stamp_mark.size());
+    mark = page.find(stamp_mark);
   }
+  return stamped.append(page);
 }
 
 }  // namespace
@@ -56,8 +59,8 @@ std::string format_ui_stamp(const std::tm& local_time) {
 }
 
 void stamp_pages(UiPages& pages, std::string_view ui_stamp) {
-  replace_every_mark(pages.index, ui_stamp);
-  replace_every_mark(pages.advanced, ui_stamp);
+  pages.index = with_every_mark_replaced(pages.index, ui_stamp);
+  pages.advanced = with_every_mark_replaced(pages.advanced, ui_stamp);
 }
 
 }  // namespace velmora

@@ -15,7 +15,7 @@ inline constexpr std::string_view application_version = "1.2.0";
 
 // Runs the program: the arguments come without the program's own name, the banner goes to `out`, failures to
 // `error_out`. Returns when the service has been stopped or could not start; everything that was set up is
-// taken down by then, in reverse order.
+// taken down by then, in reverse order, but for the console handler and the process-wide values.
 [[nodiscard]] ExitCode run_program(const std::vector<std::string_view>& arguments, std::ostream& out,
                                    std::ostream& error_out);
 

@@ -12,6 +12,7 @@ import { fileURLToPath } from "node:url";
 const root = fileURLToPath(new URL("../..", import.meta.url));
 const token = "run-script-test-token-0123456789abcdef";
 const program = join(root, "build/native/velmora_control_demo");
+const limits = { timeout: 180_000 };  // the first start may have to build
 let next_map = 0;
 
 async function free_port() {
@@ -22,8 +23,9 @@ async function free_port() {
   return port;
 }
 
-// Starts ./run; `said` grows with what it prints, and `ended` resolves to its exit code.
-async function start_run(port) {
+// Starts ./run; `said` grows with what it prints, and `ended` resolves to its exit code. What a failing test leaves
+// is ended with it.
+async function start_run(t, port) {
   const map = `Local\\VelmoraRun-${process.pid}-${next_map++}`;
   const child = spawn("./run", ["--port", String(port), "--token", token, "--control-map", map], {
     cwd: root,
@@ -32,6 +34,11 @@ async function start_run(port) {
   const run = { child, map, said: "" };
   for (const stream of [child.stdout, child.stderr]) stream.on("data", (bytes) => (run.said += bytes));
   run.ended = new Promise((done) => child.once("close", (code) => done(code)));
+  t.after(() => {
+    child.kill("SIGKILL");
+    for (const pid of processes_of(run).split("\n").filter(Boolean)) process.kill(Number(pid), "SIGKILL");
+    for (const stream of [child.stdout, child.stderr]) stream.destroy();
+  });
   return run;
 }
 
@@ -69,9 +76,9 @@ function put_footstep(port, body) {
   });
 }
 
-test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", async () => {
+test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", limits, async (t) => {
   const port = await free_port();
-  const run = await start_run(port);
+  const run = await start_run(t, port);
   await said(run, "Press Ctrl+C to stop.");
   assert.match(run.said, new RegExp(`Open: http://127\\.0\\.0\\.1:${port}/\\?token=${token}\\n`));
   await said(run, "applied word=0x8000000100000000");
@@ -82,9 +89,9 @@ test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", a
   assert_nothing_left(run);
 });
 
-test("a second start builds nothing anew", async () => {
+test("a second start builds nothing anew", limits, async (t) => {
   const before = statSync(program).mtimeMs;
-  const run = await start_run(await free_port());
+  const run = await start_run(t, await free_port());
   await said(run, "Press Ctrl+C to stop.");
   assert.equal(statSync(program).mtimeMs, before);
   run.child.kill("SIGTERM");
@@ -92,28 +99,38 @@ test("a second start builds nothing anew", async () => {
   assert_nothing_left(run);
 });
 
-test("a client that sends nothing does not keep ./run from ending", async () => {
+test("a stop that comes while the programs start ends them too", limits, async (t) => {
+  for (let round = 0; round < 5; ++round) {
+    const run = await start_run(t, await free_port());
+    await until(() => "the first words", () => run.said !== "");  // of whichever program was first
+    run.child.kill("SIGTERM");
+    await run.ended;
+    assert_nothing_left(run);
+  }
+});
+
+test("a client that sends nothing does not keep ./run from ending", limits, async (t) => {
   const port = await free_port();
-  const run = await start_run(port);
+  const run = await start_run(t, port);
   await said(run, "Press Ctrl+C to stop.");
   const idle = net.connect(port, "127.0.0.1");
   idle.on("error", () => {});
+  t.after(() => idle.destroy());
   await new Promise((done) => idle.once("connect", done));
   await new Promise((done) => setTimeout(done, 400));  // until the service has taken it
   run.child.kill("SIGINT");
   assert.equal(await run.ended, 128 + 9);
   assert_nothing_left(run);
-  idle.destroy();
 });
 
-test("a service that cannot start ends ./run with its own exit code", async () => {
+test("a service that cannot start ends ./run with its own exit code", limits, async (t) => {
   const holder = net.createServer().listen(0, "127.0.0.1");
+  t.after(() => holder.close());
   await new Promise((done) => holder.once("listening", done));
-  const run = await start_run(holder.address().port);
+  const run = await start_run(t, holder.address().port);
   assert.equal(await run.ended, 9);
   assert.match(run.said, /Another control service is already running on this port\.\n/);
   assert_nothing_left(run);
-  holder.close();
 });
 
 test("without root it names the packages that are missing and does nothing", () => {

@@ -16,6 +16,7 @@ namespace velmora {
 namespace {
 
 std::atomic<bool (*)(std::uint32_t)> console_handler{nullptr};
+static_assert(decltype(console_handler)::is_always_lock_free);  // read in a signal handler
 
 constexpr struct {
   int signal;
@@ -35,6 +36,11 @@ bool is_ignored(int signal) {
   return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
 }
 
+void report_failure(int failure_pipe) {
+  const int error = errno;
+  static_cast<void>(!write(failure_pipe, &error, sizeof error));
+}
+
 // In the grandchild: gives up everything that is ours and becomes the browser. Only calls that are safe
 // between fork and exec.
 [[noreturn]] void become_browser(const char* address, int failure_pipe) {
@@ -47,8 +53,7 @@ bool is_ignored(int signal) {
   if (null_device > 2) ::close(null_device);
   signal(SIGPIPE, SIG_DFL);
   execlp("xdg-open", "xdg-open", address, static_cast<char*>(nullptr));
-  const int error = errno;
-  static_cast<void>(!write(failure, &error, sizeof error));
+  report_failure(failure);
   _exit(127);
 }
 
@@ -73,7 +78,14 @@ LibraryFunction find_library_function(const DynamicLibrary& library, const char*
 std::int32_t start_com() { return 0; }
 void stop_com() {}
 
-void prepare_standard_streams() { signal(SIGPIPE, SIG_IGN); }
+void prepare_standard_streams() {
+  // A closed stream's number would go to the next thing that is opened, and the banner would be written into
+  // that: the shared record, or a connection. Opened in order, each takes the number that it stands for.
+  for (int stream = 0; stream <= 2; ++stream) {
+    if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
+  }
+  signal(SIGPIPE, SIG_IGN);
+}
 
 void install_console_handler(bool (*handler)(std::uint32_t event)) {
   console_handler = handler;
@@ -98,7 +110,9 @@ std::intptr_t open_in_browser(std::string_view address) {
   if (child == 0) {
     // The child ends at once, so that the browser is nobody's child and leaves no zombie.
     setsid();
-    if (fork() == 0) become_browser(text.c_str(), failure_pipe[1]);
+    const pid_t grandchild = fork();
+    if (grandchild == 0) become_browser(text.c_str(), failure_pipe[1]);
+    if (grandchild < 0) report_failure(failure_pipe[1]);
     _exit(0);
   }
   ::close(failure_pipe[1]);

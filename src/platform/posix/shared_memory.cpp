@@ -27,7 +27,7 @@ constexpr std::uint32_t error_denied = 5;
 constexpr std::uint32_t error_busy = 170;
 // Each lost race costs one round. A creator or a remover holds its exclusive lock for microseconds, so a
 // lock that stays for so long belongs to a stopped process, and the start must not hang on it.
-constexpr int rounds = 1000;
+constexpr int rounds = 200;
 constexpr std::uint32_t round_pause_ms = 1;
 
 struct DescriptorKind {
@@ -54,8 +54,15 @@ std::string object_name(std::u16string_view name) {
   return text;
 }
 
+// A new object is open to every local process, whatever the umask, from its first moment: the effect runs
+// under another account, and what it meets half-made it must be able to wait for.
 Descriptor open_object(const std::string& name, int flags) {
-  return Descriptor(shm_open(name.c_str(), O_RDWR | O_CLOEXEC | flags, 0600));
+  const mode_t former_mask = umask(0);
+  Descriptor descriptor(shm_open(name.c_str(), O_RDWR | O_CLOEXEC | flags, 0666));
+  const int error = errno;
+  umask(former_mask);
+  errno = error;
+  return descriptor;
 }
 
 bool lock_at_once(const Descriptor& descriptor, int kind) {
@@ -120,10 +127,7 @@ Attempt try_create(const std::string& name, std::size_t size, SharedMapping& out
     return Attempt::failed;
   }
   if (!lock_at_once(descriptor, LOCK_EX) || !name_leads_to(name, descriptor)) return Attempt::again;
-  // Open to every local process, whatever the umask: the effect runs under another account.
-  int failure = fchmod(descriptor.native(), 0666) == 0 ? 0 : errno;
-  if (failure == 0) failure = posix_fallocate(descriptor.native(), 0, static_cast<off_t>(size));
-  if (failure != 0) {
+  if (const int failure = posix_fallocate(descriptor.native(), 0, static_cast<off_t>(size)); failure != 0) {
     error = win32_from_errno(failure);
     static_cast<void>(remove_locked(name, descriptor));
     return Attempt::failed;

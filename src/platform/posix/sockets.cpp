@@ -63,7 +63,10 @@ int listen_at_maximum(const Socket& socket) {
 SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   pollfd readable{descriptor_of(listener), POLLIN, 0};
   const timespec timeout{timeout_us / 1'000'000, (timeout_us % 1'000'000) * 1000};
-  return counted(ppoll(&readable, 1, &timeout, nullptr));
+  const int count = ppoll(&readable, 1, &timeout, nullptr);
+  // select refuses what is no socket; this call counts it.
+  if (count > 0 && (readable.revents & POLLNVAL) != 0) return {-1, winsock_from_errno(ENOTSOCK)};
+  return counted(count);
 }
 
 int accept_connection(const Socket& listener, Socket& out) {

@@ -41,7 +41,7 @@ void DynamicLibraryKind::release(Native native) noexcept { FreeLibrary(static_ca
 DynamicLibrary load_library(std::string_view path) {
   // A damaged file is an answer for the caller and not a dialog that holds up the start.
   DWORD former_mode = 0;
-  SetThreadErrorMode(SEM_FAILCRITICALERRORS, &former_mode);
+  SetThreadErrorMode(GetThreadErrorMode() | SEM_FAILCRITICALERRORS, &former_mode);
   DynamicLibrary library(LoadLibraryW(wide_path(path).c_str()));
   SetThreadErrorMode(former_mode, nullptr);
   return library;

@@ -27,6 +27,76 @@ struct NumberRow {
   float value;
 };
 
+std::string body_with_number(const std::string& number) { return "{\"volume\":" + number + "}"; }
+
+TEST(JsonFinders, ReadNumbersOfAnyLength) {
+  const std::string long_run(60000, '1');
+  const std::string zeros(60000, '0');
+  const struct {
+    std::string number;
+    std::optional<float> value;
+  } rows[] = {
+      {"0." + long_run, 0.11111111f},
+      {"-." + long_run, -0.11111111f},
+      {long_run + "e-60000", 0.11111111f},
+      {long_run, std::nullopt},  // beyond a float
+      {zeros + "7", 7.0f},
+      {"0." + zeros + "7", 0.0f},
+      {"0." + zeros + "7e60001", 7.0f},
+      {"+1" + zeros + "e-60000", 1.0f},
+      {zeros, 0.0f},
+      {"-" + zeros, -0.0f},
+      {zeros + "." + zeros + "e99999999999999999999", 0.0f},
+      {"1" + std::string(300, '0') + "e-99999999999999999999", 0.0f},
+      {"1" + std::string(300, '0') + "e+99999999999999999999", std::nullopt},
+      {"1." + zeros + ".5", 1.0f},
+      {"1." + zeros + "e", 1.0f},
+      {"1." + zeros + "e+", 1.0f},
+      {"1." + zeros + "dB", 1.0f},
+      {"0x1" + std::string(300, '0') + "p-1200", 1.0f},
+      {"." + std::string(300, 'x'), std::nullopt},
+      {std::string(300, '-'), std::nullopt},
+      {"inf" + std::string(300, 'x'), std::nullopt},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.number.substr(0, 20) + "..." + row.number.substr(row.number.size() - 20));
+    EXPECT_EQ(json_find_number(body_with_number(row.number), "volume"), row.value);
+  }
+}
+
+// Digits are cut in long numbers alone, and never so that the float would be another. The hardest are those
+// that lie half between two floats but for a digit far behind.
+TEST(JsonFinders, RoundLongNumbersLikeShortOnes) {
+  const std::string half_between = "16777217";  // of 16777216 and 16777218; a tie goes to the even one
+  const std::string zeros(400, '0');
+  const struct {
+    std::string number;
+    float value;
+  } rows[] = {
+      {half_between + "." + zeros, 16777216.0f},
+      {half_between + "." + zeros + "1", 16777218.0f},
+      {"16777216." + std::string(400, '9'), 16777216.0f},
+      {half_between + zeros + "1e-401", 16777218.0f},
+      {"0.00" + half_between + zeros + "1e10", 16777218.0f},
+      // Half of the least denormal: 2^-150. A little more is the least denormal.
+      {"7."
+       "00649232162408535461864791644958065640130970938257885878534141944895541342930300743319094181060791015"
+       "625" +
+           zeros + "e-46",
+       0.0f},
+      {"7."
+       "00649232162408535461864791644958065640130970938257885878534141944895541342930300743319094181060791015"
+       "625" +
+           zeros + "1e-46",
+       std::numeric_limits<float>::denorm_min()},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.number);
+    ASSERT_GT(row.number.size(), 256u);
+    EXPECT_EQ(json_find_number(body_with_number(row.number), "volume"), row.value);
+  }
+}
+
 TEST(JsonFinders, ReadWhatStrtofReads) {
   const NumberRow rows[] = {
       {R"({"volume":0.75})", 0.75f},

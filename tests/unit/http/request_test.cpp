@@ -142,8 +142,13 @@ TEST(RequestHead, ReadsContentLengthsOfDigitsAlone) {
   const struct {
     std::string value;
     std::uint64_t length;
-  } rows[] = {{"0", 0},   {"5", 5},         {"  5\t", 5},
-              {"005", 5}, {"65536", 65536}, {"18446744073709551615", 18446744073709551615u}};
+  } rows[] = {{"0", 0},
+              {"5", 5},
+              {"  5\t", 5},
+              {"005", 5},
+              {"65536", 65536},
+              {"18446744073709551615", 18446744073709551615u},
+              {"0000000000000000000000000005", 5}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.value);
     const ExactBlock block("GET / HTTP/1.1\r\nContent-Length:" + row.value);
@@ -199,7 +204,7 @@ TEST(RequestHead, ParsesEveryPrefixWithoutLookingBehindIt) {
   }
 }
 
-TEST(RequestReader, TellsTheSameHoweverTheRequestIsCut) {
+TEST(RequestReader, TellsTheSameHoweverARequestWithinTheLimitIsCut) {
   const struct {
     std::string bytes;
     State state;

@@ -70,6 +70,12 @@ TEST_F(AlgorithmVersion, IsNotFoundWhereTheNameIsADirectory) {
   EXPECT_TRUE(standin::system().log.empty());
 }
 
+TEST_F(AlgorithmVersion, IsUnavailableWhereTheNameIsAPipeOrADeviceWhichIsNeverLoaded) {
+  standin::system().files[library_path].kind = FileKind::other;
+  EXPECT_EQ(probe_algorithm_version(), "unavailable");
+  EXPECT_EQ(calls_of("LoadLibraryW"), 0);
+}
+
 TEST_F(AlgorithmVersion, IsLookedForInOurOwnDirectoryAlone) {
   put_library(version_1_20_300);
   standin::system().module_path = "/usr/bin/velmora_control_demo";
