@@ -392,7 +392,7 @@ export function put_bytes(service, target, body, headers = []) {
 
 // One connection to the service. What it sends and when it leaves is the test's choice.
 export class Client {
-  // With `reads` false it never takes a byte of the answer off the socket.
+  // With `reads` false it leaves the answer where it is, but for the first piece that the runtime takes by itself.
   static async connect(service, { reads = true } = {}) {
     const client = new Client();
     client.received = '';
@@ -404,18 +404,21 @@ export class Client {
       client.socket.on('error', (error) => resolve({ bytes: client.received, reset: true, error }));
       client.socket.on('close', () => resolve({ bytes: client.received, reset: false }));
     });
-    if (reads) {
-      client.socket.setEncoding('latin1');
-      client.socket.on('data', (text) => {
-        client.received += text;
-      });
-    }
+    if (reads) client.start_reading();
     const connected = new Promise((resolve, reject) => {
       client.socket.once('connect', resolve);
       client.socket.once('error', reject);
     });
     await within(wait_limit_ms, () => `a connection to port ${service.port}`, connected);
     return client;
+  }
+
+  // For a client that was connected with `reads` false: takes what has come and all that follows.
+  start_reading() {
+    this.socket.setEncoding('latin1');
+    this.socket.on('data', (text) => {
+      this.received += text;
+    });
   }
 
   // Resolves when the system has taken the bytes. A peer that is gone is no failure here.

@@ -320,6 +320,51 @@ test('a PUT reaches the record and the effect', limits, async (t) => {
   assert.ok(effect.output.endsWith('\nstopped\n'));
 });
 
+// A number of 60000 digits, almost all that a request can hold. What it is, the number, and the strength that it
+// stands for.
+const zeros = (count) => '0'.repeat(count);
+const long_accepts = [
+  ['zeros in front', `${zeros(59_999)}1`, 1],
+  ['zeros behind the point', `0.5${zeros(59_998)}`, 0.5],
+  ['less than a float can tell', `0.${zeros(59_998)}1`, 0],
+  ['nines, which round to 1', `0.${'9'.repeat(59_999)}`, 1],
+  ['threes', `0.${'3'.repeat(59_999)}`, 1 / 3],
+  ['more than 1 by less than a float can tell', `1.${zeros(59_998)}1`, 1],
+  ['an exponent that takes its zeros back', `25${zeros(59_998)}e-60000`, 0.25],
+  ['an exponent that gives its zeros back', `0.${zeros(59_998)}75e59998`, 0.75],
+];
+const long_rejects = [
+  ['beyond the range of a float, which counts as absent', '9'.repeat(60_000)],
+  ['beyond the range of a strength', `2.${zeros(59_999)}`],
+  ['less than 0', `-1.${zeros(59_999)}`],
+];
+
+test('a number of 60000 digits is read like a short one', limits, async (t) => {
+  const service = await start_service(t);
+  const first = await read_record(t, service.mapping);
+  const body_of = (number) => `{"bypass":false,"enhance_strength":${number}}`;
+  for (const [what, number] of long_rejects) {
+    await t.test(`${what}: refused`, async () => {
+      assert.equal(await put(service, footstep, body_of(number)), footstep_refusal);
+      await assert_answers(service);
+    });
+  }
+  await t.test('one that counts as absent where it may be absent: taken', async () => {
+    assert.equal(await put(service, algorithm, `{"output_trim_db":${'9'.repeat(60_000)}}`), answers.done);
+    await assert_answers(service);
+  });
+  assert.deepEqual(await read_record(t, service.mapping), first);
+  for (const [what, number, strength] of long_accepts) {
+    await t.test(`${what}: taken as ${strength}`, async (row) => {
+      assert.equal(await put(service, footstep, body_of(number)), answers.done);
+      await assert_answers(service);
+      const record = await read_record(row, service.mapping);
+      assert.equal(hex_word(record.readBigUInt64LE(footstep_at)), hex_word(footstep_word(false, false, strength)));
+    });
+  }
+  await service.stop();
+});
+
 test('the parameters live as long as anybody holds the mapping', limits, async (t) => {
   const mapping = unique_mapping_name();
   const service = await start_service(t, { mapping });

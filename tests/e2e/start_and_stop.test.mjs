@@ -20,6 +20,8 @@ import {
   poll,
   program_path_text,
   put_bytes,
+  read_record,
+  refusal_bytes,
   request_bytes,
   run,
   shipped_service,
@@ -47,6 +49,14 @@ async function assert_does_not_start(t, program, args, code, errors) {
 
 function service_arguments(port, mapping, web_root = make_web_root()) {
   return ['--port', String(port), '--web-root', program_path_text(web_root), '--control-map', mapping];
+}
+
+function taken_port_lines(port) {
+  return (
+    `Unable to bind 127.0.0.1:${port} (Winsock error 10048)\n` +
+    'Another control service is already running on this port.\n' +
+    'Stop it first (run the stop script, or end velmora_control_demo), then start again.\n'
+  );
 }
 
 test('the banner shows the given token and nothing else is printed', limits, async (t) => {
@@ -110,22 +120,28 @@ test('an option that is given twice takes its last value', limits, async (t) => 
   await service.stop();
 });
 
-test('without options the port is 17831 and the control map Global\\VelmoraControlV1', limits, async (t) => {
-  const web_root = program_path_text(make_web_root());
-  const service = launch(t, creating_service(), ['--web-root', web_root, '--verbose']);
-  // A service of the machine's user may hold the port: being refused at it names it too.
-  const taken = `Unable to bind 127.0.0.1:${default_port} (Winsock error 10048)\n`;
-  const was_taken = await service.until(
+test('without an option the port is 17831', limits, async (t) => {
+  // A service of the machine's user may hold the port: being refused at it names it too. The control map that stands
+  // without an option is that user's, so it is left alone.
+  const args = ['--web-root', program_path_text(make_web_root()), '--control-map', unique_mapping_name()];
+  const refusal = taken_port_lines(default_port);
+  const service = launch(t, creating_service(), args);
+  const has_port = await service.until(
     'its banner or its refusal',
     () => {
-      if (service.output.includes('  Press Ctrl+C to stop.\n')) return false;
-      return service.errors.startsWith(taken) ? true : undefined;
+      if (service.output.includes('  Press Ctrl+C to stop.\n')) return true;
+      return service.errors.length >= refusal.length ? false : undefined;
     },
     start_limit_ms,
   );
-  if (was_taken) return;
-  assert.match(service.output, new RegExp(`^  Open: http://127\\.0\\.0\\.1:${default_port}/\\?token=[0-9a-f]{48}$`, 'm'));
-  await service.wait_for_line('  Control map: Global\\VelmoraControlV1 (shared_memory_v8)');
+  if (!has_port) {
+    assert.deepEqual(await service.wait_for_end(), { code: 9, signal: null });
+    assert.equal(service.errors, refusal);
+    return assert.equal(service.output, '');
+  }
+  assert.match(service.output, /^  Open: http:\/\/127\.0\.0\.1:17831\/\?token=[0-9a-f]{48}$/m);
+  await assert_does_not_start(t, creating_service(), args, 9, refusal);
+  await assert_answers({ port: default_port });
   await service.stop();
 });
 
@@ -177,9 +193,7 @@ test('a second instance on the same port ends with exit code 9', limits, async (
     creating_service(),
     service_arguments(port, service.mapping),
     9,
-    `Unable to bind 127.0.0.1:${port} (Winsock error 10048)\n` +
-      'Another control service is already running on this port.\n' +
-      'Stop it first (run the stop script, or end velmora_control_demo), then start again.\n',
+    taken_port_lines(port),
   );
   await assert_answers(service);
   await service.stop();
@@ -263,6 +277,67 @@ test('a service whose output nobody reads serves on', limits, async (t) => {
   const exited = new Promise((resolve) => service.child.once('exit', (code, signal) => resolve({ code, signal })));
   assert.deepEqual(await within(wait_limit_ms, () => 'its end', exited), { code: 0, signal: null });
 });
+
+// A stream that is closed at the start is a number that the next thing opened would take, and the banner would go into
+// it. On Windows a program without a stream has no handle for it, and nothing else can come to stand for the stream.
+if (is_native) {
+  const closed_streams = [
+    ['standard input', '<&-'],
+    ['standard output', '>&-'],
+    ['standard error', '2>&-'],
+    ['any standard stream', '<&- >&- 2>&-'],
+  ];
+
+  // Starts the program by a shell that closes streams and then becomes the program.
+  const launch_without = (t, redirections, args) =>
+    launch(t, '/bin/sh', ['-c', `exec "$0" "$@" ${redirections}`, creating_service(), ...args]);
+
+  test('a service that is started without standard streams harms neither record nor answers', limits, async (t) => {
+    const ordinary = await start_service(t);
+    const first_record = await read_record(t, ordinary.mapping);
+    const page = await exchange(ordinary, request_bytes(ordinary, { target: '/help.html' }));
+    const [banner] = ordinary.output.split('  Open:');
+    await ordinary.stop();
+
+    for (const [what, redirections] of closed_streams) {
+      await t.test(`without ${what}`, async (row) => {
+        const [port, mapping] = [await free_port(), unique_mapping_name()];
+        const args = [...service_arguments(port, mapping), '--token', development_token, '--verbose'];
+        const service = launch_without(row, redirections, args);
+        const client = await poll(
+          'the service to listen',
+          () => Client.connect({ port }).catch(() => undefined),
+          start_limit_ms,
+        );
+        client.push(request_bytes({ port }, { target: '/help.html' }));
+        assert.deepEqual(await client.answer(), { bytes: page, reset: false });
+        assert.deepEqual(await read_record(row, mapping), first_record);
+        assert.equal(
+          await exchange({ port }, put_bytes({ port, token: development_token }, footstep, '{}')),
+          refusal_bytes(400, 'Bad Request', 'bypass and enhance_strength (0..1) are required'),
+        );
+        await service.stop();
+        const speaks = what !== 'standard output' && what !== 'any standard stream';
+        assert.equal(service.output.slice(0, banner.length), speaks ? banner : '');
+      });
+    }
+  });
+
+  test('a start that fails without standard streams leaves the record unharmed', limits, async (t) => {
+    const service = await start_service(t);
+    const first_record = await read_record(t, service.mapping);
+    for (const [what, redirections] of closed_streams) {
+      await t.test(`without ${what}`, async (row) => {
+        const refused = launch_without(row, redirections, service_arguments(service.port, service.mapping));
+        assert.deepEqual(await refused.wait_for_end(start_limit_ms), { code: 9, signal: null });
+        assert.equal(refused.errors, redirections.includes('2>') ? '' : taken_port_lines(service.port));
+        assert.deepEqual(await read_record(row, service.mapping), first_record);
+      });
+    }
+    await assert_answers(service);
+    await service.stop();
+  });
+}
 
 // Puts a program named xdg-open first on the path. It leaves its arguments in a file.
 function make_browser() {

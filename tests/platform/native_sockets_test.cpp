@@ -8,30 +8,15 @@
 #include <thread>
 
 #include "platform/clock.h"
+#include "platform/socket_exchange.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
 
-class NativeSockets : public surroundings::Arranged {
- protected:
-  void SetUp() override {
-    Arranged::SetUp();
-    ASSERT_EQ(start_sockets(), 0);
-  }
-  void TearDown() override {
-    stop_sockets();
-    Arranged::TearDown();
-  }
-};
+using surroundings::listen_on;
 
-Socket listen_on(std::uint16_t port) {
-  Socket listener;
-  EXPECT_EQ(open_tcp_socket(listener), 0);
-  EXPECT_EQ(bind_loopback(listener, port), 0);
-  EXPECT_EQ(listen_at_maximum(listener), 0);
-  return listener;
-}
+class NativeSockets : public surroundings::ArrangedSockets {};
 
 TEST_F(NativeSockets, LetsOneOfTwoThatBindTogetherListen) {
   constexpr int error_in_use = 10048;

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <vector>
 
 #include "platform/machine.h"
 #include "platform/surroundings.h"
@@ -22,6 +23,14 @@ auto handler_of(int signal) {
   struct sigaction present {};
   EXPECT_EQ(sigaction(signal, nullptr, &present), 0);
   return present.sa_handler;
+}
+
+// What a descriptor leads to, as the system names it. Empty when it is closed.
+std::string target_of(int descriptor) {
+  std::array<char, 256> target{};
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), target.data(), target.size());
+  return length < 0 ? std::string() : std::string(target.data(), static_cast<std::size_t>(length));
 }
 
 TEST_F(PosixMachine, LeavesAHangUpIgnoredThatTheParentHadIgnored) {
@@ -67,6 +76,41 @@ TEST_F(PosixMachine, TellsAClosedReaderByAFailedWrite) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 0);
+}
+
+TEST_F(PosixMachine, LeadsStandardStreamsThatAreClosedNowhereAndLeavesTheOthers) {
+  const struct {
+    const char* which;
+    std::vector<int> closed;
+  } cases[] = {{"input", {0}},    {"output", {1}},           {"error", {2}},
+               {"none", {}},      {"input, output", {0, 1}}, {"output, error", {1, 2}},
+               {"all", {0, 1, 2}}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.which);
+    const pid_t child = fork();
+    if (child == 0) {
+      for (const int stream : entry.closed) close(stream);
+      std::array<std::string, 3> expected;
+      for (std::size_t stream = 0; stream <= 2; ++stream) {
+        expected[stream] = target_of(static_cast<int>(stream));
+        if (expected[stream].empty()) expected[stream] = "/dev/null";
+      }
+      prepare_standard_streams();
+      // Each wrong stream sets its bit; the next thing that is opened must take none of them.
+      int wrong = open("/", O_RDONLY) <= 2 ? 8 : 0;
+      for (int stream = 0; stream <= 2; ++stream) {
+        if (target_of(stream) != expected[static_cast<std::size_t>(stream)]) wrong |= 1 << stream;
+      }
+      for (const int stream : entry.closed) {
+        if (write(stream, "x", 1) != 1) wrong |= 16;
+      }
+      _exit(wrong);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+  }
 }
 
 TEST_F(PosixMachine, StartsTheBrowserWithNothingOfOurs) {

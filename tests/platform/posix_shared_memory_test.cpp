@@ -34,6 +34,7 @@ constexpr std::size_t size_bytes = 576;
 constexpr unsigned char written_byte = 0xA5;
 constexpr std::uint32_t error_missing = 2;
 constexpr std::uint32_t error_denied = 5;
+constexpr std::uint32_t error_busy = 170;
 
 // A mapping's name and the object's, of this test process alone. What a failed test leaves goes with it.
 class Name {
@@ -277,6 +278,42 @@ TEST(PosixSharedMemory, AHeldObjectWithoutAccessForUsIsError5AndStays) {
       static_cast<int>(error_denied));
   EXPECT_TRUE(exists(name));
   close(held);
+}
+
+// A process that halted in the middle of making or removing the object; it lets go when it is killed.
+pid_t start_exclusive_holder(const Name& name, int ready) {
+  return start_child([&] {
+    const int descriptor = shm_open(name.object(), O_RDWR | O_CLOEXEC, 0);
+    if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) != 0) return 1;
+    if (write(ready, "", 1) != 1) return 2;
+    for (;;) pause();
+  });
+}
+
+TEST(PosixSharedMemory, AnObjectThatAHaltedMakerKeepsLockedIsError170AndStays) {
+  const Name name;
+  ASSERT_NO_FATAL_FAILURE(make_stale(name));
+  std::array<int, 2> ready{};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  const pid_t child = start_exclusive_holder(name, ready[1]);
+  close(ready[1]);
+  char byte = 0;
+  EXPECT_EQ(read(ready[0], &byte, 1), 1);
+  close(ready[0]);
+
+  SharedMapping mapping;
+  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_busy);
+  EXPECT_FALSE(mapping.is_open());
+  const CreatedMapping created = create_shared_mapping(name.wide(), size_bytes, mapping);
+  EXPECT_EQ(created.descriptor_error, 0u);
+  EXPECT_EQ(created.create_error, error_busy);
+  EXPECT_FALSE(mapping.is_open());
+  ASSERT_TRUE(exists(name));
+  EXPECT_EQ(state_of(name)->st_size, static_cast<off_t>(size_bytes));
+
+  kill(child, SIGKILL);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  expect_fresh_and_gone_after_close(name);
 }
 
 // ---- Killed or halted at every step ----

@@ -16,28 +16,16 @@
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/posix/errors.h"
+#include "platform/socket_exchange.h"
 #include "platform/sockets.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
 
-class PosixSockets : public surroundings::Arranged {};
+using surroundings::Exchange;
 
-struct Exchange {
-  std::uint16_t port = surroundings::find_free_port();
-  Socket listener;
-  surroundings::Peer peer;
-  Socket service;
-
-  Exchange() {
-    EXPECT_EQ(open_tcp_socket(listener), 0);
-    EXPECT_EQ(bind_loopback(listener, port), 0);
-    EXPECT_EQ(listen_at_maximum(listener), 0);
-    peer = surroundings::connect_to(port);
-    EXPECT_EQ(accept_connection(listener, service), 0);
-  }
-};
+class PosixSockets : public surroundings::ArrangedSockets {};
 
 int descriptor_of(const Socket& socket) { return static_cast<int>(socket.native()); }
 
@@ -197,6 +185,20 @@ TEST_F(PosixSockets, WaitNoLongerThanUntilAStopSignal) {
   EXPECT_EQ(ready.count, -1);
   EXPECT_EQ(ready.error, 10004);
   EXPECT_GT(signals_taken.load(), 0);
+}
+
+TEST_F(PosixSockets, AreRefusedBy10038WhenTheirDescriptorIsClosedBehindTheirBack) {
+  const Exchange exchange;
+  const int descriptor = descriptor_of(exchange.listener);
+  const int kept = fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
+  ASSERT_GE(kept, 0);
+  close(descriptor);
+  const SocketCount ready = wait_readable(exchange.listener, 3'600'000'000);
+  // The owner closes the number again, so it gets back what it owns.
+  ASSERT_EQ(dup3(kept, descriptor, O_CLOEXEC), descriptor);
+  close(kept);
+  EXPECT_EQ(ready.count, -1);
+  EXPECT_EQ(ready.error, 10038);
 }
 
 TEST(PosixErrors, AreToldAsWinsockNumbers) {

@@ -8,49 +8,21 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/socket_exchange.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
 
 using surroundings::connect_to;
+using surroundings::Exchange;
 using surroundings::find_free_port;
+using surroundings::listen_on;
 using surroundings::Peer;
 
 constexpr int error_in_use = 10048;
 
-class SocketsContract : public surroundings::Arranged {
- protected:
-  void SetUp() override {
-    Arranged::SetUp();
-    ASSERT_EQ(start_sockets(), 0);
-  }
-  void TearDown() override {
-    stop_sockets();
-    Arranged::TearDown();
-  }
-};
-
-Socket listen_on(std::uint16_t port) {
-  Socket listener;
-  EXPECT_EQ(open_tcp_socket(listener), 0);
-  EXPECT_EQ(bind_loopback(listener, port), 0);
-  EXPECT_EQ(listen_at_maximum(listener), 0);
-  return listener;
-}
-
-struct Exchange {
-  std::uint16_t port = find_free_port();
-  Socket listener = listen_on(port);
-  Peer peer = connect_to(port);
-  Socket service = accept();
-
-  Socket accept() const {
-    Socket accepted;
-    EXPECT_EQ(accept_connection(listener, accepted), 0);
-    return accepted;
-  }
-};
+class SocketsContract : public surroundings::ArrangedSockets {};
 
 // Receives exactly `size` bytes, or fewer when the connection ends.
 std::string receive_exactly(const Socket& socket, std::size_t size) {

@@ -6,38 +6,16 @@
 
 #include <thread>
 
+#include "platform/socket_exchange.h"
 #include "platform/sockets.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
 
-class WindowsSockets : public surroundings::Arranged {
- protected:
-  void SetUp() override {
-    Arranged::SetUp();
-    ASSERT_EQ(start_sockets(), 0);
-  }
-  void TearDown() override {
-    stop_sockets();
-    Arranged::TearDown();
-  }
-};
+using surroundings::Exchange;
 
-struct Exchange {
-  std::uint16_t port = surroundings::find_free_port();
-  Socket listener;
-  surroundings::Peer peer;
-  Socket service;
-
-  Exchange() {
-    EXPECT_EQ(open_tcp_socket(listener), 0);
-    EXPECT_EQ(bind_loopback(listener, port), 0);
-    EXPECT_EQ(listen_at_maximum(listener), 0);
-    peer = surroundings::connect_to(port);
-    EXPECT_EQ(accept_connection(listener, service), 0);
-  }
-};
+class WindowsSockets : public surroundings::ArrangedSockets {};
 
 TEST_F(WindowsSockets, AreNotInheritedByProgramsThatWeStart) {
   const Exchange exchange;

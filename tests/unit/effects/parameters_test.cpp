@@ -7,8 +7,9 @@
 namespace velmora {
 namespace {
 
-// Values that stand in the record before a body is applied; none is a default.
-AlgorithmParameters present() { return {-3.0f, 0.5f, 1, false, -6.0f, 2, 0}; }
+// Values that stand in the record before a body is applied; none is a default. The bodies' own values are
+// others, so that a key which is not applied shows.
+AlgorithmParameters present() { return {-3.0f, 0.5f, 7, false, -6.0f, 3, 0}; }
 
 bool same(const AlgorithmParameters& left, const AlgorithmParameters& right) {
   return left.output_trim_db == right.output_trim_db && left.mask_time_alpha == right.mask_time_alpha &&
@@ -22,20 +23,20 @@ TEST(AlgorithmBody, ChangesTheKeysThatAreThereAndNoOther) {
     std::string_view body;
     AlgorithmParameters expected;
   } rows[] = {
-      {R"({"output_trim_db":-60})", {-60.0f, 0.5f, 1, false, -6.0f, 2, 0}},
-      {R"({"output_trim_db":20})", {20.0f, 0.5f, 1, false, -6.0f, 2, 0}},
-      {R"({"mask_time_alpha":0})", {-3.0f, 0.0f, 1, false, -6.0f, 2, 0}},
-      {R"({"mask_time_alpha":0.95})", {-3.0f, 0.95f, 1, false, -6.0f, 2, 0}},
-      {R"({"mask_frequency_smooth":0})", {-3.0f, 0.5f, 0, false, -6.0f, 2, 0}},
-      {R"({"mask_frequency_smooth":0.5})", {-3.0f, 0.5f, 0, false, -6.0f, 2, 0}},
-      {R"({"mask_frequency_smooth":0.999})", {-3.0f, 0.5f, 0, false, -6.0f, 2, 0}},
-      {R"({"mask_frequency_smooth":1})", {-3.0f, 0.5f, 1, false, -6.0f, 2, 0}},
-      {R"({"limiter_enabled":true})", {-3.0f, 0.5f, 1, true, -6.0f, 2, 0}},
-      {R"({"limiter_ceiling_db":0})", {-3.0f, 0.5f, 1, false, 0.0f, 2, 0}},
-      {R"({"limiter_ceiling_db":-12})", {-3.0f, 0.5f, 1, false, -12.0f, 2, 0}},
-      {R"({"stereo_link":0})", {-3.0f, 0.5f, 1, false, -6.0f, 0, 0}},
-      {R"({"stereo_link":2})", {-3.0f, 0.5f, 1, false, -6.0f, 2, 0}},
-      {R"({"stereo_link":1.9})", {-3.0f, 0.5f, 1, false, -6.0f, 1, 0}},
+      {R"({"output_trim_db":-60})", {-60.0f, 0.5f, 7, false, -6.0f, 3, 0}},
+      {R"({"output_trim_db":20})", {20.0f, 0.5f, 7, false, -6.0f, 3, 0}},
+      {R"({"mask_time_alpha":0})", {-3.0f, 0.0f, 7, false, -6.0f, 3, 0}},
+      {R"({"mask_time_alpha":0.95})", {-3.0f, 0.95f, 7, false, -6.0f, 3, 0}},
+      {R"({"mask_frequency_smooth":0})", {-3.0f, 0.5f, 0, false, -6.0f, 3, 0}},
+      {R"({"mask_frequency_smooth":0.5})", {-3.0f, 0.5f, 0, false, -6.0f, 3, 0}},
+      {R"({"mask_frequency_smooth":0.999})", {-3.0f, 0.5f, 0, false, -6.0f, 3, 0}},
+      {R"({"mask_frequency_smooth":1})", {-3.0f, 0.5f, 1, false, -6.0f, 3, 0}},
+      {R"({"limiter_enabled":true})", {-3.0f, 0.5f, 7, true, -6.0f, 3, 0}},
+      {R"({"limiter_ceiling_db":0})", {-3.0f, 0.5f, 7, false, 0.0f, 3, 0}},
+      {R"({"limiter_ceiling_db":-12})", {-3.0f, 0.5f, 7, false, -12.0f, 3, 0}},
+      {R"({"stereo_link":0})", {-3.0f, 0.5f, 7, false, -6.0f, 0, 0}},
+      {R"({"stereo_link":2})", {-3.0f, 0.5f, 7, false, -6.0f, 2, 0}},
+      {R"({"stereo_link":1.9})", {-3.0f, 0.5f, 7, false, -6.0f, 1, 0}},
       {R"({"output_trim_db":1,"mask_time_alpha":0.25,"mask_frequency_smooth":0,"limiter_enabled":true,)"
        R"("limiter_ceiling_db":-2,"stereo_link":1})",
        {1.0f, 0.25f, 0, true, -2.0f, 1, 0}},
@@ -55,6 +56,21 @@ TEST(AlgorithmBody, ChangesTheKeysThatAreThereAndNoOther) {
     AlgorithmParameters parameters = present();
     EXPECT_EQ(apply_algorithm_body(body.view(), parameters), "");
     EXPECT_TRUE(same(parameters, row.expected));
+  }
+}
+
+TEST(AlgorithmBody, SwitchesTheLimiterOnAndOffWhateverItWas) {
+  for (const bool before : {false, true}) {
+    SCOPED_TRACE(before);
+    AlgorithmParameters parameters = present();
+    parameters.limiter_enabled = before;
+    EXPECT_EQ(apply_algorithm_body("{}", parameters), "");
+    EXPECT_EQ(parameters.limiter_enabled, before);
+    EXPECT_EQ(apply_algorithm_body(R"({"limiter_enabled":false})", parameters), "");
+    EXPECT_FALSE(parameters.limiter_enabled);
+    parameters.limiter_enabled = before;
+    EXPECT_EQ(apply_algorithm_body(R"({"limiter_enabled":true})", parameters), "");
+    EXPECT_TRUE(parameters.limiter_enabled);
   }
 }
 
@@ -120,6 +136,7 @@ TEST(FootstepBody, NeedsBypassAndStrength) {
     EXPECT_EQ(footstep->bypass, row.bypass);
     EXPECT_EQ(footstep->bypass_all, row.bypass_all);
     EXPECT_EQ(footstep->enhance_strength, row.strength);
+    EXPECT_EQ(footstep->raw, 0u);
   }
 }
 

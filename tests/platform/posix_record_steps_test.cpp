@@ -1,0 +1,400 @@
+// The record as another process may find it at any instant: a child works on a shared page, halted after each
+// single instruction, and we look. What no thread test can force, the order of the stores, shows here.
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <functional>
+#include <new>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "bridge/record.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::size_t magic_at = 0x000;
+constexpr std::size_t version_at = 0x004;
+constexpr std::size_t size_at = 0x008;
+constexpr std::size_t reserved_at = 0x00C;
+constexpr std::size_t footstep_at = 0x010;
+constexpr std::size_t lock_attempt_at = 0x060;
+constexpr std::size_t format_negotiation_at = 0x064;
+constexpr std::size_t capture_request_at = 0x0A8;
+constexpr std::size_t algorithm_at = 0x0B8;
+constexpr std::size_t eq_sequence_at = 0x0C0;
+constexpr std::size_t eq_word_at = 0x0C8;
+constexpr std::size_t eq_revision_at = 0x0D0;
+constexpr std::size_t eq_bands_at = 0x0D8;
+constexpr std::size_t eq_bands_end = 0x1C8;
+constexpr std::size_t record_end = 0x240;
+
+using RecordBytes = std::array<unsigned char, record_end>;
+
+// One record on a page that a child shares with us.
+class SharedRecord {
+ public:
+  SharedRecord()
+      : page_(mmap(nullptr, record_end, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
+        record_(new (page_) ControlBridgeRecord{}) {}
+  ~SharedRecord() { munmap(page_, record_end); }
+  SharedRecord(const SharedRecord&) = delete;
+  SharedRecord& operator=(const SharedRecord&) = delete;
+
+  ControlBridgeRecord& operator*() const { return *record_; }
+  ControlBridgeRecord* operator->() const { return record_; }
+  void fill(unsigned char byte) const { std::memset(page_, byte, record_end); }
+  RecordBytes bytes() const {
+    RecordBytes copy;
+    std::memcpy(copy.data(), page_, record_end);
+    return copy;
+  }
+
+ private:
+  void* page_;
+  ControlBridgeRecord* record_;
+};
+
+// A place of the record that has another value after a step than before it. A place that is stored in two
+// halves changes twice.
+struct Change {
+  std::size_t offset;
+  int step;
+  bool by_full_barrier;  // the instruction was one
+  std::uint64_t value;   // the new one
+};
+
+struct Walk {
+  bool ended = false;  // by coming to the end of the work, which then answered `answer`
+  int answer = -1;
+  std::vector<Change> changes;
+  std::vector<int> full_barriers;  // steps
+  int compare_exchanges = 0;
+};
+
+// The first bytes of an instruction, lowest address first.
+using Code = std::array<unsigned char, sizeof(long)>;
+
+std::size_t behind_rex(const Code& code, std::size_t at) { return (code[at] & 0xF0) == 0x40 ? at + 1 : at; }
+
+bool is_locked_compare_exchange(const Code& code) {
+  if (code[0] != 0xF0) return false;
+  const std::size_t at = behind_rex(code, 1);
+  return code[at] == 0x0F && (code[at + 1] == 0xB0 || code[at + 1] == 0xB1);
+}
+
+// A locked instruction, an exchange with memory, which locks by itself, or mfence.
+bool is_full_barrier(const Code& code) {
+  const std::size_t at = behind_rex(code, 0);
+  const bool exchange = (code[at] == 0x86 || code[at] == 0x87) && (code[at + 1] & 0xC0) != 0xC0;
+  return code[0] == 0xF0 || exchange || (code[0] == 0x0F && code[1] == 0xAE && code[2] == 0xF0);
+}
+
+Code code_ahead_of(pid_t child) {
+  const long at = ptrace(PTRACE_PEEKUSER, child, offsetof(user_regs_struct, rip), nullptr);
+  const long word = ptrace(PTRACE_PEEKTEXT, child, at, nullptr);
+  Code code;
+  std::memcpy(code.data(), &word, sizeof(word));
+  return code;
+}
+
+std::size_t width_at(std::size_t offset) {
+  const bool narrow = offset < footstep_at || offset == lock_attempt_at || offset == format_negotiation_at;
+  return narrow ? 4 : 8;
+}
+
+void note_changes(const RecordBytes& before, const RecordBytes& after, const Change& kind, Walk& walk) {
+  if (before == after) return;
+  for (std::size_t offset = 0; offset < record_end; offset += width_at(offset)) {
+    const std::size_t width = width_at(offset);
+    if (std::memcmp(&before[offset], &after[offset], width) == 0) continue;
+    std::uint64_t value = 0;
+    std::memcpy(&value, &after[offset], width);
+    walk.changes.push_back({offset, kind.step, kind.by_full_barrier, value});
+  }
+}
+
+// Ends the child wherever it is; its exit code when it had come to its end.
+int end_of(pid_t child, bool at_its_end) {
+  if (!at_its_end) kill(child, SIGKILL);
+  int status = 0;
+  if (at_its_end && ptrace(PTRACE_CONT, child, nullptr, nullptr) != 0) return -1;
+  if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+// Runs `work` in a child, one instruction at a time. `after_compare_exchange`, if given, runs in between
+// behind each of them and gets their number, from 1.
+Walk walk_through(const SharedRecord& record, const std::function<int()>& work,
+                  const std::function<void(int)>& after_compare_exchange = {}) {
+  constexpr int more_steps_than_any_work = 200'000;
+  Walk walk;
+  const pid_t child = fork();
+  if (child == 0) {
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || raise(SIGSTOP) != 0) _exit(255);
+    const int answer = work();
+    raise(SIGSTOP);
+    _exit(answer);
+  }
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child || !WIFSTOPPED(status)) return walk;
+  RecordBytes before = record.bytes();
+  for (int step = 1; step <= more_steps_than_any_work; ++step) {
+    const Code code = code_ahead_of(child);
+    if (ptrace(PTRACE_SINGLESTEP, child, nullptr, nullptr) != 0 || waitpid(child, &status, 0) != child) break;
+    if (!WIFSTOPPED(status)) return walk;
+    if (WSTOPSIG(status) == SIGSTOP) walk.ended = true;
+    if (WSTOPSIG(status) != SIGTRAP) break;
+    const bool full_barrier = is_full_barrier(code);
+    if (full_barrier) walk.full_barriers.push_back(step);
+    const RecordBytes after = record.bytes();
+    note_changes(before, after, {0, step, full_barrier, 0}, walk);
+    before = after;
+    if (!is_locked_compare_exchange(code)) continue;
+    ++walk.compare_exchanges;
+    if (!after_compare_exchange) continue;
+    after_compare_exchange(walk.compare_exchanges);
+    before = record.bytes();
+  }
+  walk.answer = end_of(child, walk.ended);
+  return walk;
+}
+
+std::vector<std::size_t> offsets_of(const Walk& walk) {
+  std::vector<std::size_t> offsets;
+  for (const Change& change : walk.changes) offsets.push_back(change.offset);
+  return offsets;
+}
+
+std::vector<std::size_t> words_of_the_bands() {
+  std::vector<std::size_t> offsets;
+  for (std::size_t offset = eq_bands_at; offset < eq_bands_end; offset += 8) offsets.push_back(offset);
+  return offsets;
+}
+
+void append(std::vector<std::size_t>& list, const std::vector<std::size_t>& more) {
+  list.insert(list.end(), more.begin(), more.end());
+}
+
+// What only the sequence word or the magic guards may be stored plainly.
+bool is_plain(std::size_t offset) {
+  return (offset > magic_at && offset < footstep_at) || (offset >= eq_bands_at && offset < eq_bands_end);
+}
+
+void expect_whole_steps(const Walk& walk) {
+  int last_step = 0;
+  for (const Change& change : walk.changes) {
+    SCOPED_TRACE(testing::Message() << "offset 0x" << std::hex << change.offset);
+    const bool in_the_head = change.offset > magic_at && change.offset < footstep_at;
+    EXPECT_TRUE(in_the_head || change.step != last_step);
+    EXPECT_TRUE(is_plain(change.offset) || change.by_full_barrier);
+    last_step = change.step;
+  }
+}
+
+// Bytes such as a foreign record may have left, no word of which is one of a new record, under our own magic.
+constexpr unsigned char foreign_byte = 0xC7;
+
+void poison(const SharedRecord& record) {
+  record.fill(foreign_byte);
+  record->magic = record_magic;
+}
+
+Walk walk_through_the_filling(const SharedRecord& record) {
+  poison(record);
+  return walk_through(record, [&record] {
+    initialise_record(*record);
+    return 0;
+  });
+}
+
+TEST(RecordSteps, ANewRecordIsFilledInTheOrderOfItsContract) {
+  const SharedRecord record;
+  const Walk walk = walk_through_the_filling(record);
+  ASSERT_TRUE(walk.ended);
+  ASSERT_EQ(walk.answer, 0);
+
+  std::vector<std::size_t> expected{magic_at, version_at, size_at, reserved_at};
+  append(expected, {0x018,
+                    0x020,
+                    0x028,
+                    0x030,
+                    0x038,
+                    0x040,
+                    0x048,
+                    0x050,
+                    0x058,
+                    lock_attempt_at,
+                    format_negotiation_at,
+                    0x068,
+                    0x070,
+                    0x078,
+                    0x080,
+                    0x088,
+                    0x090,
+                    0x098,
+                    0x0A0,
+                    capture_request_at,
+                    0x0B0});
+  append(expected, {algorithm_at, footstep_at, eq_sequence_at, eq_revision_at});
+  append(expected, words_of_the_bands());
+  append(expected, {eq_word_at, magic_at});
+  std::vector<std::size_t> offsets = offsets_of(walk);
+  ASSERT_EQ(offsets.size(), expected.size());
+  // Among themselves the three words of the head may come in any order, and so may the bands.
+  std::sort(offsets.begin() + 1, offsets.begin() + 4);
+  std::sort(offsets.end() - 32, offsets.end() - 2);
+  EXPECT_EQ(offsets, expected);
+  EXPECT_EQ(walk.changes.front().value, 0u);
+  EXPECT_EQ(walk.changes.back().value, record_magic);
+  expect_whole_steps(walk);
+}
+
+TEST(RecordSteps, AFullBarrierStandsBetweenTheLastWordOfANewRecordAndItsMagic) {
+  const SharedRecord record;
+  const Walk walk = walk_through_the_filling(record);
+  ASSERT_TRUE(walk.ended);
+  ASSERT_GE(walk.changes.size(), 2u);
+  const int last_word = walk.changes[walk.changes.size() - 2].step;
+  const int magic = walk.changes.back().step;
+  EXPECT_TRUE(std::any_of(walk.full_barriers.begin(), walk.full_barriers.end(),
+                          [&](int step) { return last_word < step && step < magic; }));
+}
+
+TEST(RecordSteps, TheReservedEndOfANewRecordIsNotTouched) {
+  const SharedRecord record;
+  const Walk walk = walk_through_the_filling(record);
+  ASSERT_TRUE(walk.ended);
+  const RecordBytes bytes = record.bytes();
+  EXPECT_TRUE(std::all_of(bytes.begin() + eq_bands_end, bytes.end(),
+                          [](unsigned char byte) { return byte == foreign_byte; }));
+}
+
+// Settings of which every word differs from a new record's.
+EqSettings other_settings() {
+  EqSettings settings;
+  settings.bypass = false;
+  settings.fade_ms = 75.5f;
+  for (std::size_t index = 0; index < eq_band_count; ++index) {
+    settings.bands[index] = {3, 1000.0f + static_cast<float>(index), -4.5f, 1.25f};
+  }
+  return settings;
+}
+
+TEST(RecordSteps, TheEqualizerIsStoredBetweenAnOddAndAnEvenSequence) {
+  const SharedRecord record;
+  initialise_record(*record);
+  const EqSettings settings = other_settings();
+  const Walk walk = walk_through(record, [&] {
+    publish_eq(*record, settings);
+    return 0;
+  });
+  ASSERT_TRUE(walk.ended);
+
+  std::vector<std::size_t> expected{eq_sequence_at};
+  append(expected, words_of_the_bands());
+  append(expected, {eq_word_at, eq_revision_at, eq_sequence_at});
+  std::vector<std::size_t> offsets = offsets_of(walk);
+  ASSERT_EQ(offsets.size(), expected.size());
+  std::sort(offsets.begin() + 1, offsets.end() - 3);
+  EXPECT_EQ(offsets, expected);
+  EXPECT_EQ(walk.changes.front().value, 1u);
+  EXPECT_EQ(walk.changes[walk.changes.size() - 2].value, 1u);
+  EXPECT_EQ(walk.changes.back().value, 2u);
+  expect_whole_steps(walk);
+}
+
+TEST(RecordSteps, EachOfTheOtherPublicationsChangesOneWordInOneStep) {
+  const SharedRecord record;
+  const struct {
+    const char* title;
+    std::size_t offset;
+    std::uint64_t value;
+    std::function<int()> work;
+  } rows[] = {
+      {"footstep", footstep_at, 0x000000033F800000,
+       [&] { return static_cast<int>(publish_footstep(*record, true, true, 1.0f)); }},
+      {"algorithm", algorithm_at, 0xFFF6FF88FF1C0001,
+       [&] {
+         publish_algorithm(*record, {-1.0f, 1.0f, 1, false, -12.0f, 3, 0});
+         return 0;
+       }},
+      {"capture request", capture_request_at, 0x00000001012C0003,
+       [&] {
+         publish_capture_request(*record, 3, 300);
+         return 0;
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.title);
+    initialise_record(*record);
+    const Walk walk = walk_through(record, row.work);
+    ASSERT_TRUE(walk.ended);
+    EXPECT_EQ(walk.answer, 0);
+    ASSERT_EQ(walk.changes.size(), 1u);
+    EXPECT_EQ(walk.changes[0].offset, row.offset);
+    EXPECT_EQ(walk.changes[0].value, row.value);
+    EXPECT_TRUE(walk.changes[0].by_full_barrier);
+  }
+}
+
+constexpr int reading_succeeded = 1;
+constexpr int reading_failed = 2;
+
+int read_once(const SharedRecord& record) {
+  EqSettings out;
+  return read_eq(*record, out) ? reading_succeeded : reading_failed;
+}
+
+TEST(RecordSteps, AnOddSequenceIsLookedAtFourTimesAndNoMore) {
+  const SharedRecord record;
+  initialise_record(*record);
+  record->eq_sequence = 7;
+  const Walk walk = walk_through(record, [&] { return read_once(record); });
+  ASSERT_TRUE(walk.ended);
+  EXPECT_EQ(walk.answer, reading_failed);
+  EXPECT_EQ(walk.compare_exchanges, 4);
+  EXPECT_TRUE(walk.changes.empty());
+}
+
+TEST(RecordSteps, AReadingThatIsOvertakenIsRepeatedUpToFourAttempts) {
+  constexpr int words_of_an_attempt = 4;  // sequence, equalizer word, revision, sequence
+  const struct {
+    int overtaken;  // how many attempts are
+    int answer;
+    int attempts;
+  } rows[] = {
+      {0, reading_succeeded, 1},
+      {1, reading_succeeded, 2},
+      {3, reading_succeeded, 4},
+      {4, reading_failed, 4},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.overtaken);
+    const SharedRecord record;
+    initialise_record(*record);
+    const Walk walk = walk_through(
+        record, [&] { return read_once(record); },
+        [&](int number) {
+          const int attempt = (number - 1) / words_of_an_attempt;
+          const bool began = number % words_of_an_attempt == 1;
+          if (began && attempt < row.overtaken) record->eq_sequence += 2;
+        });
+    ASSERT_TRUE(walk.ended);
+    EXPECT_EQ(walk.answer, row.answer);
+    EXPECT_EQ(walk.compare_exchanges, row.attempts * words_of_an_attempt);
+    EXPECT_TRUE(walk.changes.empty());
+  }
+}
+
+}  // namespace
+}  // namespace velmora
