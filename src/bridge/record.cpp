@@ -24,7 +24,7 @@ constexpr unsigned limiter_ceiling_shift = 32;
 constexpr unsigned output_trim_shift = 48;
 constexpr unsigned fade_shift = 32;
 
-bool strength_allowed(float strength) { return std::isfinite(strength) && strength >= 0 && strength <= 1; }
+bool strength_allowed(float strength) { return strength >= 0 && strength <= 1; }  // and so finite
 
 // `value` within the limits, times `scale`, rounded with a half away from zero. What is no number is
 // taken for 0.

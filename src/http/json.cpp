@@ -13,12 +13,15 @@ namespace {
 
 // The body behind the colon that follows the key.
 std::optional<std::string_view> find_value(std::string_view body, std::string_view key) {
-  const std::string needle = '"' + std::string(key) + '"';
-  const std::size_t match = body.find(needle);
-  if (match == std::string_view::npos) return std::nullopt;
-  const std::size_t colon = body.find(':', match + needle.size());
-  if (colon == std::string_view::npos) return std::nullopt;
-  return body.substr(colon + 1);
+  for (std::size_t quote = body.find('"'); quote != std::string_view::npos;
+       quote = body.find('"', quote + 1)) {
+    const std::string_view behind = body.substr(quote + 1);
+    if (!behind.starts_with(key) || !behind.substr(key.size()).starts_with('"')) continue;
+    const std::size_t colon = behind.find(':', key.size() + 1);
+    if (colon == std::string_view::npos) return std::nullopt;
+    return behind.substr(colon + 1);
+  }
+  return std::nullopt;
 }
 
 // The same, with the white space in front of the value skipped.

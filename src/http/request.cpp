@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <utility>
 
 #include "http/text.h"
 
@@ -40,7 +41,8 @@ bool parse_request_line(std::string_view line, ApiRequest& request) {
 void parse_header_line(std::string_view line, ApiRequest& request) {
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  request.headers[to_lower_copy(trim_copy(line.substr(0, colon)))] = trim_copy(line.substr(colon + 1));
+  request.headers.insert_or_assign(to_lower_copy(trim(line.substr(0, colon))),
+                                   trim_copy(line.substr(colon + 1)));
 }
 
 // Decimal digits only, the whole value, in 64 bits.
@@ -80,7 +82,10 @@ RequestReader::State RequestReader::take(std::string_view bytes, ApiRequest& req
   const std::uint64_t total = *body_from_ + content_length_;
   if (total > request_limit_bytes) return State::bad;
   if (buffer_.size() < total) return State::incomplete;
-  request.body = buffer_.substr(*body_from_, content_length_);
+  // The buffer has served: cut down to the body, it becomes the body.
+  buffer_.resize(*body_from_ + std::min<std::uint64_t>(content_length_, buffer_.size() - *body_from_));
+  buffer_.erase(0, *body_from_);
+  request.body = std::move(buffer_);
   return State::complete;
 }
 

@@ -10,6 +10,7 @@ namespace velmora {
 [[nodiscard]] constexpr bool is_space(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
 // `text` without the white space at both ends.
+[[nodiscard]] std::string_view trim(std::string_view text);
 [[nodiscard]] std::string trim_copy(std::string_view text);
 
 // `text` with A..Z in lower case; every other byte as it is.

@@ -36,10 +36,15 @@ using LibraryFunction = void (*)();
 [[nodiscard]] std::int32_t start_com();
 void stop_com();
 
-// Makes standard output and standard error take bytes as they are: no line feed is translated, a closed reader
-// is a failed write and never a signal, and a stream that the parent had closed leads nowhere instead of into
-// whatever is opened next. To be called once, before anything is opened.
+// Makes a closed reader of a standard stream a failed write and never a signal, and lets a stream that the
+// parent had closed lead nowhere instead of into whatever is opened next. To be called once, before anything
+// is opened.
 void prepare_standard_streams();
+
+// Writes bytes to standard output or standard error as they are (no line feed is translated) and at once.
+// That nobody reads them is not told.
+void write_standard_output(std::string_view text);
+void write_standard_error(std::string_view text);
 
 // SetConsoleCtrlHandler. `handler` gets the event number (wincon.h: 0 Ctrl+C, 1 Ctrl+Break, 2 close, 5
 // log-off, 6 shutdown) on a thread or in a signal context that the system chooses, so it may only set

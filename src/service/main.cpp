@@ -1,5 +1,4 @@
 // The program's entry.
-#include <iostream>
 #include <string_view>
 #include <vector>
 
@@ -9,5 +8,5 @@
 int main(int argc, char** argv) {
   velmora::prepare_standard_streams();
   const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
-  return static_cast<int>(velmora::run_program(arguments, std::cout, std::cerr));
+  return static_cast<int>(velmora::run_program(arguments));
 }

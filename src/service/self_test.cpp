@@ -1,7 +1,6 @@
 #include "service/self_test.h"
 
 #include <cmath>
-#include <ostream>
 #include <string>
 
 #include "base/text.h"
@@ -79,12 +78,13 @@ void check_bridge(Verdict& verdict) {
 
 }  // namespace
 
-bool run_self_test(std::ostream& out) {
+bool run_self_test() {
   Verdict verdict;
   check_json(verdict);
   check_token(verdict);
   check_bridge(verdict);
-  out << "Velmora control self-test " << (verdict.passed() ? "passed" : "failed") << '\n' << std::flush;
+  write_standard_output(verdict.passed() ? "Velmora control self-test passed\n"
+                                         : "Velmora control self-test failed\n");
   return verdict.passed();
 }
 

@@ -1,13 +1,12 @@
 // A fixed list of assertions over the pure logic, run on the machine where the program stands.
 #pragma once
 
-#include <iosfwd>
-
 namespace velmora {
 
-// Evaluates all assertions and prints "Velmora control self-test passed\n" or "... failed\n". It needs no
-// web root, socket or network; its mapping is private to this process id and gone at the end. It grows with
-// the rooms: today it covers the JSON finders, the token, and the parameters' way through a bridge.
-[[nodiscard]] bool run_self_test(std::ostream& out);
+// Evaluates all assertions and prints to standard output "Velmora control self-test passed\n" or "...
+// failed\n". It needs no web root, socket or network; its mapping is private to this process id and gone at
+// the end. It grows with the rooms: today it covers the JSON finders, the token, and the parameters' way
+// through a bridge.
+[[nodiscard]] bool run_self_test();
 
 }  // namespace velmora

@@ -1,7 +1,7 @@
 #include "service/service.h"
 
-#include <iomanip>
-#include <ostream>
+#include <array>
+#include <charconv>
 #include <string>
 
 #include "base/text.h"
@@ -31,14 +31,30 @@ struct Service {
   ControlBridge bridge;
 };
 
+// A path as messages show it: in double quotes, with a backslash in front of each backslash and double quote.
+std::string quoted(std::string_view path) {
+  std::string text = "\"";
+  for (const char byte : path) {
+    if (byte == '\\' || byte == '"') text += '\\';
+    text += byte;
+  }
+  return text + '"';
+}
+
+// Lower-case hexadecimal digits, without a prefix.
+std::string hexadecimal(std::uint32_t value) {
+  std::array<char, 8> digits;
+  return std::string(digits.data(), std::to_chars(digits.begin(), digits.end(), value, 16).ptr);
+}
+
 std::string page_address(const Service& service, std::string_view path) {
   return "http://127.0.0.1:" + std::to_string(service.options.port) + std::string(path) +
          "?token=" + service.session_token;
 }
 
-bool load_pages(Service& service, std::ostream& error_out) {
+bool load_pages(Service& service) {
   if (const auto unreadable = read_pages(service.options.web_root, service.pages)) {
-    error_out << "Unable to read " << std::quoted(*unreadable) << '\n';
+    write_standard_error("Unable to read " + quoted(*unreadable) + '\n');
     return false;
   }
   std::tm local_time{};
@@ -46,17 +62,17 @@ bool load_pages(Service& service, std::ostream& error_out) {
   return true;
 }
 
-bool choose_token(Service& service, std::ostream& error_out) {
+bool choose_token(Service& service) {
   service.session_token = service.options.token ? *service.options.token : generate_session_token();
   if (!service.session_token.empty()) return true;
-  error_out << "Unable to generate a session token\n";
+  write_standard_error("Unable to generate a session token\n");
   return false;
 }
 
-bool create_bridge(Service& service, std::ostream& error_out) {
+bool create_bridge(Service& service) {
   std::string message;
   if (service.bridge.create(wide_from_signed_bytes(service.options.control_map), message)) return true;
-  error_out << "Unable to create shared control bridge: " << message << '\n';
+  write_standard_error("Unable to create shared control bridge: " + message + '\n');
   return false;
 }
 
@@ -66,89 +82,96 @@ int start_listening(const Socket& listener, std::uint16_t port) {
   return bind_error != 0 ? bind_error : listen_at_maximum(listener);
 }
 
-void explain_not_bound(std::uint16_t port, int error, std::ostream& error_out) {
-  error_out << "Unable to bind 127.0.0.1:" << port << " (Winsock error " << error << ")\n";
-  if (error != error_address_in_use) return;
-  error_out << "Another control service is already running on this port.\n"
-               "Stop it first (run the stop script, or end velmora_control_demo), then start again.\n";
+void explain_not_bound(std::uint16_t port, int error) {
+  std::string message =
+      "Unable to bind 127.0.0.1:" + std::to_string(port) + " (Winsock error " + std::to_string(error) + ")\n";
+  if (error == error_address_in_use) {
+    message +=
+        "Another control service is already running on this port.\n"
+        "Stop it first (run the stop script, or end velmora_control_demo), then start again.\n";
+  }
+  write_standard_error(message);
 }
 
-void print_banner(const Service& service, std::ostream& out) {
-  out << "Velmora " << application_version << "  (algorithm " << algorithm_version << ")\n";
-  out << "  Open: " << page_address(service, "/") << '\n';
-  if (!service.options.verbose) return;
-  out << "  Advanced: " << page_address(service, "/advanced.html") << '\n';
-  out << "  Web root: " << std::quoted(service.options.web_root) << '\n';
-  out << "  Control map: " << service.options.control_map << " (shared_memory_v" << record_layout_version
-      << ")\n";
+std::string banner_of(const Service& service) {
+  std::string banner = "Velmora ";
+  banner.append(application_version).append("  (algorithm ").append(algorithm_version).append(")\n");
+  banner += "  Open: " + page_address(service, "/") + '\n';
+  if (service.options.verbose) {
+    banner += "  Advanced: " + page_address(service, "/advanced.html") + '\n';
+    banner += "  Web root: " + quoted(service.options.web_root) + '\n';
+    banner += "  Control map: " + service.options.control_map + " (shared_memory_v" +
+              std::to_string(record_layout_version) + ")\n";
+  }
+  return banner + "  Press Ctrl+C to stop.\n";
 }
 
-void show_in_browser(const Service& service, std::ostream& out) {
+void show_in_browser(const Service& service) {
   constexpr std::intptr_t greatest_failure = 32;  // ShellExecuteW, shellapi.h
   if (open_in_browser(page_address(service, "/")) > greatest_failure) return;
-  out << "  (could not open a browser automatically -- copy the address above into one)\n" << std::flush;
+  write_standard_output("  (could not open a browser automatically -- copy the address above into one)\n");
 }
 
-ExitCode listen_and_serve(Service& service, std::ostream& out, std::ostream& error_out) {
+ExitCode listen_and_serve(Service& service) {
   const std::uint16_t port = service.options.port;
   Socket listener;
   if (open_tcp_socket(listener) != 0) return ExitCode::no_listener_socket;
   if (const int error = start_listening(listener, port); error != 0) {
-    explain_not_bound(port, error, error_out);
+    explain_not_bound(port, error);
     return ExitCode::not_bound;
   }
   install_console_handler(console_ctrl_handler);
   algorithm_version = probe_algorithm_version();
-  print_banner(service, out);
-  out << "  Press Ctrl+C to stop.\n" << std::flush;
-  if (service.options.open_browser) show_in_browser(service, out);
+  write_standard_output(banner_of(service));
+  if (service.options.open_browser) show_in_browser(service);
   serve_until_stopped(listener, port, service.session_token, service.pages, service.bridge);
   return ExitCode::done;
 }
 
-ExitCode run_with_sockets(Service& service, std::ostream& out, std::ostream& error_out) {
+ExitCode run_with_sockets(Service& service) {
   if (start_sockets() != 0) return ExitCode::no_sockets;
-  const ExitCode code = listen_and_serve(service, out, error_out);
+  const ExitCode code = listen_and_serve(service);
   stop_sockets();
   return code;
 }
 
-ExitCode run_with_com(Service& service, std::ostream& out, std::ostream& error_out) {
+ExitCode run_with_com(Service& service) {
   const std::int32_t com = start_com();
   if (com < 0) {
-    error_out << "CoInitializeEx failed: " << std::hex << static_cast<std::uint32_t>(com) << std::dec << '\n';
+    write_standard_error("CoInitializeEx failed: " + hexadecimal(static_cast<std::uint32_t>(com)) + '\n');
     return ExitCode::no_com;
   }
-  const ExitCode code = run_with_sockets(service, out, error_out);
+  const ExitCode code = run_with_sockets(service);
   stop_com();
   // These two are told when everything is down again.
-  if (code == ExitCode::no_sockets) error_out << "WSAStartup failed\n";
-  if (code == ExitCode::no_listener_socket) error_out << "socket failed\n";
+  if (code == ExitCode::no_sockets) write_standard_error("WSAStartup failed\n");
+  if (code == ExitCode::no_listener_socket) write_standard_error("socket failed\n");
   return code;
 }
 
-ExitCode run_service(const Options& options, std::ostream& out, std::ostream& error_out) {
+ExitCode run_service(const Options& options) {
   capture_directory_override = options.capture_directory;
   preset_directory_override = options.preset_directory;
   Service service{options, {}, {}, {}};
-  if (!load_pages(service, error_out)) return ExitCode::page_unreadable;
-  if (!choose_token(service, error_out)) return ExitCode::no_token;
-  if (!create_bridge(service, error_out)) return ExitCode::no_bridge;
-  return run_with_com(service, out, error_out);
+  if (!load_pages(service)) return ExitCode::page_unreadable;
+  if (!choose_token(service)) return ExitCode::no_token;
+  if (!create_bridge(service)) return ExitCode::no_bridge;
+  return run_with_com(service);
 }
 
 }  // namespace
 
-ExitCode run_program(const std::vector<std::string_view>& arguments, std::ostream& out,
-                     std::ostream& error_out) {
+ExitCode run_program(const std::vector<std::string_view>& arguments) {
   const ParsedCommandLine parsed = parse_command_line(arguments);
   switch (parsed.action) {
     case ParsedCommandLine::Action::self_test:
-      return run_self_test(out) ? ExitCode::done : ExitCode::self_test_failed;
-    case ParsedCommandLine::Action::refuse: error_out << parsed.refusal; return ExitCode::bad_command_line;
+      return run_self_test() ? ExitCode::done : ExitCode::self_test_failed;
+    case ParsedCommandLine::Action::refuse:
+      write_standard_error(parsed.refusal);
+      return ExitCode::bad_command_line;
     case ParsedCommandLine::Action::serve: break;
   }
-  return run_service(parsed.options, out, error_out);
+  return run_service(parsed.options);
 }
 
 }  // namespace velmora

@@ -1,7 +1,6 @@
 // The program from its arguments to its exit code.
 #pragma once
 
-#include <iosfwd>
 #include <string_view>
 #include <vector>
 
@@ -13,10 +12,10 @@ namespace velmora {
 // The version of this program, as people and clients see it.
 inline constexpr std::string_view application_version = "1.2.0";
 
-// Runs the program: the arguments come without the program's own name, the banner goes to `out`, failures to
-// `error_out`. Returns when the service has been stopped or could not start; everything that was set up is
-// taken down by then, in reverse order, but for the console handler and the process-wide values.
-[[nodiscard]] ExitCode run_program(const std::vector<std::string_view>& arguments, std::ostream& out,
-                                   std::ostream& error_out);
+// Runs the program: the arguments come without the program's own name, the banner goes to standard
+// output, failures to standard error. Returns when the service has been stopped or could not start;
+// everything that was set up is taken down by then, in reverse order, but for the console handler and the
+// process-wide values.
+[[nodiscard]] ExitCode run_program(const std::vector<std::string_view>& arguments);
 
 }  // namespace velmora

@@ -57,6 +57,15 @@ void report_failure(int failure_pipe) {
   _exit(127);
 }
 
+void write_stream(int stream, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = write(stream, text.data(), text.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    text.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
 }  // namespace
 
 std::string own_module_path() {
@@ -86,6 +95,9 @@ void prepare_standard_streams() {
   }
   signal(SIGPIPE, SIG_IGN);
 }
+
+void write_standard_output(std::string_view text) { write_stream(STDOUT_FILENO, text); }
+void write_standard_error(std::string_view text) { write_stream(STDERR_FILENO, text); }
 
 void install_console_handler(bool (*handler)(std::uint32_t event)) {
   console_handler = handler;

@@ -40,6 +40,15 @@ void stop_com() {
 
 void prepare_standard_streams() {}
 
+void write_standard_output(std::string_view text) {
+  static_cast<void>(standin::enter("stdout"));
+  standin::system().standard_output += text;
+}
+void write_standard_error(std::string_view text) {
+  static_cast<void>(standin::enter("stderr"));
+  standin::system().standard_error += text;
+}
+
 void install_console_handler(bool (*handler)(std::uint32_t event)) {
   static_cast<void>(standin::enter("SetConsoleCtrlHandler"));
   standin::system().console_handler = handler;

@@ -94,6 +94,8 @@ struct System {
   std::intptr_t browser_result = 33;
   std::vector<std::string> browser_addresses;
   bool (*console_handler)(std::uint32_t) = nullptr;
+  std::string standard_output;
+  std::string standard_error;
 };
 
 // The machine that the stand-in's answers work on.

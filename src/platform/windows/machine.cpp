@@ -1,8 +1,5 @@
 #include "platform/machine.h"
 
-#include <fcntl.h>
-#include <io.h>
-
 #include <array>
 #include <atomic>
 
@@ -26,6 +23,17 @@ std::atomic<bool (*)(std::uint32_t)> console_handler{nullptr};
 BOOL WINAPI on_console_event(DWORD event) {
   const auto handler = console_handler.load();
   return handler != nullptr && handler(event) ? TRUE : FALSE;
+}
+
+// Past the C library, whose streams would make two bytes of each line feed.
+void write_stream(DWORD stream, std::string_view text) {
+  const HANDLE handle = GetStdHandle(stream);
+  while (!text.empty()) {
+    DWORD written = 0;
+    if (!WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) || written == 0)
+      return;
+    text.remove_prefix(written);
+  }
 }
 
 }  // namespace
@@ -56,10 +64,10 @@ static_assert(COINIT_MULTITHREADED == 0);
 
 void stop_com() { CoUninitialize(); }
 
-void prepare_standard_streams() {
-  _setmode(_fileno(stdout), _O_BINARY);
-  _setmode(_fileno(stderr), _O_BINARY);
-}
+void prepare_standard_streams() {}
+
+void write_standard_output(std::string_view text) { write_stream(STD_OUTPUT_HANDLE, text); }
+void write_standard_error(std::string_view text) { write_stream(STD_ERROR_HANDLE, text); }
 
 void install_console_handler(bool (*handler)(std::uint32_t event)) {
   console_handler = handler;

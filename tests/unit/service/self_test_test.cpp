@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "unit/support/fresh_machine.h"
 
 namespace velmora {
@@ -12,26 +10,23 @@ namespace {
 using SelfTest = FreshMachine;
 
 TEST_F(SelfTest, PassesOnAMachineThatIsInOrderAndLeavesNothing) {
-  std::ostringstream out;
-  EXPECT_TRUE(run_self_test(out));
-  EXPECT_EQ(out.str(), "Velmora control self-test passed\n");
+  EXPECT_TRUE(run_self_test());
+  EXPECT_EQ(standin::system().standard_output, "Velmora control self-test passed\n");
   EXPECT_TRUE(standin::system().handles.empty());
   EXPECT_EQ(
       calls_of("CoInitializeEx") + calls_of("WSAStartup") + calls_of("socket") + calls_of("CreateFileW"), 0);
 }
 
 TEST_F(SelfTest, UsesAMappingThatIsPrivateToItsProcess) {
-  std::ostringstream out;
-  EXPECT_TRUE(run_self_test(out));
+  EXPECT_TRUE(run_self_test());
   ASSERT_EQ(standin::system().regions.size(), 1u);
   EXPECT_EQ(standin::system().regions.begin()->first, u"Local\\VelmoraSelfTest-4711");
 }
 
 TEST_F(SelfTest, FailsWithoutRandomBytes) {
   standin::system().random_available = false;
-  std::ostringstream out;
-  EXPECT_FALSE(run_self_test(out));
-  EXPECT_EQ(out.str(), "Velmora control self-test failed\n");
+  EXPECT_FALSE(run_self_test());
+  EXPECT_EQ(standin::system().standard_output, "Velmora control self-test failed\n");
 }
 
 TEST_F(SelfTest, FailsInOneLineWhereAnyCallForItsMappingFails) {
@@ -49,9 +44,8 @@ TEST_F(SelfTest, FailsInOneLineWhereAnyCallForItsMappingFails) {
     SCOPED_TRACE(row.operation);
     standin::reset();
     standin::system().faults[row.operation] = row.faults;
-    std::ostringstream out;
-    EXPECT_FALSE(run_self_test(out));
-    EXPECT_EQ(out.str(), "Velmora control self-test failed\n");
+    EXPECT_FALSE(run_self_test());
+    EXPECT_EQ(standin::system().standard_output, "Velmora control self-test failed\n");
     EXPECT_TRUE(standin::system().handles.empty());
   }
 }

@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-#include <streambuf>
-
 #include "capture/capture_directory.h"
 #include "effects/preset_directory.h"
 #include "status/algorithm_version.h"
@@ -22,27 +19,6 @@ constexpr std::string_view generated_token = "f0f1f2f3f4f5f6f7f8f9fafbfcfdfeff00
 constexpr std::string_view given_token = "a token with blanks & \"quotes\" <>!";
 constexpr std::string_view default_root = "D:/proj/velmora/web";
 const std::string page_names[] = {"index.html", "advanced.html", "velmora-eq.js", "help.html"};
-
-// A stream's text whose writing shows in the machine's log, between the operations.
-class LoggedText : public std::stringbuf {
- public:
-  explicit LoggedText(std::string name) : name_(std::move(name)) {}
-  std::size_t flushed_bytes = 0;
-
- protected:
-  std::streamsize xsputn(const char* bytes, std::streamsize count) override {
-    Log& log = standin::system().log;
-    if (log.empty() || log.back() != name_) log.push_back(name_);
-    return std::stringbuf::xsputn(bytes, count);
-  }
-  int sync() override {
-    flushed_bytes = str().size();
-    return 0;
-  }
-
- private:
-  std::string name_;
-};
 
 class Service : public FreshMachine {
  protected:
@@ -64,13 +40,9 @@ class Service : public FreshMachine {
     }
   }
 
-  ExitCode run(const Arguments& arguments = {}) {
-    std::ostream out(&out_text_);
-    std::ostream error_out(&error_text_);
-    return run_program(arguments, out, error_out);
-  }
-  std::string out() const { return out_text_.str(); }
-  std::string error_out() const { return error_text_.str(); }
+  static ExitCode run(const Arguments& arguments = {}) { return run_program(arguments); }
+  static const std::string& out() { return standin::system().standard_output; }
+  static const std::string& error_out() { return standin::system().standard_error; }
 
   // Nothing that the program set up is left.
   static void expect_all_released() {
@@ -78,9 +50,6 @@ class Service : public FreshMachine {
     EXPECT_EQ(standin::system().com_started, 0);
     EXPECT_EQ(standin::system().sockets_started, 0);
   }
-
-  LoggedText out_text_{"stdout"};
-  LoggedText error_text_{"stderr"};
 };
 
 const Log until_bridge = {"CreateFileW",
@@ -131,14 +100,14 @@ TEST_F(Service, PrintsItsBannerAndNothingElse) {
   EXPECT_EQ(error_out(), "");
 }
 
-TEST_F(Service, HasFlushedItsBannerBeforeItWaits) {
-  std::size_t flushed_bytes = 0;
+TEST_F(Service, HasWrittenItsBannerBeforeItWaits) {
+  std::size_t written_bytes = 0;
   standin::system().on_idle = [&] {
-    flushed_bytes = out_text_.flushed_bytes;
+    written_bytes = out().size();
     stop_requested = true;
   };
   EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_EQ(flushed_bytes, default_banner.size());
+  EXPECT_EQ(written_bytes, default_banner.size());
 }
 
 TEST_F(Service, AddsThreeLinesToTheBannerWhenVerbose) {
@@ -200,17 +169,17 @@ TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
     SCOPED_TRACE(row.result);
     standin::system().browser_result = row.result;
     stop_requested = false;
-    out_text_.str("");
-    std::size_t flushed_bytes = 0;
+    standin::system().standard_output.clear();
+    std::size_t written_bytes = 0;
     standin::system().on_idle = [&] {
-      flushed_bytes = out_text_.flushed_bytes;
+      written_bytes = out().size();
       stop_requested = true;
     };
     EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
     const std::string line =
         "  (could not open a browser automatically -- copy the address above into one)\n";
     EXPECT_EQ(out(), default_banner + (row.told ? line : ""));
-    EXPECT_EQ(flushed_bytes, out().size());
+    EXPECT_EQ(written_bytes, out().size());
   }
   EXPECT_EQ(error_out(), "");
 }
@@ -323,7 +292,7 @@ TEST_F(Service, RefusesABadCommandLineAndTouchesNothing) {
        "[--open-browser] [--verbose] [--self-test]\n"},
   };
   for (const auto& row : rows) {
-    error_text_.str("");
+    standin::system().standard_error.clear();
     EXPECT_EQ(run(row.arguments), ExitCode::bad_command_line);
     EXPECT_EQ(error_out(), row.message);
     EXPECT_EQ(out(), "");
@@ -351,7 +320,7 @@ TEST_F(Service, NeedsEachOfItsFourPages) {
   for (std::size_t bad = 0; bad < 4; ++bad) {
     for (int fault = 0; fault < 4; ++fault) {
       standin::reset();
-      error_text_.str("");
+      standin::system().standard_error.clear();
       put_pages(std::string(default_root));
       const std::string path = std::string(default_root) + "/" + page_names[bad];
       SCOPED_TRACE(path + " with fault " + std::to_string(fault));
@@ -408,7 +377,7 @@ TEST_F(Service, NeedsItsBridge) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
     standin::reset();
-    error_text_.str("");
+    standin::system().standard_error.clear();
     put_pages(std::string(default_root));
     if (!row.operation.empty()) standin::system().faults[row.operation] = {row.error};
     EXPECT_EQ(run({"--control-map", row.name}), ExitCode::no_bridge);
@@ -422,7 +391,7 @@ TEST_F(Service, NeedsItsBridge) {
 TEST_F(Service, RefusesABridgeOfAnotherLayoutOrWithoutAnEnd) {
   const std::uint64_t first_words[] = {(std::uint64_t{7} << 32) | 0x31434D56, 0};
   for (const std::uint64_t word : first_words) {
-    error_text_.str("");
+    standin::system().standard_error.clear();
     const auto region = standin::hold_region(u"Global\\VelmoraControlV1", 576);
     region->words[0] = word;
     region->words[1] = 576;
@@ -440,7 +409,7 @@ TEST_F(Service, TellsTheResultOfComInLowerCaseHex) {
     std::string text;
   } rows[] = {{0x80010106, "80010106"}, {0xFFFFFFFF, "ffffffff"}, {0x8007000E, "8007000e"}};
   for (const auto& row : rows) {
-    error_text_.str("");
+    standin::system().standard_error.clear();
     standin::system().log.clear();
     standin::system().com_result = static_cast<std::int32_t>(row.result);
     EXPECT_EQ(run(), ExitCode::no_com);
@@ -506,7 +475,7 @@ TEST_F(Service, TakesEverythingDownWhereItCannotListen) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation + " " + std::to_string(row.error));
     standin::system().log.clear();
-    error_text_.str("");
+    standin::system().standard_error.clear();
     standin::system().faults[row.operation] = {row.error};
     EXPECT_EQ(run(), row.code);
     EXPECT_EQ(error_out(), row.message);
