@@ -17,18 +17,6 @@ FileKind query_file_kind(std::string_view path) {
   return file == standin::system().files.end() ? FileKind::missing : file->second.kind;
 }
 
-std::string join_path(std::string_view directory, std::string_view name) {
-  std::string joined(directory);
-  if (!directory.empty() && directory.back() != '/') joined += '/';
-  return joined += name;
-}
-
-std::string parent_path(std::string_view path) {
-  const std::size_t last = path.rfind('/');
-  if (last == std::string_view::npos) return {};
-  return std::string(path.substr(0, last == 0 ? 1 : last));
-}
-
 void InputFileKind::release(Native native) noexcept { standin::system().handles.erase(native); }
 
 std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
