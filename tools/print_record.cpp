@@ -2,8 +2,8 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "base/text.h"
 #include "platform/machine.h"
@@ -26,10 +26,18 @@ Line read_line(unsigned char* bytes) {
   return line;
 }
 
-void print_line(std::size_t offset, const Line& line) {
-  std::printf("%03zx ", offset);
-  for (const unsigned char byte : line) std::printf(" %02x", byte);
-  std::printf("\n");
+// `value` in lower-case hexadecimal, of as many digits as are asked for.
+std::string hexadecimal(std::size_t value, int digits) {
+  std::string text;
+  for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4)
+    text += "0123456789abcdef"[(value >> shift) & 0xF];
+  return text;
+}
+
+std::string line_text(std::size_t offset, const Line& line) {
+  std::string text = hexadecimal(offset, 3) + ' ';
+  for (const unsigned char byte : line) text += ' ' + hexadecimal(byte, 2);
+  return text + '\n';
 }
 
 int print_record(const char* name) {
@@ -38,12 +46,12 @@ int print_record(const char* name) {
   std::uint32_t error = open_shared_mapping(wide_from_signed_bytes(name), mapping);
   if (error == 0) error = map_shared_view(mapping, record_size_bytes, view);
   if (error != 0) {
-    std::fprintf(stderr, "mapping failed with error %u\n", error);
+    write_standard_error("mapping failed with error " + std::to_string(error) + '\n');
     return 1;
   }
   auto* bytes = static_cast<unsigned char*>(view.native().data);
   for (std::size_t offset = 0; offset < record_size_bytes; offset += bytes_in_line) {
-    print_line(offset, read_line(bytes + offset));
+    write_standard_output(line_text(offset, read_line(bytes + offset)));
   }
   return 0;
 }
@@ -54,6 +62,6 @@ int print_record(const char* name) {
 int main(int argc, char** argv) {
   velmora::prepare_standard_streams();
   if (argc == 2) return velmora::print_record(argv[1]);
-  std::fputs("usage: velmora_print_record NAME\n", stderr);
+  velmora::write_standard_error("usage: velmora_print_record NAME\n");
   return 2;
 }

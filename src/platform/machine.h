@@ -36,9 +36,9 @@ using LibraryFunction = void (*)();
 [[nodiscard]] std::int32_t start_com();
 void stop_com();
 
-// Makes a closed reader of a standard stream a failed write and never a signal, and lets a stream that the
-// parent had closed lead nowhere instead of into whatever is opened next. To be called once, before anything
-// is opened.
+// Makes a closed reader of a standard stream a failed write and never a signal. Where streams are numbers
+// that are given out again, one that the parent had closed leads nowhere afterwards, instead of into whatever
+// is opened next. To be called once, before anything is opened. On Windows there is nothing to do.
 void prepare_standard_streams();
 
 // Writes bytes to standard output or standard error as they are (no line feed is translated) and at once.

@@ -60,7 +60,31 @@ TEST_F(PosixMachine, KeepsTheErrorNumberAcrossASignal) {
   EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(PosixMachine, TellsAClosedReaderByAFailedWrite) {
+TEST_F(PosixMachine, WritesBytesAsTheyAreAndAtOnce) {
+  const std::string text = "a\nb\r\n\xC3\xB6\n";
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    write_standard_output("1" + text);
+    write_standard_error("2" + text);
+    _exit(0);  // without any flush
+  }
+  close(ends[1]);
+  std::array<char, 64> buffer{};
+  std::string received;
+  for (ssize_t count = 1; count > 0;) {
+    count = read(ends[0], buffer.data(), buffer.size());
+    if (count > 0) received.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  close(ends[0]);
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(received, "1" + text + "2" + text);
+}
+
+TEST_F(PosixMachine, TellsAClosedReaderByAFailedWriteAndGoesOn) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
@@ -68,6 +92,7 @@ TEST_F(PosixMachine, TellsAClosedReaderByAFailedWrite) {
   if (child == 0) {
     dup2(ends[1], STDOUT_FILENO);
     prepare_standard_streams();
+    write_standard_output("lost");
     const bool failed = write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE;
     _exit(failed ? 0 : 1);
   }

@@ -1,13 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <io.h>
 #include <windows.h>
 
 #include <array>
-#include <cstdio>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/files.h"
 #include "platform/machine.h"
@@ -18,56 +16,55 @@ namespace {
 
 class WindowsMachine : public surroundings::Arranged {};
 
-// Standard output lies on the writing end of a pipe for as long as this lives.
-struct OutputOnPipe {
-  int former = _dup(_fileno(stdout));
-  int reader = -1;
+// A standard stream that leads into a pipe for as long as this lives.
+struct StreamOnPipe {
+  DWORD stream;
+  HANDLE former = GetStdHandle(stream);
+  HANDLE reader = nullptr;
+  HANDLE writer = nullptr;
 
-  OutputOnPipe() {
-    std::fflush(stdout);
-    int ends[2];
-    EXPECT_EQ(_pipe(ends, 4096, _O_TEXT | _O_NOINHERIT), 0);
-    reader = ends[0];
-    _setmode(reader, _O_BINARY);
-    _dup2(ends[1], _fileno(stdout));
-    _setmode(_fileno(stdout), _O_TEXT);
-    _close(ends[1]);
+  explicit StreamOnPipe(DWORD wanted) : stream(wanted) {
+    EXPECT_TRUE(CreatePipe(&reader, &writer, nullptr, 4096));
+    SetStdHandle(stream, writer);
   }
-  OutputOnPipe(const OutputOnPipe&) = delete;
-  OutputOnPipe& operator=(const OutputOnPipe&) = delete;
-  ~OutputOnPipe() {
-    std::fflush(stdout);
-    std::clearerr(stdout);
-    _dup2(former, _fileno(stdout));
-    _close(former);
-    if (reader >= 0) _close(reader);
+  StreamOnPipe(const StreamOnPipe&) = delete;
+  StreamOnPipe& operator=(const StreamOnPipe&) = delete;
+  ~StreamOnPipe() {
+    SetStdHandle(stream, former);
+    CloseHandle(writer);
+    close_reader();
+  }
+
+  void close_reader() {
+    if (reader != nullptr) CloseHandle(std::exchange(reader, nullptr));
+  }
+  [[nodiscard]] std::string read() const {
+    std::array<char, 64> buffer{};
+    DWORD count = 0;
+    EXPECT_TRUE(ReadFile(reader, buffer.data(), static_cast<DWORD>(buffer.size()), &count, nullptr));
+    return std::string(buffer.data(), count);
   }
 };
 
-std::string written_line(bool prepared) {
-  const OutputOnPipe output;
-  if (prepared) prepare_standard_streams();
-  _write(_fileno(stdout), "a\n", 2);
-  std::array<char, 16> buffer{};
-  const int count = _read(output.reader, buffer.data(), static_cast<unsigned>(buffer.size()));
-  return std::string(buffer.data(), static_cast<std::size_t>(count < 0 ? 0 : count));
+TEST_F(WindowsMachine, WritesBytesAsTheyAreAndAtOnce) {
+  const std::string text = "a\nb\r\n\xC3\xB6\n";
+  const StreamOnPipe output(STD_OUTPUT_HANDLE);
+  const StreamOnPipe error(STD_ERROR_HANDLE);
+  write_standard_output(text);
+  EXPECT_EQ(output.read(), text);
+  write_standard_error("2" + text);
+  EXPECT_EQ(error.read(), "2" + text);
 }
 
-TEST_F(WindowsMachine, WritesLineFeedsAsTheyAreOnceTheStreamsArePrepared) {
-  EXPECT_EQ(written_line(false), "a\r\n");
-  EXPECT_EQ(written_line(true), "a\n");
-}
-
-TEST_F(WindowsMachine, TellsAClosedReaderByAFailedWrite) {
-  int result = 0;
-  {
-    OutputOnPipe output;
-    prepare_standard_streams();
-    _close(output.reader);
-    output.reader = -1;
-    result = _write(_fileno(stdout), "x", 1);
-  }
-  EXPECT_EQ(result, -1);
+TEST_F(WindowsMachine, GoesOnWhereNobodyReadsWhatItWrites) {
+  StreamOnPipe output(STD_OUTPUT_HANDLE);
+  output.close_reader();
+  write_standard_output("lost\n");
+  SetStdHandle(STD_OUTPUT_HANDLE, nullptr);
+  write_standard_output("lost\n");
+  SetStdHandle(STD_OUTPUT_HANDLE, INVALID_HANDLE_VALUE);
+  write_standard_output("lost\n");
+  write_standard_output("");
 }
 
 TEST_F(WindowsMachine, TellsItsPathAsTheSystemDoes) {

@@ -1,9 +1,11 @@
 // Stands in for the effect: makes or opens the shared record, follows what the service writes, and reports
 // what it applied. Each thing that it sees is one line on standard output, so that a test can wait for it.
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <optional>
+#include <string>
 
 #include "base/text.h"
 #include "mapping.h"
@@ -35,10 +37,10 @@ bool take_console_event(std::uint32_t) {
 
 const char* text_of(bool value) { return value ? "true" : "false"; }
 
-void print_line(const char* line) {
-  std::printf("%s\n", line);
-  std::fflush(stdout);
-}
+void print_line(std::string line) { write_standard_output(line += '\n'); }
+
+// What is printed of one word, formatted in place.
+using LineBuffer = std::array<char, 256>;
 
 struct Connection {
   SharedMapping mapping;
@@ -87,10 +89,11 @@ void follow_footstep(const Record& record, Seen& seen) {
   seen.footstep = word;
   const Enhancement wanted = decode_footstep(word);
   const std::uint64_t applied = report_applied(record, wanted);
-  std::printf("applied word=0x%016llx bypass=%s bypass_all=%s strength=%g\n",
-              static_cast<unsigned long long>(applied), text_of(wanted.bypass), text_of(wanted.bypass_all),
-              static_cast<double>(wanted.strength));
-  std::fflush(stdout);
+  LineBuffer line;
+  std::snprintf(line.data(), line.size(), "applied word=0x%016llx bypass=%s bypass_all=%s strength=%g",
+                static_cast<unsigned long long>(applied), text_of(wanted.bypass), text_of(wanted.bypass_all),
+                static_cast<double>(wanted.strength));
+  print_line(line.data());
 }
 
 void follow_algorithm(const Record& record, Seen& seen) {
@@ -98,13 +101,15 @@ void follow_algorithm(const Record& record, Seen& seen) {
   if (seen.algorithm == word) return;
   seen.algorithm = word;
   const Algorithm wanted = decode_algorithm(word);
-  std::printf(
+  LineBuffer line;
+  std::snprintf(
+      line.data(), line.size(),
       "algorithm word=0x%016llx trim_db=%g time_alpha=%g frequency_smooth=%u limiter=%s ceiling_db=%g "
-      "stereo_link=%u\n",
+      "stereo_link=%u",
       static_cast<unsigned long long>(word), static_cast<double>(wanted.trim_db),
       static_cast<double>(wanted.time_alpha), wanted.frequency_smooth, text_of(wanted.limiter),
       static_cast<double>(wanted.ceiling_db), wanted.stereo_link);
-  std::fflush(stdout);
+  print_line(line.data());
 }
 
 void follow_equalizer(const Record& record, Seen& seen) {
@@ -113,10 +118,11 @@ void follow_equalizer(const Record& record, Seen& seen) {
   // A block that a writer is at keeps its old revision for us, so the next look tries again.
   if (!read_equalizer(record, equalizer) || equalizer.revision == seen.equalizer_revision) return;
   seen.equalizer_revision = equalizer.revision;
-  std::printf("equalizer revision=%llu bypass=%s fade_ms=%g\n",
-              static_cast<unsigned long long>(equalizer.revision), text_of(equalizer.bypass),
-              static_cast<double>(equalizer.fade_ms));
-  std::fflush(stdout);
+  LineBuffer line;
+  std::snprintf(line.data(), line.size(), "equalizer revision=%llu bypass=%s fade_ms=%g",
+                static_cast<unsigned long long>(equalizer.revision), text_of(equalizer.bypass),
+                static_cast<double>(equalizer.fade_ms));
+  print_line(line.data());
 }
 
 // Sleeps until `moment_ns` or a stop.
@@ -161,14 +167,14 @@ int run(int argc, const char* const* argv) {
   prepare_standard_streams();
   const std::optional<Options> options = parse_options(argc, argv);
   if (!options) {
-    std::fputs(usage, stderr);
+    write_standard_error(usage);
     return exit_usage;
   }
   install_console_handler(take_console_event);
   Connection connection;
   const std::uint32_t error = obtain(*options, connection);
   if (error != 0) {
-    std::fprintf(stderr, "mapping failed with error %u\n", error);
+    write_standard_error("mapping failed with error " + std::to_string(error) + '\n');
     return exit_no_mapping;
   }
   const Record record = connection.record();
@@ -178,7 +184,7 @@ int run(int argc, const char* const* argv) {
     magic_is_due = options->finish_after_ms.has_value();
     if (!magic_is_due) write_magic(record, options->fault);
   } else if (!wait_until_ready(record)) {
-    std::fputs("mapping has an incompatible layout\n", stderr);
+    write_standard_error("mapping has an incompatible layout\n");
     return exit_no_mapping;
   }
   print_line(connection.made ? "mapping made" : "mapping opened");
