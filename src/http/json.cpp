@@ -46,15 +46,15 @@ std::optional<char> unescape(char letter) {
   }
 }
 
-// Takes a run of decimal digits with at most one point off `text` into the form DIGITS * 10^scale. Leading
-// zeros fall away, and of the digits behind the limit only whether there is another than 0 among them: as a
-// last 1 it rounds like all of them would.
+// The number `digits` * 10^`scale`.
 struct Decimal {
-  std::string digits;
+  std::string digits;  // without leading zeros; empty for zero
   std::int64_t scale = 0;
-  bool any = false;
+  bool any = false;  // there was a digit at all
 };
 
+// Takes a run of decimal digits with at most one point off `text`. Of the digits behind the limit it only
+// keeps whether there is another than 0 among them: as a last 1 it rounds like all of them would.
 Decimal take_decimal(std::string_view& text) {
   constexpr std::size_t digits_limit = 128;  // a float and the half between two need 113
   Decimal decimal;
