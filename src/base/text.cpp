@@ -139,4 +139,18 @@ std::u16string wide_from_signed_bytes(std::string_view bytes) {
   return out;
 }
 
+std::string ascii_from_wide(std::u16string_view text) {
+  std::string narrow;
+  narrow.reserve(text.size());
+  for (const char16_t unit : text) narrow.push_back(unit < 128 ? static_cast<char>(unit) : '?');
+  return narrow;
+}
+
+std::u16string wide_from_ascii(std::string_view text) {
+  std::u16string wide;
+  wide.reserve(text.size());
+  for (const char byte : text) wide.push_back(static_cast<unsigned char>(byte));
+  return wide;
+}
+
 }  // namespace velmora

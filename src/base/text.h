@@ -24,4 +24,11 @@ namespace velmora {
 // never is.
 [[nodiscard]] std::u16string wide_from_signed_bytes(std::string_view bytes);
 
+// Text of the registry and of paths that are shown: each UTF-16 unit of 128 and above becomes `?`. What it
+// was is lost.
+[[nodiscard]] std::string ascii_from_wide(std::u16string_view text);
+
+// One UTF-16 unit for each byte, which is taken as unsigned.
+[[nodiscard]] std::u16string wide_from_ascii(std::string_view text);
+
 }  // namespace velmora

@@ -1,4 +1,4 @@
-// The process and the machine round it: its own path, libraries, COM, console, browser, random bytes.
+// The process and the machine round it: its own path, libraries, COM, console, browser, random bytes, GUIDs.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/guid.h"
 #include "platform/owner.h"
 
 namespace velmora {
@@ -59,6 +60,15 @@ void install_console_handler(bool (*handler)(std::uint32_t event));
 // Fills the buffer from the system's generator (BCryptGenRandom without an algorithm handle, flag 2). False
 // when it cannot; the buffer's contents then mean nothing.
 [[nodiscard]] bool fill_random(unsigned char* buffer, std::size_t size);
+
+// StringFromGUID2 into a buffer of 40 characters: 38 of them, upper-case hexadecimal with braces. Empty on
+// failure.
+[[nodiscard]] std::u16string guid_text(const Guid& guid);
+
+// Reads the machine that stands in for what this system lacks. Empty when it can be read, otherwise what is
+// wrong, as PATH:LINE: WHY (line 0: the file as a whole). To be called once, before anything else is asked of
+// the registry. On Windows there is nothing to read.
+[[nodiscard]] std::string load_machine();
 
 // GetCurrentProcessId.
 [[nodiscard]] std::uint32_t own_process_id();

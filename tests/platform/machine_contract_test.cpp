@@ -152,6 +152,27 @@ TEST_F(MachineContract, FillsABufferOfAnySize) {
   }
 }
 
+TEST_F(MachineContract, WritesAGuidInUpperCaseWithBracesAndLeadingZeros) {
+  const struct {
+    Guid guid;
+    std::u16string text;
+  } cases[] = {
+      {{0xd04e05a6, 0x594b, 0x4fb6, {0xa8, 0x0d, 0x01, 0xaf, 0x5e, 0xed, 0x7d, 0x1d}},
+       u"{D04E05A6-594B-4FB6-A80D-01AF5EED7D1D}"},
+      {{0x1, 0x2, 0x3, {0x4, 0x5, 0x6, 0x7, 0x8, 0x9, 0xa, 0xb}}, u"{00000001-0002-0003-0405-060708090A0B}"},
+      {{0, 0, 0, {}}, u"{00000000-0000-0000-0000-000000000000}"},
+      {{0xffffffff, 0xffff, 0xffff, {0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff}},
+       u"{FFFFFFFF-FFFF-FFFF-FFFF-FFFFFFFFFFFF}"}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.guid.data1);
+    EXPECT_EQ(guid_text(entry.guid), entry.text);
+  }
+}
+
+TEST_F(MachineContract, FindsNothingWrongWithTheMachineThatNobodyHasChanged) {
+  EXPECT_EQ(load_machine(), "");
+}
+
 TEST_F(MachineContract, KeepsItsProcessNumber) {
   EXPECT_NE(own_process_id(), 0u);
   EXPECT_EQ(own_process_id(), own_process_id());

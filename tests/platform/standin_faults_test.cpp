@@ -4,10 +4,12 @@
 #include <array>
 #include <ctime>
 #include <string>
+#include <vector>
 
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/registry.h"
 #include "platform/shared_memory.h"
 #include "platform/sockets.h"
 #include "platform/standin/system.h"
@@ -86,6 +88,154 @@ TEST_F(StandinFaults, CutASendToTheLimitOfTheConnection) {
   EXPECT_EQ(send_bytes(socket, "abcdef", 6).count, 3);
   EXPECT_EQ(send_bytes(socket, "de", 2).count, 2);
   EXPECT_EQ(connection->from_service, "abcde");
+}
+
+// The registry.
+
+constexpr std::uint32_t key_access = key_query_value | key_set_value;
+constexpr std::uint32_t reg_binary = 3;
+constexpr std::int32_t error_not_kept = 1016;
+
+RegistryKey create(std::u16string_view path) {
+  RegistryKey key;
+  EXPECT_EQ(create_registry_key(path, key_access, key), 0);
+  return key;
+}
+
+// Every operation on the registry once, each on what the ones before have made. The results in order.
+std::vector<std::int32_t> use_registry() {
+  RegistryKey parent;
+  RegistryKey key;
+  std::uint32_t number = 0;
+  std::vector<std::int32_t> results;
+  results.push_back(create_registry_key(u"Faulty", key_access, parent));
+  results.push_back(create_registry_key(u"Faulty\\Key", key_access, key));
+  if (!parent.is_open()) parent = create(u"Faulty");
+  if (!key.is_open()) key = create(u"Faulty\\Key");
+  results.push_back(set_registry_value(key, u"v", reg_dword, &number, sizeof number));
+  results.push_back(query_registry_value(key, u"v", &number, sizeof number).error);
+  results.push_back(get_registry_value(u"Faulty\\Key", u"v", rrf_rt_reg_dword, &number, sizeof number).error);
+  results.push_back(delete_registry_value(key, u"v"));
+  results.push_back(delete_registry_key(parent, u"Key"));
+  RegistryKey opened;
+  results.push_back(open_registry_key(u"Faulty", key_access, opened));
+  EXPECT_EQ(opened.is_open(), results.back() == 0);
+  return results;
+}
+
+TEST_F(StandinFaults, AreTakenByEveryOperationOnTheRegistryByItsName) {
+  const std::vector<std::string> operations{"RegCreateKeyExW", "RegSetValueExW",  "RegQueryValueExW",
+                                            "RegGetValueW",    "RegDeleteValueW", "RegDeleteKeyW",
+                                            "RegOpenKeyExW"};
+  constexpr std::int32_t fault = 1450;
+  for (const std::string& operation : operations) {
+    SCOPED_TRACE(operation);
+    standin::reset();
+    standin::system().faults[operation] = {fault};
+    std::size_t failed = 0;
+    for (const std::int32_t result : use_registry()) failed += result == fault;
+    EXPECT_EQ(failed, 1u);
+    EXPECT_TRUE(standin::system().faults[operation].empty());
+    EXPECT_TRUE(standin::system().state.open_keys.empty());
+  }
+}
+
+TEST_F(StandinFaults, TellEachOperationOnTheRegistryWithWhatItIsAbout) {
+  for (const std::int32_t result : use_registry()) EXPECT_EQ(result, 0);
+  const auto& log = standin::system().log;
+  ASSERT_GE(log.size(), 8u);
+  EXPECT_EQ((std::vector<std::string>(log.begin(), log.begin() + 8)),
+            (std::vector<std::string>{"RegCreateKeyExW Faulty", "RegCreateKeyExW Faulty\\Key",
+                                      "RegSetValueExW v", "RegQueryValueExW v", "RegGetValueW Faulty\\Key v",
+                                      "RegDeleteValueW v", "RegDeleteKeyW Key", "RegOpenKeyExW Faulty"}));
+}
+
+TEST_F(StandinFaults, StrikeTheOneCallThatIsCounted) {
+  constexpr std::int32_t fault = 1450;
+  const std::size_t count = use_registry().size();
+  for (std::size_t call = 1; call <= 2; ++call) {
+    SCOPED_TRACE(call);
+    standin::reset();
+    standin::system().fault_at = {call, fault};
+    const auto results = use_registry();
+    for (std::size_t index = 0; index < count; ++index) {
+      EXPECT_EQ(results[index], index + 1 == call ? fault : 0) << index;
+    }
+  }
+  // Operations that are none on the registry are counted with the others.
+  standin::reset();
+  standin::system().fault_at = {3, fault};
+  Socket socket;
+  EXPECT_EQ(open_tcp_socket(socket), 0);
+  RegistryKey key;
+  EXPECT_EQ(create_registry_key(u"Faulty", key_access, key), 0);
+  EXPECT_EQ(open_tcp_socket(socket), fault);
+}
+
+TEST_F(StandinFaults, LetAnotherProgramChangeTheRegistryBeforeACall) {
+  std::vector<std::string> seen;  // is still told of the keys when they are closed
+  const RegistryKey parent = create(u"Parent");
+  const RegistryKey key = create(u"Parent\\Key");
+  standin::system().before_registry_call = [&](const std::string& entry) {
+    seen.push_back(entry);
+    if (entry != "RegQueryValueExW v") return;
+    standin::RegistryTree& registry = standin::machine_state().registry;
+    standin::put_value(*standin::find_key(registry, u"HKEY_LOCAL_MACHINE\\Parent\\Key"), u"v", reg_binary,
+                       "new");
+  };
+  EXPECT_EQ(query_registry_value(key, u"other", nullptr, 0).error, 2);
+  EXPECT_EQ(query_registry_value(key, u"v", nullptr, 0).size, 3u);
+  EXPECT_EQ(seen, (std::vector<std::string>{"RegQueryValueExW other", "RegQueryValueExW v"}));
+}
+
+// Names, types and data of a key and of all below it, in order.
+std::string told(const standin::TreeKey& key) {
+  std::string text;
+  for (const standin::TreeValue& value : key.values) {
+    text.append(value.name.begin(), value.name.end()).append("=").append(std::to_string(value.type));
+    text.append(":").append(value.bytes).append(";");
+  }
+  for (const standin::TreeKey& child : key.keys) {
+    text.append(child.name.begin(), child.name.end()).append("{").append(told(child)).append("}");
+  }
+  return text;
+}
+
+TEST_F(StandinFaults, LeaveTheRegistryAsItWasWhenAChangeCannotBeKept) {
+  RegistryKey parent = create(u"Parent");
+  RegistryKey key = create(u"Parent\\Key");
+  EXPECT_EQ(set_registry_value(key, u"v", reg_binary, "old", 3), 0);
+  const std::string before = told(standin::machine_state().registry);
+  standin::system().registry_kept = false;
+  const auto expect_as_before = [&] { EXPECT_EQ(told(standin::machine_state().registry), before); };
+  RegistryKey none;
+  EXPECT_EQ(create_registry_key(u"Parent\\New\\Below", key_access, none), error_not_kept);
+  EXPECT_FALSE(none.is_open());
+  expect_as_before();
+  EXPECT_EQ(set_registry_value(key, u"v", reg_binary, "new", 3), error_not_kept);
+  EXPECT_EQ(set_registry_value(key, u"w", reg_binary, "new", 3), error_not_kept);
+  expect_as_before();
+  EXPECT_EQ(delete_registry_value(key, u"v"), error_not_kept);
+  expect_as_before();
+  EXPECT_EQ(delete_registry_key(parent, u"Key"), error_not_kept);
+  expect_as_before();
+  // Nothing has been changed by these, and the key is none that has gone.
+  EXPECT_EQ(delete_registry_value(key, u"absent"), 2);
+  EXPECT_EQ(create_registry_key(u"Parent\\Key", key_access, none), 0);
+  EXPECT_EQ(query_registry_value(key, u"v", nullptr, 0).size, 3u);
+  standin::system().registry_kept = true;
+  EXPECT_EQ(delete_registry_key(parent, u"Key"), 0);
+}
+
+TEST_F(StandinFaults, TellWhatIsWrongWithTheMachine) {
+  EXPECT_EQ(load_machine(), "");
+  standin::system().machine_trouble = "machine.reg:3: a key without an end";
+  EXPECT_EQ(load_machine(), "machine.reg:3: a key without an end");
+}
+
+TEST_F(StandinFaults, TellThatAGuidHasNoText) {
+  standin::system().faults["StringFromGUID2"] = {1};
+  EXPECT_EQ(guid_text({}), u"");
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/owner.h"
+#include "platform/registry.h"
 #include "platform/shared_memory.h"
 
 namespace velmora::surroundings {
@@ -110,6 +111,33 @@ struct ParentCase {
 // This system's tables.
 [[nodiscard]] std::vector<JoinCase> join_cases();
 [[nodiscard]] std::vector<ParentCase> parent_cases();
+
+// The registry. Paths stand under HKEY_LOCAL_MACHINE.
+
+// The key below which tests work. It is made, empty, by the first of these and removed with all that stands
+// below it by the second, which fails the test where a key is left open, as far as that can be seen.
+constexpr std::u16string_view registry_scratch = u"SOFTWARE\\VelmoraContract";
+void set_up_registry();
+void tear_down_registry();
+
+// Whether this is a key that somebody holds.
+[[nodiscard]] bool is_held(RegistryKey::Native key);
+// The names below a key as they are kept: of keys in the system's order, of values sorted.
+[[nodiscard]] std::vector<std::u16string> key_names(std::u16string_view path);
+[[nodiscard]] std::vector<std::u16string> value_names(std::u16string_view path);
+
+struct GrantKind {
+  using Native = std::uintptr_t;
+  static constexpr Native none = 0;
+  static void release(Native native) noexcept;
+};
+// For as long as it is open, a key grants an access and no more, to whoever asks.
+using Grant = Owner<GrantKind>;
+[[nodiscard]] Grant grant(std::u16string_view path, std::uint32_t access);
+
+// Whether Wine answers in place of Windows: where it departs from what Windows documents, tables have a
+// column for it.
+[[nodiscard]] bool runs_under_wine();
 
 // The machine.
 

@@ -24,6 +24,8 @@
 #include <sstream>
 
 #include "platform/clock.h"
+#include "platform/machine.h"
+#include "platform/registry_in_memory.h"
 
 namespace velmora::surroundings {
 namespace {
@@ -262,6 +264,18 @@ std::vector<ParentCase> parent_cases() {
   return {{"/a/b", "/a"}, {"/a", "/"},  {"a", ""},         {"", ""},
           {"/", "/"},     {"a/b", "a"}, {"/a/b/", "/a/b"}, {"a\\b", ""},
           {"C:\\a", ""},  {"./a", "."}, {"//a", "/"},      {"/\xC3\xB6/b", "/\xC3\xB6"}};
+}
+
+// The built-in machine, which lives in this process alone: never one that whoever started the tests has.
+void set_up_registry() {
+  unsetenv("VELMORA_MACHINE");
+  ASSERT_EQ(load_machine(), "");
+  put_scratch_key();
+}
+
+void tear_down_registry() {
+  remove_scratch_key();
+  EXPECT_EQ(load_machine(), "");
 }
 
 std::string library_path() {

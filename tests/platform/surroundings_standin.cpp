@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 
+#include "platform/registry_in_memory.h"
 #include "platform/standin/system.h"
 
 namespace velmora::surroundings {
@@ -47,6 +48,7 @@ void set_up() {
 
 void tear_down() {
   EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(standin::system().state.open_keys.empty());
   EXPECT_EQ(standin::system().sockets_started, 0);
   EXPECT_EQ(standin::system().com_started, 0);
   EXPECT_TRUE(outside().peers.empty());
@@ -146,6 +148,18 @@ std::vector<JoinCase> join_cases() {
 std::vector<ParentCase> parent_cases() {
   return {{"/a/b", "/a"}, {"/a", "/"}, {"a", ""}, {"", ""}, {"/", "/"}, {"a/b", "a"}};
 }
+
+void set_up_registry() {
+  put_scratch_key();
+  standin::TreeKey& windows =
+      standin::make_key(standin::machine_state().registry,
+                        u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion");
+  constexpr std::u16string_view root{u"C:\\Windows\0", 11};
+  standin::put_value(windows, u"SystemRoot", reg_sz,
+                     {reinterpret_cast<const char*>(root.data()), root.size() * sizeof(char16_t)});
+}
+
+void tear_down_registry() { remove_scratch_key(); }
 
 std::string library_path() { return probe_library; }
 

@@ -6,8 +6,10 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <map>
 
 #include "platform/clock.h"
 #include "platform/sockets.h"
@@ -17,6 +19,7 @@ namespace {
 
 struct State {
   std::string scratch;
+  std::map<std::uintptr_t, std::wstring> grants;  // the keys that they are about
 };
 
 State& state() {
@@ -108,6 +111,45 @@ void set_registry_text(const std::wstring& key, const wchar_t* name, const std::
   EXPECT_EQ(RegSetKeyValueW(HKEY_CLASSES_ROOT, key.c_str(), name, REG_SZ, text.c_str(),
                             static_cast<DWORD>((text.size() + 1) * sizeof(wchar_t))),
             ERROR_SUCCESS);
+}
+
+std::wstring wide_of(std::u16string_view text) { return {text.begin(), text.end()}; }
+
+HKEY open_key(const std::wstring& path, REGSAM access) {
+  HKEY key = nullptr;
+  EXPECT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, &key), ERROR_SUCCESS);
+  return key;
+}
+
+// Grants an access to everyone and none besides. The owner may always set it anew.
+LSTATUS set_granted(HKEY key, DWORD access) {
+  SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
+  alignas(DWORD) std::array<BYTE, SECURITY_MAX_SID_SIZE> everyone;
+  EXPECT_TRUE(InitializeSid(everyone.data(), &world, 1));
+  *GetSidSubAuthority(everyone.data(), 0) = SECURITY_WORLD_RID;
+  alignas(ACL) std::array<BYTE, 128> list;
+  auto* const acl = reinterpret_cast<ACL*>(list.data());
+  EXPECT_TRUE(InitializeAcl(acl, static_cast<DWORD>(list.size()), ACL_REVISION));
+  EXPECT_TRUE(AddAccessAllowedAceEx(acl, ACL_REVISION, CONTAINER_INHERIT_ACE, access, everyone.data()));
+  SECURITY_DESCRIPTOR descriptor;
+  EXPECT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+  EXPECT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, acl, FALSE));
+  return RegSetKeySecurity(key, DACL_SECURITY_INFORMATION, &descriptor);
+}
+
+using Enumerate = LSTATUS (*)(HKEY key, DWORD index, wchar_t* name, DWORD* length);
+
+std::vector<std::u16string> enumerate_names(std::u16string_view path, Enumerate next) {
+  const HKEY key = open_key(wide_of(path), KEY_READ);
+  std::vector<std::u16string> names;
+  for (DWORD index = 0;; ++index) {
+    std::array<wchar_t, 512> name{};
+    auto length = static_cast<DWORD>(name.size());
+    if (next(key, index, name.data(), &length) != ERROR_SUCCESS) break;
+    names.emplace_back(name.begin(), name.begin() + length);
+  }
+  RegCloseKey(key);
+  return names;
 }
 
 std::string record_path() { return state().scratch + "\\browser-record"; }
@@ -294,12 +336,71 @@ std::vector<ParentCase> parent_cases() {
           {"C:\\\xC3\xB6\\b", "C:\\\xC3\xB6"}};
 }
 
+void set_up_registry() {
+  const std::wstring path = wide_of(registry_scratch);
+  // A run that was ended may have left it.
+  RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
+  HKEY key = nullptr;
+  ASSERT_EQ(
+      RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, KEY_READ, nullptr, &key, nullptr),
+      ERROR_SUCCESS);
+  RegCloseKey(key);
+}
+
+void tear_down_registry() {
+  EXPECT_TRUE(state().grants.empty());
+  EXPECT_EQ(RegDeleteTreeW(HKEY_LOCAL_MACHINE, wide_of(registry_scratch).c_str()), ERROR_SUCCESS);
+}
+
+bool is_held(RegistryKey::Native key) {
+  DWORD flags = 0;
+  return GetHandleInformation(reinterpret_cast<HANDLE>(key), &flags) != 0;
+}
+
+std::vector<std::u16string> key_names(std::u16string_view path) {
+  return enumerate_names(path, [](HKEY key, DWORD index, wchar_t* name, DWORD* length) {
+    return RegEnumKeyExW(key, index, name, length, nullptr, nullptr, nullptr, nullptr);
+  });
+}
+
+std::vector<std::u16string> value_names(std::u16string_view path) {
+  auto names = enumerate_names(path, [](HKEY key, DWORD index, wchar_t* name, DWORD* length) {
+    return RegEnumValueW(key, index, name, length, nullptr, nullptr, nullptr, nullptr);
+  });
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// A key that the test has deleted has nothing to be given back to it.
+void GrantKind::release(Native native) noexcept {
+  HKEY key = nullptr;
+  if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, state().grants.at(native).c_str(), 0, WRITE_DAC, &key) ==
+      ERROR_SUCCESS) {
+    EXPECT_EQ(set_granted(key, KEY_ALL_ACCESS), ERROR_SUCCESS);
+    RegCloseKey(key);
+  }
+  state().grants.erase(native);
+}
+
+Grant grant(std::u16string_view path, std::uint32_t access) {
+  static std::uintptr_t count = 0;
+  const HKEY key = open_key(wide_of(path), WRITE_DAC);
+  EXPECT_EQ(set_granted(key, access), ERROR_SUCCESS);
+  RegCloseKey(key);
+  state().grants.emplace(++count, wide_of(path));
+  return Grant(count);
+}
+
+bool runs_under_wine() {
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 std::string library_path() { return narrow(beside_program(L"velmora_contract_library.dll")); }
 
 // The last three end the process behind the handler's back on Windows itself, and not under Wine.
 std::vector<std::uint32_t> console_events() {
   std::vector<std::uint32_t> events{CTRL_C_EVENT, CTRL_BREAK_EVENT};
-  if (GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr) {
+  if (runs_under_wine()) {
     events.insert(events.end(), {CTRL_CLOSE_EVENT, CTRL_LOGOFF_EVENT, CTRL_SHUTDOWN_EVENT});
   }
   return events;

@@ -68,6 +68,8 @@ bool fill_random(unsigned char* buffer, std::size_t size) {
   return true;
 }
 
+std::string load_machine() { return standin::system().machine_trouble; }
+
 std::uint32_t own_process_id() { return 4711; }
 
 }  // namespace velmora

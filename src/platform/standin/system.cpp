@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "base/text.h"
+
 namespace velmora::standin {
 
 System& system() {
@@ -11,14 +13,36 @@ System& system() {
 
 void reset() { system() = System(); }
 
-std::int64_t enter(std::string_view operation) {
-  system().log.emplace_back(operation);
+namespace {
+
+std::int64_t take_fault(std::string_view operation) {
+  const auto& fault_at = system().fault_at;
+  if (fault_at && system().log.size() == fault_at->call) return fault_at->error;
   const auto faults = system().faults.find(std::string(operation));
   if (faults == system().faults.end() || faults->second.empty()) return 0;
   const std::int64_t fault = faults->second.front();
   faults->second.pop_front();
   return fault;
 }
+
+}  // namespace
+
+std::int64_t enter(std::string_view operation) {
+  system().log.emplace_back(operation);
+  return take_fault(operation);
+}
+
+std::int64_t enter(std::string_view operation, std::u16string_view subject) {
+  std::string entry(operation);
+  if (!subject.empty()) entry.append(" ").append(utf8_from_wide_replacing(subject));
+  system().log.push_back(entry);
+  if (system().before_registry_call) system().before_registry_call(entry);
+  return take_fault(operation);
+}
+
+MachineState& machine_state() { return system().state; }
+
+bool keep_registry() { return system().registry_kept; }
 
 std::uintptr_t add_handle(Handle handle) {
   const std::uintptr_t number = system().next_handle++;

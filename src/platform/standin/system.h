@@ -16,6 +16,7 @@
 
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/standin/machine_state.h"
 
 namespace velmora::standin {
 
@@ -59,12 +60,27 @@ struct Handle {
   std::size_t position = 0;
 };
 
+struct CallFault {
+  std::size_t call = 0;
+  std::int64_t error = 0;
+};
+
 struct System {
-  // Every operation by name, in order of the calls. Sleeps and receives are not told here.
+  // Every operation by name, in order of the calls; those on the registry with a blank and what they are
+  // about (a path, a value's name, or both). Sleeps and receives are not told here.
   std::vector<std::string> log;
   // For an operation's name, what its next calls answer instead of their work, in order: an error number, or
   // 0 to let that call pass.
   std::map<std::string, std::deque<std::int64_t>> faults;
+  // One call by its place in the log, counted from 1, and what it answers instead of its work.
+  std::optional<CallFault> fault_at;
+  // Called before each operation on the registry with its entry in the log: another program may change things
+  // then.
+  std::function<void(const std::string& entry)> before_registry_call;
+  // The registry and what is open of it.
+  MachineState state;
+  bool registry_kept = true;    // false: changes cannot be kept
+  std::string machine_trouble;  // what load_machine tells
   // What is open at the moment; empty when everything has been released.
   std::map<std::uintptr_t, Handle> handles;
   std::uintptr_t next_handle = 1;

@@ -1,5 +1,6 @@
 #include "platform/machine.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 
@@ -85,6 +86,17 @@ bool fill_random(unsigned char* buffer, std::size_t size) {
   return BCryptGenRandom(nullptr, buffer, static_cast<ULONG>(size), BCRYPT_USE_SYSTEM_PREFERRED_RNG) >= 0;
 }
 static_assert(BCRYPT_USE_SYSTEM_PREFERRED_RNG == 2);
+
+std::u16string guid_text(const Guid& guid) {
+  GUID native{guid.data1, guid.data2, guid.data3, {}};
+  std::copy(guid.data4.begin(), guid.data4.end(), native.Data4);
+  std::array<wchar_t, 40> text{};
+  const int count = StringFromGUID2(native, text.data(), static_cast<int>(text.size()));
+  if (count <= 0) return {};
+  return {text.begin(), text.begin() + count - 1};  // the count holds the terminator
+}
+
+std::string load_machine() { return {}; }
 
 std::uint32_t own_process_id() { return GetCurrentProcessId(); }
 

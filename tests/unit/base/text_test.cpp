@@ -130,5 +130,34 @@ TEST(Text, ExtendsTheSignOfEachByteThatItWidens) {
   EXPECT_EQ(wide_from_signed_bytes(""), u"");
 }
 
+TEST(Text, NarrowsEachWideCharacterByItself) {
+  for (char32_t value = 0; value < 0x10000; ++value) {
+    const auto unit = static_cast<char16_t>(value);
+    const std::string expected(1, value < 128 ? static_cast<char>(value) : '?');
+    ASSERT_EQ(ascii_from_wide({&unit, 1}), expected) << static_cast<std::uint32_t>(value);
+  }
+  EXPECT_EQ(ascii_from_wide(u""), "");
+  EXPECT_EQ(ascii_from_wide(u"a\x7F\x80\xE9z"), "a\x7F??z");
+  EXPECT_EQ(ascii_from_wide(u"\xD83D\xDE00"), "??");
+  EXPECT_EQ(ascii_from_wide({u"a\0b", 3}), "a\0b"s);
+}
+
+TEST(Text, WidensEachByteWithoutItsSign) {
+  for (int value = 0; value < 256; ++value) {
+    const char byte = static_cast<char>(value);
+    EXPECT_EQ(wide_from_ascii({&byte, 1}), std::u16string(1, static_cast<char16_t>(value))) << value;
+  }
+  EXPECT_EQ(wide_from_ascii(""), u"");
+  EXPECT_EQ(wide_from_ascii("\xC3\xA9"), u"\xC3\xA9");
+  EXPECT_EQ(wide_from_ascii({"a\0b", 3}), std::u16string({u'a', u'\0', u'b'}));
+}
+
+TEST(Text, ComesBackFromWideTextAsItWasWhereItIsAscii) {
+  std::string ascii;
+  for (char byte = 0; byte < 127; ++byte) ascii.push_back(byte);
+  EXPECT_EQ(ascii_from_wide(wide_from_ascii(ascii)), ascii);
+  EXPECT_EQ(ascii_from_wide(wide_from_ascii("a\xE9z")), "a?z");
+}
+
 }  // namespace
 }  // namespace velmora

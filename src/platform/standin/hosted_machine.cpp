@@ -1,0 +1,180 @@
+// The machine of the native program: the export file that VELMORA_MACHINE names, or the built-in one.
+//
+// The system's own calls do here what the standard library's file system would: that one brings locales
+// along, which are a megabyte and a tenth of the start.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "platform/machine.h"
+#include "platform/standin/machine_state.h"
+#include "platform/standin/registry_export.h"
+
+namespace velmora {
+namespace standin {
+namespace {
+
+constexpr std::int64_t error_unreadable = 1016;  // ERROR_REGISTRY_IO_FAILED, winerror.h
+
+// What tells whether a file is still the one that we know.
+struct FileMark {
+  dev_t device = 0;
+  ino_t number = 0;
+  std::int64_t written_s = 0;
+  std::int64_t written_ns = 0;
+  std::int64_t size = 0;
+  bool operator==(const FileMark&) const = default;
+};
+
+struct Hosted {
+  MachineState state;
+  std::string file;  // empty: the built-in machine, which is kept nowhere
+  ExportForm form;
+  FileMark mark;
+  bool mark_settled = false;  // whatever is written from now on changes the mark
+  bool loaded = false;
+};
+
+Hosted& hosted() {
+  static Hosted machine;
+  return machine;
+}
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// All zeros for a file that is not there.
+FileMark mark_of(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_size};
+}
+
+// The times of files go forward in steps of some milliseconds. What another program writes in the same step
+// into the same file, and as long, leaves the mark alone.
+bool is_settled(const FileMark& mark) {
+  constexpr std::int64_t step_ns = 100'000'000;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return (now.tv_sec - mark.written_s) * 1'000'000'000 + now.tv_nsec - mark.written_ns > step_ns;
+}
+
+bool is_regular_file(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool read_whole(const std::string& path, std::string& bytes) {
+  if (!is_regular_file(path)) return false;
+  const File file(std::fopen(path.c_str(), "rbe"));
+  if (!file) return false;
+  std::string piece(65536, '\0');
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), file.get())) {
+    bytes.append(piece, 0, count);
+  }
+  return std::ferror(file.get()) == 0;
+}
+
+// Makes a new file with the permissions of the one whose place it will take.
+bool write_new(const std::string& path, const std::string& bytes, mode_t permissions) {
+  File file(std::fopen(path.c_str(), "wbxe"));
+  if (!file) return false;
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
+                       fchmod(fileno(file.get()), permissions & 07777) == 0;
+  return std::fclose(file.release()) == 0 && written;
+}
+
+// Where a path leads, links followed; empty when it leads nowhere.
+std::string resolve(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), std::free);
+  return resolved ? resolved.get() : std::string();
+}
+
+// Takes an export in; says what is wrong with it otherwise, and leaves the machine as it was.
+std::string take_export(std::string_view bytes, const std::string& name) {
+  auto parsed = parse_export(bytes);
+  if (const auto* trouble = std::get_if<ExportTrouble>(&parsed)) {
+    return name + ':' + std::to_string(trouble->line) + ": " + trouble->why;
+  }
+  auto& whole = std::get<ParsedExport>(parsed);
+  hosted().state.registry = std::move(whole.tree);
+  hosted().form = whole.form;
+  hosted().loaded = true;
+  return {};
+}
+
+// Reads the file. Its mark is taken first: a change that comes while it is read shows afterwards.
+std::string take_file() {
+  const FileMark mark = mark_of(hosted().file);
+  const bool settled = is_settled(mark);
+  std::string bytes;
+  if (!read_whole(hosted().file, bytes)) return hosted().file + ":0: the file cannot be read";
+  std::string trouble = take_export(bytes, hosted().file);
+  if (trouble.empty()) {
+    hosted().mark = mark;
+    hosted().mark_settled = settled;
+  }
+  return trouble;
+}
+
+// Another program may have written the file since, the binding tool for one.
+bool follow_file() {
+  if (!hosted().loaded) return load_machine().empty();
+  if (hosted().file.empty()) return true;
+  if (hosted().mark_settled && mark_of(hosted().file) == hosted().mark) return true;
+  return take_file().empty();
+}
+
+}  // namespace
+
+MachineState& machine_state() { return hosted().state; }
+
+std::int64_t enter(std::string_view operation, std::u16string_view) {
+  // Only the registry stands in the file, and what is closed is closed whatever has become of it.
+  if (!operation.starts_with("Reg") || operation == "RegCloseKey") return 0;
+  return follow_file() ? 0 : error_unreadable;
+}
+
+bool keep_registry() {
+  if (hosted().file.empty()) return true;
+  // A link stays a link, and the file that it leads to is replaced.
+  const std::string target = resolve(hosted().file);
+  struct stat status {};
+  if (target.empty() || stat(target.c_str(), &status) != 0) return false;
+  // Named after the process, so that no other writer's half is ever renamed. One that is there already was
+  // left by a process that was killed.
+  const std::string temporary = target + ".new-" + std::to_string(getpid());
+  static_cast<void>(unlink(temporary.c_str()));
+  const std::string bytes = format_export(hosted().state.registry, hosted().form);
+  const bool written = write_new(temporary, bytes, status.st_mode);
+  // Of our own file, before anybody else can put another in its place.
+  const FileMark mark = mark_of(temporary);
+  if (!written || std::rename(temporary.c_str(), target.c_str()) != 0) {
+    static_cast<void>(unlink(temporary.c_str()));
+    return false;
+  }
+  hosted().mark = mark;
+  hosted().mark_settled = false;
+  return true;
+}
+
+}  // namespace standin
+
+std::string load_machine() {
+  const char* file = std::getenv("VELMORA_MACHINE");
+  standin::hosted().file = file == nullptr ? "" : file;
+  standin::hosted().loaded = false;
+  if (!standin::hosted().file.empty()) return standin::take_file();
+  return standin::take_export(standin::builtin_machine, "built-in");
+}
+
+}  // namespace velmora

@@ -1,0 +1,44 @@
+// The part of the machine that Linux lacks, as the answers in this folder share it. It is defined twice, and each
+// program links one: `system.cpp` for the unit tests (in memory, with a log and faults), `hosted_machine.cpp` for the
+// native program (the machine of VELMORA_MACHINE, or the built-in one).
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "platform/standin/registry_tree.h"
+
+namespace velmora::standin {
+
+// A key that somebody has open.
+struct OpenKey {
+  std::u16string path;  // from the tree's root, "HKEY_LOCAL_MACHINE\..."
+  std::uint32_t access = 0;
+  bool deleted = false;  // the key has gone since; another may stand in its place
+};
+
+struct MachineState {
+  RegistryTree registry;
+  std::map<std::uintptr_t, OpenKey> open_keys;
+  std::uintptr_t next_key = 1;
+};
+
+[[nodiscard]] MachineState& machine_state();
+
+// Tells of a call before it is carried out. `subject` is what it is about: a path or a value's name. A result other
+// than 0 is what the call has to answer in place of its work.
+[[nodiscard]] std::int64_t enter(std::string_view operation, std::u16string_view subject);
+
+// The registry has been changed and is to be kept. False when that cannot be done: the caller takes the change back.
+[[nodiscard]] bool keep_registry();
+
+// The key that says what opens for less than everything: its values are named by paths under HKEY_LOCAL_MACHINE and
+// give (REG_DWORD) the access that is granted to each key and what lies below it. The longest path that fits counts.
+constexpr std::u16string_view access_list_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Access";
+
+// The machine that stands where none is given: an export (UTF-8).
+extern const std::string_view builtin_machine;
+
+}  // namespace velmora::standin

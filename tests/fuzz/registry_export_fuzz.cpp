@@ -1,0 +1,45 @@
+// What has been read from an export is written in each form and read back as the same.
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "platform/standin/registry_export.h"
+
+namespace velmora {
+namespace {
+
+void require(bool held) {
+  if (!held) std::abort();
+}
+
+void check_form(const standin::RegistryTree& tree, const standin::ExportForm& form) {
+  const std::string bytes = standin::format_export(tree, form);
+  const auto again = standin::parse_export(bytes);
+  const auto* parsed = std::get_if<standin::ParsedExport>(&again);
+  require(parsed != nullptr);
+  require(parsed->tree == tree);
+  require(standin::format_export(parsed->tree, parsed->form) == bytes);
+}
+
+void check(std::string_view bytes) {
+  const auto result = standin::parse_export(bytes);
+  if (const auto* trouble = std::get_if<standin::ExportTrouble>(&result)) {
+    require(trouble->line >= 1 && trouble->line <= bytes.size() + 1);
+    require(!trouble->why.empty());
+    return;
+  }
+  const auto& parsed = std::get<standin::ParsedExport>(result);
+  check_form(parsed.tree, parsed.form);
+  check_form(parsed.tree, {.utf16 = true, .byte_order_mark = true, .carriage_returns = true});
+  check_form(parsed.tree, {.utf16 = false, .byte_order_mark = false, .carriage_returns = false});
+}
+
+}  // namespace
+}  // namespace velmora
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  velmora::check({reinterpret_cast<const char*>(data), size});
+  return 0;
+}
