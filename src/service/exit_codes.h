@@ -14,6 +14,7 @@ enum class ExitCode : int {
   no_sockets = 7,
   no_listener_socket = 8,
   not_bound = 9,
+  machine_unreadable = 10,  // on Linux alone: the machine that stands in for what it lacks
 };
 
 }  // namespace velmora

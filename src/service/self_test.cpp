@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/text.h"
+#include "binding/binding.h"
 #include "bridge/mapping.h"
 #include "http/gate.h"
 #include "http/json.h"
@@ -38,6 +39,26 @@ void check_token(Verdict& verdict) {
   verdict.check(!constant_time_equal("abc", "abd"));
   verdict.check(constant_time_equal("abc", "abc"));
   verdict.check(!generate_session_token().empty());
+}
+
+void check_endpoint_ids(Verdict& verdict) {
+  std::string guid;
+  verdict.check(effect_clsid_text() == "{631D9145-CACF-44D7-861B-5D82ADD8C84F}");
+  verdict.check(endpoint_guid_from_id("{0.0.0.00000000}.{feab839f-3407-471a-aa45-bcd41f1bb5f6}", guid));
+  verdict.check(guid == "{feab839f-3407-471a-aa45-bcd41f1bb5f6}");
+  verdict.check(!endpoint_guid_from_id("{0.0.0.00000000}.{not-a-guid}", guid));
+}
+
+void check_chain(Verdict& verdict) {
+  const Chain base = {"{9063CBD4-3561-449D-8011-E21BBB69B9DB}"};
+  const std::string effect = effect_clsid_text();
+  const Chain bound = chain_with(base, effect);
+  verdict.check(bound == Chain{base.front(), effect});
+  verdict.check(chain_contains(bound, effect));
+  verdict.check(chain_with(bound, effect) == bound);
+  verdict.check(chain_without(bound, effect) == base);
+  verdict.check(chain_contains(bound, "{631d9145-cacf-44d7-861b-5d82add8c84f}"));
+  verdict.check(chain_without(base, effect) == base);
 }
 
 bool is_near(float value, float expected, float tolerance) { return std::abs(value - expected) <= tolerance; }
@@ -82,6 +103,8 @@ bool run_self_test() {
   Verdict verdict;
   check_json(verdict);
   check_token(verdict);
+  check_endpoint_ids(verdict);
+  check_chain(verdict);
   check_bridge(verdict);
   write_standard_output(verdict.passed() ? "Velmora control self-test passed\n"
                                          : "Velmora control self-test failed\n");

@@ -52,6 +52,13 @@ std::string page_address(const Service& service, std::string_view path) {
          "?token=" + service.session_token;
 }
 
+bool read_machine() {
+  const std::string trouble = load_machine();
+  if (trouble.empty()) return true;
+  write_standard_error("Unable to read the machine " + trouble + '\n');
+  return false;
+}
+
 bool load_pages(Service& service) {
   if (const auto unreadable = read_pages(service.options.web_root, service.pages)) {
     write_standard_error("Unable to read " + quoted(*unreadable) + '\n');
@@ -153,6 +160,7 @@ ExitCode run_service(const Options& options) {
   capture_directory_override = options.capture_directory;
   preset_directory_override = options.preset_directory;
   Service service{options, {}, {}, {}};
+  if (!read_machine()) return ExitCode::machine_unreadable;
   if (!load_pages(service)) return ExitCode::page_unreadable;
   if (!choose_token(service)) return ExitCode::no_token;
   if (!create_bridge(service)) return ExitCode::no_bridge;

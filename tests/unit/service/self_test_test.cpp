@@ -29,7 +29,7 @@ TEST_F(SelfTest, FailsWithoutRandomBytes) {
   EXPECT_EQ(standin::system().standard_output, "Velmora control self-test failed\n");
 }
 
-TEST_F(SelfTest, FailsInOneLineWhereAnyCallForItsMappingFails) {
+TEST_F(SelfTest, FailsInOneLineWhereAnyCallFails) {
   const struct {
     std::string operation;
     std::deque<std::int64_t> faults;
@@ -39,6 +39,8 @@ TEST_F(SelfTest, FailsInOneLineWhereAnyCallForItsMappingFails) {
       {"MapViewOfFile", {8}},
       {"MapViewOfFile", {0, 8}},
       {"OpenFileMappingW", {0, 5}},
+      {"StringFromGUID2", {1}},
+      {"StringFromGUID2", {0, 1}},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation);

@@ -522,5 +522,29 @@ TEST_F(Service, OutlivesFailuresOfItsLoop) {
   EXPECT_EQ(error_out(), "");
 }
 
+TEST_F(Service, EndsWithTenWhenItsMachineCannotBeRead) {
+  standin::system().machine_trouble = "/machines/laptop.reg:7: a value without a key";
+  // Behind the options and in front of the pages: the page that is missing is not even looked for.
+  standin::system().files.clear();
+  EXPECT_EQ(run(), ExitCode::machine_unreadable);
+  EXPECT_EQ(static_cast<int>(ExitCode::machine_unreadable), 10);
+  EXPECT_EQ(error_out(), "Unable to read the machine /machines/laptop.reg:7: a value without a key\n");
+  EXPECT_EQ(out(), "");
+  EXPECT_EQ(standin::system().log, Log({"stderr"}));
+  expect_all_released();
+}
+
+TEST_F(Service, LooksAtItsOptionsBeforeItsMachine) {
+  standin::system().machine_trouble = "bad:1: worse";
+  EXPECT_EQ(run({"--port", "0"}), ExitCode::bad_command_line);
+  EXPECT_EQ(error_out().find("machine"), std::string::npos);
+}
+
+TEST_F(Service, NeedsNoMachineForTheSelfTest) {
+  standin::system().machine_trouble = "bad:1: worse";
+  EXPECT_EQ(run({"--self-test"}), ExitCode::done);
+  EXPECT_EQ(error_out(), "");
+}
+
 }  // namespace
 }  // namespace velmora

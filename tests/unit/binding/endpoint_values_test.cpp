@@ -1,0 +1,541 @@
+// One file because both kinds of value are read by the same two calls, and each row of the one has its
+// counterpart in the other.
+#include "binding/endpoint_values.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "unit/binding/support/endpoint_machine.h"
+
+namespace velmora {
+namespace {
+
+using namespace std::string_literals;
+using namespace endpoint;
+
+// `spelled` as it stands in the registry, without a terminator of its own.
+std::string wide(std::string_view spelled) { return unit_bytes(widen(spelled)); }
+
+class EndpointValues : public FreshMachine {
+ protected:
+  void SetUp() override {
+    FreshMachine::SetUp();
+    set_up(Words{});
+    ASSERT_EQ(open_fx_properties(id, 3, key_), 0);
+    standin::system().log.clear();
+  }
+  void TearDown() override {
+    key_.close();
+    FreshMachine::TearDown();
+  }
+
+  void put_fx(std::string_view name, std::uint32_t type, std::string_view bytes) {
+    put(key_at(standin::system().state.registry, fx_path()), name, Value{type, std::string(bytes)});
+  }
+  void remove_fx(std::string_view name) {
+    standin::remove_value(key_at(standin::system().state.registry, fx_path()), widen(name));
+  }
+  std::optional<Value> present_fx(std::string_view name) {
+    const auto* value = standin::find_value(key_at(standin::system().state.registry, fx_path()), widen(name));
+    return value == nullptr ? std::nullopt : std::optional(Value{value->type, value->bytes});
+  }
+
+  struct ReadList {
+    std::int32_t status;
+    bool present;
+    Chain list;
+    friend bool operator==(const ReadList&, const ReadList&) = default;
+    friend void PrintTo(const ReadList& read, std::ostream* out) {
+      *out << std::hex << read.status << (read.present ? " present " : " missing ")
+           << ::testing::PrintToString(read.list);
+    }
+  };
+  // The list is filled beforehand, so that one which is not cleared shows.
+  ReadList read_list() {
+    ReadList read{-1, true, {"left over"}};
+    read.present = standin::find_value(key_at(standin::system().state.registry, fx_path()),
+                                       widen(chain_name)) == nullptr;
+    read.status = read_multi_string_value(key_, widen(chain_name), read.list, read.present);
+    return read;
+  }
+  struct ReadSlot {
+    bool found;
+    std::string text;
+  };
+  ReadSlot read_slot() {
+    ReadSlot read{true, "left over"};
+    read.found = read_legacy_mode_effect(key_, read.text);
+    return read;
+  }
+  // Does something right before the call of this number (from 1).
+  static void before_call(std::size_t number, std::function<void()> act) {
+    standin::system().before_registry_call = [number, act = std::move(act)](const std::string&) {
+      if (standin::system().log.size() == number) act();
+    };
+  }
+
+  RegistryKey key_;
+};
+
+TEST_F(EndpointValues, OpenTheKeyOfTheGuidInTheIdWithTheAccessAskedFor) {
+  for (const std::uint32_t access : {1u, 3u}) {
+    for (const std::string& text : {std::string(id), std::string(guid), "x." + std::string(guid)}) {
+      RegistryKey key;
+      standin::system().log.clear();
+      EXPECT_EQ(open_fx_properties(text, access, key), 0);
+      EXPECT_EQ(calls(), call_list("open fx"));
+      ASSERT_TRUE(key.is_open());
+      EXPECT_EQ(standin::system().state.open_keys.at(key.native()).access, access);
+      EXPECT_EQ(standin::system().state.open_keys.at(key.native()).path,
+                widen("HKEY_LOCAL_MACHINE\\" + fx_path()));
+    }
+  }
+}
+
+TEST_F(EndpointValues, KeepTheCaseOfTheGuidInThePath) {
+  RegistryKey key;
+  EXPECT_EQ(open_fx_properties("{FEAB839F-3407-471a-AA45-BCD41F1BB5F6}", 1, key), 0);
+  EXPECT_EQ(standin::system().log.back(),
+            "RegOpenKeyExW " + fx_path("{FEAB839F-3407-471a-AA45-BCD41F1BB5F6}"));
+}
+
+TEST_F(EndpointValues, OpenNothingForAnIdWithoutAGuid) {
+  const std::string good = guid;
+  for (const std::string& text :
+       {""s, "{"s, ".{"s, "x"s, good.substr(1), good + " ", good + "\0"s, "{0.0.0.00000000}.{not-a-guid}"s,
+        "\xFF\xFE"s, good + ".{", std::string(65536, '{')}) {
+    RegistryKey key;
+    EXPECT_EQ(open_fx_properties(text, 3, key), invalid_argument) << text.substr(0, 80);
+    EXPECT_FALSE(key.is_open());
+  }
+  EXPECT_EQ(calls(), call_list(""));
+}
+
+TEST_F(EndpointValues, AreNeverMadeByOpeningThem) {
+  const auto before = present_lines();
+  RegistryKey key;
+  EXPECT_EQ(open_fx_properties("{12345678-3407-471a-aa45-bcd41f1bb5f6}", 3, key), from_win32(2));
+  EXPECT_FALSE(key.is_open());
+  EXPECT_EQ(present_lines(), before);
+}
+
+TEST_F(EndpointValues, GiveTheErrorOfOpening) {
+  for (const auto& [error, status] :
+       std::initializer_list<std::pair<std::int64_t, std::int32_t>>{{2, from_win32(2)},
+                                                                    {5, from_win32(5)},
+                                                                    {87, invalid_argument},
+                                                                    {1450, from_win32(1450)},
+                                                                    {-3, -3}}) {
+    RegistryKey key;
+    standin::system().faults["RegOpenKeyExW"] = {error};
+    EXPECT_EQ(open_fx_properties(id, 3, key), status);
+    EXPECT_FALSE(key.is_open());
+  }
+}
+
+TEST_F(EndpointValues, ReadAListUpToItsFirstEmptyEntry) {
+  const std::string nul(2, '\0');
+  std::string many;
+  Chain entries;
+  for (int index = 0; index < 4096; ++index) {
+    entries.push_back("entry" + std::to_string(1000 + index % 9000));
+    many += text_bytes(entries.back());
+  }
+  const struct {
+    std::string what;
+    std::string bytes;
+    Chain list;
+  } rows[] = {
+      {"two entries", wide("ab") + nul + wide("c") + nul + nul, {"ab", "c"}},
+      {"one entry", wide("ab") + nul + nul, {"ab"}},
+      {"no terminator at all", wide("ab"), {"ab"}},
+      {"no terminator behind the second entry", wide("ab") + nul + wide("c"), {"ab", "c"}},
+      {"one terminator", wide("ab") + nul, {"ab"}},
+      {"three terminators", wide("ab") + nul + nul + nul, {"ab"}},
+      {"an empty entry in the middle", wide("ab") + nul + nul + wide("c") + nul + nul, {"ab"}},
+      {"an empty entry in front", nul + wide("ab") + nul + nul, {}},
+      {"a terminator alone", nul, {}},
+      {"two terminators alone", nul + nul, {}},
+      {"one character", wide("x"), {"x"}},
+      {"an entry twice", wide("x") + nul + wide("x") + nul + nul, {"x", "x"}},
+      {"blanks", wide(" ") + nul + wide("\t") + nul + nul, {" ", "\t"}},
+      {"an odd size, the last byte a part of a character", wide("ab") + "c", {"abc"}},
+      {"an odd size, zero behind the entry", wide("ab") + "\0"s, {"ab"}},
+      {"an odd size behind the end", wide("ab") + nul + nul + "c", {"ab"}},
+      {"an odd size behind one terminator", wide("ab") + nul + "c", {"ab", "c"}},
+      {"three bytes", "a\0b"s, {"ab"}},
+      {"not ASCII", unit_bytes(u"a\xE9\x20AC\xD83D\xDE00\x7F\x80"s + u'\0' + u'\0'), {"a????\x7F?"}},
+      {"a character whose low byte is 0", unit_bytes(u"\x100z\0\0"s), {"?z"}},
+      {"64 KB", many + nul, entries},
+      {"64 KB in one entry", wide(std::string(32768, 'x')), {std::string(32768, 'x')}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    put_fx(chain_name, type_multi_sz, row.bytes);
+    standin::system().log.clear();
+    EXPECT_EQ(read_list(), (ReadList{0, true, row.list}));
+    EXPECT_EQ(calls(), call_list("query chain x2"));
+    EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, row.bytes}));
+  }
+}
+
+TEST_F(EndpointValues, ReadAListOfLessThanACharacterAsEmptyWithoutASecondCall) {
+  for (const std::string& bytes : {""s, "a"s, "\0"s}) {
+    put_fx(chain_name, type_multi_sz, bytes);
+    standin::system().log.clear();
+    EXPECT_EQ(read_list(), (ReadList{0, true, {}}));
+    EXPECT_EQ(calls(), call_list("query chain"));
+  }
+}
+
+TEST_F(EndpointValues, ReadAMissingListAsEmptyAndNotPresent) {
+  EXPECT_EQ(read_list(), (ReadList{0, false, {}}));
+  EXPECT_EQ(calls(), call_list("query chain"));
+}
+
+TEST_F(EndpointValues, ReadNoListFromAValueOfAnotherType) {
+  for (const std::uint32_t type : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 8u, 9u, 10u, 11u, 12u, 0x80000007u}) {
+    for (const std::string& bytes : {""s, "a"s, list_bytes({class_a})}) {
+      put_fx(chain_name, type, bytes);
+      standin::system().log.clear();
+      EXPECT_EQ(read_list(), (ReadList{wrong_type, true, {}})) << type;
+      EXPECT_EQ(calls(), call_list("query chain"));
+    }
+  }
+}
+
+TEST_F(EndpointValues, GiveTheErrorsOfReadingAList) {
+  put_fx(chain_name, type_multi_sz, list_bytes({"x"}));
+  for (const std::int32_t error : {5, 87, 234, 1018, 1450}) {
+    standin::system().faults["RegQueryValueExW"] = {error};
+    EXPECT_EQ(read_list(), (ReadList{from_win32(error), false, {}}));
+    standin::system().faults["RegQueryValueExW"] = {0, error};
+    EXPECT_EQ(read_list(), (ReadList{from_win32(error), true, {}}));
+  }
+  standin::system().faults["RegQueryValueExW"] = {-7};
+  EXPECT_EQ(read_list(), (ReadList{-7, false, {}}));
+  standin::system().faults["RegQueryValueExW"] = {2};
+  EXPECT_EQ(read_list(), (ReadList{0, false, {}}));
+}
+
+TEST_F(EndpointValues, ReadAListThatChangesBetweenTheTwoCallsAsFarAsItFits) {
+  const std::string nul(2, '\0');
+  const std::string first = wide("ab") + nul + wide("cd");  // no terminator: room for two characters more
+  const struct {
+    std::string what;
+    std::function<void()> change;
+    ReadList read;
+  } rows[] = {
+      {"grows by one character",
+       [&] { put_fx(chain_name, type_multi_sz, first + wide("e")); },
+       {0, true, {"ab", "cde"}}},
+      {"grows by two characters",
+       [&] { put_fx(chain_name, type_multi_sz, first + wide("ef")); },
+       {0, true, {"ab", "cdef"}}},
+      {"grows by one entry of one character",
+       [&] { put_fx(chain_name, type_multi_sz, first + nul + wide("e")); },
+       {0, true, {"ab", "cd", "e"}}},
+      {"grows by three characters",
+       [&] { put_fx(chain_name, type_multi_sz, first + wide("efg")); },
+       {from_win32(234), true, {}}},
+      {"grows by two characters and a byte",
+       [&] { put_fx(chain_name, type_multi_sz, first + wide("ef") + "g"); },
+       {from_win32(234), true, {}}},
+      {"becomes another list of the same size",
+       [&] { put_fx(chain_name, type_multi_sz, wide("fghij")); },
+       {0, true, {"fghij"}}},
+      {"shrinks", [&] { put_fx(chain_name, type_multi_sz, wide("z") + nul + nul); }, {0, true, {"z"}}},
+      {"shrinks to nothing", [&] { put_fx(chain_name, type_multi_sz, ""); }, {0, true, {}}},
+      {"vanishes", [&] { remove_fx(chain_name); }, {from_win32(2), true, {}}},
+      {"changes its type", [&] { put_fx(chain_name, type_sz, wide("z") + nul); }, {0, true, {"z"}}},
+      {"becomes a number", [&] { put_fx(chain_name, type_dword, "a\0b\0"s); }, {0, true, {"ab"}}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    put_fx(chain_name, type_multi_sz, first);
+    standin::system().log.clear();
+    before_call(2, row.change);
+    EXPECT_EQ(read_list(), row.read);
+    EXPECT_EQ(calls(), call_list("query chain x2"));
+  }
+}
+
+TEST_F(EndpointValues, WriteAListWithATerminatorForEachEntryAndOneMore) {
+  const struct {
+    Chain list;
+    std::u16string units;
+  } rows[] = {
+      {{"x"}, u"x\0\0"s},       {{"x", "yz"}, u"x\0yz\0\0"s}, {{""}, u"\0\0"s},
+      {{"x", ""}, u"x\0\0\0"s}, {{"", "x"}, u"\0x\0\0"s},     {{"\xE9\xFF"}, u"\xE9\xFF\0\0"s},
+  };
+  for (const auto& row : rows) {
+    standin::system().log.clear();
+    EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), row.list), 0);
+    EXPECT_EQ(calls(), call_list("set chain"));
+    EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, unit_bytes(row.units)}));
+  }
+}
+
+TEST_F(EndpointValues, RemoveTheValueOfAnEmptyList) {
+  put_fx(chain_name, type_multi_sz, list_bytes({"x"}));
+  EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {}), 0);
+  EXPECT_EQ(present_fx(chain_name), std::nullopt);
+  EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {}), 0);
+  EXPECT_EQ(calls(), call_list("delete chain x2"));
+}
+
+TEST_F(EndpointValues, GiveTheErrorsOfWritingAList) {
+  put_fx(chain_name, type_multi_sz, list_bytes({"x"}));
+  for (const std::int32_t error : {2, 5, 234, 1450}) {
+    standin::system().faults["RegSetValueExW"] = {error};
+    EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {"y"}), from_win32(error));
+  }
+  for (const std::int32_t error : {5, 234, 1450}) {
+    standin::system().faults["RegDeleteValueW"] = {error};
+    EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {}), from_win32(error));
+  }
+  EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, list_bytes({"x"})}));
+}
+
+TEST_F(EndpointValues, ReadTheLegacySlotUpToItsFirstTerminator) {
+  const std::string nul(2, '\0');
+  const struct {
+    std::string what;
+    std::string bytes;
+    std::string text;
+  } rows[] = {
+      {"a text", wide("abc") + nul, "abc"},
+      {"no terminator", wide("abc"), "abc"},
+      {"a text behind the terminator", wide("abc") + nul + wide("def") + nul, "abc"},
+      {"a list of two", list_bytes({"abc", "def"}), "abc"},
+      {"one character", wide("x"), "x"},
+      {"three bytes", "a\0b"s, "ab"},
+      {"not ASCII", unit_bytes(u"a\xE9\x20AC\0"s), "a??"},
+      {"blanks", text_bytes(" x "), " x "},
+      {"64 KB", wide(std::string(32768, 'x')), std::string(32768, 'x')},
+  };
+  for (const auto& row : rows) {
+    for (const std::uint32_t type : {type_sz, type_expand_sz, type_multi_sz}) {
+      SCOPED_TRACE(row.what + " " + std::to_string(type));
+      put_fx(slot_name, type, row.bytes);
+      standin::system().log.clear();
+      const ReadSlot read = read_slot();
+      EXPECT_TRUE(read.found);
+      EXPECT_EQ(read.text, row.text);
+      EXPECT_EQ(calls(), call_list("query slot x2"));
+      EXPECT_EQ(present_fx(slot_name), (Value{type, row.bytes}));
+    }
+  }
+}
+
+TEST_F(EndpointValues, ExpandNothingInTheLegacySlot) {
+  put_fx(slot_name, type_expand_sz, text_bytes("%SystemRoot%"));
+  EXPECT_EQ(read_slot().text, "%SystemRoot%");
+}
+
+TEST_F(EndpointValues, TakeAnEmptyLegacySlotForNone) {
+  for (const std::uint32_t type : {type_sz, type_expand_sz, type_multi_sz}) {
+    for (const auto& [bytes, expected_calls] : std::initializer_list<std::pair<std::string, std::string>>{
+             {"", "query slot"},
+             {"a", "query slot"},
+             {std::string(2, '\0'), "query slot x2"},
+             {std::string(4, '\0'), "query slot x2"},
+             {std::string(2, '\0') + wide("abc"), "query slot x2"}}) {
+      put_fx(slot_name, type, bytes);
+      standin::system().log.clear();
+      const ReadSlot read = read_slot();
+      EXPECT_FALSE(read.found);
+      EXPECT_EQ(read.text, "");
+      EXPECT_EQ(calls(), call_list(expected_calls));
+    }
+  }
+}
+
+TEST_F(EndpointValues, TakeALegacySlotOfAnotherTypeForNone) {
+  for (const std::uint32_t type : {0u, 3u, 4u, 5u, 6u, 8u, 11u, 0x80000001u}) {
+    put_fx(slot_name, type, text_bytes(class_f));
+    standin::system().log.clear();
+    const ReadSlot read = read_slot();
+    EXPECT_FALSE(read.found) << type;
+    EXPECT_EQ(read.text, "");
+    EXPECT_EQ(calls(), call_list("query slot"));
+  }
+}
+
+TEST_F(EndpointValues, TakeALegacySlotThatCannotBeReadForNone) {
+  EXPECT_FALSE(read_slot().found);
+  put_fx(slot_name, type_sz, text_bytes("abc"));
+  for (const std::int32_t error : {2, 5, 234, 1450}) {
+    for (const std::deque<std::int64_t>& faults : {std::deque<std::int64_t>{error}, {0, error}}) {
+      standin::system().faults["RegQueryValueExW"] = faults;
+      const ReadSlot read = read_slot();
+      EXPECT_FALSE(read.found);
+      EXPECT_EQ(read.text, "");
+    }
+  }
+}
+
+TEST_F(EndpointValues, ReadALegacySlotThatChangesBetweenTheTwoCallsAsFarAsItFits) {
+  const struct {
+    std::string what;
+    std::function<void()> change;
+    std::string text;
+  } rows[] = {
+      {"grows by one character", [&] { put_fx(slot_name, type_sz, wide("abcd")); }, "abcd"},
+      {"grows by two characters", [&] { put_fx(slot_name, type_sz, wide("abcde")); }, "abcde"},
+      {"grows by more", [&] { put_fx(slot_name, type_sz, wide("abcdef")); }, ""},
+      {"shrinks", [&] { put_fx(slot_name, type_sz, wide("x")); }, "x"},
+      {"vanishes", [&] { remove_fx(slot_name); }, ""},
+      {"changes its type", [&] { put_fx(slot_name, type_dword, "a\0b\0"s); }, "ab"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    put_fx(slot_name, type_sz, wide("abc"));
+    standin::system().log.clear();
+    before_call(2, row.change);
+    const ReadSlot read = read_slot();
+    EXPECT_EQ(read.text, row.text);
+    EXPECT_EQ(read.found, !row.text.empty());
+  }
+}
+
+TEST_F(EndpointValues, WriteTheLegacySlotAsATextWithItsTerminator) {
+  put_fx(slot_name, type_dword, "1234");
+  EXPECT_EQ(write_legacy_mode_effect(key_, "abc"), 0);
+  EXPECT_EQ(present_fx(slot_name), (Value{type_sz, unit_bytes(u"abc\0"s)}));
+  EXPECT_EQ(write_legacy_mode_effect(key_, "\xE9"), 0);
+  EXPECT_EQ(present_fx(slot_name), (Value{type_sz, unit_bytes(u"\xE9\0"s)}));
+  EXPECT_EQ(calls(), call_list("set slot x2"));
+  for (const std::int32_t error : {2, 5, 1450}) {
+    standin::system().faults["RegSetValueExW"] = {error};
+    EXPECT_EQ(write_legacy_mode_effect(key_, "z"), from_win32(error));
+  }
+}
+
+// What becomes of one mode list by its words; `written` tells whether it is written.
+struct ModeListRow {
+  std::string before;
+  bool added_earlier;
+  bool written;
+};
+
+const ModeListRow mode_list_rows[] = {
+    {"-", false, true},
+    {"-", true, true},
+    {"ours", false, false},
+    {"ours", true, false},
+    {"{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}", false, false},
+    {"{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}", true, true},
+    {"ours more", false, false},
+    {"ours more", true, true},
+    {"more ours", true, true},
+    {"ours ours", true, true},
+    {"{c18e2f7e-933d-4965-b7d1-1eef228d2af3}", true, true},
+    {"", false, false},
+    {"", true, true},
+    {"dword:1", false, false},
+    {"dword:1", true, false},
+    {"sz:ours", false, false},
+    {"sz:ours", true, false},
+    {"expand:x", true, false},
+};
+
+TEST_F(EndpointValues, WriteEachModeListThatIsMissingOrWasOursAndChanged) {
+  for (const ModeListRow& modes : mode_list_rows) {
+    for (const ModeListRow& offload : mode_list_rows) {
+      if (modes.added_earlier != offload.added_earlier) continue;
+      SCOPED_TRACE("modes \"" + modes.before + "\", offload \"" + offload.before + "\"" +
+                   (modes.added_earlier ? ", added earlier" : ""));
+      Words words;
+      words.modes = modes.before;
+      words.offload = offload.before;
+      set_up(words);
+      EXPECT_EQ(ensure_mode_lists(key_, modes.added_earlier), modes.written || offload.written);
+      if (modes.written) words.modes = "ours";
+      if (offload.written) words.offload = "ours";
+      EXPECT_EQ(present_lines(), lines_of(stored(words)));
+    }
+  }
+}
+
+TEST_F(EndpointValues, TakeModesInAnotherCaseOrOrderForChanged) {
+  std::vector<std::string> lower = six_modes();
+  for (char& byte : lower[3]) byte = byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + 32) : byte;
+  std::vector<std::string> swapped = six_modes();
+  std::swap(swapped[4], swapped[5]);
+  for (const std::vector<std::string>& list : {lower, swapped}) {
+    put_fx(modes_name, type_multi_sz, list_bytes(list));
+    put_fx(offload_name, type_multi_sz, list_bytes(list));
+    EXPECT_FALSE(ensure_mode_lists(key_, false));
+    EXPECT_EQ(present_fx(modes_name), (Value{type_multi_sz, list_bytes(list)}));
+    EXPECT_TRUE(ensure_mode_lists(key_, true));
+    EXPECT_EQ(present_fx(modes_name), (Value{type_multi_sz, list_bytes(six_modes())}));
+    EXPECT_EQ(present_fx(offload_name), (Value{type_multi_sz, list_bytes(six_modes())}));
+  }
+}
+
+// Only what has been read counts: a list that ends differently from how it would be written is the same list.
+TEST_F(EndpointValues, LeaveOurModesAsTheyStandWithMoreOrFewerTerminators) {
+  const std::string whole = list_bytes(six_modes());
+  for (const std::string& bytes : {whole.substr(0, whole.size() - 2), whole.substr(0, whole.size() - 4),
+                                   whole + std::string(2, '\0'), whole + wide("more")}) {
+    put_fx(modes_name, type_multi_sz, bytes);
+    put_fx(offload_name, type_multi_sz, bytes);
+    EXPECT_FALSE(ensure_mode_lists(key_, true));
+    EXPECT_EQ(present_fx(modes_name), (Value{type_multi_sz, bytes}));
+  }
+}
+
+TEST_F(EndpointValues, ReadAndWriteTheModeListsOneAfterTheOther) {
+  EXPECT_TRUE(ensure_mode_lists(key_, false));
+  EXPECT_EQ(calls(), call_list("query modes, set modes, query offload, set offload"));
+  standin::system().log.clear();
+  EXPECT_FALSE(ensure_mode_lists(key_, true));
+  EXPECT_EQ(calls(), call_list("query modes x2, query offload x2"));
+}
+
+TEST_F(EndpointValues, TellNothingOfAModeListThatCannotBeReadOrWritten) {
+  const struct {
+    std::size_t call;
+    bool written;
+    Words after;
+  } rows[] = {
+      {1, true, {.offload = "ours"}},  // query modes
+      {2, true, {.offload = "ours"}},  // set modes
+      {3, true, {.modes = "ours"}},    // query offload
+      {4, true, {.modes = "ours"}},    // set offload
+  };
+  for (const auto& row : rows) {
+    set_up(Words{});
+    standin::system().log.clear();
+    standin::system().fault_at = {row.call, 5};
+    EXPECT_EQ(ensure_mode_lists(key_, false), row.written);
+    EXPECT_EQ(present_lines(), lines_of(stored(row.after)));
+  }
+  standin::system().fault_at.reset();
+  set_up(Words{});
+  standin::system().faults["RegSetValueExW"] = {5, 1450};
+  EXPECT_FALSE(ensure_mode_lists(key_, false));
+  EXPECT_EQ(present_lines(), lines_of(stored({})));
+}
+
+TEST_F(EndpointValues, RemoveBothModeListsWhateverTheyHold) {
+  for (const std::string& words : {"ours"s, "x"s, ""s, "dword:1"s, "-"s}) {
+    set_up(Words{.chain = "F", .slot = "L", .modes = words, .offload = words});
+    standin::system().log.clear();
+    remove_mode_lists(key_);
+    EXPECT_EQ(calls(), call_list("delete modes, delete offload"));
+    EXPECT_EQ(present_lines(), lines_of(stored({.chain = "F", .slot = "L"})));
+  }
+}
+
+TEST_F(EndpointValues, RemoveTheSecondModeListWhereTheFirstStays) {
+  set_up(Words{.modes = "ours", .offload = "ours"});
+  standin::system().faults["RegDeleteValueW"] = {5};
+  remove_mode_lists(key_);
+  EXPECT_EQ(present_lines(), lines_of(stored({.modes = "ours"})));
+}
+
+}  // namespace
+}  // namespace velmora
