@@ -485,16 +485,16 @@ std::string in_form(std::string text, const ExportForm& form) {
 }
 
 TEST(RegistryExport, WritesAFileBackAsItWas) {
-  // The key above is not told of in the sample and gets a line of its own.
-  const std::string line = "[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\n";
+  // In one of the two the keys above the first have lines of their own, in the other they have not.
   std::string whole = sample;
-  whole.insert(header.size() + 1, line);
+  whole.insert(header.size() + 1, "[HKEY_LOCAL_MACHINE]\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\n");
   for (const ExportForm& form : forms) {
     SCOPED_TRACE(testing::Message() << form.utf16 << form.byte_order_mark << form.carriage_returns);
-    const ParsedExport parsed = parse(in_form(whole, form));
-    EXPECT_TRUE(same_form(parsed.form, form));
-    EXPECT_EQ(format_export(parsed.tree, parsed.form), in_form(whole, form));
-    EXPECT_EQ(format_export(parse(in_form(sample, form)).tree, form), in_form(whole, form));
+    for (const std::string& text : {sample, whole}) {
+      const ParsedExport parsed = parse(in_form(text, form));
+      EXPECT_TRUE(same_form(parsed.form, form));
+      EXPECT_EQ(format_export(parsed.tree, parsed.form), in_form(text, form));
+    }
   }
 }
 
@@ -666,6 +666,17 @@ TEST(RegistryExport, WrapsListsOfBytesAsTheRegistryEditorDoes) {
     }
     EXPECT_EQ(columns, row.columns);
   }
+}
+
+TEST(RegistryExport, WritesAKeyThatWasOnlyImpliedOnceNothingImpliesItAnyMore) {
+  RegistryTree tree = parse(header + "\n[HKEY_LOCAL_MACHINE\\a\\b]\n").tree;
+  make_key(tree, u"HKEY_LOCAL_MACHINE\\c\\d");
+  EXPECT_EQ(format_export(tree, plain), header +
+                                            "\n[HKEY_LOCAL_MACHINE\\a\\b]\n\n[HKEY_LOCAL_MACHINE\\c]\n\n"
+                                            "[HKEY_LOCAL_MACHINE\\c\\d]\n\n");
+  ASSERT_TRUE(remove_key(tree, u"HKEY_LOCAL_MACHINE\\a\\b"));
+  ASSERT_TRUE(remove_key(tree, u"HKEY_LOCAL_MACHINE\\c\\d"));
+  EXPECT_EQ(format_export(tree, plain), header + "\n[HKEY_LOCAL_MACHINE\\a]\n\n[HKEY_LOCAL_MACHINE\\c]\n\n");
 }
 
 TEST(RegistryExport, WritesARootOnlyWhereItHoldsValuesOrNoKeys) {

@@ -109,8 +109,8 @@ void write_value(Writer& writer, const TreeValue& value) {
 }
 
 // `path` leads to the key, and is the same again afterwards.
-void write_key(Writer& writer, const TreeKey& key, std::u16string& path, bool is_root) {
-  if (!is_root || !key.values.empty() || key.keys.empty()) {
+void write_key(Writer& writer, const TreeKey& key, std::u16string& path) {
+  if (key.has_line || !key.values.empty() || key.keys.empty()) {
     writer.text.append(u"[").append(path).append(u"]").append(writer.line_end);
     for (const TreeValue& value : key.values) write_value(writer, value);
     writer.text += writer.line_end;
@@ -118,7 +118,7 @@ void write_key(Writer& writer, const TreeKey& key, std::u16string& path, bool is
   const std::size_t length = path.size();
   for (const TreeKey& child : key.keys) {
     path.append(u"\\").append(child.name);
-    write_key(writer, child, path, false);
+    write_key(writer, child, path);
     path.resize(length);
   }
 }
@@ -140,7 +140,7 @@ std::string format_export(const RegistryTree& tree, const ExportForm& form) {
   writer.text.append(u"Windows Registry Editor Version 5.00").append(writer.line_end).append(writer.line_end);
   for (const TreeKey& root : tree.keys) {
     std::u16string path = root.name;
-    write_key(writer, root, path, true);
+    write_key(writer, root, path);
   }
   if (form.utf16) return encode_utf16(writer.text, form.byte_order_mark);
   // A name may hold an unpaired surrogate; only the whole file in UTF-16 keeps it.

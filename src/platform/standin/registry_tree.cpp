@@ -61,9 +61,16 @@ TreeKey& make_key(TreeKey& from, std::u16string_view path, KeyPlace place) {
   TreeKey* key = &from;
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(u'\\', begin), path.size());
-    key = &make_child(*key, path.substr(begin, end - begin), place);
+    const std::u16string_view name = path.substr(begin, end - begin);
+    const bool is_new = find_named(key->keys, name) == key->keys.end();
+    const bool is_root = key == &from;
+    key = &make_child(*key, name, place);
+    // Of a file, only the key that a line names; while the machine runs, every key that is made. A root needs
+    // none.
+    if (is_new) key->has_line = place == KeyPlace::by_name && !is_root;
     begin = end + 1;
   }
+  if (place == KeyPlace::last) key->has_line = true;
   return *key;
 }
 

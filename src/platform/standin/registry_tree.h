@@ -21,9 +21,16 @@ struct TreeValue {
 // Equal keys are equal in everything: order, the case of names, and what lies below.
 struct TreeKey {
   std::u16string name;
-  std::vector<TreeValue> values;  // the default value in front
+  std::vector<TreeValue> values;
   std::vector<TreeKey> keys;
-  bool operator==(const TreeKey&) const = default;
+  // Whether an export gives the key a line of its own even while it holds nothing but keys. One that a file
+  // only implies, by a key below it, has none, so that the file written back differs in nothing but what was
+  // changed.
+  bool has_line = false;
+  // Exact in order and case; lines do not count.
+  bool operator==(const TreeKey& other) const {
+    return name == other.name && values == other.values && keys == other.keys;
+  }
 };
 
 // The whole registry: its keys are the roots (HKEY_LOCAL_MACHINE and its like).
