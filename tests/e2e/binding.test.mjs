@@ -16,7 +16,6 @@ import {
 } from './harness.mjs';
 import {
   Machine,
-  devices_path,
   difference,
   dword_data,
   entries_of,
@@ -30,6 +29,7 @@ import {
   value_entry,
   velmora_path,
   without_record_parents,
+  wrap,
 } from './registry.mjs';
 
 const limits = { timeout: 120_000 };
@@ -88,7 +88,9 @@ function machine_text(fx_values, record_values = null) {
 }
 
 const fx_entry = (name, data) => value_entry(fx_key, name, data);
-const parents = [key_entry(velmora_path), key_entry(records_path)];
+// The keys above the records are made with the first record and stay.
+const new_parents = (before) =>
+  [key_entry(velmora_path), key_entry(records_path)].filter((entry) => !before.includes(`${entry}\r\n`));
 const added_lists_entry = value_entry(record_key, 'AddedModeList', dword_data(1));
 const moved_entry = (text) => value_entry(record_key, 'MigratedLegacyModeEffect', text_data(text));
 
@@ -141,7 +143,7 @@ test('an endpoint without any list is bound and unbound without a trace', limits
       fx_entry(chain, list_data([effect])),
       fx_entry(modes, list_data(default_modes)),
       fx_entry(offload_modes, list_data(default_modes)),
-      ...parents,
+      ...new_parents(before),
       key_entry(record_key),
       added_lists_entry,
     ],
@@ -151,8 +153,8 @@ test('an endpoint without any list is bound and unbound without a trace', limits
 
   await change(machine, 'unbind', 'endpoint unbound');
   const after = await machine.export();
-  assert.deepEqual(difference(before, after), sorted_difference({ added: parents }));
-  assert.equal(without_record_parents(after), before);
+  assert.deepEqual(difference(before, after), sorted_difference({ added: new_parents(before) }));
+  assert.equal(without_record_parents(after), without_record_parents(before));
   await assert_says(machine, ['look', guid], look_text(false, []));
   await change_nothing(machine, 'unbind', 'endpoint was not bound');
 });
@@ -166,7 +168,7 @@ test("a driver's effect is moved into the chain and goes back into its slot", li
     removed: [fx_entry(chain, list_data([foreign])), fx_entry(slot, text_data(driver_effect))],
     added: [
       fx_entry(chain, list_data([foreign, driver_effect, effect])),
-      ...parents,
+      ...new_parents(before),
       key_entry(record_key),
       moved_entry(driver_effect),
     ],
@@ -175,7 +177,7 @@ test("a driver's effect is moved into the chain and goes back into its slot", li
   await change_nothing(machine, 'bind', 'endpoint was already bound');
 
   await change(machine, 'unbind', restored);
-  assert.equal(without_record_parents(await machine.export()), before);
+  assert.equal(without_record_parents(await machine.export()), without_record_parents(before));
   await change_nothing(machine, 'unbind', 'endpoint was not bound');
 });
 
@@ -232,7 +234,7 @@ test('the bare GUID and the whole id reach the same endpoint and the same record
   await assert_says(machine, ['look', guid], look_text(true, [driver_effect, effect]));
   await change_nothing(machine, 'bind', 'endpoint was already bound');
   await change(machine, 'unbind', restored);
-  assert.equal(without_record_parents(await machine.export()), before);
+  assert.equal(without_record_parents(await machine.export()), without_record_parents(before));
   await change(machine, 'bind', moved);
   await change(machine, 'unbind', restored, 0, whole_id);
   await change_nothing(machine, 'unbind', 'endpoint was not bound', 0, whole_id);
@@ -294,19 +296,21 @@ test('a chain of another type is never overwritten', limits, async (t) => {
 test('a chain of odd bytes is read up to its first empty entry', limits, async (t) => {
   // 64 KB and a little more, in entries of 78 bytes.
   const many = Array.from({ length: 841 }, (_, index) => `{${String(index).padStart(36, '0')}}`);
+  // Wine's importer ends each text, and breaks down on one byte.
   const rows = [
     ['no terminator', utf16(`${foreign}\0${driver_effect}`), [foreign, driver_effect]],
     ['one terminator', utf16(`${foreign}\0`), [foreign]],
     ['an odd size', Buffer.concat([utf16(`${foreign}\0\0`), Buffer.from([0x41])]), [foreign]],
-    ['an odd size without terminator', Buffer.concat([utf16(foreign), Buffer.from([0x41])]), [`${foreign}A`]],
+    ['an odd size without terminator', Buffer.concat([utf16(foreign), Buffer.from([0x41])]), [`${foreign}A`], is_native],
     ['entries behind the end', utf16(`${foreign}\0\0${driver_effect}\0\0`), [foreign]],
     ['an empty entry first', utf16(`\0${foreign}\0\0`), []],
-    ['one byte', Buffer.from([0x41]), []],
+    ['one byte', Buffer.from([0x41]), [], is_native],
     ['no bytes', Buffer.alloc(0), []],
     ['more than ASCII', utf16('Eff\u00e9ct \u6f22\0\0'), ['Eff?ct ?']],
     ['more than 64 KB', utf16(`${many.join('\0')}\0\0`), many],
   ];
-  for (const [what, bytes, entries] of rows) {
+  for (const [what, bytes, entries, runs = true] of rows) {
+    if (!runs) continue;
     await t.test(what, async (row) => {
       const machine = await Machine.make(row, machine_text([[chain, hex_data(7, bytes)], ...driver_lists]));
       // The text comes out of the registry as the importer put it there: Wine's ends it.
@@ -338,24 +342,40 @@ test('a slot of odd bytes is a text up to its first NUL, or empty', limits, asyn
       await change(machine, 'bind', effect_there ? moved : 'endpoint bound');
       await assert_says(machine, ['look', guid], look_text(true, [...(effect_there ? [effect_there] : []), effect]));
       await change(machine, 'unbind', effect_there ? restored : 'endpoint unbound');
-      const { removed, added } = difference(before, without_record_parents(await machine.export()));
-      // What was a text with an odd form comes back as a plain one.
-      const comes_back = removed.length === 0 ? [] : [fx_entry(slot, text_data(effect_there))];
-      assert.deepEqual(added, comes_back);
-      if (!effect_there) assert.deepEqual(removed, []);
+      // What was a text of another form comes back as a plain one.
+      const stood = entries_of(before).find((entry) => entry.startsWith(`[${fx_key}] "${slot}"=`));
+      const stands = effect_there ? fx_entry(slot, text_data(effect_there)) : stood;
+      assert.deepEqual(
+        difference(without_record_parents(before), without_record_parents(await machine.export())),
+        stands === stood ? { removed: [], added: [] } : { removed: [stood], added: [stands] },
+      );
     });
   }
 });
 
 // ---- a whole laptop ----
 
+const vendor_modes = [default_modes[0], default_modes[1], default_modes[3]];
+
+function read_laptop() {
+  return fs.readFileSync(new URL('../machines/laptop.reg', import.meta.url), 'utf8');
+}
+
+const wrap_value = (name, data) => `${wrap(`"${name}"=${data}`)}\r\n`;
+
+// The text with one key's block, its empty line included, put through `edit`.
+function replace_in_key(text, key, edit) {
+  const begin = text.indexOf(`[${key}]\r\n`);
+  const end = text.indexOf('\r\n\r\n', begin) + 4;
+  return text.slice(0, begin) + edit(text.slice(begin, end)) + text.slice(end);
+}
+
 test('a laptop is bound and unbound, and the text tells exactly what changed', limits, async (t) => {
-  const laptop = fs.readFileSync(new URL('../machines/laptop.reg', import.meta.url), 'utf8');
+  const laptop = read_laptop();
   const speakers = '{517f1efe-9874-44ab-b8c0-d341131d9da7}';
   const key = `${render_path}\\${speakers}\\FxProperties`;
   const record = `${records_path}\\${speakers}`;
   const vendor = '{33F5F288-07F0-4BD4-AFF1-35342E825CE1}';
-  const vendor_modes = [default_modes[0], default_modes[1], default_modes[3]];
   const machine = await Machine.make(t, laptop);
   const before = await machine.export();
   if (is_native) assert.equal(before, laptop);
@@ -365,16 +385,235 @@ test('a laptop is bound and unbound, and the text tells exactly what changed', l
     added: [
       value_entry(key, chain, list_data([vendor, effect])),
       value_entry(key, offload_modes, list_data(default_modes)),
-      ...parents,
+      ...new_parents(before),
       key_entry(record),
       value_entry(record, 'MigratedLegacyModeEffect', text_data(vendor)),
       value_entry(record, 'AddedModeList', dword_data(1)),
     ],
   }));
-  await change_nothing(machine, 'bind', 'endpoint was already bound; refreshed the mode list', 0, speakers).then(
-    () => assert.fail('the list of the driver counts as added by now'),
-    () => {},
-  );
-  void vendor_modes;
-  void devices_path;
+  const bound = await machine.export();
+  await change(machine, 'unbind', restored, 0, speakers);
+  const after = await machine.export();
+  assert.deepEqual(difference(bound, after), sorted_difference({
+    removed: [
+      value_entry(key, chain, list_data([vendor, effect])),
+      // The record does not tell which of the two lists was there before: both go.
+      value_entry(key, modes, list_data(vendor_modes)),
+      value_entry(key, offload_modes, list_data(default_modes)),
+      key_entry(record),
+      value_entry(record, 'MigratedLegacyModeEffect', text_data(vendor)),
+      value_entry(record, 'AddedModeList', dword_data(1)),
+    ],
+    added: [value_entry(key, slot, text_data(vendor))],
+  }));
+
+  // The whole text: the list is gone, and where values keep the order of their coming the slot stands last.
+  const list_lines = wrap_value(modes, list_data(vendor_modes));
+  const slot_line = wrap_value(slot, text_data(vendor));
+  let expected = replace_in_key(before, key, (block) => block.replace(list_lines, ''));
+  if (is_native) {
+    expected = replace_in_key(expected, key, (block) => block.replace(slot_line, '').replace(/\r\n$/, `${slot_line}\r\n`));
+  }
+  assert.notEqual(expected, before);
+  assert.equal(without_record_parents(after), without_record_parents(expected));
 });
+
+test("a second bind of the laptop puts this system's modes over the driver's", limits, async (t) => {
+  const speakers = '{517f1efe-9874-44ab-b8c0-d341131d9da7}';
+  const key = `${render_path}\\${speakers}\\FxProperties`;
+  const machine = await Machine.make(t, read_laptop());
+  await change(machine, 'bind', moved, 0, speakers);
+  const refreshed = 'endpoint was already bound; refreshed the mode list';
+  assert.deepEqual(await change(machine, 'bind', refreshed, 0, speakers), {
+    removed: [value_entry(key, modes, list_data(vendor_modes))],
+    added: [value_entry(key, modes, list_data(default_modes))],
+  });
+});
+
+test("the laptop's other endpoints come back to the byte", limits, async (t) => {
+  const rows = [
+    ['a headset with an empty effect key', '{4a2b60cd-d30a-4b04-aa33-94d743a1fbf9}'],
+    ['headphones with other effects', '{224f4790-924c-4a31-a961-c2115d0a2a43}'],
+  ];
+  const machine = await Machine.make(t, read_laptop());
+  const before = await machine.export();
+  for (const [what, id] of rows) {
+    await t.test(what, async () => {
+      await change(machine, 'bind', 'endpoint bound and a default-mode list was added', 0, id);
+      await change(machine, 'unbind', 'endpoint unbound', 0, id);
+      assert.equal(without_record_parents(await machine.export()), without_record_parents(before));
+    });
+  }
+  await t.test('a microphone is no render endpoint', async () => {
+    await change_nothing(machine, 'bind', not_opened, 0x80070002, '{ae22db8f-4b0c-488e-8414-26287ed209de}');
+  });
+});
+
+// ---- the command line ----
+
+test('a command line that names no action and endpoint is refused', limits, async (t) => {
+  const rows = [
+    [],
+    ['look'],
+    [guid],
+    ['look', guid, guid],
+    ['LOOK', guid],
+    ['binding', guid],
+    ['', guid],
+    ['--help'],
+  ];
+  const machine = await Machine.make(t, machine_text([]));
+  for (const args of rows) {
+    assert.deepEqual(await machine.run_tool(...args), {
+      code: 2,
+      signal: null,
+      output: '',
+      errors: 'Usage: velmora_bind_endpoint look|bind|unbind ENDPOINT_ID\n',
+    }, args.join(' '));
+  }
+});
+
+// ---- the machine file, on Linux alone ----
+
+if (is_native) {
+  const tool = built_program('velmora_bind_endpoint');
+  const refusal = (trouble) => ({
+    code: 10,
+    signal: null,
+    output: '',
+    errors: `Unable to read the machine ${trouble}\n`,
+  });
+  const service_arguments = (...more) => ['--port', '18999', '--web-root', make_web_root(), ...more];
+
+  function write_machine(content) {
+    const file = path.join(make_directory(), 'machine.reg');
+    fs.writeFileSync(file, content);
+    return file;
+  }
+
+  test('a malformed machine ends both programs, and stays as it is', limits, async (t) => {
+    const line_of = (content, piece) => content.slice(0, content.indexOf(piece)).split('\r\n').length;
+    const broken_value = machine_text([]).replace('="Speakers"', '=Speakers');
+    const cut = `${export_text([[fx_key, []]]).trimEnd()}\r\n"a"=hex(7):41,\\`;
+    const rows = [
+      ['an empty file', '', 1],
+      ['no export', 'REGEDIT4\r\n\r\n', 1],
+      ['a value without a key', 'Windows Registry Editor Version 5.00\r\n\r\n"a"="b"\r\n', 3],
+      ['a broken value', broken_value, line_of(broken_value, '=Speakers')],
+      ['a file that ends within a value', cut, line_of(cut, '"a"=')],
+    ];
+    for (const [what, content, line] of rows) {
+      await t.test(what, async (row) => {
+        const file = write_machine(content);
+        const env = { VELMORA_MACHINE: file };
+        const { errors } = await run(row, tool, ['look', guid], { env });
+        assert.match(errors, /^Unable to read the machine [^:]+:[0-9]+: [ -~]+\n$/);
+        assert.ok(errors.includes(`${file}:${line}: `), `line ${line}: ${errors}`);
+        const wanted = refusal(errors.slice('Unable to read the machine '.length, -1));
+        for (const action of ['look', 'bind', 'unbind']) {
+          assert.deepEqual(await run(row, tool, [action, guid], { env }), wanted);
+        }
+        assert.deepEqual(await run(row, shipped_service, service_arguments(), { env }), wanted);
+        assert.equal(fs.readFileSync(file, 'latin1'), Buffer.from(content).toString('latin1'));
+        assert.deepEqual(fs.readdirSync(path.dirname(file)), [path.basename(file)]);
+      });
+    }
+  });
+
+  test('what is no file that can be read ends both programs', limits, async (t) => {
+    const directory = make_directory();
+    const pipe = path.join(directory, 'pipe');
+    execFileSync('mkfifo', [pipe]);
+    const rows = [
+      ['a directory', directory],
+      ['a missing file', path.join(directory, 'missing.reg')],
+      ['a pipe', pipe],
+      ['a device', '/dev/zero'],
+    ];
+    for (const [what, file] of rows) {
+      await t.test(what, async (row) => {
+        const env = { VELMORA_MACHINE: file };
+        const wanted = refusal(`${file}:0: the file cannot be read`);
+        assert.deepEqual(await run(row, tool, ['bind', guid], { env }), wanted);
+        assert.deepEqual(await run(row, shipped_service, service_arguments(), { env }), wanted);
+      });
+    }
+  });
+
+  test('the machine is read behind the options and before the pages', limits, async (t) => {
+    const env = { VELMORA_MACHINE: write_machine('no export\n') };
+    const wanted = refusal(
+      `${env.VELMORA_MACHINE}:1: the first line is not "Windows Registry Editor Version 5.00"`,
+    );
+    const bad_option = await run(t, shipped_service, ['--no-such-option'], { env });
+    assert.equal(bad_option.code, 2);
+    assert.ok(!bad_option.errors.includes('machine'), bad_option.errors);
+    const no_pages = ['--web-root', path.join(make_directory(), 'missing')];
+    assert.deepEqual(await run(t, shipped_service, no_pages, { env }), wanted);
+    assert.equal((await run(t, shipped_service, ['--self-test'], { env })).code, 0, 'the self-test needs no machine');
+    assert.equal((await run(t, tool, ['look'], { env })).code, 2);
+  });
+
+  test('a file in UTF-16 stays one, and so do its mark and its line ends', limits, async (t) => {
+    const text = machine_text([[slot, text_data(driver_effect)]]);
+    const rows = [
+      ['UTF-16 with mark', (lines) => Buffer.from(`\ufeff${lines}`, 'utf16le')],
+      ['UTF-16 without mark', (lines) => Buffer.from(lines, 'utf16le')],
+      ['UTF-8 with mark', (lines) => Buffer.from(`\ufeff${lines}`)],
+      ['UTF-8 with LF', (lines) => Buffer.from(lines.replaceAll('\r\n', '\n'))],
+    ];
+    for (const [what, encode] of rows) {
+      await t.test(what, async (row) => {
+        const file = write_machine(encode(text));
+        const env = { VELMORA_MACHINE: file };
+        assert.equal((await run(row, tool, ['bind', guid], { env })).code, 0);
+        const as_utf8 = await Machine.make(row, text);
+        await assert_says(as_utf8, ['bind', guid], `status 0x00000000\ndetail ${moved}\n`);
+        assert.deepEqual(fs.readFileSync(file), encode(await as_utf8.export()));
+      });
+    }
+  });
+
+  test('a key that opens for reading only is looked at and not changed', limits, async (t) => {
+    const access_key = 'HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Access';
+    const below_root = (key) => key.slice(key.indexOf('\\') + 1).replaceAll('\\', '\\\\');
+    const machine_with = (granted, key = fx_key) =>
+      export_text([
+        ...bystander_keys,
+        [fx_key, [[chain, list_data([foreign])], [slot, text_data(driver_effect)]]],
+        [access_key, [[below_root(key), dword_data(granted)]]],
+      ]);
+    await t.test('reading only', async (row) => {
+      const machine = await Machine.make(row, machine_with(0x20019));
+      for (const action of ['bind', 'unbind']) await change_nothing(machine, action, not_opened, 0x80070005);
+      await assert_says(machine, ['look', guid], look_text(false, [foreign]));
+    });
+    await t.test('nothing', async (row) => {
+      const machine = await Machine.make(row, machine_with(0, endpoint_key));
+      for (const action of ['bind', 'unbind']) await change_nothing(machine, action, not_opened, 0x80070005);
+      await assert_says(machine, ['look', guid], 'status 0x80070005\nfx_key_present false\nbound false\n');
+    });
+    await t.test('the records only for reading: a bind goes on, and its unbind cannot restore', async (row) => {
+      const machine = await Machine.make(row, machine_with(0x20019, 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora'));
+      const bound = await change(machine, 'bind', moved);
+      assert.deepEqual(bound.added.filter((entry) => entry.startsWith(`[${velmora_path}`)), []);
+      await change(machine, 'unbind', 'endpoint unbound');
+      await assert_says(machine, ['look', guid], look_text(false, [foreign, driver_effect]));
+    });
+  });
+
+  test('the built-in machine stands where none is given, and is kept nowhere', limits, async (t) => {
+    const [speakers, headphones] = ['{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}', '{b37523a5-3b4a-4ee2-a463-513755ac0ecd}'];
+    const microphone = '{566bf9d7-c55a-45f8-a1a6-e55e9b9b1325}';
+    for (const env of [{ VELMORA_MACHINE: undefined }, { VELMORA_MACHINE: '' }]) {
+      const says = async (action, id) => (await run(t, tool, [action, id], { env })).output;
+      assert.equal(await says('look', speakers), look_text(false, []));
+      assert.equal(await says('look', headphones), look_text(false, []));
+      assert.match(await says('look', microphone), /^status 0x80070002\n/);
+      assert.equal(await says('bind', speakers), `status 0x00000000\ndetail ${moved}\n`);
+      assert.equal(await says('bind', headphones),
+        'status 0x00000000\ndetail endpoint bound and a default-mode list was added\n');
+      assert.equal(await says('look', speakers), look_text(false, []));
+    }
+  });
+}

@@ -40,7 +40,7 @@ export function dword_data(value) {
 // ---- exports as text ----
 
 // A long list of bytes in lines, as Windows breaks it.
-function wrap(line) {
+export function wrap(line) {
   if (!line.includes('=hex')) return line;
   const lines = [''];
   for (const piece of line.split(/(?<=,)/)) {
@@ -123,19 +123,31 @@ async function reg_succeeds(t, ...args) {
   assert.equal(code, 0, `reg ${args.join(' ')}: ${output}${errors}`);
 }
 
-async function key_exists(t, key) {
-  return (await reg(t, 'query', system_name(key))).code === 0;
+// False when the key is missing; any other failure is one.
+async function reg_finds(t, ...args) {
+  const { code, output, errors } = await reg(t, ...args);
+  const said = `reg ${args.join(' ')}: ${code} ${output}${errors}`;
+  if (code !== 0) assert.match(output + errors, /Unable to find the specified registry key/, said);
+  return code === 0;
 }
 
+// A key that is not there is as good as deleted.
 async function delete_key(t, key) {
-  if (await key_exists(t, key)) await reg_succeeds(t, 'delete', system_name(key), '/f');
+  await reg_finds(t, 'delete', system_name(key), '/f');
+}
+
+// The first of these keys, from the topmost down, that is missing.
+async function first_missing(t, keys) {
+  for (const key of keys) {
+    if (!(await reg_finds(t, 'query', system_name(key)))) return [key];
+  }
+  return [];
 }
 
 // An export of one key as its blocks, each with an empty line behind it; empty when the key is missing.
 async function blocks_below(t, key) {
-  if (!(await key_exists(t, key))) return '';
   const file = path.join(make_directory(), 'export.reg');
-  await reg_succeeds(t, 'export', system_name(key), program_path_text(file), '/y');
+  if (!(await reg_finds(t, 'export', system_name(key), program_path_text(file), '/y'))) return '';
   const text = fs.readFileSync(file, 'utf16le').replace(/^\ufeff/, '');
   assert.ok(text.startsWith(header), 'an export of the registry editor');
   return text.slice(header.length).replace(/(\r\n)*$/, '\r\n\r\n');
@@ -159,13 +171,14 @@ async function put_into_registry(t, text) {
   const own = new Set([...endpoints].flatMap((key) => [key, `${records_path}\\${key.slice(key.lastIndexOf('\\') + 1)}`]));
   // A test that was killed has left them.
   for (const key of own) await delete_key(t, key);
-  const parents = [devices_path, `${devices_path}\\Audio`, render_path, velmora_path, records_path];
-  for (const parent of parents) {
-    if (!(await key_exists(t, parent))) own.add(parent);
-  }
-  // The topmost goes first and takes with it what is below.
+  const made_parents = [
+    ...(await first_missing(t, [devices_path, `${devices_path}\\Audio`, render_path])),
+    ...(await first_missing(t, [velmora_path, records_path])),
+  ];
+  // What goes with a parent that goes needs no removal of its own.
+  const to_delete = [...made_parents, ...[...own].filter((key) => !made_parents.some((above) => is_below(key, above)))];
   t.after(async () => {
-    for (const key of [...own].sort()) await delete_key(t, key);
+    for (const key of to_delete) await delete_key(t, key);
   });
   const file = path.join(make_directory(), 'machine.reg');
   fs.writeFileSync(file, `\ufeff${header}${blocks.join('')}`, 'utf16le');

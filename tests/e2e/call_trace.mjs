@@ -1,0 +1,65 @@
+// The calls that a Windows program makes itself, as Wine's own trace tells them.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+
+import { poll } from './harness.mjs';
+
+// Every call between modules, with the address that it returns to, and what Wine's registry functions say of their
+// arguments in between.
+export const registry_trace = { WINEDEBUG: '-all,+relay,+reg,+pid' };
+
+// The addresses that a program takes in memory.
+function image_range(file) {
+  const image = fs.readFileSync(file);
+  const optional_header = image.readUInt32LE(0x3c) + 24;
+  assert.equal(image.readUInt16LE(optional_header), 0x20b, 'a 64-bit program');
+  const base = image.readBigUInt64LE(optional_header + 24);
+  return { base, end: base + BigInt(image.readUInt32LE(optional_header + 56)) };
+}
+
+const call_line =
+  /^([0-9a-f]{4,}):([0-9a-f]{4,}):(Call|Ret ) (\w+)\.(\w+)\((.*)\) (?:retval=([0-9a-f]+) )?ret=([0-9a-f]+)$/;
+const note_line = /^[0-9a-f]{4,}:([0-9a-f]{4,}):trace:reg:(\w+) (.*)$/;
+const call_argument = /([0-9a-f]{8,16})(?: L?"((?:[^"\\]|\\.)*)")?/g;
+
+// The program's own calls in their order, each with `args` (value, and text where it points to one), its `result`, and
+// the `note` of Wine's function of the same name. Calls of Wine's modules among themselves are left out, and so are
+// other processes: `is_own` knows one call of the program.
+export async function own_calls(program, file, is_own) {
+  // The program's last call of all. What it wrote may still be on its way when it has ended.
+  await poll('the end of the trace', () => (/Call msvcrt\.exit\(/.test(program.errors) ? true : undefined));
+  const { base, end } = image_range(file);
+  const calls = [];
+  const open = [];
+  for (const raw of program.errors.split('\n')) {
+    const line = raw.trimEnd();
+    const note = line.match(note_line);
+    if (note) {
+      const call = open.findLast(({ thread, name }) => thread === note[1] && name === note[2]);
+      if (call) call.note ??= note[3];
+      continue;
+    }
+    const parts = line.match(call_line);
+    if (!parts) continue;
+    const [, process_id, thread, kind, , name, arguments_text, result, return_text] = parts;
+    const returns_to = BigInt(`0x${return_text}`);
+    if (returns_to < base || returns_to >= end) continue;
+    if (kind === 'Call') {
+      const args = [...arguments_text.matchAll(call_argument)].map(([, value, text]) => ({
+        value: BigInt(`0x${value}`),
+        text: text?.replaceAll('\\\\', '\\'),
+      }));
+      const call = { process_id, thread, name, args, returns_to };
+      calls.push(call);
+      open.push(call);
+      continue;
+    }
+    const place = open.findLastIndex(
+      (call) => call.thread === thread && call.name === name && call.returns_to === returns_to,
+    );
+    if (place !== -1) open.splice(place, 1)[0].result = BigInt(`0x${result}`);
+  }
+  const own_process = calls.find(is_own)?.process_id;
+  assert.ok(own_process, 'the calls are traced');
+  return calls.filter((call) => call.process_id === own_process);
+}
