@@ -4,8 +4,8 @@ namespace velmora {
 
 BindingPlan plan_bind(const Chain& present, std::string_view effect, std::string_view legacy_slot) {
   BindingPlan plan{present, false, {}, {}};
-  // Compared with its case, unlike the entries of a chain: a slot that Windows itself would not have written
-  // like this is somebody else's.
+  // The exact text only: any other spelling is moved and remembered as it stood, so that an unbind gives it
+  // back unchanged.
   if (legacy_slot != effect) plan.moves = legacy_slot;
   if (!plan.moves.empty()) plan.chain = chain_with(plan.chain, plan.moves);
   plan.chain = chain_with(plan.chain, effect);

@@ -25,6 +25,8 @@ constexpr std::uint32_t key_write = 0x20006;
 // What get_registry_value lets through (winreg.h).
 constexpr std::uint32_t rrf_rt_reg_sz = 0x2;
 constexpr std::uint32_t rrf_rt_reg_dword = 0x10;
+// With it, the key of the 64-bit view of the registry.
+constexpr std::uint32_t rrf_subkey_wow6464key = 0x10000;
 
 struct RegistryKeyKind {
   using Native = std::uintptr_t;

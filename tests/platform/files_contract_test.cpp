@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -14,7 +15,10 @@ using surroundings::put_directory;
 using surroundings::put_file;
 
 constexpr std::uint32_t error_missing = 2;
+constexpr std::uint32_t error_no_path = 3;
 constexpr std::uint32_t error_denied = 5;
+constexpr std::uint32_t error_exists = 183;
+constexpr std::uint32_t error_not_a_directory = 267;
 
 class FilesContract : public surroundings::Arranged {};
 
@@ -38,6 +42,15 @@ std::string read_all(const InputFile& file, std::size_t piece) {
     bytes.append(buffer, 0, read.count);
   }
 }
+
+std::vector<std::string> sorted_names(const std::string& directory) {
+  std::vector<std::string> names{"former"};
+  EXPECT_EQ(list_directory(directory, names), 0u);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string content_of(const std::string& path) { return read_all(open(path), 4096); }
 
 TEST_F(FilesContract, TellsWhatAPathNames) {
   const std::string file = scratch_path("page.html");
@@ -182,6 +195,207 @@ TEST_F(FilesContract, LetsOthersWriteAFileThatIsOpen) {
   const InputFile file = open(path);
   put_file(path, "NEW");
   EXPECT_EQ(read_all(file, 64), "NEW");
+}
+
+// One round for each operation, in a directory of its own that holds a file, a directory with a file in it
+// and an empty one.
+TEST_F(FilesContract, AnswersTheSameErrorsOnEverySystem) {
+  const std::string file = "file";
+  const std::string inside = join_path("full", "inside");
+  const struct {
+    std::string path;  // below the round's directory; empty: the empty path
+    std::uint32_t read, size, write, remove, list, make;
+  } cases[] = {
+      {file, 0, 0, 0, 0, error_not_a_directory, error_exists},
+      {inside, 0, 0, 0, 0, error_not_a_directory, error_exists},
+      {"full", error_denied, error_denied, error_denied, error_denied, 0, 0},
+      {"bare", error_denied, error_denied, error_denied, error_denied, 0, 0},
+      {"absent", error_missing, error_missing, 0, error_missing, error_no_path, 0},
+      {join_path("bare", "absent"), error_missing, error_missing, 0, error_missing, error_no_path, 0},
+      {join_path("absent", "x"), error_no_path, error_no_path, error_no_path, error_no_path, error_no_path,
+       0},
+      {join_path(join_path("absent", "x"), "y"), error_no_path, error_no_path, error_no_path, error_no_path,
+       error_no_path, 0},
+      {join_path(file, "x"), error_no_path, error_no_path, error_no_path, error_no_path, error_no_path,
+       error_exists},
+      {join_path(join_path(file, "x"), "y"), error_no_path, error_no_path, error_no_path, error_no_path,
+       error_no_path, error_exists},
+      {"", error_no_path, error_no_path, error_no_path, error_no_path, error_no_path, error_no_path},
+  };
+  int round = 0;
+  for (const auto& entry : cases) {
+    SCOPED_TRACE("'" + entry.path + "'");
+    const auto path_of_next_round = [&]() {
+      const std::string directory = scratch_path("round-" + std::to_string(++round));
+      put_directory(directory);
+      put_file(join_path(directory, file), "content");
+      put_directory(join_path(directory, "full"));
+      put_file(join_path(directory, inside), "content");
+      put_directory(join_path(directory, "bare"));
+      return entry.path.empty() ? std::string() : join_path(directory, entry.path);
+    };
+    InputFile opened;
+    EXPECT_EQ(open_for_reading(path_of_next_round(), opened), entry.read);
+    std::uint64_t size = 77;
+    EXPECT_EQ(query_file_size(path_of_next_round(), size), entry.size);
+    EXPECT_EQ(size, entry.size == 0 ? 7u : 77u);
+    const std::string written = path_of_next_round();
+    const FileKind written_kind = query_file_kind(written);
+    EXPECT_EQ(write_whole_file(written, "abc"), entry.write);
+    EXPECT_EQ(query_file_kind(written), entry.write == 0 ? FileKind::regular : written_kind);
+    const std::string removed = path_of_next_round();
+    const FileKind removed_kind = query_file_kind(removed);
+    EXPECT_EQ(remove_file(removed), entry.remove);
+    EXPECT_EQ(query_file_kind(removed), entry.remove == 0 ? FileKind::missing : removed_kind);
+    std::vector<std::string> names{"former"};
+    EXPECT_EQ(list_directory(path_of_next_round(), names), entry.list);
+    EXPECT_EQ(names, entry.path == "full" ? std::vector<std::string>{"inside"} : std::vector<std::string>{});
+    const std::string made = path_of_next_round();
+    const FileKind made_kind = query_file_kind(made);
+    EXPECT_EQ(make_directories(made), entry.make);
+    EXPECT_EQ(query_file_kind(made), entry.make == 0 ? FileKind::directory : made_kind);
+  }
+}
+
+TEST_F(FilesContract, LeavesADirectoryThatIsToBeRemovedAsAFile) {
+  const std::string full = scratch_path("full");
+  put_directory(full);
+  put_file(join_path(full, "inside"), "content");
+  EXPECT_EQ(remove_file(full), error_denied);
+  EXPECT_EQ(sorted_names(full), std::vector<std::string>{"inside"});
+  EXPECT_EQ(content_of(join_path(full, "inside")), "content");
+}
+
+TEST_F(FilesContract, TellsTheSizeOfAFile) {
+  const std::string path = scratch_path("sized");
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{70'000}}) {
+    SCOPED_TRACE(size);
+    put_file(path, std::string(size, 'x'));
+    std::uint64_t told = 77;
+    EXPECT_EQ(query_file_size(path, told), 0u);
+    EXPECT_EQ(told, size);
+  }
+}
+
+TEST_F(FilesContract, TellsTheSizeOfAFileOfMoreThan4Gigabytes) {
+  const std::string path = scratch_path("sparse");
+  for (const std::uint64_t size : {0xFFFFFFFFull, 0x100000000ull, 0x123456789ull}) {
+    SCOPED_TRACE(size);
+    surroundings::put_sparse_file(path, size);
+    std::uint64_t told = 77;
+    EXPECT_EQ(query_file_size(path, told), 0u);
+    EXPECT_EQ(told, size);
+    EXPECT_EQ(query_file_kind(path), FileKind::regular);
+  }
+}
+
+TEST_F(FilesContract, WritesBytesAsTheyAre) {
+  std::string every_byte;
+  for (int byte = 0; byte < 256; ++byte) every_byte += static_cast<char>(byte);
+  const std::string cases[] = {
+      "", "x", "a\nb\r\nc\r\x1a", std::string("\0\0", 2), every_byte, std::string(300'000, 'y')};
+  for (const std::string& bytes : cases) {
+    SCOPED_TRACE(testing::PrintToString(bytes.substr(0, 300)));
+    const std::string path = scratch_path("written");
+    EXPECT_EQ(write_whole_file(path, bytes), 0u);
+    EXPECT_EQ(content_of(path), bytes);
+    EXPECT_EQ(remove_file(path), 0u);
+    EXPECT_EQ(query_file_kind(path), FileKind::missing);
+  }
+}
+
+TEST_F(FilesContract, LeavesNothingOfALongerFormerFile) {
+  const std::string path = scratch_path("written");
+  for (const char* bytes : {"a long former content", "short", ""}) {
+    SCOPED_TRACE(bytes);
+    EXPECT_EQ(write_whole_file(path, bytes), 0u);
+    EXPECT_EQ(content_of(path), bytes);
+  }
+}
+
+TEST_F(FilesContract, GivesNothingToADevice) {
+  EXPECT_NE(write_whole_file(surroundings::path_of_other_kind(), "abc"), 0u);
+}
+
+TEST_F(FilesContract, WritesAndRemovesAFileThatOthersHaveOpen) {
+  const std::string path = scratch_path("shared");
+  put_file(path, "old");
+  InputFile file = open(path);
+  EXPECT_EQ(write_whole_file(path, "NEW"), 0u);
+  EXPECT_EQ(read_all(file, 64), "NEW");
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size(path, size), 0u);
+  EXPECT_EQ(remove_file(path), 0u);
+  // Not before: Windows may keep the name for as long as anyone has the file open.
+  file.close();
+  EXPECT_EQ(query_file_kind(path), FileKind::missing);
+}
+
+TEST_F(FilesContract, ListsTheNamesOfADirectoryAndOfNoOther) {
+  const std::string directory = scratch_path("listed");
+  put_directory(directory);
+  EXPECT_EQ(sorted_names(directory), std::vector<std::string>{});
+  const std::string names[] = {".hidden", "a", "b.json", "c d", "\xE9\xA1\xB5.json"};
+  for (const std::string& name : names) put_file(join_path(directory, name), "x");
+  put_directory(join_path(directory, "below"));
+  put_file(join_path(join_path(directory, "below"), "deeper"), "x");
+  put_file(directory + "-beside", "x");
+  EXPECT_EQ(sorted_names(directory),
+            (std::vector<std::string>{".hidden", "a", "b.json", "below", "c d", "\xE9\xA1\xB5.json"}));
+}
+
+TEST_F(FilesContract, ListsMoreNamesThanOneReadingOfTheSystemGives) {
+  const std::string directory = scratch_path("listed");
+  put_directory(directory);
+  std::vector<std::string> names;
+  for (int number = 1000; number < 2500; ++number) names.push_back("name " + std::to_string(number));
+  for (const std::string& name : names) put_file(join_path(directory, name), "");
+  EXPECT_EQ(sorted_names(directory), names);
+}
+
+TEST_F(FilesContract, MakesADirectoryWithAllThatAreMissingAboveIt) {
+  const std::string above = scratch_path(
+      "Gr\xC3\xB6\xC3\x9F"
+      "e");
+  const std::string below = join_path(join_path(above, "b b"), "\xE9\xA1\xB5");
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    EXPECT_EQ(make_directories(below), 0u);
+    EXPECT_EQ(query_file_kind(below), FileKind::directory);
+    EXPECT_EQ(make_directories(above), 0u);
+  }
+  EXPECT_EQ(write_whole_file(join_path(below, "x"), "abc"), 0u);
+}
+
+TEST_F(FilesContract, MakesADirectoryThatIsWrittenWithASeparatorBehindIt) {
+  const std::string directory = join_path(join_path(scratch_path("a"), "b"), "");
+  EXPECT_EQ(make_directories(directory), 0u);
+  EXPECT_EQ(query_file_kind(parent_path(directory)), FileKind::directory);
+  EXPECT_EQ(make_directories(directory), 0u);
+}
+
+TEST_F(FilesContract, TakesTheRootForADirectoryThatIsThere) {
+  std::string root = surroundings::scratch_directory();
+  while (parent_path(root) != root) root = parent_path(root);
+  EXPECT_EQ(make_directories(root), 0u);
+}
+
+TEST_F(FilesContract, MakesNothingBelowAFile) {
+  const std::string file = scratch_path("file");
+  put_file(file, "content");
+  EXPECT_EQ(make_directories(join_path(join_path(file, "a"), "b")), error_exists);
+  EXPECT_EQ(sorted_names(surroundings::scratch_directory()), std::vector<std::string>{"file"});
+  EXPECT_EQ(content_of(file), "content");
+}
+
+TEST_F(FilesContract, WritesListsAndRemovesNamesOfAllLetters) {
+  const std::string name = "\xC3\xB6 \xCE\xA9 \xE9\xA1\xB5 \xF0\x9D\x84\x9E.json";
+  const std::string path = scratch_path(name);
+  EXPECT_EQ(write_whole_file(path, "named"), 0u);
+  EXPECT_EQ(content_of(path), "named");
+  EXPECT_EQ(sorted_names(surroundings::scratch_directory()), std::vector<std::string>{name});
+  EXPECT_EQ(remove_file(path), 0u);
+  EXPECT_EQ(sorted_names(surroundings::scratch_directory()), std::vector<std::string>{});
 }
 
 TEST_F(FilesContract, JoinsPathsAsTheSystemDoes) {

@@ -1,16 +1,44 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/files.h"
+#include "platform/posix/drives.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
+
+// The answer of `act` in a child of its own, 0..255.
+template <typename Act>
+int answer_of_child(Act act) {
+  const pid_t child = fork();
+  if (child == 0) _exit(static_cast<int>(act()));
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+  return WEXITSTATUS(status);
+}
+
+// Permissions mean nothing to root.
+bool become_nobody() {
+  constexpr uid_t nobody = 65534;
+  return geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
+}
 
 class PosixFiles : public surroundings::Arranged {};
 
@@ -79,6 +107,305 @@ TEST_F(PosixFiles, AnswerAPathThroughAFileAndOneThatIsTooLong) {
   EXPECT_EQ(open_for_reading(path + "/more", file), 3u);
   EXPECT_EQ(open_for_reading(path + std::string(5000, 'x'), file), 206u);
   EXPECT_FALSE(file.is_open());
+}
+
+TEST_F(PosixFiles, GiveThePresentSizeOfWhatALinkLeadsTo) {
+  const std::string directory = surroundings::scratch_directory();
+  surroundings::put_file(directory + "/page.html", "linked");
+  ASSERT_EQ(symlink("page.html", (directory + "/to-file").c_str()), 0);
+  ASSERT_EQ(symlink(".", (directory + "/to-directory").c_str()), 0);
+  ASSERT_EQ(symlink("absent", (directory + "/to-nothing").c_str()), 0);
+  ASSERT_EQ(symlink("to-itself", (directory + "/to-itself").c_str()), 0);
+  const struct {
+    const char* name;
+    std::uint32_t error;
+  } cases[] = {{"to-file", 0}, {"to-directory", 5}, {"to-nothing", 2}, {"to-itself", 1921}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.name);
+    std::uint64_t size = 77;
+    EXPECT_EQ(query_file_size(directory + "/" + entry.name, size), entry.error);
+    EXPECT_EQ(size, entry.error == 0 ? 6u : 77u);
+  }
+}
+
+TEST_F(PosixFiles, AreRemovedAsLinksAndNotAsWhatTheyLeadTo) {
+  const std::string directory = surroundings::scratch_directory();
+  surroundings::put_file(directory + "/page.html", "linked");
+  surroundings::put_directory(directory + "/pages");
+  for (const char* target : {"page.html", "pages", "absent", "link"}) {
+    SCOPED_TRACE(target);
+    const std::string link = directory + "/link";
+    ASSERT_EQ(symlink(target, link.c_str()), 0);
+    EXPECT_EQ(remove_file(link), 0u);
+    struct stat status {};
+    EXPECT_NE(lstat(link.c_str(), &status), 0);
+  }
+  EXPECT_EQ(query_file_kind(directory + "/page.html"), FileKind::regular);
+  EXPECT_EQ(query_file_kind(directory + "/pages"), FileKind::directory);
+}
+
+TEST_F(PosixFiles, AreWrittenThroughLinks) {
+  const std::string directory = surroundings::scratch_directory();
+  surroundings::put_file(directory + "/page.html", "former");
+  ASSERT_EQ(symlink("page.html", (directory + "/link").c_str()), 0);
+  EXPECT_EQ(write_whole_file(directory + "/link", "new"), 0u);
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size(directory + "/page.html", size), 0u);
+  EXPECT_EQ(size, 3u);
+}
+
+TEST_F(PosixFiles, AreNoDirectoriesWhereALinkLeadsToNothing) {
+  const std::string link = surroundings::scratch_directory() + "/link";
+  ASSERT_EQ(symlink("absent", link.c_str()), 0);
+  EXPECT_EQ(make_directories(link), 183u);
+  EXPECT_EQ(make_directories(link + "/below"), 3u);
+}
+
+TEST_F(PosixFiles, DoNotWaitForTheReaderOfAPipeInAFilesPlace) {
+  const std::string path = surroundings::path_of_other_kind();
+  EXPECT_NE(write_whole_file(path, "abc"), 0u);
+  const int reader = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  EXPECT_EQ(write_whole_file(path, std::string(300'000, 'x')), 5u);
+  char byte = '#';
+  EXPECT_EQ(read(reader, &byte, 1), 0);
+  close(reader);
+  std::vector<std::string> names;
+  EXPECT_EQ(list_directory(path, names), 267u);
+  EXPECT_EQ(remove_file(path), 0u);
+}
+
+TEST_F(PosixFiles, GiveNothingToADevice) {
+  EXPECT_EQ(query_file_kind("/dev/null"), FileKind::other);
+  EXPECT_EQ(write_whole_file("/dev/null", "abc"), 5u);
+  EXPECT_EQ(write_whole_file("/dev/full", "abc"), 5u);
+}
+
+TEST_F(PosixFiles, EndAtTheLimitOfAFilesSize) {
+  const std::string path = surroundings::scratch_directory() + "/limited";
+  const int answer = answer_of_child([&path] {
+    const rlimit limit{4096, 4096};
+    signal(SIGXFSZ, SIG_IGN);
+    return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? write_whole_file(path, std::string(10'000, 'x')) : 255;
+  });
+  EXPECT_EQ(answer, 112);
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size(path, size), 0u);
+  EXPECT_EQ(size, 4096u);
+}
+
+// A disk of 64 KiB, which nobody but the child sees and which goes with it. Where the machine does not let us
+// mount one, the child says so.
+TEST_F(PosixFiles, AnswerThatADiskIsFullOrWriteProtected) {
+  constexpr std::uint32_t no_disk = 255;
+  const std::string disk = surroundings::scratch_directory();
+  const auto with_disk = [&disk](auto act) {
+    return answer_of_child([&]() -> std::uint32_t {
+      const int spaces = geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
+      if (unshare(spaces) != 0) return no_disk;
+      if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return no_disk;
+      if (mount("velmora", disk.c_str(), "tmpfs", 0, "size=64k") != 0) return no_disk;
+      return act();
+    });
+  };
+  const bool has_disk = with_disk([] { return 0u; }) == 0;
+  const int full = with_disk([&] { return write_whole_file(disk + "/large", std::string(100'000, 'x')); });
+  EXPECT_EQ(full, has_disk ? 112 : 255);
+  const int room_again = with_disk([&] {
+    const std::uint32_t first = write_whole_file(disk + "/large", std::string(100'000, 'x'));
+    const std::uint32_t second = write_whole_file(disk + "/large", "small");
+    return first == 112 ? second : first;
+  });
+  EXPECT_EQ(room_again, has_disk ? 0 : 255);
+  for (const bool removes : {false, true}) {
+    SCOPED_TRACE(removes);
+    const int write_protected = with_disk([&]() -> std::uint32_t {
+      if (write_whole_file(disk + "/file", "x") != 0) return 254;
+      if (mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0) return 253;
+      return removes ? remove_file(disk + "/file") : write_whole_file(disk + "/file", "y");
+    });
+    EXPECT_EQ(write_protected, has_disk ? 19 : 255);
+  }
+}
+
+TEST_F(PosixFiles, AreRefusedToWhoHasNoRight) {
+  const std::string directory = surroundings::scratch_directory();
+  const std::string closed = directory + "/closed";
+  const std::string fixed = directory + "/fixed";
+  ASSERT_EQ(chmod(directory.c_str(), 0755), 0);
+  for (const std::string& made : {closed, fixed}) {
+    surroundings::put_directory(made);
+    surroundings::put_file(made + "/file", "content");
+    ASSERT_EQ(chmod((made + "/file").c_str(), 0444), 0);
+  }
+  ASSERT_EQ(chmod(closed.c_str(), 0), 0);
+  ASSERT_EQ(chmod(fixed.c_str(), 0555), 0);
+  using Act = std::uint32_t (*)(const std::string&);
+  const Act read = [](const std::string& path) {
+    InputFile file;
+    return open_for_reading(path, file);
+  };
+  const Act size = [](const std::string& path) {
+    std::uint64_t told = 0;
+    return query_file_size(path, told);
+  };
+  const Act write = [](const std::string& path) { return write_whole_file(path, "x"); };
+  const Act remove = [](const std::string& path) { return remove_file(path); };
+  const Act list = [](const std::string& path) {
+    std::vector<std::string> names;
+    return list_directory(path, names);
+  };
+  const Act make = [](const std::string& path) { return make_directories(path); };
+  const Act kind = [](const std::string& path) { return static_cast<std::uint32_t>(query_file_kind(path)); };
+  const struct {
+    const char* what;
+    Act act;
+    std::string path;
+    int answer;
+  } cases[] = {{"read", read, closed + "/file", 5},
+               {"size", size, closed + "/file", 5},
+               {"write", write, closed + "/file", 5},
+               {"remove", remove, closed + "/file", 5},
+               {"list", list, closed, 5},
+               {"make", make, closed + "/a/b", 5},
+               {"kind", kind, closed + "/file", static_cast<int>(FileKind::missing)},
+               {"read", read, fixed + "/file", 0},
+               {"size", size, fixed + "/file", 0},
+               {"write", write, fixed + "/file", 5},
+               {"write", write, fixed + "/new", 5},
+               {"remove", remove, fixed + "/file", 5},
+               {"list", list, fixed, 0},
+               {"make", make, fixed, 0},
+               {"make", make, fixed + "/new", 5}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.what + (" " + entry.path));
+    EXPECT_EQ(answer_of_child(
+                  [&entry]() -> std::uint32_t { return become_nobody() ? entry.act(entry.path) : 254; }),
+              entry.answer);
+  }
+  EXPECT_EQ(chmod(closed.c_str(), 0700), 0);
+  EXPECT_EQ(chmod(fixed.c_str(), 0700), 0);
+}
+
+// Other than on Windows, a file that may not be written may be removed where its directory may be written.
+TEST_F(PosixFiles, AreRemovedThoughTheyMayNotBeWritten) {
+  const std::string directory = surroundings::scratch_directory();
+  const std::string path = directory + "/file";
+  surroundings::put_file(path, "content");
+  ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
+  ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+  EXPECT_EQ(answer_of_child([&path]() -> std::uint32_t {
+              if (!become_nobody()) return 254;
+              return write_whole_file(path, "x") == 5 ? remove_file(path) : 253;
+            }),
+            0);
+  EXPECT_EQ(query_file_kind(path), FileKind::missing);
+}
+
+// Sets variables that say where the drives are, and puts the former ones back.
+class PosixDrives : public surroundings::Arranged {
+ protected:
+  void SetUp() override {
+    Arranged::SetUp();
+    for (const char* name : names) {
+      const char* value = std::getenv(name);
+      former_.push_back(value == nullptr ? std::nullopt : std::optional<std::string>(value));
+    }
+  }
+
+  void TearDown() override {
+    for (std::size_t index = 0; index < former_.size(); ++index) {
+      set(names[index], former_[index] ? former_[index]->c_str() : nullptr);
+    }
+    Arranged::TearDown();
+  }
+
+  static void set(const char* name, const char* value) {
+    EXPECT_EQ(value == nullptr ? unsetenv(name) : setenv(name, value, 1), 0);
+  }
+
+  static constexpr std::array names{"VELMORA_DRIVES", "XDG_STATE_HOME", "HOME"};
+
+ private:
+  std::vector<std::optional<std::string>> former_;
+};
+
+TEST_F(PosixDrives, AreWhereTheFirstAbsolutePathOfTheVariablesSays) {
+  constexpr const char* unset = nullptr;
+  const struct {
+    const char* drives;
+    const char* state;
+    const char* home;
+    std::string leads_to;
+  } cases[] = {{"/d", "/s", "/h", "/d/c/a/b"},
+               {unset, "/s", "/h", "/s/velmora/drives/c/a/b"},
+               {"", "/s", "/h", "/s/velmora/drives/c/a/b"},
+               {"relative/d", "/s", "/h", "/s/velmora/drives/c/a/b"},
+               {"./d", "/s", "/h", "/s/velmora/drives/c/a/b"},
+               {unset, unset, "/h", "/h/.local/state/velmora/drives/c/a/b"},
+               {unset, "", "/h", "/h/.local/state/velmora/drives/c/a/b"},
+               {unset, "s", "/h", "/h/.local/state/velmora/drives/c/a/b"},
+               {unset, unset, "h", "/.local/state/velmora/drives/c/a/b"},
+               {unset, unset, unset, "/.local/state/velmora/drives/c/a/b"},
+               {"/", "/s", "/h", "//c/a/b"},
+               {"/d\xC3\xB6 d", unset, unset, "/d\xC3\xB6 d/c/a/b"}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.leads_to);
+    set("VELMORA_DRIVES", entry.drives);
+    set("XDG_STATE_HOME", entry.state);
+    set("HOME", entry.home);
+    EXPECT_EQ(native_path("C:\\a\\b"), entry.leads_to);
+  }
+}
+
+TEST_F(PosixDrives, TakeWhatBeginsWithADriveAndItsRoot) {
+  set("VELMORA_DRIVES", "/d");
+  const struct {
+    const char* path;
+    const char* leads_to;
+  } cases[] = {{"C:\\", "/d/c/"},
+               {"c:\\A", "/d/c/A"},
+               {"Z:\\a/b\\c", "/d/z/a/b/c"},
+               {"C:\\\xC3\xB6 x", "/d/c/\xC3\xB6 x"},
+               {"C:/a", "C:/a"},
+               {"C:a", "C:a"},
+               {"C:", "C:"},
+               {"", ""},
+               {"\\a", "\\a"},
+               {"\\\\host\\share", "\\\\host\\share"},
+               {"1:\\a", "1:\\a"},
+               {"@:\\a", "@:\\a"},
+               {"[:\\a", "[:\\a"},
+               {"/a\\b", "/a\\b"},
+               {"a/C:\\b", "a/C:\\b"},
+               {"CC:\\a", "CC:\\a"}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.path);
+    EXPECT_EQ(native_path(entry.path), entry.leads_to);
+  }
+}
+
+TEST_F(PosixDrives, HoldFilesForEveryOperation) {
+  const std::string drives = surroundings::scratch_directory() + "/drives";
+  set("VELMORA_DRIVES", drives.c_str());
+  const std::string directory = "C:\\ProgramData\\Some maker\\store";
+  const std::string path = join_path(directory, "\xC3\xB6.json");
+  EXPECT_EQ(write_whole_file(path, "abc"), 3u);
+  EXPECT_EQ(remove_file(path), 3u);
+  EXPECT_EQ(make_directories(directory), 0u);
+  EXPECT_EQ(query_file_kind(directory), FileKind::directory);
+  EXPECT_EQ(remove_file(path), 2u);
+  EXPECT_EQ(write_whole_file(path, "abc"), 0u);
+  EXPECT_EQ(query_file_kind(drives + "/c/ProgramData/Some maker/store/\xC3\xB6.json"), FileKind::regular);
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size(path, size), 0u);
+  EXPECT_EQ(size, 3u);
+  std::vector<std::string> names;
+  EXPECT_EQ(list_directory(directory, names), 0u);
+  EXPECT_EQ(names, std::vector<std::string>{"\xC3\xB6.json"});
+  InputFile file;
+  EXPECT_EQ(open_for_reading(path, file), 0u);
+  EXPECT_EQ(remove_file(path), 0u);
 }
 
 }  // namespace

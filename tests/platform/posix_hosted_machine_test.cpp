@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -397,6 +398,44 @@ TEST_F(PosixHostedMachine, IsReadBeforeTheFirstCallThoughNobodyHasLoadedIt) {
   RegistryKey key;
   ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
   EXPECT_EQ(read_number(key), 1u);
+}
+
+// Its share of the changes of many programs: a key of its own with some values.
+void change_machine_and_exit(int writer) {
+  const std::u16string path = u"SOFTWARE\\Writer" + std::u16string(1, static_cast<char16_t>(u'0' + writer));
+  RegistryKey key;
+  bool done = create_registry_key(path, key_access, key) == 0;
+  for (char16_t name = u'a'; name <= u'h'; ++name) {
+    done = done && set_registry_value(key, std::u16string(1, name), reg_dword, "\1\0\0", 4) == 0;
+  }
+  _exit(done ? 0 : 1);
+}
+
+TEST_F(PosixHostedMachine, LosesNoChangeOfManyProgramsAtOnce) {
+  constexpr int writers = 6;
+  put_file(machine_path(), machine_text);
+  ASSERT_EQ(load_from(machine_path()), "");
+  std::vector<pid_t> children;
+  for (int writer = 0; writer < writers; ++writer) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) change_machine_and_exit(writer);
+    children.push_back(child);
+  }
+  for (const pid_t child : children) {
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+  }
+  const std::string text = read_file(machine_path());
+  std::size_t values = 0;
+  for (std::size_t place = text.find("=dword:00000001"); place != std::string::npos;
+       place = text.find("=dword:00000001", place + 1)) {
+    ++values;
+  }
+  const std::size_t before = machine_text.find("=dword:00000001") == std::string::npos ? 0 : 1;
+  EXPECT_EQ(values, before + writers * 8);
+  EXPECT_EQ(names_in_scratch(), std::vector<std::string>{"machine.reg"});
 }
 
 }  // namespace

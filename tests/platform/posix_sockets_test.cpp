@@ -220,9 +220,10 @@ TEST(PosixErrors, AreToldAsWin32Numbers) {
   const struct {
     int error;
     std::uint32_t told;
-  } cases[] = {{ENOENT, 2},   {ENOTDIR, 3}, {EMFILE, 4},   {ENFILE, 4},         {EACCES, 5},
-               {EPERM, 5},    {EISDIR, 5},  {EBADF, 6},    {ENOMEM, 8},         {EINVAL, 87},
-               {ENOSPC, 112}, {EBUSY, 170}, {EEXIST, 183}, {ENAMETOOLONG, 206}, {ECHILD, 31}};
+  } cases[] = {{ENOENT, 2},   {ENOTDIR, 3},  {EMFILE, 4},   {ENFILE, 4},         {EACCES, 5},
+               {EPERM, 5},    {EISDIR, 5},   {EBADF, 6},    {ENOMEM, 8},         {EINVAL, 87},
+               {ENOSPC, 112}, {EBUSY, 170},  {EEXIST, 183}, {ENAMETOOLONG, 206}, {EROFS, 19},
+               {EFBIG, 112},  {EDQUOT, 112}, {ELOOP, 1921}, {ECHILD, 31}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.error);
     EXPECT_EQ(win32_from_errno(entry.error), entry.told);

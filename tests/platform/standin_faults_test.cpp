@@ -58,6 +58,43 @@ TEST_F(StandinFaults, EndAReadingWithTheFilesError) {
   EXPECT_EQ(read.error, 1117u);
 }
 
+TEST_F(StandinFaults, AreAnsweredByEachOperationOnFiles) {
+  surroundings::put_file("/scratch/file", "content");
+  std::uint64_t size = 77;
+  std::vector<std::string> names{"former"};
+  auto& faults = standin::system().faults;
+  faults["GetFileSizeEx"] = {1117};
+  EXPECT_EQ(query_file_size("/scratch/file", size), 1117u);
+  EXPECT_EQ(size, 77u);
+  faults["CreateFileW"] = {32};
+  EXPECT_EQ(write_whole_file("/scratch/file", "abcd"), 32u);
+  faults["DeleteFileW"] = {32};
+  EXPECT_EQ(remove_file("/scratch/file"), 32u);
+  faults["FindFirstFileW"] = {1117};
+  EXPECT_EQ(list_directory("/scratch", names), 1117u);
+  EXPECT_TRUE(names.empty());
+  faults["CreateDirectoryW"] = {19};
+  EXPECT_EQ(make_directories("/scratch/new"), 19u);
+  EXPECT_EQ(query_file_kind("/scratch/new"), FileKind::missing);
+  EXPECT_EQ(standin::system().files.at("/scratch/file").bytes, "content");
+}
+
+TEST_F(StandinFaults, LeaveHalfOfWhatADiskHadNoRoomFor) {
+  standin::system().faults["WriteFile"] = {112};
+  EXPECT_EQ(write_whole_file("/scratch/file", "abcd"), 112u);
+  EXPECT_EQ(standin::system().files.at("/scratch/file").bytes, "ab");
+}
+
+TEST_F(StandinFaults, GiveAFileAnotherSizeThanItsBytes) {
+  standin::system().files["/scratch/file"] = {FileKind::regular, "abcd", 0, 0x100000001};
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size("/scratch/file", size), 0u);
+  EXPECT_EQ(size, 0x100000001u);
+  EXPECT_EQ(write_whole_file("/scratch/file", "ab"), 0u);
+  EXPECT_EQ(query_file_size("/scratch/file", size), 0u);
+  EXPECT_EQ(size, 2u);
+}
+
 TEST_F(StandinFaults, AnswerInOrderAndLetACallPassForAZero) {
   Socket socket;
   standin::system().faults["socket"] = {10055, 0, 10024};

@@ -87,17 +87,16 @@ const ValueRow value_rows[] = {
     {"\"n\"=\"a\" ; \"more", {u"n", 1, "a\0\0\0"s}},
     {"\"n\"=\"a;b=[c]\t\"", {u"n", 1, little_endian(u"a;b=[c]\t"sv) + "\0\0"s}},
     {"\"a\\\\\\\"=b\"=\"c\\\\\\\"d\"", {u"a\\\"=b", 1, little_endian(u"c\\\"d"sv) + "\0\0"s}},
-    {"\"n\"=\"\\r\\n\\0x\"", {u"n", 1, little_endian(u"\r\n\0x\0"sv)}},
     {"\"n\"=\"a\nb\r\nc\rd\"", {u"n", 1, little_endian(u"a\nb\r\nc\rd\0"sv)}},
-    {"\"a\nb\r\"=dword:1", {u"a\nb\r", 4, "\1\0\0\0"s}},
+    {"\"a\nb\r\"=dword:00000001", {u"a\nb\r", 4, "\1\0\0\0"s}},
     {"\"\xC3\xA4\"=\"\xF0\x9F\x94\x8A\"", {u"\u00E4", 1, little_endian(u"\U0001F50A\0"sv)}},
-    {"\"n\"=dword:0", {u"n", 4, "\0\0\0\0"s}},
+    {"\"n\"=dword:00000000", {u"n", 4, "\0\0\0\0"s}},
     {"\"n\"=dword:89abcdef", {u"n", 4, "\xEF\xCD\xAB\x89"}},
-    {"\"n\"=dword:DEF;c", {u"n", 4, "\xEF\x0D\0\0"s}},
+    {"\"n\"=dword:00000DEF;c", {u"n", 4, "\xEF\x0D\0\0"s}},
     {"\"n\"=hex:", {u"n", 3, ""}},
     {"\"n\"=hex: ;c", {u"n", 3, ""}},
-    {"\"n\"=hex:0", {u"n", 3, "\0"s}},
-    {"\"n\"=hex:01,a,Bc,DE ", {u"n", 3, "\x01\x0A\xBC\xDE"}},
+    {"\"n\"=hex:00", {u"n", 3, "\0"s}},
+    {"\"n\"=hex:01,0a,Bc,DE ", {u"n", 3, "\x01\x0A\xBC\xDE"}},
     {"\"n\"=hex:01,\\\n  02,\\ \t\n\t03", {u"n", 3, "\1\2\3"}},
     {"\"n\"=hex:01,\\\r\n02;c", {u"n", 3, "\1\2"}},
     {"\"n\"=hex:\\\n  01", {u"n", 3, "\1"}},
@@ -113,7 +112,6 @@ const ValueRow value_rows[] = {
 TEST(RegistryExport, ReadsEachKindOfValue) {
   for (const ValueRow& row : value_rows) {
     SCOPED_TRACE(row.text);
-    EXPECT_TRUE(parse(header + key_line + row.text).tree == tree_of(row.value));
     EXPECT_TRUE(parse(header + key_line + row.text + "\n").tree == tree_of(row.value));
     EXPECT_TRUE(parse(header + key_line + row.text + "\r\n\r\n").tree == tree_of(row.value));
   }
@@ -142,26 +140,27 @@ const TreeRow tree_rows[] = {
     {" \t[HKEY_LOCAL_MACHINE\\a] \t\n", {key_of(u"a")}},
     {"[HKEY_LOCAL_MACHINE\\a]b]", {key_of(u"a]b")}},
     {"[HKEY_LOCAL_MACHINE\\[a];\"]", {key_of(u"[a];\"")}},
-    {"\n ; comment [\n;\n\t\n[HKEY_LOCAL_MACHINE\\a]\n;\"n\"=hex:1\n\n", {key_of(u"a")}},
+    {"\n ; comment [\n;\n\t\n[HKEY_LOCAL_MACHINE\\a]\n;\"n\"=hex:01\n\n", {key_of(u"a")}},
     {"[HKEY_LOCAL_MACHINE\\" + std::string(255, 'a') + "]", {key_of(std::u16string(255, u'a'))}},
     // A removed key goes with all below it, and what is missing is removed already.
     {"[HKEY_LOCAL_MACHINE\\a\\b]\n[-hkey_local_machine\\A]\n[HKEY_LOCAL_MACHINE\\c]", {key_of(u"c")}},
     {"[HKEY_LOCAL_MACHINE\\a]\n[-HKEY_LOCAL_MACHINE\\b\\c]\n[-HKEY_USERS\\b]", {key_of(u"a")}},
-    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1\n[-HKEY_LOCAL_MACHINE\\a]\n[HKEY_LOCAL_MACHINE\\a]\n\"m\"=hex:2",
+    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n[-HKEY_LOCAL_MACHINE\\a]\n[HKEY_LOCAL_MACHINE\\a]\n\"m\"=hex:02",
      {key_with(u"a", {two})}},
     // A key that comes again goes on, a value that comes again is replaced where it stands.
-    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1\n[HKEY_LOCAL_MACHINE\\b]\n[HKEY_LOCAL_MACHINE\\A]\n\"m\"=hex:2",
+    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n[HKEY_LOCAL_MACHINE\\b]\n[HKEY_LOCAL_MACHINE\\A]\n\"m\"=hex:02",
      {key_with(u"a", {one, two}), key_of(u"b")}},
-    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=\"x\"\n\"m\"=hex:2\n\"N\"=hex:1", {key_with(u"a", {one, two})}},
-    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1\n\"m\"=hex:2\n\"M\"=- ; gone\n\"o\"=-", {key_with(u"a", {one})}},
-    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1\n@=hex:2", {key_with(u"a", {{u"", 3, "\2"}, one})}},
-    {"[HKEY_LOCAL_MACHINE\\a]\n@=hex:2\n\"n\"=hex:1\n@=-", {key_with(u"a", {one})}},
+    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=\"x\"\n\"m\"=hex:02\n\"N\"=hex:01", {key_with(u"a", {one, two})}},
+    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n\"m\"=hex:02\n\"M\"=- ; gone\n\"o\"=-", {key_with(u"a", {one})}},
+    {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n@=hex:02", {key_with(u"a", {{u"", 3, "\2"}, one})}},
+    {"[HKEY_LOCAL_MACHINE\\a]\n@=hex:02\n\"n\"=hex:01\n@=-", {key_with(u"a", {one})}},
 };
 
 TEST(RegistryExport, ReadsKeysAndWhatBecomesOfThem) {
   for (const TreeRow& row : tree_rows) {
     SCOPED_TRACE(row.text);
-    for (const std::string& text : {row.text, with_carriage_returns(row.text), row.text + "\n\n"}) {
+    for (const std::string& text :
+         {row.text + "\n", with_carriage_returns(row.text + "\n"), row.text + "\n\n"}) {
       const RegistryTree tree = parse(header + text).tree;
       if (tree.keys.size() != 1) {
         ADD_FAILURE() << tree.keys.size() << " roots";
@@ -189,7 +188,7 @@ TEST(RegistryExport, KnowsFiveRootsAndKeepsTheirOrder) {
 }
 
 TEST(RegistryExport, MakesNoRootWhereAKeyIsRemovedThatIsNotThere) {
-  EXPECT_TRUE(parse(header + "[-HKEY_LOCAL_MACHINE\\a]").tree == RegistryTree{});
+  EXPECT_TRUE(parse(header + "[-HKEY_LOCAL_MACHINE\\a]\n").tree == RegistryTree{});
 }
 
 // A path of so many levels, the root among them.
@@ -206,13 +205,13 @@ std::size_t depth_of(const TreeKey& key) {
 }
 
 TEST(RegistryExport, ReadsAndWritesKeysOf512Levels) {
-  const RegistryTree tree = parse(header + "[" + path_of_levels(512) + "]").tree;
+  const RegistryTree tree = parse(header + "[" + path_of_levels(512) + "]\n").tree;
   EXPECT_EQ(depth_of(tree), 513u);
   EXPECT_TRUE(parse(format_export(tree, plain)).tree == tree);
 }
 
 TEST(RegistryExport, ReadsAndWritesAValuesNameOf16383Characters) {
-  const RegistryTree tree = parse(header + key_line + "\"" + std::string(16383, 'n') + "\"=hex:1").tree;
+  const RegistryTree tree = parse(header + key_line + "\"" + std::string(16383, 'n') + "\"=hex:01\n").tree;
   EXPECT_TRUE(tree == tree_of({std::u16string(16383, u'n'), 3, "\1"}));
   EXPECT_TRUE(parse(format_export(tree, plain)).tree == tree);
 }
@@ -225,10 +224,11 @@ struct Reject {
 
 const std::string no_header = "the first line is not \"Windows Registry Editor Version 5.00\"";
 const std::string stray_return = "a carriage return without a line feed";
-const std::string bad_byte = "a byte that is not one or two hexadecimal digits";
-const std::string bad_dword = "a dword that is not one to eight hexadecimal digits";
+const std::string bad_byte = "a byte that is not two hexadecimal digits";
+const std::string bad_dword = "a dword that is not eight hexadecimal digits";
 const std::string bad_type = "a type that is not one to eight hexadecimal digits in brackets";
 const std::string bad_escape = "a backslash in quotes with nothing to stand for";
+const std::string cut_short = "the file ends in the middle of a line";
 const std::string no_root = "a key below none of the five roots";
 const std::string empty_name = "an empty name in a key's path";
 const std::string open_quote = "a quote that is not closed";
@@ -266,6 +266,7 @@ const Reject file_rejects[] = {
     {1, no_header, "\n" + header},
     {1, no_header, "windows Registry Editor Version 5.00\n"},
     {1, no_header, "\xEF\xBB\xBF\xEF\xBB\xBF" + header},
+    {1, "the file ends in the middle of a line", "Windows Registry Editor Version 5.00"},
     {1, stray_return, "Windows Registry Editor Version 5.00\r"},
     {1, stray_return, "Windows Registry Editor Version 5.00\r\r\n"},
     {1, "big-endian UTF-16", "\xFE\xFF\0W"s},
@@ -298,8 +299,8 @@ const Reject rejects[] = {
     {2, stray_return, ";a\rb\n"},
     {2, stray_return, ";a\r"},
     {2, stray_return, "[HKEY_LOCAL_MACHINE\\a]\r"},
-    {3, stray_return, "[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1\r"},
-    {3, stray_return, "[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:1,\\\r2"},
+    {3, stray_return, "[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\r"},
+    {3, stray_return, "[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01,\\\r02"},
     {2, unknown_line, "x"},
     {2, unknown_line, " x=1\n"},
     {2, unknown_line, "#"},
@@ -309,6 +310,8 @@ const Reject rejects[] = {
     // Keys
     {2, "a key without its closing bracket", "["},
     {3, "a key without its closing bracket", "\n[HKEY_LOCAL_MACHINE\\a\n]"},
+    {2, cut_short, "[HKEY_LOCAL_MACHINE\\a]"},
+    {2, cut_short, "; comment"},
     {2, no_root, "[]"},
     {2, no_root, "[-]"},
     {2, no_root, "[HKLM\\a]"},
@@ -361,35 +364,49 @@ const Reject value_rejects[] = {
     {3, bad_dword, "\"n\"=dword:000000001"},
     {3, bad_dword, "\"n\"=dword:g"},
     {3, bad_dword, "\"n\"=dword:-1"},
-    {3, behind_value, "\"n\"=dword:1g"},
-    {3, behind_value, "\"n\"=dword:0x1"},
+    {3, bad_dword, "\"n\"=dword:1\n"},
+    {3, bad_dword, "\"n\"=dword:1234567\n"},
+    {3, bad_dword, "\"n\"=dword:0x1"},
+    {3, behind_value, "\"n\"=dword:00000001g"},
+    {3, cut_short, "\"n\"=dword:00000001"},
+    {3, cut_short, "\"n\"=\"x\""},
+    {3, cut_short, "\"n\"=\"x\" ;c"},
+    {3, cut_short, "\"n\"=hex:"},
+    {3, cut_short, "\"n\"=hex:01 "},
+    {3, cut_short, "@=-"},
+    {3, cut_short, " "},
+    {3, bad_byte, "\"n\"=hex:1\n"},
+    {3, bad_byte, "\"n\"=hex:01,2\n"},
+    {3, bad_escape, "\"n\"=\"C:\\new\"\n"},
+    {3, bad_escape, "\"n\"=\"\\r\"\n"},
+    {3, bad_escape, "\"n\"=\"\\0\"\n"},
     {3, bad_type, "\"n\"=hex("},
-    {3, bad_type, "\"n\"=hex():1"},
+    {3, bad_type, "\"n\"=hex():01"},
     {3, bad_type, "\"n\"=hex(1"},
     {3, bad_type, "\"n\"=hex(1)1"},
-    {3, bad_type, "\"n\"=hex(1:1"},
-    {3, bad_type, "\"n\"=hex(g):1"},
-    {3, bad_type, "\"n\"=hex(123456789):1"},
+    {3, bad_type, "\"n\"=hex(1:01"},
+    {3, bad_type, "\"n\"=hex(g):01"},
+    {3, bad_type, "\"n\"=hex(123456789):01"},
     {3, bad_byte, "\"n\"=hex:x"},
     {3, bad_byte, "\"n\"=hex:100"},
     {3, bad_byte, "\"n\"=hex:,"},
-    {3, bad_byte, "\"n\"=hex:1,"},
-    {3, bad_byte, "\"n\"=hex:1,\n2"},
-    {3, bad_byte, "\"n\"=hex:1,,2"},
-    {3, bad_byte, "\"n\"=hex:1, 2"},
-    {3, bad_byte, "\"n\"=hex:1,;"},
-    {4, bad_byte, "\"n\"=hex:1,\\\n\n2"},
+    {3, bad_byte, "\"n\"=hex:01,"},
+    {3, bad_byte, "\"n\"=hex:01,\n02"},
+    {3, bad_byte, "\"n\"=hex:01,,02"},
+    {3, bad_byte, "\"n\"=hex:01, 2"},
+    {3, bad_byte, "\"n\"=hex:01,;"},
+    {4, bad_byte, "\"n\"=hex:01,\\\n\n02"},
     {4, bad_byte, "\"n\"=hex:\\\n;\n"},
-    {4, bad_byte, "\"n\"=hex:1,\\\n100"},
-    {3, behind_value, "\"n\"=hex:1\\\n,2"},
-    {3, behind_value, "\"n\"=hex:1 ,2"},
+    {4, bad_byte, "\"n\"=hex:01,\\\n100"},
+    {3, behind_value, "\"n\"=hex:01\\\n,02"},
+    {3, behind_value, "\"n\"=hex:01 ,02"},
     {3, behind_value, "\"n\"=hex: 1"},
-    {3, behind_value, "\"n\"=hex:1x"},
-    {3, "a backslash in the middle of a line", "\"n\"=hex:1,\\2"},
-    {3, "a backslash in the middle of a line", "\"n\"=hex:1,\\ ;\n2"},
-    {3, "the file ends behind a backslash", "\"n\"=hex:1,\\"},
-    {3, "the file ends behind a backslash", "\"n\"=hex:\\ \t"},
-    {4, "the file ends behind a backslash", "\"n\"=hex:1,\\\n  "},
+    {3, behind_value, "\"n\"=hex:01x"},
+    {3, "a backslash in the middle of a line", "\"n\"=hex:01,\\02"},
+    {3, "a backslash in the middle of a line", "\"n\"=hex:01,\\ ;\n02"},
+    {3, cut_short, "\"n\"=hex:01,\\"},
+    {3, cut_short, "\"n\"=hex:\\ \t"},
+    {4, "the file ends behind a backslash", "\"n\"=hex:01,\\\n  "},
     {3, open_quote, "\"n"},
     {3, open_quote, "\"n\\\"=1\n\n"},
     {3, open_quote, "\"n\"=\""},
@@ -406,7 +423,7 @@ const Reject value_rejects[] = {
     {3, behind_value, "\"n\"=\"x\" \"y\""},
     {3, behind_value, "\"n\"=--"},
     {3, behind_value, "@=-x"},
-    {3, "a value's name of more than 16383 characters", "\"" + std::string(16384, 'n') + "\"=hex:1"},
+    {3, "a value's name of more than 16383 characters", "\"" + std::string(16384, 'n') + "\"=hex:01"},
 };
 
 TEST(RegistryExport, RefusesLinesThatAreNotTheFormat) {
@@ -439,7 +456,6 @@ TEST(RegistryExport, TellsHowAFileIsWritten) {
 TEST(RegistryExport, TakesTheLineEndsFromTheFirstLine) {
   EXPECT_TRUE(parse("Windows Registry Editor Version 5.00\r\n\n").form.carriage_returns);
   EXPECT_FALSE(parse("Windows Registry Editor Version 5.00\n\r\n").form.carriage_returns);
-  EXPECT_TRUE(parse("Windows Registry Editor Version 5.00").form.carriage_returns);
 }
 
 // As the registry editor of Windows writes it, but for the line ends and the encoding.
@@ -595,7 +611,9 @@ const WriteRow write_rows[] = {
     {{u"n", 1, "\0\0a\0\0\0"s}, "\"n\"=hex(1):00,00,61,00,00,00"},
     {{u"n", 1, "\n\0\0\0"s}, "\"n\"=hex(1):0a,00,00,00"},
     {{u"n", 1, "\r\0\0\0"s}, "\"n\"=hex(1):0d,00,00,00"},
-    {{u"n", 1, "\t\0\0\0"s}, "\"n\"=hex(1):09,00,00,00"},
+    {{u"n", 1, "\t\0\0\0"s}, "\"n\"=\"\t\""},
+    {{u"n", 1, "\r\0\n\0\0\0"s}, "\"n\"=\"\r\n\""},
+    {{u"n", 1, "\n\0\r\0\0\0"s}, "\"n\"=hex(1):0a,00,0d,00,00,00"},
     {{u"n", 1, "\x1F\0\0\0"s}, "\"n\"=hex(1):1f,00,00,00"},
     {{u"n", 1, " \0\0\0"s}, "\"n\"=\" \""},
     {{u"n", 1, "\0\xD8\0\0"s}, "\"n\"=hex(1):00,d8,00,00"},

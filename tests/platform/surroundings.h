@@ -95,6 +95,8 @@ using MappingElsewhere = Owner<ElsewhereKind>;
 void put_file(const std::string& path, std::string_view bytes);
 void append_to_file(const std::string& path, std::string_view bytes);
 void put_directory(const std::string& path);
+// A file of `size` zero bytes that takes no room.
+void put_sparse_file(const std::string& path, std::uint64_t size);
 // What another program does to a file; false when it is kept from it.
 [[nodiscard]] bool remove_elsewhere(const std::string& path);
 [[nodiscard]] bool rename_elsewhere(const std::string& from, const std::string& to);

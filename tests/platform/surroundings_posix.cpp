@@ -246,6 +246,11 @@ void append_to_file(const std::string& path, std::string_view bytes) {
   std::ofstream(path, std::ios::binary | std::ios::app) << bytes;
 }
 
+void put_sparse_file(const std::string& path, std::uint64_t size) {
+  put_file(path, "");
+  EXPECT_EQ(truncate(path.c_str(), static_cast<off_t>(size)), 0);
+}
+
 void put_directory(const std::string& path) { EXPECT_EQ(mkdir(path.c_str(), 0700), 0); }
 
 bool remove_elsewhere(const std::string& path) { return unlink(path.c_str()) == 0; }
@@ -255,15 +260,54 @@ bool rename_elsewhere(const std::string& from, const std::string& to) {
 }
 
 std::vector<JoinCase> join_cases() {
-  return {{"/a", "b", "/a/b"},   {"/a/", "b", "/a/b"},           {"", "b", "b"},      {"/", "b", "/b"},
-          {"a", "b/c", "a/b/c"}, {"a\\", "b", "a\\/b"},          {"C:", "b", "C:/b"}, {".", "b", "./b"},
-          {"/a", "", "/a/"},     {"\xC3\xB6", "b", "\xC3\xB6/b"}};
+  return {{"/a", "b", "/a/b"},
+          {"/a/", "b", "/a/b"},
+          {"", "b", "b"},
+          {"/", "b", "/b"},
+          {"a", "b/c", "a/b/c"},
+          {"a\\", "b", "a\\/b"},
+          {"C:", "b", "C:/b"},
+          {".", "b", "./b"},
+          {"/a", "", "/a/"},
+          {"\xC3\xB6", "b", "\xC3\xB6/b"},
+          {"C:\\", "b", "C:\\b"},
+          {"C:\\a", "b", "C:\\a\\b"},
+          {"C:\\a\\", "b", "C:\\a\\b"},
+          {"C:\\a/", "b", "C:\\a/b"},
+          {"c:\\a", "b/c", "c:\\a\\b/c"},
+          {"C:\\a", "", "C:\\a\\"},
+          {"C:\\\xC3\xB6", "b", "C:\\\xC3\xB6\\b"},
+          {"C:/a", "b", "C:/a/b"},
+          {"C:a", "b", "C:a/b"},
+          {"1:\\a", "b", "1:\\a/b"},
+          {"\\a", "b", "\\a/b"},
+          {"/C:\\a", "b", "/C:\\a/b"},
+          {"\xC3\xB6:\\a", "b", "\xC3\xB6:\\a/b"}};
 }
 
 std::vector<ParentCase> parent_cases() {
-  return {{"/a/b", "/a"}, {"/a", "/"},  {"a", ""},         {"", ""},
-          {"/", "/"},     {"a/b", "a"}, {"/a/b/", "/a/b"}, {"a\\b", ""},
-          {"C:\\a", ""},  {"./a", "."}, {"//a", "/"},      {"/\xC3\xB6/b", "/\xC3\xB6"}};
+  return {{"/a/b", "/a"},
+          {"/a", "/"},
+          {"a", ""},
+          {"", ""},
+          {"/", "/"},
+          {"a/b", "a"},
+          {"/a/b/", "/a/b"},
+          {"a\\b", ""},
+          {"C:\\a", "C:\\"},
+          {"C:\\", "C:\\"},
+          {"C:\\a\\b", "C:\\a"},
+          {"C:\\a\\b\\", "C:\\a\\b"},
+          {"C:\\a/b", "C:\\a"},
+          {"z:\\a\\b", "z:\\a"},
+          {"C:/a", "C:"},
+          {"C:a", ""},
+          {"C:", ""},
+          {"1:\\a", ""},
+          {"a\\C:\\b", ""},
+          {"./a", "."},
+          {"//a", "/"},
+          {"/\xC3\xB6/b", "/\xC3\xB6"}};
 }
 
 // The built-in machine, which lives in this process alone: never one that whoever started the tests has.

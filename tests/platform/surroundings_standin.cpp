@@ -131,6 +131,11 @@ void append_to_file(const std::string& path, std::string_view bytes) {
   standin::system().files.at(path).bytes += bytes;
 }
 
+void put_sparse_file(const std::string& path, std::uint64_t size) {
+  put_file(path, "");
+  standin::system().files[path].size = size;
+}
+
 void put_directory(const std::string& path) { standin::system().files[path].kind = FileKind::directory; }
 
 bool remove_elsewhere(const std::string& path) { return standin::system().files.erase(path) == 1; }
@@ -142,11 +147,13 @@ bool rename_elsewhere(const std::string& from, const std::string& to) {
 }
 
 std::vector<JoinCase> join_cases() {
-  return {{"/a", "b", "/a/b"}, {"/a/", "b", "/a/b"}, {"", "b", "b"}, {"/", "b", "/b"}};
+  return {{"/a", "b", "/a/b"}, {"/a/", "b", "/a/b"},   {"", "b", "b"},
+          {"/", "b", "/b"},    {"C:\\", "b", "C:\\b"}, {"C:\\a", "b", "C:\\a\\b"}};
 }
 
 std::vector<ParentCase> parent_cases() {
-  return {{"/a/b", "/a"}, {"/a", "/"}, {"a", ""}, {"", ""}, {"/", "/"}, {"a/b", "a"}};
+  return {{"/a/b", "/a"}, {"/a", "/"},           {"a", ""},         {"", ""},        {"/", "/"},
+          {"a/b", "a"},   {"C:\\a\\b", "C:\\a"}, {"C:\\a", "C:\\"}, {"C:\\", "C:\\"}};
 }
 
 void set_up_registry() {

@@ -5,6 +5,7 @@
 #include <winsock2.h>
 
 #include <windows.h>
+#include <winioctl.h>
 
 #include <algorithm>
 #include <array>
@@ -287,6 +288,20 @@ void put_file(const std::string& path, std::string_view bytes) {
 
 void append_to_file(const std::string& path, std::string_view bytes) {
   write_file(path, bytes, FILE_APPEND_DATA, OPEN_EXISTING);
+}
+
+void put_sparse_file(const std::string& path, std::uint64_t size) {
+  const HANDLE file = CreateFileW(widen(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(file, INVALID_HANDLE_VALUE);
+  // Where this is not known, files are sparse by themselves.
+  DWORD unused = 0;
+  DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &unused, nullptr);
+  LARGE_INTEGER end;
+  end.QuadPart = static_cast<LONGLONG>(size);
+  EXPECT_TRUE(SetFilePointerEx(file, end, nullptr, FILE_BEGIN));
+  EXPECT_TRUE(SetEndOfFile(file));
+  CloseHandle(file);
 }
 
 void put_directory(const std::string& path) { EXPECT_TRUE(CreateDirectoryW(widen(path).c_str(), nullptr)); }

@@ -45,11 +45,15 @@ std::uint32_t win32_from_errno(int error) {
     case EISDIR: return 5;
     case EBADF: return 6;
     case ENOMEM: return 8;
+    case EROFS: return 19;
     case EINVAL: return 87;
-    case ENOSPC: return 112;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG: return 112;
     case EBUSY: return 170;
     case EEXIST: return 183;
     case ENAMETOOLONG: return 206;
+    case ELOOP: return 1921;
     default: return 31;
   }
 }

@@ -3,6 +3,7 @@
 // The system's own calls do here what the standard library's file system would: that one brings locales
 // along, which are a megabyte and a tenth of the start.
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,6 +38,7 @@ struct Hosted {
   MachineState state;
   std::string file;  // empty: the built-in machine, which is kept nowhere
   ExportForm form;
+  std::string bytes;  // of the file, as it was read or written last
   FileMark mark;
   bool mark_settled = false;  // whatever is written from now on changes the mark
   bool loaded = false;
@@ -86,10 +88,16 @@ bool read_whole(const std::string& path, std::string& bytes) {
 
 // Makes a new file with the permissions of the one whose place it will take.
 bool write_new(const std::string& path, const std::string& bytes, mode_t permissions) {
-  File file(std::fopen(path.c_str(), "wbxe"));
-  if (!file) return false;
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
-                       fchmod(fileno(file.get()), permissions & 07777) == 0;
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (descriptor < 0) return false;
+  File file(fdopen(descriptor, "wb"));
+  if (!file) {
+    ::close(descriptor);
+    return false;
+  }
+  const bool written = fchmod(descriptor, permissions & 07777) == 0 &&
+                       std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
+                       std::fflush(file.get()) == 0 && fsync(descriptor) == 0;
   return std::fclose(file.release()) == 0 && written;
 }
 
@@ -118,8 +126,10 @@ std::string take_file() {
   const bool settled = is_settled(mark);
   std::string bytes;
   if (!read_whole(hosted().file, bytes)) return hosted().file + ":0: the file cannot be read";
-  std::string trouble = take_export(bytes, hosted().file);
+  const bool is_known = hosted().loaded && bytes == hosted().bytes;
+  std::string trouble = is_known ? std::string() : take_export(bytes, hosted().file);
   if (trouble.empty()) {
+    hosted().bytes = std::move(bytes);
     hosted().mark = mark;
     hosted().mark_settled = settled;
   }
@@ -144,6 +154,21 @@ std::int64_t enter(std::string_view operation, std::u16string_view) {
   return follow_file() ? 0 : error_unreadable;
 }
 
+void RegistryChangeKind::release(Native native) noexcept { ::close(native); }
+
+// A lock on the directory in which the file is replaced. Where it cannot be had, the change itself will fail
+// too.
+RegistryChange begin_registry_change() {
+  if (hosted().file.empty()) return {};
+  const std::string target = resolve(hosted().file);
+  const std::string directory = target.substr(0, target.rfind('/') + 1);
+  const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return {};
+  RegistryChange change(descriptor);
+  static_cast<void>(flock(descriptor, LOCK_EX));
+  return change;
+}
+
 bool keep_registry() {
   if (hosted().file.empty()) return true;
   // A link stays a link, and the file that it leads to is replaced.
@@ -154,7 +179,7 @@ bool keep_registry() {
   // left by a process that was killed.
   const std::string temporary = target + ".new-" + std::to_string(getpid());
   static_cast<void>(unlink(temporary.c_str()));
-  const std::string bytes = format_export(hosted().state.registry, hosted().form);
+  std::string bytes = format_export(hosted().state.registry, hosted().form);
   const bool written = write_new(temporary, bytes, status.st_mode);
   // Of our own file, before anybody else can put another in its place.
   const FileMark mark = mark_of(temporary);
@@ -162,6 +187,7 @@ bool keep_registry() {
     static_cast<void>(unlink(temporary.c_str()));
     return false;
   }
+  hosted().bytes = std::move(bytes);
   hosted().mark = mark;
   hosted().mark_settled = false;
   return true;

@@ -1,6 +1,6 @@
-// The part of the machine that Linux lacks, as the answers in this folder share it. It is defined twice, and each
-// program links one: `system.cpp` for the unit tests (in memory, with a log and faults), `hosted_machine.cpp` for the
-// native program (the machine of VELMORA_MACHINE, or the built-in one).
+// The part of the machine that Linux lacks, as the answers in this folder share it. It is defined twice, and
+// each program links one: `system.cpp` for the unit tests (in memory, with a log and faults),
+// `hosted_machine.cpp` for the native program (the machine of VELMORA_MACHINE, or the built-in one).
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "platform/owner.h"
 #include "platform/standin/registry_tree.h"
 
 namespace velmora::standin {
@@ -27,15 +28,27 @@ struct MachineState {
 
 [[nodiscard]] MachineState& machine_state();
 
-// Tells of a call before it is carried out. `subject` is what it is about: a path or a value's name. A result other
-// than 0 is what the call has to answer in place of its work.
+// Tells of a call before it is carried out. `subject` is what it is about: a path or a value's name. A result
+// other than 0 is what the call has to answer in place of its work.
 [[nodiscard]] std::int64_t enter(std::string_view operation, std::u16string_view subject);
 
-// The registry has been changed and is to be kept. False when that cannot be done: the caller takes the change back.
+struct RegistryChangeKind {
+  using Native = int;
+  static constexpr Native none = -1;
+  static void release(Native native) noexcept;
+};
+// While it is open, no other program changes the machine. To be had before the call that changes it is
+// entered.
+using RegistryChange = Owner<RegistryChangeKind>;
+[[nodiscard]] RegistryChange begin_registry_change();
+
+// The registry has been changed and is to be kept. False when that cannot be done: the caller takes the
+// change back.
 [[nodiscard]] bool keep_registry();
 
-// The key that says what opens for less than everything: its values are named by paths under HKEY_LOCAL_MACHINE and
-// give (REG_DWORD) the access that is granted to each key and what lies below it. The longest path that fits counts.
+// The key that says what opens for less than everything: its values are named by paths under
+// HKEY_LOCAL_MACHINE and give (REG_DWORD) the access that is granted to each key and what lies below it. The
+// longest path that fits counts.
 constexpr std::u16string_view access_list_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Access";
 
 // The machine that stands where none is given: an export (UTF-8).

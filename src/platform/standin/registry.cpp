@@ -47,6 +47,13 @@ std::optional<std::uint32_t> read_dword(const standin::TreeValue& value) {
   return number;
 }
 
+// A path of the access list. It may as well begin with the root, as an export writes keys, and end with a
+// backslash.
+std::u16string listed_path(std::u16string_view path) {
+  if (path.ends_with(u'\\')) path.remove_suffix(1);
+  return lies_below(path, local_machine) ? std::u16string(path) : full_path(path);
+}
+
 // The access that the machine grants to a key, by the longest path in its list that holds the key.
 std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16string_view path) {
   const standin::TreeKey* list = standin::find_key(registry, standin::access_list_path);
@@ -55,7 +62,7 @@ std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16stri
   if (list == nullptr) return granted;
   for (const standin::TreeValue& entry : list->values) {
     const auto mask = read_dword(entry);
-    const std::u16string above = full_path(entry.name);
+    const std::u16string above = listed_path(entry.name);
     if (!mask || above.size() < longest || !lies_below(path, above)) continue;
     granted = *mask;
     longest = above.size();
@@ -198,6 +205,7 @@ std::int32_t open_registry_key(std::u16string_view path, std::uint32_t access, R
 }
 
 std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access, RegistryKey& out) {
+  const standin::RegistryChange change = standin::begin_registry_change();
   if (const auto fault = standin::enter("RegCreateKeyExW", path)) return static_cast<std::int32_t>(fault);
   standin::RegistryTree& registry = standin::machine_state().registry;
   std::u16string full = full_path(path);
@@ -235,7 +243,9 @@ RegistryQuery query_registry_value(const RegistryKey& key, std::u16string_view n
 RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view name,
                                  std::uint32_t restriction, void* buffer, std::uint32_t capacity) {
   const auto fail = [&](RegistryQuery failure) { return fail_reading(buffer, capacity, failure); };
-  if (const auto fault = standin::enter("RegGetValueW", std::u16string(path).append(u" ").append(name))) {
+  std::u16string subject = std::u16string(path).append(u" ").append(name);
+  if ((restriction & rrf_subkey_wow6464key) != 0) subject += u" (64-bit view)";
+  if (const auto fault = standin::enter("RegGetValueW", subject)) {
     return fail({static_cast<std::int32_t>(fault), 0, 0});
   }
   const standin::RegistryTree& registry = standin::machine_state().registry;
@@ -256,6 +266,7 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
 
 std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name, std::uint32_t type,
                                 const void* data, std::uint32_t size) {
+  const standin::RegistryChange change = standin::begin_registry_change();
   if (const auto fault = standin::enter("RegSetValueExW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(key, key_set_value);
   if (reached.error != 0) return reached.error;
@@ -265,6 +276,7 @@ std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name
 }
 
 std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view name) {
+  const standin::RegistryChange change = standin::begin_registry_change();
   if (const auto fault = standin::enter("RegDeleteValueW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(key, key_set_value);
   if (reached.error != 0) return reached.error;
@@ -274,6 +286,7 @@ std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view n
 }
 
 std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view name) {
+  const standin::RegistryChange change = standin::begin_registry_change();
   if (const auto fault = standin::enter("RegDeleteKeyW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(parent, 0);
   if (reached.error != 0) return reached.error;

@@ -48,9 +48,10 @@ void skip_comment(Reader& reader) {
   reader.rest.remove_prefix(std::min(reader.rest.find_first_of(line_ends), reader.rest.size()));
 }
 
-// The end of the file ends a line too. `why` tells of anything else that stands here.
+// `why` tells of anything else that stands here. The editor ends its last line too: a file that does not was
+// cut short.
 Trouble take_line_end(Reader& reader, Trouble why) {
-  if (reader.rest.empty()) return {};
+  if (reader.rest.empty()) return "the file ends in the middle of a line";
   if (take(reader, u"\r\n") || take(reader, u"\n")) {
     ++reader.line;
     return {};
@@ -91,19 +92,8 @@ Trouble read_key_line(Reader& reader) {
   return take_line_end(reader, "more text behind a key");
 }
 
-// What a backslash and this character stand for.
-std::optional<char16_t> unescape(char16_t unit, bool in_value) {
-  if (unit == u'\\' || unit == u'"') return unit;
-  if (!in_value) return std::nullopt;
-  // Wine's reg.exe writes these; the Windows editor writes line ends as they are.
-  if (unit == u'r') return u'\r';
-  if (unit == u'n') return u'\n';
-  if (unit == u'0') return u'\0';
-  return std::nullopt;
-}
-
 // Line ends stand for themselves in quotes.
-Trouble read_quoted(Reader& reader, bool in_value, std::u16string& text) {
+Trouble read_quoted(Reader& reader, std::u16string& text) {
   const std::size_t opened = reader.line;
   reader.rest.remove_prefix(1);
   while (!reader.rest.empty()) {
@@ -112,9 +102,8 @@ Trouble read_quoted(Reader& reader, bool in_value, std::u16string& text) {
     if (unit == u'"') return {};
     if (unit == u'\n') ++reader.line;
     if (unit == u'\\' && !reader.rest.empty()) {
-      const auto escaped = unescape(reader.rest.front(), in_value);
-      if (!escaped) return "a backslash in quotes with nothing to stand for";
-      unit = *escaped;
+      unit = reader.rest.front();
+      if (unit != u'\\' && unit != u'"') return "a backslash in quotes with nothing to stand for";
       reader.rest.remove_prefix(1);
     }
     text += unit;
@@ -123,10 +112,10 @@ Trouble read_quoted(Reader& reader, bool in_value, std::u16string& text) {
   return "a quote that is not closed";
 }
 
-// The number of hexadecimal digits that come next, if they are 1 to `most` and no more follow.
-std::optional<std::uint32_t> take_number(Reader& reader, std::size_t most) {
+// The number of hexadecimal digits that come next, if they are `fewest` to `most` and no more follow.
+std::optional<std::uint32_t> take_number(Reader& reader, std::size_t fewest, std::size_t most) {
   const std::size_t count = std::min(reader.rest.find_first_not_of(hexadecimal_digits), reader.rest.size());
-  if (count == 0 || count > most) return std::nullopt;
+  if (count < fewest || count > most) return std::nullopt;
   std::uint32_t number = 0;
   for (const char16_t digit : reader.rest.substr(0, count)) {
     const std::size_t place = hexadecimal_digits.find(digit);
@@ -153,15 +142,15 @@ Trouble read_bytes(Reader& reader, std::string& bytes) {
   if (is_empty) return {};
   do {
     if (const Trouble why = take_continuation(reader); !why.empty()) return why;
-    const auto byte = take_number(reader, 2);
-    if (!byte) return "a byte that is not one or two hexadecimal digits";
+    const auto byte = take_number(reader, 2, 2);
+    if (!byte) return "a byte that is not two hexadecimal digits";
     bytes += static_cast<char>(*byte);
   } while (take(reader, u","));
   return {};
 }
 
 Trouble read_typed_bytes(Reader& reader, TreeValue& value) {
-  const auto type = take_number(reader, 8);
+  const auto type = take_number(reader, 1, 8);
   if (!type || !take(reader, u"):")) return "a type that is not one to eight hexadecimal digits in brackets";
   value.type = *type;
   return read_bytes(reader, value.bytes);
@@ -169,7 +158,7 @@ Trouble read_typed_bytes(Reader& reader, TreeValue& value) {
 
 Trouble read_text(Reader& reader, TreeValue& value) {
   std::u16string text;
-  if (const Trouble why = read_quoted(reader, true, text); !why.empty()) return why;
+  if (const Trouble why = read_quoted(reader, text); !why.empty()) return why;
   text += u'\0';
   value.type = reg_sz;
   for (const char16_t unit : text) {
@@ -180,8 +169,8 @@ Trouble read_text(Reader& reader, TreeValue& value) {
 }
 
 Trouble read_dword(Reader& reader, TreeValue& value) {
-  const auto number = take_number(reader, 8);
-  if (!number) return "a dword that is not one to eight hexadecimal digits";
+  const auto number = take_number(reader, 8, 8);
+  if (!number) return "a dword that is not eight hexadecimal digits";
   value.type = reg_dword;
   for (int shift = 0; shift < 32; shift += 8) value.bytes += static_cast<char>(*number >> shift & 0xFF);
   return {};
@@ -199,7 +188,7 @@ Trouble read_data(Reader& reader, TreeValue& value) {
 Trouble read_value_name(Reader& reader, std::u16string& name) {
   if (reader.key == nullptr) return "a value without a key";
   if (take(reader, u"@")) return {};
-  if (const Trouble why = read_quoted(reader, false, name); !why.empty()) return why;
+  if (const Trouble why = read_quoted(reader, name); !why.empty()) return why;
   return name.size() > most_value_name_units ? "a value's name of more than 16383 characters" : Trouble{};
 }
 

@@ -42,8 +42,11 @@ bool is_plain_text(const TreeValue& value, bool utf16, std::u16string& text) {
   text = units_of(value.bytes);
   if (text.empty() || text.back() != u'\0') return false;
   text.pop_back();
-  for (const char16_t unit : text) {
-    if (unit < 0x20) return false;
+  // Tabs and whole line ends stand for themselves, as the editor writes them.
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    const bool ends_line = text.compare(index, 2, u"\r\n") == 0;
+    if (text[index] < 0x20 && text[index] != u'\t' && !ends_line) return false;
+    if (ends_line) ++index;
   }
   return utf16 || fits_utf8(text);
 }

@@ -1,6 +1,7 @@
 #include "platform/standin/registry_tree.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace velmora::standin {
 namespace {
@@ -14,9 +15,11 @@ bool sorts_before(std::u16string_view left, std::u16string_view right) {
                                       [](char16_t a, char16_t b) { return upper(a) < upper(b); });
 }
 
-// The one of this name in a list of keys or values.
+// The one of this name in a list of keys or values. An export comes in the order of the tree, so the last one
+// is asked for most.
 template <typename List>
 auto find_named(List& list, std::u16string_view name) {
+  if (!list.empty() && same_name(list.back().name, name)) return std::prev(list.end());
   return std::find_if(list.begin(), list.end(),
                       [&](const auto& entry) { return same_name(entry.name, name); });
 }
@@ -35,14 +38,14 @@ Key* find_below(Key& from, std::u16string_view path) {
   return key;
 }
 
-TreeKey& make_child(TreeKey& parent, std::u16string_view name, KeyPlace place) {
+TreeKey& make_child(TreeKey& parent, std::u16string_view name, KeyPlace place, bool has_line) {
   const auto child = find_named(parent.keys, name);
   if (child != parent.keys.end()) return *child;
   const auto neighbour = place == KeyPlace::last
                              ? parent.keys.end()
                              : std::find_if(parent.keys.begin(), parent.keys.end(),
                                             [&](const TreeKey& key) { return sorts_before(name, key.name); });
-  return *parent.keys.insert(neighbour, TreeKey{std::u16string(name), {}, {}});
+  return *parent.keys.insert(neighbour, TreeKey{std::u16string(name), {}, {}, has_line});
 }
 
 }  // namespace
@@ -62,12 +65,10 @@ TreeKey& make_key(TreeKey& from, std::u16string_view path, KeyPlace place) {
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(u'\\', begin), path.size());
     const std::u16string_view name = path.substr(begin, end - begin);
-    const bool is_new = find_named(key->keys, name) == key->keys.end();
-    const bool is_root = key == &from;
-    key = &make_child(*key, name, place);
     // Of a file, only the key that a line names; while the machine runs, every key that is made. A root needs
     // none.
-    if (is_new) key->has_line = place == KeyPlace::by_name && !is_root;
+    const bool has_line = place == KeyPlace::by_name && key != &from;
+    key = &make_child(*key, name, place, has_line);
     begin = end + 1;
   }
   if (place == KeyPlace::last) key->has_line = true;

@@ -42,6 +42,9 @@ std::int64_t enter(std::string_view operation, std::u16string_view subject) {
 
 MachineState& machine_state() { return system().state; }
 
+void RegistryChangeKind::release(Native) noexcept {}
+RegistryChange begin_registry_change() { return {}; }
+
 bool keep_registry() { return system().registry_kept; }
 
 std::uintptr_t add_handle(Handle handle) {

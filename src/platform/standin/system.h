@@ -25,6 +25,8 @@ struct File {
   FileKind kind = FileKind::regular;
   std::string bytes;
   std::uint32_t read_error = 0;
+  std::optional<std::uint64_t> size =
+      std::nullopt;  // what its size is said to be, where that is not its bytes'
 };
 
 // A mapping, for as long as anyone holds it.

@@ -19,6 +19,22 @@ FileKind kind_of_open(HANDLE handle) {
 
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
+// What `error` means of a directory that cannot be listed. The root of an empty drive has not even the names
+// that every other directory has, and systems differ in what they say of a file.
+DWORD listing_error(std::string_view path, DWORD error) {
+  const FileKind kind = query_file_kind(path);
+  if (kind == FileKind::directory) return error == ERROR_FILE_NOT_FOUND ? 0 : error;
+  return kind == FileKind::missing ? error : ERROR_DIRECTORY;
+}
+
+// One that is there, or that somebody else has made meanwhile, is a success. What the system says of those
+// differs: a drive's root is 5, all others are 183.
+std::uint32_t make_directory(std::string_view path) {
+  if (CreateDirectoryW(wide_path(path).c_str(), nullptr)) return 0;
+  const DWORD error = GetLastError();
+  return query_file_kind(path) == FileKind::directory ? 0 : error;
+}
+
 }  // namespace
 
 FileKind query_file_kind(std::string_view path) {
@@ -28,6 +44,17 @@ FileKind query_file_kind(std::string_view path) {
   const FileKind kind = kind_of_open(handle);
   CloseHandle(handle);
   return kind;
+}
+
+std::uint32_t query_file_size(std::string_view path, std::uint64_t& out) {
+  const HANDLE handle = CreateFileW(wide_path(path).c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  LARGE_INTEGER size;
+  const DWORD error = GetFileSizeEx(handle, &size) ? 0 : GetLastError();
+  CloseHandle(handle);
+  if (error == 0) out = static_cast<std::uint64_t>(size.QuadPart);
+  return error;
 }
 
 std::string join_path(std::string_view directory, std::string_view name) {
@@ -59,6 +86,53 @@ FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capaci
   DWORD count = 0;
   if (!ReadFile(handle_of(file.native()), buffer, wanted, &count, nullptr)) return {0, GetLastError()};
   return {count, 0};
+}
+
+std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
+  const HANDLE handle = CreateFileW(wide_path(path).c_str(), GENERIC_WRITE, share_all, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  const InputFile file(native_of(handle));
+  if (GetFileType(handle) != FILE_TYPE_DISK) return ERROR_ACCESS_DENIED;
+  while (!bytes.empty()) {
+    const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 0x7fffffff));
+    DWORD written = 0;
+    if (!WriteFile(handle, bytes.data(), wanted, &written, nullptr)) return GetLastError();
+    bytes.remove_prefix(written);
+  }
+  return 0;
+}
+
+std::uint32_t remove_file(std::string_view path) {
+  return DeleteFileW(wide_path(path).c_str()) ? 0 : GetLastError();
+}
+
+std::uint32_t list_directory(std::string_view path, std::vector<std::string>& names) {
+  names.clear();
+  // Joined with nothing, the pattern would name the current directory.
+  if (path.empty()) return ERROR_PATH_NOT_FOUND;
+  WIN32_FIND_DATAW entry;
+  const HANDLE search = FindFirstFileW(wide_path(join_path(path, "*")).c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return listing_error(path, GetLastError());
+  do {
+    const std::wstring_view name = entry.cFileName;
+    if (name != L"." && name != L"..") {
+      names.push_back(utf8_from_wide_replacing(std::u16string(name.begin(), name.end())));
+    }
+  } while (FindNextFileW(search, &entry));
+  const DWORD error = GetLastError();
+  FindClose(search);
+  if (error == ERROR_NO_MORE_FILES) return 0;
+  names.clear();
+  return error;
+}
+
+std::uint32_t make_directories(std::string_view path) {
+  const std::uint32_t error = make_directory(path);
+  const std::string parent = parent_path(path);
+  if (error != ERROR_PATH_NOT_FOUND || parent.size() >= path.size() || parent.empty()) return error;
+  if (const std::uint32_t above = make_directories(parent); above != 0) return above;
+  return make_directory(path);
 }
 
 }  // namespace velmora

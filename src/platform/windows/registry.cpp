@@ -11,7 +11,8 @@ namespace {
 static_assert(reg_sz == REG_SZ && reg_expand_sz == REG_EXPAND_SZ && reg_dword == REG_DWORD &&
               reg_multi_sz == REG_MULTI_SZ);
 static_assert(key_query_value == KEY_QUERY_VALUE && key_set_value == KEY_SET_VALUE && key_write == KEY_WRITE);
-static_assert(rrf_rt_reg_sz == RRF_RT_REG_SZ && rrf_rt_reg_dword == RRF_RT_REG_DWORD);
+static_assert(rrf_rt_reg_sz == RRF_RT_REG_SZ && rrf_rt_reg_dword == RRF_RT_REG_DWORD &&
+              rrf_subkey_wow6464key == RRF_SUBKEY_WOW6464KEY);
 
 HKEY key_of(std::uintptr_t native) { return reinterpret_cast<HKEY>(native); }
 RegistryKey owner_of(HKEY key) { return RegistryKey(reinterpret_cast<std::uintptr_t>(key)); }

@@ -339,7 +339,7 @@ TEST_F(Service, NeedsEachOfItsFourPages) {
 
 TEST_F(Service, QuotesThePathOfAPageThatItCannotRead) {
   EXPECT_EQ(run({"--web-root", "C:\\we\"b"}), ExitCode::page_unreadable);
-  EXPECT_EQ(error_out(), "Unable to read \"C:\\\\we\\\"b/index.html\"\n");
+  EXPECT_EQ(error_out(), "Unable to read \"C:\\\\we\\\"b\\\\index.html\"\n");
 }
 
 TEST_F(Service, NeedsRandomBytesForATokenOfItsOwn) {
