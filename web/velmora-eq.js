@@ -1,16 +1,17 @@
 // What the pages share: the session token, and a way to the service that asks for one thing at a time.
 //
 // The service runs one exchange after another and closes each connection, so a second request would only wait
-// in its queue. While one is on its way, bodies for the same path are merged into the one that waits, the newest
-// value of a key counting: a slider that is dragged sends where it came to rest.
+// in its queue. While one is on its way, bodies to be put to the same path are merged into the one that waits, the
+// newest value of a key counting: a slider that is dragged sends where it came to rest.
 "use strict";
 
 const velmora = (() => {
   const token = new URLSearchParams(location.search).get("token") ?? "";
-  const waiting = new Map();  // path -> { body, done: [callbacks of those who wait] }
+  const waiting = [];  // { method, path, body, read, done: [callbacks of those who wait] }
   let busy = false;
 
-  async function send(method, path, body) {
+  async function send({ method, path, body, read }) {
+    let trouble = "The service does not answer";
     try {
       const response = await fetch(path, {
         method,
@@ -18,32 +19,62 @@ const velmora = (() => {
         body: JSON.stringify(body),
         cache: "no-store",
       });
-      const answer = await response.json();
-      return response.ok ? "Sent" : answer.error;
+      trouble = "The answer cannot be read";
+      if (!response.ok) return { outcome: (await response.json()).error };
+      return { outcome: "Sent", answer: await read(response) };
     } catch {
-      return "The service does not answer";
+      return { outcome: trouble };
     }
   }
 
   async function work() {
     if (busy) return;
     busy = true;
-    while (waiting.size > 0) {
-      const [path, { body, done }] = waiting.entries().next().value;
-      waiting.delete(path);
-      const outcome = await send("PUT", path, body);
-      done.forEach((tell) => tell(outcome));
+    while (waiting.length > 0) {
+      const request = waiting.shift();
+      const result = await send(request);
+      request.done.forEach((tell) => tell(result));
     }
     busy = false;
   }
 
-  // Sends `body` as JSON and resolves to "Sent" or to a text that says what is wrong.
-  function put(path, body) {
+  // Resolves to { outcome, answer }: "Sent" and what `read` took from the response, or a text that says what is
+  // wrong and no answer.
+  function ask(method, path, body, read = (response) => response.json()) {
     return new Promise((tell) => {
-      const earlier = waiting.get(path);
-      waiting.set(path, { body: { ...earlier?.body, ...body }, done: [...(earlier?.done ?? []), tell] });
+      const earlier = method === "PUT" && waiting.find((one) => one.method === "PUT" && one.path === path);
+      if (earlier) {
+        earlier.body = { ...earlier.body, ...body };
+        earlier.done.push(tell);
+      } else {
+        waiting.push({ method, path, body, read, done: [tell] });
+      }
       work();
     });
+  }
+
+  // These resolve to the outcome alone.
+  const put = async (path, body) => (await ask("PUT", path, body)).outcome;
+  const post = async (path, body) => (await ask("POST", path, body)).outcome;
+  const remove = async (path) => (await ask("DELETE", path)).outcome;
+
+  // Resolves to { outcome, answer }, the answer being the JSON that came.
+  const get = (path) => ask("GET", path);
+
+  // Fetches a file and hands it to the browser's downloads; a plain link could not send the token.
+  async function download(path) {
+    const { outcome, answer } = await ask("GET", path, undefined, async (response) => ({
+      name: /filename="([^"]*)"/.exec(response.headers.get("content-disposition"))?.[1] ?? "download",
+      content: await response.blob(),
+    }));
+    if (answer) {
+      const link = document.createElement("a");
+      link.href = URL.createObjectURL(answer.content);
+      link.download = answer.name;
+      link.click();
+      setTimeout(() => URL.revokeObjectURL(link.href), 60_000);
+    }
+    return outcome;
   }
 
   // Shows an outcome in the element with the id `status`.
@@ -60,5 +91,5 @@ const velmora = (() => {
     }
   }
 
-  return { put, show, carry_token };
+  return { put, post, remove, get, download, show, carry_token };
 })();

@@ -1,20 +1,10 @@
 #include "effects/parameter_routes.h"
 
+#include "effects/answers.h"
 #include "effects/parameters.h"
 #include "http/response.h"
 
 namespace velmora {
-namespace {
-
-void answer_publication(const Socket& socket, BridgeResult result) {
-  if (result != BridgeResult::done) {
-    return write_error(socket, 503, "Service Unavailable", "shared control bridge update failed");
-  }
-  write_response(socket, 200, "OK", content_type_json, ok_body);
-}
-
-}  // namespace
-
 void put_algorithm(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
   AlgorithmParameters parameters;
   // What the record holds, or the defaults where its word is not valid: either is a basis for the update.

@@ -1,5 +1,7 @@
 #include "http/routes.h"
 
+#include "capture/capture_routes.h"
+#include "effects/equalizer_routes.h"
 #include "effects/parameter_routes.h"
 #include "http/gate.h"
 #include "http/request.h"
@@ -37,6 +39,12 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
     return request.method == method && path == route;
   };
   if (matches("PUT", "/api/v1/render/effects/algorithm")) return put_algorithm(socket, request, bridge);
+  if (matches("PUT", "/api/v1/render/effects/eq")) return put_eq(socket, request, bridge);
+  if (matches("GET", "/api/v1/render/effects/eq")) return get_eq(socket, bridge);
+  if (path.starts_with("/api/v1/eq/presets")) return serve_presets(socket, request, path);
+  if (matches("POST", "/api/v1/debug/capture")) return post_capture(socket, request, bridge);
+  if (matches("GET", "/api/v1/debug/capture/ready")) return get_capture_ready(socket);
+  if (matches("GET", "/api/v1/debug/capture/download")) return get_capture_download(socket);
   if (matches("PUT", "/api/v1/render/effects/footstep")) return put_footstep(socket, request, bridge);
   write_not_found(socket);
 }

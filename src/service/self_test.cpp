@@ -6,6 +6,7 @@
 #include "base/text.h"
 #include "binding/binding.h"
 #include "bridge/mapping.h"
+#include "effects/presets.h"
 #include "http/gate.h"
 #include "http/json.h"
 #include "http/text.h"
@@ -97,6 +98,22 @@ void check_bridge(Verdict& verdict) {
   check_algorithm(verdict, service, effect, {-20.0f, 0.0f, 0, false, -12.0f, 2, 0}, 0.0f);
 }
 
+void check_preset_names(Verdict& verdict) {
+  constexpr std::string_view two_chinese_characters = "\xE4\xB8\xAD\xE6\x96\x87";
+  const std::string longest(64, 'a');
+  for (const std::string_view name :
+       {std::string_view("normal"), std::string_view("with-dash_1"), std::string_view("with space"),
+        two_chinese_characters, std::string_view(longest)}) {
+    verdict.check(preset_name_valid(name));
+  }
+  for (const std::string_view name :
+       {"", "..", ".", "../escape", "..\\escape", "with/slash", "with\\slash", "with:colon", "with*star",
+        "with?query", "trailing.", "trailing ", " leading", "with\"quote", "with<gt", "with|pipe"}) {
+    verdict.check(!preset_name_valid(name));
+  }
+  verdict.check(!preset_name_valid(longest + 'a'));
+}
+
 }  // namespace
 
 bool run_self_test() {
@@ -106,6 +123,7 @@ bool run_self_test() {
   check_endpoint_ids(verdict);
   check_chain(verdict);
   check_bridge(verdict);
+  check_preset_names(verdict);
   write_standard_output(verdict.passed() ? "Velmora control self-test passed\n"
                                          : "Velmora control self-test failed\n");
   return verdict.passed();

@@ -5,7 +5,7 @@
 // Every wait has a limit, given in milliseconds. Text from programs and sockets is held byte by byte (latin1), so
 // that comparisons are exact.
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
+import { execFileSync, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import net from 'node:net';
 import os from 'node:os';
@@ -29,9 +29,11 @@ export const record_bytes = 576;
 const alive = new Set();
 const directories = new Set();
 const mapping_names = new Set();
+const disks = new Set();
 
 function end_everything() {
   for (const program of alive) program.kill();
+  for (const disk of disks) unmount(disk);
   for (const directory of directories) fs.rmSync(directory, { recursive: true, force: true });
   // Natively a mapping is a file here, and one that a killed program held stays behind.
   if (is_native) for (const name of mapping_names) fs.rmSync(`/dev/shm/${name.replace('\\', '.')}`, { force: true });
@@ -81,6 +83,24 @@ export function make_directory(name = '') {
   return path.join(directory, name);
 }
 
+function unmount(directory) {
+  // Lazily: whoever still uses it keeps it until then, and nothing of it stays in the tree.
+  execFileSync('umount', ['--lazy', directory]);
+  disks.delete(directory);
+}
+
+// A disk of its own with room for so many bytes, in pages of 4096, until the test ends. Needs root, as ./test does.
+export function make_small_disk(t, bytes) {
+  const directory = make_directory();
+  execFileSync('mount', ['-t', 'tmpfs', '-o', `size=${bytes}`, 'velmora-test', directory]);
+  disks.add(directory);
+  t.after(() => unmount(directory));
+  return {
+    directory,
+    make_read_only: () => execFileSync('mount', ['-o', 'remount,ro', directory]),
+  };
+}
+
 // A path as the program under test writes it.
 export function program_path_text(system_path) {
   return is_wine ? `Z:${system_path.replaceAll('/', '\\')}` : system_path;
@@ -124,6 +144,15 @@ export function creating_service() {
   fs.writeFileSync(copy, image, { mode: 0o755 });
   patched_copy = copy;
   return patched_copy;
+}
+
+// The native service without root's right to pass over the modes of files.
+export function make_unprivileged_service() {
+  if (process.getuid() !== 0) return shipped_service;
+  const script = path.join(make_directory(), 'velmora_control_demo');
+  const command = `exec setpriv --bounding-set=-dac_override,-dac_read_search ${shipped_service} "$@"`;
+  fs.writeFileSync(script, `#!/bin/sh\n${command}\n`, { mode: 0o755 });
+  return script;
 }
 
 export function unique_mapping_name() {
@@ -318,6 +347,21 @@ export async function start_effect(t, mapping, more = [], first_line = undefined
   return effect;
 }
 
+// Under Wine: another program holds a file so that it can be read, but neither written nor deleted. The command
+// interpreter opens its input in that way and keeps it for as long as the program runs that it starts. Resolves, when
+// it is held, to what waits for its release, which comes by itself.
+export async function hold_file(t, file) {
+  const held_ms = 5000;
+  const effect = `${program_path_text(built_program('velmora_standin_effect'))} --control-map ${unique_mapping_name()}`;
+  const command = `${effect} --exit-after-ms ${held_ms} < ${program_path_text(file)}`;
+  const holder = launch(t, 'cmd', ['/c', command]);
+  await holder.until('the file to be held', () => (holder.output.includes('mapping made') ? true : undefined), start_limit_ms);
+  return async () => {
+    assert.equal(holder.end, undefined, 'it was held until now');
+    await holder.wait_for_end();
+  };
+}
+
 // The record's bytes, as another process sees them.
 export async function read_record(t, mapping) {
   const printed = await run(t, built_program('velmora_print_record'), [mapping]);
@@ -331,6 +375,58 @@ export async function read_record(t, mapping) {
     assert.equal(Number.parseInt(line.slice(0, 3), 16), index * 16);
   });
   return Buffer.from(lines.map((line) => line.slice(5).replaceAll(' ', '')).join(''), 'hex');
+}
+
+// ---- the equalizer, as a body gives it and as the record holds it ----
+
+// A number as the service writes it: 32 bits, then six significant digits as C's %g.
+export function number_text(value) {
+  const narrow = Math.fround(value);
+  if (narrow === 0) return Object.is(narrow, -0) ? '-0' : '0';
+  const [digits, exponent_text] = narrow.toExponential(5).split('e');
+  const exponent = Number(exponent_text);
+  if (exponent >= -4 && exponent < 6) return String(Number(narrow.toPrecision(6)));
+  const sign = exponent < 0 ? '-' : '+';
+  return `${Number(digits)}e${sign}${String(Math.abs(exponent)).padStart(2, '0')}`;
+}
+
+// The document that the service makes of a setting.
+export function equalizer_document({ bypass, fade_ms, bands }) {
+  const band_texts = bands.map(
+    ({ type, freq_hz, gain_db, q }) =>
+      `{"type":${type},"freq_hz":${number_text(freq_hz)},"gain_db":${number_text(gain_db)},"q":${number_text(q)}}`,
+  );
+  return `{"bypass":${bypass},"fade_ms":${number_text(fade_ms)},"bands":[${band_texts.join(',')}]}`;
+}
+
+// The setting and its revision, as the record's bytes say.
+export function equalizer_in(record) {
+  const word = record.readBigUInt64LE(0xc8);
+  const bands = Array.from({ length: 15 }, (_, index) => {
+    const at = 0xd8 + index * 16;
+    return {
+      type: record.readInt32LE(at),
+      freq_hz: record.readFloatLE(at + 4),
+      gain_db: record.readFloatLE(at + 8),
+      q: record.readFloatLE(at + 12),
+    };
+  });
+  return {
+    bypass: (word & 1n) === 1n,
+    fade_ms: Number((word >> 32n) & 0xffffn) / 10,
+    bands,
+    revision: Number(record.readBigUInt64LE(0xd0)),
+  };
+}
+
+// Fifteen bands that differ from each other and from a new record's.
+export function some_bands(shift = 0) {
+  return Array.from({ length: 15 }, (_, index) => ({
+    type: (index + shift) % 9,
+    freq_hz: 31.25 * (index + 1) + shift,
+    gain_db: index - 7.5,
+    q: 0.5 + index / 10,
+  }));
 }
 
 export function hex_word(word) {
@@ -372,6 +468,11 @@ export const answers = {
   not_found: refusal_bytes(404, 'Not Found', 'route not found'),
 };
 
+// The body of an answer.
+export function body_of(answer) {
+  return answer.slice(answer.indexOf('\r\n\r\n') + 4);
+}
+
 // The bytes of a request. Headers are pairs, sent in their order; Host stands first unless `host` is null.
 export function request_bytes(service, { method = 'GET', target = '/', host, headers = [], body } = {}) {
   const lines = [`${method} ${target} HTTP/1.1`];
@@ -381,13 +482,13 @@ export function request_bytes(service, { method = 'GET', target = '/', host, hea
   return `${lines.join('\r\n')}\r\n\r\n${body ?? ''}`;
 }
 
+// The bytes of a request with the session token.
+export function api_bytes(service, method, target, body, headers = []) {
+  return request_bytes(service, { method, target, body, headers: [['X-Velmora-Token', service.token], ...headers] });
+}
+
 export function put_bytes(service, target, body, headers = []) {
-  return request_bytes(service, {
-    method: 'PUT',
-    target,
-    body,
-    headers: [['X-Velmora-Token', service.token], ...headers],
-  });
+  return api_bytes(service, 'PUT', target, body, headers);
 }
 
 // One connection to the service. What it sends and when it leaves is the test's choice.
@@ -445,9 +546,17 @@ export class Client {
     this.socket.destroy();
   }
 
+  // For a client that was connected with `reads` false: waits until so many bytes of the answer have come, at most the
+  // few thousand that the runtime takes by itself, and leaves them where they are.
+  async wait_for_first_bytes(count, limit_ms = wait_limit_ms) {
+    const look = () => (this.socket.readableLength >= count ? true : undefined);
+    await poll(`${count} bytes of an answer`, look, limit_ms);
+  }
+
   // Everything up to the service's close.
   async answer(limit_ms = wait_limit_ms) {
-    const answer = await within(limit_ms, () => `an answer; so far ${JSON.stringify(this.received)}`, this.answered);
+    const so_far = () => `an answer; so far ${this.received.length} bytes: ${JSON.stringify(this.received.slice(0, 2000))}`;
+    const answer = await within(limit_ms, so_far, this.answered);
     this.socket.destroy();
     return answer;
   }
@@ -465,6 +574,11 @@ export async function exchange(service, bytes) {
   const client = await Client.connect(service);
   client.push(bytes);
   return (await client.answer()).bytes;
+}
+
+// Asks with the session token. `body` is the text that goes out, byte by byte.
+export function ask(service, method, target, body) {
+  return exchange(service, api_bytes(service, method, target, body));
 }
 
 export async function assert_answers(service) {

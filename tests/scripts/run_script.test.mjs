@@ -1,7 +1,7 @@
 // ./run as a person uses it: from the prompt to Ctrl+C.
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
-import { chmodSync, existsSync, mkdtempSync, rmSync, statSync, writeFileSync } from "node:fs";
+import { chmodSync, existsSync, mkdtempSync, readdirSync, rmSync, statSync, writeFileSync } from "node:fs";
 import http from "node:http";
 import net from "node:net";
 import { tmpdir } from "node:os";
@@ -25,10 +25,11 @@ async function free_port() {
 
 // Starts ./run; `said` grows with what it prints, and `ended` resolves to its exit code. What a failing test leaves
 // is ended with it.
-async function start_run(t, port) {
+async function start_run(t, port, options = [], environment = {}) {
   const map = `Local\\VelmoraRun-${process.pid}-${next_map++}`;
-  const child = spawn("./run", ["--port", String(port), "--token", token, "--control-map", map], {
+  const child = spawn("./run", ["--port", String(port), "--token", token, "--control-map", map, ...options], {
     cwd: root,
+    env: { ...process.env, ...environment },
     stdio: ["ignore", "pipe", "pipe"],
   });
   const run = { child, map, said: "" };
@@ -61,10 +62,10 @@ function assert_nothing_left(run) {
   assert.equal(existsSync(`/dev/shm/${run.map.replace("\\", ".")}`), false);
 }
 
-function put_footstep(port, body) {
+function send(port, method, path, body) {
   return new Promise((done, fail) => {
     const request = http.request(
-      { host: "127.0.0.1", port, path: "/api/v1/render/effects/footstep", method: "PUT",
+      { host: "127.0.0.1", port, path, method,
         headers: { "x-velmora-token": token, "content-length": body.length }, agent: false },
       (response) => {
         let text = "";
@@ -75,6 +76,8 @@ function put_footstep(port, body) {
     request.end(body);
   });
 }
+
+const put_footstep = (port, body) => send(port, "PUT", "/api/v1/render/effects/footstep", body);
 
 test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", limits, async (t) => {
   const port = await free_port();
@@ -87,6 +90,30 @@ test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", l
   run.child.kill("SIGINT");
   assert.equal(await run.ended, 0);
   assert_nothing_left(run);
+});
+
+test("both programs have the same capture directory, given or not", limits, async (t) => {
+  const folder = mkdtempSync(join(tmpdir(), "velmora-run-"));
+  t.after(() => rmSync(folder, { recursive: true, force: true }));
+  const given = join(folder, "given captures");
+  for (const [options, directory] of [
+    [[], join(folder, "drives/c/ProgramData/Velmora/wav")],
+    [["--capture-directory", given], given],
+    [["--capture-directory", "D:\\captures"], join(folder, "drives/d/captures")],
+  ]) {
+    const port = await free_port();
+    const run = await start_run(t, port, options, { VELMORA_DRIVES: join(folder, "drives") });
+    await said(run, "Press Ctrl+C to stop.");
+    await said(run, "applied word=");  // a command from before the effect's first look would not be new
+    await send(port, "POST", "/api/v1/debug/capture", '{"action":"export","seconds":1}');
+    await said(run, "capture action=export seconds=1 sequence=1 state=4\n");
+    assert.equal(readdirSync(directory).length, 4);
+    assert.equal(await send(port, "GET", "/api/v1/debug/capture/ready", ""),
+                 `200 {"ready":true,"bytes":${4 * (44 + 96000)}}`);
+    run.child.kill("SIGINT");
+    assert.equal(await run.ended, 0);
+    assert_nothing_left(run);
+  }
 });
 
 test("a second start builds nothing anew", limits, async (t) => {

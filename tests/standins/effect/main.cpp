@@ -6,8 +6,10 @@
 #include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/text.h"
+#include "capture.h"
 #include "mapping.h"
 #include "options.h"
 #include "platform/clock.h"
@@ -33,6 +35,11 @@ std::atomic<bool> stop_requested{false};
 bool take_console_event(std::uint32_t) {
   stop_requested = true;
   return true;
+}
+
+const char* name_of_action(unsigned action) {
+  constexpr std::array names{"start", "stop", "export"};
+  return action >= 1 && action <= names.size() ? names[action - 1] : "unknown";
 }
 
 const char* text_of(bool value) { return value ? "true" : "false"; }
@@ -81,6 +88,7 @@ struct Seen {
   std::optional<std::uint64_t> footstep;
   std::optional<std::uint64_t> algorithm;
   std::uint64_t equalizer_revision;
+  std::uint32_t capture_sequence;
 };
 
 void follow_footstep(const Record& record, Seen& seen) {
@@ -125,6 +133,24 @@ void follow_equalizer(const Record& record, Seen& seen) {
   print_line(line.data());
 }
 
+// An export takes its time, and nothing else is looked at meanwhile.
+void follow_capture(const Record& record, const Options& options, Seen& seen) {
+  const CaptureRequest request = capture_request(record);
+  if (request.sequence == seen.capture_sequence) return;
+  seen.capture_sequence = request.sequence;
+  const CaptureAnswer answer = answer_capture(record, request, options);
+  LineBuffer line;
+  std::snprintf(line.data(), line.size(), "capture action=%s seconds=%u sequence=%u state=%u",
+                name_of_action(request.action), request.seconds, request.sequence,
+                static_cast<unsigned>(answer.state));
+  std::string text = line.data();
+  if (answer.detail != 0) {
+    std::snprintf(line.data(), line.size(), " detail=0x%08x", answer.detail);
+    text += line.data();
+  }
+  print_line(std::move(text));
+}
+
 // Sleeps until `moment_ns` or a stop.
 void pause_until(std::int64_t moment_ns) {
   while (!stop_requested) {
@@ -137,7 +163,7 @@ void pause_until(std::int64_t moment_ns) {
 // Looks at the record until a stop. The times of the options count from here.
 void follow(const Record& record, const Options& options, bool magic_is_due) {
   const std::int64_t start_ns = steady_now_ns();
-  Seen seen{std::nullopt, std::nullopt, equalizer_revision(record)};
+  Seen seen{std::nullopt, std::nullopt, equalizer_revision(record), capture_request(record).sequence};
   while (!stop_requested) {
     const std::int64_t now_ns = steady_now_ns();
     const auto moment_of = [start_ns](std::uint32_t after_ms) { return start_ns + after_ms * ns_per_ms; };
@@ -159,6 +185,7 @@ void follow(const Record& record, const Options& options, bool magic_is_due) {
     follow_footstep(record, seen);
     follow_algorithm(record, seen);
     follow_equalizer(record, seen);
+    follow_capture(record, options, seen);
     pause_until(wake_ns);
   }
 }

@@ -35,11 +35,22 @@ bool parse_fault(std::string_view text, Fault& out) {
   return false;
 }
 
+bool parse_capture_fault(std::string_view text, CaptureFault& out) {
+  if (text != "refuse" && text != "partial") return false;
+  out = text == "refuse" ? CaptureFault::refuse : CaptureFault::partial;
+  return true;
+}
+
 bool take_option(std::string_view name, std::string_view value, Options& options) {
   if (name == "--control-map") {
     options.control_map = value;
     return !value.empty();
   }
+  if (name == "--capture-directory") {
+    options.capture_directory = value;
+    return !value.empty();
+  }
+  if (name == "--capture-fault") return parse_capture_fault(value, options.capture_fault);
   if (name == "--poll-ms") return parse_number(value, options.poll_ms) && options.poll_ms > 0;
   if (name == "--fault") return parse_fault(value, options.fault);
   if (name == "--finish-after-ms") return parse_number(value, options.finish_after_ms);
@@ -51,7 +62,8 @@ bool take_option(std::string_view name, std::string_view value, Options& options
 
 const char usage[] =
     "usage: velmora_standin_effect --control-map NAME [--open-only] [--poll-ms N]\n"
-    "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n";
+    "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n"
+    "         [--capture-directory PATH] [--capture-fault refuse|partial]\n";
 
 std::optional<Options> parse_options(int argc, const char* const* argv) {
   Options options;

@@ -18,6 +18,7 @@ constexpr std::size_t at_lock_attempt = 0x060;
 constexpr std::size_t at_format_negotiation = 0x064;
 constexpr std::size_t at_lock_progress = 0x068;
 constexpr std::size_t at_applied = 0x080;
+constexpr std::size_t at_capture_request = 0x0A8;
 constexpr std::size_t at_capture_report = 0x0B0;
 constexpr std::size_t at_algorithm = 0x0B8;
 constexpr std::size_t at_eq_sequence = 0x0C0;
@@ -155,6 +156,18 @@ bool read_equalizer(const Record& record, Equalizer& out) {
     if (load<std::uint64_t>(record, at_eq_sequence) == before) return true;
   }
   return false;
+}
+
+CaptureRequest capture_request(const Record& record) {
+  const auto word = load<std::uint64_t>(record, at_capture_request);
+  return {static_cast<unsigned>(word & 0xFFFF), static_cast<unsigned>((word >> 16) & 0xFFFF),
+          static_cast<std::uint32_t>(word >> 32)};
+}
+
+void report_capture(const Record& record, unsigned state, unsigned seconds, std::uint32_t detail) {
+  const std::uint64_t upper = detail | 0x80000000u;
+  store<std::uint64_t>(record, at_capture_report,
+                       (upper << 32) | ((seconds & 0xFFFFu) << 16) | (state & 0xFFFFu));
 }
 
 std::uint64_t report_applied(const Record& record, const Enhancement& enhancement) {

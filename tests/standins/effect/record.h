@@ -35,6 +35,12 @@ struct Algorithm {
   unsigned stereo_link = 1;
 };
 
+struct CaptureRequest {
+  unsigned action;
+  unsigned seconds;
+  std::uint32_t sequence;
+};
+
 struct Band {
   std::int32_t type;
   float freq_hz;
@@ -65,6 +71,10 @@ enum class Readiness { ready, unfinished, incompatible };
 [[nodiscard]] Algorithm decode_algorithm(std::uint64_t word);
 // False, with `out` in any state, when a writer was at it in each of a few attempts.
 [[nodiscard]] bool read_equalizer(const Record& record, Equalizer& out);
+
+[[nodiscard]] CaptureRequest capture_request(const Record& record);
+// Tells the service where captures stand. It shows `detail` with its highest bit set.
+void report_capture(const Record& record, unsigned state, unsigned seconds, std::uint32_t detail);
 
 // Tells the service that the enhancement is applied, and returns the word that says so.
 std::uint64_t report_applied(const Record& record, const Enhancement& enhancement);

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
+#include "capture/capture_directory.h"
+#include "effects/preset_directory.h"
+#include "unit/support/eq_body.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"
 
@@ -25,6 +31,8 @@ class Routes : public FreshMachine {
   }
   void TearDown() override {
     bridge_.close();
+    preset_directory_override.clear();
+    capture_directory_override.clear();
     FreshMachine::TearDown();
   }
 
@@ -254,6 +262,137 @@ TEST_F(Routes, AnswerParametersWith503OnAClosedBridge) {
   EXPECT_EQ(answer("PUT " + footstep_path, local_host + token_line, footstep_body), unavailable);
   EXPECT_EQ(answer("PUT /api/v1/render/effects/algorithm", local_host + token_line), unavailable);
   EXPECT_EQ(answer("GET /", local_host), index_page);
+}
+
+const std::string eq_path = "/api/v1/render/effects/eq";
+const std::string presets_path = "/api/v1/eq/presets";
+const std::string empty_list =
+    expected_response("200 OK", "application/json; charset=utf-8", R"({"presets":[]})");
+const std::string bad_method = expected_error("405 Method Not Allowed", "unsupported method");
+const std::string bad_name =
+    expected_error("400 Bad Request", "preset name may contain letters, digits, spaces, - and _ only");
+
+TEST_F(Routes, SetAndShowTheLiveEqualizer) {
+  const std::string body = eq_body(eq_bands_text(15, eq_band_text("3")));
+  EXPECT_EQ(answer("PUT " + eq_path + "?x", local_host + token_line, body), expected_ok());
+  const std::string shown = answer("GET " + eq_path, local_host + token_line);
+  EXPECT_EQ(shown.substr(0, 15), "HTTP/1.1 200 OK");
+  EXPECT_NE(shown.find(R"({"bypass":true,"fade_ms":20,"bands":[{"type":3,"freq_hz":1000,)"),
+            std::string::npos);
+  EXPECT_EQ(answer("GET " + eq_path + "?x=y", local_host + token_line), shown);
+}
+
+TEST_F(Routes, KeepPresetsUnderTheirNames) {
+  preset_directory_override = "C:\\presets";
+  EXPECT_EQ(answer("GET " + presets_path, local_host + token_line), empty_list);
+  EXPECT_EQ(answer("GET " + presets_path + "?sort=x", local_host + token_line), empty_list);
+  EXPECT_EQ(answer("PUT " + presets_path + "/my+set?x=y", local_host + token_line, eq_body()), expected_ok());
+  EXPECT_EQ(standin::system().files.count("C:\\presets\\my set.json"), 1u);
+  EXPECT_EQ(answer("GET " + presets_path, local_host + token_line),
+            expected_response("200 OK", "application/json; charset=utf-8", R"({"presets":["my set"]})"));
+  EXPECT_EQ(answer("GET " + presets_path + "/my%20set", local_host + token_line),
+            expected_response("200 OK", "application/json; charset=utf-8",
+                              standin::system().files.at("C:\\presets\\my set.json").bytes));
+  EXPECT_EQ(answer("POST " + presets_path + "/my%20set", local_host + token_line, eq_body()), bad_method);
+  EXPECT_EQ(answer("DELETE " + presets_path + "/my%20set", local_host + token_line), expected_ok());
+  EXPECT_EQ(answer("DELETE " + presets_path + "/my%20set", local_host + token_line),
+            expected_error("404 Not Found", "no such preset"));
+}
+
+TEST_F(Routes, TakeEveryPathThatBeginsLikeThePresets) {
+  // Only there the directory is looked up, so that its lookup shows where a request came to.
+  const std::string lookup = "RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)";
+  const struct {
+    std::string method_and_rest;
+    std::string answer;
+  } rows[] = {
+      {"POST ", not_found},           {"HEAD ", not_found},       {"PUT ", not_found},
+      {"DELETE ", not_found},         {"GET /", not_found},       {"POST /", not_found},
+      {"GET X", not_found},           {"PUT X/name", not_found},  {"GET s", not_found},
+      {"DELETE .json", not_found},    {"GET /?name", not_found},  {"get ", not_found},
+      {"GET #top", not_found},        {"GET ", empty_list},       {"GET ?x", empty_list},
+      {"PATCH /name", bad_method},    {"PATCH /na.me", bad_name}, {"HEAD //", bad_name},
+      {"GET /..%2Fescape", bad_name}, {"GET /a#top", bad_name},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.method_and_rest);
+    standin::system().log.clear();
+    const std::size_t blank = row.method_and_rest.find(' ');
+    EXPECT_EQ(answer(row.method_and_rest.substr(0, blank + 1) + presets_path +
+                         row.method_and_rest.substr(blank + 1),
+                     local_host + token_line, eq_body()),
+              row.answer);
+    EXPECT_EQ(calls_of(lookup), 1);
+  }
+  for (const std::string method_and_target :
+       {"GET /api/v1/eq/preset", "GET /api/v1/eq/Presets", "GET /api/v1/eq", "GET /api/v1/eq/",
+        "GET /api/v1//eq/presets", "GET /api/v1/eq/%70resets", "GET /api/v2/eq/presets",
+        "GET /api/v1/eq?/presets"}) {
+    SCOPED_TRACE(method_and_target);
+    standin::system().log.clear();
+    EXPECT_EQ(answer(method_and_target, local_host + token_line), not_found);
+    EXPECT_EQ(calls_of(lookup), 0);
+  }
+  EXPECT_TRUE(standin::system().files.empty());
+}
+
+TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEqualizerAndTheCaptures) {
+  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  for (const std::string& path : {eq_path + "/", eq_path + "x", std::string("/api/v1/render/effects/EQ"),
+                                  std::string("/api/v1/render/effects/e%71"), eq_path + "/presets"}) {
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE"}) {
+      EXPECT_EQ(answer(method + " " + path, local_host + token_line, eq_body()), not_found) << method << path;
+    }
+  }
+  const struct {
+    std::string path;
+    std::vector<std::string> known;
+  } rows[] = {
+      {eq_path, {"GET", "PUT"}},
+      {"/api/v1/debug/capture", {"POST"}},
+      {"/api/v1/debug/capture/ready", {"GET"}},
+      {"/api/v1/debug/capture/download", {"GET"}},
+      {"/api/v1/debug/capture/", {}},
+      {"/api/v1/debug/capture/ready/", {}},
+      {"/api/v1/debug/capture/download/", {}},
+      {"/api/v1/debug/capture/other", {}},
+      {"/api/v1/debug/captures", {}},
+      {"/api/v1/debug", {}},
+  };
+  for (const auto& row : rows) {
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE", "HEAD", "PATCH", "get", "put", "post"}) {
+      if (std::find(row.known.begin(), row.known.end(), method) != row.known.end()) continue;
+      EXPECT_EQ(answer(method + " " + row.path, local_host + token_line, eq_body()), not_found)
+          << method << " " << row.path;
+    }
+  }
+  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+}
+
+TEST_F(Routes, ReachEachRouteOfTheCaptures) {
+  capture_directory_override = "C:\\wav";
+  const std::string missing = answer("GET /api/v1/debug/capture/download?x", local_host + token_line);
+  EXPECT_NE(missing, not_found);
+  EXPECT_NE(answer("GET /api/v1/debug/capture/ready?x", local_host + token_line), not_found);
+  EXPECT_NE(answer("POST /api/v1/debug/capture?x", local_host + token_line), not_found);
+}
+
+TEST_F(Routes, DemandTheTokenForTheEqualizerThePresetsAndTheCaptures) {
+  preset_directory_override = "C:\\presets";
+  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  for (const std::string& path :
+       {eq_path, presets_path, presets_path + "/a", presets_path + "/..%2Fa", presets_path + "X",
+        std::string("/api/v1/debug/capture"), std::string("/api/v1/debug/capture/ready"),
+        std::string("/api/v1/debug/capture/download")}) {
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE"}) {
+      SCOPED_TRACE(method + " " + path);
+      EXPECT_EQ(answer(method + " " + path, local_host, eq_body()), no_token);
+      EXPECT_EQ(answer(method + " " + path, "Host: example.com\r\n" + token_line, eq_body()), not_local);
+    }
+  }
+  EXPECT_TRUE(standin::system().files.empty());
+  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+  EXPECT_EQ(calls_of("RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)"), 0);
 }
 
 }  // namespace

@@ -1,0 +1,571 @@
+// One file because each failure of the archive is told apart by what the files were before and behind it.
+#include "capture/capture_archive.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <numeric>
+
+#include "unit/capture/support/captures.h"
+#include "unit/support/fresh_machine.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::size_t block_bytes = 65536;
+
+const std::string not_found = "no exported capture found -- export first";
+std::string empty_file(std::size_t index) {
+  return "capture file is empty or unreadable: " + std::string(names_of_captures[index]);
+}
+std::string too_large(std::size_t index) {
+  return "capture file is too large for a zip member: " + std::string(names_of_captures[index]);
+}
+std::string cannot_read(std::size_t index) { return "cannot read " + std::string(names_of_captures[index]); }
+std::string changed(std::size_t index) {
+  return "capture file changed while it was being read: " + std::string(names_of_captures[index]);
+}
+std::string shrank(std::size_t index) {
+  return "capture file shrank while it was being sent: " + std::string(names_of_captures[index]);
+}
+
+std::size_t sum_of(const Captures& captures) {
+  return std::accumulate(captures.begin(), captures.end(), std::size_t{0},
+                         [](std::size_t sum, const std::string& file) { return sum + file.size(); });
+}
+
+// Everything that an archive gives from here on, and how it ends.
+struct Pulled {
+  std::string bytes;
+  std::string error;
+  std::vector<std::size_t> sizes;
+};
+
+Pulled pull_all(CaptureArchive& archive, const std::function<void(const Pulled&)>& between = {}) {
+  Pulled pulled;
+  for (;;) {
+    const ArchivePiece piece = next_archive_piece(archive);
+    pulled.error = piece.error;
+    if (piece.bytes.empty() || !piece.error.empty()) break;
+    pulled.bytes += piece.bytes;
+    pulled.sizes.push_back(piece.bytes.size());
+    if (between) between(pulled);
+  }
+  return pulled;
+}
+
+class CaptureArchives : public FreshMachine {
+ protected:
+  void SetUp() override {
+    FreshMachine::SetUp();
+    standin::system().local_time = usual_moment();
+    put_captures(captures_);
+  }
+
+  // What the archive of the four files would be with these in them.
+  static std::string whole(const Captures& captures) {
+    return expected_archive(captures, usual_time, usual_date);
+  }
+  // How many bytes stand in front of the data of one file.
+  std::size_t data_offset(std::size_t index) const {
+    std::size_t offset = 0;
+    for (std::size_t before = 0; before <= index; ++before) {
+      offset += 30 + names_of_captures[before].size() + (before < index ? captures_[before].size() : 0);
+    }
+    return offset;
+  }
+
+  Captures captures_ = noise_of_sizes({5, 65536, 65537, 200000});
+};
+
+TEST_F(CaptureArchives, HoldTheFourFilesByteForByte) {
+  for (const std::array<std::size_t, 4> sizes :
+       {std::array<std::size_t, 4>{1, 1, 1, 1}, {5, 65536, 65537, 200000}, {65535, 131072, 2, 131073}}) {
+    SCOPED_TRACE(sizes[0]);
+    const Captures captures = noise_of_sizes(sizes);
+    put_captures(captures);
+    CaptureArchive archive;
+    ASSERT_EQ(open_capture_archive("captures", archive), "");
+    EXPECT_EQ(archive_bytes(archive), sum_of(captures) + 518);
+    const Pulled pulled = pull_all(archive);
+    EXPECT_EQ(pulled.error, "");
+    EXPECT_EQ(pulled.bytes.size(), sum_of(captures) + 518);
+    EXPECT_TRUE(pulled.bytes == whole(captures));
+    EXPECT_TRUE(standin::system().handles.empty());
+  }
+}
+
+TEST_F(CaptureArchives, OfFourFilesOfOneByteHave522Bytes) {
+  put_captures({"a", "b", "c", "d"});
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  EXPECT_EQ(archive_bytes(archive), 522u);
+  EXPECT_EQ(pull_all(archive).bytes.size(), 522u);
+}
+
+TEST_F(CaptureArchives, AreReadBackFromTheirEndRecord) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const ReadArchive read = read_archive(pull_all(archive).bytes);
+  ASSERT_EQ(read.trouble, "");
+  ASSERT_EQ(read.members.size(), 4u);
+  for (std::size_t index = 0; index < 4; ++index) {
+    EXPECT_EQ(read.members[index].name, names_of_captures[index]);
+    EXPECT_TRUE(read.members[index].bytes == captures_[index]) << index;
+    EXPECT_EQ(read.members[index].time, usual_time);
+    EXPECT_EQ(read.members[index].date, usual_date);
+  }
+}
+
+TEST_F(CaptureArchives, PutEachHeaderRightBehindTheFileInFrontOfIt) {
+  const std::size_t a = captures_[0].size(), b = captures_[1].size();
+  const std::size_t c = captures_[2].size(), d = captures_[3].size();
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const ReadArchive read = read_archive(pull_all(archive).bytes);
+  ASSERT_EQ(read.members.size(), 4u);
+  EXPECT_EQ(read.members[0].header_offset, 0u);
+  EXPECT_EQ(read.members[1].header_offset, 51 + a);
+  EXPECT_EQ(read.members[2].header_offset, 107 + a + b);
+  EXPECT_EQ(read.members[3].header_offset, 164 + a + b + c);
+  EXPECT_EQ(read.directory_offset, 216 + a + b + c + d);
+}
+
+TEST_F(CaptureArchives, JoinADirectoryAndANameInTheSystemsOwnWay) {
+  const struct {
+    std::string directory;
+    std::string in_front_of_names;
+  } rows[] = {
+      {"", ""},
+      {"/", "/"},
+      {"a/b", "a/b/"},
+      {"/a/b/", "/a/b/"},
+      {"C:\\", "C:\\"},
+      {"C:\\ProgramData\\Velmora\\wav", "C:\\ProgramData\\Velmora\\wav\\"},
+      {"C:\\a\\", "C:\\a\\"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.directory);
+    standin::system().files.clear();
+    for (const std::string_view name : names_of_captures) {
+      standin::system().files[row.in_front_of_names + std::string(name)].bytes = "x";
+    }
+    CaptureArchive archive;
+    EXPECT_EQ(open_capture_archive(row.directory, archive), "");
+  }
+}
+
+TEST_F(CaptureArchives, LookAtAllFourFilesBeforeTheyOpenOne) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const std::vector<std::string> looks(4, "GetFileSizeEx");
+  const std::vector<std::string> opens(4, "CreateFileW");
+  std::vector<std::string> expected = looks;
+  expected.insert(expected.end(), opens.begin(), opens.end());
+  EXPECT_EQ(standin::system().log, expected);
+  EXPECT_TRUE(standin::system().handles.empty());
+  pull_all(archive);
+  expected.insert(expected.end(), opens.begin(), opens.end());
+  EXPECT_EQ(standin::system().log, expected);
+}
+
+// What may be wrong with a file when it is looked at.
+enum class Trouble { none, missing, directory, other, empty, no_size, large };
+
+TEST_F(CaptureArchives, AreRefusedForTheFirstFileThatFailsWhateverIsWrongBehindIt) {
+  constexpr std::array<Trouble, 7> troubles = {Trouble::none,  Trouble::missing, Trouble::directory,
+                                               Trouble::other, Trouble::empty,   Trouble::no_size,
+                                               Trouble::large};
+  const auto message = [](Trouble trouble, std::size_t index) {
+    switch (trouble) {
+      case Trouble::none: return std::string();
+      case Trouble::missing:
+      case Trouble::directory:
+      case Trouble::other: return not_found;
+      case Trouble::empty:
+      case Trouble::no_size: return empty_file(index);
+      case Trouble::large: return too_large(index);
+    }
+    return std::string("unknown");
+  };
+  // Each of the four may be in any of the seven states.
+  for (std::size_t row = 0; row < 7 * 7 * 7 * 7; ++row) {
+    SCOPED_TRACE(row);
+    standin::reset();
+    std::string expected;
+    std::deque<std::int64_t>& size_faults = standin::system().faults["GetFileSizeEx"];
+    for (std::size_t index = 0, rest = row; index < 4; ++index, rest /= 7) {
+      const Trouble trouble = troubles[rest % 7];
+      if (expected.empty()) expected = message(trouble, index);
+      if (trouble == Trouble::missing) continue;
+      standin::File& file = capture_file(index);
+      if (trouble != Trouble::empty) file.bytes = "x";
+      if (trouble == Trouble::directory) file.kind = FileKind::directory;
+      if (trouble == Trouble::other) file.kind = FileKind::other;
+      if (trouble == Trouble::large) file.size = 0x100000000;
+      size_faults.push_back(trouble == Trouble::no_size ? 5 : 0);
+    }
+    CaptureArchive archive;
+    ASSERT_EQ(open_capture_archive("captures", archive), expected);
+    ASSERT_EQ(calls_of("CreateFileW"), expected.empty() ? 4 : 0);
+  }
+}
+
+TEST_F(CaptureArchives, AreNotFoundForAMissingFourthFileAndReadNothing) {
+  standin::system().files.erase(capture_path(3));
+  CaptureArchive archive;
+  EXPECT_EQ(open_capture_archive("captures", archive), not_found);
+  EXPECT_EQ(calls_of("CreateFileW"), 0);
+}
+
+TEST_F(CaptureArchives, AreRefusedForAnEmptySecondFileThoughTheThirdIsMissing) {
+  capture_file(1).bytes.clear();
+  standin::system().files.erase(capture_path(2));
+  CaptureArchive archive;
+  EXPECT_EQ(open_capture_archive("captures", archive),
+            "capture file is empty or unreadable: capture-2-algorithm-in.wav");
+}
+
+TEST_F(CaptureArchives, TakeNoOtherFileOfTheDirectoryForOneOfTheirs) {
+  standin::system().files["captures/CAPTURE-1-HOST-IN.WAV"] = capture_file(0);
+  standin::system().files["captures/capture-1-host-in.wav.part"] = capture_file(0);
+  standin::system().files.erase(capture_path(0));
+  CaptureArchive archive;
+  EXPECT_EQ(open_capture_archive("captures", archive), not_found);
+}
+
+TEST_F(CaptureArchives, TakeAFileOf4294967295BytesAndRefuseOneByteMore) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    SCOPED_TRACE(index);
+    put_captures(captures_);
+    standin::system().log.clear();
+    // It passes the inspection, and only its reading shows that the bytes are not there.
+    capture_file(index).size = 0xFFFFFFFF;
+    CaptureArchive archive;
+    EXPECT_EQ(open_capture_archive("captures", archive), changed(index));
+    EXPECT_EQ(calls_of("GetFileSizeEx"), 4);
+    standin::system().log.clear();
+    for (const std::uint64_t size :
+         {std::uint64_t{0x100000000}, std::uint64_t{0x100000001}, ~std::uint64_t{0}}) {
+      capture_file(index).size = size;
+      EXPECT_EQ(open_capture_archive("captures", archive), too_large(index));
+    }
+    EXPECT_EQ(calls_of("CreateFileW"), 0);
+  }
+}
+
+TEST_F(CaptureArchives, AreRefusedWhereAFileCannotBeOpened) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    SCOPED_TRACE(index);
+    standin::system().log.clear();
+    standin::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
+    standin::system().faults["CreateFileW"].push_back(32);
+    // What is wrong with a later file is not seen any more.
+    if (index < 3) capture_file(3).size = captures_[3].size() + 1;
+    CaptureArchive archive;
+    EXPECT_EQ(open_capture_archive("captures", archive), cannot_read(index));
+    EXPECT_EQ(calls_of("CreateFileW"), static_cast<std::ptrdiff_t>(index) + 1);
+    EXPECT_TRUE(standin::system().handles.empty());
+    put_captures(captures_);
+  }
+}
+
+TEST_F(CaptureArchives, LookAtTheLastFileBeforeTheyComplainOfOneThatCannotBeOpened) {
+  standin::system().faults["CreateFileW"] = {32};
+  standin::system().files.erase(capture_path(3));
+  CaptureArchive archive;
+  EXPECT_EQ(open_capture_archive("captures", archive), not_found);
+}
+
+TEST_F(CaptureArchives, AreRefusedWhereAFileHasGrownOrShrunkSinceItWasLookedAt) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    SCOPED_TRACE(index);
+    const std::uint64_t size = captures_[index].size();
+    for (const std::uint64_t seen : {size - 1, size + 1, size + block_bytes, std::uint64_t{1}}) {
+      put_captures(captures_);
+      standin::system().log.clear();
+      capture_file(index).size = seen;
+      // A later file that cannot be read is not reached.
+      if (index < 3) standin::system().fault_at = standin::CallFault{4 + index + 2, 5};
+      CaptureArchive archive;
+      EXPECT_EQ(open_capture_archive("captures", archive), changed(index)) << seen;
+      EXPECT_EQ(calls_of("CreateFileW"), static_cast<std::ptrdiff_t>(index) + 1);
+      EXPECT_TRUE(standin::system().handles.empty());
+      standin::system().fault_at.reset();
+    }
+  }
+}
+
+TEST_F(CaptureArchives, TakeAnErrorOfReadingForTheEndOfTheFile) {
+  // Behind the last byte it is the end.
+  capture_file(3).read_error = 1117;
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  EXPECT_TRUE(pull_all(archive).bytes == whole(captures_));
+  // In the middle the file looks shorter than it was.
+  capture_file(3).size = 200000;
+  capture_file(3).bytes.resize(100000);
+  EXPECT_EQ(open_capture_archive("captures", archive), changed(3));
+  EXPECT_TRUE(standin::system().handles.empty());
+}
+
+TEST_F(CaptureArchives, EndWhereAnErrorOfReadingComesUpWhileTheyAreSent) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  capture_file(3).bytes.resize(100000);
+  capture_file(3).read_error = 1117;
+  const Pulled pulled = pull_all(archive);
+  EXPECT_EQ(pulled.error, shrank(3));
+  EXPECT_TRUE(pulled.bytes == whole(captures_).substr(0, data_offset(3) + 100000));
+}
+
+TEST_F(CaptureArchives, CutAFileThatHasGrownSinceItsChecksum) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  for (std::size_t index = 0; index < 4; ++index) capture_file(index).bytes += noise(70000, 9);
+  const Pulled pulled = pull_all(archive);
+  EXPECT_EQ(pulled.error, "");
+  EXPECT_TRUE(pulled.bytes == whole(captures_));
+  EXPECT_EQ(read_archive(pulled.bytes).trouble, "");
+}
+
+TEST_F(CaptureArchives, GiveAFileThatWasRewrittenWithItsFirstChecksum) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  Captures rewritten = captures_;
+  rewritten[1] = noise(captures_[1].size(), 77);
+  capture_file(1).bytes = rewritten[1];
+  const Pulled pulled = pull_all(archive);
+  EXPECT_EQ(pulled.error, "");
+  std::string expected = whole(captures_);
+  expected.replace(data_offset(1), rewritten[1].size(), rewritten[1]);
+  EXPECT_TRUE(pulled.bytes == expected);
+  EXPECT_EQ(read_archive(pulled.bytes).trouble, "checksum");
+}
+
+TEST_F(CaptureArchives, EndBehindTheLastByteOfAFileThatHasShrunk) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    for (const std::size_t left : {std::size_t{0}, std::size_t{1}, captures_[index].size() - 1}) {
+      SCOPED_TRACE(std::to_string(index) + " left with " + std::to_string(left));
+      put_captures(captures_);
+      CaptureArchive archive;
+      ASSERT_EQ(open_capture_archive("captures", archive), "");
+      capture_file(index).bytes.resize(left);
+      const Pulled pulled = pull_all(archive);
+      EXPECT_EQ(pulled.error, shrank(index));
+      EXPECT_TRUE(pulled.bytes == whole(captures_).substr(0, data_offset(index) + left));
+    }
+  }
+}
+
+TEST_F(CaptureArchives, EndWhereAFileShrinksWhileItIsSent) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const std::size_t first_block_ends = data_offset(3) + block_bytes;
+  const Pulled pulled = pull_all(archive, [&](const Pulled& so_far) {
+    if (so_far.bytes.size() == first_block_ends) capture_file(3).bytes.resize(block_bytes + 10);
+  });
+  EXPECT_EQ(pulled.error, shrank(3));
+  EXPECT_TRUE(pulled.bytes == whole(captures_).substr(0, first_block_ends + 10));
+}
+
+TEST_F(CaptureArchives, TakeABlockThatCameShortAndGoOnReading) {
+  // The file is cut in the middle of a block and has its bytes again at the next reading.
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  capture_file(3).bytes.resize(70000);
+  const std::size_t cut_at = data_offset(3) + 70000;
+  const Pulled pulled = pull_all(archive, [&](const Pulled& so_far) {
+    if (so_far.bytes.size() == cut_at) capture_file(3).bytes = captures_[3];
+  });
+  EXPECT_EQ(pulled.error, "");
+  EXPECT_TRUE(pulled.bytes == whole(captures_));
+}
+
+TEST_F(CaptureArchives, EndBehindTheHeaderOfAFileThatCannotBeOpenedAgain) {
+  for (std::size_t index = 0; index < 4; ++index) {
+    const std::vector<std::function<void()>> ways = {
+        [&] {
+          standin::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
+          standin::system().faults["CreateFileW"].push_back(5);
+        },
+        [&] { standin::system().files.erase(capture_path(index)); },
+        [&] { capture_file(index).kind = FileKind::directory; },
+    };
+    for (const auto& take_away : ways) {
+      SCOPED_TRACE(index);
+      put_captures(captures_);
+      CaptureArchive archive;
+      ASSERT_EQ(open_capture_archive("captures", archive), "");
+      take_away();
+      const Pulled pulled = pull_all(archive);
+      EXPECT_EQ(pulled.error, cannot_read(index));
+      EXPECT_TRUE(pulled.bytes == whole(captures_).substr(0, data_offset(index)));
+      EXPECT_TRUE(standin::system().handles.empty());
+    }
+  }
+}
+
+TEST_F(CaptureArchives, LookAtNeitherKindNorSizeAgainOnceTheyAreLaidOut) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  for (std::size_t index = 0; index < 4; ++index) capture_file(index).size = 0x100000000;
+  EXPECT_TRUE(pull_all(archive).bytes == whole(captures_));
+  EXPECT_EQ(calls_of("GetFileSizeEx"), 4);
+}
+
+TEST_F(CaptureArchives, ComeInPiecesOfAtMostABlock) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const std::vector<std::size_t> expected = {51, 5,     56,    65536, 57,   65536, 1,
+                                             52, 65536, 65536, 65536, 3392, 302};
+  EXPECT_EQ(pull_all(archive).sizes, expected);
+}
+
+TEST_F(CaptureArchives, ReadEverythingThroughOneBuffer) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  const char* buffer = nullptr;
+  int blocks = 0;
+  for (ArchivePiece piece = next_archive_piece(archive); !piece.bytes.empty();
+       piece = next_archive_piece(archive)) {
+    if (piece.bytes.starts_with("PK")) continue;
+    ++blocks;
+    if (buffer == nullptr) buffer = piece.bytes.data();
+    EXPECT_EQ(static_cast<const void*>(piece.bytes.data()), static_cast<const void*>(buffer));
+  }
+  EXPECT_EQ(blocks, 8);
+}
+
+TEST_F(CaptureArchives, KeepOneFileOpenAtMost) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  EXPECT_TRUE(standin::system().handles.empty());
+  // A file is open between the first and the last of its blocks alone.
+  std::vector<std::size_t> open;
+  pull_all(archive, [&](const Pulled&) { open.push_back(standin::system().handles.size()); });
+  EXPECT_EQ(open, (std::vector<std::size_t>{0, 0, 0, 0, 0, 1, 0, 0, 1, 1, 1, 0, 0}));
+}
+
+TEST_F(CaptureArchives, ReleaseTheirFileWhenTheyAreDroppedHalfWay) {
+  for (std::size_t pulls = 0; pulls <= 14; ++pulls) {
+    {
+      CaptureArchive archive;
+      ASSERT_EQ(open_capture_archive("captures", archive), "");
+      for (std::size_t pull = 0; pull < pulls; ++pull) static_cast<void>(next_archive_piece(archive));
+    }
+    EXPECT_TRUE(standin::system().handles.empty()) << pulls;
+  }
+}
+
+TEST_F(CaptureArchives, GiveNothingBehindTheirEnd) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  pull_all(archive);
+  for (int again = 0; again < 3; ++again) {
+    const ArchivePiece piece = next_archive_piece(archive);
+    EXPECT_EQ(piece.bytes, "");
+    EXPECT_EQ(piece.error, "");
+  }
+}
+
+TEST_F(CaptureArchives, GiveNothingBehindAFailure) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  capture_file(1).bytes.resize(10);
+  EXPECT_EQ(pull_all(archive).error, shrank(1));
+  for (int again = 0; again < 3; ++again) {
+    const ArchivePiece piece = next_archive_piece(archive);
+    EXPECT_EQ(piece.bytes, "");
+    EXPECT_EQ(piece.error, shrank(1));
+  }
+}
+
+TEST_F(CaptureArchives, BeginAnewWhereTheyAreOpenedAgain) {
+  CaptureArchive archive;
+  for (int pulls = 0; pulls < 13; ++pulls) {
+    ASSERT_EQ(open_capture_archive("captures", archive), "");
+    for (int pull = 0; pull < pulls; ++pull) static_cast<void>(next_archive_piece(archive));
+  }
+  capture_file(2).bytes.clear();
+  EXPECT_EQ(open_capture_archive("captures", archive), empty_file(2));
+  put_captures(captures_);
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  EXPECT_TRUE(pull_all(archive).bytes == whole(captures_));
+}
+
+TEST_F(CaptureArchives, CarryOneMomentInAllTheirHeaders) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  int pieces = 0;
+  const Pulled pulled = pull_all(archive, [&](const Pulled&) {
+    standin::system().local_time = local_moment(2030, 1, 2, 3, 4, ++pieces);
+  });
+  EXPECT_TRUE(pulled.bytes == whole(captures_));
+}
+
+TEST_F(CaptureArchives, CarryZeroWordsWhereThereIsNoLocalTime) {
+  standin::system().local_time.reset();
+  EXPECT_EQ(dos_time_now().time, 0);
+  EXPECT_EQ(dos_time_now().date, 0);
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  EXPECT_TRUE(pull_all(archive).bytes == expected_archive(captures_, 0, 0));
+}
+
+TEST_F(CaptureArchives, TellThePresentMoment) {
+  EXPECT_EQ(dos_time_now().time, usual_time);
+  EXPECT_EQ(dos_time_now().date, usual_date);
+  standin::system().local_time = local_moment(1980, 1, 1, 0, 0, 2);
+  EXPECT_EQ(dos_time_now().time, 1);
+  EXPECT_EQ(dos_time_now().date, 0x21);
+}
+
+TEST_F(CaptureArchives, ChangeNoFile) {
+  CaptureArchive archive;
+  ASSERT_EQ(open_capture_archive("captures", archive), "");
+  pull_all(archive);
+  ASSERT_EQ(standin::system().files.size(), 4u);
+  for (std::size_t index = 0; index < 4; ++index) EXPECT_TRUE(capture_file(index).bytes == captures_[index]);
+  EXPECT_EQ(calls_of("DeleteFileW") + calls_of("WriteFile"), 0);
+}
+
+TEST_F(CaptureArchives, KeepTheLowHalfOfEachOffsetBeyondFourGibibytes) {
+  CaptureArchive archive;
+  for (const std::string_view name : names_of_captures) {
+    archive.members.push_back({name, "", 0xFFFFFFFF, 0x12345678, 0});
+  }
+  lay_out(archive);
+  EXPECT_EQ(archive.members[0].local_header_offset, 0u);
+  EXPECT_EQ(archive.members[1].local_header_offset, 51u - 1);
+  EXPECT_EQ(archive.members[2].local_header_offset, 107u - 2);
+  EXPECT_EQ(archive.members[3].local_header_offset, 164u - 3);
+  EXPECT_EQ(archive.directory_offset, 4 * std::uint64_t{0xFFFFFFFF} + 216);
+  EXPECT_EQ(archive.directory_bytes, 280u);
+  EXPECT_EQ(archive_bytes(archive), 4 * std::uint64_t{0xFFFFFFFF} + 518);
+
+  archive.member = 4;  // as though all members had been given
+  std::string expected;
+  const std::uint32_t offsets[] = {0, 50, 105, 161};
+  for (std::size_t index = 0; index < 4; ++index) {
+    expected +=
+        expected_central_entry(names_of_captures[index], 0xFFFFFFFF, 0x12345678, 0, 0, offsets[index]);
+  }
+  EXPECT_EQ(pull_all(archive).bytes, expected + expected_end_record(4, 280, 212));
+}
+
+TEST_F(CaptureArchives, AreLaidOutByNamesAndSizesAlone) {
+  CaptureArchive archive;
+  archive.members = {{"a", "", 0xFFFFFFFF - 31, 0, 9}, {"bcd", "", 7, 0, 9}};
+  for (int again = 0; again < 2; ++again) {
+    lay_out(archive);
+    EXPECT_EQ(archive.members[0].local_header_offset, 0u);
+    EXPECT_EQ(archive.members[1].local_header_offset, 0xFFFFFFFFu);
+    EXPECT_EQ(archive.directory_offset, 0xFFFFFFFFull + 40);
+    EXPECT_EQ(archive.directory_bytes, 47u + 49);
+  }
+}
+
+}  // namespace
+}  // namespace velmora
