@@ -156,6 +156,12 @@ std::int64_t ServerProcess::processor_ns() const {
   return nanoseconds_of(time);
 }
 
+void ServerProcess::forget_peak() const {
+  std::ofstream references("/proc/" + std::to_string(pid_) + "/clear_refs");
+  // 5: proc(5), reset of the peak
+  if (!(references << "5" << std::flush)) give_up("the peak of memory cannot be reset");
+}
+
 long ServerProcess::peak_kilobytes() const {
   std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
   std::string line;

@@ -48,6 +48,8 @@ class ServerProcess {
   void go_on() const;
   // Processor time of the process up to now, nanoseconds.
   [[nodiscard]] std::int64_t processor_ns() const;
+  // Lets peak_kilobytes begin anew with what is held now.
+  void forget_peak() const;
   // Most memory that it ever held, kilobytes (VmHWM).
   [[nodiscard]] long peak_kilobytes() const;
 

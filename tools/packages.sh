@@ -2,9 +2,10 @@
 
 # What the product is built with.
 build_packages=(g++ cmake ninja-build)
-# What `./test --quick` needs beside it. npm brings the one library of the browser tests.
+# What `./test --quick` needs beside it. npm brings the one library of the browser tests; unzip, libarchive-tools and
+# python3 open the archives that the service makes.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
-  chromium)
+  chromium unzip libarchive-tools python3 mount util-linux)
 # What the Windows program is built and run with.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
 
