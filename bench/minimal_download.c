@@ -2,9 +2,7 @@
 // after another and a send for each block. The yardstick of the service's own.
 //
 //   minimal_download PORT DIRECTORY    on 127.0.0.1, until it is ended; exit 1 when it cannot start
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -12,7 +10,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-enum { block_bytes = 65536, file_count = 4, longest_backlog = 0x7fffffff };
+#include "listen.h"
+
+enum { block_bytes = 65536, file_count = 4 };
 
 static const char* const names[file_count] = {"capture-1-host-in.wav", "capture-2-algorithm-in.wav",
                                               "capture-3-algorithm-out.wav", "capture-4-host-out.wav"};
@@ -25,22 +25,6 @@ static void build_table(void) {
     for (int round = 0; round < 8; ++round) entry = (entry >> 1) ^ (entry & 1 ? 0xEDB88320u : 0);
     table[index] = entry;
   }
-}
-
-static int listen_on(unsigned short port) {
-  const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  const int on = 1;
-  struct sockaddr_in address;
-  memset(&address, 0, sizeof address);
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (listener < 0 || setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      bind(listener, (const struct sockaddr*)&address, sizeof address) != 0 ||
-      listen(listener, longest_backlog) != 0) {
-    return -1;
-  }
-  return listener;
 }
 
 static int open_file(const char* directory, int index) {

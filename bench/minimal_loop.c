@@ -2,31 +2,15 @@
 // at no byte that comes and answers a fixed response.
 //
 //   velmora_minimal_loop PORT BYTES    on 127.0.0.1, until it is ended; exit 1 when it cannot start
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-enum { piece_bytes = 4096, select_timeout_us = 250000, longest_backlog = 0x7fffffff };
+#include "listen.h"
 
-static int listen_on(unsigned short port) {
-  const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  const int on = 1;
-  struct sockaddr_in address;
-  memset(&address, 0, sizeof address);
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (listener < 0 || setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-      bind(listener, (const struct sockaddr*)&address, sizeof address) != 0 ||
-      listen(listener, longest_backlog) != 0) {
-    return -1;
-  }
-  return listener;
-}
+enum { piece_bytes = 4096, select_timeout_us = 250000 };
 
 static void answer(int connection, const char* response, size_t size) {
   char piece[piece_bytes];

@@ -34,7 +34,10 @@ std::string sum_member(CaptureMember& member, CaptureBlock& block) {
   if (std::string error = open_member(member, file); !error.empty()) return error;
   std::uint32_t crc = 0xFFFFFFFF;
   std::uint64_t bytes = 0;
-  while (const std::size_t count = read_file_piece(file, block.bytes.data(), capture_block_bytes).count) {
+  // Once it is longer than it was, it has changed, and something that never ends is not waited for.
+  while (bytes <= member.size) {
+    const std::size_t count = read_file_piece(file, block.bytes.data(), capture_block_bytes).count;
+    if (count == 0) break;
     crc = crc32_update(crc, block.bytes.data(), count);
     bytes += count;
   }

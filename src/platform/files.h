@@ -27,7 +27,8 @@ enum class FileKind { missing, regular, directory, other };
 // with a drive (`C:\`) is written as Windows writes it.
 [[nodiscard]] std::string join_path(std::string_view directory, std::string_view name);
 
-// `path` up to, not including, its last separator (the root keeps its own). Empty when there is none.
+// `path` up to, not including, its last separator (the root keeps its own). Empty when there is none,
+// but for the bare drive that a path begins with on Windows.
 [[nodiscard]] std::string parent_path(std::string_view path);
 
 struct InputFileKind {

@@ -4,8 +4,9 @@ import fs from 'node:fs';
 
 import { poll } from './harness.mjs';
 
-// Every call between modules, with the address that it returns to, and what Wine's registry functions say of their
-// arguments in between.
+// Every call between modules, with the address that it returns to; and the same with what Wine's registry functions say
+// of their arguments in between.
+export const call_trace = { WINEDEBUG: '-all,+relay,+pid' };
 export const registry_trace = { WINEDEBUG: '-all,+relay,+reg,+pid' };
 
 // The addresses that a program takes in memory.
@@ -22,8 +23,8 @@ const call_line =
 const note_line = /^[0-9a-f]{4,}:([0-9a-f]{4,}):trace:reg:(\w+) (.*)$/;
 const call_argument = /([0-9a-f]{8,16})(?: L?"((?:[^"\\]|\\.)*)")?/g;
 
-// The program's own calls in their order, each with `args` (value, and text where it points to one), its `result`, and
-// the `note` of Wine's function of the same name. Calls of Wine's modules among themselves are left out, and so are
+// The program's own calls in their order, each with its `module`, `args` (value, and text where it points to one), its
+// `result` (none while it has not returned), and the `note` of Wine's function of the same name. Calls of Wine's modules among themselves are left out, and so are
 // other processes: `is_own` knows one call of the program.
 export async function own_calls(program, file, is_own) {
   // The program's last call of all. What it wrote may still be on its way when it has ended.
@@ -41,7 +42,7 @@ export async function own_calls(program, file, is_own) {
     }
     const parts = line.match(call_line);
     if (!parts) continue;
-    const [, process_id, thread, kind, , name, arguments_text, result, return_text] = parts;
+    const [, process_id, thread, kind, module, name, arguments_text, result, return_text] = parts;
     const returns_to = BigInt(`0x${return_text}`);
     if (returns_to < base || returns_to >= end) continue;
     if (kind === 'Call') {
@@ -49,7 +50,7 @@ export async function own_calls(program, file, is_own) {
         value: BigInt(`0x${value}`),
         text: text?.replaceAll('\\\\', '\\'),
       }));
-      const call = { process_id, thread, name, args, returns_to };
+      const call = { process_id, thread, module, name, args, returns_to };
       calls.push(call);
       open.push(call);
       continue;

@@ -5,6 +5,7 @@ import fs from 'node:fs';
 import net from 'node:net';
 import test from 'node:test';
 
+import { call_trace, own_calls } from './call_trace.mjs';
 import {
   answers,
   assert_answers,
@@ -128,7 +129,7 @@ async function reach_its_wait(service, mapping) {
 test('a service waits for a creator that gets done meanwhile', limits, async (t) => {
   const { effect, mapping } = await start_held_creator(t);
   const port = await free_port();
-  const env = is_wine ? trace_environment : {};
+  const env = is_wine ? call_trace : {};
   let service;
   for (let attempt = 0; attempt < 20; ++attempt) {
     service = launch(t, shipped_service, service_arguments(port, mapping), { env });
@@ -147,7 +148,7 @@ test('a service waits for a creator that gets done meanwhile', limits, async (t)
   await assert_answers({ port });
   service.signal('SIGINT');
   assert.deepEqual(await service.wait_for_end(), { code: 0, signal: null });
-  if (is_wine) assert.ok(own_calls(service, shipped_service).some((call) => call.name === 'Sleep'));
+  if (is_wine) assert.ok((await traced_calls(service, shipped_service)).some((call) => call.name === 'Sleep'));
   await effect.stop();
 });
 
@@ -198,55 +199,6 @@ test('the parameters outlive a service that is killed', limits, async (t) => {
 
 const descriptor_text =
   'D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;LS)(A;;GRGW;;;AU)(A;;GRGW;;;WD)(A;;GRGW;;;WR)S:(ML;;NW;;;LW)';
-
-// Wine writes every call between modules to standard error, with the address that it returns to.
-const trace_environment = { WINEDEBUG: '-all,+relay,+pid' };
-
-// The addresses that the program takes in memory.
-function image_range(file) {
-  const image = fs.readFileSync(file);
-  const optional_header = image.readUInt32LE(0x3c) + 24;
-  assert.equal(image.readUInt16LE(optional_header), 0x20b, 'a 64-bit program');
-  const base = image.readBigUInt64LE(optional_header + 24);
-  return { base, end: base + BigInt(image.readUInt32LE(optional_header + 56)) };
-}
-
-const trace_line =
-  /^([0-9a-f]{4,}):([0-9a-f]{4,}):(Call|Ret ) (\w+)\.(\w+)\((.*)\) (?:retval=([0-9a-f]+) )?ret=([0-9a-f]+)$/;
-const trace_argument = /([0-9a-f]{8,16})(?: L?"((?:[^"\\]|\\.)*)")?/g;
-
-// The program's own calls in their order, each with its arguments and its result. Calls that modules of Wine make among
-// themselves, and those of other processes, are left out. A call that has not returned has no result.
-function own_calls(service, file) {
-  const { base, end } = image_range(file);
-  const calls = [];
-  const open = [];
-  for (const line of service.errors.split('\n')) {
-    const parts = line.trimEnd().match(trace_line);
-    if (!parts) continue;
-    const [, process_id, thread, kind, module, name, arguments_text, result, return_text] = parts;
-    const returns_to = BigInt(`0x${return_text}`);
-    if (returns_to < base || returns_to >= end) continue;
-    if (kind === 'Call') {
-      const args = [...arguments_text.matchAll(trace_argument)].map(([, value, text]) => ({
-        value: BigInt(`0x${value}`),
-        text: text?.replaceAll('\\\\', '\\'),
-      }));
-      const call = { process_id, thread, module, name, args, returns_to };
-      calls.push(call);
-      open.push(call);
-      continue;
-    }
-    const place = open.findLastIndex(
-      (call) => call.thread === thread && call.name === name && call.returns_to === returns_to,
-    );
-    if (place !== -1) open.splice(place, 1)[0].result = BigInt(`0x${result}`);
-  }
-  // Wine's own programs lie at the same addresses, in processes of theirs.
-  const own_process = calls.find((call) => call.name === 'OpenFileMappingW')?.process_id;
-  assert.ok(own_process, 'the calls are traced');
-  return calls.filter((call) => call.process_id === own_process);
-}
 
 // How an argument is shown: a pointer by what it is for, a handle by where it came from. The upper half of a slot means
 // nothing where the argument is of 32 bits.
@@ -309,11 +261,8 @@ function shown_calls(calls) {
   return lines;
 }
 
-// The program's last call of all. What it wrote may still be on its way when it has ended.
-async function traced_calls(service, file) {
-  await poll('the end of the trace', () => (/Call msvcrt\.exit\(/.test(service.errors) ? true : undefined));
-  return own_calls(service, file);
-}
+// Wine's own programs lie at the same addresses, in processes of theirs.
+const traced_calls = (service, file) => own_calls(service, file, ({ name }) => name === 'OpenFileMappingW');
 
 const opens = (mapping) => `OpenFileMappingW(6, 0, ${mapping})`;
 const makes = (mapping) => [
@@ -369,7 +318,7 @@ if (is_wine) {
   test('the calls to the system have their arguments and their order', limits, async (t) => {
     // Keeps Wine's session alive: a program that begins one is traced together with all that belongs to it.
     await start_effect(t, unique_mapping_name());
-    const env = trace_environment;
+    const env = call_trace;
 
     await t.test('a service that makes the mapping', async (row) => {
       const program = creating_service();

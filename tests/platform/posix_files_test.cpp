@@ -400,9 +400,9 @@ TEST_F(PosixDrives, HoldFilesForEveryOperation) {
   std::uint64_t size = 0;
   EXPECT_EQ(query_file_size(path, size), 0u);
   EXPECT_EQ(size, 3u);
-  std::vector<std::string> names;
-  EXPECT_EQ(list_directory(directory, names), 0u);
-  EXPECT_EQ(names, std::vector<std::string>{"\xC3\xB6.json"});
+  std::vector<std::string> listed;
+  EXPECT_EQ(list_directory(directory, listed), 0u);
+  EXPECT_EQ(listed, std::vector<std::string>{"\xC3\xB6.json"});
   InputFile file;
   EXPECT_EQ(open_for_reading(path, file), 0u);
   EXPECT_EQ(remove_file(path), 0u);

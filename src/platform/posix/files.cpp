@@ -78,7 +78,7 @@ void InputFileKind::release(Native native) noexcept { ::close(static_cast<int>(n
 
 std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
   // Without O_NONBLOCK a pipe in the file's place would hold the open until somebody writes to it.
-  const int descriptor = open(native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int descriptor = open(native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return error_about(path);
   InputFile file(static_cast<InputFile::Native>(descriptor));
   struct stat status {};

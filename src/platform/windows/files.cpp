@@ -9,6 +9,16 @@ namespace {
 
 bool is_separator(char byte) { return byte == '\\' || byte == '/'; }
 
+// Whether the system takes the path for a device: NUL, CON, COM1 and their like, with an extension or a
+// directory in front too, by the rule of the Windows that runs. Asked before anything is opened: a serial
+// port that is only opened to be looked at has already been touched.
+bool names_device(const std::wstring& path) {
+  constexpr std::wstring_view devices = L"\\\\.\\";
+  std::wstring full(32768, L'\0');  // the longest path that there is
+  const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+  return std::wstring_view(full.data(), std::min<std::size_t>(length, full.size())).starts_with(devices);
+}
+
 // FILE_FLAG_BACKUP_SEMANTICS lets a directory be opened to be looked at, links followed.
 FileKind kind_of_open(HANDLE handle) {
   if (GetFileType(handle) != FILE_TYPE_DISK) return FileKind::other;
@@ -38,8 +48,10 @@ std::uint32_t make_directory(std::string_view path) {
 }  // namespace
 
 FileKind query_file_kind(std::string_view path) {
-  const HANDLE handle = CreateFileW(wide_path(path).c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr,
-                                    OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+  const std::wstring wide = wide_path(path);
+  if (names_device(wide)) return FileKind::other;
+  const HANDLE handle = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING,
+                                    FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return FileKind::missing;
   const FileKind kind = kind_of_open(handle);
   CloseHandle(handle);
@@ -66,8 +78,9 @@ std::string join_path(std::string_view directory, std::string_view name) {
 
 std::string parent_path(std::string_view path) {
   const std::size_t last = path.find_last_of("\\/");
-  if (last == std::string_view::npos) return {};
-  const bool is_root = last == 0 || (last == 2 && path[1] == ':');
+  const bool has_drive = path.size() >= 2 && path[1] == ':';
+  if (last == std::string_view::npos) return std::string(path.substr(0, has_drive ? 2 : 0));
+  const bool is_root = last == 0 || (last == 2 && has_drive);
   return std::string(path.substr(0, is_root ? last + 1 : last));
 }
 
@@ -89,7 +102,9 @@ FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capaci
 }
 
 std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
-  const HANDLE handle = CreateFileW(wide_path(path).c_str(), GENERIC_WRITE, share_all, nullptr, CREATE_ALWAYS,
+  const std::wstring wide = wide_path(path);
+  if (names_device(wide)) return ERROR_ACCESS_DENIED;
+  const HANDLE handle = CreateFileW(wide.c_str(), GENERIC_WRITE, share_all, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return GetLastError();
   const InputFile file(native_of(handle));

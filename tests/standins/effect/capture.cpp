@@ -11,6 +11,7 @@ namespace {
 constexpr unsigned action_start = 1;
 constexpr unsigned action_stop = 2;
 constexpr unsigned action_export = 3;
+constexpr unsigned longest_capture_s = 300;
 
 constexpr struct {
   const char* name;
@@ -44,7 +45,9 @@ CaptureAnswer obey(const Record& record, const CaptureRequest& request, const Op
   if (options.capture_fault == CaptureFault::refuse) return {CaptureState::failed, capture_refused};
   if (request.action == action_start) return {CaptureState::capturing, 0};
   if (request.action == action_stop) return {CaptureState::captured, 0};
-  if (request.action != action_export) return {CaptureState::failed, capture_unknown_action};
+  if (request.action != action_export || request.seconds > longest_capture_s) {
+    return {CaptureState::failed, capture_unknown_action};
+  }
   report_capture(record, static_cast<unsigned>(CaptureState::writing), request.seconds, 0);
   return write_files(request.seconds, options);
 }
