@@ -125,7 +125,13 @@ Passes download(std::uint16_t port, std::uint64_t least_bytes) {
   return passes;
 }
 
-double archive(const std::string& command, std::uint64_t least_bytes) {
+// On the processor that the servers have, too.
+double archive(const std::string& directory, const std::string& archiver, std::uint64_t least_bytes) {
+  const long processors = sysconf(_SC_NPROCESSORS_ONLN);
+  std::string command = "cd " + directory + " && ";
+  if (processors > 1) command += "taskset -c " + std::to_string(processors - 1) + " ";
+  command += archiver;
+  for (const char* name : names) command += std::string(" ") + name;
   const std::int64_t start_ns = now_ns();
   std::FILE* pipe = popen(command.c_str(), "r");
   if (pipe == nullptr) give_up("no shell for " + command);
@@ -191,9 +197,6 @@ void compare_speed(const Plan& plan) {
   const ServerProcess service = start_service(plan, service_port, directory.path());
   const std::uint16_t minimal_port = free_port();
   const ServerProcess minimal({plan.minimal_path, std::to_string(minimal_port), directory.path()});
-  std::string files;
-  for (const char* name : names) files += std::string(" ") + name;
-  const std::string enter = "cd " + directory.path() + " && ";
   Results results;
   // The first round only warms the caches.
   for (int round = 0; round <= plan.rounds; ++round) {
@@ -202,9 +205,10 @@ void compare_speed(const Plan& plan) {
     Results& target = round == 0 ? discarded : results;
     keep(download(service_port, bytes), target.service, target.service_first, target.service_second);
     keep(download(minimal_port, bytes), target.minimal, target.minimal_first, target.minimal_second);
-    target.bsdtar.push_back(archive(
-        enter + "bsdtar -cf - --format zip --options zip:compression=store" + files, bytes - headers_bytes));
-    target.zip.push_back(archive(enter + "zip -0 -q -" + files, bytes - headers_bytes));
+    target.bsdtar.push_back(archive(directory.path(),
+                                    "bsdtar -cf - --format zip --options zip:compression=store",
+                                    bytes - headers_bytes));
+    target.zip.push_back(archive(directory.path(), "zip -0 -q -", bytes - headers_bytes));
   }
   service.expect_running();
   print_table(plan, results);
@@ -250,6 +254,7 @@ int main(int argc, char** argv) {
   using namespace velmora::bench;
   const Plan plan = read_plan(argc, argv);
   notice_interruption();
+  std::printf("%s\n", part_processors().c_str());
   compare_speed(plan);
   measure_memory(plan, 115);
 }

@@ -29,8 +29,7 @@ struct CaptureMember {
 // The most that is read and sent at once.
 inline constexpr std::size_t capture_block_bytes = 65536;
 
-// Begins on a page: the system copies into it and out of it a quarter faster then.
-struct alignas(4096) CaptureBlock {
+struct CaptureBlock {
   std::array<char, capture_block_bytes> bytes;
 };
 

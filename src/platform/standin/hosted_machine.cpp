@@ -136,9 +136,23 @@ std::string take_file() {
   return trouble;
 }
 
+std::string machine_file() {
+  const char* file = std::getenv("VELMORA_MACHINE");
+  return file == nullptr ? "" : file;
+}
+
+// Reads what has not been read yet. The built-in machine waits for its first use: most starts of the service
+// never ask.
+bool ensure_loaded() {
+  if (hosted().loaded) return true;
+  hosted().file = machine_file();
+  if (!hosted().file.empty()) return take_file().empty();
+  return take_export(builtin_machine, "built-in").empty();
+}
+
 // Another program may have written the file since, the binding tool for one.
 bool follow_file() {
-  if (!hosted().loaded) return load_machine().empty();
+  if (!ensure_loaded()) return false;
   if (hosted().file.empty()) return true;
   if (hosted().mark_settled && mark_of(hosted().file) == hosted().mark) return true;
   return take_file().empty();
@@ -146,7 +160,10 @@ bool follow_file() {
 
 }  // namespace
 
-MachineState& machine_state() { return hosted().state; }
+MachineState& machine_state() {
+  static_cast<void>(ensure_loaded());
+  return hosted().state;
+}
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
   // Only the registry stands in the file, and what is closed is closed whatever has become of it.
@@ -159,7 +176,7 @@ void RegistryChangeKind::release(Native native) noexcept { ::close(native); }
 // A lock on the directory in which the file is replaced. Where it cannot be had, the change itself will fail
 // too.
 RegistryChange begin_registry_change() {
-  if (hosted().file.empty()) return {};
+  if (!ensure_loaded() || hosted().file.empty()) return {};
   const std::string target = resolve(hosted().file);
   const std::string directory = target.substr(0, target.rfind('/') + 1);
   const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -196,11 +213,9 @@ bool keep_registry() {
 }  // namespace standin
 
 std::string load_machine() {
-  const char* file = std::getenv("VELMORA_MACHINE");
-  standin::hosted().file = file == nullptr ? "" : file;
+  standin::hosted().file = standin::machine_file();
   standin::hosted().loaded = false;
-  if (!standin::hosted().file.empty()) return standin::take_file();
-  return standin::take_export(standin::builtin_machine, "built-in");
+  return standin::hosted().file.empty() ? std::string() : standin::take_file();
 }
 
 }  // namespace velmora
