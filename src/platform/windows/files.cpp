@@ -1,6 +1,8 @@
 #include "platform/files.h"
 
 #include <algorithm>
+#include <array>
+#include <string_view>
 
 #include "platform/windows/native.h"
 
@@ -14,9 +16,11 @@ bool is_separator(char byte) { return byte == '\\' || byte == '/'; }
 // port that is only opened to be looked at has already been touched.
 bool names_device(const std::wstring& path) {
   constexpr std::wstring_view devices = L"\\\\.\\";
-  std::wstring full(32768, L'\0');  // the longest path that there is
+  // A device's full path is short, so one that does not fit is none; the call then gives the size that it
+  // needs.
+  std::array<wchar_t, MAX_PATH> full{};
   const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-  return std::wstring_view(full.data(), std::min<std::size_t>(length, full.size())).starts_with(devices);
+  return length < full.size() && std::wstring_view(full.data(), length).starts_with(devices);
 }
 
 // FILE_FLAG_BACKUP_SEMANTICS lets a directory be opened to be looked at, links followed.
