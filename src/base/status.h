@@ -8,6 +8,10 @@ namespace velmora {
 
 constexpr std::int32_t status_failed = static_cast<std::int32_t>(0x80004005u);            // E_FAIL
 constexpr std::int32_t status_invalid_argument = static_cast<std::int32_t>(0x80070057u);  // E_INVALIDARG
+constexpr std::int32_t status_unexpected = static_cast<std::int32_t>(0x8000FFFFu);        // E_UNEXPECTED
+constexpr std::int32_t status_out_of_memory = static_cast<std::int32_t>(0x8007000Eu);     // E_OUTOFMEMORY
+// ERROR_NOT_FOUND (1168) in this shape: there is no such endpoint.
+constexpr std::int32_t status_not_found = static_cast<std::int32_t>(0x80070490u);
 // ERROR_DATATYPE_MISMATCH (1804) in this shape: a registry value of the wrong type.
 constexpr std::int32_t status_wrong_type = static_cast<std::int32_t>(0x8007070Cu);
 

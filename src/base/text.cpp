@@ -10,7 +10,7 @@ constexpr char32_t replacement = 0xFFFD;
 
 struct Decoded {
   char32_t scalar;
-  std::size_t length;  // bytes consumed, 1..4
+  std::size_t length;  // bytes or units consumed, 1..4
   bool well_formed;
 };
 
@@ -86,6 +86,16 @@ void append_utf8(std::string& out, char32_t scalar) {
 bool is_high_surrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 bool is_low_surrogate(char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 
+// The same of UTF-16. An unpaired surrogate is consumed alone.
+Decoded decode_one(std::u16string_view text) {
+  const char16_t unit = text.front();
+  if (is_high_surrogate(unit) && text.size() > 1 && is_low_surrogate(text[1])) {
+    return {0x10000 + ((unit - 0xD800u) << 10) + (text[1] - 0xDC00u), 2, true};
+  }
+  if (is_high_surrogate(unit) || is_low_surrogate(unit)) return {replacement, 1, false};
+  return {unit, 1, true};
+}
+
 }  // namespace
 
 std::u16string wide_from_utf8_replacing(std::string_view text) {
@@ -114,21 +124,27 @@ std::optional<std::u16string> wide_from_utf8_strict(std::string_view text) {
 std::string utf8_from_wide_replacing(std::u16string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const char16_t unit = text[index];
-    if (is_high_surrogate(unit) && index + 1 < text.size() && is_low_surrogate(text[index + 1])) {
-      const char32_t high = unit - 0xD800u;
-      const char32_t low = text[index + 1] - 0xDC00u;
-      append_utf8(out, 0x10000 + (high << 10) + low);
-      ++index;
-    } else if (is_high_surrogate(unit) || is_low_surrogate(unit)) {
-      append_utf8(out, replacement);
-    } else {
-      append_utf8(out, unit);
-    }
+  while (!text.empty()) {
+    const Decoded decoded = decode_one(text);
+    append_utf8(out, decoded.scalar);
+    text.remove_prefix(decoded.length);
   }
   return out;
 }
+
+std::string utf8_from_wide(std::u16string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  while (!text.empty()) {
+    const Decoded decoded = decode_one(text);
+    if (!decoded.well_formed) return {};
+    append_utf8(out, decoded.scalar);
+    text.remove_prefix(decoded.length);
+  }
+  return out;
+}
+
+std::u16string wide_from_utf8(std::string_view text) { return wide_from_utf8_strict(text).value_or(u""); }
 
 std::u16string wide_from_signed_bytes(std::string_view bytes) {
   std::u16string out;

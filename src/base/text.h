@@ -19,6 +19,12 @@ namespace velmora {
 // and flags 0).
 [[nodiscard]] std::string utf8_from_wide_replacing(std::u16string_view text);
 
+// Text that goes out to clients and comes in from them: as the strict and well-formed conversions, but text
+// that does not convert is empty (WideCharToMultiByte with WC_ERR_INVALID_CHARS, MultiByteToWideChar with
+// MB_ERR_INVALID_CHARS). An unpaired surrogate does not convert.
+[[nodiscard]] std::string utf8_from_wide(std::u16string_view text);
+[[nodiscard]] std::u16string wide_from_utf8(std::string_view text);
+
 // One UTF-16 unit for each byte, the byte taken as signed and extended: 0x80 and above come out as 0xFF80
 // and above. The control map name is widened like this and its effect must follow; text that people read
 // never is.

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "http/json.h"
+#include "http/json_answer.h"
 
 namespace velmora {
 namespace {

@@ -171,21 +171,4 @@ std::optional<std::string_view> json_find_array(std::string_view body, std::stri
   return std::nullopt;
 }
 
-void append_number(std::string& out, float value) {
-  constexpr int significant_digits = 6;
-  std::array<char, 16> text;
-  if (std::isnan(value)) {
-    out += "nan";
-    return;
-  }
-  const auto end =
-      std::to_chars(text.begin(), text.end(), value, std::chars_format::general, significant_digits).ptr;
-  out.append(text.begin(), end);
-}
-
-void append_integer(std::string& out, std::int64_t value) {
-  std::array<char, 20> text;
-  out.append(text.begin(), std::to_chars(text.begin(), text.end(), value).ptr);
-}
-
 }  // namespace velmora

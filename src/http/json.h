@@ -1,4 +1,4 @@
-// Finding fields in JSON request bodies by text search, and writing numbers of answers. Pure.
+// Finding fields in JSON request bodies by text search. Pure.
 //
 // There is no JSON tree, and a real parser must not take its place: clients rely on what these accept. A key
 // is the first textual match of its quoted name, at any depth or inside a string; whatever stands between it
@@ -6,7 +6,6 @@
 // when the first match has a bad value. A missing key and a bad value are both "no value".
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,10 +26,5 @@ namespace velmora {
 // What stands between the next "[" behind the key and the bracket that balances it. Both bracket kinds are
 // counted together, and brackets inside strings count too. The view is into `body`.
 [[nodiscard]] std::optional<std::string_view> json_find_array(std::string_view body, std::string_view key);
-
-// Appends a number of an answer with 6 significant digits, as a stream of the standard library writes it by
-// default (printf's %g). What is no finite number goes out as inf, -inf and, whatever its sign, nan.
-void append_number(std::string& out, float value);
-void append_integer(std::string& out, std::int64_t value);
 
 }  // namespace velmora

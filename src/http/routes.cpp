@@ -3,6 +3,7 @@
 #include "capture/capture_routes.h"
 #include "effects/equalizer_routes.h"
 #include "effects/parameter_routes.h"
+#include "endpoints/endpoint_routes.h"
 #include "http/gate.h"
 #include "http/request.h"
 #include "http/response.h"
@@ -34,7 +35,8 @@ bool serve_page(const Socket& socket, const ApiRequest& request, std::string_vie
 }
 
 // The route chain, tried from the top. All of it stands behind the token.
-void dispatch(const Socket& socket, const ApiRequest& request, std::string_view path, ControlBridge& bridge) {
+void dispatch(const Socket& socket, const ApiRequest& request, std::string_view path, ServiceState& state) {
+  ControlBridge& bridge = state.bridge;
   const auto matches = [&](std::string_view method, std::string_view route) {
     return request.method == method && path == route;
   };
@@ -45,26 +47,31 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
   if (matches("POST", "/api/v1/debug/capture")) return post_capture(socket, request, bridge);
   if (matches("GET", "/api/v1/debug/capture/ready")) return get_capture_ready(socket);
   if (matches("GET", "/api/v1/debug/capture/download")) return get_capture_download(socket);
+  if (matches("GET", "/api/v1/devices")) return get_devices(socket, state.endpoints);
+  if (matches("PUT", "/api/v1/devices/render") || matches("PUT", "/api/v1/devices/capture")) {
+    return put_device(socket, request, path, state.endpoints);
+  }
+  if (matches("PUT", "/api/v1/render/volume")) return put_volume(socket, request, state.endpoints);
+  if (matches("PUT", "/api/v1/render/mute")) return put_mute(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/effects/footstep")) return put_footstep(socket, request, bridge);
   write_not_found(socket);
 }
 
 }  // namespace
 
-void handle_connection(const Socket& socket, std::uint16_t port, std::string_view session_token,
-                       const UiPages& pages, ControlBridge& bridge) {
+void handle_connection(const Socket& socket, ServiceState& state) {
   ApiRequest request;
   if (!read_request(socket, request)) return write_error(socket, 400, "Bad Request", "invalid request");
-  if (!host_allowed(request, port) || !origin_allowed(request, port)) {
+  if (!host_allowed(request, state.port) || !origin_allowed(request, state.port)) {
     return write_error(socket, 403, "Forbidden", "invalid local origin");
   }
   const std::string_view path = path_of(request);
-  if (serve_page(socket, request, path, pages)) return;
+  if (serve_page(socket, request, path, state.pages)) return;
   if (!path.starts_with("/api/")) return write_not_found(socket);
-  if (!token_allowed(request, session_token)) {
+  if (!token_allowed(request, state.session_token)) {
     return write_error(socket, 401, "Unauthorized", "missing or invalid session token");
   }
-  dispatch(socket, request, path, bridge);
+  dispatch(socket, request, path, state);
 }
 
 }  // namespace velmora

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 #include <string>
-#include <string_view>
 
 #include "bridge/mapping.h"
+#include "endpoints/selection.h"
 #include "platform/sockets.h"
 
 namespace velmora {
@@ -18,10 +18,18 @@ struct UiPages {
   std::string help;
 };
 
+// What a running service answers from. It lives from the start to the end of the loop.
+struct ServiceState {
+  std::uint16_t port = 0;
+  std::string session_token;
+  UiPages pages;
+  ControlBridge bridge;
+  EndpointController endpoints;
+};
+
 // Reads one request from the connected socket and writes exactly one response. It never closes the socket.
 // The checks come in a fixed order: the request is whole, its Host and Origin are local, it is a page, it is
 // below /api/, it has the session token, a route takes it.
-void handle_connection(const Socket& socket, std::uint16_t port, std::string_view session_token,
-                       const UiPages& pages, ControlBridge& bridge);
+void handle_connection(const Socket& socket, ServiceState& state);
 
 }  // namespace velmora

@@ -58,8 +58,12 @@ std::string to_lower_copy(std::string_view text) {
 std::string json_escape(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  for (const char byte : text) append_json_escaped(out, byte);
+  append_escaped(out, text);
   return out;
+}
+
+void append_escaped(std::string& out, std::string_view text) {
+  for (const char byte : text) append_json_escaped(out, byte);
 }
 
 std::string url_decode(std::string_view text) {

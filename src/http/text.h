@@ -19,6 +19,8 @@ namespace velmora {
 // `text` in a form that can stand between double quotes in JSON. UTF-8 and 0x7F pass as they are, and so
 // does the slash.
 [[nodiscard]] std::string json_escape(std::string_view text);
+// The same, appended to `out`.
+void append_escaped(std::string& out, std::string_view text);
 
 // Percent-decoding with `+` as a blank, also in a path. A `%` without two hexadecimal digits behind it stays
 // as it is.

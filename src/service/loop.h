@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <string_view>
 
-#include "bridge/mapping.h"
 #include "http/routes.h"
 #include "platform/sockets.h"
 
@@ -16,7 +14,6 @@ inline constexpr std::int64_t select_timeout_us = 250'000;
 // Takes one connection at a time, from its first byte to its closing, until stop_requested is set. A
 // connection that cannot be had or that fails is passed over. A client that sends nothing holds the service
 // for as long as it stays.
-void serve_until_stopped(const Socket& listener, std::uint16_t port, std::string_view session_token,
-                         const UiPages& pages, ControlBridge& bridge);
+void serve_until_stopped(const Socket& listener, ServiceState& state);
 
 }  // namespace velmora

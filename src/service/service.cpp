@@ -26,9 +26,7 @@ constexpr int error_address_in_use = 10048;  // WSAEADDRINUSE, winsock2.h
 // What a running service has, in the order in which it is had.
 struct Service {
   const Options& options;
-  UiPages pages;
-  std::string session_token;
-  ControlBridge bridge;
+  ServiceState state;
 };
 
 // A path as messages show it: in double quotes, with a backslash in front of each backslash and double quote.
@@ -49,7 +47,7 @@ std::string hexadecimal(std::uint32_t value) {
 
 std::string page_address(const Service& service, std::string_view path) {
   return "http://127.0.0.1:" + std::to_string(service.options.port) + std::string(path) +
-         "?token=" + service.session_token;
+         "?token=" + service.state.session_token;
 }
 
 bool read_machine() {
@@ -60,25 +58,25 @@ bool read_machine() {
 }
 
 bool load_pages(Service& service) {
-  if (const auto unreadable = read_pages(service.options.web_root, service.pages)) {
+  if (const auto unreadable = read_pages(service.options.web_root, service.state.pages)) {
     write_standard_error("Unable to read " + quoted(*unreadable) + '\n');
     return false;
   }
   std::tm local_time{};
-  stamp_pages(service.pages, read_local_time(local_time) ? format_ui_stamp(local_time) : std::string());
+  stamp_pages(service.state.pages, read_local_time(local_time) ? format_ui_stamp(local_time) : std::string());
   return true;
 }
 
 bool choose_token(Service& service) {
-  service.session_token = service.options.token ? *service.options.token : generate_session_token();
-  if (!service.session_token.empty()) return true;
+  service.state.session_token = service.options.token ? *service.options.token : generate_session_token();
+  if (!service.state.session_token.empty()) return true;
   write_standard_error("Unable to generate a session token\n");
   return false;
 }
 
 bool create_bridge(Service& service) {
   std::string message;
-  if (service.bridge.create(wide_from_signed_bytes(service.options.control_map), message)) return true;
+  if (service.state.bridge.create(wide_from_signed_bytes(service.options.control_map), message)) return true;
   write_standard_error("Unable to create shared control bridge: " + message + '\n');
   return false;
 }
@@ -131,7 +129,8 @@ ExitCode listen_and_serve(Service& service) {
   algorithm_version = probe_algorithm_version();
   write_standard_output(banner_of(service));
   if (service.options.open_browser) show_in_browser(service);
-  serve_until_stopped(listener, port, service.session_token, service.pages, service.bridge);
+  service.state.port = port;
+  serve_until_stopped(listener, service.state);
   return ExitCode::done;
 }
 
@@ -159,7 +158,7 @@ ExitCode run_with_com(Service& service) {
 ExitCode run_service(const Options& options) {
   capture_directory_override = options.capture_directory;
   preset_directory_override = options.preset_directory;
-  Service service{options, {}, {}, {}};
+  Service service{options, {}};
   if (!read_machine()) return ExitCode::machine_unreadable;
   if (!load_pages(service)) return ExitCode::page_unreadable;
   if (!choose_token(service)) return ExitCode::no_token;

@@ -6,9 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "base/status.h"
+#include "platform/audio_endpoints.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/processes.h"
 #include "platform/registry.h"
 #include "platform/shared_memory.h"
 #include "platform/sockets.h"
@@ -213,7 +216,7 @@ TEST_F(StandinFaults, LetAnotherProgramChangeTheRegistryBeforeACall) {
   std::vector<std::string> seen;  // is still told of the keys when they are closed
   const RegistryKey parent = create(u"Parent");
   const RegistryKey key = create(u"Parent\\Key");
-  standin::system().before_registry_call = [&](const std::string& entry) {
+  standin::system().before_machine_call = [&](const std::string& entry) {
     seen.push_back(entry);
     if (entry != "RegQueryValueExW v") return;
     standin::RegistryTree& registry = standin::machine_state().registry;
@@ -262,6 +265,201 @@ TEST_F(StandinFaults, LeaveTheRegistryAsItWasWhenAChangeCannotBeKept) {
   EXPECT_EQ(query_registry_value(key, u"v", nullptr, 0).size, 3u);
   standin::system().registry_kept = true;
   EXPECT_EQ(delete_registry_key(parent, u"Key"), 0);
+}
+
+// The audio endpoints.
+
+const std::u16string speakers = u"{0.0.0.00000000}.{aa}";
+const std::string speakers_text = "{0.0.0.00000000}.{aa}";
+constexpr auto device_invalidated = static_cast<std::int32_t>(0x88890004u);
+
+void put_speakers() {
+  surroundings::ArrangedEndpoint endpoint{EndpointFlow::render, speakers, 1, true};
+  endpoint.name = u"Speakers";
+  endpoint.level = 0.5F;
+  endpoint.muted = true;
+  endpoint.peak = 0.25F;
+  endpoint.sessions = {{1, 1234}};
+  surroundings::put_endpoints({endpoint});
+}
+
+// One operation on the audio endpoints: its entry in the log, its answer, and whether it has done its work.
+struct AudioStep {
+  std::string entry;
+  std::int32_t status;
+  bool is_done;
+  bool operator==(const AudioStep&) const = default;
+};
+
+// Every operation once, each on what those before have handed out; what a fault has kept back is had anew.
+// The outputs of all start with what no operation gives here.
+std::vector<AudioStep> use_audio() {
+  put_speakers();
+  std::vector<AudioStep> steps;
+  const auto step = [&](std::string entry, std::int32_t status, auto is_done) {
+    steps.push_back({std::move(entry), status, is_done()});
+  };
+  DeviceEnumerator enumerator;
+  step("CoCreateInstance", create_device_enumerator(enumerator), [&] { return enumerator.is_open(); });
+  if (!enumerator.is_open()) {
+    EXPECT_EQ(create_device_enumerator(enumerator), 0);
+  }
+  AudioDevice device;
+  step("GetDefaultAudioEndpoint 0", get_default_device(enumerator, EndpointFlow::render, device),
+       [&] { return device.is_open(); });
+  device.close();
+  AudioDeviceList list;
+  std::uint32_t count = 77;
+  step("EnumAudioEndpoints 0", list_active_devices(enumerator, EndpointFlow::render, list, count),
+       [&] { return list.is_open() && count == 1; });
+  EXPECT_EQ(list.is_open(), count == 1);
+  if (!list.is_open()) {
+    EXPECT_EQ(list_active_devices(enumerator, EndpointFlow::render, list, count), 0);
+  }
+  step("Item 0", get_listed_device(list, 0, device), [&] { return device.is_open(); });
+  device.close();
+  step("GetDevice " + speakers_text, get_device(enumerator, speakers, device),
+       [&] { return device.is_open(); });
+  if (!device.is_open()) {
+    EXPECT_EQ(get_device(enumerator, speakers, device), 0);
+  }
+  std::u16string text = u"former";
+  step("GetId", get_device_id(device, text), [&] { return text != u"former"; });
+  text = u"former";
+  step("OpenPropertyStore " + speakers_text, read_endpoint_name(device, text),
+       [&] { return text != u"former"; });
+  float number = 77;
+  step("GetPeakValue " + speakers_text, read_peak_value(device, number), [&] { return number != 77; });
+  EndpointVolume volume;
+  step("Activate " + speakers_text, activate_volume(device, volume), [&] { return volume.is_open(); });
+  if (!volume.is_open()) {
+    EXPECT_EQ(activate_volume(device, volume), 0);
+  }
+  number = 77;
+  step("GetMasterVolumeLevelScalar " + speakers_text, get_volume_level(volume, number),
+       [&] { return number != 77; });
+  const standin::RegistryTree before = standin::machine_state().registry;
+  step("SetMasterVolumeLevelScalar " + speakers_text, set_volume_level(volume, 0.75F),
+       [&] { return !(standin::machine_state().registry == before); });
+  bool muted = false;
+  step("GetMute " + speakers_text, get_mute(volume, muted), [&] { return muted; });
+  const standin::RegistryTree audible = standin::machine_state().registry;
+  step("SetMute " + speakers_text, set_mute(volume, false),
+       [&] { return !(standin::machine_state().registry == audible); });
+  AudioSessionList sessions;
+  std::int32_t session_count = 77;
+  step("GetSessionEnumerator " + speakers_text, list_sessions(device, sessions, session_count),
+       [&] { return sessions.is_open() && session_count == 1; });
+  EXPECT_EQ(sessions.is_open(), session_count == 1);
+  if (!sessions.is_open()) {
+    EXPECT_EQ(list_sessions(device, sessions, session_count), 0);
+  }
+  AudioSession session{77, 77};
+  step("GetSession 0", read_session(sessions, 0, session),
+       [&] { return session.state != 77 || session.process_id != 77; });
+  return steps;
+}
+
+TEST_F(StandinFaults, TellEachOperationOnTheAudioEndpointsWithWhatItIsAbout) {
+  const auto steps = use_audio();
+  std::vector<std::string> seen;
+  for (const std::string& entry : standin::system().log) {
+    if (entry != "Release") seen.push_back(entry);
+  }
+  std::vector<std::string> expected;
+  for (const AudioStep& step : steps) {
+    SCOPED_TRACE(step.entry);
+    expected.push_back(step.entry);
+    EXPECT_EQ(step.status, 0);
+    EXPECT_TRUE(step.is_done);
+  }
+  EXPECT_EQ(seen, expected);
+  EXPECT_TRUE(standin::system().state.audio_objects.empty());
+}
+
+// A failure in place of the work leaves everything as it was; a success of another kind comes behind it.
+TEST_F(StandinFaults, AreTakenByEveryOperationOnTheAudioEndpointsByItsName) {
+  const auto usual = use_audio();
+  for (std::size_t index = 0; index < usual.size(); ++index) {
+    for (const std::int32_t fault : {status_failed, status_not_found, 1, 0x40005}) {
+      SCOPED_TRACE(usual[index].entry + " " + std::to_string(fault));
+      standin::reset();
+      const std::string operation = usual[index].entry.substr(0, usual[index].entry.find(' '));
+      standin::system().faults[operation] = {fault};
+      auto expected = usual;
+      expected[index].status = fault;
+      expected[index].is_done = fault >= 0;
+      EXPECT_TRUE(use_audio() == expected);
+      EXPECT_TRUE(standin::system().faults[operation].empty());
+      EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    }
+  }
+}
+
+TEST_F(StandinFaults, StayBehindTheFailureOfTheWorkItself) {
+  DeviceEnumerator enumerator;
+  ASSERT_EQ(create_device_enumerator(enumerator), 0);
+  standin::system().faults["GetDefaultAudioEndpoint"] = {1};
+  AudioDevice device;
+  EXPECT_EQ(get_default_device(enumerator, EndpointFlow::render, device), status_not_found);
+  EXPECT_FALSE(device.is_open());
+}
+
+TEST_F(StandinFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
+  put_speakers();
+  DeviceEnumerator enumerator;
+  AudioDevice device;
+  EndpointVolume volume;
+  AudioSessionList sessions;
+  std::int32_t count = 0;
+  ASSERT_EQ(create_device_enumerator(enumerator), 0);
+  ASSERT_EQ(get_device(enumerator, speakers, device), 0);
+  ASSERT_EQ(activate_volume(device, volume), 0);
+  ASSERT_EQ(list_sessions(device, sessions, count), 0);
+  standin::system().before_machine_call = [&](const std::string& entry) {
+    if (entry == "GetMute " + speakers_text) surroundings::put_endpoints({});
+  };
+  float number = 0;
+  bool muted = false;
+  EXPECT_EQ(get_volume_level(volume, number), 0);
+  EXPECT_EQ(get_mute(volume, muted), device_invalidated);
+  EXPECT_FALSE(muted);
+  // What has gone fails from now on, and nothing is made by setting.
+  const std::string before = told(standin::machine_state().registry);
+  EXPECT_EQ(get_volume_level(volume, number), device_invalidated);
+  EXPECT_EQ(set_volume_level(volume, 0.25F), device_invalidated);
+  EXPECT_EQ(set_mute(volume, true), device_invalidated);
+  EXPECT_EQ(read_peak_value(device, number), device_invalidated);
+  // A list of sessions is as it was when it was made.
+  AudioSession session;
+  EXPECT_EQ(read_session(sessions, 0, session), 0);
+  EXPECT_EQ(told(standin::machine_state().registry), before);
+  EXPECT_EQ(number, 0.5F);
+}
+
+TEST_F(StandinFaults, LeaveVolumeAndMuteAsTheyWereWhenAChangeCannotBeKept) {
+  put_speakers();
+  DeviceEnumerator enumerator;
+  AudioDevice device;
+  EndpointVolume volume;
+  ASSERT_EQ(create_device_enumerator(enumerator), 0);
+  ASSERT_EQ(get_device(enumerator, speakers, device), 0);
+  ASSERT_EQ(activate_volume(device, volume), 0);
+  const std::string before = told(standin::machine_state().registry);
+  standin::system().registry_kept = false;
+  constexpr auto not_kept = static_cast<std::int32_t>(0x800703F8u);
+  EXPECT_EQ(set_volume_level(volume, 0.25F), not_kept);
+  EXPECT_EQ(set_mute(volume, false), not_kept);
+  EXPECT_EQ(told(standin::machine_state().registry), before);
+  // What stands already wants no keeping.
+  EXPECT_EQ(set_mute(volume, true), 1);
+}
+
+TEST_F(StandinFaults, KeepTheProgramOfAProcessBack) {
+  standin::system().process_paths[1234] = u"C:\\player.exe";
+  standin::system().faults["QueryFullProcessImageNameW"] = {5};
+  EXPECT_EQ(process_image_path(1234), u"");
+  EXPECT_EQ(process_image_path(1234), u"C:\\player.exe");
 }
 
 TEST_F(StandinFaults, TellWhatIsWrongWithTheMachine) {

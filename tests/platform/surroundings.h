@@ -7,10 +7,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "platform/audio_endpoints.h"
 #include "platform/owner.h"
 #include "platform/registry.h"
 #include "platform/shared_memory.h"
@@ -136,6 +138,48 @@ struct GrantKind {
 // For as long as it is open, a key grants an access and no more, to whoever asks.
 using Grant = Owner<GrantKind>;
 [[nodiscard]] Grant grant(std::u16string_view path, std::uint32_t access);
+
+// Audio endpoints.
+
+// One endpoint as it is to be. An id begins with its flow: "{0.0.0.00000000}." render, "{0.0.1.00000000}."
+// capture.
+struct ArrangedEndpoint {
+  EndpointFlow flow = EndpointFlow::render;
+  std::u16string id;
+  std::uint32_t state = 1;                            // DEVICE_STATE_*, mmdeviceapi.h: 1 active
+  bool is_default = false;                            // of its flow, for every role
+  std::optional<std::u16string> name = std::nullopt;  // none: the property is missing
+  bool name_is_number = false;                        // the property is there and is no text
+  float level = 1;
+  bool muted = false;
+  float peak = 0;
+  std::vector<AudioSession> sessions = {};
+};
+
+// COM runs on this thread and the machine has no endpoint; and the end of both, which fails the test where an
+// interface is still held.
+void set_up_audio();
+void tear_down_audio();
+
+// These are the machine's endpoints, in this order, for enumerators that are made from now on.
+void put_endpoints(const std::vector<ArrangedEndpoint>& endpoints);
+
+// The interfaces that are held at the moment.
+[[nodiscard]] std::size_t held_audio_objects();
+
+// Processes.
+
+struct ChildProcessKind {
+  using Native = std::uint32_t;  // the process's id
+  static constexpr Native none = 0;
+  static void release(Native native) noexcept;  // ends it and waits until its id is free
+};
+using ChildProcess = Owner<ChildProcessKind>;
+
+// A process of another program than this one, which lives as long as its owner is open.
+[[nodiscard]] ChildProcess start_child();
+// The path of that program, as the system has it.
+[[nodiscard]] std::u16string child_program_path();
 
 // Whether Wine answers in place of Windows: where it departs from what Windows documents, tables have a
 // column for it.

@@ -23,6 +23,8 @@
 #include <optional>
 #include <sstream>
 
+#include "base/text.h"
+#include "platform/audio_in_memory.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/registry_in_memory.h"
@@ -30,6 +32,7 @@
 namespace velmora::surroundings {
 namespace {
 
+constexpr const char* child_program = "/bin/cat";
 constexpr std::array console_signals{SIGINT, SIGQUIT, SIGHUP, SIGTERM};
 
 struct State {
@@ -115,6 +118,7 @@ void set_up() {
   }
   sigaction(SIGPIPE, nullptr, &state().former_pipe_action);
   signal(SIGPIPE, SIG_DFL);
+  unsetenv("VELMORA_PROC");
 }
 
 void tear_down() {
@@ -320,6 +324,55 @@ void set_up_registry() {
 void tear_down_registry() {
   remove_scratch_key();
   EXPECT_EQ(load_machine(), "");
+}
+
+// The built-in machine again, with other endpoints.
+void set_up_audio() {
+  unsetenv("VELMORA_MACHINE");
+  ASSERT_EQ(load_machine(), "");
+  EXPECT_EQ(start_com(), 0);
+  put_endpoints({});
+}
+
+void tear_down_audio() {
+  EXPECT_EQ(held_audio_objects(), 0u);
+  stop_com();
+  EXPECT_EQ(load_machine(), "");
+}
+
+void ChildProcessKind::release(Native native) noexcept {
+  const auto child = static_cast<pid_t>(native);
+  close(state().children.at(native));
+  state().children.erase(native);
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+}
+
+// Reads until the parent closes its end of the pipe. The first pipe is closed by the start of the program
+// itself: only then has the process changed over to it.
+ChildProcess start_child() {
+  int started[2];
+  int kept[2];
+  EXPECT_EQ(pipe2(started, O_CLOEXEC), 0);
+  EXPECT_EQ(pipe2(kept, O_CLOEXEC), 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(kept[0], STDIN_FILENO);
+    execl(child_program, child_program, nullptr);
+    _exit(1);
+  }
+  close(started[1]);
+  close(kept[0]);
+  char nothing = 0;
+  EXPECT_EQ(read(started[0], &nothing, 1), 0);
+  close(started[0]);
+  state().children[static_cast<std::uintptr_t>(child)] = kept[1];
+  return ChildProcess(static_cast<std::uint32_t>(child));
+}
+
+std::u16string child_program_path() {
+  return wide_from_utf8(std::filesystem::canonical(child_program).string());
 }
 
 std::string library_path() {

@@ -6,6 +6,8 @@
 #include <map>
 #include <memory>
 
+#include "base/text.h"
+#include "platform/audio_in_memory.h"
 #include "platform/registry_in_memory.h"
 #include "platform/standin/system.h"
 
@@ -13,6 +15,7 @@ namespace velmora::surroundings {
 namespace {
 
 constexpr const char* scratch = "/scratch";
+constexpr std::uint32_t child_id = 4712;
 constexpr const char* probe_library = "/opt/velmora/library.dll";
 
 int answer() { return 42; }
@@ -42,6 +45,7 @@ void set_up() {
   machine.files[machine.module_path].bytes = "program";
   machine.libraries[probe_library].functions["velmora_contract_answer"] =
       reinterpret_cast<LibraryFunction>(answer);
+  machine.process_paths[own_process_id()] = wide_from_utf8(machine.module_path);
   const std::time_t now = std::time(nullptr);
   machine.local_time = *std::localtime(&now);
 }
@@ -167,6 +171,25 @@ void set_up_registry() {
 }
 
 void tear_down_registry() { remove_scratch_key(); }
+
+void set_up_audio() {
+  EXPECT_EQ(start_com(), 0);
+  put_endpoints({});
+}
+
+void tear_down_audio() {
+  EXPECT_EQ(held_audio_objects(), 0u);
+  stop_com();
+}
+
+void ChildProcessKind::release(Native native) noexcept { standin::system().process_paths.erase(native); }
+
+ChildProcess start_child() {
+  standin::system().process_paths[child_id] = child_program_path();
+  return ChildProcess(child_id);
+}
+
+std::u16string child_program_path() { return u"C:\\Program Files\\Player\\player.exe"; }
 
 std::string library_path() { return probe_library; }
 

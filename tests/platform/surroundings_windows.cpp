@@ -1,18 +1,23 @@
 // Round the Windows answer: Winsock, null security attributes, and an address scheme of our own that a
-// program of ours opens.
+// program of ours opens. One file because all of it is arranged and taken down in one state.
 #include "platform/surroundings.h"
 
 #include <winsock2.h>
 
+#include <mmdeviceapi.h>
 #include <windows.h>
 #include <winioctl.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 
+#include "audio/script.h"
+#include "audio/server.h"
 #include "platform/clock.h"
+#include "platform/machine.h"
 #include "platform/sockets.h"
 
 namespace velmora::surroundings {
@@ -21,6 +26,9 @@ namespace {
 struct State {
   std::string scratch;
   std::map<std::uintptr_t, std::wstring> grants;  // the keys that they are about
+  DWORD audio_class = 0;                          // its registration
+  audio_server::LiveCounts audio_before;
+  std::map<DWORD, HANDLE> children;
 };
 
 State& state() {
@@ -151,6 +159,28 @@ std::vector<std::u16string> enumerate_names(std::u16string_view path, Enumerate 
   }
   RegCloseKey(key);
   return names;
+}
+
+// A number as scripts have it.
+std::string real_text(float number) {
+  std::array<char, 32> digits{};
+  std::snprintf(digits.data(), digits.size(), "%.9g", static_cast<double>(number));
+  return digits.data();
+}
+
+std::string script_of(const ArrangedEndpoint& endpoint) {
+  const std::string flow = endpoint.flow == EndpointFlow::render ? "render " : "capture ";
+  const std::string id = audio_server::quoted(wide_of(endpoint.id));
+  std::string script = "endpoint " + flow + id + "\nstate " + std::to_string(endpoint.state) + "\n";
+  if (endpoint.name) script += "name " + audio_server::quoted(wide_of(*endpoint.name)) + "\n";
+  if (endpoint.name_is_number) script += "name-type " + std::to_string(VT_UI4) + "\n";
+  script += "level " + real_text(endpoint.level) + "\npeak " + real_text(endpoint.peak) + "\n";
+  script += endpoint.muted ? "muted 1\n" : "muted 0\n";
+  for (const AudioSession& session : endpoint.sessions) {
+    script += "session " + std::to_string(session.state) + " " + std::to_string(session.process_id) + "\n";
+  }
+  if (endpoint.is_default) script += "default " + flow + id + "\n";
+  return script;
 }
 
 std::string record_path() { return state().scratch + "\\browser-record"; }
@@ -405,6 +435,68 @@ Grant grant(std::u16string_view path, std::uint32_t access) {
   RegCloseKey(key);
   state().grants.emplace(++count, wide_of(path));
   return Grant(count);
+}
+
+// Our server answers in place of the system's own, in this process alone.
+void set_up_audio() {
+  ASSERT_GE(start_com(), 0);
+  ASSERT_EQ(CoRegisterClassObject(__uuidof(MMDeviceEnumerator), audio_server::class_factory(),
+                                  CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &state().audio_class),
+            S_OK);
+  state().audio_before = audio_server::live_counts();
+  put_endpoints({});
+}
+
+void tear_down_audio() {
+  EXPECT_EQ(audio_server::live_counts(), state().audio_before) << "something is held, or was released twice";
+  static_cast<void>(audio_server::take_log());
+  EXPECT_EQ(CoRevokeClassObject(state().audio_class), S_OK);
+  stop_com();
+}
+
+void put_endpoints(const std::vector<ArrangedEndpoint>& endpoints) {
+  std::string script;
+  for (const ArrangedEndpoint& endpoint : endpoints) script += script_of(endpoint);
+  audio_server::set_script(script);
+  audio_server::forget_changes();
+}
+
+std::size_t held_audio_objects() { return audio_server::live_counts().references; }
+
+void ChildProcessKind::release(Native native) noexcept {
+  const HANDLE process = state().children.at(native);
+  EXPECT_TRUE(TerminateProcess(process, 0));
+  EXPECT_EQ(WaitForSingleObject(process, 20'000), WAIT_OBJECT_0);
+  CloseHandle(process);
+  state().children.erase(native);
+  // Its end is told before the system has put the process away, which others may hold too.
+  constexpr std::int64_t limit_ns = 20'000'000'000;
+  const std::int64_t start = steady_now_ns();
+  while (steady_now_ns() - start < limit_ns) {
+    const HANDLE left = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, native);
+    if (left == nullptr) return;
+    CloseHandle(left);
+    sleep_ms(1);
+  }
+  ADD_FAILURE() << "the process does not go";
+}
+
+// It stays before its first step.
+ChildProcess start_child() {
+  std::wstring command = L"\"" + beside_program(L"velmora_contract_browser.exe") + L"\"";
+  STARTUPINFOW start{};
+  start.cb = sizeof start;
+  PROCESS_INFORMATION made{};
+  EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, CREATE_SUSPENDED, nullptr,
+                             nullptr, &start, &made));
+  CloseHandle(made.hThread);
+  state().children[made.dwProcessId] = made.hProcess;
+  return ChildProcess(made.dwProcessId);
+}
+
+std::u16string child_program_path() {
+  const std::wstring path = beside_program(L"velmora_contract_browser.exe");
+  return {path.begin(), path.end()};
 }
 
 bool runs_under_wine() {

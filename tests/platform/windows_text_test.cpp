@@ -23,11 +23,12 @@ std::optional<std::u16string> widened_by_system(std::string_view text, DWORD fla
   return std::u16string(wide.begin(), wide.begin() + length);
 }
 
-std::string narrowed_by_system(std::u16string_view text) {
+// Empty text where the system refuses to convert.
+std::string narrowed_by_system(std::u16string_view text, DWORD flags) {
   if (text.empty()) return {};
   const std::wstring wide(text.begin(), text.end());
   std::string narrow(text.size() * 3, '\0');
-  const int length = WideCharToMultiByte(CP_UTF8, 0, wide.data(), static_cast<int>(wide.size()),
+  const int length = WideCharToMultiByte(CP_UTF8, flags, wide.data(), static_cast<int>(wide.size()),
                                          narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
   return narrow.substr(0, static_cast<std::size_t>(length));
 }
@@ -92,6 +93,17 @@ bool wine_departs(std::string_view text) {
   return false;
 }
 
+// Both that refuse: one has no value and the other empty text.
+void compare_strict_widening(std::string_view text, Differences& differences) {
+  const auto strict = wide_from_utf8_strict(text);
+  const auto their_strict = widened_by_system(text, MB_ERR_INVALID_CHARS);
+  if (strict != their_strict) {
+    differences.add(hex(text) + ": strictly ours " + (strict ? hex(*strict) : "none") + ", the system's " +
+                    (their_strict ? hex(*their_strict) : "none"));
+  }
+  if (wide_from_utf8(text) != their_strict.value_or(u"")) differences.add(hex(text) + ": ours is not empty");
+}
+
 void compare_widening(std::string_view text, Differences& differences) {
   const std::u16string ours = wide_from_utf8_replacing(text);
   const auto theirs = widened_by_system(text, 0);
@@ -100,18 +112,18 @@ void compare_widening(std::string_view text, Differences& differences) {
   if ((theirs != ours) != departs) {
     differences.add(hex(text) + ": ours " + hex(ours) + ", the system's " + (theirs ? hex(*theirs) : "none"));
   }
-  const auto strict = wide_from_utf8_strict(text);
-  const auto their_strict = widened_by_system(text, MB_ERR_INVALID_CHARS);
-  if (strict != their_strict) {
-    differences.add(hex(text) + ": strictly ours " + (strict ? hex(*strict) : "none") + ", the system's " +
-                    (their_strict ? hex(*their_strict) : "none"));
-  }
+  compare_strict_widening(text, differences);
 }
 
 void compare_narrowing(std::u16string_view text, Differences& differences) {
   const std::string ours = utf8_from_wide_replacing(text);
-  const std::string theirs = narrowed_by_system(text);
+  const std::string theirs = narrowed_by_system(text, 0);
   if (ours != theirs) differences.add(hex(text) + ": ours " + hex(ours) + ", the system's " + hex(theirs));
+  const std::string strict = utf8_from_wide(text);
+  const std::string their_strict = narrowed_by_system(text, WC_ERR_INVALID_CHARS);
+  if (strict != their_strict) {
+    differences.add(hex(text) + ": strictly ours " + hex(strict) + ", the system's " + hex(their_strict));
+  }
 }
 
 // The bytes at which some rule begins or ends.
@@ -166,7 +178,7 @@ TEST(WindowsText, EveryScalarValueWidensAsTheSystemDoes) {
               static_cast<char16_t>(0xDC00 + (scalar & 0x3FF))};
     }
     const std::string narrow = utf8_from_wide_replacing(wide);
-    if (narrow != narrowed_by_system(wide)) differences.add(hex(wide) + " narrows differently");
+    compare_narrowing(wide, differences);
     if (wide_from_utf8_replacing(narrow) != wide) differences.add(hex(narrow) + " does not come back");
     compare_widening(narrow, differences);
   }
@@ -262,6 +274,71 @@ TEST(WindowsText, OverlongTruncatedAndTooLargeFormsWidenAsTheSystemDoes) {
     compare_widening(std::string(form) + std::string(form), differences);
   }
   EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+// A number in the form of so many bytes, whether it is the right form for it or not.
+std::string form_of(unsigned number, int bytes) {
+  const auto piece = [&](int shift) { return static_cast<char>(0x80 | ((number >> shift) & 0x3F)); };
+  if (bytes == 2) return {static_cast<char>(0xC0 | (number >> 6)), piece(0)};
+  if (bytes == 3) return {static_cast<char>(0xE0 | (number >> 12)), piece(6), piece(0)};
+  return {static_cast<char>(0xF0 | (number >> 18)), piece(12), piece(6), piece(0)};
+}
+
+TEST(WindowsText, EveryOverlongSurrogateAndTooLargeFormIsRefusedAsBySystem) {
+  Differences differences;
+  const auto compare = [&](const std::string& form) {
+    if (!wide_from_utf8(form).empty()) differences.add(hex(form) + " is taken");
+    compare_strict_widening(form, differences);
+  };
+  for (unsigned number = 0; number < 0x80; ++number) compare(form_of(number, 2));
+  for (unsigned number = 0; number < 0x800; ++number) compare(form_of(number, 3));
+  for (unsigned number = 0xD800; number < 0xE000; ++number) compare(form_of(number, 3));
+  for (unsigned number = 0; number < 0x10000; ++number) compare(form_of(number, 4));
+  for (unsigned number = 0x110000; number < 0x200000; number += 61) compare(form_of(number, 4));
+  compare(form_of(0x110000, 4));
+  compare(form_of(0x1FFFFF, 4));
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, EveryTruncatedFormIsRefusedAsBySystem) {
+  Differences differences;
+  const auto compare = [&](const std::string& form) {
+    for (std::size_t length = 1; length < form.size(); ++length) {
+      const std::string cut = form.substr(0, length);
+      for (const std::string& text : {cut, "a" + cut, cut + "z", cut + form, cut + std::string(1, '\0')}) {
+        if (!wide_from_utf8(text).empty()) differences.add(hex(text) + " is taken");
+        compare_strict_widening(text, differences);
+      }
+    }
+  };
+  for (unsigned number = 0x80; number < 0x800; number += 31) compare(form_of(number, 2));
+  for (unsigned number = 0x800; number < 0x10000; number += 61) {
+    if (number < 0xD800 || number > 0xDFFF) compare(form_of(number, 3));
+  }
+  for (unsigned number = 0x10000; number < 0x110000; number += 997) compare(form_of(number, 4));
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, EverySurrogateBesideEveryKindOfUnitNarrowsAsTheSystemDoes) {
+  const char16_t neighbours[] = {0x0000, 0x0041, 0x07FF, 0xD7FF, 0xD800,
+                                 0xDBFF, 0xDC00, 0xDFFF, 0xE000, 0xFFFF};
+  Differences differences;
+  for (unsigned unit = 0xD800; unit < 0xE000; ++unit) {
+    const char16_t surrogate = static_cast<char16_t>(unit);
+    for (const char16_t neighbour : neighbours) {
+      const char16_t units[3] = {surrogate, neighbour, surrogate};
+      compare_narrowing({units, 2}, differences);
+      compare_narrowing({units + 1, 2}, differences);
+      compare_narrowing({units, 3}, differences);
+    }
+  }
+  EXPECT_EQ(differences.count, 0u) << differences.first;
+}
+
+TEST(WindowsText, EmptyTextIsEmpty) {
+  // The system's functions refuse a length of 0; ours have nothing to convert.
+  EXPECT_EQ(utf8_from_wide(u""), "");
+  EXPECT_EQ(wide_from_utf8(""), u"");
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // The machine of a native program that has been given none: three audio endpoints, one of them with a
-// driver's effect in the legacy slot, and the services that audio needs.
+// driver's effect in the legacy slot and a session that plays, and the services that audio needs.
 #include "platform/standin/machine_state.h"
 
 namespace velmora::standin {
@@ -55,6 +55,22 @@ const std::string_view builtin_machine = R"machine(Windows Registry Editor Versi
 
 [HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion]
 "SystemRoot"="C:\\Windows"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn\Audio]
+"DefaultRender"="{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn\Audio\{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}]
+"Volume"="0.75"
+"Muted"=dword:00000000
+"Peak"="0.25"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn\Audio\{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}\Sessions]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn\Audio\{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}\Sessions\0]
+"State"=dword:00000001
+"ProcessId"=dword:00000000
 
 [HKEY_LOCAL_MACHINE\SYSTEM]
 

@@ -14,6 +14,7 @@
 #include <string>
 #include <variant>
 
+#include "base/status.h"
 #include "platform/machine.h"
 #include "platform/standin/machine_state.h"
 #include "platform/standin/registry_export.h"
@@ -22,7 +23,7 @@ namespace velmora {
 namespace standin {
 namespace {
 
-constexpr std::int64_t error_unreadable = 1016;  // ERROR_REGISTRY_IO_FAILED, winerror.h
+constexpr std::int32_t error_unreadable = 1016;  // ERROR_REGISTRY_IO_FAILED, winerror.h
 
 // What tells whether a file is still the one that we know.
 struct FileMark {
@@ -166,9 +167,10 @@ MachineState& machine_state() {
 }
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
-  // Only the registry stands in the file, and what is closed is closed whatever has become of it.
-  if (!operation.starts_with("Reg") || operation == "RegCloseKey") return 0;
-  return follow_file() ? 0 : error_unreadable;
+  // What is closed is closed, whatever has become of the file.
+  if (operation == "RegCloseKey" || operation == "Release" || operation == "StringFromGUID2") return 0;
+  if (follow_file()) return 0;
+  return operation.starts_with("Reg") ? error_unreadable : hresult_from_win32(error_unreadable);
 }
 
 void RegistryChangeKind::release(Native native) noexcept { ::close(native); }

@@ -7,7 +7,9 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "platform/audio_endpoints.h"
 #include "platform/owner.h"
 #include "platform/standin/registry_tree.h"
 
@@ -20,16 +22,27 @@ struct OpenKey {
   bool deleted = false;  // the key has gone since; another may stand in its place
 };
 
+// An interface of the audio endpoints that somebody holds.
+struct AudioObject {
+  std::u16string id;  // of the endpoint that it belongs to; empty for an enumerator or a list
+  std::vector<std::u16string> listed;  // of a list: the ids in it
+  std::vector<AudioSession> sessions;  // of a list of sessions, as they were when it was made
+};
+
 struct MachineState {
   RegistryTree registry;
   std::map<std::uintptr_t, OpenKey> open_keys;
   std::uintptr_t next_key = 1;
+  std::map<std::uintptr_t, AudioObject> audio_objects;
+  std::uintptr_t next_audio_object = 1;
 };
 
 [[nodiscard]] MachineState& machine_state();
 
-// Tells of a call before it is carried out. `subject` is what it is about: a path or a value's name. A result
-// other than 0 is what the call has to answer in place of its work.
+// Tells of a call before it is carried out. `subject` is what it is about: a path, a value's name, an
+// endpoint. A result other than 0 is what the call has to answer in place of its work, in the call's own
+// words: an error of the registry, a status of the audio endpoints (of which a positive one comes behind the
+// work).
 [[nodiscard]] std::int64_t enter(std::string_view operation, std::u16string_view subject);
 
 struct RegistryChangeKind {
@@ -45,6 +58,10 @@ using RegistryChange = Owner<RegistryChangeKind>;
 // The registry has been changed and is to be kept. False when that cannot be done: the caller takes the
 // change back.
 [[nodiscard]] bool keep_registry();
+
+// Keeps the changed registry, or puts back the one from before: 0, or ERROR_REGISTRY_IO_FAILED (1016,
+// winerror.h).
+[[nodiscard]] std::int32_t keep_or_undo(RegistryTree before);
 
 // The key that says what opens for less than everything: its values are named by paths under
 // HKEY_LOCAL_MACHINE and give (REG_DWORD) the access that is granted to each key and what lies below it. The

@@ -96,13 +96,6 @@ KeyAccess reach_key(const RegistryKey& handle, std::uint32_t access) {
   return {key, 0};
 }
 
-// Keeps the changed registry, or puts back the one from before.
-std::int32_t keep_or_undo(standin::RegistryTree before) {
-  if (standin::keep_registry()) return 0;
-  standin::machine_state().registry = std::move(before);
-  return error_not_kept;
-}
-
 std::u16string_view units_of(const std::string& bytes, std::u16string& storage) {
   storage.resize(bytes.size() / sizeof(char16_t));
   std::memcpy(storage.data(), bytes.data(), storage.size() * sizeof(char16_t));
@@ -188,6 +181,12 @@ RegistryQuery fail_reading(void* buffer, std::uint32_t capacity, RegistryQuery f
 
 }  // namespace
 
+std::int32_t standin::keep_or_undo(RegistryTree before) {
+  if (keep_registry()) return 0;
+  machine_state().registry = std::move(before);
+  return error_not_kept;
+}
+
 void RegistryKeyKind::release(Native native) noexcept {
   standin::MachineState& machine = standin::machine_state();
   static_cast<void>(standin::enter("RegCloseKey", machine.open_keys.at(native).path));
@@ -214,7 +213,7 @@ std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access,
   if (!exists) {
     standin::RegistryTree before = registry;
     standin::make_key(registry, full);
-    if (const std::int32_t error = keep_or_undo(std::move(before))) return error;
+    if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
   }
   out = hold_key(std::move(full), access);
   return 0;
@@ -272,7 +271,7 @@ std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name
   if (reached.error != 0) return reached.error;
   standin::RegistryTree before = standin::machine_state().registry;
   standin::put_value(*reached.key, name, type, {static_cast<const char*>(data), size});
-  return keep_or_undo(std::move(before));
+  return standin::keep_or_undo(std::move(before));
 }
 
 std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view name) {
@@ -282,7 +281,7 @@ std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view n
   if (reached.error != 0) return reached.error;
   standin::RegistryTree before = standin::machine_state().registry;
   if (!standin::remove_value(*reached.key, name)) return error_missing;
-  return keep_or_undo(std::move(before));
+  return standin::keep_or_undo(std::move(before));
 }
 
 std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view name) {
@@ -297,7 +296,7 @@ std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view 
   if (!key->keys.empty() || !is_granted(machine.registry, path, right_to_delete)) return error_denied;
   standin::RegistryTree before = machine.registry;
   standin::remove_key(machine.registry, path);
-  if (const std::int32_t error = keep_or_undo(std::move(before))) return error;
+  if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
   for (auto& [number, open] : machine.open_keys) {
     if (standin::same_name(open.path, path)) open.deleted = true;
   }

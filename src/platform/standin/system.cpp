@@ -36,7 +36,7 @@ std::int64_t enter(std::string_view operation, std::u16string_view subject) {
   std::string entry(operation);
   if (!subject.empty()) entry.append(" ").append(utf8_from_wide_replacing(subject));
   system().log.push_back(entry);
-  if (system().before_registry_call) system().before_registry_call(entry);
+  if (system().before_machine_call) system().before_machine_call(entry);
   return take_fault(operation);
 }
 

@@ -68,17 +68,18 @@ struct CallFault {
 };
 
 struct System {
-  // Every operation by name, in order of the calls; those on the registry with a blank and what they are
-  // about (a path, a value's name, or both). Sleeps and receives are not told here.
+  // Every operation by name, in order of the calls; those on the machine that Linux lacks with a blank and
+  // what they are about (a path, a value's name, or both; an endpoint's id; a number). Sleeps and receives
+  // are not told here.
   std::vector<std::string> log;
   // For an operation's name, what its next calls answer instead of their work, in order: an error number, or
-  // 0 to let that call pass.
+  // 0 to let that call pass. A positive status of the audio endpoints is a success and comes behind the work.
   std::map<std::string, std::deque<std::int64_t>> faults;
   // One call by its place in the log, counted from 1, and what it answers instead of its work.
   std::optional<CallFault> fault_at;
-  // Called before each operation on the registry with its entry in the log: another program may change things
-  // then.
-  std::function<void(const std::string& entry)> before_registry_call;
+  // Called before each operation on the machine that Linux lacks with its entry in the log: another program
+  // may change things then.
+  std::function<void(const std::string& entry)> before_machine_call;
   // The registry and what is open of it.
   MachineState state;
   bool registry_kept = true;    // false: changes cannot be kept
@@ -106,6 +107,7 @@ struct System {
 
   std::string module_path = "/opt/velmora/velmora_control_demo";
   std::map<std::string, Library> libraries;
+  std::map<std::uint32_t, std::u16string> process_paths;  // of the processes that may be asked, by their ids
   std::int32_t com_result = 0;
   int com_started = 0;
   bool random_available = true;

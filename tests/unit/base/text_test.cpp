@@ -61,7 +61,9 @@ TEST(Text, WidensWellFormedUtf8InBothModes) {
     const ExactBlock block(row.utf8);
     EXPECT_EQ(wide_from_utf8_replacing(block.view()), row.wide);
     EXPECT_EQ(wide_from_utf8_strict(block.view()), row.wide);
+    EXPECT_EQ(wide_from_utf8(block.view()), row.wide);
     EXPECT_EQ(utf8_from_wide_replacing(row.wide), row.utf8);
+    EXPECT_EQ(utf8_from_wide(row.wide), row.utf8);
   }
 }
 
@@ -86,6 +88,8 @@ TEST(Text, CarriesEveryUnicodeScalarThereAndBack) {
     }
     const std::string utf8 = utf8_from_wide_replacing(wide);
     ASSERT_EQ(wide_from_utf8_strict(utf8), wide) << static_cast<std::uint32_t>(scalar);
+    ASSERT_EQ(utf8_from_wide(wide), utf8) << static_cast<std::uint32_t>(scalar);
+    ASSERT_EQ(wide_from_utf8(utf8), wide) << static_cast<std::uint32_t>(scalar);
   }
 }
 
@@ -157,6 +161,81 @@ TEST(Text, ComesBackFromWideTextAsItWasWhereItIsAscii) {
   for (char byte = 0; byte < 127; ++byte) ascii.push_back(byte);
   EXPECT_EQ(ascii_from_wide(wide_from_ascii(ascii)), ascii);
   EXPECT_EQ(ascii_from_wide(wide_from_ascii("a\xE9z")), "a?z");
+}
+
+TEST(Text, IsEmptyWhereIllFormedUtf8IsWidened) {
+  for (const Pair& row : ill_formed) {
+    SCOPED_TRACE(::testing::PrintToString(row.utf8));
+    for (const std::string& text :
+         {row.utf8, "in front" + row.utf8, row.utf8 + "behind", row.utf8 + row.utf8, "\0"s + row.utf8}) {
+      const ExactBlock block(text);
+      EXPECT_EQ(wide_from_utf8(block.view()), u"");
+    }
+  }
+}
+
+TEST(Text, IsEmptyWhereAnySurrogateOrOverlongFormIsWidened) {
+  for (char32_t scalar = 0; scalar < 0x10000; ++scalar) {
+    const auto piece = [&](unsigned shift, unsigned mark) {
+      return static_cast<char>(mark | (static_cast<unsigned>(scalar) >> shift & 0x3Fu));
+    };
+    const std::string two = {static_cast<char>(0xC0 | scalar >> 6), piece(0, 0x80)};
+    const std::string three = {static_cast<char>(0xE0 | scalar >> 12), piece(6, 0x80), piece(0, 0x80)};
+    const std::string four = {'\xF0', piece(12, 0x80), piece(6, 0x80), piece(0, 0x80)};
+    const bool surrogate = scalar >= 0xD800 && scalar < 0xE000;
+    if (scalar < 0x80) {
+      ASSERT_EQ(wide_from_utf8(two), u"") << static_cast<std::uint32_t>(scalar);
+    }
+    if (scalar < 0x800 || surrogate) {
+      ASSERT_EQ(wide_from_utf8(three), u"") << static_cast<std::uint32_t>(scalar);
+    }
+    ASSERT_EQ(wide_from_utf8(four), u"") << static_cast<std::uint32_t>(scalar);
+  }
+}
+
+TEST(Text, IsEmptyWhereAnUnpairedSurrogateIsNarrowed) {
+  const std::u16string rows[] = {
+      u"\xD800",
+      u"\xDBFF",
+      u"\xDC00",
+      u"\xDFFF",
+      u"a\xD800",
+      u"a\xDC00",
+      u"\xD800z",
+      u"\xDC00z",
+      u"a\xDBFFz",
+      u"a\xDFFFz",
+      u"\xDC00\xD800",
+      u"\xD800\xD800",
+      u"\xDC00\xDC00",
+      u"\xD83D\xDE00\xD83D",
+      u"\xD83D\xDE00\xDE00",
+      u"\xD83D\xD83D\xDE00",
+      u"\xD800\xE000",
+      u"\xD800\xD7FF",
+      std::u16string(u"\xD800\0", 2),
+      std::u16string(u"\0\xDC00", 2),
+  };
+  for (const std::u16string& text : rows) {
+    SCOPED_TRACE(::testing::PrintToString(text));
+    EXPECT_EQ(utf8_from_wide(text), "");
+  }
+  for (char32_t unit = 0xD800; unit < 0xE000; ++unit) {
+    ASSERT_EQ(utf8_from_wide(std::u16string(1, static_cast<char16_t>(unit))), "");
+  }
+}
+
+TEST(Text, KeepsNulAndEveryLengthOnItsWayToClientsAndBack) {
+  EXPECT_EQ(utf8_from_wide(std::u16string(u"\0a\0", 3)), "\0a\0"s);
+  EXPECT_EQ(wide_from_utf8("\0a\0"s), std::u16string(u"\0a\0", 3));
+  EXPECT_EQ(utf8_from_wide(u"\xFEFFx"), "\xEF\xBB\xBFx");
+  EXPECT_EQ(wide_from_utf8("\xEF\xBB\xBFx"), u"\xFEFFx");
+  for (const std::size_t length : {1u, 259u, 65536u}) {
+    EXPECT_EQ(utf8_from_wide(std::u16string(length, u'\xFFFD')).size(), 3 * length);
+    EXPECT_EQ(wide_from_utf8(std::string(length, 'x')), std::u16string(length, u'x'));
+    EXPECT_EQ(wide_from_utf8(std::string(length, 'x') + "\x80"), u"");
+    EXPECT_EQ(utf8_from_wide(std::u16string(length, u'x') + u"\xD800"), "");
+  }
 }
 
 }  // namespace

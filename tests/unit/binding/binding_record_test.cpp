@@ -183,7 +183,7 @@ TEST_F(BindingRecord, ReplacesWhatStoodThere) {
 
 TEST_F(BindingRecord, AsksForNoMoreAccessThanItNeeds) {
   std::vector<std::uint32_t> accesses;
-  standin::system().before_registry_call = [&](const std::string& entry) {
+  standin::system().before_machine_call = [&](const std::string& entry) {
     if (entry.rfind("RegCloseKey", 0) != 0) return;
     accesses.push_back(standin::system().state.open_keys.begin()->second.access);
   };

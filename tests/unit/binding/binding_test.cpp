@@ -47,7 +47,7 @@ class Binding : public FreshMachine {
   static bool is_bound() { return look().bound; }
   // Does something once, right before the so-manieth call of this short name.
   static void before_call(const std::string& name, int number, std::function<void()> act) {
-    standin::system().before_registry_call = [name, number, act = std::move(act)](const std::string&) {
+    standin::system().before_machine_call = [name, number, act = std::move(act)](const std::string&) {
       const std::vector<std::string> so_far = calls();
       if (so_far.back() == name && std::count(so_far.begin(), so_far.end(), name) == number) act();
     };
@@ -273,7 +273,7 @@ TEST_F(Binding, TellsAMissingKeyAndARefusedOneAlikeAndMakesNone) {
 TEST_F(Binding, AsksForQueryAndSetToChangeAndForQueryToLook) {
   set_up(Words{.chain = "F"});
   std::vector<std::uint32_t> accesses;
-  standin::system().before_registry_call = [&](const std::string& entry) {
+  standin::system().before_machine_call = [&](const std::string& entry) {
     if (entry != "RegCloseKey HKEY_LOCAL_MACHINE\\" + fx_path()) return;
     for (const auto& [number, key] : standin::system().state.open_keys) accesses.push_back(key.access);
   };
@@ -514,7 +514,7 @@ TEST_F(Binding, TellsThatTheChainDidNotKeepTheChange) {
   EXPECT_EQ(calls().back(), "close fx");
   EXPECT_EQ(present_lines(), lines_of(stored({.chain = "a", .added = "1", .moved = "M"})));
   // The record is still there, so that the next unbind can do it all.
-  standin::system().before_registry_call = nullptr;
+  standin::system().before_machine_call = nullptr;
   EXPECT_EQ(unbind(), (Told{0, unbound_with_restore}));
   EXPECT_EQ(present_lines(), expected_lines({.moved = "M"}, {.slot = "M"}));
 }

@@ -70,7 +70,7 @@ class EndpointValues : public FreshMachine {
   }
   // Does something right before the call of this number (from 1).
   static void before_call(std::size_t number, std::function<void()> act) {
-    standin::system().before_registry_call = [number, act = std::move(act)](const std::string&) {
+    standin::system().before_machine_call = [number, act = std::move(act)](const std::string&) {
       if (standin::system().log.size() == number) act();
     };
   }

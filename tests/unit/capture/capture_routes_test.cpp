@@ -211,7 +211,7 @@ TEST_F(CaptureRoutes, RemoveTheFormerFilesForAnExport) {
 TEST_F(CaptureRoutes, RemoveTheFormerFilesBeforeTheyPublishTheExport) {
   capture_directory_override.clear();
   std::uint64_t word_at_removal = 77;
-  standin::system().before_registry_call = [&](const std::string&) {
+  standin::system().before_machine_call = [&](const std::string&) {
     word_at_removal = record()[capture_word];
   };
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);

@@ -1,3 +1,5 @@
+// One file because the chain of routes is one: what a request reaches depends on all that stands in front of
+// it.
 #include "http/routes.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +9,8 @@
 
 #include "capture/capture_directory.h"
 #include "effects/preset_directory.h"
+#include "unit/endpoints/support/audio_machine.h"
+#include "unit/endpoints/support/expected_inventory.h"
 #include "unit/support/eq_body.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"
@@ -28,6 +32,9 @@ class Routes : public FreshMachine {
     FreshMachine::SetUp();
     std::string message;
     ASSERT_TRUE(bridge_.create(u"Local\\routes", message)) << message;
+    state_.port = port;
+    state_.session_token = token;
+    state_.pages = pages;
   }
   void TearDown() override {
     bridge_.close();
@@ -40,7 +47,7 @@ class Routes : public FreshMachine {
   std::string answer(const std::string& bytes) {
     const Accepted accepted = accept_client({bytes});
     accepted.client->client_done = true;
-    handle_connection(accepted.socket, port, token, pages, bridge_);
+    handle_connection(accepted.socket, state_);
     EXPECT_TRUE(accepted.socket.is_open());
     EXPECT_FALSE(accepted.client->shut_down);
     return accepted.client->from_service;
@@ -51,7 +58,8 @@ class Routes : public FreshMachine {
                   "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body);
   }
 
-  ControlBridge bridge_;
+  ServiceState state_;
+  ControlBridge& bridge_ = state_.bridge;
 };
 
 const std::string bad_request = expected_error("400 Bad Request", "invalid request");
@@ -244,14 +252,15 @@ TEST_F(Routes, AnswerOneRequestAndReadNoSecond) {
 TEST_F(Routes, EndInSilenceWhenThePeerHasGone) {
   const Accepted accepted = accept_client({});
   accepted.client->client_gone = true;
-  handle_connection(accepted.socket, port, token, pages, bridge_);
+  handle_connection(accepted.socket, state_);
   EXPECT_EQ(accepted.client->from_service, "");
   EXPECT_EQ(calls_of("send"), 1);
 }
 
 TEST_F(Routes, UseThePortThatTheyAreGiven) {
   const Accepted accepted = accept_client({"GET / HTTP/1.1\r\nHost: localhost:80\r\n\r\n"});
-  handle_connection(accepted.socket, 80, token, pages, bridge_);
+  state_.port = 80;
+  handle_connection(accepted.socket, state_);
   EXPECT_EQ(accepted.client->from_service, index_page);
 }
 
@@ -393,6 +402,137 @@ TEST_F(Routes, DemandTheTokenForTheEqualizerThePresetsAndTheCaptures) {
   EXPECT_TRUE(standin::system().files.empty());
   EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
   EXPECT_EQ(calls_of("RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)"), 0);
+}
+
+const std::string devices_path = "/api/v1/devices";
+const std::string volume_path = "/api/v1/render/volume";
+const std::string mute_path = "/api/v1/render/mute";
+// A body that every route of the endpoints takes.
+const std::string endpoint_body =
+    R"({"endpoint_id":"{0.0.0.00000000}.{feab839f-3407-471a-aa45-bcd41f1bb5f6}","volume":0.5,"muted":true})";
+
+TEST_F(Routes, ReachEachRouteOfTheEndpointsByItsMethodAndPath) {
+  audio::put_usual_machine();
+  audio::ExpectedInventory expected = audio::usual_inventory();
+  const auto list = [&] {
+    return expected_response("200 OK", "application/json; charset=utf-8", audio::json_of(expected));
+  };
+  EXPECT_EQ(answer("GET " + devices_path, local_host + token_line), list());
+  EXPECT_EQ(answer("PUT " + devices_path + "/render", local_host + token_line, endpoint_body), expected_ok());
+  EXPECT_EQ(state_.endpoints.selected_render_id, audio::speakers_id);
+  EXPECT_EQ(state_.endpoints.selected_capture_id, u"");
+  EXPECT_EQ(answer("PUT " + devices_path + "/capture?/render", local_host + token_line,
+                   R"({"endpoint_id":"{0.0.1.00000000}.{bbbbbbbb-0000-1111-2222-333344445555}"})"),
+            expected_ok());
+  EXPECT_EQ(state_.endpoints.selected_render_id, audio::speakers_id);
+  EXPECT_EQ(state_.endpoints.selected_capture_id, audio::line_in_id);
+  expected.chosen_id[0] = audio::narrow(audio::speakers_id);
+  expected.chosen_id[1] = audio::narrow(audio::line_in_id);
+  EXPECT_EQ(answer("GET " + devices_path + "?x=y", local_host + token_line), list());
+
+  EXPECT_EQ(answer("PUT " + volume_path, local_host + token_line, endpoint_body), expected_ok());
+  EXPECT_EQ(audio::volume_text(audio::speakers_id), "0.5");
+  EXPECT_EQ(audio::mute_value(audio::speakers_id), std::nullopt);
+  EXPECT_EQ(answer("PUT " + mute_path + "?x", local_host + token_line, endpoint_body), expected_ok());
+  EXPECT_EQ(audio::mute_value(audio::speakers_id), true);
+  EXPECT_EQ(audio::volume_text(audio::headphones_id), "");
+  EXPECT_EQ(audio::mute_value(audio::headphones_id), std::nullopt);
+}
+
+TEST_F(Routes, GiveTheRefusalsOfTheEndpoints) {
+  const struct {
+    std::string method_and_target;
+    std::string body;
+    std::string answer;
+  } rows[] = {
+      {"PUT " + devices_path + "/render?endpoint_id=a", "{}",
+       expected_error("400 Bad Request", "endpoint_id must be a non-empty string")},
+      {"PUT " + devices_path + "/capture", R"({"endpoint_id":""})",
+       expected_error("400 Bad Request", "endpoint_id must be a non-empty string")},
+      {"PUT " + devices_path + "/capture", endpoint_body,
+       expected_error("404 Not Found", "active endpoint not found for this direction")},
+      {"PUT " + devices_path + "/render", "{\"endpoint_id\":\"\xFF\"}",
+       expected_error("503 Service Unavailable", "Windows endpoint selection failed")},
+      {"PUT " + volume_path, R"({"volume":"0.5"})",
+       expected_error("400 Bad Request", "volume must be between 0 and 1")},
+      {"PUT " + volume_path, endpoint_body,
+       expected_error("503 Service Unavailable", "Windows endpoint volume update failed")},
+      {"PUT " + mute_path, R"({"muted":1})", expected_error("400 Bad Request", "muted must be a boolean")},
+      {"PUT " + mute_path, endpoint_body,
+       expected_error("503 Service Unavailable", "Windows endpoint mute update failed")},
+  };
+  audio::put_usual_machine();
+  state_.endpoints.selected_render_id = u"{0.0.0.00000000}.{gone}";
+  for (const auto& row : rows) {
+    EXPECT_EQ(answer(row.method_and_target, local_host + token_line, row.body), row.answer)
+        << row.method_and_target;
+  }
+}
+
+TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEndpoints) {
+  audio::put_usual_machine();
+  const standin::RegistryTree before = standin::system().state.registry;
+  const struct {
+    std::string path;
+    std::string known;
+  } rows[] = {
+      {devices_path, "GET"},
+      {devices_path + "/render", "PUT"},
+      {devices_path + "/capture", "PUT"},
+      {volume_path, "PUT"},
+      {mute_path, "PUT"},
+      {devices_path + "/", ""},
+      {devices_path + "x", ""},
+      {devices_path + "/render/", ""},
+      {devices_path + "/capture/", ""},
+      {devices_path + "/renderx", ""},
+      {devices_path + "/Render", ""},
+      {devices_path + "/x/render", ""},
+      {devices_path + "//render", ""},
+      {devices_path + "/%72ender", ""},
+      {devices_path + "/render/volume", ""},
+      {devices_path + "#top", ""},
+      {"/api/v1/Devices", ""},
+      {"/api/v1/device", ""},
+      {"/api/v2/devices", ""},
+      {volume_path + "/", ""},
+      {volume_path + "s", ""},
+      {mute_path + "/", ""},
+      {mute_path + "d", ""},
+      {"/api/v1/render", ""},
+      {"/api/v1/render/", ""},
+      {"/api/v1/render/Volume", ""},
+      {"/api/v1/capture/volume", ""},
+      {"/api/v1/capture/mute", ""},
+      {"/api/v1/volume", ""},
+  };
+  for (const auto& row : rows) {
+    for (const std::string method : {"GET", "PUT", "POST", "DELETE", "HEAD", "PATCH", "get", "put"}) {
+      if (method == row.known) continue;
+      EXPECT_EQ(answer(method + " " + row.path, local_host + token_line, endpoint_body), not_found)
+          << method << " " << row.path;
+    }
+  }
+  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(state_.endpoints.selected_render_id + state_.endpoints.selected_capture_id, u"");
+}
+
+TEST_F(Routes, DemandTheTokenForTheEndpoints) {
+  audio::put_usual_machine();
+  const standin::RegistryTree before = standin::system().state.registry;
+  for (const std::string& path :
+       {devices_path, devices_path + "/render", devices_path + "/capture", volume_path, mute_path}) {
+    for (const std::string method : {"GET", "PUT"}) {
+      SCOPED_TRACE(method + " " + path);
+      EXPECT_EQ(answer(method + " " + path, local_host, endpoint_body), no_token);
+      EXPECT_EQ(answer(method + " " + path, local_host + "X-Velmora-Token: wrong\r\n", endpoint_body),
+                no_token);
+      EXPECT_EQ(answer(method + " " + path, "Host: example.com\r\n" + token_line, endpoint_body), not_local);
+    }
+  }
+  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(state_.endpoints.selected_render_id, u"");
+  EXPECT_EQ(calls_of("CoCreateInstance"), 0);
 }
 
 }  // namespace

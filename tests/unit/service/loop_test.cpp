@@ -18,6 +18,9 @@ class Loop : public FreshMachine {
  protected:
   void SetUp() override {
     FreshMachine::SetUp();
+    state_.port = port;
+    state_.session_token = token;
+    state_.pages = pages;
     ASSERT_EQ(open_tcp_socket(listener_), 0);
     ASSERT_EQ(bind_loopback(listener_, port), 0);
     ASSERT_EQ(listen_at_maximum(listener_), 0);
@@ -29,10 +32,10 @@ class Loop : public FreshMachine {
     FreshMachine::TearDown();
   }
 
-  void serve() { serve_until_stopped(listener_, port, token, pages, bridge_); }
+  void serve() { serve_until_stopped(listener_, state_); }
 
   Socket listener_;
-  ControlBridge bridge_;
+  ServiceState state_;
 };
 
 TEST_F(Loop, IsNotEnteredWhenAStopWasAskedForBefore) {
