@@ -6,8 +6,8 @@ build_packages=(g++ cmake ninja-build)
 # python3 open the archives that the service makes.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
   chromium unzip libarchive-tools python3 mount util-linux)
-# What the Windows program is built and run with.
-windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
+# What the Windows program is built and run with. PulseAudio gives Wine its audio endpoints.
+windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
 
 # A tool that stands on the path counts, wherever it came from: Node in particular often comes from elsewhere.
 is_installed() {

@@ -169,8 +169,9 @@ const pipe_drain_ms = 20;
 
 // A started program, its output so far, and its end.
 export class Program {
-  constructor(file, args, { env = {}, cwd } = {}) {
-    const command = is_wine ? ['wine', file, ...args] : [file, ...args];
+  // With `of_system` true it is a program of this system, whatever the target.
+  constructor(file, args, { env = {}, cwd, of_system = false } = {}) {
+    const command = is_wine && !of_system ? ['wine', file, ...args] : [file, ...args];
     const environment = { WINEDEBUG: '-all', ...process.env, ...env };
     this.name = `${path.basename(file)} ${args.join(' ')}`;
     this.output = '';
@@ -427,6 +428,34 @@ export function some_bands(shift = 0) {
     gain_db: index - 7.5,
     q: 0.5 + index / 10,
   }));
+}
+
+// ---- the endpoints, as the list gives them ----
+
+// The list's document. An endpoint has `id` and `name`, and may have `peak`, `sessions` and, of render, `bound`. The
+// marks follow from the ids.
+export function devices_document({
+  render = [],
+  capture = [],
+  default_render = '',
+  default_capture = '',
+  selected_render = default_render,
+  selected_capture = default_capture,
+  error_code = 0,
+} = {}) {
+  const entry = ({ id, name, peak = 0, sessions = [] }, default_id, selected_id, more = '') =>
+    `{"id":${JSON.stringify(id)},"name":${JSON.stringify(name)},"is_default":${id === default_id},` +
+    `"is_selected":${id === selected_id},"peak":${number_text(peak)},"sessions":${JSON.stringify(sessions)}${more}}`;
+  const render_entries = render.map((endpoint) =>
+    entry(endpoint, default_render, selected_render, `,"apo_bound":${endpoint.bound ?? false}`));
+  const capture_entries = capture.map((endpoint) => entry(endpoint, default_capture, selected_capture));
+  const document =
+    `{"render":[${render_entries}],"capture":[${capture_entries}],` +
+    `"default_render_endpoint_id":${JSON.stringify(default_render)},` +
+    `"default_capture_endpoint_id":${JSON.stringify(default_capture)},` +
+    `"selected_render_endpoint_id":${JSON.stringify(selected_render)},` +
+    `"selected_capture_endpoint_id":${JSON.stringify(selected_capture)},"error_code":${error_code}}`;
+  return Buffer.from(document, 'utf8').toString('latin1');
 }
 
 export function hex_word(word) {

@@ -144,8 +144,30 @@ async function first_missing(t, keys) {
   return [];
 }
 
+// Under Wine: these keys, and all below them, are put back at the test's end to what they are now.
+export async function keep_keys(t, keys) {
+  for (const key of keys) {
+    const file = path.join(make_directory(), 'kept.reg');
+    const is_there = await reg_finds(t, 'export', system_name(key), program_path_text(file), '/y');
+    t.after(async () => {
+      await delete_key(t, key);
+      if (is_there) await reg_succeeds(t, 'import', program_path_text(file));
+    });
+  }
+}
+
+// Under Wine: writes a REG_SZ; a key that is missing is made.
+export async function set_text(t, key, name, text) {
+  await reg_succeeds(t, 'add', system_name(key), '/v', name, '/d', text, '/f');
+}
+
+// Under Wine: makes a key.
+export async function add_key(t, key) {
+  await reg_succeeds(t, 'add', system_name(key), '/f');
+}
+
 // An export of one key as its blocks, each with an empty line behind it; empty when the key is missing.
-async function blocks_below(t, key) {
+export async function blocks_below(t, key) {
   const file = path.join(make_directory(), 'export.reg');
   if (!(await reg_finds(t, 'export', system_name(key), program_path_text(file), '/y'))) return '';
   const text = fs.readFileSync(file, 'utf16le').replace(/^\ufeff/, '');
