@@ -1,8 +1,9 @@
 // What the pages share: the session token, and a way to the service that asks for one thing at a time.
 //
 // The service runs one exchange after another and closes each connection, so a second request would only wait
-// in its queue. While one is on its way, bodies to be put to the same path are merged into the one that waits, the
-// newest value of a key counting: a slider that is dragged sends where it came to rest.
+// in its queue. While one is on its way, a body to be put is merged into the last that waits if it goes to the same
+// path, the newest value of a key counting: a slider that is dragged sends where it came to rest. Nothing overtakes
+// what was asked for before it: a volume is for the endpoint that had been chosen by then.
 "use strict";
 
 const velmora = (() => {
@@ -20,7 +21,7 @@ const velmora = (() => {
         cache: "no-store",
       });
       trouble = "The answer cannot be read";
-      if (!response.ok) return { outcome: (await response.json()).error };
+      if (!response.ok) return { outcome: (await response.json()).error, refused: true };
       return { outcome: "Sent", answer: await read(response) };
     } catch {
       return { outcome: trouble };
@@ -38,14 +39,14 @@ const velmora = (() => {
     busy = false;
   }
 
-  // Resolves to { outcome, answer }: "Sent" and what `read` took from the response, or a text that says what is
-  // wrong and no answer.
+  // Resolves to { outcome, answer, refused }: "Sent" and what `read` took from the response, or a text that says what
+  // is wrong and no answer; `refused` is true if the text is the service's own.
   function ask(method, path, body, read = (response) => response.json()) {
     return new Promise((tell) => {
-      const earlier = method === "PUT" && waiting.find((one) => one.method === "PUT" && one.path === path);
-      if (earlier) {
-        earlier.body = { ...earlier.body, ...body };
-        earlier.done.push(tell);
+      const last = waiting.at(-1);
+      if (method === "PUT" && last?.method === "PUT" && last.path === path) {
+        last.body = { ...last.body, ...body };
+        last.done.push(tell);
       } else {
         waiting.push({ method, path, body, read, done: [tell] });
       }
@@ -58,8 +59,11 @@ const velmora = (() => {
   const post = async (path, body) => (await ask("POST", path, body)).outcome;
   const remove = async (path) => (await ask("DELETE", path)).outcome;
 
-  // Resolves to { outcome, answer }, the answer being the JSON that came.
+  // Resolves to { outcome, answer, refused }, the answer being the JSON that came.
   const get = (path) => ask("GET", path);
+
+  // Whether a request is on its way, or waits.
+  const is_busy = () => busy;
 
   // Fetches a file and hands it to the browser's downloads; a plain link could not send the token.
   async function download(path) {
@@ -91,5 +95,5 @@ const velmora = (() => {
     }
   }
 
-  return { put, post, remove, get, download, show, carry_token };
+  return { put, post, remove, get, is_busy, download, show, carry_token };
 })();
