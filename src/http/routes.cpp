@@ -4,6 +4,7 @@
 #include "effects/equalizer_routes.h"
 #include "effects/parameter_routes.h"
 #include "endpoints/endpoint_routes.h"
+#include "engine/apo_routes.h"
 #include "http/gate.h"
 #include "http/request.h"
 #include "http/response.h"
@@ -51,6 +52,7 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
   if (matches("PUT", "/api/v1/devices/render") || matches("PUT", "/api/v1/devices/capture")) {
     return put_device(socket, request, path, state.endpoints);
   }
+  if (matches("POST", "/api/v1/render/apo")) return post_apo(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/volume")) return put_volume(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/mute")) return put_mute(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/effects/footstep")) return put_footstep(socket, request, bridge);

@@ -44,7 +44,8 @@ TEST_F(PosixProcesses, GiveWhereTheLinkOfAProcessLeadsAsItStands) {
       {"/usr/bin/player", u"/usr/bin/player"},
       {"/no/such/directory/player", u"/no/such/directory/player"},  // it need not lead anywhere
       {"player", u"player"},
-      {"/opt/a player (deleted)", u"/opt/a player (deleted)"},
+      {"/opt/a player (deleted)", u"/opt/a player"},  // as it was called when it was started
+      {"/opt/a (deleted) player", u"/opt/a (deleted) player"},
       {"C:\\Program Files\\player.exe", u"C:\\Program Files\\player.exe"},
       {"/opt/\xC3\xBC\xF0\x9F\x8E\xB5/player", u"/opt/\u00FC\U0001F3B5/player"},
       {long_path, wide_from_ascii(long_path)},

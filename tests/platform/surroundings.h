@@ -210,4 +210,54 @@ using Browser = Owner<BrowserKind>;
 // For as long as it is open, there is no browser.
 [[nodiscard]] Browser remove_browser();
 
+// Services.
+
+constexpr std::uint32_t for_ever_ms = 0xFFFFFFFF;
+
+// A service as it is to behave. It is started on demand.
+struct ArrangedService {
+  std::u16string name;
+  std::uint32_t start_ms = 0;  // how long it is on its way, milliseconds; for_ever_ms: it never arrives
+  std::uint32_t stop_ms = 0;
+  std::uint32_t stop_error = 0;  // 1052: it refuses to stop, with this Win32 error
+  bool is_disabled = false;
+  std::vector<std::u16string> needs = {};  // the services that it depends on
+};
+
+// The service is there and stands still, in place of one of this name.
+void install_service(const ArrangedService& service);
+// Before and after tests with services. The second one removes those that were installed, whatever they are
+// doing, and fails the test where a service or the manager is left open.
+void set_up_services();
+void tear_down_services();
+
+// Lists of processes.
+
+// Before tests with them: this process is in the list.
+void set_up_process_lists();
+
+struct ListedProcessKind {
+  using Native = std::uint32_t;  // the process's id
+  static constexpr Native none = 0;
+  static void release(Native native) noexcept;  // ends it and waits until its id is free
+};
+// A process that lives as long as its owner is open.
+using ListedProcess = Owner<ListedProcessKind>;
+// It has come so far that its modules can be listed.
+[[nodiscard]] ListedProcess start_listed_process();
+// The file name of its program.
+[[nodiscard]] std::u16string listed_process_name();
+
+struct LoadedLibraryKind {
+  using Native = void*;
+  static constexpr Native none = nullptr;
+  static void release(Native native) noexcept;
+};
+// The library at library_path(), for as long as it is loaded into this process.
+using LoadedLibrary = Owner<LoadedLibraryKind>;
+[[nodiscard]] LoadedLibrary load_listed_library();
+
+// Whether this process may do what only an administrator may.
+[[nodiscard]] bool runs_elevated();
+
 }  // namespace velmora::surroundings

@@ -1,12 +1,14 @@
 // ./run as a person uses it: from the prompt to Ctrl+C.
 import assert from "node:assert/strict";
 import { spawn, spawnSync } from "node:child_process";
-import { chmodSync, existsSync, mkdtempSync, readdirSync, rmSync, statSync, writeFileSync } from "node:fs";
+import {
+  chmodSync, copyFileSync, existsSync, mkdtempSync, readFileSync, readdirSync, rmSync, statSync, symlinkSync, writeFileSync,
+} from "node:fs";
 import http from "node:http";
 import net from "node:net";
 import { tmpdir } from "node:os";
 import { join } from "node:path";
-import { test } from "node:test";
+import { after, test } from "node:test";
 import { fileURLToPath } from "node:url";
 
 const root = fileURLToPath(new URL("../..", import.meta.url));
@@ -14,6 +16,9 @@ const token = "run-script-test-token-0123456789abcdef";
 const program = join(root, "build/native/velmora_control_demo");
 const limits = { timeout: 180_000 };  // the first start may have to build
 let next_map = 0;
+// Never those of the person who runs the tests.
+const common_drives = mkdtempSync(join(tmpdir(), "velmora-run-"));
+after(() => rmSync(common_drives, { recursive: true, force: true }));
 
 async function free_port() {
   const server = net.createServer().listen(0, "127.0.0.1");
@@ -29,7 +34,7 @@ async function start_run(t, port, options = [], environment = {}) {
   const map = `Local\\VelmoraRun-${process.pid}-${next_map++}`;
   const child = spawn("./run", ["--port", String(port), "--token", token, "--control-map", map, ...options], {
     cwd: root,
-    env: { ...process.env, ...environment },
+    env: { ...process.env, VELMORA_MACHINE: "", VELMORA_DRIVES: common_drives, ...environment },
     stdio: ["ignore", "pipe", "pipe"],
   });
   const run = { child, map, said: "" };
@@ -38,6 +43,7 @@ async function start_run(t, port, options = [], environment = {}) {
   t.after(() => {
     child.kill("SIGKILL");
     for (const pid of processes_of(run).split("\n").filter(Boolean)) process.kill(Number(pid), "SIGKILL");
+    if (engine_is_there(run)) process.kill(Number(engine_of(run)), "SIGKILL");
     for (const stream of [child.stdout, child.stderr]) stream.destroy();
   });
   return run;
@@ -57,8 +63,21 @@ function processes_of(run) {
   return spawnSync("pgrep", ["-f", "--", `--control-map ${run.map.replace("\\", "\\\\")}`], { encoding: "utf8" }).stdout;
 }
 
+const engine_of = (run) => run.said.match(/^engine ([0-9]+)$/m)?.[1];
+
+// The engine is told nothing of the mapping, and its id may belong to another program by now.
+function engine_is_there(run) {
+  const id = engine_of(run);
+  try {
+    return id !== undefined && readFileSync(`/proc/${id}/cmdline`, "latin1").includes("audiodg.exe\0--stay");
+  } catch {
+    return false;
+  }
+}
+
 function assert_nothing_left(run) {
   assert.equal(processes_of(run), "");
+  assert.equal(engine_is_there(run), false);
   assert.equal(existsSync(`/dev/shm/${run.map.replace("\\", ".")}`), false);
 }
 
@@ -79,7 +98,7 @@ function send(port, method, path, body) {
 
 const put_footstep = (port, body) => send(port, "PUT", "/api/v1/render/effects/footstep", body);
 
-test("a parameter reaches the stand-in effect, and Ctrl+C ends both programs", limits, async (t) => {
+test("a parameter reaches the stand-in effect, and Ctrl+C ends all programs", limits, async (t) => {
   const port = await free_port();
   const run = await start_run(t, port);
   await said(run, "Press Ctrl+C to stop.");
@@ -114,6 +133,97 @@ test("both programs have the same capture directory, given or not", limits, asyn
     assert.equal(await run.ended, 0);
     assert_nothing_left(run);
   }
+});
+
+// What the probes find when they see this engine alone.
+function probes(t, run, environment) {
+  const processes = mkdtempSync(join(tmpdir(), "velmora-run-"));
+  t.after(() => rmSync(processes, { recursive: true, force: true }));
+  symlinkSync(`/proc/${engine_of(run)}`, join(processes, engine_of(run)));
+  const tool = join(root, "build/native/velmora_print_engine");
+  const env = { ...process.env, ...environment, VELMORA_PROC: processes };
+  const { stdout } = spawnSync(tool, [], { encoding: "utf8", env });
+  return Object.fromEntries(stdout.trimEnd().split("\n").map((line) => line.split(/ (.*)/).slice(0, 2)));
+}
+
+const post_apo = (port, body) => send(port, "POST", "/api/v1/render/apo", body);
+
+function done(bound, endpoint_id, detail) {
+  const restart = { audio_restarted: true, audio_restart_error: 0, audio_restart_detail: "audio stack restarted" };
+  return `200 ${JSON.stringify({ ok: true, bound, endpoint_id, detail, ...restart })}`;
+}
+
+test("the engine has the effect loaded that the built-in machine has installed", limits, async (t) => {
+  const drives = join(mkdtempSync(join(tmpdir(), "velmora-run-")), "drives");
+  t.after(() => rmSync(join(drives, ".."), { recursive: true, force: true }));
+  const environment = { VELMORA_MACHINE: "", VELMORA_DRIVES: drives };
+  const folder = join(drives, "c/Program Files/Velmora");
+  const files = ["fse.dll", "model_weights.bin", "velmora_windows_apo.dll"];
+  let installed;
+  for (const round of ["first", "second"]) {
+    const port = await free_port();
+    const run = await start_run(t, port, [], environment);
+    await said(run, "loaded fse.dll\n");
+    await said(run, "Press Ctrl+C to stop.");
+    assert.deepEqual(readdirSync(folder).sort(), files);
+    // An engine that ran beside this start keeps the files that it has loaded.
+    const written = files.map((file) => statSync(join(folder, file)).ino);
+    assert.deepEqual(written, installed ?? written, round);
+    installed = written;
+    assert.deepEqual(probes(t, run, environment), {
+      elevated: String(process.getuid() === 0),
+      clsid_registered: "true",
+      protected_audio_dg_disabled: "true",
+      apo_dll_present: "true",
+      algorithm_present: "true",
+      apo_dll_path: "C:\\Program Files\\Velmora\\velmora_windows_apo.dll",
+      running: "true",
+      process_id: engine_of(run),
+      apo_loaded: "true",
+      algorithm_loaded: "true",
+      apo_module_path: join(folder, "velmora_windows_apo.dll"),
+      error_code: "0",
+      program: join(root, "build/native/standins/engine/audiodg.exe"),
+    });
+    const endpoint = "{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}";
+    const moved = "endpoint bound; its existing mode effect was moved into the composite chain because the legacy " +
+      "slot suppresses it";
+    assert.equal(await post_apo(port, '{"attach":true}'), done(true, endpoint, moved));
+    assert.equal(await post_apo(port, '{"attach":false}'),
+                 done(false, endpoint, "endpoint unbound and its original mode effect restored"));
+    run.child.kill("SIGINT");
+    assert.equal(await run.ended, 0);
+    assert_nothing_left(run);
+  }
+});
+
+test("on the export of a real machine an endpoint is bound and unbound, and nothing is installed", limits, async (t) => {
+  const folder = mkdtempSync(join(tmpdir(), "velmora-run-"));
+  t.after(() => rmSync(folder, { recursive: true, force: true }));
+  const [original, machine] = [join(root, "tests/machines/laptop.reg"), join(folder, "laptop.reg")];
+  copyFileSync(original, machine);
+  const environment = { VELMORA_MACHINE: machine, VELMORA_DRIVES: join(folder, "drives") };
+  const port = await free_port();
+  const run = await start_run(t, port, [], environment);
+  await said(run, "loaded fse.dll\n");
+  await said(run, "Press Ctrl+C to stop.");
+  const { running, apo_loaded, algorithm_loaded, apo_module_path } = probes(t, run, environment);
+  assert.deepEqual({ running, apo_loaded, algorithm_loaded, apo_module_path }, {
+    running: "true",
+    apo_loaded: "true",
+    algorithm_loaded: "true",
+    apo_module_path: join(root, "build/native/standins/effect/velmora_windows_apo.dll"),
+  });
+  const guid = "{517f1efe-9874-44ab-b8c0-d341131d9da7}";
+  const bound = await post_apo(port, `{"attach":true,"endpoint_id":"${guid}"}`);
+  assert.match(bound, /^200 \{"ok":true,"bound":true,.*"audio_restarted":true,/);
+  assert.ok(readFileSync(machine, "utf8").includes(`[HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora\\DevBinding\\${guid}]`));
+  const unbound = await post_apo(port, `{"attach":false,"endpoint_id":"${guid}"}`);
+  assert.match(unbound, /^200 \{"ok":true,"bound":false,.*"audio_restarted":true,/);
+  assert.equal(existsSync(join(folder, "drives")), false);
+  run.child.kill("SIGINT");
+  assert.equal(await run.ended, 0);
+  assert_nothing_left(run);
 });
 
 test("a second start builds nothing anew", limits, async (t) => {

@@ -17,7 +17,8 @@ constexpr std::int32_t status_nothing_changed = 1;
 
 // A negative status stands in place of the call's work, a positive one behind it.
 std::int32_t tell(std::string_view operation, std::u16string_view subject = u"") {
-  return static_cast<std::int32_t>(standin::enter(operation, subject));
+  const auto answer = static_cast<std::int32_t>(standin::enter(operation, subject));
+  return answer == standin::error_machine_unreadable ? hresult_from_win32(answer) : answer;
 }
 
 const standin::RegistryTree& registry() { return standin::machine_state().registry; }

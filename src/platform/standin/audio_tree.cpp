@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "base/text.h"
 #include "platform/registry.h"
@@ -34,27 +33,9 @@ std::u16string joined(std::u16string_view path, std::u16string_view name) {
   return std::u16string(path).append(u"\\").append(name);
 }
 
-std::optional<std::u16string> text_of(const TreeKey* key, std::u16string_view name) {
-  const TreeValue* value = key == nullptr ? nullptr : find_value(*key, name);
-  if (value == nullptr || value->type != reg_sz) return std::nullopt;
-  std::u16string text(value->bytes.size() / sizeof(char16_t), u'\0');
-  std::memcpy(text.data(), value->bytes.data(), text.size() * sizeof(char16_t));
-  text.resize(std::min(text.find(u'\0'), text.size()));
-  return text;
-}
-
-std::uint32_t number_of(const TreeKey* key, std::u16string_view name) {
-  const TreeValue* value = key == nullptr ? nullptr : find_value(*key, name);
-  std::uint32_t number = 0;
-  if (value != nullptr && value->type == reg_dword && value->bytes.size() == sizeof number) {
-    std::memcpy(&number, value->bytes.data(), sizeof number);
-  }
-  return number;
-}
-
 // What `strtof` reads of a text; `otherwise` where it is missing or begins with no number.
 float float_of(const TreeKey* key, std::u16string_view name, float otherwise) {
-  const auto text = text_of(key, name);
+  const auto text = find_text(key, name);
   if (!text) return otherwise;
   const std::string digits = ascii_from_wide(*text);
   char* end = nullptr;
@@ -82,7 +63,7 @@ std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlo
   const TreeKey* devices = find_key(registry, std::u16string(devices_path).append(words.key));
   if (devices == nullptr) return endpoints;
   for (const TreeKey& device : devices->keys) {
-    const bool active = number_of(&device, u"DeviceState") == device_state_active;
+    const bool active = find_number(&device, u"DeviceState") == device_state_active;
     endpoints.push_back({std::u16string(words.id_prefix).append(device.name), active});
   }
   return endpoints;
@@ -98,7 +79,7 @@ std::optional<TreeEndpoint> find_endpoint(const RegistryTree& registry, std::u16
 }
 
 std::u16string default_endpoint_of(const RegistryTree& registry, EndpointFlow flow) {
-  const auto named = text_of(find_key(registry, own_path), words_of(flow).default_value);
+  const auto named = find_text(find_key(registry, own_path), words_of(flow).default_value);
   std::u16string first;
   for (const TreeEndpoint& endpoint : endpoints_of(registry, flow)) {
     if (!endpoint.active) continue;
@@ -117,9 +98,9 @@ std::optional<std::u16string> endpoint_name_of(const RegistryTree& registry, std
   const TreeKey* properties = find_key(registry, joined(device, u"Properties"));
   if (properties == nullptr) return std::nullopt;
   constexpr std::u16string_view friendly_name = u"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
-  if (find_value(*properties, friendly_name) != nullptr) return text_of(properties, friendly_name);
-  const auto description = text_of(properties, u"{a45c254e-df1c-4efd-8020-67d146a850e0},2");
-  const auto interface_name = text_of(properties, u"{b3f8fa53-0004-438e-9003-51a46e139bfc},6");
+  if (find_value(*properties, friendly_name) != nullptr) return find_text(properties, friendly_name);
+  const auto description = find_text(properties, u"{a45c254e-df1c-4efd-8020-67d146a850e0},2");
+  const auto interface_name = find_text(properties, u"{b3f8fa53-0004-438e-9003-51a46e139bfc},6");
   if (!description || !interface_name) return description;
   return *description + u" (" + *interface_name + u")";
 }
@@ -130,7 +111,7 @@ float volume_of(const RegistryTree& registry, std::u16string_view id) {
 }
 
 bool muted_of(const RegistryTree& registry, std::u16string_view id) {
-  return number_of(own_key_of(registry, id), u"Muted") != 0;
+  return find_number(own_key_of(registry, id), u"Muted").value_or(0) != 0;
 }
 
 float peak_of(const RegistryTree& registry, std::u16string_view id) {
@@ -158,8 +139,8 @@ std::vector<AudioSession> sessions_of(const RegistryTree& registry, std::u16stri
   const TreeKey* kept = own == nullptr ? nullptr : find_key(*own, u"Sessions");
   if (kept == nullptr) return sessions;
   for (const TreeKey& session : kept->keys) {
-    const auto state = static_cast<std::int32_t>(number_of(&session, u"State"));
-    sessions.push_back({state, number_of(&session, u"ProcessId")});
+    const auto state = static_cast<std::int32_t>(find_number(&session, u"State").value_or(0));
+    sessions.push_back({state, find_number(&session, u"ProcessId").value_or(0)});
   }
   return sessions;
 }

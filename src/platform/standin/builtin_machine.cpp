@@ -1,5 +1,6 @@
 // The machine of a native program that has been given none: three audio endpoints, one of them with a
-// driver's effect in the legacy slot and a session that plays, and the services that audio needs.
+// driver's effect in the legacy slot and a session that plays, the effect as it is installed, and the
+// services that audio needs.
 #include "platform/standin/machine_state.h"
 
 namespace velmora::standin {
@@ -7,6 +8,16 @@ namespace velmora::standin {
 const std::string_view builtin_machine = R"machine(Windows Registry Editor Version 5.00
 
 [HKEY_LOCAL_MACHINE\SOFTWARE]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Classes]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{631D9145-CACF-44D7-861B-5D82ADD8C84F}]
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Classes\CLSID\{631D9145-CACF-44D7-861B-5D82ADD8C84F}\InprocServer32]
+@="C:\\Program Files\\Velmora\\velmora_windows_apo.dll"
+"ThreadingModel"="Both"
 
 [HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft]
 
@@ -55,6 +66,9 @@ const std::string_view builtin_machine = R"machine(Windows Registry Editor Versi
 
 [HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion]
 "SystemRoot"="C:\\Windows"
+
+[HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Audio]
+"DisableProtectedAudioDG"=dword:00000001
 
 [HKEY_LOCAL_MACHINE\SOFTWARE\VelmoraStandIn]
 

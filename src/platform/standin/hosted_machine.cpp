@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,7 +16,6 @@
 #include <string>
 #include <variant>
 
-#include "base/status.h"
 #include "platform/machine.h"
 #include "platform/standin/machine_state.h"
 #include "platform/standin/registry_export.h"
@@ -22,8 +23,6 @@
 namespace velmora {
 namespace standin {
 namespace {
-
-constexpr std::int32_t error_unreadable = 1016;  // ERROR_REGISTRY_IO_FAILED, winerror.h
 
 // What tells whether a file is still the one that we know.
 struct FileMark {
@@ -167,10 +166,11 @@ MachineState& machine_state() {
 }
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
-  // What is closed is closed, whatever has become of the file.
-  if (operation == "RegCloseKey" || operation == "Release" || operation == "StringFromGUID2") return 0;
-  if (follow_file()) return 0;
-  return operation.starts_with("Reg") ? error_unreadable : hresult_from_win32(error_unreadable);
+  // What is closed is closed, whatever has become of the file, and a GUID is written without it.
+  constexpr std::array<std::string_view, 4> without_file = {"RegCloseKey", "Release", "CloseServiceHandle",
+                                                            "StringFromGUID2"};
+  if (std::find(without_file.begin(), without_file.end(), operation) != without_file.end()) return 0;
+  return follow_file() ? 0 : error_machine_unreadable;
 }
 
 void RegistryChangeKind::release(Native native) noexcept { ::close(native); }

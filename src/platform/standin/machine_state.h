@@ -29,20 +29,38 @@ struct AudioObject {
   std::vector<AudioSession> sessions;  // of a list of sessions, as they were when it was made
 };
 
+// A service as it is at the moment: `state` until `settles_at_ns` of the steady clock, then `settled_state`.
+struct ServiceRun {
+  std::uint32_t state = 0;
+  std::uint32_t settled_state = 0;
+  std::int64_t settles_at_ns = 0;
+};
+
+// A service, or the manager, that somebody has open.
+struct OpenService {
+  std::u16string name;  // empty for the manager
+  std::uint32_t access = 0;
+};
+
 struct MachineState {
   RegistryTree registry;
   std::map<std::uintptr_t, OpenKey> open_keys;
   std::uintptr_t next_key = 1;
   std::map<std::uintptr_t, AudioObject> audio_objects;
   std::uintptr_t next_audio_object = 1;
+  std::map<std::u16string, ServiceRun> services;  // those that have been asked for, by lower-case name
+  std::map<std::uintptr_t, OpenService> open_services;
+  std::uintptr_t next_service = 1;
 };
 
 [[nodiscard]] MachineState& machine_state();
 
+// The machine cannot be read, or a change of it cannot be kept (ERROR_REGISTRY_IO_FAILED, winerror.h).
+constexpr std::int32_t error_machine_unreadable = 1016;
+
 // Tells of a call before it is carried out. `subject` is what it is about: a path, a value's name, an
-// endpoint. A result other than 0 is what the call has to answer in place of its work, in the call's own
-// words: an error of the registry, a status of the audio endpoints (of which a positive one comes behind the
-// work).
+// endpoint, a service. A result other than 0 is what the call has to answer in place of its work: an error,
+// or for the audio endpoints a status, of which a positive one comes behind the work.
 [[nodiscard]] std::int64_t enter(std::string_view operation, std::u16string_view subject);
 
 struct RegistryChangeKind {
@@ -67,6 +85,9 @@ using RegistryChange = Owner<RegistryChangeKind>;
 // HKEY_LOCAL_MACHINE and give (REG_DWORD) the access that is granted to each key and what lies below it. The
 // longest path that fits counts.
 constexpr std::u16string_view access_list_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Access";
+
+// Whether the access list grants an access to the key at a path (from the tree's root).
+[[nodiscard]] bool is_granted(const RegistryTree& registry, std::u16string_view path, std::uint32_t access);
 
 // The machine that stands where none is given: an export (UTF-8).
 extern const std::string_view builtin_machine;

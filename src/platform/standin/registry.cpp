@@ -16,7 +16,6 @@ namespace {
 constexpr std::int32_t error_missing = 2;
 constexpr std::int32_t error_denied = 5;
 constexpr std::int32_t error_more_data = 234;
-constexpr std::int32_t error_not_kept = 1016;  // ERROR_REGISTRY_IO_FAILED
 constexpr std::int32_t error_key_deleted = 1018;
 constexpr std::int32_t error_other_type = 1630;  // ERROR_UNSUPPORTED_TYPE
 
@@ -40,13 +39,6 @@ bool lies_below(std::u16string_view path, std::u16string_view above) {
          (path.size() == above.size() || path[above.size()] == u'\\');
 }
 
-std::optional<std::uint32_t> read_dword(const standin::TreeValue& value) {
-  std::uint32_t number = 0;
-  if (value.type != reg_dword || value.bytes.size() != sizeof number) return std::nullopt;
-  std::memcpy(&number, value.bytes.data(), sizeof number);
-  return number;
-}
-
 // A path of the access list. It may as well begin with the root, as an export writes keys, and end with a
 // backslash.
 std::u16string listed_path(std::u16string_view path) {
@@ -61,17 +53,13 @@ std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16stri
   std::size_t longest = 0;
   if (list == nullptr) return granted;
   for (const standin::TreeValue& entry : list->values) {
-    const auto mask = read_dword(entry);
+    const auto mask = standin::find_number(list, entry.name);
     const std::u16string above = listed_path(entry.name);
     if (!mask || above.size() < longest || !lies_below(path, above)) continue;
     granted = *mask;
     longest = above.size();
   }
   return granted;
-}
-
-bool is_granted(const standin::RegistryTree& registry, std::u16string_view path, std::uint32_t access) {
-  return (access & ~key_views & ~granted_access(registry, path)) == 0;
 }
 
 RegistryKey hold_key(std::u16string path, std::uint32_t access) {
@@ -181,10 +169,14 @@ RegistryQuery fail_reading(void* buffer, std::uint32_t capacity, RegistryQuery f
 
 }  // namespace
 
+bool standin::is_granted(const RegistryTree& registry, std::u16string_view path, std::uint32_t access) {
+  return (access & ~key_views & ~granted_access(registry, path)) == 0;
+}
+
 std::int32_t standin::keep_or_undo(RegistryTree before) {
   if (keep_registry()) return 0;
   machine_state().registry = std::move(before);
-  return error_not_kept;
+  return error_machine_unreadable;
 }
 
 void RegistryKeyKind::release(Native native) noexcept {
@@ -198,7 +190,7 @@ std::int32_t open_registry_key(std::u16string_view path, std::uint32_t access, R
   const standin::RegistryTree& registry = standin::machine_state().registry;
   std::u16string full = full_path(path);
   if (standin::find_key(registry, full) == nullptr) return error_missing;
-  if (!is_granted(registry, full, access)) return error_denied;
+  if (!standin::is_granted(registry, full, access)) return error_denied;
   out = hold_key(std::move(full), access);
   return 0;
 }
@@ -209,7 +201,8 @@ std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access,
   standin::RegistryTree& registry = standin::machine_state().registry;
   std::u16string full = full_path(path);
   const bool exists = standin::find_key(registry, full) != nullptr;
-  if (!is_granted(registry, full, exists ? access : access | key_create_sub_key)) return error_denied;
+  if (!standin::is_granted(registry, full, exists ? access : access | key_create_sub_key))
+    return error_denied;
   if (!exists) {
     standin::RegistryTree before = registry;
     standin::make_key(registry, full);
@@ -251,7 +244,7 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
   const std::u16string full = full_path(path);
   const standin::TreeKey* key = standin::find_key(registry, full);
   if (key == nullptr) return fail({error_missing, 0, 0});
-  if (!is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
+  if (!standin::is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
   const standin::TreeValue* value = standin::find_value(*key, name);
   if (value == nullptr) return fail({error_missing, 0, 0});
   const std::uint32_t type = value->type == reg_expand_sz ? reg_sz : value->type;
@@ -293,7 +286,8 @@ std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view 
   const std::u16string path = machine.open_keys.at(parent.native()).path + u'\\' + std::u16string(name);
   const standin::TreeKey* key = standin::find_key(machine.registry, path);
   if (key == nullptr) return error_missing;
-  if (!key->keys.empty() || !is_granted(machine.registry, path, right_to_delete)) return error_denied;
+  if (!key->keys.empty() || !standin::is_granted(machine.registry, path, right_to_delete))
+    return error_denied;
   standin::RegistryTree before = machine.registry;
   standin::remove_key(machine.registry, path);
   if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;

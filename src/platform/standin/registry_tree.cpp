@@ -1,7 +1,10 @@
 #include "platform/standin/registry_tree.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
+
+#include "platform/registry.h"
 
 namespace velmora::standin {
 namespace {
@@ -36,6 +39,17 @@ Key* find_below(Key& from, std::u16string_view path) {
     begin = end + 1;
   }
   return key;
+}
+
+const TreeValue* find_typed(const TreeKey* key, std::u16string_view name, std::uint32_t type) {
+  const TreeValue* value = key == nullptr ? nullptr : find_value(*key, name);
+  return value != nullptr && value->type == type ? value : nullptr;
+}
+
+std::u16string units_of(const TreeValue& value) {
+  std::u16string units(value.bytes.size() / sizeof(char16_t), u'\0');
+  std::memcpy(units.data(), value.bytes.data(), units.size() * sizeof(char16_t));
+  return units;
 }
 
 TreeKey& make_child(TreeKey& parent, std::u16string_view name, KeyPlace place, bool has_line) {
@@ -91,6 +105,35 @@ bool remove_key(TreeKey& from, std::u16string_view path) {
 const TreeValue* find_value(const TreeKey& key, std::u16string_view name) {
   const auto value = find_named(key.values, name);
   return value == key.values.end() ? nullptr : &*value;
+}
+
+std::optional<std::u16string> find_text(const TreeKey* key, std::u16string_view name) {
+  const TreeValue* value = find_typed(key, name, reg_sz);
+  if (value == nullptr) return std::nullopt;
+  std::u16string text = units_of(*value);
+  text.resize(std::min(text.find(u'\0'), text.size()));
+  return text;
+}
+
+std::optional<std::uint32_t> find_number(const TreeKey* key, std::u16string_view name) {
+  const TreeValue* value = find_typed(key, name, reg_dword);
+  std::uint32_t number = 0;
+  if (value == nullptr || value->bytes.size() != sizeof number) return std::nullopt;
+  std::memcpy(&number, value->bytes.data(), sizeof number);
+  return number;
+}
+
+std::vector<std::u16string> find_texts(const TreeKey* key, std::u16string_view name) {
+  std::vector<std::u16string> texts;
+  const TreeValue* value = find_typed(key, name, reg_multi_sz);
+  if (value == nullptr) return texts;
+  const std::u16string units = units_of(*value);
+  for (std::u16string_view rest = units; !rest.empty() && rest.front() != u'\0';) {
+    const std::size_t length = std::min(rest.find(u'\0'), rest.size());
+    texts.emplace_back(rest.substr(0, length));
+    rest.remove_prefix(std::min(length + 1, rest.size()));
+  }
+  return texts;
 }
 
 void put_value(TreeKey& key, std::u16string_view name, std::uint32_t type, std::string_view bytes) {

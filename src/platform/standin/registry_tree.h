@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -65,6 +66,12 @@ bool remove_key(TreeKey& from, std::u16string_view path);
 
 // Null when there is none.
 [[nodiscard]] const TreeValue* find_value(const TreeKey& key, std::u16string_view name);
+// The text of a REG_SZ value up to its terminator, and the number of a REG_DWORD. No value when the key is
+// null, when it has no such value, or when that is of another type or size.
+[[nodiscard]] std::optional<std::u16string> find_text(const TreeKey* key, std::u16string_view name);
+[[nodiscard]] std::optional<std::uint32_t> find_number(const TreeKey* key, std::u16string_view name);
+// The texts of a REG_MULTI_SZ value up to the first empty one; none in the same cases.
+[[nodiscard]] std::vector<std::u16string> find_texts(const TreeKey* key, std::u16string_view name);
 // Replaces the value of this name where it stands (its name stays as it was first written), or adds it: the
 // default value in front of all others, any other behind them.
 void put_value(TreeKey& key, std::u16string_view name, std::uint32_t type, std::string_view bytes);

@@ -16,6 +16,7 @@
 
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/processes.h"
 #include "platform/standin/machine_state.h"
 
 namespace velmora::standin {
@@ -51,15 +52,22 @@ struct Library {
   std::map<std::string, LibraryFunction> functions;
 };
 
+struct Process {
+  std::uint32_t id = 0;
+  std::u16string file_name;
+  std::vector<ModuleEntry> modules;
+};
+
 // What a handle of the service refers to.
 struct Handle {
-  std::string what;  // "socket", "mapping", "view", "file", "library"
+  std::string what;  // "socket", "mapping", "view", "file", "library", "processes", "modules"
   std::uint16_t port = 0;
   bool listening = false;
   std::shared_ptr<Connection> connection;
   std::shared_ptr<Region> region;
   std::string path;
   std::size_t position = 0;
+  std::uint32_t process_id = 0;
 };
 
 struct CallFault {
@@ -107,6 +115,9 @@ struct System {
 
   std::string module_path = "/opt/velmora/velmora_control_demo";
   std::map<std::string, Library> libraries;
+  // Walked as they are at the moment, so that a test may change them meanwhile.
+  std::vector<Process> processes;
+  bool elevated = false;
   std::map<std::uint32_t, std::u16string> process_paths;  // of the processes that may be asked, by their ids
   std::int32_t com_result = 0;
   int com_started = 0;

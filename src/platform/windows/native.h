@@ -22,6 +22,12 @@ namespace velmora {
   return wide_text(wide_from_utf8_replacing(path));
 }
 
+// What a call that has just failed says of it. One that says nothing has failed all the same.
+[[nodiscard]] inline std::uint32_t last_error() {
+  const DWORD error = GetLastError();
+  return error != 0 ? error : ERROR_GEN_FAILURE;
+}
+
 // Handles cross the seam as numbers, with every empty value as `~0`.
 [[nodiscard]] inline HANDLE handle_of(std::uintptr_t native) { return reinterpret_cast<HANDLE>(native); }
 [[nodiscard]] inline std::uintptr_t native_of(HANDLE handle) {

@@ -535,5 +535,36 @@ TEST_F(Routes, DemandTheTokenForTheEndpoints) {
   EXPECT_EQ(calls_of("CoCreateInstance"), 0);
 }
 
+const std::string apo_path = "/api/v1/render/apo";
+
+TEST_F(Routes, BindTheEffectUnderTheirOneMethodAndSpellingAndWithTheTokenAlone) {
+  const std::string body = R"({"attach":true,"endpoint_id":"x"})";
+  const std::string reached =
+      expected_error("400 Bad Request", "endpoint_id must be a render endpoint identifier");
+  EXPECT_EQ(answer("POST " + apo_path, local_host + token_line, body), reached);
+  EXPECT_EQ(answer("POST " + apo_path + "?x=y", local_host + token_line, body), reached);
+  EXPECT_EQ(answer("POST " + apo_path, local_host, body), no_token);
+  EXPECT_EQ(answer("POST " + apo_path + "?token=" + token, local_host, body), no_token);
+  EXPECT_EQ(answer("POST " + apo_path, "Host: example.com\r\n" + token_line, body), not_local);
+  for (const std::string& method_and_target :
+       {"GET " + apo_path, "PUT " + apo_path, "DELETE " + apo_path, "HEAD " + apo_path, "post " + apo_path,
+        "POST " + apo_path + "/", "POST " + apo_path + "x", "POST " + apo_path + "#x",
+        std::string("POST /api/v1/render/APO"), std::string("POST /api/v1/render/a%70o"),
+        std::string("POST /api/v1//render/apo"), std::string("POST /api/v1/render")}) {
+    SCOPED_TRACE(method_and_target);
+    EXPECT_EQ(answer(method_and_target, local_host + token_line, body), not_found);
+  }
+}
+
+// The one that the service works on is the one that it keeps.
+TEST_F(Routes, BindTheEffectToTheEndpointThatIsChosen) {
+  const std::string body = R"({"attach":true})";
+  EXPECT_EQ(answer("POST /api/v1/render/apo", local_host + token_line, body),
+            expected_error("400 Bad Request", "no render endpoint is selected"));
+  state_.endpoints.selected_render_id.push_back(u'x');
+  EXPECT_EQ(answer("POST /api/v1/render/apo", local_host + token_line, body),
+            expected_error("400 Bad Request", "endpoint_id must be a render endpoint identifier"));
+}
+
 }  // namespace
 }  // namespace velmora

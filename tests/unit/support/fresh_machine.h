@@ -29,6 +29,7 @@ class FreshMachine : public ::testing::Test {
     EXPECT_TRUE(standin::system().handles.empty());
     EXPECT_TRUE(standin::system().state.open_keys.empty());
     EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    EXPECT_TRUE(standin::system().state.open_services.empty());
     EXPECT_EQ(standin::system().com_started, 0);
     EXPECT_EQ(standin::system().sockets_started, 0);
     standin::reset();
