@@ -66,6 +66,8 @@ struct Row {
   std::vector<std::uint16_t> ports;
   ThreeSets wall_us;       // for each request
   ThreeSets processor_us;  // for each request
+  // Not so where the service looks at its machine for the answer, which no loop does.
+  bool has_aim = true;
 };
 
 // A web root of the sizes that are measured; gone with this object.
@@ -162,6 +164,8 @@ class Field {
     rows[1].request = footstep_request(port, browser_headers);
     rows[2].request = request_of("GET /", port, "", "");
     rows[3].request = request_of("GET /advanced.html", port, "", "");
+    rows[4].request =
+        request_of("GET /api/v1/status", port, "X-Velmora-Token: " + std::string(token) + "\r\n", "");
   }
 
   void add_loop(const Plan& plan, Row& row, Contestant loop) {
@@ -235,14 +239,15 @@ void print_header(std::string_view what, std::string_view ratio) {
               "control", std::string(ratio).c_str(), "minimal / control", "aim");
 }
 
-// One line: medians in microseconds, the ratio with its quartiles, the control's ratio, the verdict.
+// One line: medians in microseconds, the ratio with its quartiles, the control's ratio, the verdict on the
+// aim; without an aim (empty) there is none.
 void print_line(std::string_view name, const ThreeSets& sets, const Spread& ratio, bool met,
                 std::string_view aim) {
   const double control_ratio = spread_of_ratios(sets[minimal], sets[control]).median;
-  std::printf("%-30s %9.2f %9.2f %9.2f   %.3f (%.3f to %.3f)   %17.3f  %s: %s\n", std::string(name).c_str(),
+  std::printf("%-30s %9.2f %9.2f %9.2f   %.3f (%.3f to %.3f)   %17.3f  %s\n", std::string(name).c_str(),
               spread_of(sets[service]).median, spread_of(sets[minimal]).median,
               spread_of(sets[control]).median, ratio.median, ratio.low, ratio.high, control_ratio,
-              std::string(aim).c_str(), verdict(met, control_ratio).c_str());
+              aim.empty() ? "none" : (std::string(aim) + ": " + verdict(met, control_ratio)).c_str());
 }
 
 void print_speed(std::string_view what, const std::vector<Row>& rows, ThreeSets Row::*sets) {
@@ -250,7 +255,11 @@ void print_speed(std::string_view what, const std::vector<Row>& rows, ThreeSets 
   for (const Row& row : rows) {
     const ThreeSets& measured = row.*sets;
     const Spread ratio = spread_of_ratios(measured[minimal], measured[service]);
-    print_line(row.name, measured, ratio, ratio.median >= speed_aim, ">= 0.95");
+    if (row.has_aim) {
+      print_line(row.name, measured, ratio, ratio.median >= speed_aim, ">= 0.95");
+    } else {
+      print_line(row.name, measured, ratio, true, "");
+    }
   }
 }
 
@@ -289,7 +298,8 @@ int compare(Plan plan) {
   static std::vector<Row> rows{{"11 bytes", {}, 0, {}, {}, {}, {}},
                                {"11 bytes, to a browser", {}, 0, {}, {}, {}, {}},
                                {"2.5 KB", {}, 0, {}, {}, {}, {}},
-                               {"20 KB", {}, 0, {}, {}, {}, {}}};
+                               {"20 KB", {}, 0, {}, {}, {}, {}},
+                               {"the status document", {}, 0, {}, {}, {}, {}, false}};
   static const Field field(plan, web_root, rows);
   std::printf("%zu rounds of queues of %zu and %zu requests, %zu starts. %s\n", plan.rounds, plan.connections,
               plan.connections / 2, plan.starts, processors.c_str());

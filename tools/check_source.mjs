@@ -24,7 +24,7 @@ function read_rooms() {
   return Object.fromEntries(Object.keys(links).map((room) => [room, reach(room)]));
 }
 // From the bottom up. A room links downwards only, and those in one row know nothing of each other.
-const storeys = [["base"], ["platform"], ["http", "bridge"], ["binding", "capture"], ["effects", "endpoints"], ["engine"], ["status"], ["routes"], ["service"]];
+const storeys = [["base"], ["platform"], ["http", "bridge"], ["binding", "capture", "account"], ["effects", "endpoints"], ["engine"], ["status"], ["routes"], ["service"]];
 const storey_of = (room) => storeys.findIndex((row) => row.includes(room));
 const windows_headers =
   /^(windows|winsock2|ws2tcpip|winhttp|audiopolicy|endpointvolume|mmdeviceapi|propidl|tlhelp32|sddl|bcrypt|objbase|shellapi|io|winreg|winsvc)\.h$/;

@@ -172,4 +172,70 @@ bool ControlBridge::read_capture_request(CaptureRequest& out) {
   return true;
 }
 
+bool ControlBridge::read_diagnostics(ControlDiagnostics& out) {
+  if (!is_open()) return false;
+  velmora::read_diagnostics(record(), out);
+  return true;
+}
+
+void ControlBridge::report_initialize_attempt(const InitializeAttempt& attempt) {
+  if (is_open()) velmora::report_initialize_attempt(record(), attempt);
+}
+
+void ControlBridge::report_initialize_success() {
+  if (is_open()) velmora::report_initialize_success(record());
+}
+
+void ControlBridge::report_initialize_progress(std::uint32_t stage, std::uint32_t result) {
+  if (is_open()) velmora::report_initialize_progress(record(), stage, result);
+}
+
+void ControlBridge::report_format_negotiation(std::uint32_t stage) {
+  if (is_open()) velmora::report_format_negotiation(record(), stage);
+}
+
+void ControlBridge::report_lock_attempt() {
+  if (is_open()) velmora::report_lock_attempt(record());
+}
+
+void ControlBridge::report_lock_input_format(const StreamFormat& format) {
+  if (is_open()) velmora::report_lock_input_format(record(), format);
+}
+
+void ControlBridge::report_lock_output_format(const StreamFormat& format) {
+  if (is_open()) velmora::report_lock_output_format(record(), format);
+}
+
+void ControlBridge::report_lock_progress(std::uint32_t stage, std::uint32_t result) {
+  if (is_open()) velmora::report_lock_progress(record(), stage, result);
+}
+
+void ControlBridge::report_lock_success(const LockedStream& stream) {
+  if (is_open()) velmora::report_lock_success(record(), stream);
+}
+
+void ControlBridge::report_applied(bool bypass, bool bypass_all, float strength) {
+  if (is_open()) velmora::report_applied(record(), bypass, bypass_all, strength);
+}
+
+void ControlBridge::report_processing(float gain_db, std::uint32_t block_count) {
+  if (is_open()) velmora::report_processing(record(), gain_db, block_count);
+}
+
+void ControlBridge::report_mode(std::uint32_t mode, ModeKind kind) {
+  if (is_open()) velmora::report_mode(record(), mode, kind);
+}
+
+void ControlBridge::count_processed_block() {
+  if (is_open()) velmora::count_processed_block(record());
+}
+
+void ControlBridge::report_query(std::uint32_t index, std::uint32_t value, std::int32_t result) {
+  if (is_open()) velmora::report_query(record(), index, value, result);
+}
+
+void ControlBridge::report_capture(std::uint16_t state, std::uint16_t seconds, std::uint32_t detail) {
+  if (is_open()) velmora::report_capture(record(), state, seconds, detail);
+}
+
 }  // namespace velmora

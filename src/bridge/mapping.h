@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "bridge/diagnostics.h"
 #include "bridge/record.h"
 #include "platform/shared_memory.h"
 
@@ -44,8 +45,8 @@ class ControlBridge {
   // Empty when closed.
   [[nodiscard]] const std::u16string& name() const noexcept { return name_; }
 
-  // The operations of record.h on the shared record. Closed: publications are not_open, readings are false
-  // with the output untouched.
+  // The operations of record.h and diagnostics.h on the shared record. Closed: publications are not_open,
+  // readings are false with the output untouched, and the effect's reports do nothing.
   [[nodiscard]] BridgeResult publish_footstep(bool bypass, bool bypass_all, float enhance_strength);
   [[nodiscard]] BridgeResult publish_algorithm(const AlgorithmParameters& parameters);
   [[nodiscard]] BridgeResult publish_eq(const EqSettings& settings);
@@ -54,6 +55,23 @@ class ControlBridge {
   [[nodiscard]] bool read_algorithm(AlgorithmParameters& out);
   [[nodiscard]] bool read_eq(EqSettings& out);
   [[nodiscard]] bool read_capture_request(CaptureRequest& out);
+  [[nodiscard]] bool read_diagnostics(ControlDiagnostics& out);
+
+  void report_initialize_attempt(const InitializeAttempt& attempt);
+  void report_initialize_success();
+  void report_initialize_progress(std::uint32_t stage, std::uint32_t result);
+  void report_format_negotiation(std::uint32_t stage);
+  void report_lock_attempt();
+  void report_lock_input_format(const StreamFormat& format);
+  void report_lock_output_format(const StreamFormat& format);
+  void report_lock_progress(std::uint32_t stage, std::uint32_t result);
+  void report_lock_success(const LockedStream& stream);
+  void report_applied(bool bypass, bool bypass_all, float strength);
+  void report_processing(float gain_db, std::uint32_t block_count);
+  void report_mode(std::uint32_t mode, ModeKind kind);
+  void count_processed_block();
+  void report_query(std::uint32_t index, std::uint32_t value, std::int32_t result);
+  void report_capture(std::uint16_t state, std::uint16_t seconds, std::uint32_t detail);
 
  private:
   bool connect(std::u16string_view name, bool may_create, std::string& message);

@@ -29,6 +29,13 @@ inline void add_to_word(Word& word, Word amount) {
   std::atomic_ref<Word>(word).fetch_add(amount);
 }
 
+// Replaces `present` by `value`; false, with `present` the value found, when the word holds another one by
+// now.
+template <typename Word>
+[[nodiscard]] inline bool exchange_word(Word& word, Word& present, Word value) {
+  return std::atomic_ref<Word>(word).compare_exchange_strong(present, value);
+}
+
 // Orders everything before it against everything behind it. An exchange on a local word, since g++ refuses a
 // fence under ThreadSanitizer.
 inline void full_barrier() {

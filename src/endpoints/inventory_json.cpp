@@ -14,62 +14,43 @@ bool is_bound(std::string_view endpoint_id) {
   return inspect_endpoint_binding(endpoint_id, state) >= 0 && state.bound;
 }
 
-void append_endpoint(std::string& out, const EndpointInfo& endpoint) {
-  out += "\"id\":";
-  append_text(out, endpoint.id);
-  out += ",\"name\":";
-  append_text(out, endpoint.name);
-  out += ",\"is_default\":";
-  append_bool(out, endpoint.is_default);
-  out += ",\"is_selected\":";
-  append_bool(out, endpoint.is_selected);
-  out += ",\"peak\":";
-  append_number(out, endpoint.peak);
-  out += ",\"sessions\":";
-  append_texts(out, endpoint.sessions);
-}
-
-void append_render_endpoints(std::string& out, const std::vector<EndpointInfo>& endpoints) {
-  std::string_view separator;
-  for (const EndpointInfo& endpoint : endpoints) {
-    out.append(separator).append("{");
-    append_endpoint(out, endpoint);
-    out += ",\"apo_bound\":";
-    append_bool(out, is_bound(endpoint.id));
-    out += '}';
-    separator = ",";
-  }
+void add_endpoint(JsonObject& members, const EndpointInfo& endpoint) {
+  members.add("id", endpoint.id);
+  members.add("name", endpoint.name);
+  members.add("is_default", endpoint.is_default);
+  members.add("is_selected", endpoint.is_selected);
+  members.add("peak", endpoint.peak);
+  members.add("sessions", endpoint.sessions);
 }
 
 // A capture endpoint has no effect chain of ours.
-void append_capture_endpoints(std::string& out, const std::vector<EndpointInfo>& endpoints) {
-  std::string_view separator;
+enum class Chains { shown, hidden };
+
+void append_endpoints(std::string& out, const std::vector<EndpointInfo>& endpoints, Chains chains) {
+  out += '[';
   for (const EndpointInfo& endpoint : endpoints) {
-    out.append(separator).append("{");
-    append_endpoint(out, endpoint);
-    out += '}';
-    separator = ",";
+    if (&endpoint != &endpoints.front()) out += ',';
+    JsonObject members(out);
+    add_endpoint(members, endpoint);
+    if (chains == Chains::shown) members.add("apo_bound", is_bound(endpoint.id));
+    members.end();
   }
+  out += ']';
 }
 
 }  // namespace
 
 std::string endpoint_inventory_json(const EndpointInventory& inventory) {
-  std::string out = "{\"render\":[";
-  append_render_endpoints(out, inventory.render);
-  out += "],\"capture\":[";
-  append_capture_endpoints(out, inventory.capture);
-  out += "],\"default_render_endpoint_id\":";
-  append_text(out, inventory.default_render_endpoint_id);
-  out += ",\"default_capture_endpoint_id\":";
-  append_text(out, inventory.default_capture_endpoint_id);
-  out += ",\"selected_render_endpoint_id\":";
-  append_text(out, inventory.selected_render_endpoint_id);
-  out += ",\"selected_capture_endpoint_id\":";
-  append_text(out, inventory.selected_capture_endpoint_id);
-  out += ",\"error_code\":";
-  append_integer(out, inventory.error_code);
-  out += '}';
+  std::string out;
+  JsonObject members(out);
+  append_endpoints(members.begin("render"), inventory.render, Chains::shown);
+  append_endpoints(members.begin("capture"), inventory.capture, Chains::hidden);
+  members.add("default_render_endpoint_id", inventory.default_render_endpoint_id);
+  members.add("default_capture_endpoint_id", inventory.default_capture_endpoint_id);
+  members.add("selected_render_endpoint_id", inventory.selected_render_endpoint_id);
+  members.add("selected_capture_endpoint_id", inventory.selected_capture_endpoint_id);
+  members.add("error_code", inventory.error_code);
+  members.end();
   return out;
 }
 

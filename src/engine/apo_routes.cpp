@@ -34,19 +34,16 @@ struct Restart {
 };
 
 std::string result_json(std::string_view endpoint_id, std::string_view detail, const Restart& restart) {
-  std::string out = "{\"ok\":true,\"bound\":";
-  append_bool(out, is_bound(endpoint_id));
-  out += ",\"endpoint_id\":";
-  append_text(out, endpoint_id);
-  out += ",\"detail\":";
-  append_text(out, detail);
-  out += ",\"audio_restarted\":";
-  append_bool(out, restart.wanted && restart.status == 0);
-  out += ",\"audio_restart_error\":";
-  append_integer(out, restart.status);
-  out += ",\"audio_restart_detail\":";
-  append_text(out, restart.detail);
-  out += '}';
+  std::string out;
+  JsonObject members(out);
+  members.add("ok", true);
+  members.add("bound", is_bound(endpoint_id));
+  members.add("endpoint_id", endpoint_id);
+  members.add("detail", detail);
+  members.add("audio_restarted", restart.wanted && restart.status == 0);
+  members.add("audio_restart_error", restart.status);
+  members.add("audio_restart_detail", restart.detail);
+  members.end();
   return out;
 }
 

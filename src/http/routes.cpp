@@ -8,6 +8,7 @@
 #include "http/gate.h"
 #include "http/request.h"
 #include "http/response.h"
+#include "status/status_routes.h"
 
 namespace velmora {
 namespace {
@@ -41,6 +42,7 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
   const auto matches = [&](std::string_view method, std::string_view route) {
     return request.method == method && path == route;
   };
+  if (matches("GET", "/api/v1/status")) return get_status(socket, bridge, state.endpoints, state.session);
   if (matches("PUT", "/api/v1/render/effects/algorithm")) return put_algorithm(socket, request, bridge);
   if (matches("PUT", "/api/v1/render/effects/eq")) return put_eq(socket, request, bridge);
   if (matches("GET", "/api/v1/render/effects/eq")) return get_eq(socket, bridge);

@@ -85,6 +85,83 @@ void check_algorithm(Verdict& verdict, ControlBridge& service, ControlBridge& ef
   verdict.check(read.limiter_enabled == sent.limiter_enabled && read.stereo_link == sent.stereo_link);
 }
 
+constexpr StreamFormat tested_format = {48000, 2, 32, 4, 1};
+
+// The effect's life up to an agreed format, with no stream yet.
+void check_negotiation(Verdict& verdict, ControlBridge& effect) {
+  effect.report_initialize_attempt({96, 96, 4, 1, true});
+  effect.report_initialize_success();
+  effect.report_initialize_progress(6, 0);
+  effect.report_format_negotiation(stage_input_negotiation);
+  effect.report_lock_input_format(tested_format);
+  effect.report_lock_output_format(tested_format);
+  effect.report_lock_progress(11, 0);
+
+  ControlDiagnostics read;
+  verdict.check(effect.read_diagnostics(read));
+  verdict.check(read.format_negotiation_count == 1 && read.lock_attempt_count == 0);
+  verdict.check(read.lock_stage == 11 && read.lock_hresult == 0);
+  verdict.check(read.lock_input_sample_rate == 48000 && read.lock_output_sample_rate == 48000);
+  verdict.check(read.total_processed_blocks == 0);
+  verdict.check(!read.applied_valid && !read.processing_gain_valid);
+}
+
+void lock_stream(ControlBridge& effect) {
+  effect.report_lock_attempt();
+  effect.report_lock_input_format(tested_format);
+  effect.report_lock_output_format(tested_format);
+  effect.report_lock_progress(8, 0);
+  effect.report_lock_success({48000, 2, true, 2, 0});
+}
+
+void process_audio(ControlBridge& effect) {
+  effect.report_applied(false, true, 0.5f);
+  effect.report_processing(3.25f, 43);
+  effect.report_mode(6, ModeKind::initialized);
+  effect.report_mode(6, ModeKind::locked);
+  effect.report_mode(2, ModeKind::processed);
+  effect.count_processed_block();
+  effect.count_processed_block();
+}
+
+void check_initialisation(Verdict& verdict, const ControlDiagnostics& read) {
+  verdict.check(read.initialize_attempt_count == 1 && read.initialize_count == 1);
+  verdict.check(read.initialize_data_size == 96 && read.initialize_declared_size == 96);
+  verdict.check(read.initialize_structure == 4 && read.initialize_processing_mode == 1);
+  verdict.check(read.initialize_for_discovery_only);
+  verdict.check(read.initialize_stage == 6 && read.initialize_hresult == 0);
+}
+
+void check_lock(Verdict& verdict, const ControlDiagnostics& read) {
+  verdict.check(read.lock_count == 1);
+  verdict.check(read.format_negotiation_count == 1 && read.lock_attempt_count == 1);
+  verdict.check(read.lock_stage == 8 && read.lock_hresult == 0);
+  verdict.check(read.lock_input_sample_rate == 48000 && read.lock_output_sample_rate == 48000);
+  verdict.check(read.lock_input_channels == 2 && read.lock_output_channels == 2);
+  verdict.check(read.lock_input_valid_bits == 32 && read.lock_output_valid_bits == 32);
+  verdict.check(read.lock_input_container_bytes == 4 && read.lock_output_container_bytes == 4);
+  verdict.check(read.lock_input_format_type == 1 && read.lock_output_format_type == 1);
+  verdict.check(read.sample_rate == 48000 && read.channels == 2);
+  verdict.check(read.algorithm_requested && read.pipeline_mode == 2 && read.last_algorithm_error == 0);
+}
+
+void check_processing(Verdict& verdict, const ControlDiagnostics& read) {
+  verdict.check(read.applied_valid && !read.applied_bypass && read.applied_bypass_all);
+  verdict.check(read.applied_strength == 0.5f);
+  verdict.check(read.processing_gain_valid && read.processing_gain_db == 3.25f);
+  verdict.check(read.processing_block_count == 43 && read.total_processed_blocks == 2);
+  verdict.check(read.initialized_mode_mask == 64 && read.locked_mode_mask == 64);
+  verdict.check(read.processed_mode_mask == 4);
+}
+
+void check_diagnostics(Verdict& verdict, ControlBridge& effect) {
+  ControlDiagnostics read;
+  verdict.check(effect.read_diagnostics(read));
+  check_initialisation(verdict, read);
+  check_lock(verdict, read);
+  check_processing(verdict, read);
+}
+
 void check_bridge(Verdict& verdict) {
   const std::string name = "Local\\VelmoraSelfTest-" + std::to_string(own_process_id());
   std::string message;
@@ -94,8 +171,12 @@ void check_bridge(Verdict& verdict) {
   verdict.check(effect.open(wide_from_signed_bytes(name), message));
   check_footstep(verdict, service, effect, false, 0.625f);
   check_footstep(verdict, service, effect, true, 0.5f);
+  check_negotiation(verdict, effect);
+  lock_stream(effect);
   check_algorithm(verdict, service, effect, {-5.5f, 0.6f, 1, true, -1.0f, 1, 0}, 0.01f);
   check_algorithm(verdict, service, effect, {-20.0f, 0.0f, 0, false, -12.0f, 2, 0}, 0.0f);
+  process_audio(effect);
+  check_diagnostics(verdict, effect);
 }
 
 void check_preset_names(Verdict& verdict) {

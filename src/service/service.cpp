@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/text.h"
+#include "base/version.h"
 #include "bridge/mapping.h"
 #include "capture/capture_directory.h"
 #include "effects/preset_directory.h"

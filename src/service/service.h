@@ -9,9 +9,6 @@
 
 namespace velmora {
 
-// The version of this program, as people and clients see it.
-inline constexpr std::string_view application_version = "1.2.0";
-
 // Runs the program: the arguments come without the program's own name, the banner goes to standard
 // output, failures to standard error. Returns when the service has been stopped or could not start;
 // everything that was set up is taken down by then, in reverse order, but for the console handler and the

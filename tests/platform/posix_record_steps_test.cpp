@@ -1,5 +1,6 @@
 // The record as another process may find it at any instant: a child works on a shared page, halted after each
 // single instruction, and we look. What no thread test can force, the order of the stores, shows here.
+// One file because all of it walks through one record in one way.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/user.h>
@@ -13,10 +14,12 @@
 #include <cstring>
 #include <functional>
 #include <new>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "bridge/diagnostics.h"
 #include "bridge/record.h"
 
 namespace velmora {
@@ -393,6 +396,212 @@ TEST(RecordSteps, AReadingThatIsOvertakenIsRepeatedUpToFourAttempts) {
     EXPECT_EQ(walk.answer, row.answer);
     EXPECT_EQ(walk.compare_exchanges, row.attempts * words_of_an_attempt);
     EXPECT_TRUE(walk.changes.empty());
+  }
+}
+
+// The record as the first `count` changes of a walk leave it.
+void replay(const Walk& walk, std::size_t count, ControlBridgeRecord& record) {
+  for (std::size_t index = 0; index < count; ++index) {
+    const Change& change = walk.changes[index];
+    std::memcpy(reinterpret_cast<char*>(&record) + change.offset, &change.value, width_at(change.offset));
+  }
+}
+
+EqSettings first_settings() {
+  EqSettings settings;
+  settings.bands.fill({5, 440.0f, 6.25f, 2.0f});
+  return settings;
+}
+
+// What a reading came to; the child's answer.
+enum Reading : int { read_first = 1, read_other = 2, read_none = 3, read_mixture = 4 };
+
+Reading read_apart(ControlBridgeRecord& record) {
+  EqSettings out;
+  out.revision = 77;
+  if (!read_eq(record, out)) return out.revision == 77 ? read_none : read_mixture;
+  const auto is_those = [&](const EqSettings& settings, std::uint64_t revision) {
+    return out.bypass == settings.bypass && out.fade_ms == settings.fade_ms && out.bands == settings.bands &&
+           out.revision == revision;
+  };
+  if (is_those(first_settings(), 1)) return read_first;
+  return is_those(other_settings(), 2) ? read_other : read_mixture;
+}
+
+// The steps of a second publication, on a record that holds the first one again afterwards.
+Walk walk_through_second_publication(const SharedRecord& record) {
+  initialise_record(*record);
+  publish_eq(*record, first_settings());
+  const ControlBridgeRecord before = *record;
+  Walk walk = walk_through(record, [&record] {
+    publish_eq(*record, other_settings());
+    return 0;
+  });
+  *record = before;
+  return walk;
+}
+
+TEST(RecordSteps, AnEqualizerIsReadWholeOrNotAtAllWhereverItsWriterHasStopped) {
+  const SharedRecord record;
+  const Walk walk = walk_through_second_publication(record);
+  ASSERT_TRUE(walk.ended);
+  ASSERT_EQ(walk.changes.size(), 34u);
+  for (std::size_t count = 0; count <= walk.changes.size(); ++count) {
+    ControlBridgeRecord stopped = *record;
+    replay(walk, count, stopped);
+    const Reading expected = count == 0 ? read_first : count == walk.changes.size() ? read_other : read_none;
+    EXPECT_EQ(read_apart(stopped), expected) << count;
+  }
+}
+
+TEST(RecordSteps, AReadingThatAWriterOvertakesAnywhereIsWholeOrNone) {
+  constexpr int words_of_an_attempt = 4;  // the last look at the sequence ends it
+  const SharedRecord record;
+  const Walk writer = walk_through_second_publication(record);
+  ASSERT_TRUE(writer.ended);
+  const std::size_t all = writer.changes.size();
+  const ControlBridgeRecord before = *record;
+  for (int overtaken_at = 1; overtaken_at <= words_of_an_attempt; ++overtaken_at) {
+    for (const std::size_t count :
+         {std::size_t{1}, std::size_t{2}, all / 2, all - 3, all - 2, all - 1, all}) {
+      SCOPED_TRACE(testing::Message() << count << " changes at " << overtaken_at);
+      *record = before;
+      const Walk walk = walk_through(
+          record, [&record] { return static_cast<int>(read_apart(*record)); },
+          [&](int number) {
+            if (number == overtaken_at) replay(writer, count, *record);
+          });
+      ASSERT_TRUE(walk.ended);
+      const bool was_over = overtaken_at == words_of_an_attempt;
+      EXPECT_EQ(walk.answer, was_over ? read_first : count == all ? read_other : read_none);
+    }
+  }
+}
+
+TEST(RecordSteps, EachReportOfTheEffectStoresItsWordsInTheOrderOfItsContract) {
+  const SharedRecord record;
+  const struct {
+    const char* title;
+    std::function<void()> work;
+    std::vector<std::pair<std::size_t, std::uint64_t>> stores;  // on a region that held C7 all over
+  } rows[] = {
+      {"initialize attempt",
+       [&] {
+         report_initialize_attempt(*record, {96, 97, 4, 1, true});
+       },
+       {{0x048, 0x0000006000000061},
+        {0x050, 0x8000000400000001},
+        {0x058, 0x000000018000000A},
+        {0x040, 0xC7C7C7C8C7C7C7C7}}},
+      {"initialize success", [&] { report_initialize_success(*record); }, {{0x018, 0xC7C7C7C7C7C7C7C8}}},
+      {"initialize progress",
+       [&] { report_initialize_progress(*record, 6, 0); },
+       {{0x058, 0x0000000600000000}}},
+      {"input negotiation",
+       [&] { report_format_negotiation(*record, 9); },
+       {{0x070, 0}, {0x078, 0}, {0x068, 0x000000098000000A}, {0x064, 0xC7C7C7C8}}},
+      {"output negotiation",
+       [&] { report_format_negotiation(*record, 10); },
+       {{0x070, 0}, {0x078, 0}, {0x068, 0x0000000A8000000A}, {0x064, 0xC7C8C7C7}}},
+      {"lock attempt",
+       [&] { report_lock_attempt(*record); },
+       {{0x070, 0}, {0x078, 0}, {0x068, 0x000000018000000A}, {0x060, 0xC7C7C7C8}}},
+      {"input format",
+       [&] {
+         report_lock_input_format(*record, {48000, 2, 32, 4, 1});
+       },
+       {{0x070, 0x0000BB8001042002}}},
+      {"output format",
+       [&] {
+         report_lock_output_format(*record, {48000, 2, 32, 4, 1});
+       },
+       {{0x078, 0x0000BB8001042002}}},
+      {"lock progress", [&] { report_lock_progress(*record, 8, 0); }, {{0x068, 0x0000000800000000}}},
+      {"lock success",
+       [&] {
+         report_lock_success(*record, {48000, 2, true, 2, 0});
+       },
+       {{0x028, 0x0000BB8000000002}, {0x030, 0x8000000200000000}, {0x020, 0xC7C7C7C7C7C7C7C8}}},
+      {"applied", [&] { report_applied(*record, false, true, 0.5f); }, {{0x080, 0x800000023F000000}}},
+      {"processing", [&] { report_processing(*record, 3.25f, 43); }, {{0x088, 0x8000002B40500000}}},
+      {"a new mode", [&] { report_mode(*record, 3, ModeKind::locked); }, {{0x090, 0xC7C7C7C7C7CFC7C7}}},
+      {"a known mode", [&] { report_mode(*record, 1, ModeKind::locked); }, {}},
+      {"no mode", [&] { report_mode(*record, 16, ModeKind::initialized); }, {}},
+      {"processed block", [&] { count_processed_block(*record); }, {{0x098, 0xC7C7C7C7C7C7C7C8}}},
+      {"query", [&] { report_query(*record, 0, 1, 0); }, {{0x038, 0xC7C7C7C1C7C7C7C8}}},
+      {"capture", [&] { report_capture(*record, 2, 120, 0); }, {{0x0B0, 0x8000000000780002}}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.title);
+    record.fill(foreign_byte);
+    const Walk walk = walk_through(record, [&row] {
+      row.work();
+      return 0;
+    });
+    ASSERT_TRUE(walk.ended);
+    std::vector<std::pair<std::size_t, std::uint64_t>> stores;
+    for (const Change& change : walk.changes) stores.emplace_back(change.offset, change.value);
+    EXPECT_EQ(stores, row.stores);
+    expect_whole_steps(walk);
+  }
+}
+
+TEST(RecordSteps, TheWordsOfTheEffectAreEachReadOnceAndNotChanged) {
+  const SharedRecord record;
+  record.fill(foreign_byte);
+  const Walk walk = walk_through(record, [&record] {
+    ControlDiagnostics read;
+    read_diagnostics(*record, read);
+    return 0;
+  });
+  ASSERT_TRUE(walk.ended);
+  EXPECT_TRUE(walk.changes.empty());
+  EXPECT_EQ(walk.compare_exchanges, 19);
+}
+
+TEST(RecordSteps, AReportThatAnotherOvertakesBeginsAnewFromWhatItFinds) {
+  const struct {
+    const char* title;
+    std::size_t offset;
+    std::uint64_t meanwhile;  // what the other one leaves behind the first look
+    std::function<void(ControlBridgeRecord&)> work;
+    int compare_exchanges;
+    std::uint64_t at_the_end;
+  } rows[] = {
+      {"a query, by one of its own kind", 0x038, 0x0100000500000007,
+       [](auto& record) { report_query(record, 0, 3, -1); }, 3, 0x0000000300000008},
+      {"a query, by one of another kind", 0x038, 0x0200014000000100,
+       [](auto& record) { report_query(record, 0, 3, 0); }, 3, 0x0300014300000101},
+      {"a query, by nobody", 0x038, 0, [](auto& record) { report_query(record, 3, 5, 0); }, 2,
+       0x0814000001000000},
+      {"a query beyond the four", 0x038, 0x0123456789ABCDEF,
+       [](auto& record) { report_query(record, 4, 5, 0); }, 3, 0x0123456789ABCDEF},
+      {"a mode, by another", 0x090, 0x8001000000000000,
+       [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 3, 0x8001000000000040},
+      {"a mode, by the same", 0x090, 0x0000000000000041,
+       [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 2, 0x0000000000000041},
+      {"a mode, by nobody", 0x090, 0, [](auto& record) { report_mode(record, 2, ModeKind::processed); }, 2,
+       0x0000000400000000},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.title);
+    const SharedRecord record;
+    const Walk walk = walk_through(
+        record,
+        [&] {
+          row.work(*record);
+          return 0;
+        },
+        [&](int number) {
+          if (number != 1) return;
+          std::memcpy(reinterpret_cast<char*>(&*record) + row.offset, &row.meanwhile, sizeof row.meanwhile);
+        });
+    ASSERT_TRUE(walk.ended);
+    EXPECT_EQ(walk.compare_exchanges, row.compare_exchanges);
+    const RecordBytes bytes = record.bytes();
+    std::uint64_t word = 0;
+    std::memcpy(&word, &bytes[row.offset], sizeof word);
+    EXPECT_EQ(word, row.at_the_end);
   }
 }
 

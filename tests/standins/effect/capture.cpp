@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "capture_path.h"
+#include "reports.h"
 #include "wave_file.h"
 
 namespace velmora::effect {
@@ -22,6 +23,12 @@ constexpr struct {
              {"capture-4-host-out.wav", 550}};
 
 constexpr unsigned files_of_partial_export = 2;
+
+void report(const Record& record, const CaptureRequest& request, const CaptureAnswer& answer,
+            const Options& options) {
+  reports_for(options).capture(record, static_cast<std::uint16_t>(answer.state),
+                               static_cast<std::uint16_t>(request.seconds), answer.detail);
+}
 
 CaptureAnswer write_files(unsigned seconds, const Options& options) {
   const std::filesystem::path directory = capture_path(options.capture_directory);
@@ -48,7 +55,7 @@ CaptureAnswer obey(const Record& record, const CaptureRequest& request, const Op
   if (request.action != action_export || request.seconds > longest_capture_s) {
     return {CaptureState::failed, capture_unknown_action};
   }
-  report_capture(record, static_cast<unsigned>(CaptureState::writing), request.seconds, 0);
+  report(record, request, {CaptureState::writing, 0}, options);
   return write_files(request.seconds, options);
 }
 
@@ -56,7 +63,7 @@ CaptureAnswer obey(const Record& record, const CaptureRequest& request, const Op
 
 CaptureAnswer answer_capture(const Record& record, const CaptureRequest& request, const Options& options) {
   const CaptureAnswer answer = obey(record, request, options);
-  report_capture(record, static_cast<unsigned>(answer.state), request.seconds, answer.detail);
+  report(record, request, answer, options);
   return answer;
 }
 

@@ -10,12 +10,15 @@
 
 #include "base/text.h"
 #include "capture.h"
+#include "hammer.h"
+#include "life.h"
 #include "mapping.h"
 #include "options.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/shared_memory.h"
 #include "record.h"
+#include "reports.h"
 
 namespace velmora::effect {
 namespace {
@@ -91,16 +94,17 @@ struct Seen {
   std::uint32_t capture_sequence;
 };
 
-void follow_footstep(const Record& record, Seen& seen) {
+void follow_footstep(const Record& record, const Options& options, Seen& seen) {
   const std::uint64_t word = footstep_word(record);
   if (seen.footstep == word) return;
   seen.footstep = word;
-  const Enhancement wanted = decode_footstep(word);
-  const std::uint64_t applied = report_applied(record, wanted);
+  Enhancement applied = decode_footstep(word);
+  applied.strength = options.applied_strength.value_or(applied.strength);
+  reports_for(options).applied(record, applied);
   LineBuffer line;
   std::snprintf(line.data(), line.size(), "applied word=0x%016llx bypass=%s bypass_all=%s strength=%g",
-                static_cast<unsigned long long>(applied), text_of(wanted.bypass), text_of(wanted.bypass_all),
-                static_cast<double>(wanted.strength));
+                static_cast<unsigned long long>(applied_word(applied)), text_of(applied.bypass),
+                text_of(applied.bypass_all), static_cast<double>(applied.strength));
   print_line(line.data());
 }
 
@@ -160,10 +164,54 @@ void pause_until(std::int64_t moment_ns) {
   }
 }
 
+// What happens beside the looking: at most one of the two.
+struct Activity {
+  std::optional<Life> life;
+  std::optional<Hammer> hammer;
+  bool processing_told = false;
+  bool end_told = false;
+};
+
+void start_activity(const Record& record, const Options& options, Activity& activity) {
+  if (options.life) activity.life.emplace(record, options, stop_requested);
+  if (options.hammer_rounds) activity.hammer.emplace(record, options, stop_requested);
+}
+
+// How far it has come at one moment.
+struct Progress {
+  bool processing;
+  bool life_finished;
+  bool hammer_finished;
+};
+
+Progress progress_of(const Activity& activity) {
+  return {activity.life && activity.life->is_processing(), activity.life && activity.life->is_finished(),
+          activity.hammer && activity.hammer->is_finished()};
+}
+
+// Each moment once. A stop makes an end of everything, which is none of its own.
+void tell_progress(const Progress& progress, Activity& activity) {
+  const auto tell = [](bool happened, bool& told, const char* line) {
+    if (!happened || told || stop_requested) return;
+    told = true;
+    print_line(line);
+  };
+  tell(progress.processing, activity.processing_told, "life processing");
+  tell(progress.life_finished, activity.end_told, "life finished");
+  if (!progress.hammer_finished) return;
+  LineBuffer line;
+  std::snprintf(line.data(), line.size(), "hammer finished rounds=%llu odd=%llu lost=%llu",
+                static_cast<unsigned long long>(activity.hammer->rounds()),
+                static_cast<unsigned long long>(activity.hammer->odd_rounds()),
+                static_cast<unsigned long long>(activity.hammer->lost_reports()));
+  tell(true, activity.end_told, line.data());
+}
+
 // Looks at the record until a stop. The times of the options count from here.
-void follow(const Record& record, const Options& options, bool magic_is_due) {
+void follow(const Record& record, const Options& options, Seen seen, bool magic_is_due) {
   const std::int64_t start_ns = steady_now_ns();
-  Seen seen{std::nullopt, std::nullopt, equalizer_revision(record), capture_request(record).sequence};
+  Activity activity;
+  start_activity(record, options, activity);
   while (!stop_requested) {
     const std::int64_t now_ns = steady_now_ns();
     const auto moment_of = [start_ns](std::uint32_t after_ms) { return start_ns + after_ms * ns_per_ms; };
@@ -179,13 +227,19 @@ void follow(const Record& record, const Options& options, bool magic_is_due) {
     }
     if (options.exit_after_ms) {
       const std::int64_t exit_ns = moment_of(*options.exit_after_ms);
-      if (now_ns >= exit_ns) return;
+      if (now_ns >= exit_ns) {
+        stop_requested = true;
+        return;
+      }
       wake_ns = std::min(wake_ns, exit_ns);
     }
-    follow_footstep(record, seen);
+    const Progress progress = progress_of(activity);
+    // A life applies the enhancement from its first block on; the hammer reports one of its own.
+    if (!activity.hammer && (!activity.life || progress.processing)) follow_footstep(record, options, seen);
     follow_algorithm(record, seen);
     follow_equalizer(record, seen);
     follow_capture(record, options, seen);
+    tell_progress(progress, activity);
     pause_until(wake_ns);
   }
 }
@@ -214,8 +268,10 @@ int run(int argc, const char* const* argv) {
     write_standard_error("mapping has an incompatible layout\n");
     return exit_no_mapping;
   }
+  // What comes behind the line that says that we are there is news.
+  const Seen seen{std::nullopt, std::nullopt, equalizer_revision(record), capture_request(record).sequence};
   print_line(connection.made ? "mapping made" : "mapping opened");
-  follow(record, *options, magic_is_due);
+  follow(record, *options, seen, magic_is_due);
   print_line("stopped");
   return exit_done;
 }

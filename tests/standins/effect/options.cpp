@@ -41,6 +41,63 @@ bool parse_capture_fault(std::string_view text, CaptureFault& out) {
   return true;
 }
 
+// Of a limited count, of which there is at least one.
+bool parse_count(std::string_view text, unsigned& out) {
+  constexpr unsigned most = 64;
+  return parse_number(text, out) && out >= 1 && out <= most;
+}
+
+// Also "nan", "inf" and these with a minus.
+bool parse_real(std::string_view text, std::optional<float>& out) {
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, out.emplace(0.0f));
+  return error == std::errc() && stop == end;
+}
+
+bool parse_life_fault(std::string_view text, LifeFault& out) {
+  constexpr struct {
+    std::string_view name;
+    LifeFault fault;
+  } life_faults[] = {{"initialize", LifeFault::initialize},
+                     {"hang", LifeFault::hang},
+                     {"lock", LifeFault::lock},
+                     {"query", LifeFault::query}};
+  for (const auto& entry : life_faults) {
+    if (entry.name != text) continue;
+    out = entry.fault;
+    return true;
+  }
+  return false;
+}
+
+bool take_life_option(std::string_view name, std::string_view value, Options& options) {
+  if (name == "--life-blocks") return parse_number(value, options.life_blocks) && options.life_blocks > 0;
+  if (name == "--life-block-ms") return parse_number(value, options.block_ms);
+  if (name == "--life-fault") return parse_life_fault(value, options.life_fault);
+  if (name == "--instances") return parse_count(value, options.instances);
+  if (name == "--threads") return parse_count(value, options.threads);
+  if (name == "--gain") return parse_real(value, options.gain_db);
+  if (name == "--applied-strength") return parse_real(value, options.applied_strength);
+  if (name == "--hammer") return parse_number(value, options.hammer_rounds) && options.hammer_rounds > 0u;
+  if (name == "--hammer-query") return parse_number(value, options.hammer_query) && options.hammer_query < 4;
+  return false;
+}
+
+bool take_switch(std::string_view name, Options& options) {
+  constexpr struct {
+    std::string_view name;
+    bool Options::*option;
+  } switches[] = {{"--open-only", &Options::open_only},
+                  {"--life", &Options::life},
+                  {"--through-shared-writers", &Options::through_shared_writers}};
+  for (const auto& entry : switches) {
+    if (entry.name != name) continue;
+    options.*entry.option = true;
+    return true;
+  }
+  return false;
+}
+
 bool take_option(std::string_view name, std::string_view value, Options& options) {
   if (name == "--control-map") {
     options.control_map = value;
@@ -55,7 +112,7 @@ bool take_option(std::string_view name, std::string_view value, Options& options
   if (name == "--fault") return parse_fault(value, options.fault);
   if (name == "--finish-after-ms") return parse_number(value, options.finish_after_ms);
   if (name == "--exit-after-ms") return parse_number(value, options.exit_after_ms);
-  return false;
+  return take_life_option(name, value, options);
 }
 
 }  // namespace
@@ -63,21 +120,26 @@ bool take_option(std::string_view name, std::string_view value, Options& options
 const char usage[] =
     "usage: velmora_standin_effect --control-map NAME [--open-only] [--poll-ms N]\n"
     "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n"
-    "         [--capture-directory PATH] [--capture-fault refuse|partial]\n";
+    "         [--capture-directory PATH] [--capture-fault refuse|partial] [--through-shared-writers]\n"
+    "         [--life] [--life-blocks N] [--life-block-ms N] [--life-fault initialize|hang|lock|query]\n"
+    "         [--instances N] [--threads N] [--gain DB] [--applied-strength NUMBER] [--hammer ROUNDS]\n"
+    "         [--hammer-query 0..3]\n";
 
 std::optional<Options> parse_options(int argc, const char* const* argv) {
   Options options;
   for (int index = 1; index < argc; ++index) {
     const std::string_view name = argv[index];
-    if (name == "--open-only") {
-      options.open_only = true;
-      continue;
-    }
+    if (take_switch(name, options)) continue;
     if (++index == argc || !take_option(name, argv[index], options)) return std::nullopt;
   }
   const bool makes_nothing_to_spoil =
       options.open_only && (options.fault != Fault::none || options.finish_after_ms.has_value());
-  if (options.control_map.empty() || makes_nothing_to_spoil) return std::nullopt;
+  // The shared writers know no record but a whole one.
+  const bool writes_behind_the_end = options.through_shared_writers && options.fault == Fault::small;
+  const bool has_two_lives = options.life && options.hammer_rounds.has_value();
+  if (options.control_map.empty() || makes_nothing_to_spoil || writes_behind_the_end || has_two_lives) {
+    return std::nullopt;
+  }
   return options;
 }
 

@@ -1,8 +1,9 @@
 #include "record.h"
 
-#include <atomic>
 #include <bit>
 #include <cmath>
+
+#include "words.h"
 
 namespace velmora::effect {
 namespace {
@@ -17,7 +18,6 @@ constexpr std::size_t at_initialize_count = 0x018;
 constexpr std::size_t at_lock_attempt = 0x060;
 constexpr std::size_t at_format_negotiation = 0x064;
 constexpr std::size_t at_lock_progress = 0x068;
-constexpr std::size_t at_applied = 0x080;
 constexpr std::size_t at_capture_request = 0x0A8;
 constexpr std::size_t at_capture_report = 0x0B0;
 constexpr std::size_t at_algorithm = 0x0B8;
@@ -33,34 +33,6 @@ constexpr std::uint32_t other_magic = 0x32434D56;
 constexpr std::uint32_t layout_version = 8;
 
 constexpr int equalizer_attempts = 4;
-
-template <typename Word>
-bool holds(const Record& record, std::size_t offset) {
-  return offset + sizeof(Word) <= record.size;
-}
-
-template <typename Word>
-std::atomic_ref<Word> word_at(const Record& record, std::size_t offset) {
-  return std::atomic_ref<Word>(*reinterpret_cast<Word*>(record.bytes + offset));
-}
-
-template <typename Word>
-Word load(const Record& record, std::size_t offset) {
-  Word present = 0;
-  if (holds<Word>(record, offset)) word_at<Word>(record, offset).compare_exchange_strong(present, 0);
-  return present;
-}
-
-template <typename Word>
-void store(const Record& record, std::size_t offset, Word value) {
-  if (holds<Word>(record, offset)) word_at<Word>(record, offset).exchange(value);
-}
-
-// A word that stands still, or is guarded by the sequence word.
-template <typename Word>
-Word load_plain(const Record& record, std::size_t offset) {
-  return holds<Word>(record, offset) ? word_at<Word>(record, offset).load(std::memory_order_acquire) : 0;
-}
 
 float float_at(const Record& record, std::size_t offset) {
   return std::bit_cast<float>(load_plain<std::uint32_t>(record, offset));
@@ -164,18 +136,9 @@ CaptureRequest capture_request(const Record& record) {
           static_cast<std::uint32_t>(word >> 32)};
 }
 
-void report_capture(const Record& record, unsigned state, unsigned seconds, std::uint32_t detail) {
-  const std::uint64_t upper = detail | 0x80000000u;
-  store<std::uint64_t>(record, at_capture_report,
-                       (upper << 32) | ((seconds & 0xFFFFu) << 16) | (state & 0xFFFFu));
-}
-
-std::uint64_t report_applied(const Record& record, const Enhancement& enhancement) {
-  const std::uint64_t word = (std::uint64_t{1} << 63) | (std::uint64_t{enhancement.bypass_all} << 33) |
-                             (std::uint64_t{enhancement.bypass} << 32) |
-                             std::bit_cast<std::uint32_t>(enhancement.strength);
-  store(record, at_applied, word);
-  return word;
+std::uint64_t applied_word(const Enhancement& enhancement) {
+  return (std::uint64_t{1} << 63) | (std::uint64_t{enhancement.bypass_all} << 33) |
+         (std::uint64_t{enhancement.bypass} << 32) | std::bit_cast<std::uint32_t>(enhancement.strength);
 }
 
 }  // namespace velmora::effect

@@ -73,10 +73,8 @@ enum class Readiness { ready, unfinished, incompatible };
 [[nodiscard]] bool read_equalizer(const Record& record, Equalizer& out);
 
 [[nodiscard]] CaptureRequest capture_request(const Record& record);
-// Tells the service where captures stand. It shows `detail` with its highest bit set.
-void report_capture(const Record& record, unsigned state, unsigned seconds, std::uint32_t detail);
 
-// Tells the service that the enhancement is applied, and returns the word that says so.
-std::uint64_t report_applied(const Record& record, const Enhancement& enhancement);
+// How the enhancement that is applied is reported.
+[[nodiscard]] std::uint64_t applied_word(const Enhancement& enhancement);
 
 }  // namespace velmora::effect

@@ -2,12 +2,15 @@
 // waits for another thread's progress gives up in the end, so that what never comes is a failure and no hang.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <cmath>
 #include <thread>
 #include <vector>
 
+#include "bridge/diagnostics.h"
 #include "bridge/record.h"
 #include "bridge/words.h"
 
@@ -196,6 +199,289 @@ TEST(RecordConcurrency, ARecordIsSeenFinishedOnlyWithItsFirstContents) {
     reader.join();
     ASSERT_TRUE(complete) << round;
   }
+}
+
+constexpr std::uint32_t writer_count = 4;
+constexpr std::uint32_t writer_rounds = 5'000;
+
+// What the other half of a word has to hold beside `number`.
+std::uint32_t partner_of(std::uint32_t number) { return number * 2654435761u; }
+
+StreamFormat format_of(std::uint32_t number) {
+  return {number, static_cast<std::uint8_t>(number), static_cast<std::uint8_t>(number >> 8),
+          static_cast<std::uint8_t>(number * 3), number * 5 % 256};
+}
+
+// Odd where the query succeeds, 0 where it fails.
+std::uint32_t query_value_of(std::uint32_t number) { return number % 2 == 0 ? 0 : number % 64; }
+
+// One life of the effect, in which each word that is stored as a whole follows from one number above 16.
+void live_once(ControlBridgeRecord& record, std::uint32_t number) {
+  const bool odd = number % 2 != 0;
+  report_initialize_attempt(record, {partner_of(number), number, partner_of(number), number, odd});
+  report_initialize_success(record);
+  report_initialize_progress(record, number, partner_of(number));
+  report_format_negotiation(record, odd ? stage_input_negotiation : 11);
+  report_lock_input_format(record, format_of(number));
+  report_lock_attempt(record);
+  report_lock_output_format(record, format_of(number));
+  report_lock_progress(record, number, partner_of(number));
+  report_lock_success(record, {number, partner_of(number), odd, number, partner_of(number)});
+  report_applied(record, odd, number % 3 == 0, static_cast<float>(number));
+  report_processing(record, static_cast<float>(number), number);
+  report_mode(record, number % 16, static_cast<ModeKind>(number % 3));
+  count_processed_block(record);
+  report_query(record, number % 4, query_value_of(number / 4), query_value_of(number / 4) != 0 ? 0 : -1);
+  const auto state = static_cast<std::uint16_t>(number);
+  report_capture(record, state, static_cast<std::uint16_t>(state * 7), partner_of(state));
+}
+
+bool is_whole_result(std::uint32_t stage, std::int32_t result) {
+  const bool pending =
+      (stage == 1 || stage == 9 || stage == 11) && static_cast<std::uint32_t>(result) == result_pending;
+  return pending || static_cast<std::uint32_t>(result) == partner_of(stage);
+}
+
+bool is_whole_query(std::uint32_t value, bool succeeded) { return (value % 2 != 0) == succeeded; }
+
+// Whether each word is of one writer's one life, or still as it was at first.
+bool is_whole(const ControlDiagnostics& read) {
+  const StreamFormat input = format_of(read.lock_input_sample_rate);
+  const StreamFormat output = format_of(read.lock_output_sample_rate);
+  const auto applied = static_cast<std::uint32_t>(read.applied_strength);
+  const std::uint32_t detail = partner_of(read.capture_state) | 0x80000000;
+  return read.initialize_data_size == partner_of(read.initialize_declared_size) &&
+         read.initialize_structure == (partner_of(read.initialize_processing_mode) & 0x7FFFFFFF) &&
+         read.initialize_for_discovery_only == (read.initialize_processing_mode % 2 != 0) &&
+         is_whole_result(read.initialize_stage, read.initialize_hresult) &&
+         is_whole_result(read.lock_stage, read.lock_hresult) && read.lock_input_channels == input.channels &&
+         read.lock_input_valid_bits == input.valid_bits &&
+         read.lock_input_container_bytes == input.container_bytes &&
+         read.lock_input_format_type == input.format_type && read.lock_output_channels == output.channels &&
+         read.lock_output_valid_bits == output.valid_bits &&
+         read.lock_output_container_bytes == output.container_bytes &&
+         read.lock_output_format_type == output.format_type &&
+         read.channels == partner_of(read.sample_rate) &&
+         static_cast<std::uint32_t>(read.last_algorithm_error) == partner_of(read.pipeline_mode) &&
+         read.algorithm_requested == (read.pipeline_mode % 2 != 0) &&
+         (!read.applied_valid ||
+          (read.applied_bypass == (applied % 2 != 0) && read.applied_bypass_all == (applied % 3 == 0))) &&
+         read.processing_gain_db == static_cast<float>(read.processing_block_count) &&
+         read.processing_gain_valid == (read.processing_block_count != 0) &&
+         is_whole_query(read.last_effect_count, read.get_effects_list_succeeded) &&
+         is_whole_query(read.last_controllable_effect_count, read.get_controllable_effects_list_succeeded) &&
+         read.last_latency_nonzero == read.get_latency_succeeded &&
+         is_whole_query(read.last_input_channel_count, read.get_input_channel_count_succeeded) &&
+         (!read.capture_reported ||
+          (read.capture_seconds == static_cast<std::uint16_t>(read.capture_state * 7) &&
+           static_cast<std::uint32_t>(read.capture_detail_code) == detail));
+}
+
+// All counts and masks, none of which may ever go back.
+std::array<std::uint64_t, 16> counts_of(const ControlDiagnostics& read) {
+  return {read.initialize_attempt_count,
+          read.initialize_runtime_count,
+          read.initialize_discovery_count,
+          read.initialize_count,
+          read.lock_count,
+          read.input_format_negotiation_count,
+          read.output_format_negotiation_count,
+          read.lock_attempt_count,
+          read.total_processed_blocks,
+          read.get_effects_list_count,
+          read.get_controllable_effects_list_count,
+          read.get_latency_count,
+          read.get_input_channel_count_count,
+          read.initialized_mode_mask,
+          read.locked_mode_mask,
+          read.processed_mode_mask};
+}
+
+// Runs `work(number)` for 1 to `count` on a thread each, all at once.
+template <typename Work>
+void run_at_once(std::uint32_t count, const Work& work) {
+  std::atomic<bool> go{false};
+  std::vector<std::thread> threads;
+  for (std::uint32_t number = 1; number <= count; ++number) {
+    threads.emplace_back([&go, &work, number] {
+      while (!go) std::this_thread::yield();
+      work(number);
+    });
+  }
+  go = true;
+  for (std::thread& thread : threads) thread.join();
+}
+
+TEST(DiagnosticsConcurrency, NoWordIsEverAMixtureAndNoCountIsLostOrGoesBack) {
+  ControlBridgeRecord record{};
+  initialise_record(record);
+  std::atomic<std::uint32_t> writers_left{writer_count};
+  std::array<Readings, 2> readings;
+  run_at_once(writer_count + 2, [&](std::uint32_t number) {
+    if (number <= writer_count) {
+      for (std::uint32_t round = 0; round < writer_rounds; ++round) {
+        live_once(record, 16 + round * writer_count + number);
+      }
+      --writers_left;
+      return;
+    }
+    Readings& own = readings[number - writer_count - 1];
+    auto last = counts_of(ControlDiagnostics{});
+    bool last_round = false;
+    while (!last_round) {
+      last_round = writers_left == 0;
+      ControlDiagnostics read;
+      read_diagnostics(record, read);
+      ++(is_whole(read) ? own.whole : own.mixed);
+      const auto counts = counts_of(read);
+      for (std::size_t index = 0; index < counts.size(); ++index) {
+        if (counts[index] < last[index]) ++own.went_back;
+      }
+      last = counts;
+    }
+  });
+  for (const Readings& own : readings) {
+    EXPECT_GT(own.whole, 0);
+    EXPECT_EQ(own.mixed, 0);
+    EXPECT_EQ(own.went_back, 0);
+  }
+  constexpr std::uint64_t lives = std::uint64_t{writer_count} * writer_rounds;
+  ControlDiagnostics read;
+  read_diagnostics(record, read);
+  EXPECT_EQ(read.initialize_discovery_count, lives / 2);
+  EXPECT_EQ(read.initialize_runtime_count, lives / 2);
+  EXPECT_EQ(read.initialize_attempt_count, lives);
+  EXPECT_EQ(read.initialize_count, lives);
+  EXPECT_EQ(read.lock_count, lives);
+  EXPECT_EQ(read.input_format_negotiation_count, lives / 2);
+  EXPECT_EQ(read.output_format_negotiation_count, lives / 2);
+  EXPECT_EQ(read.lock_attempt_count, lives);
+  EXPECT_EQ(read.total_processed_blocks, lives);
+  for (const std::uint32_t mask :
+       {read.initialized_mode_mask, read.locked_mode_mask, read.processed_mode_mask}) {
+    EXPECT_EQ(mask, 0xFFFFu);
+  }
+  for (const std::uint32_t count : {read.get_effects_list_count, read.get_controllable_effects_list_count,
+                                    read.get_latency_count, read.get_input_channel_count_count}) {
+    EXPECT_EQ(count, 255u);
+  }
+}
+
+// Both stay below the bound at which a count of queries stops.
+constexpr std::uint32_t queries_of_a_thread = 60;
+constexpr int query_rounds = 100;
+
+// Four threads that count in two queries at once, and what is missing of their counts.
+template <typename Report>
+std::uint64_t queries_lost(const Report& report) {
+  ControlBridgeRecord record{};
+  run_at_once(4, [&](std::uint32_t number) {
+    for (std::uint32_t round = 0; round < queries_of_a_thread; ++round) report(record, number % 2 + 1);
+  });
+  ControlDiagnostics read;
+  read_diagnostics(record, read);
+  EXPECT_EQ(read.get_effects_list_count + read.get_input_channel_count_count, 0u);
+  return std::uint64_t{4} * queries_of_a_thread - read.get_controllable_effects_list_count -
+         read.get_latency_count;
+}
+
+TEST(DiagnosticsConcurrency, QueriesOfSeveralThreadsAreAllCounted) {
+  for (int round = 0; round < query_rounds; ++round) {
+    ASSERT_EQ(queries_lost([](ControlBridgeRecord& record, std::uint32_t query) {
+                report_query(record, query, 1, 0);
+              }),
+              0u);
+  }
+}
+
+TEST(DiagnosticsConcurrency, AQueryThatIsStoredWithoutALookAtWhatIsThereByNowIsLost) {
+  const Patience waiting;
+  std::uint64_t lost = 0;
+  while (lost == 0 && !waiting.is_over()) {
+    lost = queries_lost([](ControlBridgeRecord& record, std::uint32_t query) {
+      const std::uint64_t present = load_word(record.query_word);
+      std::this_thread::yield();
+      store_word(record.query_word, update_query_word(present, query, 1, true));
+    });
+  }
+  EXPECT_GT(lost, 0u);
+}
+
+// Threads that set all bits of the masks, each its own ones, and how many are missing at the end.
+template <typename Report>
+int modes_lost(const Report& report) {
+  ControlBridgeRecord record{};
+  run_at_once(4, [&](std::uint32_t number) {
+    for (std::uint32_t mode = number - 1; mode < 16; mode += 4) {
+      for (std::uint32_t kind = 0; kind < 3; ++kind) report(record, mode, static_cast<ModeKind>(kind));
+    }
+  });
+  return 48 - std::popcount(load_word(record.mode_masks_word));
+}
+
+TEST(DiagnosticsConcurrency, ModesOfSeveralThreadsAreAllKept) {
+  for (int round = 0; round < query_rounds; ++round) ASSERT_EQ(modes_lost(report_mode), 0);
+}
+
+TEST(DiagnosticsConcurrency, AModeThatIsStoredWithoutALookAtWhatIsThereByNowTakesOthersAway) {
+  const Patience waiting;
+  int lost = 0;
+  while (lost == 0 && !waiting.is_over()) {
+    lost = modes_lost([](ControlBridgeRecord& record, std::uint32_t mode, ModeKind kind) {
+      const std::uint64_t present = load_word(record.mode_masks_word);
+      std::this_thread::yield();
+      store_word(record.mode_masks_word,
+                 present | std::uint64_t{1} << (mode + 16 * static_cast<std::uint32_t>(kind)));
+    });
+  }
+  EXPECT_GT(lost, 0);
+}
+
+TEST(DiagnosticsConcurrency, ACountThatIsStoredWithoutALookAtWhatIsThereByNowIsLost) {
+  constexpr std::uint64_t counts_of_a_thread = 1000;
+  const auto lost_by = [](const auto& count) {
+    ControlBridgeRecord record{};
+    run_at_once(4, [&](std::uint32_t) {
+      for (std::uint64_t round = 0; round < counts_of_a_thread; ++round) count(record);
+    });
+    return 4 * counts_of_a_thread - load_word(record.total_processed_blocks);
+  };
+  EXPECT_EQ(lost_by(count_processed_block), 0u);
+  const Patience waiting;
+  std::uint64_t lost = 0;
+  while (lost == 0 && !waiting.is_over()) {
+    lost = lost_by([](ControlBridgeRecord& record) {
+      const std::uint64_t present = load_word(record.total_processed_blocks);
+      std::this_thread::yield();
+      store_word(record.total_processed_blocks, present + 1);
+    });
+  }
+  EXPECT_GT(lost, 0u);
+}
+
+TEST(DiagnosticsConcurrency, AWordThatIsStoredInTwoHalvesIsSeenMixed) {
+  constexpr int readings_at_most = 1'000'000;
+  ControlBridgeRecord record{};
+  initialise_record(record);
+  std::atomic<bool> seen{false};
+  std::thread writer([&] {
+    for (std::uint32_t number = 17; !seen; ++number) {
+      const std::uint64_t upper = std::uint64_t{partner_of(number)} << 32;
+      const std::uint64_t present = load_word(record.initialize_sizes_word);
+      store_word(record.initialize_sizes_word, upper | (present & 0xFFFFFFFF));
+      std::this_thread::yield();
+      store_word(record.initialize_sizes_word, upper | number);
+    }
+  });
+  bool mixed = false;
+  for (int reading = 0; reading < readings_at_most && !mixed; ++reading) {
+    ControlDiagnostics read;
+    read_diagnostics(record, read);
+    mixed = !is_whole(read);
+  }
+  seen = true;
+  writer.join();
+  EXPECT_TRUE(mixed);
 }
 
 }  // namespace

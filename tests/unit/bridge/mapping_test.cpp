@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "unit/support/fresh_machine.h"
@@ -397,6 +398,122 @@ TEST_F(BridgeMapping, AnswersNotOpenAndTouchesNoOutputWhenClosed) {
   EXPECT_EQ(capture.sequence, 77u);
 }
 
+// Each report of the effect through a bridge, and on a record.
+struct Report {
+  const char* title;
+  std::function<void(ControlBridge&)> through_bridge;
+  std::function<void(ControlBridgeRecord&)> on_record;
+};
+
+const std::vector<Report>& reports() {
+  static const InitializeAttempt attempt{96, 97, 4, 1, true};
+  static const StreamFormat format{48000, 2, 32, 4, 1};
+  static const LockedStream stream{44100, 6, true, 2, 0x80004005};
+  static const std::vector<Report> all{
+      {"initialize attempt", [](auto& bridge) { bridge.report_initialize_attempt(attempt); },
+       [](auto& record) { report_initialize_attempt(record, attempt); }},
+      {"initialize success", [](auto& bridge) { bridge.report_initialize_success(); },
+       [](auto& record) { report_initialize_success(record); }},
+      {"initialize progress", [](auto& bridge) { bridge.report_initialize_progress(6, 7); },
+       [](auto& record) { report_initialize_progress(record, 6, 7); }},
+      {"input negotiation", [](auto& bridge) { bridge.report_format_negotiation(9); },
+       [](auto& record) { report_format_negotiation(record, 9); }},
+      {"output negotiation", [](auto& bridge) { bridge.report_format_negotiation(10); },
+       [](auto& record) { report_format_negotiation(record, 10); }},
+      {"lock attempt", [](auto& bridge) { bridge.report_lock_attempt(); },
+       [](auto& record) { report_lock_attempt(record); }},
+      {"input format", [](auto& bridge) { bridge.report_lock_input_format(format); },
+       [](auto& record) { report_lock_input_format(record, format); }},
+      {"output format", [](auto& bridge) { bridge.report_lock_output_format(format); },
+       [](auto& record) { report_lock_output_format(record, format); }},
+      {"lock progress", [](auto& bridge) { bridge.report_lock_progress(8, 9); },
+       [](auto& record) { report_lock_progress(record, 8, 9); }},
+      {"lock success", [](auto& bridge) { bridge.report_lock_success(stream); },
+       [](auto& record) { report_lock_success(record, stream); }},
+      {"applied", [](auto& bridge) { bridge.report_applied(false, true, 0.5f); },
+       [](auto& record) { report_applied(record, false, true, 0.5f); }},
+      {"processing", [](auto& bridge) { bridge.report_processing(3.25f, 43); },
+       [](auto& record) { report_processing(record, 3.25f, 43); }},
+      {"mode", [](auto& bridge) { bridge.report_mode(6, ModeKind::locked); },
+       [](auto& record) { report_mode(record, 6, ModeKind::locked); }},
+      {"processed block", [](auto& bridge) { bridge.count_processed_block(); },
+       [](auto& record) { count_processed_block(record); }},
+      {"query", [](auto& bridge) { bridge.report_query(3, 5, 0); },
+       [](auto& record) { report_query(record, 3, 5, 0); }},
+      {"failed query", [](auto& bridge) { bridge.report_query(1, 5, -1); },
+       [](auto& record) { report_query(record, 1, 5, -1); }},
+      {"capture", [](auto& bridge) { bridge.report_capture(2, 120, 3); },
+       [](auto& record) { report_capture(record, 2, 120, 3); }},
+  };
+  return all;
+}
+
+TEST_F(BridgeMapping, CarriesEachReportOfTheEffectIntoTheRecordWithoutACall) {
+  for (const Report& report : reports()) {
+    SCOPED_TRACE(report.title);
+    const auto region = hold_record();
+    ControlBridgeRecord expected;
+    std::memcpy(&expected, region->words.data(), sizeof expected);
+    ControlBridge bridge;
+    std::string message;
+    ASSERT_TRUE(bridge.open(name, message));
+    standin::system().log.clear();
+    report.through_bridge(bridge);
+    EXPECT_TRUE(standin::system().log.empty());
+    const ControlBridgeRecord untouched = expected;
+    report.on_record(expected);
+    EXPECT_NE(std::memcmp(&expected, &untouched, sizeof expected), 0);
+    EXPECT_EQ(std::memcmp(&expected, region->words.data(), sizeof expected), 0);
+  }
+}
+
+TEST_F(BridgeMapping, ReadsWhatAnotherBridgeReported) {
+  ControlBridge service;
+  ControlBridge effect;
+  std::string message;
+  ASSERT_TRUE(service.create(name, message));
+  ASSERT_TRUE(effect.open(name, message));
+  ControlDiagnostics read;
+  ASSERT_TRUE(service.read_diagnostics(read));
+  EXPECT_FALSE(read.applied_bypass);
+  EXPECT_EQ(read.lock_count, 0u);
+  for (const Report& report : reports()) report.through_bridge(effect);
+  ASSERT_TRUE(service.read_diagnostics(read));
+  EXPECT_EQ(read.initialize_discovery_count, 1u);
+  EXPECT_EQ(read.lock_count, 1u);
+  EXPECT_EQ(read.lock_output_sample_rate, 48000u);
+  EXPECT_EQ(read.sample_rate, 44100u);
+  EXPECT_EQ(read.applied_strength, 0.5f);
+  EXPECT_EQ(read.last_input_channel_count, 5u);
+  EXPECT_EQ(read.capture_seconds, 120u);
+  EXPECT_EQ(read.locked_mode_mask, 64u);
+}
+
+TEST_F(BridgeMapping, DropsEachReportOfTheEffectWhenClosed) {
+  ControlBridge bridge;
+  for (const Report& report : reports()) report.through_bridge(bridge);
+  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_FALSE(bridge.is_open());
+  // What was open once is not written to any more.
+  const auto region = hold_record();
+  std::string message;
+  ASSERT_TRUE(bridge.open(name, message));
+  bridge.close();
+  const std::vector<std::uint64_t> before = region->words;
+  for (const Report& report : reports()) report.through_bridge(bridge);
+  EXPECT_EQ(region->words, before);
+}
+
+TEST_F(BridgeMapping, TouchesNoDiagnosticsWhenClosed) {
+  ControlDiagnostics read;
+  std::memset(static_cast<void*>(&read), 0x55, sizeof read);
+  ControlDiagnostics before;
+  std::memcpy(static_cast<void*>(&before), &read, sizeof read);
+  ControlBridge bridge;
+  EXPECT_FALSE(bridge.read_diagnostics(read));
+  EXPECT_EQ(std::memcmp(&read, &before, sizeof read), 0);
+}
+
 TEST_F(BridgeMapping, IsReleasedByCloseOnceAndInOrder) {
   ControlBridge bridge;
   std::string message;
@@ -505,6 +622,8 @@ TEST_F(BridgeMapping, MakesNoCallOnceItIsOpen) {
   static_cast<void>(bridge.publish_eq({}));
   EqSettings settings;
   static_cast<void>(bridge.read_eq(settings));
+  ControlDiagnostics diagnostics;
+  static_cast<void>(bridge.read_diagnostics(diagnostics));
   EXPECT_TRUE(standin::system().log.empty());
 }
 

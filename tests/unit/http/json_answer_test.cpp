@@ -6,6 +6,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <limits>
 #include <random>
 
@@ -151,6 +152,107 @@ TEST(JsonTexts, StandInArraysWithoutBlanks) {
     std::string text;
     append_texts(text, row.texts);
     EXPECT_EQ(text, row.written);
+  }
+}
+
+std::string object(const std::function<void(JsonObject&)>& fill, int digits = default_digits) {
+  std::string out;
+  JsonObject members(out, digits);
+  fill(members);
+  members.end();
+  return out;
+}
+
+TEST(JsonObjects, MayBeEmpty) {
+  EXPECT_EQ(object([](JsonObject&) {}), "{}");
+}
+
+TEST(JsonObjects, HoldTheirMembersInOrderWithCommasBetweenThemAndNoBlanks) {
+  EXPECT_EQ(object([](JsonObject& members) { members.add("z", 1); }), R"({"z":1})");
+  EXPECT_EQ(object([](JsonObject& members) {
+              members.add("z", 1);
+              members.add("a", true);
+              members.add("z", std::string_view("t"));
+              members.add("", 2);
+            }),
+            R"({"z":1,"a":true,"z":"t","":2})");
+}
+
+TEST(JsonObjects, WriteEachTypeInItsOwnWay) {
+  const struct {
+    std::string value;
+    std::function<void(JsonObject&)> add;
+  } rows[] = {
+      {"true", [](auto& members) { members.add("k", true); }},
+      {"false", [](auto& members) { members.add("k", false); }},
+      {"-2147483648", [](auto& members) { members.add("k", std::numeric_limits<std::int32_t>::min()); }},
+      {"4294967295", [](auto& members) { members.add("k", std::numeric_limits<std::uint32_t>::max()); }},
+      {"-9223372036854775808",
+       [](auto& members) { members.add("k", std::numeric_limits<std::int64_t>::min()); }},
+      {"18446744073709551615",
+       [](auto& members) { members.add("k", std::numeric_limits<std::uint64_t>::max()); }},
+      {"-1", [](auto& members) { members.add("k", std::int16_t{-1}); }},
+      {"200", [](auto& members) { members.add("k", std::uint8_t{200}); }},
+      {"0.5", [](auto& members) { members.add("k", 0.5f); }},
+      {"nan", [](auto& members) { members.add("k", std::numeric_limits<float>::quiet_NaN()); }},
+      {"\"\"", [](auto& members) { members.add("k", ""); }},
+      // A text that is no std::string_view by itself is no number and no bool either.
+      {"\"true\"", [](auto& members) { members.add("k", "true"); }},
+      {"\"x\"", [](auto& members) { members.add("k", std::string("x")); }},
+      {"\"a\\\\b\\\"c\\n\"", [](auto& members) { members.add("k", "a\\b\"c\n"); }},
+      {"[]", [](auto& members) { members.add("k", std::vector<std::string>{}); }},
+      {"[\"a\",\"\\\"\"]",
+       [](auto& members) {
+         members.add("k", std::vector<std::string>{"a", "\""});
+       }},
+  };
+  for (const auto& row : rows) EXPECT_EQ(object(row.add), "{\"k\":" + row.value + "}");
+}
+
+TEST(JsonObjects, WriteFloatsWithTheirOwnDigits) {
+  const auto add_float = [](JsonObject& members) {
+    members.add("a", 32.757877f);
+    members.add("b", 0.6f);
+  };
+  EXPECT_EQ(object(add_float), R"({"a":32.7579,"b":0.6})");
+  EXPECT_EQ(object(add_float, status_digits), R"({"a":32.75788,"b":0.6})");
+}
+
+TEST(JsonObjects, TakeObjectsAndArraysAsMembers) {
+  EXPECT_EQ(object([](JsonObject& members) {
+              JsonObject inner(members.begin("empty"));
+              inner.end();
+              JsonObject second(members.begin("second"), status_digits);
+              second.add("x", 32.757877f);
+              JsonObject deep(second.begin("deep"));
+              deep.end();
+              second.add("y", 2);
+              second.end();
+              members.add("n", 32.757877f);
+              std::string& list = members.begin("list");
+              list += '[';
+              for (const int number : {1, 2}) {
+                if (number == 2) list += ',';
+                JsonObject entry(list);
+                entry.add("n", number);
+                entry.end();
+              }
+              list += ']';
+              append_integer(members.begin("last").append("\"v"), 8);
+              members.begin("after") += "null";
+            }),
+            R"({"empty":{},"second":{"x":32.75788,"deep":{},"y":2},"n":32.7579,)"
+            R"("list":[{"n":1},{"n":2}],"last":"v8,"after":null})");
+}
+
+TEST(JsonObjects, BeginWithoutACommaBehindATextThatEndsInABrace) {
+  for (const std::string before : {"{", "}", "x{", "\"}\""}) {
+    std::string out = before;
+    JsonObject members(out);
+    members.add("a", "{");
+    members.add("b", "}");
+    members.end();
+    EXPECT_EQ(out, before + R"({"a":"{","b":"}"})");
   }
 }
 

@@ -566,5 +566,29 @@ TEST_F(Routes, BindTheEffectToTheEndpointThatIsChosen) {
             expected_error("400 Bad Request", "endpoint_id must be a render endpoint identifier"));
 }
 
+TEST_F(Routes, ShowTheStatusAtItsOwnPathAndMethodAlone) {
+  const std::string path = "/api/v1/status";
+  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  state_.session.account_hash = "somebody";
+  for (const std::string& target : {path, path + "?x=y"}) {
+    const std::string shown = answer("GET " + target, local_host + token_line);
+    EXPECT_TRUE(shown.starts_with("HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=utf-8\r\n"));
+    EXPECT_NE(shown.find("\r\n\r\n{\"render\":{\"available\":false,"), std::string::npos);
+    EXPECT_NE(shown.find("\"account\":\"somebody\",\"signed_in\":true,"), std::string::npos);
+    EXPECT_NE(shown.find("\"control_bridge_available\":true,"), std::string::npos);
+  }
+  for (const std::string method : {"PUT", "POST", "DELETE", "HEAD", "PATCH", "get"}) {
+    EXPECT_EQ(answer(method + " " + path, local_host + token_line), not_found) << method;
+  }
+  for (const std::string& other :
+       {path + "/", path + "x", std::string("/api/v1/Status"), std::string("/api/v1//status"),
+        std::string("/api/v1/st%61tus"), std::string("/api/status"), path + "#top"}) {
+    EXPECT_EQ(answer("GET " + other, local_host + token_line), not_found) << other;
+  }
+  EXPECT_EQ(answer("GET " + path, local_host), no_token);
+  EXPECT_EQ(answer("GET " + path, "Host: example.com\r\n" + token_line), not_local);
+  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+}
+
 }  // namespace
 }  // namespace velmora

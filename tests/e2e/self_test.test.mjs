@@ -1,0 +1,145 @@
+// The built-in self-test as a user runs it: what it prints, how it ends, and that it needs nothing and leaves nothing.
+import assert from 'node:assert/strict';
+import fs from 'node:fs';
+import net from 'node:net';
+import path from 'node:path';
+import test from 'node:test';
+
+import {
+  assert_answers,
+  creating_service,
+  is_native,
+  is_wine,
+  launch,
+  make_directory,
+  make_small_disk,
+  read_record,
+  run,
+  shipped_service,
+  start_effect,
+  start_service,
+} from './harness.mjs';
+
+const limits = { timeout: 120_000 };
+const passed = { code: 0, signal: null, output: 'Velmora control self-test passed\n', errors: '' };
+const failed = { code: 1, signal: null, output: 'Velmora control self-test failed\n', errors: '' };
+const usage_code = 2;
+
+const self_test = (t, options, args = ['--self-test']) => run(t, creating_service(), args, options);
+
+// The self-tests' mappings that lie about.
+const left_mappings = () => fs.readdirSync('/dev/shm').filter((name) => name.includes('VelmoraSelfTest'));
+
+test('the self-test passes', limits, async (t) => {
+  assert.deepEqual(await self_test(t), passed);
+});
+
+if (is_wine) {
+  test('where the mapping\'s descriptor is refused the self-test fails', limits, async (t) => {
+    // The program as it is shipped, whose descriptor this system does not understand.
+    assert.deepEqual(await run(t, shipped_service, ['--self-test']), failed);
+  });
+}
+
+test('the self-test begins where its option stands', limits, async (t) => {
+  const rows = [
+    [['--self-test', '--bad'], passed],
+    [['--self-test', '--port', '0'], passed],
+    [['--port', '1', '--web-root', 'missing', '--self-test', '--self-test'], passed],
+    [['--control-map', 'no name', '--verbose', '--self-test'], passed],
+  ];
+  for (const [args, expected] of rows) {
+    await t.test(args.join(' '), async (row) => assert.deepEqual(await self_test(row, {}, args), expected));
+  }
+  for (const args of [['--bad', '--self-test'], ['--port', '0', '--self-test'], ['--Self-Test'], ['--self-test=1']]) {
+    await t.test(args.join(' '), async (row) => {
+      const { code, output } = await self_test(row, {}, args);
+      assert.deepEqual([code, output], [usage_code, '']);
+    });
+  }
+});
+
+test('several at once pass', limits, async (t) => {
+  const ended = await Promise.all(Array.from({ length: is_native ? 8 : 3 }, () => self_test(t)));
+  for (const end of ended) assert.deepEqual(end, passed);
+});
+
+test('it passes in a directory without pages, and leaves nothing there', limits, async (t) => {
+  const cwd = make_directory();
+  assert.deepEqual(await self_test(t, { cwd }), passed);
+  assert.deepEqual(fs.readdirSync(cwd), []);
+});
+
+if (is_native) {
+  test('it passes where nothing can be written', limits, async (t) => {
+    const disk = make_small_disk(t, 65_536);
+    disk.make_read_only();
+    assert.deepEqual(await self_test(t, { cwd: disk.directory }), passed);
+  });
+
+  test('it asks nothing of the machine', limits, async (t) => {
+    const nonsense = path.join(make_directory(), 'machine.reg');
+    fs.writeFileSync(nonsense, 'no export at all\n');
+    for (const machine of [nonsense, '/nowhere/machine.reg', make_directory(), '/dev/full', '']) {
+      assert.deepEqual(await self_test(t, { env: { VELMORA_MACHINE: machine } }), passed, machine);
+    }
+    assert.equal(fs.readFileSync(nonsense, 'latin1'), 'no export at all\n');
+  });
+
+  // A program that becomes the self-test once it is let go: its number, and with it its mapping's name, is known before.
+  async function start_held_self_test(t) {
+    const go = path.join(make_directory(), 'go');
+    const script = 'echo $$; while [ ! -e "$0" ]; do sleep 0.02; done; exec "$1" --self-test';
+    const program = launch(t, 'sh', ['-c', script, go, creating_service()]);
+    const id = await program.until('its number', () => program.output.match(/^([0-9]+)\n/)?.[1]);
+    return { program, id, let_go: () => fs.writeFileSync(go, '') };
+  }
+
+  test('it fails on a mapping that somebody else has put in its place', limits, async (t) => {
+    const rows = [
+      ['with a life in it', ['--life', '--life-blocks', '1']],
+      ['of another layout', ['--fault', 'version']],
+      ['that is never finished', ['--fault', 'unfinished']],
+      ['that is too small', ['--fault', 'small']],
+    ];
+    for (const [what, more] of rows) {
+      await t.test(what, async (row) => {
+        const { program, id, let_go } = await start_held_self_test(row);
+        const standin = await start_effect(row, `Local\\VelmoraSelfTest-${id}`, more, 'mapping made');
+        if (more[0] === '--life') await standin.wait_for_line('life finished');
+        let_go();
+        assert.deepEqual(await program.wait_for_end(), { code: failed.code, signal: null });
+        assert.equal(program.output, `${id}\n${failed.output}`);
+        assert.equal(program.errors, '');
+        await standin.stop();
+        assert.deepEqual(left_mappings(), []);
+      });
+    }
+  });
+
+  test('its mapping is gone at the end', limits, async (t) => {
+    await self_test(t);
+    assert.deepEqual(left_mappings(), []);
+  });
+}
+
+test('a service and its effect go on undisturbed', limits, async (t) => {
+  const service = await start_service(t);
+  const mapping = service.mapping;
+  const standin = await start_effect(t, mapping, [], 'mapping opened');
+  await standin.until('its first report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const record = await read_record(t, mapping);
+  assert.deepEqual(await self_test(t, {}, ['--port', String(service.port), '--control-map', mapping, '--self-test']), passed);
+  assert.deepEqual(await read_record(t, mapping), record);
+  await assert_answers(service);
+  await standin.stop();
+  await service.stop();
+});
+
+test('it opens no socket on the port that it is told', limits, async (t) => {
+  const holder = net.createServer();
+  t.after(() => holder.close());
+  await new Promise((resolve) => holder.listen({ port: 0, host: '127.0.0.1' }, resolve));
+  const { port } = holder.address();
+  assert.deepEqual(await self_test(t, {}, ['--port', String(port), '--self-test']), passed);
+});
