@@ -18,5 +18,9 @@ constexpr std::int32_t status_wrong_type = static_cast<std::int32_t>(0x8007070Cu
 // HRESULT_FROM_WIN32: 0 and below stay as they are; of a positive error the low 16 bits are kept and marked
 // as Win32's.
 [[nodiscard]] std::int32_t hresult_from_win32(std::int32_t error);
+// The same of an error that a call tells as unsigned (GetLastError).
+[[nodiscard]] inline std::int32_t hresult_from_win32(std::uint32_t error) {
+  return hresult_from_win32(static_cast<std::int32_t>(error));
+}
 
 }  // namespace velmora

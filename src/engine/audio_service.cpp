@@ -18,8 +18,6 @@ constexpr std::uint32_t access_to_start = service_query_status | service_start;
 constexpr std::uint32_t poll_interval_ms = 100;
 constexpr int most_polls = 100;
 
-std::int32_t status_of(std::uint32_t error) { return hresult_from_win32(static_cast<std::int32_t>(error)); }
-
 std::int32_t say(std::string& detail, std::string_view text, std::int32_t status) {
   detail = text;
   return status;
@@ -46,14 +44,14 @@ void start_dependents(const ServiceManager& manager, const std::vector<std::u16s
 std::int32_t stop_and_start(const Service& service, std::string& detail) {
   std::uint32_t error = ask_service_to_stop(service);
   if (error != 0 && error != error_service_not_active) {
-    return say(detail, "Audiosrv did not accept the stop request", status_of(error));
+    return say(detail, "Audiosrv did not accept the stop request", hresult_from_win32(error));
   }
   if (!wait_for_service_state(service, service_stopped)) {
     return say(detail, "Audiosrv did not stop in time", status_failed);
   }
   error = start_service(service);
   if (error != 0 && error != error_service_already_running) {
-    return say(detail, "Audiosrv did not restart", status_of(error));
+    return say(detail, "Audiosrv did not restart", hresult_from_win32(error));
   }
   if (!wait_for_service_state(service, service_running)) {
     return say(detail, "Audiosrv did not reach the running state", status_failed);
@@ -77,12 +75,13 @@ std::int32_t restart_audio_service(std::string& detail) {
   ServiceManager manager;
   std::uint32_t error = open_service_manager(manager);
   if (error != 0) {
-    return say(detail, "the service control manager could not be opened", status_of(error));
+    return say(detail, "the service control manager could not be opened", hresult_from_win32(error));
   }
   Service service;
   error = open_service(manager, audio_service_name, access_to_restart, service);
   if (error != 0) {
-    return say(detail, "Audiosrv could not be opened (run the control service elevated)", status_of(error));
+    return say(detail, "Audiosrv could not be opened (run the control service elevated)",
+               hresult_from_win32(error));
   }
   const std::vector<std::u16string> dependents = active_dependents(service);
   stop_dependents(manager, dependents);

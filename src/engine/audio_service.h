@@ -16,8 +16,9 @@ namespace velmora {
 // 0: the service runs again. Otherwise a status value (base/status.h). `detail` always says in English what
 // happened. Services that depend on it and ran before are started again in any case, once they have been
 // looked for; what becomes of them is not told, and they are stopped and started in the order in which the
-// system names them. It wants elevation, and blocks: up to 10 s for each dependent service, and 20 s for the
-// audio service.
+// system names them. It wants elevation, and blocks: it polls for up to 10 s for each dependent service and
+// 20 s for the audio service, and each stop and start may itself take 30 s in the manager. A process that
+// ends meanwhile leaves the services stopped.
 [[nodiscard]] std::int32_t restart_audio_service(std::string& detail);
 
 }  // namespace velmora

@@ -28,8 +28,6 @@ bool same_file_name(std::u16string_view left, std::u16string_view right) {
                     [](char16_t a, char16_t b) { return lower(a) == lower(b); });
 }
 
-std::int32_t status_of(std::uint32_t error) { return hresult_from_win32(static_cast<std::int32_t>(error)); }
-
 // The library that is registered for the effect's class; false when none is.
 bool read_registered_path(std::u16string& path) {
   std::array<char16_t, 260> buffer{};
@@ -95,13 +93,13 @@ AudioEngineState probe_audio_engine() {
   AudioEngineState state;
   std::uint32_t error = 0;
   state.running = find_engine(state.process_id, error);
-  state.error_code = status_of(error);
+  state.error_code = hresult_from_win32(error);
   if (!state.running) return state;
   ModuleSnapshot modules;
   error = snapshot_modules(state.process_id, modules);
   ModuleEntry module;
   if (error == 0) error = first_module(modules, module);
-  state.error_code = status_of(error);
+  state.error_code = hresult_from_win32(error);
   if (error != 0) return state;
   do {
     note_module(module, state);

@@ -50,11 +50,13 @@ using Service = Owner<ServiceKind>;
 [[nodiscard]] std::uint32_t open_service(const ServiceManager& manager, std::u16string_view name,
                                          std::uint32_t access, Service& out);
 
-// ControlService with SERVICE_CONTROL_STOP: asks it to stop and does not wait. 1051: services that depend on
-// it run; 1062: it does not run.
+// ControlService with SERVICE_CONTROL_STOP: asks it to stop and does not wait for the stop; the manager waits
+// up to 30 s for the service to take the request. 1051: services that depend on it run; 1053: it did not
+// answer; 1062: it does not run.
 [[nodiscard]] std::uint32_t ask_service_to_stop(const Service& service);
 
-// StartServiceW without arguments, which does not wait. 1056: it runs already; 1058: it is disabled.
+// StartServiceW without arguments: does not wait until it runs, but up to 30 s for its process. 1056: it runs
+// already; 1058: it is disabled; 1068: what it needs does not start; 1075: what it needs is not there.
 [[nodiscard]] std::uint32_t start_service(const Service& service);
 
 // The present state (QueryServiceStatusEx, SC_STATUS_PROCESS_INFO). `out` is assigned on success alone.

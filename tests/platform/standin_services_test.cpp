@@ -25,6 +25,8 @@ constexpr std::uint32_t error_denied = 5;
 constexpr std::uint32_t error_dependents_run = 1051;
 constexpr std::uint32_t error_disabled = 1058;
 constexpr std::uint32_t error_missing = 1060;
+constexpr std::uint32_t error_dependency_failed = 1068;
+constexpr std::uint32_t error_dependency_deleted = 1075;
 constexpr std::uint32_t error_cannot_accept_control = 1061;
 
 // Types of start (winsvc.h).
@@ -234,7 +236,7 @@ TEST_F(StandinServices, GiveTheManagersReasonsBeforeTheirOwn) {
   EXPECT_EQ(start(u"Audiosrv"), error_service_already_running);
   EXPECT_EQ(stop(u"Disabled"), error_service_not_active);
   EXPECT_EQ(start(u"Disabled"), error_disabled);
-  EXPECT_EQ(start(u"Lost"), error_missing);
+  EXPECT_EQ(start(u"Lost"), error_dependency_deleted);
 }
 
 TEST_F(StandinServices, FollowABehaviourThatIsToldWhileTheyRun) {
@@ -344,8 +346,8 @@ struct NeedCase {
 };
 
 TEST_F(StandinServices, StandStillWhereWhatTheyNeedDoesNotStart) {
-  for (const NeedCase& row : std::vector<NeedCase>{{start_disabled, 0, error_disabled},
-                                                   {start_on_demand, 1069, 1069},
+  for (const NeedCase& row : std::vector<NeedCase>{{start_disabled, 0, error_dependency_failed},
+                                                   {start_on_demand, 1069, error_dependency_failed},
                                                    {start_on_demand, 0, 0},
                                                    {start_automatic, 1069, 0}}) {
     SCOPED_TRACE(testing::Message() << row.start_type << ' ' << row.start_error);

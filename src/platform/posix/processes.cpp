@@ -133,11 +133,12 @@ std::optional<std::string_view> mapped_path(std::string_view line) {
   return without_mark(line);
 }
 
-// The files that a process has mapped, each once, in the order of their addresses.
-std::vector<ModuleEntry> read_modules(std::FILE* maps) {
-  std::vector<ModuleEntry> modules;
+// Appends the files that a process has mapped, each once, in the order of their addresses. An errno, or 0.
+int read_modules(std::FILE* maps, std::vector<ModuleEntry>& modules) {
   std::array<char, PATH_MAX + 128> piece;
-  while (std::fgets(piece.data(), piece.size(), maps) != nullptr) {
+  for (;;) {
+    errno = 0;
+    if (std::fgets(piece.data(), piece.size(), maps) == nullptr) return std::ferror(maps) != 0 ? errno : 0;
     std::string_view line = piece.data();
     if (line.ends_with('\n')) line.remove_suffix(1);
     const auto path = mapped_path(line);
@@ -146,7 +147,6 @@ std::vector<ModuleEntry> read_modules(std::FILE* maps) {
     const auto is_same = [&](const ModuleEntry& other) { return other.path == module.path; };
     if (std::none_of(modules.begin(), modules.end(), is_same)) modules.push_back(std::move(module));
   }
-  return modules;
 }
 
 }  // namespace
@@ -187,9 +187,11 @@ bool next_process(const ProcessSnapshot& snapshot, ProcessEntry& out) {
 std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
   const File maps(std::fopen(process_file(process_id, "maps").c_str(), "rbe"));
   if (!maps) return errno == ENOENT ? error_no_such_process : error_denied;
-  std::vector<ModuleEntry> modules = read_modules(maps.get());
+  std::vector<ModuleEntry> modules;
   // Who may not look into a process may open the list all the same, and then cannot read it.
-  if (std::ferror(maps.get()) != 0) return error_denied;
+  if (const int error = read_modules(maps.get(), modules)) {
+    return error == ESRCH ? error_no_such_process : error_denied;
+  }
   out = ModuleSnapshot(keep_listing(std::move(modules)));
   return 0;
 }

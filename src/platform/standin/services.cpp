@@ -23,6 +23,8 @@ constexpr std::uint32_t error_service_disabled = 1058;
 constexpr std::uint32_t error_circular_dependency = 1059;
 constexpr std::uint32_t error_service_does_not_exist = 1060;
 constexpr std::uint32_t error_service_cannot_accept_control = 1061;
+constexpr std::uint32_t error_service_dependency_failed = 1068;
+constexpr std::uint32_t error_service_dependency_deleted = 1075;
 
 constexpr std::uint32_t key_read = 0x20019;  // winnt.h
 // Types of start (winsvc.h): boot, system and automatic below, on demand and disabled from here on.
@@ -125,7 +127,10 @@ std::uint32_t start(std::u16string_view name, std::size_t depth) {
   if (standin::find_number(service, u"Start") == start_disabled) return error_service_disabled;
   for (const std::u16string& need : needs_of(*service)) {
     const std::uint32_t error = start(need, depth + 1);
-    if (error != 0 && error != error_service_already_running) return error;
+    if (error == 0 || error == error_service_already_running) continue;
+    if (error == error_circular_dependency) return error;
+    return error == error_service_does_not_exist ? error_service_dependency_deleted
+                                                 : error_service_dependency_failed;
   }
   if (const auto error = own_number(name, u"StartError")) return *error;
   begin_change(name, u"StartMs", service_start_pending, service_running);
@@ -135,7 +140,9 @@ std::uint32_t start(std::u16string_view name, std::size_t depth) {
 std::uint32_t stop(std::u16string_view name) {
   const std::uint32_t state = run_of(name).state;
   if (state == service_stopped) return error_service_not_active;
-  if (state != service_running) return error_service_cannot_accept_control;
+  if (state == service_start_pending || state == service_stop_pending) {
+    return error_service_cannot_accept_control;
+  }
   if (!active_dependents_of(name).empty()) return error_dependent_services_running;
   if (const auto error = own_number(name, u"StopError")) return *error;
   begin_change(name, u"StopMs", service_stop_pending, service_stopped);

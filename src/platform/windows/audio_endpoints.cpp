@@ -67,11 +67,6 @@ struct PropertyValue {
   PROPVARIANT value;
 };
 
-std::u16string text_of(const wchar_t* text) {
-  const std::wstring_view view = text;
-  return {view.begin(), view.end()};
-}
-
 // Takes over what a call has handed out. The call stands in a statement of its own: among the arguments here
 // it might come behind the pointer that it sets.
 template <typename Kind>

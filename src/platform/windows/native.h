@@ -17,6 +17,12 @@ namespace velmora {
 // Wide text as the calls take it.
 [[nodiscard]] inline std::wstring wide_text(std::u16string_view text) { return {text.begin(), text.end()}; }
 
+// Wide text as the seam hands it out.
+[[nodiscard]] inline std::u16string text_of(const wchar_t* text) {
+  const std::wstring_view view = text;
+  return {view.begin(), view.end()};
+}
+
 // A path above the seam (UTF-8) as the calls take it.
 [[nodiscard]] inline std::wstring wide_path(std::string_view path) {
   return wide_text(wide_from_utf8_replacing(path));

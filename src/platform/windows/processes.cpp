@@ -30,11 +30,6 @@ std::uint32_t take_snapshot(DWORD what, std::uint32_t process_id, Owner<Kind>& o
   return 0;
 }
 
-std::u16string text_of(const wchar_t* text) {
-  const std::wstring_view view = text;
-  return {view.begin(), view.end()};
-}
-
 bool read_process(BOOL(WINAPI* call)(HANDLE, PROCESSENTRY32W*), const ProcessSnapshot& snapshot,
                   ProcessEntry& out) {
   PROCESSENTRY32W entry{};

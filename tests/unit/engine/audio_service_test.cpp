@@ -417,7 +417,7 @@ TEST_F(AudioService, GivesEachDependentThatDoesNotStopItsTenSecondsAndGoesOn) {
          services::behave("Player", "StopMs", services::for_ever_ms);
          services::behave("Mixer", "State", services::stop_pending);
        }},
-      {"they are held up", [] { services::behave("Player", "State", services::paused); }},
+      {"they are held up", [] { services::behave("Player", "State", services::start_pending); }},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
