@@ -1,11 +1,12 @@
 # Debian packages that the scripts need, and their installation. To be sourced by bash.
 
 # What the product is built with.
-build_packages=(g++ cmake ninja-build)
+# The headers of libcurl; the library itself is loaded when an account service is first asked.
+build_packages=(g++ cmake ninja-build libcurl4-openssl-dev)
 # What `./test --quick` needs beside it. npm brings the one library of the browser tests; unzip, libarchive-tools and
-# python3 open the archives that the service makes.
+# python3 open the archives that the service makes; openssl makes the certificates of the stand-in account service.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
-  chromium unzip libarchive-tools python3 mount util-linux)
+  chromium unzip libarchive-tools python3 mount openssl util-linux)
 # What the Windows program is built and run with. PulseAudio gives Wine its audio endpoints.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
 

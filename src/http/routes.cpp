@@ -1,5 +1,6 @@
 #include "http/routes.h"
 
+#include "account/account_routes.h"
 #include "capture/capture_routes.h"
 #include "effects/equalizer_routes.h"
 #include "effects/parameter_routes.h"
@@ -42,8 +43,16 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
   const auto matches = [&](std::string_view method, std::string_view route) {
     return request.method == method && path == route;
   };
-  if (matches("GET", "/api/v1/status")) return get_status(socket, bridge, state.endpoints, state.session);
+  if (matches("GET", "/api/v1/status"))
+    return get_status(socket, bridge, state.endpoints, state.account.session);
   if (matches("PUT", "/api/v1/render/effects/algorithm")) return put_algorithm(socket, request, bridge);
+  if (matches("POST", "/api/v1/account/register")) return post_register(socket, request, state.account);
+  if (matches("POST", "/api/v1/account/password")) return post_password(socket, request, state.account);
+  if (matches("POST", "/api/v1/account/qrcode")) return post_qrcode(socket, state.account);
+  if (matches("GET", "/api/v1/account/poll")) return get_poll(socket, request, state.account);
+  if (matches("POST", "/api/v1/account/referrer")) return post_referrer(socket, request, state.account);
+  if (matches("POST", "/api/v1/account/unbind")) return post_unbind(socket, state.account);
+  if (matches("POST", "/api/v1/account/logout")) return post_logout(socket, state.account);
   if (matches("PUT", "/api/v1/render/effects/eq")) return put_eq(socket, request, bridge);
   if (matches("GET", "/api/v1/render/effects/eq")) return get_eq(socket, bridge);
   if (path.starts_with("/api/v1/eq/presets")) return serve_presets(socket, request, path);

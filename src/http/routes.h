@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "account/account_session.h"
+#include "account/account_state.h"
 #include "bridge/mapping.h"
 #include "endpoints/selection.h"
 #include "platform/sockets.h"
@@ -26,7 +26,7 @@ struct ServiceState {
   UiPages pages;
   ControlBridge bridge;
   EndpointController endpoints;
-  AccountSession session;
+  AccountState account;
 };
 
 // Reads one request from the connected socket and writes exactly one response. It never closes the socket.

@@ -12,6 +12,9 @@ namespace velmora {
 // The present local time. False, with `out` untouched, when the system cannot tell it.
 [[nodiscard]] bool read_local_time(std::tm& out);
 
+// Seconds since 1970-01-01 00:00 UTC, leap seconds not counted. It jumps when somebody sets the clock.
+[[nodiscard]] std::int64_t unix_time_s();
+
 // Sleep of at least so many milliseconds.
 void sleep_ms(std::uint32_t duration_ms);
 

@@ -70,6 +70,17 @@ void install_console_handler(bool (*handler)(std::uint32_t event));
 // the registry. On Windows there is nothing to read.
 [[nodiscard]] std::string load_machine();
 
+// What the system itself knows this machine by: the value MachineGuid of `SOFTWARE\Microsoft\Cryptography` in
+// the 64-bit view of the registry; elsewhere than on Windows the first line of /etc/machine-id. Empty when it
+// cannot be read.
+[[nodiscard]] std::string machine_identifier();
+
+// GetComputerNameW; elsewhere the host's name. Empty when it cannot be read.
+[[nodiscard]] std::string machine_name();
+
+// GetEnvironmentVariableW. Empty when there is none of this name.
+[[nodiscard]] std::u16string environment_variable(std::u16string_view name);
+
 // GetCurrentProcessId.
 [[nodiscard]] std::uint32_t own_process_id();
 

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string>
 
+#include "account/session_check.h"
 #include "base/text.h"
 #include "base/version.h"
 #include "bridge/mapping.h"
@@ -109,13 +110,19 @@ std::string banner_of(const Service& service) {
     banner += "  Control map: " + service.options.control_map + " (shared_memory_v" +
               std::to_string(record_layout_version) + ")\n";
   }
-  return banner + "  Press Ctrl+C to stop.\n";
+  return banner;
 }
 
 void show_in_browser(const Service& service) {
   constexpr std::intptr_t greatest_failure = 32;  // ShellExecuteW, shellapi.h
   if (open_in_browser(page_address(service, "/")) > greatest_failure) return;
   write_standard_output("  (could not open a browser automatically -- copy the address above into one)\n");
+}
+
+// The last exchange with the account service. It may hold up the end for as long as its waits last.
+void give_session_back(const AccountState& account) {
+  if (account.service_url.empty()) return;
+  account_session_release(account.service_url, account.session.account_hash, account.session.token);
 }
 
 ExitCode listen_and_serve(Service& service) {
@@ -129,9 +136,12 @@ ExitCode listen_and_serve(Service& service) {
   install_console_handler(console_ctrl_handler);
   algorithm_version = probe_algorithm_version();
   write_standard_output(banner_of(service));
+  remove_stale_session_file();
+  write_standard_output("  Press Ctrl+C to stop.\n");
   if (service.options.open_browser) show_in_browser(service);
   service.state.port = port;
   serve_until_stopped(listener, service.state);
+  give_session_back(service.state.account);
   return ExitCode::done;
 }
 
@@ -160,6 +170,7 @@ ExitCode run_service(const Options& options) {
   capture_directory_override = options.capture_directory;
   preset_directory_override = options.preset_directory;
   Service service{options, {}};
+  service.state.account.service_url = options.account_service;
   if (!read_machine()) return ExitCode::machine_unreadable;
   if (!load_pages(service)) return ExitCode::page_unreadable;
   if (!choose_token(service)) return ExitCode::no_token;

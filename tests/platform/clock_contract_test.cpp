@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <ctime>
 
+#include "platform/environment_surroundings.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
@@ -46,6 +47,15 @@ TEST_F(ClockContract, TellsTheLocalTimeOfTheCLibrary) {
   EXPECT_EQ(told.tm_wday, expected.tm_wday);
   EXPECT_EQ(told.tm_yday, expected.tm_yday);
   EXPECT_EQ(told.tm_isdst, expected.tm_isdst);
+}
+
+TEST_F(ClockContract, TellsTheTimeOfTheEpochInSeconds) {
+  const std::int64_t before = std::time(nullptr);
+  surroundings::set_unix_clock();
+  const std::int64_t told = unix_time_s();
+  const std::int64_t after = std::time(nullptr);
+  EXPECT_GE(told, before);
+  EXPECT_LE(told, after);
 }
 
 }  // namespace

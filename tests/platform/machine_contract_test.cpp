@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/environment_surroundings.h"
 #include "platform/files.h"
 #include "platform/surroundings.h"
 
@@ -176,6 +177,30 @@ TEST_F(MachineContract, FindsNothingWrongWithTheMachineThatNobodyHasChanged) {
 TEST_F(MachineContract, KeepsItsProcessNumber) {
   EXPECT_NE(own_process_id(), 0u);
   EXPECT_EQ(own_process_id(), own_process_id());
+}
+
+TEST_F(MachineContract, KeepsTheNamesOfTheMachine) {
+  // A minimal system may lack an identifier; it is the same at each look then too.
+  const std::string identifier = machine_identifier();
+  EXPECT_EQ(machine_identifier(), identifier);
+  EXPECT_EQ(identifier.find_first_of(std::string("\r\n\0", 3)), std::string::npos);
+  const std::string name = machine_name();
+  EXPECT_NE(name, "");
+  EXPECT_EQ(machine_name(), name);
+  EXPECT_EQ(name.find_first_of(std::string("\r\n\0", 3)), std::string::npos);
+}
+
+TEST_F(MachineContract, ReadsAVariableOfTheEnvironment) {
+  const std::u16string texts[] = {u"x", u"C:\\Program Data", u"a=b", u" \u4E2D\xD83D\xDE00 ",
+                                  std::u16string(1000, u'x')};
+  for (const std::u16string& text : texts) {
+    surroundings::set_environment(u"VELMORA_CONTRACT", text);
+    EXPECT_EQ(environment_variable(u"VELMORA_CONTRACT"), text);
+    EXPECT_EQ(environment_variable(u"VELMORA_CONTRACT_ABSENT"), u"");
+    EXPECT_EQ(environment_variable(u"VELMORA_CONTRAC"), u"");
+  }
+  surroundings::set_environment(u"VELMORA_CONTRACT", u"");
+  EXPECT_EQ(environment_variable(u"VELMORA_CONTRACT"), u"");
 }
 
 }  // namespace

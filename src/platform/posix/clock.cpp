@@ -18,6 +18,8 @@ bool read_local_time(std::tm& out) {
   return true;
 }
 
+std::int64_t unix_time_s() { return std::time(nullptr); }
+
 void sleep_ms(std::uint32_t duration_ms) {
   std::this_thread::sleep_for(std::chrono::milliseconds(duration_ms));
 }

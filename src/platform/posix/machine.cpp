@@ -6,11 +6,17 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+#include "base/text.h"
 
 namespace velmora {
 namespace {
@@ -144,6 +150,28 @@ bool fill_random(unsigned char* buffer, std::size_t size) {
     if (count > 0) filled += static_cast<std::size_t>(count);
   }
   return true;
+}
+
+std::string machine_identifier() {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/etc/machine-id", "re"),
+                                                             std::fclose);
+  std::array<char, 64> line{};
+  if (!file || std::fgets(line.data(), line.size(), file.get()) == nullptr) return {};
+  std::string identifier = line.data();
+  identifier.resize(std::min(identifier.find('\n'), identifier.size()));
+  // What an image holds before its first start (machine-id(5)), on all machines alike.
+  if (identifier == "uninitialized") return {};
+  return identifier;
+}
+
+std::string machine_name() {
+  std::array<char, HOST_NAME_MAX + 1> name{};
+  return gethostname(name.data(), name.size()) == 0 ? name.data() : std::string();
+}
+
+std::u16string environment_variable(std::u16string_view name) {
+  const char* value = std::getenv(utf8_from_wide_replacing(name).c_str());
+  return value == nullptr ? std::u16string() : wide_from_utf8_replacing(value);
 }
 
 std::uint32_t own_process_id() { return static_cast<std::uint32_t>(getpid()); }

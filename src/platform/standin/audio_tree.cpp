@@ -99,7 +99,7 @@ std::optional<std::u16string> endpoint_name_of(const RegistryTree& registry, std
   if (properties == nullptr) return std::nullopt;
   constexpr std::u16string_view friendly_name = u"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
   if (find_value(*properties, friendly_name) != nullptr) return find_text(properties, friendly_name);
-  const auto description = find_text(properties, u"{a45c254e-df1c-4efd-8020-67d146a850e0},2");
+  auto description = find_text(properties, u"{a45c254e-df1c-4efd-8020-67d146a850e0},2");
   const auto interface_name = find_text(properties, u"{b3f8fa53-0004-438e-9003-51a46e139bfc},6");
   if (!description || !interface_name) return description;
   return *description + u" (" + *interface_name + u")";

@@ -12,6 +12,8 @@ bool read_local_time(std::tm& out) {
   return true;
 }
 
+std::int64_t unix_time_s() { return standin::system().unix_time_s; }
+
 void sleep_ms(std::uint32_t duration_ms) {
   standin::System& machine = standin::system();
   ++machine.sleeps;

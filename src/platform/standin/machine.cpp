@@ -68,6 +68,16 @@ bool fill_random(unsigned char* buffer, std::size_t size) {
   return true;
 }
 
+std::string machine_identifier() { return standin::system().machine_identifier; }
+
+std::string machine_name() { return "machine"; }
+
+std::u16string environment_variable(std::u16string_view name) {
+  const auto& variables = standin::system().environment;
+  const auto variable = variables.find(std::u16string(name));
+  return variable == variables.end() ? std::u16string() : variable->second;
+}
+
 std::string load_machine() { return standin::system().machine_trouble; }
 
 std::uint32_t own_process_id() { return 4711; }

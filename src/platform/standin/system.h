@@ -109,6 +109,7 @@ struct System {
   std::function<void()> on_send;  // called before each send
 
   std::int64_t now_ns = 1'000'000'000;
+  std::int64_t unix_time_s = 1'700'000'000;
   std::optional<std::tm> local_time;
   std::uint64_t sleeps = 0;
   std::function<void()> on_sleep;  // called behind each sleep
@@ -119,6 +120,8 @@ struct System {
   std::vector<Process> processes;
   bool elevated = false;
   std::map<std::uint32_t, std::u16string> process_paths;  // of the processes that may be asked, by their ids
+  std::string machine_identifier = "6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2";
+  std::map<std::u16string, std::u16string> environment;
   std::int32_t com_result = 0;
   int com_started = 0;
   bool random_available = true;

@@ -19,6 +19,8 @@ bool read_local_time(std::tm& out) {
   return true;
 }
 
+std::int64_t unix_time_s() { return std::time(nullptr); }
+
 void sleep_ms(std::uint32_t duration_ms) { Sleep(duration_ms); }
 
 }  // namespace velmora

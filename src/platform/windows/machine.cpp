@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 
+#include "platform/registry.h"
 #include "platform/windows/native.h"
 
 #include <bcrypt.h>
@@ -97,6 +98,33 @@ std::u16string guid_text(const Guid& guid) {
 }
 
 std::string load_machine() { return {}; }
+
+std::string machine_identifier() {
+  std::array<char16_t, 64> text{};
+  if (get_registry_value(u"SOFTWARE\\Microsoft\\Cryptography", u"MachineGuid",
+                         rrf_rt_reg_sz | rrf_subkey_wow6464key, text.data(), sizeof text)
+          .error != 0) {
+    return {};
+  }
+  return utf8_from_wide_replacing(text.data());
+}
+
+std::string machine_name() {
+  std::array<wchar_t, MAX_COMPUTERNAME_LENGTH + 1> name{};
+  auto length = static_cast<DWORD>(name.size());
+  if (!GetComputerNameW(name.data(), &length)) return {};
+  return utf8_from_wide_replacing(std::u16string(name.begin(), name.begin() + length));
+}
+
+std::u16string environment_variable(std::u16string_view name) {
+  const std::wstring wide_name = wide_text(name);
+  const DWORD size = GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0);
+  if (size == 0) return {};
+  std::wstring value(size, L'\0');
+  // It may have grown since.
+  const DWORD length = GetEnvironmentVariableW(wide_name.c_str(), value.data(), size);
+  return length < size ? std::u16string(value.begin(), value.begin() + length) : std::u16string();
+}
 
 std::uint32_t own_process_id() { return GetCurrentProcessId(); }
 

@@ -569,7 +569,7 @@ TEST_F(Routes, BindTheEffectToTheEndpointThatIsChosen) {
 TEST_F(Routes, ShowTheStatusAtItsOwnPathAndMethodAlone) {
   const std::string path = "/api/v1/status";
   const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
-  state_.session.account_hash = "somebody";
+  state_.account.session.account_hash = "somebody";
   for (const std::string& target : {path, path + "?x=y"}) {
     const std::string shown = answer("GET " + target, local_host + token_line);
     EXPECT_TRUE(shown.starts_with("HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=utf-8\r\n"));
@@ -588,6 +588,61 @@ TEST_F(Routes, ShowTheStatusAtItsOwnPathAndMethodAlone) {
   EXPECT_EQ(answer("GET " + path, local_host), no_token);
   EXPECT_EQ(answer("GET " + path, "Host: example.com\r\n" + token_line), not_local);
   EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+}
+
+const std::string account_routes[] = {
+    "POST /api/v1/account/register", "POST /api/v1/account/password", "POST /api/v1/account/qrcode",
+    "GET /api/v1/account/poll",      "POST /api/v1/account/referrer", "POST /api/v1/account/unbind",
+    "POST /api/v1/account/logout",
+};
+
+TEST_F(Routes, RunTheAccountRoutes) {
+  const std::string login =
+      expected_error("501 Not Implemented", "未配置账号服务，请用 --account-service 指定");
+  const std::string rest = expected_error("501 Not Implemented", "未配置账号服务");
+  const std::string out = expected_response("200 OK", "application/json; charset=utf-8", "{\"ok\":true}");
+  const std::string answers[] = {login, login, login, rest, rest, rest, out};
+  for (std::size_t index = 0; index < std::size(account_routes); ++index) {
+    SCOPED_TRACE(account_routes[index]);
+    EXPECT_EQ(answer(account_routes[index], local_host + token_line), answers[index]);
+    EXPECT_EQ(answer(account_routes[index] + "?state=x", local_host + token_line), answers[index]);
+  }
+}
+
+TEST_F(Routes, SignInAndOutInTheSessionThatTheStatusShows) {
+  state_.account.service_url = "http://account.example";
+  standin::http_service().replies.push_back(
+      {200, R"({"status":"issued","account_hash":"h","session_token":"the credential","public_id":"P1"})",
+       100, 0});
+  EXPECT_EQ(answer("GET /api/v1/account/poll?state=s", local_host + token_line),
+            expected_response("200 OK", "application/json; charset=utf-8",
+                              R"({"status":"issued","detail":"","nickname":"","public_id":"P1"})"));
+  EXPECT_EQ(state_.account.session.token, "the credential");
+  const std::string shown = answer("GET /api/v1/status", local_host + token_line);
+  EXPECT_NE(shown.find(R"("account":"h","signed_in":true,)"), std::string::npos);
+  EXPECT_EQ(shown.find("the credential"), std::string::npos);
+  answer("POST /api/v1/account/logout", local_host + token_line);
+  EXPECT_EQ(state_.account.session.account_hash, "");
+  EXPECT_NE(answer("GET /api/v1/status", local_host + token_line).find(R"("account":"","signed_in":false,)"),
+            std::string::npos);
+}
+
+TEST_F(Routes, TakeTheAccountRoutesByTheirMethodAndNameAlone) {
+  for (const std::string& route : account_routes) {
+    const std::string path = route.substr(route.find(' ') + 1);
+    const std::string other_method = route.starts_with("GET") ? "POST " : "GET ";
+    for (const std::string& method_and_target :
+         {other_method + path, "PUT " + path, route + "/", route + "x", "post " + path}) {
+      SCOPED_TRACE(method_and_target);
+      EXPECT_EQ(answer(method_and_target, local_host + token_line), not_found);
+    }
+    EXPECT_EQ(answer(route, local_host), no_token);
+    EXPECT_EQ(answer(route, "Host: example.com\r\n" + token_line), not_local);
+  }
+  for (const std::string route :
+       {"POST /api/v1/account", "POST /api/v1/account/", "POST /api/v1/account/login"}) {
+    EXPECT_EQ(answer(route, local_host + token_line), not_found);
+  }
 }
 
 }  // namespace

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
+#include "unit/account/support/account_service.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"
 
@@ -133,6 +136,263 @@ TEST_F(Loop, EndsARunningExchangeBeforeItStops) {
   EXPECT_TRUE(client->closed);
   EXPECT_EQ(waiting->from_service, "");
   standin::system().backlog.clear();
+}
+
+constexpr std::int64_t ns_per_ms = 1'000'000;
+const std::string signed_out_line =
+    "The account has signed in on another device. This machine is now signed out.\n";
+const std::string check_request = R"(POST /api/v1/session/check {"account_hash":"h","token":"t"})";
+
+class AccountLoop : public Loop {
+ protected:
+  void SetUp() override {
+    Loop::SetUp();
+    state_.account.service_url = service_url;
+    sign_in();
+  }
+  void TearDown() override {
+    EXPECT_TRUE(wait_for_check(cells()));
+    Loop::TearDown();
+  }
+
+  void sign_in() {
+    state_.account.session.account_hash = "h";
+    state_.account.session.token = "t";
+  }
+  SessionCheckCells& cells() { return *state_.account.check; }
+  AccountSession& session() { return state_.account.session; }
+
+  // Serves, pass by pass a quarter of a second apart, the pass at `last_ms` included. `after_pass` gets when
+  // the pass was, milliseconds after the beginning, and is called when a check that it started has ended.
+  void serve_until(std::int64_t last_ms, const std::function<void(std::int64_t at_ms)>& after_pass = {}) {
+    const std::int64_t start_ns = standin::system().now_ns;
+    std::int64_t at_ms = 0;
+    standin::system().on_idle = [&] {
+      if (!lets_checks_fly_) {
+        ASSERT_TRUE(wait_for_check(cells()));
+      }
+      if (const std::size_t checks = count_calls("WinHttpOpen"); checks != seen_checks_) {
+        seen_checks_ = checks;
+        checked_at_ms_.push_back(at_ms);
+      }
+      if (after_pass) after_pass(at_ms);
+      if (at_ms >= last_ms) stop_requested = true;
+      at_ms = (standin::system().now_ns - start_ns) / ns_per_ms;
+    };
+    serve();
+  }
+
+  bool lets_checks_fly_ = false;
+  std::size_t seen_checks_ = 0;
+  std::vector<std::int64_t> checked_at_ms_;
+};
+
+using Times = std::vector<std::int64_t>;
+
+TEST_F(AccountLoop, CountsUsageEveryThirtySeconds) {
+  EXPECT_EQ(tick_period_s, 30);
+  const std::pair<std::int64_t, std::int64_t> rows[] = {{29'750, 0},  {30'000, 30}, {59'750, 30},
+                                                        {60'000, 60}, {89'750, 60}, {90'000, 90}};
+  std::size_t seen = 0;
+  serve_until(90'000, [&](std::int64_t at_ms) {
+    for (const auto& [row_ms, usage_seconds] : rows) {
+      if (row_ms != at_ms) continue;
+      EXPECT_EQ(session().usage_seconds, usage_seconds) << at_ms;
+      ++seen;
+    }
+  });
+  EXPECT_EQ(seen, std::size(rows));
+}
+
+TEST_F(AccountLoop, LosesTheFractionOfASecondAtEachTick) {
+  std::vector<std::int64_t> usage_seconds;
+  const std::int64_t start_ns = standin::system().now_ns;
+  // Each wait is as long as an exchange that takes its time.
+  serve_until(3 * 30'900, [&](std::int64_t) {
+    usage_seconds.push_back(session().usage_seconds);
+    standin::system().now_ns =
+        start_ns + static_cast<std::int64_t>(usage_seconds.size()) * 30'900 * ns_per_ms;
+  });
+  EXPECT_EQ(usage_seconds, (std::vector<std::int64_t>{0, 30, 60, 90}));
+}
+
+TEST_F(AccountLoop, CountsNothingWhileNobodyIsSignedIn) {
+  session() = AccountSession();
+  serve_until(60'000, [&](std::int64_t at_ms) {
+    // The tick has passed without a user, and the next one counts from there.
+    if (at_ms == 45'000) sign_in();
+  });
+  EXPECT_EQ(session().usage_seconds, 30);
+}
+
+TEST_F(AccountLoop, SignsOutASupersededSessionAndSaysSoOnce) {
+  session().usage_seconds = 7;
+  session().public_id = "P1";
+  session().primary_known = true;
+  cells().superseded = true;
+  serve_until(1'000);
+  AccountSession expected;
+  expected.usage_seconds = 7;
+  expected.public_id = "P1";
+  EXPECT_EQ(session(), expected);
+  EXPECT_FALSE(cells().superseded);
+  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+  EXPECT_EQ(calls_of("stdout"), 1);
+  EXPECT_TRUE(http_log().empty());
+}
+
+// An answer may be about a session that has gone meanwhile.
+TEST_F(AccountLoop, SaysSoWhereNobodyIsSignedInAnyMore) {
+  session() = AccountSession();
+  cells().superseded = true;
+  serve_until(1'000);
+  EXPECT_EQ(session(), AccountSession());
+  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+}
+
+TEST_F(AccountLoop, CountsThenSignsOutThenChecks) {
+  cells().interval_s = 30;
+  serve_until(60'000, [&](std::int64_t at_ms) {
+    if (at_ms == 29'750) cells().superseded = true;
+  });
+  EXPECT_EQ(session().usage_seconds, 30);
+  EXPECT_EQ(session().account_hash, "");
+  EXPECT_TRUE(http_log().empty());
+}
+
+TEST_F(AccountLoop, SignsOutBeforeItServesTheNextRequest) {
+  cells().superseded = true;
+  const auto client =
+      standin::connect_client({"GET /api/v1/status HTTP/1.1\r\nHost: localhost:17831\r\n"
+                               "X-Velmora-Token: " +
+                               token + "\r\n\r\n"});
+  serve_until(0);
+  EXPECT_NE(client->from_service.find("\"signed_in\":false"), std::string::npos);
+}
+
+TEST_F(AccountLoop, ChecksEveryTwoMinutes) {
+  for (int round = 0; round < 3; ++round) answer_next(200, R"({"active":true})");
+  serve_until(361'000);
+  EXPECT_EQ(checked_at_ms_, (Times{120'000, 240'000, 360'000}));
+  EXPECT_EQ(take_requests(), Requests(3, check_request));
+  EXPECT_EQ(session().account_hash, "h");
+  EXPECT_EQ(standin::system().standard_output, "");
+}
+
+TEST_F(AccountLoop, ChecksAtTheSameIntervalAfterAFailure) {
+  fail_next("WinHttpSendRequest", {12029});
+  answer_next(500, R"({"active":false,"next_check_seconds":5})");
+  answer_next(401, R"({"active":false,"next_check_seconds":5})");
+  serve_until(361'000);
+  EXPECT_EQ(checked_at_ms_, (Times{120'000, 240'000, 360'000}));
+  EXPECT_EQ(cells().interval_s, 120u);
+  EXPECT_EQ(session().account_hash, "h");
+  EXPECT_EQ(standin::system().standard_output, "");
+}
+
+TEST_F(AccountLoop, TakesAnIntervalFromAnAnswerAtOnce) {
+  answer_next(200, R"({"next_check_seconds":30})");
+  answer_next(200, R"({"next_check_seconds":0})");
+  answer_next(200, R"({"next_check_seconds":1})");
+  serve_until(182'500);
+  EXPECT_EQ(checked_at_ms_, (Times{120'000, 150'000, 180'000, 181'000, 182'000}));
+}
+
+TEST_F(AccountLoop, CountsAChangedIntervalFromTheLastDecision) {
+  serve_until(175'000, [&](std::int64_t at_ms) {
+    if (at_ms == 99'750) cells().interval_s = 30;  // more than that has passed: at once
+    if (at_ms == 140'000) cells().interval_s = 45;
+  });
+  EXPECT_EQ(checked_at_ms_, (Times{100'000, 130'000, 175'000}));
+}
+
+TEST_F(AccountLoop, DecidesWhetherOrNotSomebodyIsSignedIn) {
+  session() = AccountSession();
+  serve_until(241'000, [&](std::int64_t at_ms) {
+    if (at_ms == 121'000) sign_in();
+  });
+  EXPECT_EQ(checked_at_ms_, (Times{240'000}));
+}
+
+TEST_F(AccountLoop, ChecksNothingWithoutAServiceAHashOrAToken) {
+  cells().interval_s = 1;
+  const std::function<void()> takings[] = {[&] { state_.account.service_url.clear(); },
+                                           [&] { session().account_hash.clear(); },
+                                           [&] { session().token.clear(); }};
+  for (const auto& take_away : takings) {
+    stop_requested = false;
+    state_.account.service_url = service_url;
+    sign_in();
+    take_away();
+    serve_until(3'000);
+    EXPECT_FALSE(cells().running);
+    EXPECT_TRUE(http_log().empty());
+  }
+}
+
+TEST_F(AccountLoop, HasOneCheckInFlightAtMost) {
+  HeldBackService held_back;
+  lets_checks_fly_ = true;
+  cells().interval_s = 1;
+  serve_until(10'000, [&](std::int64_t at_ms) {
+    if (at_ms == 1'000) {
+      ASSERT_TRUE(wait_until([] { return count_calls("WinHttpReceiveResponse") == 1; }));
+    }
+    if (at_ms == 8'000) {
+      EXPECT_TRUE(cells().running);
+      EXPECT_EQ(take_requests(), (Requests{check_request}));
+      seen_checks_ = 0;
+      answer_next(200, R"({"next_check_seconds":2})");
+      held_back.let_go();
+      ASSERT_TRUE(wait_for_check(cells()));
+      seen_checks_ = count_calls("WinHttpOpen");
+      lets_checks_fly_ = false;
+    }
+  });
+  // The decisions at 2 s to 8 s started nothing, and the last of them is what the next interval counts from.
+  EXPECT_EQ(take_requests(), (Requests{check_request}));
+  EXPECT_EQ(checked_at_ms_.back(), 10'000);
+}
+
+TEST_F(AccountLoop, SignsOutInThePassBehindTheAnswer) {
+  answer_next(200, R"({"active":false})");
+  serve_until(600'000, [&](std::int64_t at_ms) {
+    if (at_ms == 120'000) {
+      EXPECT_EQ(session().account_hash, "h");
+    }
+    if (at_ms == 120'250) {
+      EXPECT_EQ(session().account_hash, "");
+    }
+  });
+  EXPECT_EQ(checked_at_ms_, (Times{120'000}));
+  EXPECT_EQ(session().token, "");
+  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+}
+
+TEST_F(AccountLoop, TakesAnIntervalOfMoreThanACenturyForWhatItIs) {
+  constexpr std::int64_t interval_ms = 4'000'000'000'000;
+  cells().interval_s = 4'000'000'000u;
+  const std::int64_t start_ns = standin::system().now_ns;
+  serve_until(interval_ms, [&](std::int64_t at_ms) {
+    if (at_ms == 1'000) standin::system().now_ns = start_ns + (interval_ms - 1'000) * ns_per_ms;
+  });
+  EXPECT_EQ(checked_at_ms_, (Times{interval_ms}));
+}
+
+// The cells are all that is left of them.
+TEST_F(AccountLoop, MayEndBeforeACheck) {
+  HeldBackService held_back;
+  lets_checks_fly_ = true;
+  cells().interval_s = 1;
+  serve_until(1'000);
+  const std::shared_ptr<SessionCheckCells> cells = state_.account.check;
+  state_.account = AccountState();
+  EXPECT_TRUE(cells->running);
+  answer_next(200, R"({"active":false})");
+  held_back.let_go();
+  ASSERT_TRUE(wait_for_check(*cells));
+  EXPECT_TRUE(cells->superseded);
+  EXPECT_FALSE(state_.account.check->superseded);
 }
 
 }  // namespace

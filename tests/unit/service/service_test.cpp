@@ -3,9 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <thread>
+
 #include "capture/capture_directory.h"
 #include "effects/preset_directory.h"
 #include "status/algorithm_version.h"
+#include "unit/account/support/account_service.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"
 
@@ -88,9 +94,10 @@ TEST(ExitCodes, AreThoseThatScriptsRelyOn) {
 TEST_F(Service, StartsAndStopsInItsOrder) {
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(standin::system().log,
-            joined(until_bridge, {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen",
-                                  "SetConsoleCtrlHandler", "stdout", "select", "closesocket", "WSACleanup",
-                                  "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+            joined(until_bridge,
+                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
+                    "stdout", "DeleteFileW", "stdout", "select", "closesocket", "WSACleanup",
+                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
   expect_all_released();
 }
 
@@ -140,8 +147,8 @@ TEST_F(Service, ProbesTheAlgorithmBetweenTheHandlerAndTheBanner) {
   EXPECT_EQ(standin::system().log,
             joined(until_bridge,
                    {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
-                    "LoadLibraryW", "FreeLibrary", "stdout", "select", "closesocket", "WSACleanup",
-                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+                    "LoadLibraryW", "FreeLibrary", "stdout", "DeleteFileW", "stdout", "select", "closesocket",
+                    "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
 }
 
 TEST_F(Service, OpensTheBrowserAfterItsBanner) {
@@ -150,9 +157,10 @@ TEST_F(Service, OpensTheBrowserAfterItsBanner) {
             std::vector<std::string>{"http://127.0.0.1:17831/?token=" + std::string(generated_token)});
   EXPECT_EQ(out(), default_banner);
   EXPECT_EQ(standin::system().log,
-            joined(until_bridge, {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen",
-                                  "SetConsoleCtrlHandler", "stdout", "ShellExecuteW", "select", "closesocket",
-                                  "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+            joined(until_bridge,
+                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
+                    "stdout", "DeleteFileW", "stdout", "ShellExecuteW", "select", "closesocket", "WSACleanup",
+                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
 }
 
 TEST_F(Service, OpensNoBrowserUnasked) {
@@ -544,6 +552,149 @@ TEST_F(Service, NeedsNoMachineForTheSelfTest) {
   standin::system().machine_trouble = "bad:1: worse";
   EXPECT_EQ(run({"--self-test"}), ExitCode::done);
   EXPECT_EQ(error_out(), "");
+}
+
+const std::string session_file = "C:\\ProgramData\\Velmora\\session.json";
+const Arguments with_account = {"--account-service", service_url};
+const std::string poll_request = "GET /api/v1/auth/poll?state=s ";
+const std::string release_request = R"(POST /api/v1/session/release {"account_hash":"h","token":"t"})";
+
+std::string api_request(const std::string& method_and_target) {
+  return method_and_target +
+         " HTTP/1.1\r\nHost: 127.0.0.1:17831\r\nX-Velmora-Token: " + std::string(generated_token) +
+         "\r\n\r\n";
+}
+
+// Somebody signs in as soon as the service serves.
+void sign_in_by_poll() {
+  answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t"})");
+  standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+}
+
+TEST_F(Service, RemovesASessionFileInFrontOfItsBannersLastLine) {
+  standin::system().files[session_file].bytes = "{}";
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_FALSE(standin::system().files.contains(session_file));
+  const Log& log = standin::system().log;
+  const Log start = {"listen", "SetConsoleCtrlHandler", "stdout", "DeleteFileW", "stdout", "select"};
+  EXPECT_NE(std::search(log.begin(), log.end(), start.begin(), start.end()), log.end());
+  EXPECT_EQ(calls_of("DeleteFileW"), 1);
+  EXPECT_EQ(out(), default_banner);
+}
+
+TEST_F(Service, KeepsASessionFileThatItCannotRemoveOrWhereItCannotListen) {
+  standin::system().files[session_file].bytes = "{}";
+  standin::system().faults["DeleteFileW"] = {5};
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_TRUE(standin::system().files.contains(session_file));
+  EXPECT_EQ(out(), default_banner);
+  EXPECT_EQ(error_out(), "");
+  stop_requested = false;
+  standin::system().faults["bind"] = {10048};
+  EXPECT_EQ(run(), ExitCode::not_bound);
+  EXPECT_TRUE(standin::system().files.contains(session_file));
+}
+
+TEST_F(Service, GivesTheSessionBackAtTheEnd) {
+  sign_in_by_poll();
+  answer_next(200, "{}");
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
+  EXPECT_EQ(out(), default_banner);
+  EXPECT_EQ(error_out(), "");
+}
+
+TEST_F(Service, GivesTheSessionBackWhileItStillHasEverything) {
+  sign_in_by_poll();
+  HeldBackService held_back;
+  held_back.let_go();
+  standin::system().on_idle = [] {
+    stop_requested = true;
+    const std::lock_guard lock(standin::http_service().guard);
+    standin::http_service().holds_back = true;
+  };
+  Log log;
+  std::thread other([&] {
+    // The service waits for the answer to its release meanwhile.
+    if (wait_until([] { return count_calls("WinHttpReceiveResponse") == 2; })) log = standin::system().log;
+    held_back.let_go();
+  });
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  other.join();
+  const Log served = {"stdout", "select", "accept", "send", "shutdown", "closesocket", "select"};
+  ASSERT_GE(log.size(), served.size());
+  EXPECT_EQ(Log(log.end() - static_cast<std::ptrdiff_t>(served.size()), log.end()), served);
+  EXPECT_EQ(Log(standin::system().log.begin() + static_cast<std::ptrdiff_t>(log.size()),
+                standin::system().log.end()),
+            (Log{"closesocket", "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
+}
+
+TEST_F(Service, EndsAsEverWhereTheSessionCannotBeGivenBack) {
+  const std::function<void()> troubles[] = {[] {}, [] { answer_next(500, R"({"detail":"no"})"); },
+                                            [] {
+                                              fail_next("WinHttpOpen", {0, 8});
+                                            },
+                                            [] {
+                                              fail_next("WinHttpSendRequest", {0, 12029});
+                                            }};
+  for (const auto& make_trouble : troubles) {
+    stop_requested = false;
+    standin::system().standard_output.clear();
+    sign_in_by_poll();
+    make_trouble();
+    EXPECT_EQ(run(with_account), ExitCode::done);
+    EXPECT_EQ(out(), default_banner);
+    EXPECT_EQ(error_out(), "");
+    expect_all_released();
+    standin::reset_http_service();
+  }
+}
+
+TEST_F(Service, HasNothingToGiveBackWithoutASession) {
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_TRUE(http_log().empty());
+  stop_requested = false;
+  sign_in_by_poll();
+  standin::connect_client({api_request("POST /api/v1/account/logout")});
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_EQ(take_requests(), (Requests{poll_request}));
+}
+
+TEST_F(Service, GivesNothingBackThatAnotherDeviceHas) {
+  answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t","session_check_seconds":1})");
+  answer_next(200, R"({"active":false})");
+  standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+  // The clock stands still from the check on, so that no other one is due until its answer is seen.
+  std::optional<std::int64_t> checked_ns;
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  standin::system().on_idle = [&] {
+    if (count_calls("WinHttpOpen") == 2 && !checked_ns) checked_ns = standin::system().now_ns;
+    if (checked_ns) standin::system().now_ns = *checked_ns;
+    if (out() != default_banner || std::chrono::steady_clock::now() > limit) stop_requested = true;
+  };
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_EQ(out(), default_banner +
+                       "The account has signed in on another device. This machine is now signed out.\n");
+  EXPECT_EQ(take_requests(),
+            (Requests{poll_request, R"(POST /api/v1/session/check {"account_hash":"h","token":"t"})"}));
+}
+
+TEST_F(Service, GoesNowhereWithoutAnAccountService) {
+  const auto client = standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+  EXPECT_EQ(run(), ExitCode::done);
+  EXPECT_EQ(client->from_service, expected_error("501 Not Implemented", "未配置账号服务"));
+  EXPECT_TRUE(http_log().empty());
+}
+
+// What signs in and what ends is this run's alone.
+TEST_F(Service, StartsSignedOutEachTime) {
+  sign_in_by_poll();
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
+  stop_requested = false;
+  EXPECT_EQ(run(with_account), ExitCode::done);
+  EXPECT_TRUE(http_log().empty());
 }
 
 }  // namespace

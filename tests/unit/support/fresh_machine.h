@@ -8,11 +8,13 @@
 #include <cstring>
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include "platform/sockets.h"
+#include "platform/standin/http_service.h"
 #include "platform/standin/system.h"
 #include "service/console.h"
 
@@ -23,9 +25,15 @@ class FreshMachine : public ::testing::Test {
  protected:
   void SetUp() override {
     standin::reset();
+    standin::reset_http_service();
     stop_requested = false;
   }
   void TearDown() override {
+    {
+      // A session check that is still in flight would come to the next test's service.
+      const std::lock_guard lock(standin::http_service().guard);
+      EXPECT_TRUE(standin::http_service().open.empty());
+    }
     EXPECT_TRUE(standin::system().handles.empty());
     EXPECT_TRUE(standin::system().state.open_keys.empty());
     EXPECT_TRUE(standin::system().state.audio_objects.empty());

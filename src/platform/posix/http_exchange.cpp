@@ -1,0 +1,495 @@
+// HTTP exchanges by libcurl, in WinHTTP's words. The library is loaded at the first exchange and never
+// before. Its multi interface is driven here, so that a reply is pulled; what it tells of a transfer (each
+// byte that moves, the name resolved, the connection made) is noted by plain functions of ours, which decide
+// nothing.
+#include "platform/http_exchange.h"
+
+#include <curl/curl.h>
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "base/text.h"
+#include "platform/clock.h"
+
+namespace velmora {
+namespace {
+
+// winhttp.h, winerror.h
+constexpr std::uint32_t error_module_not_found = 126;
+constexpr std::uint32_t error_out_of_memory = 14;
+constexpr std::uint32_t error_timeout = 12002;
+constexpr std::uint32_t error_internal = 12004;
+constexpr std::uint32_t error_invalid_url = 12005;
+constexpr std::uint32_t error_unrecognized_scheme = 12006;
+constexpr std::uint32_t error_name_not_resolved = 12007;
+constexpr std::uint32_t error_cannot_connect = 12029;
+constexpr std::uint32_t error_connection = 12030;
+constexpr std::uint32_t error_header_not_found = 12150;
+constexpr std::uint32_t error_invalid_server_response = 12152;
+constexpr std::uint32_t error_redirect_failed = 12156;
+constexpr std::uint32_t error_secure_channel = 12157;
+constexpr std::uint32_t error_secure_failure = 12175;
+
+constexpr int most_redirections = 10;  // WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS, as it is by default
+constexpr std::size_t most_held_bytes = 65536;
+constexpr int poll_ms = 50;  // how late a limit may be noticed
+constexpr std::int64_t ns_per_ms = 1'000'000;
+
+// libcurl's TLS would take itself down when the process ends, while a check may still be in flight on its
+// thread.
+void keep_tls_until_the_end(void* library) {
+  using Initialise = int(std::uint64_t options, const void* settings);
+  constexpr std::uint64_t no_exit_handler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT, openssl/crypto.h
+  auto* const initialise = reinterpret_cast<Initialise*>(dlsym(library, "OPENSSL_init_crypto"));
+  if (initialise != nullptr) static_cast<void>(initialise(no_exit_handler, nullptr));
+}
+
+struct Curl {
+  void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+
+  template <typename Function>
+  Function* find(const char* name) const {
+    return library == nullptr ? nullptr : reinterpret_cast<Function*>(dlsym(library, name));
+  }
+  decltype(curl_global_init)* global_init = find<decltype(curl_global_init)>("curl_global_init");
+  decltype(curl_easy_init)* easy_init = find<decltype(curl_easy_init)>("curl_easy_init");
+  CURLcode (*easy_setopt)(CURL*, CURLoption,
+                          ...) = find<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
+  CURLcode (*easy_getinfo)(CURL*, CURLINFO, ...) = find<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
+  decltype(curl_easy_pause)* easy_pause = find<decltype(curl_easy_pause)>("curl_easy_pause");
+  decltype(curl_easy_cleanup)* easy_cleanup = find<decltype(curl_easy_cleanup)>("curl_easy_cleanup");
+  decltype(curl_multi_init)* multi_init = find<decltype(curl_multi_init)>("curl_multi_init");
+  decltype(curl_multi_add_handle)* multi_add_handle =
+      find<decltype(curl_multi_add_handle)>("curl_multi_add_handle");
+  decltype(curl_multi_remove_handle)* multi_remove_handle =
+      find<decltype(curl_multi_remove_handle)>("curl_multi_remove_handle");
+  decltype(curl_multi_perform)* multi_perform = find<decltype(curl_multi_perform)>("curl_multi_perform");
+  decltype(curl_multi_poll)* multi_poll = find<decltype(curl_multi_poll)>("curl_multi_poll");
+  decltype(curl_multi_info_read)* multi_info_read =
+      find<decltype(curl_multi_info_read)>("curl_multi_info_read");
+  decltype(curl_multi_cleanup)* multi_cleanup = find<decltype(curl_multi_cleanup)>("curl_multi_cleanup");
+  decltype(curl_slist_append)* slist_append = find<decltype(curl_slist_append)>("curl_slist_append");
+  decltype(curl_slist_free_all)* slist_free_all = find<decltype(curl_slist_free_all)>("curl_slist_free_all");
+  decltype(curl_easy_header)* easy_header = find<decltype(curl_easy_header)>("curl_easy_header");
+  decltype(curl_url)* url = find<decltype(curl_url)>("curl_url");
+  decltype(curl_url_set)* url_set = find<decltype(curl_url_set)>("curl_url_set");
+  decltype(curl_url_get)* url_get = find<decltype(curl_url_get)>("curl_url_get");
+  decltype(curl_url_cleanup)* url_cleanup = find<decltype(curl_url_cleanup)>("curl_url_cleanup");
+  decltype(curl_free)* free = find<decltype(curl_free)>("curl_free");
+  [[nodiscard]] bool begin() const {
+    keep_tls_until_the_end(library);
+    return global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+  }
+  bool is_ready = global_init != nullptr && easy_init != nullptr && easy_setopt != nullptr &&
+                  easy_getinfo != nullptr && easy_pause != nullptr && easy_cleanup != nullptr &&
+                  multi_init != nullptr && multi_add_handle != nullptr && multi_remove_handle != nullptr &&
+                  multi_perform != nullptr && multi_poll != nullptr && multi_info_read != nullptr &&
+                  multi_cleanup != nullptr && easy_header != nullptr && url != nullptr &&
+                  url_set != nullptr && url_get != nullptr && url_cleanup != nullptr && free != nullptr &&
+                  slist_append != nullptr && slist_free_all != nullptr && begin();
+};
+
+const Curl& curl() {
+  static const Curl functions;
+  return functions;
+}
+
+// What a transfer is at, and so which limit counts.
+enum class Phase { resolving, connecting, sending, receiving };
+
+struct Exchange {
+  CURLM* multi = nullptr;
+  CURL* easy = nullptr;
+  curl_slist* headers = nullptr;
+  HttpTimeouts timeouts{0, 0, 0, 0};
+  std::string user_agent;
+  std::string host;
+  std::uint16_t port = 0;
+  std::string method;
+  std::string target;
+  std::string header;
+  std::string body;
+  std::string url;
+  bool secure = false;
+  int redirections = 0;
+
+  Phase phase = Phase::resolving;
+  std::int64_t moved_ns = 0;  // when the phase began, or a byte last moved in it
+  std::size_t unsent = 0;     // of the request's body, bytes
+  bool has_head = false;      // the head of the reply is whole
+  bool has_ended = false;
+  std::uint32_t error = 0;
+  std::string held;  // of the reply's body, not yet read
+  bool is_paused = false;
+};
+
+Exchange& exchange_of(const HttpExchange& exchange) {
+  return *reinterpret_cast<Exchange*>(exchange.native());
+}
+
+std::uint32_t error_of(CURLcode code) {
+  switch (code) {
+    case CURLE_OK: return 0;
+    case CURLE_UNSUPPORTED_PROTOCOL: return error_unrecognized_scheme;
+    case CURLE_URL_MALFORMAT: return error_invalid_url;
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_RESOLVE_HOST: return error_name_not_resolved;
+    case CURLE_COULDNT_CONNECT: return error_cannot_connect;
+    case CURLE_OPERATION_TIMEDOUT: return error_timeout;
+    case CURLE_SSL_CONNECT_ERROR: return error_secure_channel;
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR: return error_secure_failure;
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_PARTIAL_FILE:
+    case CURLE_GOT_NOTHING: return error_connection;
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_BAD_CONTENT_ENCODING: return error_invalid_server_response;
+    case CURLE_OUT_OF_MEMORY: return error_out_of_memory;
+    default: return error_internal;
+  }
+}
+
+void enter_phase(Exchange& exchange, Phase phase) {
+  exchange.phase = phase;
+  exchange.moved_ns = steady_now_ns();
+}
+
+std::int32_t limit_ms(const Exchange& exchange) {
+  switch (exchange.phase) {
+    case Phase::resolving: return exchange.timeouts.resolve_ms;
+    case Phase::connecting: return exchange.timeouts.connect_ms;
+    case Phase::sending: return exchange.timeouts.send_ms;
+    case Phase::receiving: break;
+  }
+  return exchange.timeouts.receive_ms;
+}
+
+bool is_too_slow(const Exchange& exchange) {
+  const std::int64_t limit_ns = limit_ms(exchange) * ns_per_ms;
+  return limit_ns > 0 && steady_now_ns() - exchange.moved_ns >= limit_ns;
+}
+
+// What the library calls while it is being driven. `user` is the exchange.
+
+// A socket is wanted: the name has been resolved. Each address of it has a wait of its own.
+int note_socket(void* user, curl_socket_t, curlsocktype) {
+  auto& exchange = *static_cast<Exchange*>(user);
+  if (exchange.phase <= Phase::connecting) enter_phase(exchange, Phase::connecting);
+  return CURL_SOCKOPT_OK;
+}
+
+// The connection stands, and its TLS with it.
+int note_connected(void* user, char*, char*, int, int) {
+  enter_phase(*static_cast<Exchange*>(user), Phase::sending);
+  return CURL_PREREQFUNC_OK;
+}
+
+int note_moved(CURL*, curl_infotype what, char*, std::size_t count, void* user) {
+  auto& exchange = *static_cast<Exchange*>(user);
+  if (count == 0) return 0;  // a socket that took nothing
+  if (exchange.phase != Phase::sending && exchange.phase != Phase::receiving) return 0;
+  if (what == CURLINFO_DATA_OUT) exchange.unsent -= std::min(count, exchange.unsent);
+  // Once all of the request is out, the reply is what is waited for.
+  if (what == CURLINFO_HEADER_OUT || what == CURLINFO_DATA_OUT) {
+    enter_phase(exchange, exchange.unsent == 0 ? Phase::receiving : Phase::sending);
+  }
+  if (what == CURLINFO_HEADER_IN || what == CURLINFO_DATA_IN) enter_phase(exchange, Phase::receiving);
+  return 0;
+}
+
+// The empty line ends a head; the one of an interim reply (1xx) is followed by another head.
+std::size_t note_header(char* bytes, std::size_t, std::size_t count, void* user) {
+  auto& exchange = *static_cast<Exchange*>(user);
+  const std::string_view line(bytes, count);
+  if (line != "\r\n" && line != "\n") return count;
+  long status = 0;
+  curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
+  exchange.has_head = status >= 200;
+  return count;
+}
+
+std::size_t note_body(char* bytes, std::size_t, std::size_t count, void* user) {
+  auto& exchange = *static_cast<Exchange*>(user);
+  if (!exchange.held.empty() && exchange.held.size() + count > most_held_bytes) {
+    exchange.is_paused = true;
+    return CURL_WRITEFUNC_PAUSE;
+  }
+  exchange.held.append(bytes, count);
+  return count;
+}
+
+// Lets the transfer go on until it has ended or `is_enough`.
+template <typename Condition>
+void drive(Exchange& exchange, Condition is_enough) {
+  if (exchange.phase == Phase::receiving) exchange.moved_ns = steady_now_ns();
+  while (!exchange.has_ended && !is_enough(exchange)) {
+    int running = 0;
+    if (curl().multi_perform(exchange.multi, &running) != CURLM_OK) {
+      exchange.error = error_internal;
+      exchange.has_ended = true;
+      return;
+    }
+    int left = 0;
+    while (const CURLMsg* message = curl().multi_info_read(exchange.multi, &left)) {
+      if (message->msg != CURLMSG_DONE) continue;
+      exchange.error = error_of(message->data.result);
+      // Of a reply, and not of a URL: it is no HTTP.
+      if (exchange.error == error_unrecognized_scheme && exchange.phase != Phase::resolving) {
+        exchange.error = error_invalid_server_response;
+      }
+      exchange.has_ended = true;
+    }
+    if (exchange.has_ended || is_enough(exchange)) return;
+    if (is_too_slow(exchange)) {
+      exchange.error = error_timeout;
+      exchange.has_ended = true;
+      return;
+    }
+    curl().multi_poll(exchange.multi, nullptr, 0, poll_ms, nullptr);
+  }
+}
+
+std::string origin_of(const Exchange& exchange) {
+  return (exchange.secure ? "https://" : "http://") + exchange.host + ':' + std::to_string(exchange.port);
+}
+
+// Whether the library sends the target unchanged as a part of the URL, as it has to stand there for a proxy
+// and for relative redirections. What its URLs cannot hold is handed over apart.
+bool goes_into_url(std::string_view target) {
+  return target.starts_with('/') && std::all_of(target.begin(), target.end(), [](char byte) {
+           return byte > ' ' && byte < 0x7F && byte != '#';
+         });
+}
+
+void end_transfer(Exchange& exchange) {
+  if (exchange.easy != nullptr) {
+    if (exchange.multi != nullptr) curl().multi_remove_handle(exchange.multi, exchange.easy);
+    curl().easy_cleanup(exchange.easy);
+  }
+  if (exchange.headers != nullptr) curl().slist_free_all(exchange.headers);
+  exchange.easy = nullptr;
+  exchange.headers = nullptr;
+}
+
+// WinHTTP sends no Accept, and asks for no leave to send a body.
+curl_slist* make_headers(const Exchange& exchange) {
+  curl_slist* headers = curl().slist_append(nullptr, "Accept:");
+  headers = curl().slist_append(headers, "Expect:");
+  if (!exchange.header.empty()) {
+    headers = curl().slist_append(headers, exchange.header.c_str());
+  } else {
+    headers = curl().slist_append(headers, "Content-Type:");
+  }
+  return headers;
+}
+
+void set_request(Exchange& exchange) {
+  const auto set = [&](CURLoption option, auto value) {
+    static_cast<void>(curl().easy_setopt(exchange.easy, option, value));
+  };
+  set(CURLOPT_URL, exchange.url.c_str());
+  // Byte for byte, where the URL is ours. Of a redirection it is the URL's own.
+  if (!exchange.target.empty()) set(CURLOPT_REQUEST_TARGET, exchange.target.c_str());
+  set(CURLOPT_USERAGENT, exchange.user_agent.c_str());
+  set(CURLOPT_HTTPHEADER, exchange.headers);
+  if (exchange.method == "GET") {
+    set(CURLOPT_HTTPGET, 1L);
+  } else {
+    set(CURLOPT_POST, 1L);
+    set(CURLOPT_POSTFIELDS, exchange.body.data());
+    set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(exchange.body.size()));
+    if (exchange.method != "POST") set(CURLOPT_CUSTOMREQUEST, exchange.method.c_str());
+  }
+}
+
+void set_transfer(Exchange& exchange) {
+  const auto set = [&](CURLoption option, auto value) {
+    static_cast<void>(curl().easy_setopt(exchange.easy, option, value));
+  };
+  set(CURLOPT_NOSIGNAL, 1L);
+  // A name that is still being looked for holds up nobody who has given up on it.
+  set(CURLOPT_QUICK_EXIT, 1L);
+  set(CURLOPT_PATH_AS_IS, 1L);
+  set(CURLOPT_PROTOCOLS_STR, "http,https");
+  set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  set(CURLOPT_FOLLOWLOCATION, 0L);
+  set(CURLOPT_CONNECTTIMEOUT_MS,
+      static_cast<long>(exchange.timeouts.resolve_ms) + exchange.timeouts.connect_ms);
+  // The tools of this system look for their authorities there; the library does not by itself.
+  const char* authorities = std::getenv("SSL_CERT_FILE");
+  if (authorities != nullptr && *authorities != '\0') set(CURLOPT_CAINFO, authorities);
+  set(CURLOPT_SOCKOPTFUNCTION, note_socket);
+  set(CURLOPT_SOCKOPTDATA, &exchange);
+  set(CURLOPT_PREREQFUNCTION, note_connected);
+  set(CURLOPT_PREREQDATA, &exchange);
+  set(CURLOPT_VERBOSE, 1L);
+  set(CURLOPT_DEBUGFUNCTION, note_moved);
+  set(CURLOPT_DEBUGDATA, &exchange);
+  set(CURLOPT_HEADERFUNCTION, note_header);
+  set(CURLOPT_HEADERDATA, &exchange);
+  set(CURLOPT_WRITEFUNCTION, note_body);
+  set(CURLOPT_WRITEDATA, &exchange);
+}
+
+std::uint32_t begin_transfer(Exchange& exchange) {
+  exchange.easy = curl().easy_init();
+  if (exchange.easy == nullptr) return error_out_of_memory;
+  exchange.headers = make_headers(exchange);
+  set_transfer(exchange);
+  set_request(exchange);
+  exchange.has_head = exchange.has_ended = exchange.is_paused = false;
+  exchange.held.clear();
+  exchange.error = 0;
+  enter_phase(exchange, Phase::resolving);
+  return curl().multi_add_handle(exchange.multi, exchange.easy) == CURLM_OK ? 0 : error_internal;
+}
+
+// Where the reply sends us instead; empty when it does not.
+std::string redirection_of(const Exchange& exchange) {
+  long status = 0;
+  curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
+  const bool is_redirection =
+      status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+  curl_header* location = nullptr;
+  if (!is_redirection ||
+      curl().easy_header(exchange.easy, "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
+    return {};
+  }
+  // CURLINFO_REDIRECT_URL would come with the end of the reply only.
+  constexpr unsigned leniently = CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_NON_SUPPORT_SCHEME;
+  const std::unique_ptr<CURLU, decltype(curl().url_cleanup)> url(curl().url(), curl().url_cleanup);
+  char* text = nullptr;
+  if (!url || curl().url_set(url.get(), CURLUPART_URL, exchange.url.c_str(), leniently) != CURLUE_OK ||
+      curl().url_set(url.get(), CURLUPART_URL, location->value, leniently) != CURLUE_OK ||
+      curl().url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
+    return {};
+  }
+  std::string result = text;
+  curl().free(text);
+  return result;
+}
+
+// Not from https to http.
+bool may_follow(const Exchange& exchange, std::string_view url) {
+  return !exchange.secure || url.starts_with("https://");
+}
+
+std::uint32_t follow(Exchange& exchange, std::string url) {
+  if (++exchange.redirections > most_redirections) return error_redirect_failed;
+  long status = 0;
+  curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
+  end_transfer(exchange);
+  // As browsers do it, and WinHTTP: only 307 and 308 say the same request again.
+  if (status != 307 && status != 308 && exchange.method == "POST") {
+    exchange.method = "GET";
+    exchange.body.clear();
+    exchange.header.clear();
+  }
+  exchange.secure = url.starts_with("https://");
+  exchange.url = std::move(url);
+  exchange.target.clear();
+  return begin_transfer(exchange);
+}
+
+}  // namespace
+
+void HttpExchangeKind::release(Native native) noexcept {
+  const std::unique_ptr<Exchange> exchange(reinterpret_cast<Exchange*>(native));
+  end_transfer(*exchange);
+  if (exchange->multi != nullptr) curl().multi_cleanup(exchange->multi);
+}
+
+std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& out) {
+  if (!curl().is_ready) return error_module_not_found;
+  auto exchange = std::make_unique<Exchange>();
+  exchange->user_agent = utf8_from_wide_replacing(user_agent);
+  exchange->multi = curl().multi_init();
+  if (exchange->multi == nullptr) return error_out_of_memory;
+  out = HttpExchange(reinterpret_cast<std::uintptr_t>(exchange.release()));
+  return 0;
+}
+
+std::uint32_t set_http_timeouts(const HttpExchange& exchange, const HttpTimeouts& timeouts) {
+  exchange_of(exchange).timeouts = timeouts;
+  return 0;
+}
+
+std::uint32_t connect_http(const HttpExchange& exchange, std::u16string_view host, std::uint16_t port) {
+  exchange_of(exchange).host = utf8_from_wide_replacing(host);
+  exchange_of(exchange).port = port;
+  return 0;
+}
+
+std::uint32_t open_http_request(const HttpExchange& exchange, std::u16string_view method,
+                                std::u16string_view path, bool secure) {
+  Exchange& request = exchange_of(exchange);
+  request.method = utf8_from_wide_replacing(method);
+  request.target = utf8_from_wide_replacing(path);
+  // A URL without a path asks for the root, also with a query.
+  if (!request.target.starts_with('/')) request.target.insert(0, 1, '/');
+  request.secure = secure;
+  request.url = origin_of(request) + '/';
+  if (goes_into_url(request.target)) {
+    request.url.replace(request.url.size() - 1, 1, request.target);
+    request.target.clear();
+  }
+  return 0;
+}
+
+std::uint32_t send_http_request(const HttpExchange& exchange, std::u16string_view header,
+                                std::string_view body) {
+  Exchange& request = exchange_of(exchange);
+  request.header = utf8_from_wide_replacing(header);
+  request.body = body;
+  if (const std::uint32_t error = begin_transfer(request)) return error;
+  drive(request,
+        [](const Exchange& at) { return at.phase == Phase::sending || at.phase == Phase::receiving; });
+  return request.has_head ? 0 : request.error;
+}
+
+std::uint32_t receive_http_response(const HttpExchange& exchange) {
+  Exchange& request = exchange_of(exchange);
+  for (;;) {
+    drive(request, [](const Exchange& at) { return at.has_head; });
+    if (request.error != 0 && !request.has_head) return request.error;
+    if (!request.has_head) return error_connection;
+    std::string url = redirection_of(request);
+    if (url.empty()) return 0;
+    if (!may_follow(request, url)) return error_redirect_failed;
+    if (const std::uint32_t error = follow(request, std::move(url))) return error;
+  }
+}
+
+std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out) {
+  const Exchange& request = exchange_of(exchange);
+  long status = 0;
+  if (!request.has_head || curl().easy_getinfo(request.easy, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK) {
+    return error_header_not_found;
+  }
+  out = static_cast<std::uint32_t>(status);
+  return 0;
+}
+
+HttpRead read_http_response(const HttpExchange& exchange, char* buffer, std::size_t capacity) {
+  Exchange& request = exchange_of(exchange);
+  if (request.held.empty() && request.is_paused) {
+    request.is_paused = false;
+    static_cast<void>(curl().easy_pause(request.easy, CURLPAUSE_CONT));
+  }
+  drive(request, [](const Exchange& at) { return !at.held.empty(); });
+  if (request.held.empty()) return {0, request.error};
+  const std::size_t count = std::min(capacity, request.held.size());
+  std::copy_n(request.held.begin(), count, buffer);
+  request.held.erase(0, count);
+  return {count, 0};
+}
+
+}  // namespace velmora

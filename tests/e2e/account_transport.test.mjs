@@ -1,0 +1,398 @@
+// The way to the account service: replies in every shape and out of shape, redirections, TLS, and what stays unloaded.
+//
+// Wine's HTTP library differs in places from the one that it stands in for. Where a table has two columns, the second
+// is Wine's.
+import assert from 'node:assert/strict';
+import { createHash } from 'node:crypto';
+import fs from 'node:fs';
+import net from 'node:net';
+import test from 'node:test';
+
+import { make_authority } from '../standins/account/authority.mjs';
+import { json_reply } from '../standins/account/service.mjs';
+import {
+  account_request_bytes,
+  answer_bytes,
+  ask,
+  free_port,
+  is_native,
+  is_wine,
+  json_document,
+  make_directory,
+  refusal_bytes,
+  run,
+  sign_in,
+  start_account_service,
+  start_service,
+  start_service_for,
+  utf8_bytes,
+} from './harness.mjs';
+
+const limits = { timeout: 120_000 };
+const remote_poll = '/api/v1/auth/poll';
+const remote_password = '/api/v1/auth/password';
+
+const poll = (service) => ask(service, 'GET', '/api/v1/account/poll?state=attempt');
+const password = (service) => ask(service, 'POST', '/api/v1/account/password', '{"username":"user","password":"secret"}');
+const bad_gateway = (message) => refusal_bytes(502, 'Bad Gateway', utf8_bytes(message));
+
+// What a poll came to: 'arrived' for the status that the replies below tell, 'unreadable', 'too large', or the number of
+// the error.
+const pending = '{"status":"pending"}';
+const outcomes = new Map([
+  [answer_bytes(200, 'OK', json_document, '{"status":"pending","detail":"","nickname":"","public_id":""}'), 'arrived'],
+  [bad_gateway('账号服务返回的内容无法识别'), 'unreadable'],
+  [bad_gateway('账号服务返回内容过大'), 'too large'],
+]);
+
+function outcome_of(answer) {
+  const number = Number(/（错误 ([0-9]+)）/.exec(Buffer.from(answer, 'latin1').toString())?.[1]);
+  if (answer === bad_gateway(`连接账号服务失败（错误 ${number}）`)) return number;
+  return outcomes.get(answer) ?? answer;
+}
+
+const expected_here = (native, wine = native) => (is_native ? native : wine);
+
+// A list of outcomes is for where it depends on which end is faster.
+function assert_outcome(answer, expected, what) {
+  const outcome = outcome_of(answer);
+  assert.ok([expected].flat().includes(outcome), `${what}: ${outcome} in place of ${expected}`);
+}
+
+const plain = (lines, body = pending) => `${lines.join('\r\n')}\r\n\r\n${body}`;
+
+test('replies in every shape and out of shape', limits, async (t) => {
+  const account = await start_account_service(t);
+  const service = await start_service_for(t, account);
+  const end = { then: 'end' };
+  const reset = { then: 'reset' };
+  const rows = [
+    ['with a length', { body: pending }, 'arrived'],
+    ['in chunks', { body: pending, framing: 'chunked' }, 'arrived'],
+    ['in chunks of one byte', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'],
+      `${[...pending].map((byte) => `1\r\n${byte}\r\n`).join('')}0\r\n\r\n`) }, 'arrived'],
+    ['in chunks with a trailer', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'],
+      `14\r\n${pending}\r\n0\r\nX: y\r\n\r\n`) }, 'arrived'],
+    ['up to the end of the connection', { body: pending, framing: 'close' }, 'arrived'],
+    ['byte by byte', { body: pending, drip: { bytes: 1, every_ms: 1 } }, 'arrived'],
+    ['of the first version of HTTP', { raw: plain(['HTTP/1.0 200 OK']), ...end }, 'arrived'],
+    ['with bare line feeds', { raw: `HTTP/1.1 200 OK\nContent-Length: 20\n\n${pending}` }, 'arrived'],
+    ['behind an interim reply', { raw: `HTTP/1.1 100 Continue\r\n\r\n${plain(['HTTP/1.1 200 OK', 'Content-Length: 20'])}` },
+      'arrived', 12152],
+    ['without a word for the status', { raw: plain(['HTTP/1.1 200']), ...end }, 'arrived', 12152],
+    ['with a coding that nobody asked for', { headers: [['Content-Encoding', 'gzip']], body: pending }, 'arrived'],
+    ['with a head of 60,000 bytes', { headers: [['X', 'y'.repeat(60_000)]], body: pending }, 'arrived'],
+    ['with five hundred headers', { headers: Array.from({ length: 500 }, (_, index) => [`X${index}`, 'y']), body: pending }, 'arrived'],
+    ['of status 204', { raw: 'HTTP/1.1 204 No Content\r\n\r\n' }, 'unreadable'],
+    ['of status 304', { raw: 'HTTP/1.1 304 Not Modified\r\n\r\n' }, 'unreadable'],
+    ['that wants a password', { status: 401, headers: [['WWW-Authenticate', 'Basic realm="x"']], body: pending }, 'arrived'],
+    ['that wants a password for a proxy', { status: 407, headers: [['Proxy-Authenticate', 'Basic realm="x"']], body: pending }, 'arrived'],
+
+    // What breaks off in its body is as good as what ends.
+    ['shorter than its length', { body: pending, content_length: 1000, ...end }, 'arrived'],
+    ['reset in its body', { body: pending, content_length: 1000, ...reset }, ['arrived', 'unreadable', 12030],
+      ['arrived', 'unreadable', 10054]],
+    ['ended within a chunk', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `40\r\n${pending}`), ...end }, 'arrived'],
+    ['ended in its key', { body: pending, cut: 47, ...end }, 'unreadable'],
+    ['without a body that its length names', { body: '', content_length: 20, ...end }, 'unreadable'],
+    ['with a chunk of no size', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `zz\r\n${pending}`), ...end }, 'unreadable'],
+    ['with a length beyond all numbers', { raw: plain(['HTTP/1.1 200 OK', `Content-Length: ${'9'.repeat(40)}`]), ...end }, 'arrived'],
+
+    ['ended ahead of its head', { body: pending, cut: 0, ...end }, 12030, 12152],
+    ['reset ahead of its head', { body: pending, cut: 0, ...reset }, 12030, [12152, 12030, 10054]],
+    ['ended in its first line', { body: pending, cut: 14, ...end }, [12030, 12152], ['unreadable', 12152]],
+    ['ended in its head', { body: pending, cut: 25, ...end }, [12030, 12152], ['unreadable', 12152]],
+    ['reset in its head', { body: pending, cut: 25, ...reset }, [12030, 12152], ['unreadable', 12152, 10054]],
+    ['that is no HTTP', { raw: pending, ...end }, 12152],
+    ['that is no HTTP, in lines', { raw: `220 mail.invalid ESMTP\r\n\r\n${pending}`, ...end }, 12152],
+    ['that is a refusal of TLS', { raw: '\x15\x03\x01\x00\x02\x02\x0a', ...end }, 12152],
+    ['with zero bytes', { raw: '\0'.repeat(100), ...end }, 12152],
+    ['with a header that is none', { raw: plain(['HTTP/1.1 200 OK', 'no colon']), ...end }, 12152, 'arrived'],
+    ['with a length below zero', { raw: plain(['HTTP/1.1 200 OK', 'Content-Length: -5']), ...end }, 12152, 'arrived'],
+    ['with a length that is no number', { raw: plain(['HTTP/1.1 200 OK', 'Content-Length: abc']), ...end }, 12152, 'unreadable'],
+    ['of a status that is no number', { raw: plain(['HTTP/1.1 abc OK']), ...end }, 12152, 'arrived'],
+  ];
+  // Wine takes more than the length says, and waits for it.
+  if (is_native) rows.push(['longer than its length', { body: pending, content_length: 5 }, 'unreadable']);
+  for (const [what, reply, native, wine] of rows) {
+    account.answer(remote_poll, reply);
+    assert_outcome(await poll(service), expected_here(native, wine), what);
+    account.answer(remote_poll, { body: pending });
+    assert_outcome(await poll(service), 'arrived', `an ordinary reply behind one ${what}`);
+  }
+  await service.stop();
+});
+
+test('a reply of 2,097,152 bytes arrives, and one more byte is too many', limits, async (t) => {
+  const account = await start_account_service(t);
+  const service = await start_service_for(t, account);
+  const limit = 2_097_152;
+  const body = (bytes) => pending.padEnd(bytes);
+  for (const framing of ['length', 'chunked', 'close']) {
+    for (const [bytes, outcome] of [[limit - 1, 'arrived'], [limit, 'arrived'], [limit + 1, 'too large'], [3 * limit, 'too large']]) {
+      account.answer(remote_poll, { body: body(bytes), framing });
+      assert_outcome(await poll(service), outcome, `${bytes} bytes, ${framing}`);
+    }
+  }
+  // All of it is looked at.
+  const last = '"status":"pending"';
+  account.answer(remote_poll, { body: last.padStart(limit) });
+  assert_outcome(await poll(service), 'arrived', 'the field at its end');
+  account.answer(remote_password, { status: 403, body: body(limit + 1) });
+  const refused = refusal_bytes(401, 'Unauthorized', utf8_bytes('账号服务返回内容过大'));
+  assert.equal(await password(service), refused);
+  await service.stop();
+});
+
+// Wine has another order of headers in a request that follows a redirection.
+function lines_of(bytes) {
+  const lines = bytes.split('\r\n');
+  return is_native ? lines : lines.sort();
+}
+
+test('redirections are followed, ten of them', limits, async (t) => {
+  const account = await start_account_service(t);
+  const service = await start_service_for(t, account);
+  const to = (status, location) => ({ status, reason: 'Elsewhere', headers: [['Location', location]], body: '{"status":"left","state":"left"}' });
+  // A whole address, and one of this service alone. Wine knows three of the five.
+  for (const status of is_native ? [301, 302, 303, 307, 308] : [301, 302, 307]) {
+    for (const location of ['/other', `http://127.0.0.1:${account.port}/other`]) {
+      account.requests.length = 0;
+      account.answer(remote_poll, to(status, location));
+      account.answer('/other', { body: pending });
+      assert_outcome(await poll(service), 'arrived', `${status} ${location}`);
+      assert.deepEqual(account.requests.map(({ head }) => lines_of(head)), [
+        lines_of(account_request_bytes(account, 'GET', `${remote_poll}?state=attempt`)),
+        lines_of(account_request_bytes(account, 'GET', '/other')),
+      ]);
+    }
+  }
+  // Only 307 and 308 send the body once more. Wine 8 ends the others with a number of its own (12019).
+  for (const status of is_native ? [301, 302, 303, 307, 308] : [307]) {
+    account.requests.length = 0;
+    account.answer(remote_password, to(status, '/other'));
+    account.answer('/other', { body: '{"state":"arrived"}' });
+    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'), status);
+    const [first, second] = account.requests;
+    const kept = status === 307 || status === 308;
+    const expected = kept
+      ? account_request_bytes(account, 'POST', '/other', first.body)
+      : account_request_bytes(account, 'GET', '/other');
+    assert.deepEqual(lines_of(second.head + second.body), lines_of(expected), status);
+    assert.equal(account.requests.length, 2);
+  }
+
+  const chain = (length) => {
+    account.answer(remote_poll, to(302, '/step?1'));
+    account.answer('/step', (request) => {
+      const step = Number(request.target.split('?')[1]);
+      return step < length ? to(302, `/step?${step + 1}`) : { body: pending };
+    });
+    account.requests.length = 0;
+  };
+  chain(10);
+  assert_outcome(await poll(service), 'arrived', 'ten redirections');
+  assert.equal(account.requests.length, 11);
+  chain(11);
+  assert_outcome(await poll(service), 12156, 'eleven redirections');
+  assert.equal(account.requests.length, 11);
+
+  // One that says no place is the reply, which Wine takes for a broken one.
+  account.answer(remote_poll, { status: 302, body: pending });
+  assert_outcome(await poll(service), expected_here('arrived', 12150), 'no place');
+  // To where nobody is.
+  account.answer(remote_poll, to(302, `http://127.0.0.1:${await free_port()}/`));
+  assert_outcome(await poll(service), 12029, 'nobody there');
+  await service.stop();
+});
+
+test('a service that is not there has its number', limits, async (t) => {
+  const closing = await start_account_service(t);
+  const rows = [
+    ['nobody at the port', `http://127.0.0.1:${await free_port()}`, 12029],
+    ['nobody at the port, by TLS', `https://127.0.0.1:${await free_port()}`, 12029],
+    ['a name that nobody has', 'http://nobody.velmora.invalid', 12007],
+    ['a name that nobody has, by TLS', 'https://nobody.velmora.invalid:1', 12007],
+    // Wine looks for it as for a name.
+    ['an address of version 6', `http://[::1]:${await free_port()}`, expected_here(12029, 12007)],
+  ];
+  for (const [what, url, number] of rows) {
+    const service = await start_service_for(t, url);
+    assert_outcome(await poll(service), number, what);
+    const message = `连接账号服务失败（错误 ${number}）`;
+    assert.equal(await password(service), refusal_bytes(401, 'Unauthorized', utf8_bytes(message)));
+    await service.stop();
+  }
+  const service = await start_service_for(t, closing);
+  closing.at_connection = 'end';
+  assert_outcome(await poll(service), expected_here(12030, ['unreadable', 12152]), 'closes at once');
+  closing.at_connection = 'reset';
+  assert_outcome(await poll(service), [12029, 12030, ...expected_here([], [12152, 10054])], 'resets at once');
+  closing.at_connection = 'read';
+  closing.answer(remote_poll, { body: pending });
+  assert_outcome(await poll(service), 'arrived', 'is there again');
+  await service.stop();
+});
+
+test('names, capitals and users in the address', limits, async (t) => {
+  const account = await start_account_service(t);
+  account.answer(remote_poll, { body: pending });
+  for (const url of [account.url.replace('http', 'HTTP'), account.url.replace('127.0.0.1', 'localhost')]) {
+    const service = await start_service_for(t, url);
+    assert_outcome(await poll(service), 'arrived', url);
+    await service.stop();
+  }
+  const hosts = account.requests.map(({ head }) => /\r\nHost: (.*)\r\n/.exec(head)[1]);
+  assert.deepEqual(hosts, [`127.0.0.1:${account.port}`, `localhost:${account.port}`]);
+});
+
+// ---- TLS ----
+
+let made_authority;
+function authority() {
+  made_authority ??= make_authority(make_directory());
+  return made_authority;
+}
+
+// Under Wine: the authority among those that the user of the prefix trusts, until the test ends.
+async function trust_in_prefix(t, certificate) {
+  const digest = createHash('sha1').update(certificate).digest();
+  const element = (property, data) => {
+    const head = Buffer.alloc(12);
+    head.writeUInt32LE(property, 0);
+    head.writeUInt32LE(1, 4);
+    head.writeUInt32LE(data.length, 8);
+    return Buffer.concat([head, data]);
+  };
+  const sha1_property = 3; // CERT_SHA1_HASH_PROP_ID
+  const certificate_property = 32; // CERT_CERT_PROP_ID
+  const blob = Buffer.concat([element(sha1_property, digest), element(certificate_property, certificate)]);
+  const name = digest.toString('hex').toUpperCase();
+  const key = `HKCU\\Software\\Microsoft\\SystemCertificates\\Root\\Certificates\\${name}`;
+  const reg = async (...args) => assert.equal((await run(t, 'reg', args)).code, 0);
+  t.after(() => reg('delete', key, '/f'));
+  await reg('add', key, '/v', 'Blob', '/t', 'REG_BINARY', '/d', blob.toString('hex'), '/f');
+}
+
+// Wine compares no addresses with certificates, only names.
+const local_name = 'localhost';
+
+async function poll_by_tls(t, certificate, env, name = local_name) {
+  const account = await start_account_service(t, { certificate });
+  account.answer(remote_poll, { body: pending });
+  const service = await start_service_for(t, account.url.replace('127.0.0.1', name), { env });
+  const answer = await poll(service);
+  await service.stop();
+  assert.equal(account.requests.length, outcome_of(answer) === 'arrived' ? 1 : 0, 'a refused peer is told nothing');
+  return answer;
+}
+
+test('by TLS, only the service that the address names is spoken to', limits, async (t) => {
+  const { authority_file, authority_der, ...certificates } = authority();
+  assert_outcome(await poll_by_tls(t, certificates.good, {}), expected_here(12175, 12157), 'an unknown authority');
+  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
+  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
+  assert_outcome(await poll_by_tls(t, certificates.good, env), 'arrived', 'good');
+  if (is_native) assert_outcome(await poll_by_tls(t, certificates.good, env, '127.0.0.1'), 'arrived', 'good, an address');
+  for (const name of ['self_signed', 'wrong_name', 'expired']) {
+    assert_outcome(await poll_by_tls(t, certificates[name], env), expected_here(12175, 12157), name);
+  }
+  if (is_native) {
+    for (const file of ['/nowhere/at/all.pem', '/dev/null']) {
+      assert_outcome(await poll_by_tls(t, certificates.good, { SSL_CERT_FILE: file }), 12175, file);
+    }
+    assert_outcome(await poll_by_tls(t, certificates.good, { SSL_CERT_FILE: '' }), 12175, 'an empty name');
+  }
+});
+
+test('a whole session goes by TLS', limits, async (t) => {
+  const { authority_file, authority_der, good } = authority();
+  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
+  const account = await start_account_service(t, { certificate: good });
+  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
+  const service = await start_service_for(t, account.url.replace('127.0.0.1', local_name), { env });
+  account.answer(remote_password, json_reply({ state: 'attempt' }));
+  account.answer('/api/v1/session/check', json_reply({ active: true }));
+  account.answer('/api/v1/session/release', json_reply({}));
+  assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"attempt"}'));
+  await sign_in(service, account, { session_check_seconds: 1 });
+  await account.wait_for_requests('/api/v1/session/check', 1);
+  // The last one is still waiting when the service stops.
+  account.answer('/api/v1/session/check', json_reply({ active: true }, { hold: new Promise(() => {}) }));
+  await account.wait_for_requests('/api/v1/session/check', account.requests_to('/api/v1/session/check').length + 1);
+  await service.stop();
+  assert.deepEqual(account.requests_to('/api/v1/session/release').map(({ body }) => body), [
+    '{"account_hash":"hash-1","token":"credential-1"}',
+  ]);
+});
+
+test('who speaks TLS where the other does not gets a number', limits, async (t) => {
+  const encrypted = await start_account_service(t, { certificate: authority().good });
+  const plain_service = net.createServer((socket) => {
+    socket.on('error', () => {});
+    socket.end('HTTP/1.1 400 Bad Request\r\n\r\n');
+  });
+  plain_service.listen({ port: 0, host: '127.0.0.1' });
+  await new Promise((resolve) => plain_service.once('listening', resolve));
+  t.after(() => plain_service.close());
+  const closing = await start_account_service(t);
+  closing.at_connection = 'end';
+  const rows = [
+    [`http://127.0.0.1:${encrypted.port}`, [12030, 12152], 12152],
+    [`https://127.0.0.1:${plain_service.address().port}`, 12157],
+    [`https://127.0.0.1:${closing.port}`, 12157],
+  ];
+  for (const [url, native, wine] of rows) {
+    const service = await start_service_for(t, url);
+    assert_outcome(await poll(service), expected_here(native, wine), url);
+    await service.stop();
+  }
+});
+
+test('a redirection from TLS to plain text is not followed', limits, async (t) => {
+  const { authority_file, authority_der, good } = authority();
+  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
+  const account = await start_account_service(t, { certificate: good });
+  const other = await start_account_service(t);
+  other.answer('/other', { body: pending });
+  account.answer(remote_poll, { status: 302, headers: [['Location', `${other.url}/other`]], body: '{}' });
+  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
+  const service = await start_service_for(t, account.url.replace('127.0.0.1', local_name), { env });
+  const answer = await poll(service);
+  await service.stop();
+  assert_outcome(answer, 12156, 'a redirection');
+  assert.equal(other.connections, 0);
+});
+
+// ---- what stays unloaded ----
+
+// Whether a running program has mapped the library of HTTP.
+function has_library(service) {
+  const maps = fs.readFileSync(`/proc/${service.child.pid}/maps`, 'utf8');
+  // What it has mapped of its own is there, so that the place is the right one.
+  assert.ok(maps.includes(is_native ? 'libc.so' : 'ws2_32'), maps);
+  return maps.includes(is_native ? 'libcurl' : 'winhttp');
+}
+
+test('the library of HTTP is loaded by the first request to an account service', limits, async (t) => {
+  const account = await start_account_service(t);
+  const service = await start_service_for(t, account);
+  await ask(service, 'POST', '/api/v1/account/password', '{}');
+  await ask(service, 'GET', '/api/v1/account/poll');
+  await ask(service, 'POST', '/api/v1/account/logout');
+  assert.equal(has_library(service), false);
+  await poll(service);
+  assert.equal(has_library(service), true);
+  await service.stop();
+});
+
+test('without an account service the library of HTTP is never loaded', limits, async (t) => {
+  const service = await start_service(t);
+  await poll(service);
+  await password(service);
+  for (const route of ['register', 'qrcode', 'referrer', 'unbind', 'logout']) {
+    await ask(service, 'POST', `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
+  }
+  assert.equal(has_library(service), false);
+  await service.stop();
+});

@@ -1,0 +1,228 @@
+// What the POSIX answer does of its own: the very bytes of a request, and what it leaves behind.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <iterator>
+
+#include "platform/http_client.h"
+#include "platform/raw_http_server.h"
+
+namespace velmora {
+namespace {
+
+using surroundings::HttpRequest;
+using surroundings::open_exchange;
+using surroundings::RawHttpServer;
+using surroundings::RawReply;
+using surroundings::read_whole_body;
+using surroundings::reply_head;
+using surroundings::reply_with_length;
+using surroundings::send_and_wait;
+using surroundings::status_of;
+
+class PosixHttp : public surroundings::ArrangedSockets {};
+
+std::ptrdiff_t open_descriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                       std::filesystem::directory_iterator());
+}
+
+TEST_F(PosixHttp, SendsTheseBytesAndNoOthers) {
+  const struct {
+    HttpRequest request;
+    std::string before_host;
+    std::string behind_host;
+  } rows[] = {
+      {{},
+       "POST /api/v1/session/check HTTP/1.1\r\n",
+       "User-Agent: Velmora/1.1\r\nContent-Type: application/json\r\nContent-Length: 9\r\n\r\n{\"a\":\"b\"}"},
+      {{u"GET", u"/poll?state=abc", u"", ""},
+       "GET /poll?state=abc HTTP/1.1\r\n",
+       "User-Agent: Velmora/1.1\r\n\r\n"},
+      // Nothing of a path is encoded, decoded or put in order.
+      {{u"GET", u"/a/../b//c?state=a b\"%41%zz<>\\^`{|}\u4E2D", u"", ""},
+       "GET /a/../b//c?state=a b\"%41%zz<>\\^`{|}\xE4\xB8\xAD HTTP/1.1\r\n",
+       "User-Agent: Velmora/1.1\r\n\r\n"},
+      {{u"GET", u"/a?x=1#top", u"", ""}, "GET /a?x=1#top HTTP/1.1\r\n", "User-Agent: Velmora/1.1\r\n\r\n"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.before_host);
+    RawHttpServer server({{{reply_with_length(200, "{}")}}});
+    const HttpExchange exchange = open_exchange(server.port(), surroundings::patient, row.request);
+    EXPECT_EQ(send_and_wait(exchange, row.request), 0u);
+    EXPECT_EQ(server.finish().at(0), row.before_host + "Host: 127.0.0.1:" + std::to_string(server.port()) +
+                                         "\r\n" + row.behind_host);
+  }
+}
+
+TEST_F(PosixHttp, HoldsNoDescriptorOnceItIsClosed) {
+  // The library keeps nothing open for itself from the second exchange on.
+  std::ptrdiff_t before = 0;
+  for (int round = 0; round < 3; ++round) {
+    RawReply reply;
+    // The server would keep this connection.
+    reply.pieces = {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}"};
+    reply.stays = true;
+    RawHttpServer server({reply});
+    HttpExchange exchange = open_exchange(server.port());
+    ASSERT_EQ(send_and_wait(exchange), 0u);
+    EXPECT_EQ(read_whole_body(exchange).bytes, "{}");
+    exchange.close();
+    server.finish();
+    EXPECT_TRUE(server.client_left(0));
+    if (round == 0) before = open_descriptors();
+    // Each server has had a listener by then.
+    EXPECT_EQ(open_descriptors(), before);
+  }
+}
+
+TEST_F(PosixHttp, TellsABodyThatBreaksOffFromOneThatEnds) {
+  for (const std::string& reply : {reply_head(200, "Content-Length: 10\r\n") + "12345",
+                                   reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\n"}) {
+    SCOPED_TRACE(reply);
+    RawHttpServer server({{{reply}}});
+    const HttpExchange exchange = open_exchange(server.port());
+    ASSERT_EQ(send_and_wait(exchange), 0u);
+    const surroundings::ReadBody read = read_whole_body(exchange);
+    EXPECT_EQ(read.bytes, "12345");
+    EXPECT_EQ(read.error, 12030u);
+  }
+}
+
+TEST_F(PosixHttp, RefusesChunksThatAreNone) {
+  RawHttpServer server({{{reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\nzz\r\n"}}});
+  const HttpExchange exchange = open_exchange(server.port());
+  ASSERT_EQ(send_and_wait(exchange), 0u);
+  const surroundings::ReadBody read = read_whole_body(exchange);
+  EXPECT_EQ(read.bytes, "12345");
+  EXPECT_NE(read.error, 0u);
+}
+
+// Wine limits this wait by another of its settings.
+TEST_F(PosixHttp, WaitsForTheHeadAsLongAsItMay) {
+  for (const std::string bytes : {"", "HTTP/1.1 200 OK\r\nContent-"}) {
+    SCOPED_TRACE(bytes);
+    RawReply reply;
+    reply.pieces = {bytes};
+    reply.stays = true;
+    RawHttpServer server({reply});
+    HttpExchange exchange = open_exchange(server.port(), {20'000, 20'000, 20'000, 300});
+    const std::int64_t before_ns = steady_now_ns();
+    EXPECT_EQ(send_and_wait(exchange), 12002u);
+    EXPECT_GE(steady_now_ns() - before_ns, 300'000'000);
+    // None of the other limits is the one that counts.
+    EXPECT_LT(steady_now_ns() - before_ns, 20'000'000'000);
+    std::uint32_t status = 77;
+    EXPECT_NE(query_http_status(exchange, status), 0u);
+    EXPECT_EQ(status, 77u);
+    exchange.close();
+    server.finish();
+    EXPECT_TRUE(server.client_left(0));
+  }
+}
+
+// Nobody takes the request, once the buffers of both sides are full.
+TEST_F(PosixHttp, SendsForAsLongAsItMay) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const surroundings::OtherListener listener = surroundings::listen_elsewhere(port);
+  HttpRequest request;
+  request.body = std::string(32 * 1024 * 1024, 'x');
+  const HttpExchange exchange = open_exchange(port, {20'000, 20'000, 300, 20'000}, request);
+  EXPECT_EQ(send_and_wait(exchange, request), 12002u);
+}
+
+// A kernel drops what comes to a listener whose queue is full, so that the connection is never made.
+TEST_F(PosixHttp, WaitsForTheConnectionAsLongAsItMay) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const surroundings::OtherListener listener = surroundings::listen_elsewhere(port);
+  const surroundings::Peer first = surroundings::connect_to(port);
+  const surroundings::Peer second = surroundings::connect_to(port);
+  const HttpExchange exchange = open_exchange(port, {20'000, 300, 20'000, 20'000});
+  const std::int64_t before_ns = steady_now_ns();
+  EXPECT_EQ(send_and_wait(exchange), 12002u);
+  EXPECT_GE(steady_now_ns() - before_ns, 300'000'000);
+}
+
+// The other answer to these is WinHTTP's own.
+
+TEST_F(PosixHttp, PassesOverRepliesThatAreNotTheLastWord) {
+  RawReply reply;
+  reply.pieces = {"HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 103 Early\r\nX: y\r\n\r\n",
+                  reply_with_length(200, "{}")};
+  reply.pause_ms = 50;
+  RawHttpServer server({reply});
+  const HttpExchange exchange = open_exchange(server.port());
+  ASSERT_EQ(send_and_wait(exchange), 0u);
+  EXPECT_EQ(status_of(exchange), 200u);
+  EXPECT_EQ(read_whole_body(exchange).bytes, "{}");
+}
+
+TEST_F(PosixHttp, KnowsNoStatusOfWhatIsNoHttp) {
+  for (const std::string bytes : {"FTP/1.1 200 OK\r\n\r\n", "hello\r\n\r\n", "<html></html>"}) {
+    SCOPED_TRACE(bytes);
+    RawHttpServer server({{{bytes}}});
+    const HttpExchange exchange = open_exchange(server.port());
+    EXPECT_EQ(send_and_wait(exchange), 12152u);
+    std::uint32_t status = 77;
+    EXPECT_NE(query_http_status(exchange, status), 0u);
+    EXPECT_EQ(status, 77u);
+  }
+}
+
+std::string redirection_to(std::uint32_t status, const std::string& location) {
+  return reply_head(status, "Location: " + location + "\r\nContent-Length: 0\r\n");
+}
+
+TEST_F(PosixHttp, FollowsARedirection) {
+  const struct {
+    std::uint32_t status;
+    bool says_it_again;
+  } rows[] = {{301, false}, {302, false}, {303, false}, {307, true}, {308, true}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.status);
+    RawHttpServer server({{{redirection_to(row.status, "/moved?x=1")}}, {{reply_with_length(200, "there")}}});
+    const HttpExchange exchange = open_exchange(server.port());
+    ASSERT_EQ(send_and_wait(exchange), 0u);
+    EXPECT_EQ(status_of(exchange), 200u);
+    EXPECT_EQ(read_whole_body(exchange).bytes, "there");
+    const std::string host = "Host: 127.0.0.1:" + std::to_string(server.port()) + "\r\n";
+    EXPECT_EQ(server.finish().at(1),
+              row.says_it_again
+                  ? "POST /moved?x=1 HTTP/1.1\r\n" + host +
+                        "User-Agent: Velmora/1.1\r\nContent-Type: application/json\r\nContent-Length: 9\r\n"
+                        "\r\n{\"a\":\"b\"}"
+                  : "GET /moved?x=1 HTTP/1.1\r\n" + host + "User-Agent: Velmora/1.1\r\n\r\n");
+  }
+}
+
+TEST_F(PosixHttp, TakesARedirectionWithoutAPlaceForTheReply) {
+  RawHttpServer server({{{reply_with_length(302, "nowhere")}}});
+  const HttpExchange exchange = open_exchange(server.port());
+  ASSERT_EQ(send_and_wait(exchange), 0u);
+  EXPECT_EQ(status_of(exchange), 302u);
+  EXPECT_EQ(read_whole_body(exchange).bytes, "nowhere");
+}
+
+TEST_F(PosixHttp, FollowsNoRedirectionToAnotherScheme) {
+  RawHttpServer server({{{redirection_to(302, "ftp://127.0.0.1:" + std::to_string(1) + "/x")}}});
+  const HttpExchange exchange = open_exchange(server.port());
+  EXPECT_EQ(send_and_wait(exchange), 12006u);
+}
+
+TEST_F(PosixHttp, GivesUpAfterTenRedirections) {
+  const RawReply onwards{{reply_head(302, "Location: /again\r\nContent-Length: 0\r\n")}, 0, false, false};
+  std::vector<RawReply> replies(10, onwards);
+  replies.push_back({{reply_with_length(200, "there")}, 0, false, false});
+  {
+    RawHttpServer server(replies);
+    const HttpExchange exchange = open_exchange(server.port());
+    ASSERT_EQ(send_and_wait(exchange), 0u);
+    EXPECT_EQ(read_whole_body(exchange).bytes, "there");
+  }
+  RawHttpServer server(std::vector<RawReply>(11, onwards));
+  const HttpExchange exchange = open_exchange(server.port());
+  EXPECT_EQ(send_and_wait(exchange), 12156u);
+}
+
+}  // namespace
+}  // namespace velmora

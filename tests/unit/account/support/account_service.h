@@ -1,0 +1,117 @@
+// The account service as the unit tests have it: what it answers, and what came to it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "account/session_check.h"
+#include "platform/standin/http_service.h"
+#include "unit/support/fresh_machine.h"
+
+namespace velmora {
+
+inline const std::string service_url = "https://account.example";
+
+// What the next request without an answer of its own gets.
+inline void answer_next(std::uint32_t status, std::string body) {
+  standin::HttpService& service = standin::http_service();
+  const std::lock_guard lock(service.guard);
+  standin::HttpReply reply;
+  reply.status = status;
+  reply.body = std::move(body);
+  service.replies.push_back(std::move(reply));
+}
+
+// The next calls of an operation fail; 0 lets one pass.
+inline void fail_next(const std::string& operation, std::deque<std::uint32_t> errors) {
+  standin::HttpService& service = standin::http_service();
+  const std::lock_guard lock(service.guard);
+  service.faults[operation] = std::move(errors);
+}
+
+inline std::vector<std::string> http_log() {
+  standin::HttpService& service = standin::http_service();
+  const std::lock_guard lock(service.guard);
+  return service.log;
+}
+
+// The requests that were sent, since the last time that it was asked: "METHOD PATH BODY", with a blank at the
+// end where there is no body. Each went to `service_url` with the header line that its body wants.
+inline std::vector<std::string> take_requests() {
+  standin::HttpService& service = standin::http_service();
+  const std::lock_guard lock(service.guard);
+  const std::string opened = "WinHttpOpenRequest ";
+  const std::string secure = " secure";
+  const std::string sent = "WinHttpSendRequest ";
+  std::vector<std::string> requests;
+  std::string request;
+  for (const std::string& entry : service.log) {
+    if (entry.starts_with("WinHttpConnect ")) {
+      EXPECT_EQ(entry, "WinHttpConnect account.example 443");
+    }
+    if (entry.starts_with(opened)) {
+      EXPECT_TRUE(entry.ends_with(secure)) << entry;
+      request = entry.substr(opened.size(), entry.size() - opened.size() - secure.size());
+    }
+    if (entry.starts_with(sent)) {
+      const std::string body = entry.substr(entry.find(']') + 2);
+      EXPECT_EQ(entry, sent + (body.empty() ? "[] " : "[Content-Type: application/json] ") + body);
+      requests.push_back(request + ' ' + body);
+    }
+  }
+  service.log.clear();
+  return requests;
+}
+
+using Requests = std::vector<std::string>;
+
+// While it lives, no reply comes.
+class HeldBackService {
+ public:
+  HeldBackService() { set(true); }
+  ~HeldBackService() { let_go(); }
+  HeldBackService(const HeldBackService&) = delete;
+  HeldBackService& operator=(const HeldBackService&) = delete;
+  void let_go() { set(false); }
+
+ private:
+  static void set(bool holds_back) {
+    standin::HttpService& service = standin::http_service();
+    const std::lock_guard lock(service.guard);
+    service.holds_back = holds_back;
+    service.answered.notify_all();
+  }
+};
+
+// Waits for what a thread is about to bring about. The time is a limit for a test that fails.
+template <typename Condition>
+[[nodiscard]] bool wait_until(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// The check in flight, if there is one, has ended.
+[[nodiscard]] inline bool wait_for_check(const SessionCheckCells& cells) {
+  return wait_until([&] { return !cells.running; });
+}
+
+// How often an operation of the exchange was called.
+[[nodiscard]] inline std::size_t count_calls(const std::string& operation) {
+  std::size_t count = 0;
+  for (const std::string& entry : http_log()) {
+    if (entry.substr(0, entry.find(' ')) == operation) ++count;
+  }
+  return count;
+}
+
+}  // namespace velmora
