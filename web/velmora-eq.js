@@ -1,4 +1,5 @@
-// What the pages share: the session token, and a way to the service that asks for one thing at a time.
+// What the pages share: the session token, a way to the service that asks for one thing at a time, and words for the
+// numbers of Windows.
 //
 // The service runs one exchange after another and closes each connection, so a second request would only wait
 // in its queue. While one is on its way, a body to be put is merged into the last that waits if it goes to the same
@@ -11,6 +12,13 @@ const velmora = (() => {
   const waiting = [];  // { method, path, body, read, done: [callbacks of those who wait] }
   let busy = false;
 
+  // The service's JSON. A number of the shared record may be none: it comes as nan, inf or -inf, which no JSON has, and
+  // is read as that text.
+  function parse(text) {
+    const no_number = /"[^"\\]*(?:\\.[^"\\]*)*"|-?\b(?:nan|inf)\b/g;
+    return JSON.parse(text.replace(no_number, (found) => (found.startsWith('"') ? found : `"${found}"`)));
+  }
+
   async function send({ method, path, body, read }) {
     let trouble = "The service does not answer";
     try {
@@ -21,7 +29,8 @@ const velmora = (() => {
         cache: "no-store",
       });
       trouble = "The answer cannot be read";
-      if (!response.ok) return { outcome: (await response.json()).error, refused: true };
+      const { status } = response;
+      if (!response.ok) return { outcome: (await response.json()).error, refused: true, status };
       return { outcome: "Sent", answer: await read(response) };
     } catch {
       return { outcome: trouble };
@@ -39,9 +48,10 @@ const velmora = (() => {
     busy = false;
   }
 
-  // Resolves to { outcome, answer, refused }: "Sent" and what `read` took from the response, or a text that says what
-  // is wrong and no answer; `refused` is true if the text is the service's own.
-  function ask(method, path, body, read = (response) => response.json()) {
+  // Resolves to { outcome, answer, refused, status }: "Sent" and what `read` took from the response, or a text that says
+  // what is wrong and no answer; `refused` is true if the text is the service's own, and `status` is the number that
+  // came with it.
+  function ask(method, path, body, read = async (response) => parse(await response.text())) {
     return new Promise((tell) => {
       const last = waiting.at(-1);
       if (method === "PUT" && last?.method === "PUT" && last.path === path) {
@@ -59,8 +69,9 @@ const velmora = (() => {
   const post = async (path, body) => (await ask("POST", path, body)).outcome;
   const remove = async (path) => (await ask("DELETE", path)).outcome;
 
-  // Resolves to { outcome, answer, refused }, the answer being the JSON that came.
+  // These resolve to { outcome, answer, refused, status }, the answer being the JSON that came.
   const get = (path) => ask("GET", path);
+  const submit = (path, body) => ask("POST", path, body);
 
   // Whether a request is on its way, or waits.
   const is_busy = () => busy;
@@ -81,6 +92,35 @@ const velmora = (() => {
     return outcome;
   }
 
+  // Only what differs is written: a selection within the text stays, and a reader's voice says nothing twice.
+  function put_text(element, text) {
+    if (element.textContent !== text) element.textContent = text;
+  }
+
+  const error_words = {
+    0x80004005: "an unspecified failure",
+    0x8000000a: "begun and not ended",
+    0x80040154: "the audio system is not installed",
+    0x80070002: "it is not there",
+    0x80070005: "access is denied",
+    0x8007000e: "there is not enough memory",
+    0x80070057: "an argument is wrong",
+    0x800703f8: "the registry cannot be read",
+    0x80070422: "the service is disabled",
+    0x80070424: "the service is not installed",
+    0x80070426: "the service does not run",
+    0x80070490: "no such endpoint was found",
+    0x800706ba: "the audio service cannot be reached",
+    0x8007070c: "the value has another type",
+    0x88890004: "an endpoint went away while it was looked at",
+    0x88890010: "the audio service does not run",
+  };
+
+  // A status of Windows, which comes as a signed number, as Windows writes it.
+  const hex = (code) => `0x${(code >>> 0).toString(16).toUpperCase().padStart(8, "0")}`;
+
+  const error_text = (code) => `${error_words[code >>> 0] ?? "a failure without a name here"} (${hex(code)})`;
+
   // Shows an outcome in the element with the id `status`.
   function show(outcome) {
     const status = document.getElementById("status");
@@ -95,5 +135,5 @@ const velmora = (() => {
     }
   }
 
-  return { put, post, remove, get, is_busy, download, show, carry_token };
+  return { parse, put, post, remove, get, submit, is_busy, download, put_text, hex, error_text, show, carry_token };
 })();
