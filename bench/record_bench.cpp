@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "bridge/record.h"
+#include "collector.h"
 #include "statistics.h"
 
 namespace velmora::bench {
@@ -136,26 +137,6 @@ std::string verdict(double ratio, double aim) {
   std::snprintf(text, sizeof text, "<= %.1f: %s", aim, ratio <= aim ? "met" : "missed");
   return text;
 }
-
-// Keeps what the repetitions took instead of printing it.
-class Collector : public benchmark::BenchmarkReporter {
- public:
-  bool ReportContext(const Context&) override { return true; }
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      if (run.run_type != Run::RT_Iteration) continue;
-      times_ns_[run.run_name.function_name].push_back(run.cpu_accumulated_time * 1e9 /
-                                                      static_cast<double>(run.iterations));
-    }
-  }
-  [[nodiscard]] double median_ns(const std::string& name) const {
-    const auto times = times_ns_.find(name);
-    return times == times_ns_.end() ? 0 : spread_of(times->second).median;
-  }
-
- private:
-  std::map<std::string, std::vector<double>> times_ns_;
-};
 
 std::string bare_name(const std::string& name) { return "bare_" + name; }
 // The bare form once more: how far two measurements of the same thing are apart.

@@ -12,6 +12,7 @@
 
 #include "base/status.h"
 #include "platform/audio_endpoints.h"
+#include "platform/hosted_machine_file.h"
 #include "platform/machine.h"
 #include "platform/standin/machine_state.h"
 #include "platform/surroundings.h"
@@ -32,32 +33,6 @@ class PosixHostedAudio : public surroundings::Arranged {
     surroundings::Arranged::TearDown();
   }
 };
-
-std::string machine_path() { return surroundings::scratch_directory() + "/machine.reg"; }
-
-std::string load_from(const std::string& path) {
-  setenv("VELMORA_MACHINE", path.c_str(), 1);
-  return load_machine();
-}
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-ino_t file_number(const std::string& path) {
-  struct stat found {};
-  EXPECT_EQ(stat(path.c_str(), &found), 0);
-  return found.st_ino;
-}
-
-std::vector<std::string> names_in_scratch() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(surroundings::scratch_directory())) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
 
 // A machine without endpoints.
 const std::string empty_text = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\n";

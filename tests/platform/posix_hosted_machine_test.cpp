@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/hosted_machine_file.h"
 #include "platform/machine.h"
 #include "platform/registry.h"
 #include "platform/standin/machine_state.h"
@@ -40,32 +41,6 @@ class PosixHostedMachine : public surroundings::Arranged {
     surroundings::Arranged::TearDown();
   }
 };
-
-std::string machine_path() { return surroundings::scratch_directory() + "/machine.reg"; }
-
-std::string load_from(const std::string& path) {
-  setenv("VELMORA_MACHINE", path.c_str(), 1);
-  return load_machine();
-}
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-ino_t file_number(const std::string& path) {
-  struct stat found {};
-  EXPECT_EQ(stat(path.c_str(), &found), 0);
-  return found.st_ino;
-}
-
-std::vector<std::string> names_in_scratch() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(surroundings::scratch_directory())) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
 
 std::int32_t open_key(std::u16string_view path, RegistryKey& key) {
   return open_registry_key(path, key_access, key);
