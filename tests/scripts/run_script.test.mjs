@@ -282,7 +282,7 @@ test("without root it names the packages that are missing and does nothing", () 
   });
   assert.equal(result.status, 1);
   assert.equal(result.stderr, "These Debian packages are missing. Install them as root, then start again:\n" +
-    "  apt-get install g++ cmake ninja-build\n");
+    "  apt-get install g++ cmake ninja-build libcurl4-openssl-dev\n");
   assert.equal(existsSync(join(folder, "called")), false);
   rmSync(folder, { recursive: true });
 });
