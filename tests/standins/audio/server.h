@@ -19,8 +19,8 @@
 //
 // UTF-8 text, one statement a line; blanks before it and behind it mean nothing, nor does a line that is
 // empty or begins with '#'. Words are parted by blanks. A word that needs blanks, or is empty, stands in
-// double quotes; in quotes \" \\ and \uXXXX (a UTF-16 unit, so that unpaired surrogates can be written) are
-// known. FLOW is `render` or `capture`. Numbers are decimal or begin with 0x.
+// double quotes; in quotes \" \\ and \uHHHH (four hexadecimal digits, a UTF-16 unit, so that unpaired
+// surrogates can be written) are known. FLOW is `render` or `capture`. Numbers are decimal or begin with 0x.
 //
 //   endpoint FLOW ID         A new endpoint, last of its flow; the lines up to the next one are about it:
 //     state N                its DEVICE_STATE; 1 (active) when not given
