@@ -47,10 +47,16 @@ void account_session_release(std::string_view service_url, std::string_view acco
 bool start_session_check(std::shared_ptr<SessionCheckCells> cells, std::string service_url,
                          std::string account_hash, std::string token) {
   if (cells->running.exchange(true)) return false;
-  std::thread([cells = std::move(cells), service_url = std::move(service_url),
+  // The check begins once its thread is on its own: with the thread library of our compiler for Windows, a
+  // thread that ends while it is being detached damages the library's list of threads, and either thread may
+  // then wait for good.
+  const auto detached = std::make_shared<std::atomic<bool>>(false);
+  std::thread([detached, cells = std::move(cells), service_url = std::move(service_url),
                account_hash = std::move(account_hash), token = std::move(token)] {
+    while (!*detached) std::this_thread::yield();
     check_session(*cells, service_url, account_hash, token);
   }).detach();
+  *detached = true;
   return true;
 }
 

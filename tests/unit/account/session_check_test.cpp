@@ -1,5 +1,10 @@
 #include "account/session_check.h"
 
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
 #include "unit/account/support/account_service.h"
 
 namespace velmora {
@@ -251,6 +256,23 @@ TEST_F(SessionCheckThread, IsOneAtMostHoweverOftenItIsStarted) {
   ASSERT_TRUE(wait_for_check(*cells_));
   EXPECT_EQ(take_requests(), Requests(static_cast<std::size_t>(started), check_request));
   EXPECT_GE(started, 1);
+}
+
+// Several threads, so that a check may well be over before the one that started it goes on.
+TEST_F(SessionCheckThread, MayBeOverBeforeItsStarterGoesOn) {
+  std::atomic<int> finished = 0;
+  std::vector<std::thread> starters;
+  for (int starter = 0; starter < 4; ++starter) {
+    starters.emplace_back([&finished] {
+      const auto cells = std::make_shared<SessionCheckCells>();
+      for (int round = 0; round < 100; ++round) {
+        if (!start_session_check(cells, service_url, "h", "t") || !wait_for_check(*cells)) return;
+        ++finished;
+      }
+    });
+  }
+  for (std::thread& starter : starters) starter.join();
+  EXPECT_EQ(finished, 400);
 }
 
 }  // namespace
