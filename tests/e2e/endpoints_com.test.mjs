@@ -728,6 +728,43 @@ async function many(t) {
   server.take_calls();
 }
 
+async function counts(t) {
+  const { server, service } = await start(t);
+  const list = listed();
+  const out_of_range = signed(0x80070057);
+  const without_sessions = { ...list, render: [{ ...list.render[0], sessions: [] }, list.render[1]] };
+  const endpoints = 'IMMDeviceCollection.GetCount';
+  const sessions_of_one = 'IAudioSessionEnumerator.GetCount 1';
+  const rows = [
+    [`${endpoints} 1 0xffffffff`, { ...list, capture: [], error_code: out_of_range }],
+    [`${endpoints} 2 0xffffffff`, { ...list, error_code: out_of_range }],
+    [`${endpoints} 1 3`, { ...list, capture: [], error_code: out_of_range }],
+    [`${endpoints} 1 1`, { ...list, render: list.render.slice(0, 1) }],
+    [`${endpoints} 1 0`, { ...list, render: [] }],
+    [`${endpoints} 2 0`, { ...list, capture: [] }],
+    [`${sessions_of_one} 0`, without_sessions],
+    [`${sessions_of_one} -1`, without_sessions],
+    [`${sessions_of_one} -2147483648`, without_sessions],
+    [`${sessions_of_one} 1000`, list],
+  ];
+  for (const [count, expected] of rows) {
+    server.set({ ...machine, faults: [`count ${count}`] });
+    assert.equal(await get_list(service), list_answer(expected), count);
+    server.take_calls();
+  }
+  // A choice is looked for no further than to where it stands.
+  const choices = [
+    ['1 0xffffffff', '{nobody}', not_selected],
+    ['1 0xffffffff', headphones.id, answers.done],
+    ['1 1', headphones.id, no_such_endpoint],
+  ];
+  for (const [count, id, expected] of choices) {
+    server.set({ ...machine, faults: [`count ${endpoints} ${count}`] });
+    assert.equal(await choose(service, render_choice, id), expected, `${count} ${id}`);
+    server.take_calls();
+  }
+}
+
 async function without_script(t) {
   const { server } = await start(t);
   const bare = await start_service(t);
@@ -752,5 +789,6 @@ if (is_wine) {
   test('volume and mute arrive at the endpoint of choice, call by call', limits, volume);
   test('each failed call of volume and mute refuses it', limits, volume_faults);
   test('sixty endpoints of each direction are listed', limits, many);
+  test('a count that is not true does no harm', limits, counts);
   test('a program without a script keeps the endpoints of the system', limits, without_script);
 }

@@ -107,7 +107,7 @@ class Call {
     return answer(
         [&]() -> HRESULT {
           if (out == nullptr) return E_POINTER;
-          *out = read();
+          *out = fault_ && fault_->count ? static_cast<Number>(*fault_->count) : read();
           return S_OK;
         },
         [&] {

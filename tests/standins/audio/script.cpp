@@ -152,6 +152,17 @@ bool read_fault(const std::vector<std::wstring>& words, Script& script) {
   return true;
 }
 
+bool read_count(const std::vector<std::wstring>& words, Script& script) {
+  if (words.size() != 4) return false;
+  const std::string operation = narrow(words[1]);
+  std::int64_t nth = 0;
+  std::int64_t count = 0;
+  if (!is_operation(operation) || !operation.ends_with(".GetCount")) return false;
+  if (!number_of(words[2], nth) || nth < 1 || !number_of(words[3], count)) return false;
+  script.faults[operation][static_cast<std::uint32_t>(nth)] = {0, false, count};
+  return true;
+}
+
 bool read_about_endpoint(const std::vector<std::wstring>& words, Endpoint& endpoint) {
   const std::wstring& what = words[0];
   std::int64_t number = 0;
@@ -207,6 +218,7 @@ bool read_statement(const std::vector<std::wstring>& words, Script& script) {
     return true;
   }
   if (what == L"fail" || what == L"null") return read_fault(words, script);
+  if (what == L"count") return read_count(words, script);
   return !script.endpoints.empty() && read_about_endpoint(words, script.endpoints.back());
 }
 

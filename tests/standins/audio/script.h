@@ -34,6 +34,7 @@ struct Endpoint {
 struct Fault {
   std::int32_t status = 0;
   bool hands_out_null = false;
+  std::optional<std::int64_t> count = std::nullopt;  // what a count is said to be
 };
 
 struct Script {

@@ -39,6 +39,8 @@
 //                            as nonsense that nobody may believe (a count of 77, a level of 0.77, muted,
 //                            state 1, id 77). Any other status comes behind the work, which is done.
 //   null OP NTH              The call of OP, one that hands out a pointer, answers S_OK and hands out null.
+//   count OP NTH N           The call of OP, a GetCount, succeeds and tells N in place of the truth; N may be
+//                            negative where the count has a sign.
 //
 // A script is read anew, and calls are counted from 1 again, whenever the class object is asked for or an
 // enumerator is made. One that cannot be read fails that call with status_bad_script and says why in the log.
