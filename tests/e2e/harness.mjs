@@ -280,11 +280,19 @@ export function launch(t, file, args, options) {
   return program;
 }
 
+// What Wine's own starter says when a new process ended before its first step, which happens once in some ten thousand
+// starts on a busy machine. Nothing of the program has run then.
+const never_began = 'ShellExecuteEx failed: Internal error.';
+
 // Runs a program to its end. `errors` and `output` are bytes.
 export async function run(t, file, args, options) {
-  const program = launch(t, file, args, options);
-  const { code, signal } = await program.wait_for_end(start_limit_ms);
-  return { code, signal, output: program.output, errors: program.errors };
+  for (let attempt = 1; ; ++attempt) {
+    const program = launch(t, file, args, options);
+    const { code, signal } = await program.wait_for_end(start_limit_ms);
+    const { output, errors } = program;
+    const began = !is_wine || !`${output}${errors}`.includes(never_began);
+    if (began || attempt === 3) return { code, signal, output, errors };
+  }
 }
 
 // ---- the service ----
