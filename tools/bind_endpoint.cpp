@@ -54,7 +54,7 @@ int change(std::string_view endpoint_id, bool bind) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  velmora::prepare_standard_streams();
+  velmora::prepare_process();
   const std::string_view action = argc == 3 ? argv[1] : "";
   if (action != "look" && action != "bind" && action != "unbind") {
     velmora::write_standard_error("Usage: velmora_bind_endpoint look|bind|unbind ENDPOINT_ID\n");

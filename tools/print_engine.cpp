@@ -49,7 +49,7 @@ std::string engine_text(const velmora::AudioEngineState& state) {
 }  // namespace
 
 int main(int argc, char**) {
-  velmora::prepare_standard_streams();
+  velmora::prepare_process();
   if (argc != 1) {
     velmora::write_standard_error("Usage: velmora_print_engine\n");
     return exit_bad_usage;

@@ -60,7 +60,7 @@ int print_record(const char* name) {
 }  // namespace velmora
 
 int main(int argc, char** argv) {
-  velmora::prepare_standard_streams();
+  velmora::prepare_process();
   if (argc == 2) return velmora::print_record(argv[1]);
   velmora::write_standard_error("usage: velmora_print_record NAME\n");
   return 2;

@@ -37,13 +37,14 @@ using LibraryFunction = void (*)();
 [[nodiscard]] std::int32_t start_com();
 void stop_com();
 
-// Makes a closed reader of a standard stream a failed write and never a signal. Where streams are numbers
-// that are given out again, one that the parent had closed leads nowhere afterwards, instead of into whatever
-// is opened next. To be called once, before anything is opened. On Windows there is nothing to do.
-void prepare_standard_streams();
+// To be called once, before anything is opened. On POSIX systems it makes a closed reader of a standard
+// stream a failed write and never a signal; streams are numbers there that are given out again, and one that
+// the parent had closed leads nowhere afterwards, instead of into whatever is opened next. On Windows it
+// makes what the system would ask in a dialog (a drive without a disk) the failure of the call.
+void prepare_process();
 
-// Writes bytes to standard output or standard error as they are (no line feed is translated) and at once.
-// That nobody reads them is not told.
+// Writes UTF-8 to standard output or standard error at once: as it is (no line feed is translated), but to a
+// console of Windows as wide text, whatever its code page. That nobody reads it is not told.
 void write_standard_output(std::string_view text);
 void write_standard_error(std::string_view text);
 

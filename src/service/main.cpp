@@ -6,7 +6,7 @@
 #include "service/service.h"
 
 int main(int argc, char** argv) {
-  velmora::prepare_standard_streams();
+  velmora::prepare_process();
   const std::vector<std::string_view> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
   return static_cast<int>(velmora::run_program(arguments));
 }

@@ -91,7 +91,7 @@ TEST_F(PosixMachine, TellsAClosedReaderByAFailedWriteAndGoesOn) {
   const pid_t child = fork();
   if (child == 0) {
     dup2(ends[1], STDOUT_FILENO);
-    prepare_standard_streams();
+    prepare_process();
     write_standard_output("lost");
     const bool failed = write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE;
     _exit(failed ? 0 : 1);
@@ -120,7 +120,7 @@ TEST_F(PosixMachine, LeadsStandardStreamsThatAreClosedNowhereAndLeavesTheOthers)
         expected[stream] = target_of(static_cast<int>(stream));
         if (expected[stream].empty()) expected[stream] = "/dev/null";
       }
-      prepare_standard_streams();
+      prepare_process();
       // Each wrong stream sets its bit; the next thing that is opened must take none of them.
       int wrong = open("/", O_RDONLY) <= 2 ? 8 : 0;
       for (int stream = 0; stream <= 2; ++stream) {
@@ -139,7 +139,7 @@ TEST_F(PosixMachine, LeadsStandardStreamsThatAreClosedNowhereAndLeavesTheOthers)
 }
 
 TEST_F(PosixMachine, StartsTheBrowserWithNothingOfOurs) {
-  prepare_standard_streams();
+  prepare_process();
   // As one that the program which started us left open.
   const int inherited = open("/dev/zero", O_RDONLY);
   const surroundings::Browser browser = surroundings::install_browser();

@@ -67,6 +67,13 @@ TEST_F(WindowsMachine, GoesOnWhereNobodyReadsWhatItWrites) {
   write_standard_output("");
 }
 
+TEST_F(WindowsMachine, TakesDialogsOfTheSystemForFailuresFromItsStart) {
+  const UINT former = SetErrorMode(SEM_NOGPFAULTERRORBOX);
+  prepare_process();
+  EXPECT_EQ(GetErrorMode(), static_cast<UINT>(SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS));
+  SetErrorMode(former);
+}
+
 TEST_F(WindowsMachine, TellsItsPathAsTheSystemDoes) {
   std::array<char, 1024> expected{};
   ASSERT_NE(GetModuleFileNameA(nullptr, expected.data(), static_cast<DWORD>(expected.size())), 0u);

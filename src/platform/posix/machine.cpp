@@ -93,7 +93,7 @@ LibraryFunction find_library_function(const DynamicLibrary& library, const char*
 std::int32_t start_com() { return 0; }
 void stop_com() {}
 
-void prepare_standard_streams() {
+void prepare_process() {
   // A closed stream's number would go to the next thing that is opened, and the banner would be written into
   // that: the shared record, or a connection. Opened in order, each takes the number that it stands for.
   for (int stream = 0; stream <= 2; ++stream) {

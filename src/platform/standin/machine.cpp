@@ -38,7 +38,7 @@ void stop_com() {
   --standin::system().com_started;
 }
 
-void prepare_standard_streams() {}
+void prepare_process() {}
 
 void write_standard_output(std::string_view text) {
   static_cast<void>(standin::enter("stdout"));

@@ -12,9 +12,22 @@ std::int64_t steady_now_ns() {
 }
 
 bool read_local_time(std::tm& out) {
-  const std::time_t now = std::time(nullptr);
+  // The C library would take a variable TZ, which Unix tools set in a form that it does not know, for UTC.
+  SYSTEMTIME now;
+  GetLocalTime(&now);
+  using namespace std::chrono;
+  const year_month_day date(year(now.wYear), month(now.wMonth), day(now.wDay));
+  const year_month_day first(year(now.wYear), January, day(1));
   std::tm local{};
-  if (localtime_s(&local, &now) != 0) return false;
+  local.tm_year = now.wYear - 1900;
+  local.tm_mon = now.wMonth - 1;
+  local.tm_mday = now.wDay;
+  local.tm_hour = now.wHour;
+  local.tm_min = now.wMinute;
+  local.tm_sec = now.wSecond;
+  local.tm_wday = now.wDayOfWeek;
+  local.tm_yday = static_cast<int>((sys_days(date) - sys_days(first)).count());
+  local.tm_isdst = -1;
   out = local;
   return true;
 }

@@ -44,8 +44,9 @@ DWORD listing_error(std::string_view path, DWORD error) {
 // One that is there, or that somebody else has made meanwhile, is a success. What the system says of those
 // differs: a drive's root is 5, all others are 183.
 std::uint32_t make_directory(std::string_view path) {
-  if (CreateDirectoryW(wide_path(path).c_str(), nullptr)) return 0;
-  const DWORD error = GetLastError();
+  const std::wstring wide = wide_path(path);
+  if (CreateDirectoryW(wide.c_str(), nullptr)) return 0;
+  const DWORD error = last_error();
   return query_file_kind(path) == FileKind::directory ? 0 : error;
 }
 
@@ -63,11 +64,12 @@ FileKind query_file_kind(std::string_view path) {
 }
 
 std::uint32_t query_file_size(std::string_view path, std::uint64_t& out) {
-  const HANDLE handle = CreateFileW(wide_path(path).c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  const std::wstring wide = wide_path(path);
+  const HANDLE handle = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) return last_error();
   LARGE_INTEGER size;
-  const DWORD error = GetFileSizeEx(handle, &size) ? 0 : GetLastError();
+  const DWORD error = GetFileSizeEx(handle, &size) ? 0 : last_error();
   CloseHandle(handle);
   if (error == 0) out = static_cast<std::uint64_t>(size.QuadPart);
   return error;
@@ -91,9 +93,10 @@ std::string parent_path(std::string_view path) {
 void InputFileKind::release(Native native) noexcept { CloseHandle(handle_of(native)); }
 
 std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
-  const HANDLE handle = CreateFileW(wide_path(path).c_str(), GENERIC_READ, share_all, nullptr, OPEN_EXISTING,
+  const std::wstring wide = wide_path(path);
+  const HANDLE handle = CreateFileW(wide.c_str(), GENERIC_READ, share_all, nullptr, OPEN_EXISTING,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  if (handle == INVALID_HANDLE_VALUE) return last_error();
   out = InputFile(native_of(handle));
   return 0;
 }
@@ -101,7 +104,7 @@ std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
 FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capacity) {
   const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(capacity, 0x7fffffff));
   DWORD count = 0;
-  if (!ReadFile(handle_of(file.native()), buffer, wanted, &count, nullptr)) return {0, GetLastError()};
+  if (!ReadFile(handle_of(file.native()), buffer, wanted, &count, nullptr)) return {0, last_error()};
   return {count, 0};
 }
 
@@ -110,20 +113,21 @@ std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
   if (names_device(wide)) return ERROR_ACCESS_DENIED;
   const HANDLE handle = CreateFileW(wide.c_str(), GENERIC_WRITE, share_all, nullptr, CREATE_ALWAYS,
                                     FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  if (handle == INVALID_HANDLE_VALUE) return last_error();
   const InputFile file(native_of(handle));
   if (GetFileType(handle) != FILE_TYPE_DISK) return ERROR_ACCESS_DENIED;
   while (!bytes.empty()) {
     const DWORD wanted = static_cast<DWORD>(std::min<std::size_t>(bytes.size(), 0x7fffffff));
     DWORD written = 0;
-    if (!WriteFile(handle, bytes.data(), wanted, &written, nullptr)) return GetLastError();
+    if (!WriteFile(handle, bytes.data(), wanted, &written, nullptr)) return last_error();
     bytes.remove_prefix(written);
   }
   return 0;
 }
 
 std::uint32_t remove_file(std::string_view path) {
-  return DeleteFileW(wide_path(path).c_str()) ? 0 : GetLastError();
+  const std::wstring wide = wide_path(path);
+  return DeleteFileW(wide.c_str()) ? 0 : last_error();
 }
 
 std::uint32_t list_directory(std::string_view path, std::vector<std::string>& names) {
@@ -131,8 +135,9 @@ std::uint32_t list_directory(std::string_view path, std::vector<std::string>& na
   // Joined with nothing, the pattern would name the current directory.
   if (path.empty()) return ERROR_PATH_NOT_FOUND;
   WIN32_FIND_DATAW entry;
-  const HANDLE search = FindFirstFileW(wide_path(join_path(path, "*")).c_str(), &entry);
-  if (search == INVALID_HANDLE_VALUE) return listing_error(path, GetLastError());
+  const std::wstring pattern = wide_path(join_path(path, "*"));
+  const HANDLE search = FindFirstFileW(pattern.c_str(), &entry);
+  if (search == INVALID_HANDLE_VALUE) return listing_error(path, last_error());
   do {
     const std::wstring_view name = entry.cFileName;
     if (name != L"." && name != L"..") {

@@ -94,7 +94,8 @@ bool split_url(std::u16string_view url, UrlParts& out) {
 
 std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& out) {
   if (!winhttp().is_whole()) return ERROR_MOD_NOT_FOUND;
-  const HINTERNET session = winhttp().open(wide_text(user_agent).c_str(), WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
+  const std::wstring agent = wide_text(user_agent);
+  const HINTERNET session = winhttp().open(agent.c_str(), WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY,
                                            WINHTTP_NO_PROXY_NAME, WINHTTP_NO_PROXY_BYPASS, 0);
   if (session == nullptr) return last_error();
   auto exchange = std::make_unique<Exchange>();
@@ -110,14 +111,17 @@ std::uint32_t set_http_timeouts(const HttpExchange& exchange, const HttpTimeouts
 
 std::uint32_t connect_http(const HttpExchange& exchange, std::u16string_view host, std::uint16_t port) {
   Exchange& handles = exchange_of(exchange);
-  return keep(winhttp().connect(handles.session, wide_text(host).c_str(), port, 0), handles.connection);
+  const std::wstring wide_host = wide_text(host);
+  return keep(winhttp().connect(handles.session, wide_host.c_str(), port, 0), handles.connection);
 }
 
 std::uint32_t open_http_request(const HttpExchange& exchange, std::u16string_view method,
                                 std::u16string_view path, bool secure) {
   Exchange& handles = exchange_of(exchange);
-  return keep(winhttp().open_request(handles.connection, wide_text(method).c_str(), wide_text(path).c_str(),
-                                     nullptr, WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
+  const std::wstring wide_method = wide_text(method);
+  const std::wstring target = wide_text(path);
+  return keep(winhttp().open_request(handles.connection, wide_method.c_str(), target.c_str(), nullptr,
+                                     WINHTTP_NO_REFERER, WINHTTP_DEFAULT_ACCEPT_TYPES,
                                      secure ? WINHTTP_FLAG_SECURE : 0),
               handles.request);
 }

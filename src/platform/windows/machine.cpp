@@ -27,9 +27,25 @@ BOOL WINAPI on_console_event(DWORD event) {
   return handler != nullptr && handler(event) ? TRUE : FALSE;
 }
 
+// A console shows wide text as it is; bytes it would take for those of its own code page, which is not the
+// process's.
+void write_console(HANDLE console, std::string_view text) {
+  const std::wstring wide = wide_text(wide_from_utf8_replacing(text));
+  std::wstring_view rest = wide;
+  while (!rest.empty()) {
+    DWORD written = 0;
+    if (!WriteConsoleW(console, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) ||
+        written == 0)
+      return;
+    rest.remove_prefix(written);
+  }
+}
+
 // Past the C library, whose streams would make two bytes of each line feed.
 void write_stream(DWORD stream, std::string_view text) {
   const HANDLE handle = GetStdHandle(stream);
+  DWORD mode = 0;
+  if (GetConsoleMode(handle, &mode)) return write_console(handle, text);
   while (!text.empty()) {
     DWORD written = 0;
     if (!WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) || written == 0)
@@ -66,7 +82,9 @@ static_assert(COINIT_MULTITHREADED == 0);
 
 void stop_com() { CoUninitialize(); }
 
-void prepare_standard_streams() {}
+// A drive without a disk is an answer for whoever asks for a file there, and not a dialog that holds up the
+// one thread of the service.
+void prepare_process() { SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS); }
 
 void write_standard_output(std::string_view text) { write_stream(STD_OUTPUT_HANDLE, text); }
 void write_standard_error(std::string_view text) { write_stream(STD_ERROR_HANDLE, text); }
@@ -83,8 +101,15 @@ std::intptr_t open_in_browser(std::string_view address) {
 }
 static_assert(SW_SHOWNORMAL == 1);
 
+// Loaded from the system's own folder: imported, a file of that name beside the program would come first and
+// choose our token.
 bool fill_random(unsigned char* buffer, std::size_t size) {
-  return BCryptGenRandom(nullptr, buffer, static_cast<ULONG>(size), BCRYPT_USE_SYSTEM_PREFERRED_RNG) >= 0;
+  const DynamicLibrary library(LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
+  if (!library.is_open()) return false;
+  const auto generate =
+      reinterpret_cast<decltype(&BCryptGenRandom)>(find_library_function(library, "BCryptGenRandom"));
+  return generate != nullptr &&
+         generate(nullptr, buffer, static_cast<ULONG>(size), BCRYPT_USE_SYSTEM_PREFERRED_RNG) >= 0;
 }
 static_assert(BCRYPT_USE_SYSTEM_PREFERRED_RNG == 2);
 

@@ -33,7 +33,8 @@ std::uint32_t open_service_manager(ServiceManager& out) {
 
 std::uint32_t open_service(const ServiceManager& manager, std::u16string_view name, std::uint32_t access,
                            Service& out) {
-  const SC_HANDLE service = OpenServiceW(service_handle(manager.native()), wide_text(name).c_str(), access);
+  const std::wstring wide_name = wide_text(name);
+  const SC_HANDLE service = OpenServiceW(service_handle(manager.native()), wide_name.c_str(), access);
   if (service == nullptr) return last_error();
   out = Service(reinterpret_cast<std::uintptr_t>(service));
   return 0;

@@ -26,8 +26,9 @@ void SharedMappingKind::release(Native native) noexcept { CloseHandle(handle_of(
 void SharedViewKind::release(Native native) noexcept { UnmapViewOfFile(native.data); }
 
 std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
-  const HANDLE handle = OpenFileMappingW(read_and_write, FALSE, wide_text(name).c_str());
-  if (handle == nullptr) return GetLastError();
+  const std::wstring wide_name = wide_text(name);
+  const HANDLE handle = OpenFileMappingW(read_and_write, FALSE, wide_name.c_str());
+  if (handle == nullptr) return last_error();
   out = SharedMapping(native_of(handle));
   return 0;
 }
@@ -52,7 +53,7 @@ CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
 
 std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
   void* data = MapViewOfFile(handle_of(mapping.native()), read_and_write, 0, 0, size);
-  if (data == nullptr) return GetLastError();
+  if (data == nullptr) return last_error();
   out = SharedView({data, size});
   return 0;
 }

@@ -245,7 +245,7 @@ void follow(const Record& record, const Options& options, Seen seen, bool magic_
 }
 
 int run(int argc, const char* const* argv) {
-  prepare_standard_streams();
+  prepare_process();
   const std::optional<Options> options = parse_options(argc, argv);
   if (!options) {
     write_standard_error(usage);

@@ -121,7 +121,7 @@ int run(const Options& options) {
 int main(int argc, char** argv) {
   std::signal(SIGINT, velmora::engine::end_at_once);
   std::signal(SIGTERM, velmora::engine::end_at_once);
-  velmora::prepare_standard_streams();
+  velmora::prepare_process();
   const auto options = velmora::engine::parse_options(argc, argv);
   if (options) return velmora::engine::run(*options);
   velmora::write_standard_error(velmora::engine::usage);
