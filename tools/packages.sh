@@ -4,9 +4,10 @@
 # The headers of libcurl; the library itself is loaded when an account service is first asked.
 build_packages=(g++ cmake ninja-build libcurl4-openssl-dev)
 # What `./test --quick` needs beside it. npm brings the one library of the browser tests; unzip, libarchive-tools and
-# python3 open the archives that the service makes; openssl makes the certificates of the stand-in account service.
+# python3 open the archives that the service makes; openssl makes the certificates of the stand-in account service;
+# bsdutils has `script`, which gives a program a terminal.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
-  chromium unzip libarchive-tools python3 mount openssl util-linux)
+  chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
 # What the Windows program is built and run with. PulseAudio gives Wine its audio endpoints.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
 

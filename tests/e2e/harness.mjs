@@ -165,15 +165,15 @@ export function unique_mapping_name() {
 
 // Natively a program has ended when its pipes have, which also shows that nothing else holds them. Under Wine the
 // first program of a session starts helpers that hold its pipes for as long as the session lasts: there the program's
-// own end counts, and what it wrote is in the pipes by then.
+// own end counts. What it wrote is in the pipes by then, and is given this time to be read.
 const end_event = is_wine ? 'exit' : 'close';
-const pipe_drain_ms = 20;
+const pipe_drain_ms = 1000;
 
 // A started program, its output so far, and its end.
 export class Program {
   // With `of_system` true it is a program of this system, whatever the target. `wrapper` is a command of this system
-  // that starts the one behind it.
-  constructor(file, args, { env = {}, cwd, of_system = false, wrapper = [] } = {}) {
+  // that starts the one behind it. With `with_input` true standard input is `child.stdin`, else there is none.
+  constructor(file, args, { env = {}, cwd, of_system = false, wrapper = [], with_input = false } = {}) {
     const command = [...wrapper, ...(is_wine && !of_system ? ['wine'] : []), file, ...args];
     const environment = { WINEDEBUG: '-all', ...process.env, ...env };
     this.name = `${path.basename(file)} ${args.join(' ')}`;
@@ -183,14 +183,15 @@ export class Program {
     this.child = spawn(command[0], command.slice(1), {
       cwd,
       env: environment,
-      stdio: ['ignore', 'pipe', 'pipe'],
+      stdio: [with_input ? 'pipe' : 'ignore', 'pipe', 'pipe'],
     });
     alive.add(this);
     this.exited = new Promise((resolve, reject) => {
       this.child.on('error', reject);
+      const closed = new Promise((drained) => this.child.once('close', drained));
       this.child.on(end_event, async (code, signal) => {
         alive.delete(this);
-        if (is_wine) await sleep(pipe_drain_ms);
+        await Promise.race([closed, sleep(pipe_drain_ms)]);
         this.end = { code, signal };
         this.look_again();
         resolve(this.end);
