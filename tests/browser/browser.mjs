@@ -66,10 +66,12 @@ export function machine_text({
 }
 
 // As another program writes it: the service never sees a half.
-export function rewrite(machine, contents) {
-  fs.writeFileSync(`${machine.file}.next`, machine_text(contents));
+export function rewrite_text(machine, text) {
+  fs.writeFileSync(`${machine.file}.next`, text);
   fs.renameSync(`${machine.file}.next`, machine.file);
 }
+
+export const rewrite = (machine, contents) => rewrite_text(machine, machine_text(contents));
 
 // A directory with the effect's files, or some of them. Gives the path of the effect.
 export function install_effect(names = ['velmora_windows_apo.dll', 'fse.dll', 'model_weights.bin'], directory = '') {
@@ -112,12 +114,12 @@ export function applied_word({ strength, bypass = false, bypass_all = false }) {
   return float_bits(strength) | (BigInt(bypass) << 32n) | (BigInt(bypass_all) << 33n) | (1n << 63n);
 }
 
-// The service on a machine, and one of its pages. `more` are options of the service, `env` variables of its.
-export async function open_page(t, contents = {}, { page_path = '/', processes = null, more = [] } = {}) {
-  const machine = await Machine.make(t, machine_text(contents));
-  const env = { ...machine.env, VELMORA_PROC: processes ?? make_processes(null) };
+// The service on the machine of an export, and one of its pages. `more` are options of the service, `env` variables of
+// its.
+export async function open_page_on(t, text, { page_path = '/', more = [], env = {} } = {}) {
+  const machine = await Machine.make(t, text);
   const mapping = unique_mapping_name();
-  const service = await start_service(t, { web_root, env, mapping, more });
+  const service = await start_service(t, { web_root, env: { ...machine.env, ...env }, mapping, more });
   const browser = await chromium.launch({ executablePath: browser_path, args: browser_arguments });
   t.after(() => browser.close());
   const page = await browser.newPage();
@@ -137,16 +139,20 @@ export async function open_page(t, contents = {}, { page_path = '/', processes =
   });
   await page.clock.install({ time: 0 });
   await page.clock.pauseAt(1000);
-  const open = async () => {
-    await page.goto(`http://127.0.0.1:${service.port}${page_path}?token=${service.token}`);
+  const open = async ({ with_token = true } = {}) => {
+    await page.goto(`http://127.0.0.1:${service.port}${page_path}${with_token ? `?token=${service.token}` : ''}`);
     await settle(page);
   };
   const end = async () => {
     await browser.close();
     await service.stop();
   };
-  const opened = { machine, service, mapping, page, complaints, requests, foreign, open, end };
-  return opened;
+  return { machine, service, mapping, page, complaints, requests, foreign, open, end };
+}
+
+export function open_page(t, contents = {}, { processes = null, ...options } = {}) {
+  const env = { VELMORA_PROC: processes ?? make_processes(null) };
+  return open_page_on(t, machine_text(contents), { env, ...options });
 }
 
 // Waits until nothing is under way. A page that is busy skips a look.
@@ -154,10 +160,15 @@ export async function settle(page) {
   await page.waitForFunction(() => !velmora.is_busy(), undefined, { polling: 20 });
 }
 
-// Lets the time of one look go by, and its answers come.
-export async function refresh(page) {
+// Lets the time of one look go by.
+export async function begin_look(page) {
   await settle(page);
   await page.clock.runFor(look_again_ms);
+}
+
+// The same, and lets its answers come.
+export async function refresh(page) {
+  await begin_look(page);
   await settle(page);
 }
 

@@ -2,12 +2,9 @@
 // arrives there.
 import assert from 'node:assert/strict';
 import fs from 'node:fs';
-import path from 'node:path';
 import test from 'node:test';
 
-import { chromium } from 'playwright-core';
-
-import { ask, body_of, poll, start_service, wait_limit_ms } from '../e2e/harness.mjs';
+import { ask, body_of, poll, start_service } from '../e2e/harness.mjs';
 import {
   Machine,
   devices_path,
@@ -18,13 +15,18 @@ import {
   render_path,
   text_data,
 } from '../e2e/registry.mjs';
-
-const limits = { timeout: 120_000 };
-const web_root = path.resolve(import.meta.dirname ?? path.dirname(new URL(import.meta.url).pathname), '../../web');
-const browser_path = process.env.CHROMIUM ?? '/usr/bin/chromium';
-const browser_arguments = ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run', '--disable-background-networking'];
-const look_again_ms = 2000;
-const one_look = ['GET /api/v1/devices', 'GET /api/v1/status'];
+import {
+  begin_look,
+  keep_picture,
+  limits,
+  look_again_ms,
+  one_look,
+  open_page_on,
+  refresh,
+  rewrite_text,
+  settle,
+  wait_for_text,
+} from './browser.mjs';
 
 const flows = {
   render: { path: render_path, prefix: '{0.0.0.00000000}.' },
@@ -75,53 +77,16 @@ const common = {
   default_capture: microphone,
 };
 
-// As another program writes it: the service never sees a half.
-function rewrite(machine, contents) {
-  const next = `${machine.file}.next`;
-  fs.writeFileSync(next, machine_text(contents));
-  fs.renameSync(next, machine.file);
-}
+const rewrite = (machine, contents) => rewrite_text(machine, machine_text(contents));
 
-// The service on a machine, and its first page in a browser whose clock stands still unless the test moves it.
+// The first page of the service on a machine.
 async function open_first_page(t, contents, { token = true, shown = true } = {}) {
-  const machine = await Machine.make(t, machine_text(contents));
-  const service = await start_service(t, { web_root, env: machine.env });
-  const browser = await chromium.launch({ executablePath: browser_path, args: browser_arguments });
-  t.after(() => browser.close());
-  const page = await browser.newPage();
-  page.setDefaultTimeout(wait_limit_ms);
-  const complaints = [];
-  page.on('console', (message) => {
-    if (['error', 'warning'].includes(message.type())) complaints.push(message.text());
-  });
-  page.on('pageerror', (error) => complaints.push(String(error)));
-  const requests = [];
-  page.on('request', (request) => {
-    const { pathname } = new URL(request.url());
-    if (pathname.startsWith('/api/')) requests.push([request.method(), pathname, request.postData() ?? ''].join(' ').trim());
-  });
-  await page.clock.install({ time: 0 });
-  await page.clock.pauseAt(1000);
-  await page.goto(`http://127.0.0.1:${service.port}/${token ? `?token=${service.token}` : ''}`);
+  const opened = await open_page_on(t, machine_text(contents));
+  await opened.open({ with_token: token });
   // A look is one at the endpoints and one at the state behind it.
-  if (shown) await page.waitForSelector('#footstep:enabled');
-  await settle(page);
-  const end = async () => {
-    await browser.close();
-    await service.stop();
-  };
-  return { machine, service, page, complaints, requests, end };
-}
-
-// Waits until nothing is under way. A page that is busy skips a look.
-async function settle(page) {
-  await page.waitForFunction(() => !velmora.is_busy(), undefined, { polling: 20 });
-}
-
-// Lets the time of one look go by.
-async function refresh(page) {
-  await settle(page);
-  await page.clock.runFor(look_again_ms);
+  if (shown) await opened.page.waitForSelector('#footstep:enabled');
+  await settle(opened.page);
+  return opened;
 }
 
 // What the page shows of a list, a line for each endpoint.
@@ -148,10 +113,6 @@ async function wait_for_list(page, flow, lines) {
     last = await shown_list(page, flow);
     return JSON.stringify(last) === JSON.stringify(lines) ? true : undefined;
   }).catch((error) => assert.deepEqual(last, lines, error.message));
-}
-
-async function wait_for_text(page, selector, text) {
-  await page.waitForFunction(([where, wanted]) => document.querySelector(where).textContent === wanted, [selector, text]);
 }
 
 // Does something on the page and waits for what it says then.
@@ -182,11 +143,6 @@ async function wait_for_kept(machine, endpoint, line) {
 }
 
 const volume_line = (level) => `"Volume"="${Number(Math.fround(level).toPrecision(9))}"`;
-
-async function keep_picture(page, name) {
-  const directory = process.env.VELMORA_SCREENSHOTS;
-  if (directory) await page.screenshot({ path: path.join(directory, `${name}.png`), fullPage: true });
-}
 
 const row_of = (page, name) => page.locator('li').filter({ hasText: name });
 
@@ -539,7 +495,7 @@ test('an answer from before a choice does not take the choice back', limits, asy
   const { page, end } = await open_first_page(t, common);
   const old_look = await hold_answers(page, 'GET', '**/api/v1/devices');
   const choice = await hold_answers(page, 'PUT', '**/api/v1/devices/render');
-  await refresh(page);
+  await begin_look(page);
   await old_look.wait();
   const headphones_radio = page.getByRole('radio', { name: 'Headphones' });
   await headphones_radio.click();
@@ -559,7 +515,7 @@ test('an answer that comes while a button is held moves nothing', limits, async 
   const before = await shown_list(page, 'render');
   const look = await hold_answers(page, 'GET', '**/api/v1/devices');
   rewrite(machine, { ...common, endpoints: [headphones, microphone, line_in] });
-  await refresh(page);
+  await begin_look(page);
   await look.wait();
   await page.locator('#render .name').first().hover();
   await page.mouse.down();
@@ -580,7 +536,12 @@ test('a service that is gone is told of, and one that is back is read again', li
   await refresh(page);
   await wait_for_text(page, '#endpoints-trouble', 'The endpoints cannot be read: The service does not answer');
   assert.equal(await page.locator('#status').textContent(), '', 'the answers to the person stay');
-  const again = await start_service(t, { web_root, env: machine.env, port: service.port, token: service.token });
+  const again = await start_service(t, {
+    web_root: service.web_root,
+    env: machine.env,
+    port: service.port,
+    token: service.token,
+  });
   await refresh(page);
   await wait_for_text(page, '#endpoints-trouble', '');
   await page.close();

@@ -20,8 +20,10 @@ const limits = { timeout: 120_000 };
 const in_shell = (word) => `'${word.replaceAll("'", "'\\''")}'`;
 
 // Starts the service in a terminal of its own, whose keys are the program's `child.stdin`. It ends as the service does.
+// A shell that stayed in between would get Ctrl+C as well, and some then end with a code of their own.
 function launch_at_terminal(t, args) {
-  const command = [...(is_wine ? ['wine'] : []), creating_service(), ...args].map(in_shell).join(' ');
+  const words = [...(is_wine ? ['wine'] : []), creating_service(), ...args];
+  const command = `exec ${words.map(in_shell).join(' ')}`;
   return launch(t, 'script', ['-q', '-e', '-c', command, '/dev/null'], { of_system: true, with_input: true });
 }
 

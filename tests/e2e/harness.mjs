@@ -169,13 +169,25 @@ export function unique_mapping_name() {
 const end_event = is_wine ? 'exit' : 'close';
 const pipe_drain_ms = 1000;
 
+// What a person's own session says to our programs is not for those of a test: it names a machine, folders with files
+// in them (such as `./run` leaves), a proxy and authorities.
+const personal_variables = /^(VELMORA_(MACHINE|DRIVES|PROC)|ProgramData|XDG_STATE_HOME|SSL_CERT_FILE|(https?|all|no)_proxy)$/i;
+
+// The environment of a program: that of the tests without the person's, on drives of its own, and `more`.
+let common_drives;
+function environment_with(more) {
+  common_drives ??= make_directory();
+  const inherited = Object.entries(process.env).filter(([name]) => !personal_variables.test(name));
+  return { WINEDEBUG: '-all', ...Object.fromEntries(inherited), VELMORA_DRIVES: common_drives, ...more };
+}
+
 // A started program, its output so far, and its end.
 export class Program {
   // With `of_system` true it is a program of this system, whatever the target. `wrapper` is a command of this system
   // that starts the one behind it. With `with_input` true standard input is `child.stdin`, else there is none.
   constructor(file, args, { env = {}, cwd, of_system = false, wrapper = [], with_input = false } = {}) {
     const command = [...wrapper, ...(is_wine && !of_system ? ['wine'] : []), file, ...args];
-    const environment = { WINEDEBUG: '-all', ...process.env, ...env };
+    const environment = environment_with(env);
     this.name = `${path.basename(file)} ${args.join(' ')}`;
     this.output = '';
     this.errors = '';

@@ -33,6 +33,10 @@ namespace velmora::surroundings {
 namespace {
 
 constexpr const char* child_program = "/bin/cat";
+// What the person who runs the tests may have set for other programs, and what would lead them elsewhere.
+constexpr std::array personal_variables{"VELMORA_PROC", "VELMORA_DRIVES", "http_proxy", "https_proxy",
+                                        "HTTPS_PROXY",  "all_proxy",      "ALL_PROXY",  "no_proxy",
+                                        "NO_PROXY",     "SSL_CERT_FILE"};
 constexpr std::array console_signals{SIGINT, SIGQUIT, SIGHUP, SIGTERM};
 
 struct State {
@@ -118,7 +122,7 @@ void set_up() {
   }
   sigaction(SIGPIPE, nullptr, &state().former_pipe_action);
   signal(SIGPIPE, SIG_DFL);
-  unsetenv("VELMORA_PROC");
+  for (const char* variable : personal_variables) unsetenv(variable);
 }
 
 void tear_down() {
