@@ -9,17 +9,13 @@ namespace {
 // Whatever else is made of the machine's identifier comes out differently.
 constexpr std::string_view label = "velmora machine 1\n";
 
-std::string find_identifier() {
-  const std::string identifier = machine_identifier();
-  return identifier.empty() ? "name:" + machine_name() : "id:" + identifier;
-}
-
 }  // namespace
 
-std::string machine_id_of(const std::string& identifier) {
+std::string machine_id_of(const std::string& identifier, const std::string& name) {
   constexpr std::string_view digits = "0123456789abcdef";
+  const std::string origin = identifier.empty() ? "name:" + name : "id:" + identifier;
   std::string text;
-  for (const unsigned char byte : sha256(std::string(label) + identifier)) {
+  for (const unsigned char byte : sha256(std::string(label) + origin)) {
     text += digits[byte >> 4];
     text += digits[byte & 0xF];
   }
@@ -27,7 +23,7 @@ std::string machine_id_of(const std::string& identifier) {
 }
 
 const std::string& current_machine_id() {
-  static const std::string id = machine_id_of(find_identifier());
+  static const std::string id = machine_id_of(machine_identifier(), machine_name());
   return id;
 }
 

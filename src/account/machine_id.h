@@ -11,7 +11,7 @@ namespace velmora {
 // machine's name. Asked for once and kept.
 [[nodiscard]] const std::string& current_machine_id();
 
-// The same of a given identifier. Pure.
-[[nodiscard]] std::string machine_id_of(const std::string& identifier);
+// The same of a given identifier, empty where it cannot be read, and a given name. Pure.
+[[nodiscard]] std::string machine_id_of(const std::string& identifier, const std::string& name);
 
 }  // namespace velmora

@@ -72,8 +72,8 @@ void install_console_handler(bool (*handler)(std::uint32_t event));
 [[nodiscard]] std::string load_machine();
 
 // What the system itself knows this machine by: the value MachineGuid of `SOFTWARE\Microsoft\Cryptography` in
-// the 64-bit view of the registry; elsewhere than on Windows the first line of /etc/machine-id. Empty when it
-// cannot be read.
+// the 64-bit view of the registry; elsewhere than on Windows the first line of /etc/machine-id, 63 bytes of
+// it at most. Empty when it cannot be read, and where the system has not got one yet.
 [[nodiscard]] std::string machine_identifier();
 
 // GetComputerNameW; elsewhere the host's name. Empty when it cannot be read.

@@ -1,8 +1,5 @@
 // The sign-in: what the page gets from each route, and what the account service gets in turn.
 import assert from 'node:assert/strict';
-import { createHash } from 'node:crypto';
-import fs from 'node:fs';
-import os from 'node:os';
 import test from 'node:test';
 
 import { json_reply } from '../standins/account/service.mjs';
@@ -224,25 +221,6 @@ test('a slash at the end of the address stays, and so does a path', limits, asyn
     const expected = account_request_bytes(account, 'GET', target);
     assert.deepEqual(take_requests(account), [expected], ending);
     await service.stop();
-  }
-});
-
-test('the machine has one id, which does not tell what it is made of', limits, async (t) => {
-  const account = await start_account_service(t);
-  const ids = new Set();
-  for (let run = 0; run < 2; ++run) {
-    const service = await start_service_for(t, account);
-    ids.add(await machine_id_of(service, account));
-    ids.add(await machine_id_of(service, account));
-    await service.stop();
-  }
-  assert.equal(ids.size, 1);
-  const [id] = ids;
-  assert.match(id, /^[0-9a-f]{64}$/);
-  if (is_native) {
-    const of = (identifier) => createHash('sha256').update(`velmora machine 1\n${identifier}`).digest('hex');
-    const known = fs.existsSync('/etc/machine-id') ? fs.readFileSync('/etc/machine-id', 'utf8').trim() : '';
-    assert.equal(id, known === '' ? of(`name:${os.hostname()}`) : of(`id:${known}`));
   }
 });
 
