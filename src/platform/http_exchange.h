@@ -60,7 +60,8 @@ struct HttpTimeouts {
 [[nodiscard]] std::uint32_t send_http_request(const HttpExchange& exchange, std::u16string_view header,
                                               std::string_view body);
 
-// WinHttpReceiveResponse: waits for the head of the reply. 12030: the connection ended; 12152: no HTTP.
+// WinHttpReceiveResponse: waits for the head of the reply. 12030: the connection ended; 12152: no HTTP;
+// 12182: its lines are too many or too long, of the trailers too, which are read with the body.
 [[nodiscard]] std::uint32_t receive_http_response(const HttpExchange& exchange);
 
 // WinHttpQueryHeaders for the status as a number. `out` is assigned on success alone.

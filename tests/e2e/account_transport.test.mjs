@@ -1,4 +1,5 @@
-// The way to the account service: replies in every shape and out of shape, redirections, TLS, and what stays unloaded.
+// The way to the account service: replies in every shape and out of shape, redirections, TLS, proxies, and what stays
+// unloaded.
 //
 // Wine's HTTP library differs in places from the one that it stands in for. Where a table has two columns, the second
 // is Wine's.
@@ -61,6 +62,14 @@ function assert_outcome(answer, expected, what) {
 
 const plain = (lines, body = pending) => `${lines.join('\r\n')}\r\n\r\n${body}`;
 
+// The most memory that a running program has had at once.
+function peak_mib(service) {
+  const [, kib] = /\nVmHWM:\s+([0-9]+) kB\n/.exec(fs.readFileSync(`/proc/${service.child.pid}/status`, 'utf8'));
+  return Number(kib) / 1024;
+}
+// For replies of which none is large: far more than the service needs, also with a sanitizer in it.
+const most_mib = 128;
+
 test('replies in every shape and out of shape', limits, async (t) => {
   const account = await start_account_service(t);
   const service = await start_service_for(t, account);
@@ -112,11 +121,23 @@ test('replies in every shape and out of shape', limits, async (t) => {
     ['with a length that is no number', { raw: plain(['HTTP/1.1 200 OK', 'Content-Length: abc']), ...end }, 12152, 'unreadable'],
     ['of a status that is no number', { raw: plain(['HTTP/1.1 abc OK']), ...end }, 12152, 'arrived'],
   ];
-  // Wine takes more than the length says, and waits for it.
-  if (is_native) rows.push(['longer than its length', { body: pending, content_length: 5 }, 'unreadable']);
+  if (is_native) {
+    rows.push(
+      // Wine takes more than the length says, and waits for it.
+      ['longer than its length', { body: pending, content_length: 5 }, 'unreadable'],
+      // Wine leaves these unread, and uses the connection again.
+      ['with trailers without end', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `14\r\n${pending}\r\n0\r\n`),
+        endless: 'X: y\r\n' }, 'arrived'],
+      // Wine reads these for as long as they come.
+      ['with a head without end', { raw: 'HTTP/1.1 200 OK\r\n', endless: 'X: y\r\n' }, 12182],
+      ['with a line without end', { raw: 'HTTP/1.1 200 OK\r\nX: ', endless: 'y' }, 12182],
+      ['behind interim replies without end', { raw: '', endless: 'HTTP/1.1 103 Early\r\nX: y\r\n\r\n' }, 12182],
+    );
+  }
   for (const [what, reply, native, wine] of rows) {
     account.answer(remote_poll, reply);
     assert_outcome(await poll(service), expected_here(native, wine), what);
+    if (is_native) assert.ok(peak_mib(service) < most_mib, `${what}: ${peak_mib(service)} MiB`);
     account.answer(remote_poll, { body: pending });
     assert_outcome(await poll(service), 'arrived', `an ordinary reply behind one ${what}`);
   }
@@ -363,6 +384,181 @@ test('a redirection from TLS to plain text is not followed', limits, async (t) =
   assert_outcome(answer, 12156, 'a redirection');
   assert.equal(other.connections, 0);
 });
+
+// ---- proxies ----
+
+// Wine's library takes a proxy from its own settings alone.
+if (is_native) {
+  const far_name = 'account.velmora.invalid';
+  const proxy_line = 'Proxy-Connection: Keep-Alive\r\n';
+
+  // A proxy that leads CONNECT to where it says, or answers it with `reply` as the stand-in account service does, and
+  // keeps the heads and all bytes that it hears.
+  async function start_tunnel(t, reply) {
+    const tunnel = { heads: [], heard: '' };
+    const sockets = new Set();
+    const keep = (socket) => {
+      sockets.add(socket);
+      socket.on('error', () => {});
+    };
+    const lead = (socket, target) => {
+      const [host, port] = target.split(':');
+      const far = net.connect({ host, port: Number(port) });
+      keep(far);
+      far.once('connect', () => socket.write('HTTP/1.1 200 Connection established\r\n\r\n'));
+      far.pipe(socket).pipe(far);
+    };
+    const server = net.createServer((socket) => {
+      keep(socket);
+      socket.on('data', (bytes) => {
+        tunnel.heard += bytes.toString('latin1');
+      });
+      socket.once('data', (bytes) => {
+        const head = bytes.toString('latin1');
+        tunnel.heads.push(head);
+        if (reply === undefined) return lead(socket, head.split(' ')[1]);
+        socket.end(reply, 'latin1');
+      });
+    });
+    server.listen({ port: 0, host: '127.0.0.1' });
+    await new Promise((resolve) => server.once('listening', resolve));
+    t.after(() => {
+      server.close();
+      for (const socket of sockets) socket.destroy();
+    });
+    tunnel.url = `http://127.0.0.1:${server.address().port}`;
+    return tunnel;
+  }
+
+  test('a proxy gets plain requests whole, and looks for the name itself', limits, async (t) => {
+    const proxy = await start_account_service(t);
+    const origin = `http://${far_name}:8080`;
+    proxy.answer(`${origin}${remote_poll}`, { body: pending });
+    proxy.answer(`${origin}${remote_password}`, { body: '{"state":"arrived"}' });
+    const service = await start_service_for(t, origin, { env: { http_proxy: proxy.url } });
+    assert_outcome(await poll(service), 'arrived', 'a poll');
+    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'));
+    const lines = `Host: ${far_name}:8080\r\nUser-Agent: Velmora/1.1\r\n${proxy_line}`;
+    const { head, body } = proxy.requests[1];
+    assert.equal(proxy.requests[0].head, `GET ${origin}${remote_poll}?state=attempt HTTP/1.1\r\n${lines}\r\n`);
+    assert.equal(head, `POST ${origin}${remote_password} HTTP/1.1\r\n${lines}Content-Type: application/json\r\n` +
+      `Content-Length: ${body.length}\r\n\r\n`);
+
+    proxy.answer(`${origin}${remote_poll}`, { status: 302, headers: [['Location', '/other']] });
+    proxy.answer(`${origin}/other`, { body: pending });
+    assert_outcome(await poll(service), 'arrived', 'a redirection');
+    // It is a reply like any other.
+    proxy.answer(`${origin}${remote_poll}`, { status: 407, headers: [['Proxy-Authenticate', 'Basic realm="x"']], body: pending });
+    assert_outcome(await poll(service), 'arrived', 'a proxy that wants a password');
+    await service.stop();
+
+    // A target that the library would encode goes out unencoded, and so without the host that a proxy needs.
+    const odd = await start_service_for(t, `${origin}/a#b`, { env: { http_proxy: proxy.url } });
+    await poll(odd);
+    assert.equal(proxy.requests.at(-1).head.split('\r\n')[0], `GET /a#b${remote_poll}?state=attempt HTTP/1.1`);
+    await odd.stop();
+  });
+
+  test('by TLS a proxy hears of the host alone', limits, async (t) => {
+    const { authority_file, good, wrong_name } = authority();
+    const account = await start_account_service(t, { certificate: good });
+    account.answer(remote_poll, { body: pending });
+    account.answer(remote_password, { body: '{"state":"arrived"}' });
+    const host = `${local_name}:${account.port}`;
+    const start_through = ({ url }, address = `https://${host}`) =>
+      start_service_for(t, address, { env: { https_proxy: url, SSL_CERT_FILE: authority_file } });
+
+    const tunnel = await start_tunnel(t);
+    const service = await start_through(tunnel);
+    assert_outcome(await poll(service), 'arrived', 'a poll');
+    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'));
+    await service.stop();
+    const connect = `CONNECT ${host} HTTP/1.1\r\nHost: ${host}\r\nUser-Agent: Velmora/1.1\r\n${proxy_line}\r\n`;
+    assert.deepEqual(tunnel.heads, [connect, connect]);
+    assert.deepEqual(account.requests.map(({ head, body }) => head + body), [
+      account_request_bytes(account, 'GET', `${remote_poll}?state=attempt`),
+      account_request_bytes(account, 'POST', remote_password, account.requests[1].body),
+    ].map((request) => request.replace('127.0.0.1', local_name)));
+    for (const secret of ['attempt', 'password', 'secret']) assert.ok(!tunnel.heard.includes(secret), secret);
+
+    // The certificate is the far end's.
+    const elsewhere = await start_account_service(t, { certificate: wrong_name });
+    const refused = await start_through(tunnel, `https://${local_name}:${elsewhere.port}`);
+    assert_outcome(await poll(refused), 12175, 'a certificate of another name');
+    await refused.stop();
+
+    const before = account.connections;
+    const refusal = plain(['HTTP/1.1 407 Proxy Authentication Required', 'Proxy-Authenticate: Basic realm="x"', 'Content-Length: 20']);
+    for (const [what, reply, number] of [
+      ['wants a password', refusal, 12030],
+      ['forbids', plain(['HTTP/1.1 403 Forbidden', 'Content-Length: 20']), 12030],
+      ['ends the connection', '', 12030],
+      ['has a long head', plain(['HTTP/1.1 200 OK', ...Array.from({ length: 300 }, () => `X: ${'y'.repeat(1000)}`)]), 12182],
+      // It is the library that ends this one.
+      ['has a long line', plain(['HTTP/1.1 200 OK', `X: ${'y'.repeat(200_000)}`]), 12030],
+    ]) {
+      const own = await start_through(await start_tunnel(t, reply));
+      assert_outcome(await poll(own), number, `a proxy that ${what}`);
+      await own.stop();
+    }
+    assert.equal(account.connections, before);
+  });
+
+  test('the environment says which requests go through which proxy', limits, async (t) => {
+    const { authority_file, good } = authority();
+    const account = await start_account_service(t);
+    const encrypted = await start_account_service(t, { certificate: good });
+    const proxy = await start_account_service(t);
+    const tunnel = await start_tunnel(t);
+    for (const at of [account, encrypted]) at.answer(remote_poll, { body: pending });
+    const through = (url) => proxy.answer(`${url}${remote_poll}`, { body: pending });
+    through(account.url);
+    const encrypted_url = encrypted.url.replace('127.0.0.1', local_name);
+    const plain_rows = [
+      [{ http_proxy: proxy.url }, 'proxy'],
+      [{ all_proxy: proxy.url }, 'proxy'],
+      [{ ALL_PROXY: proxy.url }, 'proxy'],
+      // Whoever sends a header `Proxy` to a program behind a web server would set this one.
+      [{ HTTP_PROXY: proxy.url }, 'account'],
+      [{ https_proxy: proxy.url }, 'account'],
+      [{ http_proxy: proxy.url, no_proxy: '127.0.0.1' }, 'account'],
+      [{ http_proxy: proxy.url, NO_PROXY: 'one.invalid,127.0.0.1' }, 'account'],
+      [{ http_proxy: proxy.url, no_proxy: '127.0.0.0/8' }, 'account'],
+      [{ http_proxy: proxy.url, no_proxy: '*' }, 'account'],
+      [{ http_proxy: proxy.url, no_proxy: 'localhost,7.0.0.1' }, 'proxy'],
+    ];
+    for (const [env, expected] of plain_rows) {
+      account.requests.length = proxy.requests.length = 0;
+      const service = await start_service_for(t, account, { env });
+      assert_outcome(await poll(service), 'arrived', JSON.stringify(env));
+      await service.stop();
+      assert.deepEqual([proxy.requests.length, account.requests.length], expected === 'proxy' ? [1, 0] : [0, 1], JSON.stringify(env));
+    }
+    const encrypted_rows = [
+      [{ https_proxy: tunnel.url }, 1],
+      [{ HTTPS_PROXY: tunnel.url }, 1],
+      [{ all_proxy: tunnel.url }, 1],
+      [{ http_proxy: tunnel.url }, 0],
+      [{ https_proxy: tunnel.url, no_proxy: local_name }, 0],
+      [{ https_proxy: tunnel.url, NO_PROXY: local_name }, 0],
+    ];
+    for (const [env, expected] of encrypted_rows) {
+      tunnel.heads.length = 0;
+      const service = await start_service_for(t, encrypted_url, { env: { ...env, SSL_CERT_FILE: authority_file } });
+      assert_outcome(await poll(service), 'arrived', JSON.stringify(env));
+      await service.stop();
+      assert.equal(tunnel.heads.length, expected, JSON.stringify(env));
+    }
+    for (const [what, url, number] of [
+      ['that nobody listens for', `http://127.0.0.1:${await free_port()}`, 12029],
+      ['of a name that nobody has', 'http://proxy.velmora.invalid', 12007],
+    ]) {
+      const service = await start_service_for(t, account, { env: { http_proxy: url } });
+      assert_outcome(await poll(service), number, `a proxy ${what}`);
+      await service.stop();
+    }
+  });
+}
 
 // ---- what stays unloaded ----
 

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/clock.h"
 #include "platform/http_exchange.h"
 
 namespace velmora::surroundings {
@@ -21,6 +22,17 @@ struct HttpRequest {
   std::u16string header = u"Content-Type: application/json";
   std::string body = "{\"a\":\"b\"}";
 };
+
+// One wait with its own limit, and all others with one that is far longer: the time that an exchange takes
+// tells whose limit it was.
+constexpr std::int32_t short_wait_ms = 300;
+constexpr std::int32_t long_wait_ms = 20'000;
+
+inline void expect_short_wait(std::int64_t begin_ns) {
+  const std::int64_t took_ms = (steady_now_ns() - begin_ns) / 1'000'000;
+  EXPECT_GE(took_ms, short_wait_ms * 9 / 10);  // clocks differ in how they count
+  EXPECT_LT(took_ms, long_wait_ms / 2);
+}
 
 // An exchange up to where its request could be sent.
 inline HttpExchange open_exchange(std::uint16_t port, const HttpTimeouts& timeouts = patient,

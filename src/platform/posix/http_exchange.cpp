@@ -4,9 +4,6 @@
 // nothing.
 #include "platform/http_exchange.h"
 
-#include <curl/curl.h>
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +11,7 @@
 
 #include "base/text.h"
 #include "platform/clock.h"
+#include "platform/posix/curl_library.h"
 
 namespace velmora {
 namespace {
@@ -33,70 +31,15 @@ constexpr std::uint32_t error_invalid_server_response = 12152;
 constexpr std::uint32_t error_redirect_failed = 12156;
 constexpr std::uint32_t error_secure_channel = 12157;
 constexpr std::uint32_t error_secure_failure = 12175;
+constexpr std::uint32_t error_header_size_overflow = 12182;
 
 constexpr int most_redirections = 10;  // WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS, as it is by default
 constexpr std::size_t most_held_bytes = 65536;
+// Of one transfer, with the heads of interim replies and of a proxy, and with trailers. The library keeps all
+// of them, and has a limit of its own on some alone.
+constexpr std::size_t most_header_bytes = 262'144;
 constexpr int poll_ms = 50;  // how late a limit may be noticed
 constexpr std::int64_t ns_per_ms = 1'000'000;
-
-// libcurl's TLS would take itself down when the process ends, while a check may still be in flight on its
-// thread.
-void keep_tls_until_the_end(void* library) {
-  using Initialise = int(std::uint64_t options, const void* settings);
-  constexpr std::uint64_t no_exit_handler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT, openssl/crypto.h
-  auto* const initialise = reinterpret_cast<Initialise*>(dlsym(library, "OPENSSL_init_crypto"));
-  if (initialise != nullptr) static_cast<void>(initialise(no_exit_handler, nullptr));
-}
-
-struct Curl {
-  void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
-
-  template <typename Function>
-  Function* find(const char* name) const {
-    return library == nullptr ? nullptr : reinterpret_cast<Function*>(dlsym(library, name));
-  }
-  decltype(curl_global_init)* global_init = find<decltype(curl_global_init)>("curl_global_init");
-  decltype(curl_easy_init)* easy_init = find<decltype(curl_easy_init)>("curl_easy_init");
-  CURLcode (*easy_setopt)(CURL*, CURLoption,
-                          ...) = find<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt");
-  CURLcode (*easy_getinfo)(CURL*, CURLINFO, ...) = find<CURLcode(CURL*, CURLINFO, ...)>("curl_easy_getinfo");
-  decltype(curl_easy_pause)* easy_pause = find<decltype(curl_easy_pause)>("curl_easy_pause");
-  decltype(curl_easy_cleanup)* easy_cleanup = find<decltype(curl_easy_cleanup)>("curl_easy_cleanup");
-  decltype(curl_multi_init)* multi_init = find<decltype(curl_multi_init)>("curl_multi_init");
-  decltype(curl_multi_add_handle)* multi_add_handle =
-      find<decltype(curl_multi_add_handle)>("curl_multi_add_handle");
-  decltype(curl_multi_remove_handle)* multi_remove_handle =
-      find<decltype(curl_multi_remove_handle)>("curl_multi_remove_handle");
-  decltype(curl_multi_perform)* multi_perform = find<decltype(curl_multi_perform)>("curl_multi_perform");
-  decltype(curl_multi_poll)* multi_poll = find<decltype(curl_multi_poll)>("curl_multi_poll");
-  decltype(curl_multi_info_read)* multi_info_read =
-      find<decltype(curl_multi_info_read)>("curl_multi_info_read");
-  decltype(curl_multi_cleanup)* multi_cleanup = find<decltype(curl_multi_cleanup)>("curl_multi_cleanup");
-  decltype(curl_slist_append)* slist_append = find<decltype(curl_slist_append)>("curl_slist_append");
-  decltype(curl_slist_free_all)* slist_free_all = find<decltype(curl_slist_free_all)>("curl_slist_free_all");
-  decltype(curl_easy_header)* easy_header = find<decltype(curl_easy_header)>("curl_easy_header");
-  decltype(curl_url)* url = find<decltype(curl_url)>("curl_url");
-  decltype(curl_url_set)* url_set = find<decltype(curl_url_set)>("curl_url_set");
-  decltype(curl_url_get)* url_get = find<decltype(curl_url_get)>("curl_url_get");
-  decltype(curl_url_cleanup)* url_cleanup = find<decltype(curl_url_cleanup)>("curl_url_cleanup");
-  decltype(curl_free)* free = find<decltype(curl_free)>("curl_free");
-  [[nodiscard]] bool begin() const {
-    keep_tls_until_the_end(library);
-    return global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
-  }
-  bool is_ready = global_init != nullptr && easy_init != nullptr && easy_setopt != nullptr &&
-                  easy_getinfo != nullptr && easy_pause != nullptr && easy_cleanup != nullptr &&
-                  multi_init != nullptr && multi_add_handle != nullptr && multi_remove_handle != nullptr &&
-                  multi_perform != nullptr && multi_poll != nullptr && multi_info_read != nullptr &&
-                  multi_cleanup != nullptr && easy_header != nullptr && url != nullptr &&
-                  url_set != nullptr && url_get != nullptr && url_cleanup != nullptr && free != nullptr &&
-                  slist_append != nullptr && slist_free_all != nullptr && begin();
-};
-
-const Curl& curl() {
-  static const Curl functions;
-  return functions;
-}
 
 // What a transfer is at, and so which limit counts.
 enum class Phase { resolving, connecting, sending, receiving };
@@ -120,7 +63,8 @@ struct Exchange {
   Phase phase = Phase::resolving;
   std::int64_t moved_ns = 0;  // when the phase began, or a byte last moved in it
   std::size_t unsent = 0;     // of the request's body, bytes
-  bool has_head = false;      // the head of the reply is whole
+  std::size_t header_bytes = 0;
+  bool has_head = false;  // the head of the reply is whole
   bool has_ended = false;
   std::uint32_t error = 0;
   std::string held;  // of the reply's body, not yet read
@@ -208,6 +152,8 @@ int note_moved(CURL*, curl_infotype what, char*, std::size_t count, void* user) 
 // The empty line ends a head; the one of an interim reply (1xx) is followed by another head.
 std::size_t note_header(char* bytes, std::size_t, std::size_t count, void* user) {
   auto& exchange = *static_cast<Exchange*>(user);
+  exchange.header_bytes += count;
+  if (exchange.header_bytes > most_header_bytes) return 0;  // ends the transfer
   const std::string_view line(bytes, count);
   if (line != "\r\n" && line != "\n") return count;
   long status = 0;
@@ -226,6 +172,17 @@ std::size_t note_body(char* bytes, std::size_t, std::size_t count, void* user) {
   return count;
 }
 
+// What a transfer came to. Some codes mean something else once there can be a reply.
+std::uint32_t error_at_end(const Exchange& exchange, CURLcode code) {
+  if (exchange.header_bytes > most_header_bytes) return error_header_size_overflow;
+  const bool has_peer = exchange.phase != Phase::resolving;
+  // Not of a URL: it is no HTTP.
+  if (has_peer && code == CURLE_UNSUPPORTED_PROTOCOL) return error_invalid_server_response;
+  // Not of the memory: a line is longer than the library takes.
+  if (has_peer && code == CURLE_OUT_OF_MEMORY) return error_header_size_overflow;
+  return error_of(code);
+}
+
 // Lets the transfer go on until it has ended or `is_enough`.
 template <typename Condition>
 void drive(Exchange& exchange, Condition is_enough) {
@@ -240,11 +197,7 @@ void drive(Exchange& exchange, Condition is_enough) {
     int left = 0;
     while (const CURLMsg* message = curl().multi_info_read(exchange.multi, &left)) {
       if (message->msg != CURLMSG_DONE) continue;
-      exchange.error = error_of(message->data.result);
-      // Of a reply, and not of a URL: it is no HTTP.
-      if (exchange.error == error_unrecognized_scheme && exchange.phase != Phase::resolving) {
-        exchange.error = error_invalid_server_response;
-      }
+      exchange.error = error_at_end(exchange, message->data.result);
       exchange.has_ended = true;
     }
     if (exchange.has_ended || is_enough(exchange)) return;
@@ -348,6 +301,8 @@ std::uint32_t begin_transfer(Exchange& exchange) {
   exchange.has_head = exchange.has_ended = exchange.is_paused = false;
   exchange.held.clear();
   exchange.error = 0;
+  exchange.header_bytes = 0;
+  exchange.unsent = exchange.method == "GET" ? 0 : exchange.body.size();
   enter_phase(exchange, Phase::resolving);
   return curl().multi_add_handle(exchange.multi, exchange.easy) == CURLM_OK ? 0 : error_internal;
 }

@@ -9,6 +9,7 @@
 //   content_length   what Content-Length says, where that is not the truth
 //   raw              the whole reply, head and all, in place of everything above
 //   hold             a promise: the reply waits for it
+//   endless          text that follows the whole reply again and again, until the peer has gone
 //   cut              how many bytes of the reply go out
 //   drip             { bytes, every_ms }: goes out in such pieces, the first one at once
 //   then             what follows the last byte that goes out: 'keep' (the connection waits for another request),
@@ -154,6 +155,15 @@ export class AccountService {
     });
   }
 
+  async #go_on(socket, closed, text) {
+    const piece_bytes = 16_384;
+    const piece = text.repeat(Math.ceil(piece_bytes / text.length));
+    while (!socket.destroyed) {
+      const taken = new Promise((resolve) => socket.write(piece, 'latin1', resolve));
+      await Promise.race([taken, closed]);
+    }
+  }
+
   async #answer(socket, closed, reply) {
     await reply.hold;
     const whole = reply_bytes(reply);
@@ -164,6 +174,7 @@ export class AccountService {
       const taken = new Promise((resolve) => socket.write(bytes.slice(at, at + piece), 'latin1', resolve));
       await Promise.race([taken, closed]);
     }
+    if (reply.endless !== undefined) await this.#go_on(socket, closed, reply.endless);
     this.#finish(socket, reply.then ?? (reply.framing === 'close' ? 'end' : 'keep'));
   }
 }
