@@ -1,9 +1,8 @@
 // The calls to Windows that binding makes, held one by one to the tables of docs/windows.md by Wine's own call trace.
 import assert from 'node:assert/strict';
-import fs from 'node:fs';
 import test from 'node:test';
 
-import { own_calls, registry_trace } from './call_trace.mjs';
+import { documented_roads, hex, low, must_be_null, own_calls, registry_trace } from './call_trace.mjs';
 import { built_program, is_wine, launch, start_limit_ms } from './harness.mjs';
 import { Machine, dword_data, export_text, hex_data, list_data, records_path, render_path, text_data } from './registry.mjs';
 
@@ -61,30 +60,11 @@ const short_names = [
   [guid, 'GUID'],
 ];
 
-// The tables below the headings of the document's last section: rows as lists of cells without their code marks.
-function documented_roads() {
-  const document = fs.readFileSync(new URL('../../docs/windows.md', import.meta.url), 'utf8');
-  const section = document.slice(document.indexOf('\n## The calls'));
-  const tables = {};
-  for (const part of section.split('\n### ').slice(1)) {
-    const lines = part.split('\n');
-    const rows = lines.filter((line) => line.startsWith('|'));
-    assert.equal(rows[0], '| call | key | path or value | handed over | result |');
-    assert.match(rows[1], /^(\|-+)+\|$/);
-    tables[lines[0]] = rows.slice(2).map((row) =>
-      row.split('|').slice(1, -1).map((cell) => cell.trim().replaceAll('`', '')));
-  }
-  return tables;
-}
+const documented = documented_roads('The calls', '| call | key | path or value | handed over | result |');
 
 // ---- the calls ----
 
 const local_machine = 0xffffffff80000002n;
-
-// The upper half of a slot means nothing where the argument is of 32 bits.
-const low = ({ value }) => value & 0xffffffffn;
-const hex = (argument) => `0x${low(argument).toString(16)}`;
-const is_null = ({ value }) => value === 0n;
 
 function key_text({ value }, known) {
   if (value === local_machine) return 'HKEY_LOCAL_MACHINE';
@@ -95,15 +75,11 @@ function short(text) {
   return short_names.find(([long]) => long === text)?.[1] ?? text;
 }
 
-function must_be_null(...args) {
-  for (const argument of args) assert.ok(is_null(argument), 'an argument without use is null');
-}
-
 // The buffer's size stands behind a pointer: Wine's function tells it, last in its note.
 function buffer_text(call, buffer) {
   const size = Number(call.note?.match(/=([0-9]+)\)$/)?.[1]);
   assert.ok(Number.isInteger(size), `the size is told: ${call.note}`);
-  if (!is_null(buffer)) return `buffer of ${size} bytes`;
+  if (buffer.value !== 0n) return `buffer of ${size} bytes`;
   assert.equal(size, 0);
   return 'no buffer';
 }
@@ -168,12 +144,11 @@ function rows_of(calls) {
 }
 
 test('each road has its table in the document', () => {
-  assert.deepEqual(Object.keys(documented_roads()), Object.keys(roads));
+  assert.deepEqual(Object.keys(documented), Object.keys(roads));
 });
 
 if (is_wine) {
   test('the calls to Windows are those of the document, one by one', { timeout: 180_000 }, async (t) => {
-    const documented = documented_roads();
     const tool = built_program('velmora_bind_endpoint');
     for (const [road, { fx, record, action, code = 0 }] of Object.entries(roads)) {
       await t.test(road, async (row) => {

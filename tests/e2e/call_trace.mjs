@@ -64,3 +64,30 @@ export async function own_calls(program, file, is_own) {
   assert.ok(own_process, 'the calls are traced');
   return calls.filter((call) => call.process_id === own_process);
 }
+
+// ---- the calls and the document ----
+
+// The upper half of a slot means nothing where the argument is of 32 bits.
+export const low = ({ value }) => value & 0xffffffffn;
+export const hex = (argument) => `0x${low(argument).toString(16)}`;
+
+export function must_be_null(...args) {
+  for (const argument of args) assert.equal(argument.value, 0n, 'an argument without use is null');
+}
+
+// The tables below the headings of a section of docs/windows.md: rows as lists of cells without their code marks.
+export function documented_roads(heading, columns) {
+  const document = fs.readFileSync(new URL('../../docs/windows.md', import.meta.url), 'utf8');
+  const [, rest] = document.split(`\n## ${heading}\n`);
+  assert.ok(rest, `the document has the section ${heading}`);
+  const tables = {};
+  for (const part of rest.split('\n## ')[0].split('\n### ').slice(1)) {
+    const lines = part.split('\n');
+    const rows = lines.filter((line) => line.startsWith('|'));
+    assert.equal(rows[0], columns);
+    assert.match(rows[1], /^(\|-+)+\|$/);
+    tables[lines[0]] = rows.slice(2).map((row) =>
+      row.split('|').slice(1, -1).map((cell) => cell.trim().replaceAll('`', '')));
+  }
+  return tables;
+}

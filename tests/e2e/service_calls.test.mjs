@@ -1,10 +1,9 @@
 // The calls to Windows that the restart of the audio service and the probes make, held one by one to the tables of
 // docs/windows.md by Wine's own call trace.
 import assert from 'node:assert/strict';
-import fs from 'node:fs';
 import test from 'node:test';
 
-import { own_calls, registry_trace } from './call_trace.mjs';
+import { documented_roads, hex, low, must_be_null, own_calls, registry_trace } from './call_trace.mjs';
 import {
   Engine,
   algorithm_library,
@@ -84,35 +83,13 @@ const roads = {
 
 // ---- the document ----
 
-// The tables below the headings of the section: rows as lists of cells without their code marks.
-function documented_roads() {
-  const document = fs.readFileSync(new URL('../../docs/windows.md', import.meta.url), 'utf8');
-  const [, section] = document.match(/\n## Restart and probes, call by call\n([^]*?)(?=\n## |$(?![^]))/);
-  const tables = {};
-  for (const part of section.split('\n### ').slice(1)) {
-    const lines = part.split('\n');
-    const rows = lines.filter((line) => line.startsWith('|'));
-    assert.equal(rows[0], '| call | on | handed over | result |');
-    assert.match(rows[1], /^(\|-+)+\|$/);
-    tables[lines[0]] = rows.slice(2).map((row) =>
-      row.split('|').slice(1, -1).map((cell) => cell.trim().replaceAll('`', '')));
-  }
-  return tables;
-}
+const documented = documented_roads('Restart and probes, call by call', '| call | on | handed over | result |');
 
 // ---- the calls ----
 
 const local_machine = 0xffffffff80000002n;
 const this_process = 0xffffffffffffffffn;
 const invalid_handle = 0xffffffffffffffffn;
-
-// The upper half of a slot means nothing where the argument is of 32 bits.
-const low = ({ value }) => value & 0xffffffffn;
-const hex = (argument) => `0x${low(argument).toString(16)}`;
-
-function must_be_null(...args) {
-  for (const argument of args) assert.equal(argument.value, 0n, 'an argument without use is null');
-}
 
 // The buffer's size stands behind a pointer: Wine's function tells it, last in its note.
 const noted_size = (call) => Number(call.note?.match(/=([0-9]+)\)$/)?.[1]);
@@ -238,12 +215,11 @@ function without_repetition(rows) {
 }
 
 test('each road has its table in the document', () => {
-  assert.deepEqual(Object.keys(documented_roads()), Object.keys(roads));
+  assert.deepEqual(Object.keys(documented), Object.keys(roads));
 });
 
 if (is_wine) {
   test('the calls of the restart and the probes are those of the document', { timeout: 240_000 }, async (t) => {
-    const documented = documented_roads();
     for (const [road, calls] of Object.entries(roads)) {
       await t.test(road, async (row) => assert.deepEqual(await calls(row), documented[road]));
     }
