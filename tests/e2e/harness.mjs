@@ -293,18 +293,36 @@ export function launch(t, file, args, options) {
   return program;
 }
 
-// What Wine's own starter says when a new process ended before its first step, which happens once in some ten thousand
-// starts on a busy machine. Nothing of the program has run then.
+// Wine's own words when a new process failed ahead of its first step, which happens once in some ten thousand starts on
+// a busy machine: those of its starter, and those of a process that lost its server. Nothing of the program has run.
 const never_began = 'ShellExecuteEx failed: Internal error.';
+const lost_server = 'wine client error:';
+const most_starts = 3;
+
+function has_failed_in_wine({ end, output, errors }) {
+  if (!is_wine || end === undefined || end.code === 0) return false;
+  return (output + errors).includes(never_began) || (output === '' && errors.includes(lost_server));
+}
 
 // Runs a program to its end. `errors` and `output` are bytes.
 export async function run(t, file, args, options) {
-  for (let attempt = 1; ; ++attempt) {
+  for (let start = 1; ; ++start) {
     const program = launch(t, file, args, options);
     const { code, signal } = await program.wait_for_end(start_limit_ms);
     const { output, errors } = program;
-    const began = !is_wine || !`${output}${errors}`.includes(never_began);
-    if (began || attempt === 3) return { code, signal, output, errors };
+    if (start === most_starts || !has_failed_in_wine(program)) return { code, signal, output, errors };
+  }
+}
+
+// Starts a program and waits until `look` finds what it wants in the output. Gives the program and what was found.
+async function launch_until(t, file, args, options, what, look) {
+  for (let start = 1; ; ++start) {
+    const program = launch(t, file, args, options);
+    try {
+      return [program, await program.until(what, () => look(program.output), start_limit_ms)];
+    } catch (error) {
+      if (start === most_starts || !has_failed_in_wine(program)) throw error;
+    }
   }
 }
 
@@ -351,24 +369,18 @@ export async function start_service(t, options = {}) {
   const web_root = options.web_root ?? common_web_root;
   const args = ['--port', String(port), '--web-root', program_path_text(web_root), '--control-map', mapping];
   if (token !== null) args.push('--token', token);
-  const service = launch(t, program, [...args, ...more], options);
-  const [, algorithm, port_text, token_text] = await service.until(
-    'the banner',
-    () => service.output.match(banner_form) ?? undefined,
-    start_limit_ms,
-  );
+  const look = (output) => output.match(banner_form) ?? undefined;
+  const [service, [, algorithm, port_text, token_text]] = await launch_until(
+    t, program, [...args, ...more], options, 'the banner', look);
   return Object.assign(service, { algorithm, port: Number(port_text), token: token_text, mapping, web_root });
 }
 
 // ---- the stand-in effect and the record ----
 
 export async function start_effect(t, mapping, more = [], first_line = undefined) {
-  const effect = launch(t, built_program('velmora_standin_effect'), ['--control-map', mapping, ...more]);
-  const line = await effect.until(
-    'its mapping',
-    () => effect.output.match(/^(mapping (?:made|opened))\n/)?.[1],
-    start_limit_ms,
-  );
+  const args = ['--control-map', mapping, ...more];
+  const look = (output) => output.match(/^(mapping (?:made|opened))\n/)?.[1];
+  const [effect, line] = await launch_until(t, built_program('velmora_standin_effect'), args, {}, 'its mapping', look);
   if (first_line !== undefined) assert.equal(line, first_line);
   return effect;
 }
