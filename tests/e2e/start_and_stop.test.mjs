@@ -260,17 +260,18 @@ if (is_native) {
 
 test('a service whose output nobody reads serves on', limits, async (t) => {
   const port = await free_port();
-  const service = launch(t, creating_service(), [
-    ...service_arguments(port, unique_mapping_name()),
-    ...['--token', development_token, '--verbose'],
-  ]);
-  service.child.stdout.destroy();
-  service.child.stderr.destroy();
-  const first = await poll(
-    'the service to listen',
-    () => Client.connect({ port }).catch(() => undefined),
-    start_limit_ms,
-  );
+  const args = [...service_arguments(port, unique_mapping_name()), '--token', development_token, '--verbose'];
+  const start = async () => {
+    const program = launch(t, creating_service(), args);
+    program.child.stdout.destroy();
+    program.child.stderr.destroy();
+    const listening = () => Client.connect({ port }).catch(() => program.end);
+    return [program, await poll('the service to listen', listening, start_limit_ms)];
+  };
+  let [service, first] = await start();
+  // What Wine says of a program that it could not start is not read either.
+  if (is_wine && service.end !== undefined) [service, first] = await start();
+  assert.equal(service.end, undefined, 'it runs');
   first.leave();
   await assert_answers({ port });
   service.signal('SIGINT');
