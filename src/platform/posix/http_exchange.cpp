@@ -1,7 +1,7 @@
 // HTTP exchanges by libcurl, in WinHTTP's words. The library is loaded at the first exchange and never
 // before. Its multi interface is driven here, so that a reply is pulled; what it tells of a transfer (each
 // byte that moves, the name resolved, the connection made) is noted by plain functions of ours, which decide
-// nothing.
+// nothing but to end a reply whose header lines are too many.
 #include "platform/http_exchange.h"
 
 #include <algorithm>
