@@ -19,8 +19,8 @@
 #include "collector.h"
 #include "platform/standin/registry_export.h"
 #include "platform/standin/system.h"
-#include "status/algorithm_version.h"
-#include "status/status_document.h"
+#include "engine/algorithm_version.h"
+#include "api/status_document.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The text of the account service's requests and replies. Pure. There is no JSON tree: values are put between
 // fixed text, and picked out of a reply by the first place where their key stands, at any depth, also inside
 // another string. The readers take nearly anything and never fail hard; they are not those of the API's own
-// bodies (http/json.h), which are stricter, and clients of either rely on the difference.
+// bodies (json/find.h), which are stricter, and clients of either rely on the difference.
 #pragma once
 
 #include <cstdint>

@@ -146,6 +146,10 @@ std::string utf8_from_wide(std::u16string_view text) {
 
 std::u16string wide_from_utf8(std::string_view text) { return wide_from_utf8_strict(text).value_or(u""); }
 
+std::string utf8_to_path(std::string_view text) {
+  return utf8_from_wide_replacing(wide_from_utf8_replacing(text));
+}
+
 std::u16string wide_from_signed_bytes(std::string_view bytes) {
   std::u16string out;
   out.reserve(bytes.size());

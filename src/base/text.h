@@ -25,6 +25,10 @@ namespace velmora {
 [[nodiscard]] std::string utf8_from_wide(std::u16string_view text);
 [[nodiscard]] std::u16string wide_from_utf8(std::string_view text);
 
+// The path that a UTF-8 text names, in the form of all paths above the platform: UTF-8, each ill-formed
+// stretch replaced by U+FFFD as a conversion to wide text would. Empty for empty text.
+[[nodiscard]] std::string utf8_to_path(std::string_view text);
+
 // One UTF-16 unit for each byte, the byte taken as signed and extended: 0x80 and above come out as 0xFF80
 // and above. The control map name is widened like this and its effect must follow; text that people read
 // never is.

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "capture/capture_directory.h"
-#include "http/json.h"
+#include "json/find.h"
 #include "platform/files.h"
 
 namespace velmora {

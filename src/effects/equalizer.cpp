@@ -2,8 +2,8 @@
 
 #include <optional>
 
-#include "http/json.h"
-#include "http/json_answer.h"
+#include "json/find.h"
+#include "json/write.h"
 
 namespace velmora {
 namespace {

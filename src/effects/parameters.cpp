@@ -1,6 +1,6 @@
 #include "effects/parameters.h"
 
-#include "http/json.h"
+#include "json/find.h"
 
 namespace velmora {
 namespace {

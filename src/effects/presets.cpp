@@ -5,10 +5,11 @@
 #include <optional>
 #include <vector>
 
+#include "base/text.h"
 #include "capture/capture_directory.h"
+#include "capture/preset_directory.h"
 #include "effects/equalizer.h"
-#include "effects/preset_directory.h"
-#include "http/text.h"
+#include "json/escape.h"
 #include "platform/files.h"
 
 namespace velmora {

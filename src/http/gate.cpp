@@ -3,7 +3,7 @@
 #include <string>
 #include <utility>
 
-#include "http/text.h"
+#include "base/ascii.h"
 
 namespace velmora {
 namespace {

@@ -5,7 +5,7 @@
 #include <charconv>
 #include <utility>
 
-#include "http/text.h"
+#include "base/ascii.h"
 
 namespace velmora {
 namespace {

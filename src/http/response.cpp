@@ -1,6 +1,6 @@
 #include "http/response.h"
 
-#include "http/text.h"
+#include "json/escape.h"
 
 namespace velmora {
 namespace {

@@ -1,5 +1,6 @@
 #include "service/loop.h"
 
+#include "api/routes.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "service/console.h"

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "http/routes.h"
+#include "api/service_state.h"
 #include "platform/sockets.h"
 
 namespace velmora {

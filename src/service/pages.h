@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "http/routes.h"
+#include "api/service_state.h"
 
 namespace velmora {
 

@@ -8,8 +8,8 @@
 #include "bridge/mapping.h"
 #include "effects/presets.h"
 #include "http/gate.h"
-#include "http/json.h"
-#include "http/text.h"
+#include "json/escape.h"
+#include "json/find.h"
 #include "platform/machine.h"
 #include "service/token.h"
 

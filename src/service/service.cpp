@@ -9,7 +9,8 @@
 #include "base/version.h"
 #include "bridge/mapping.h"
 #include "capture/capture_directory.h"
-#include "effects/preset_directory.h"
+#include "capture/preset_directory.h"
+#include "engine/algorithm_version.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/sockets.h"
@@ -18,7 +19,6 @@
 #include "service/pages.h"
 #include "service/self_test.h"
 #include "service/token.h"
-#include "status/algorithm_version.h"
 
 namespace velmora {
 namespace {

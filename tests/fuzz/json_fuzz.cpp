@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "effects/parameters.h"
-#include "http/json.h"
+#include "json/find.h"
 
 namespace velmora {
 namespace {

@@ -5,8 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "base/ascii.h"
 #include "base/text.h"
-#include "http/text.h"
+#include "json/escape.h"
 
 namespace velmora {
 namespace {

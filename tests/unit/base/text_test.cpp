@@ -238,5 +238,15 @@ TEST(Text, KeepsNulAndEveryLengthOnItsWayToClientsAndBack) {
   }
 }
 
+TEST(Text, MakesPathsOfUtf8) {
+  EXPECT_EQ(utf8_to_path(""), "");
+  EXPECT_EQ(utf8_to_path("presets/caf\xC3\xA9.json"), "presets/caf\xC3\xA9.json");
+  EXPECT_EQ(utf8_to_path("\xF0\x9F\x98\x80"), "\xF0\x9F\x98\x80");
+  EXPECT_EQ(utf8_to_path("a\xFF"
+                         "b"),
+            "a\xEF\xBF\xBD"
+            "b");
+}
+
 }  // namespace
 }  // namespace velmora

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "capture/capture_directory.h"
+#include "capture/preset_directory.h"
 #include "effects/equalizer.h"
-#include "effects/preset_directory.h"
 #include "platform/registry.h"
 #include "unit/support/fresh_machine.h"
 

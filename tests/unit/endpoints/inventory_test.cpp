@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "endpoints/inventory_json.h"
+#include "api/inventory_json.h"
 #include "unit/endpoints/support/audio_machine.h"
 #include "unit/endpoints/support/expected_inventory.h"
 

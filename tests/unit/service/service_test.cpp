@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "capture/capture_directory.h"
-#include "effects/preset_directory.h"
-#include "status/algorithm_version.h"
+#include "capture/preset_directory.h"
+#include "engine/algorithm_version.h"
 #include "unit/account/support/account_service.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"

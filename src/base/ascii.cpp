@@ -1,0 +1,55 @@
+#include "base/ascii.h"
+
+#include <cstddef>
+
+namespace velmora {
+namespace {
+
+int hex_value(char byte) {
+  if (byte >= '0' && byte <= '9') return byte - '0';
+  if (byte >= 'a' && byte <= 'f') return byte - 'a' + 10;
+  if (byte >= 'A' && byte <= 'F') return byte - 'A' + 10;
+  return -1;
+}
+
+}  // namespace
+
+std::string_view trim(std::string_view text) {
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+std::string trim_copy(std::string_view text) { return std::string(trim(text)); }
+
+std::string to_lower_copy(std::string_view text) {
+  std::string out(text);
+  for (char& byte : out) {
+    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
+  }
+  return out;
+}
+
+std::string url_decode(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t index = 0; index < text.size(); ++index) {
+    if (text[index] == '+') {
+      out += ' ';
+      continue;
+    }
+    if (text[index] == '%' && text.size() - index > 2) {
+      const int high = hex_value(text[index + 1]);
+      const int low = hex_value(text[index + 2]);
+      if (high >= 0 && low >= 0) {
+        out += static_cast<char>(high * 16 + low);
+        index += 2;
+        continue;
+      }
+    }
+    out += text[index];
+  }
+  return out;
+}
+
+}  // namespace velmora

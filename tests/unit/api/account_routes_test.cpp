@@ -1,0 +1,490 @@
+#include "api/account_routes.h"
+
+#include "account/machine_id.h"
+#include "unit/account/support/account_service.h"
+#include "unit/support/expected_response.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::string_view document = "application/json; charset=utf-8";
+const std::string credential = "the-credential-of-the-session";
+const std::string unreachable = "连接账号服务失败（错误 12030）";
+const std::string unreadable = "账号服务返回的内容无法识别";
+const std::string credentials = R"({"username":"u","password":"p"})";
+
+std::string expected_document(std::string_view body) { return expected_response("200 OK", document, body); }
+
+AccountSession signed_in() {
+  AccountSession session;
+  session.account_hash = "h";
+  session.signed_in_unix = 5;
+  session.usage_seconds = 60;
+  session.token = credential;
+  session.public_id = "P1";
+  session.primary_machine_id = "M1";
+  session.primary_known = true;
+  session.referral_open = true;
+  session.referrer = "";
+  session.invite_url = "https://invite";
+  return session;
+}
+
+struct Route {
+  std::string name;
+  void (*serve)(const Socket& socket, const ApiRequest& request, AccountState& account);
+};
+const Route register_route = {"register",
+                              [](const Socket& socket, const ApiRequest& request, AccountState& account) {
+                                post_register(socket, request, account);
+                              }};
+const Route password_route = {"password",
+                              [](const Socket& socket, const ApiRequest& request, AccountState& account) {
+                                post_password(socket, request, account);
+                              }};
+const Route qrcode_route = {"qrcode", [](const Socket& socket, const ApiRequest&, AccountState& account) {
+                              post_qrcode(socket, account);
+                            }};
+const Route poll_route = {"poll", get_poll};
+const Route referrer_route = {"referrer", post_referrer};
+const Route unbind_route = {"unbind", [](const Socket& socket, const ApiRequest&, AccountState& account) {
+                              post_unbind(socket, account);
+                            }};
+const Route logout_route = {"logout", [](const Socket& socket, const ApiRequest&, AccountState& account) {
+                              post_logout(socket, account);
+                            }};
+const Route all_routes[] = {register_route, password_route, qrcode_route, poll_route,
+                            referrer_route, unbind_route,   logout_route};
+
+class AccountRoutes : public FreshMachine {
+ protected:
+  void SetUp() override {
+    FreshMachine::SetUp();
+    account_.service_url = service_url;
+  }
+
+  // The whole answer to a request with this body, or for a poll with this target. The session's credential is
+  // in none.
+  std::string answer(const Route& route, const std::string& body_or_target = "") {
+    ApiRequest request;
+    request.target = request.body = body_or_target;
+    const Accepted accepted = accept_client({});
+    route.serve(accepted.socket, request, account_);
+    EXPECT_EQ(accepted.client->from_service.find(credential), std::string::npos);
+    return accepted.client->from_service;
+  }
+  // A poll, and what the service answers to it.
+  std::string poll(const std::string& reply) {
+    answer_next(200, reply);
+    return answer(poll_route, "/api/v1/account/poll?state=s");
+  }
+
+  void expect_cells(std::uint32_t interval_s) const {
+    EXPECT_EQ(account_.check->interval_s, interval_s);
+    EXPECT_FALSE(account_.check->running);
+    EXPECT_FALSE(account_.check->superseded);
+  }
+
+  AccountState account_;
+};
+
+TEST_F(AccountRoutes, AnswerWhetherAServiceIsConfiguredBeforeTheyLookAtTheRequest) {
+  account_.service_url.clear();
+  for (const AccountSession& session : {AccountSession(), signed_in()}) {
+    for (const Route& route : {register_route, password_route, qrcode_route}) {
+      for (const std::string& body : {std::string(), credentials}) {
+        SCOPED_TRACE(route.name + body);
+        account_.session = session;
+        EXPECT_EQ(answer(route, body),
+                  expected_error("501 Not Implemented", "未配置账号服务，请用 --account-service 指定"));
+        EXPECT_EQ(account_.session, session);
+      }
+    }
+    for (const Route& route : {poll_route, referrer_route, unbind_route}) {
+      for (const std::string text : {"", "state=s", R"({"public_id":"P2"})"}) {
+        SCOPED_TRACE(route.name + text);
+        account_.session = session;
+        EXPECT_EQ(answer(route, text), expected_error("501 Not Implemented", "未配置账号服务"));
+        EXPECT_EQ(account_.session, session);
+      }
+    }
+  }
+  EXPECT_TRUE(http_log().empty());
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, WantAUserNameAndAPassword) {
+  for (const Route& route : {register_route, password_route}) {
+    for (const std::string body :
+         {"", "{}", R"({"username":"u"})", R"({"password":"p"})", R"({"username":"","password":"p"})",
+          R"({"username":"u","password":""})", R"({"username":null,"password":"p"})",
+          R"({"username":"u","password":7})", R"({"username":"\u0041","password":"p"})",
+          R"({"username":"u","password":"open)"}) {
+      SCOPED_TRACE(route.name + ": " + body);
+      EXPECT_EQ(answer(route, body), expected_error("400 Bad Request", "请填写用户名和密码"));
+    }
+  }
+  EXPECT_TRUE(http_log().empty());
+  EXPECT_EQ(account_.session, AccountSession());
+}
+
+TEST_F(AccountRoutes, SendWhatTheirBodiesSay) {
+  const std::string id = current_machine_id();
+  EXPECT_EQ(id.size(), 64u);
+  static_cast<void>(answer(register_route, credentials));
+  static_cast<void>(
+      answer(register_route, R"({"password":"\"p\"","username":"u\\v","referrer_public_id":"R1"})"));
+  static_cast<void>(answer(register_route, R"({"username":"u","password":"p","referrer_public_id":""})"));
+  static_cast<void>(answer(register_route, R"({"username":"u","password":"p","referrer_public_id":7})"));
+  static_cast<void>(answer(password_route, credentials));
+  static_cast<void>(answer(qrcode_route, credentials));
+  account_.session = signed_in();
+  static_cast<void>(answer(referrer_route, R"({"public_id":"P\/2"})"));
+  static_cast<void>(answer(unbind_route));
+  const std::string plain = R"({"username":"u","password":"p","machine_id":")" + id + "\"}";
+  EXPECT_EQ(take_requests(),
+            (Requests{
+                "POST /api/v1/auth/register " + plain,
+                R"(POST /api/v1/auth/register {"username":"u\\v","password":"\"p\"","machine_id":")" + id +
+                    R"(","referrer_public_id":"R1"})",
+                "POST /api/v1/auth/register " + plain,
+                "POST /api/v1/auth/register " + plain,
+                "POST /api/v1/auth/password " + plain,
+                R"(POST /api/v1/auth/qrcode {"machine_id":")" + id + "\"}",
+                R"(POST /api/v1/session/referrer {"account_hash":"h","token":")" + credential +
+                    R"(","public_id":"P/2"})",
+                R"(POST /api/v1/session/unbind {"account_hash":"h","token":")" + credential + "\"}",
+            }));
+}
+
+TEST_F(AccountRoutes, AnswerWithTheStateOfTheAttempt) {
+  const struct {
+    Route route;
+    std::string reply;
+    std::string answer;
+  } rows[] = {
+      {register_route, R"({"state":"s1","public_id":"P9","referrer_note":"好"})",
+       R"({"ok":true,"state":"s1","public_id":"P9","referrer_note":"好"})"},
+      {register_route, R"({"state":"s1"})", R"({"ok":true,"state":"s1","public_id":"","referrer_note":""})"},
+      {password_route, R"({"state":"s1","public_id":"P9"})", R"({"ok":true,"state":"s1"})"},
+      {password_route, R"({"state":"a\"b\\c\nd\u0001"})", R"({"ok":true,"state":"a\"b\\c\nd\u0001"})"},
+      {password_route, R"({"state":""})", R"({"ok":true,"state":""})"},
+      {qrcode_route, R"({"state":"s1","qr_data_url":"data:image/png;base64,AA=="})",
+       R"({"ok":true,"state":"s1","qr_data_url":"data:image/png;base64,AA=="})"},
+      {qrcode_route, R"({"state":"s1","qr_data_url":""})", R"({"ok":true,"state":"s1","qr_data_url":""})"},
+  };
+  for (const AccountSession& session : {AccountSession(), signed_in()}) {
+    for (const auto& row : rows) {
+      SCOPED_TRACE(row.route.name + ": " + row.reply);
+      account_.session = session;
+      answer_next(200, row.reply);
+      EXPECT_EQ(answer(row.route, credentials), expected_document(row.answer));
+      EXPECT_EQ(account_.session, session);
+    }
+  }
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, AnswerEachFailureOfAStartWithTheirOwnStatus) {
+  const struct {
+    Route route;
+    std::string status;
+  } routes[] = {{register_route, "400 Bad Request"},
+                {password_route, "401 Unauthorized"},
+                {qrcode_route, "502 Bad Gateway"}};
+  for (const auto& [route, status] : routes) {
+    SCOPED_TRACE(route.name);
+    EXPECT_EQ(answer(route, credentials), expected_error(status, unreachable));
+    answer_next(200, "{}");
+    EXPECT_EQ(answer(route, credentials), expected_error(status, unreadable));
+    answer_next(403, R"({"detail":"密码\"错误\""})");
+    EXPECT_EQ(answer(route, credentials), expected_error(status, "密码\\\"错误\\\""));
+    answer_next(403, "{}");
+    EXPECT_EQ(answer(route, credentials), expected_error(status, "账号服务返回 403"));
+    answer_next(403, R"({"detail":""})");
+    EXPECT_EQ(answer(route, credentials), expected_error(status, ""));
+    account_.service_url = "account.example";
+    EXPECT_EQ(answer(route, credentials), expected_error(status, "账号服务地址无法解析"));
+    account_.service_url = service_url;
+  }
+  EXPECT_EQ(account_.session, AccountSession());
+}
+
+TEST_F(AccountRoutes, FindTheStateOfAPollAnywhereInTheTarget) {
+  const struct {
+    std::string target;
+    std::string state;
+  } rows[] = {
+      {"/api/v1/account/poll?state=abc", "abc"},
+      {"/api/v1/account/poll?x=1&state=abc&y=2", "abc"},
+      {"/api/v1/account/poll?mystate=abc", "abc"},
+      {"/api/v1/account/poll?state=", ""},
+      {"/api/v1/account/poll?state=&state=abc", ""},
+      {"/api/v1/account/poll?state=a=b?c#d", "a=b?c#d"},
+      {"/api/v1/account/poll?state=%41+%zz\"\\\xE4\xB8\xAD", "%41+%zz\"\\\xE4\xB8\xAD"},
+      {"/api/v1/account/poll?state=state=abc", "state=abc"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.target);
+    answer_next(200, R"({"status":"pending"})");
+    EXPECT_EQ(answer(poll_route, row.target),
+              expected_document(R"({"status":"pending","detail":"","nickname":"","public_id":""})"));
+    EXPECT_EQ(take_requests(), (Requests{"GET /api/v1/auth/poll?state=" + row.state + " "}));
+  }
+}
+
+TEST_F(AccountRoutes, WantAStateForAPoll) {
+  for (const std::string target :
+       {"/api/v1/account/poll", "/api/v1/account/poll?", "/api/v1/account/poll?state",
+        "/api/v1/account/poll?State=abc", "/api/v1/account/poll?state%3Dabc"}) {
+    SCOPED_TRACE(target);
+    EXPECT_EQ(answer(poll_route, target), expected_error("400 Bad Request", "缺少 state"));
+  }
+  EXPECT_TRUE(http_log().empty());
+}
+
+TEST_F(AccountRoutes, LeaveTheSessionWhereAPollFails) {
+  for (const AccountSession& session : {AccountSession(), signed_in()}) {
+    account_.session = session;
+    EXPECT_EQ(answer(poll_route, "state=s"), expected_error("502 Bad Gateway", unreachable));
+    EXPECT_EQ(poll(R"({"account_hash":"h2","public_id":"P2","session_check_seconds":5})"),
+              expected_error("502 Bad Gateway", unreadable));
+    EXPECT_EQ(account_.session, session);
+  }
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, PassOnEveryStatusThatSignsNobodyIn) {
+  for (const std::string status : {"", "pending", "Issued", "issued ", "error", "expired", "被拒绝"}) {
+    SCOPED_TRACE(status);
+    for (const AccountSession& session : {AccountSession(), signed_in()}) {
+      account_.session = session;
+      EXPECT_EQ(poll(R"({"status":")" + status +
+                     R"(","detail":"d\"","nickname":"昵称","account_hash":"h2","session_token":"t2",)"
+                     R"("displaced_machine":"D","primary_machine_id":"M2","referrer":"R2",)"
+                     R"("referral_open":true,"invite_url":"i2","session_check_seconds":5})"),
+                expected_document(R"({"status":")" + status +
+                                  R"(","detail":"d\"","nickname":"昵称","public_id":""})"));
+      EXPECT_EQ(account_.session, session);
+    }
+  }
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, StoreAPublicIdWhateverTheStatus) {
+  EXPECT_EQ(poll(R"({"status":"pending","public_id":"P2"})"),
+            expected_document(R"({"status":"pending","detail":"","nickname":"","public_id":"P2"})"));
+  AccountSession expected;
+  expected.public_id = "P2";
+  EXPECT_EQ(account_.session, expected);
+  // An empty one is none.
+  EXPECT_EQ(poll(R"({"status":"pending","public_id":""})"),
+            expected_document(R"({"status":"pending","detail":"","nickname":"","public_id":""})"));
+  EXPECT_EQ(account_.session, expected);
+}
+
+TEST_F(AccountRoutes, SignInWhereTheServiceHasIssuedASession) {
+  EXPECT_EQ(
+      poll(R"({"status":"issued","detail":"欢迎","account_hash":"h2","nickname":"昵称","session_token":")" +
+           credential +
+           R"(","public_id":"P2","referrer":"R2","invite_url":"i2","primary_machine_id":"M2",)"
+           R"("session_check_seconds":30,"referral_open":true})"),
+      expected_document(R"({"status":"issued","detail":"欢迎","nickname":"昵称","public_id":"P2"})"));
+  AccountSession expected;
+  expected.account_hash = "h2";
+  expected.signed_in_unix = 1'700'000'000;
+  expected.token = credential;
+  expected.public_id = "P2";
+  expected.primary_machine_id = "M2";
+  expected.primary_known = true;
+  expected.referral_open = true;
+  expected.referrer = "R2";
+  expected.invite_url = "i2";
+  EXPECT_EQ(account_.session, expected);
+  expect_cells(30);
+}
+
+TEST_F(AccountRoutes, SignInWithNothingButAnAccountHash) {
+  account_.session = signed_in();
+  EXPECT_EQ(poll(R"({"status":"issued","account_hash":"h2"})"),
+            expected_document(R"({"status":"issued","detail":"","nickname":"","public_id":""})"));
+  // What the reply lacks replaces what the former user had.
+  AccountSession expected;
+  expected.account_hash = "h2";
+  expected.signed_in_unix = 1'700'000'000;
+  expected.primary_known = true;
+  EXPECT_EQ(account_.session, expected);
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, GoOnCountingWhereTheSameUserSignsInAgain) {
+  account_.session = signed_in();
+  static_cast<void>(poll(R"({"status":"issued","account_hash":"h","session_token":"t2","public_id":"P1"})"));
+  AccountSession expected;
+  expected.account_hash = "h";
+  expected.signed_in_unix = 1'700'000'000;
+  expected.usage_seconds = 60;
+  expected.token = "t2";
+  expected.public_id = "P1";
+  expected.primary_known = true;
+  EXPECT_EQ(account_.session, expected);
+}
+
+TEST_F(AccountRoutes, SignNobodyInWithoutAnAccountHash) {
+  const std::string answered = R"({"status":"error","detail":"账号服务未返回账号标识，无法完成登录",)"
+                               R"("nickname":"n","public_id":"P2"})";
+  for (const std::string hash : {"", R"("account_hash":"",)", R"("account_hash":null,)"}) {
+    for (const AccountSession& session : {AccountSession(), signed_in()}) {
+      SCOPED_TRACE(hash);
+      account_.session = session;
+      EXPECT_EQ(poll(R"({"status":"issued",)" + hash +
+                     R"("detail":"d","nickname":"n","session_token":"t2","displaced_machine":"D",)"
+                     R"("public_id":"P2","referral_open":true,"referrer":"R2","invite_url":"i2",)"
+                     R"("primary_machine_id":"M2","session_check_seconds":5})"),
+                expected_document(answered));
+      AccountSession expected = session;
+      expected.public_id = "P2";
+      EXPECT_EQ(account_.session, expected);
+    }
+  }
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, TellWhichDeviceLosesItsSession) {
+  EXPECT_EQ(poll(R"({"status":"issued","detail":"d","account_hash":"h","displaced_machine":"书房\"PC\""})"),
+            expected_document(R"({"status":"issued","detail":"已登录。另一台设备（书房\"PC\"）上的 Velmora )"
+                              R"(将在两分钟内自动退出。","nickname":"","public_id":""})"));
+  EXPECT_EQ(poll(R"({"status":"issued","detail":"d","account_hash":"h","displaced_machine":""})"),
+            expected_document(R"({"status":"issued","detail":"d","nickname":"","public_id":""})"));
+}
+
+TEST_F(AccountRoutes, TakeAReferralWithABlankForClosed) {
+  static_cast<void>(poll(R"({"status":"issued","account_hash":"h","referral_open": true})"));
+  EXPECT_FALSE(account_.session.referral_open);
+  static_cast<void>(poll(R"({"status":"issued","account_hash":"h","referral_open":true})"));
+  EXPECT_TRUE(account_.session.referral_open);
+}
+
+TEST_F(AccountRoutes, ChangeTheSpacingOfTheChecksOnlyWhereTheServiceNamesOne) {
+  const std::pair<std::string, std::uint32_t> rows[] = {
+      {"0", 77}, {"1", 1}, {"4000000000", 4'000'000'000u}, {"-5", 77}, {"\"5\"", 77}, {"5.9", 5}};
+  for (const auto& [value, interval_s] : rows) {
+    SCOPED_TRACE(value);
+    account_.check->interval_s = 77;
+    static_cast<void>(
+        poll(R"({"status":"issued","account_hash":"h","session_check_seconds":)" + value + "}"));
+    expect_cells(interval_s);
+  }
+}
+
+TEST_F(AccountRoutes, WantAReferrersIdBeforeAUser) {
+  for (const AccountSession& session : {AccountSession(), signed_in()}) {
+    for (const std::string body : {"", "{}", R"({"public_id":""})", R"({"public_id":7})"}) {
+      SCOPED_TRACE(body);
+      account_.session = session;
+      EXPECT_EQ(answer(referrer_route, body), expected_error("400 Bad Request", "请填写推荐人的用户 ID"));
+      EXPECT_EQ(account_.session, session);
+    }
+  }
+  EXPECT_TRUE(http_log().empty());
+}
+
+TEST_F(AccountRoutes, WantAUserForTheReferrerAndTheUnbinding) {
+  AccountSession without_hash = signed_in();
+  without_hash.account_hash.clear();
+  AccountSession without_token = signed_in();
+  without_token.token.clear();
+  for (const AccountSession& session : {AccountSession(), without_hash, without_token}) {
+    account_.session = session;
+    EXPECT_EQ(answer(referrer_route, R"({"public_id":"P2"})"),
+              expected_error("400 Bad Request", "请先扫码登录"));
+    EXPECT_EQ(answer(unbind_route), expected_error("400 Bad Request", "请先扫码登录，再更换常用电脑"));
+    EXPECT_EQ(account_.session, session);
+  }
+  EXPECT_TRUE(http_log().empty());
+}
+
+TEST_F(AccountRoutes, KeepTheReferrerThatTheServiceHasTaken) {
+  for (const auto& [reply, detail] : {std::pair<std::string, std::string>("{}", "已绑定推荐人"),
+                                      {R"({"detail":"好\n"})", "好\\n"},
+                                      {R"({"detail":""})", ""}}) {
+    SCOPED_TRACE(reply);
+    account_.session = signed_in();
+    answer_next(200, reply);
+    EXPECT_EQ(answer(referrer_route, R"({"public_id":"P2"})"),
+              expected_document(R"({"ok":true,"detail":")" + detail + "\"}"));
+    AccountSession expected = signed_in();
+    expected.referrer = "P2";
+    expected.referral_open = false;
+    EXPECT_EQ(account_.session, expected);
+  }
+}
+
+TEST_F(AccountRoutes, KnowNoPrimaryComputerOnceItIsFreed) {
+  for (const auto& [reply, detail] :
+       {std::pair<std::string, std::string>("{}", "已解绑，请重新扫码登录"), {R"({"detail":"好"})", "好"}}) {
+    SCOPED_TRACE(reply);
+    account_.session = signed_in();
+    account_.session.primary_known = false;
+    answer_next(200, reply);
+    EXPECT_EQ(answer(unbind_route), expected_document(R"({"ok":true,"detail":")" + detail + "\"}"));
+    AccountSession expected = signed_in();
+    expected.primary_machine_id.clear();
+    EXPECT_EQ(account_.session, expected);
+  }
+}
+
+TEST_F(AccountRoutes, TellARefusedActionThroughOkAndChangeNothing) {
+  const struct {
+    Route route;
+    std::string body;
+    std::string without_detail;
+  } rows[] = {{referrer_route, R"({"public_id":"P2"})", "绑定失败（409）"},
+              {unbind_route, "", "解绑失败（409）"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.route.name);
+    account_.session = signed_in();
+    answer_next(409, "{}");
+    EXPECT_EQ(answer(row.route, row.body),
+              expected_document(R"({"ok":false,"detail":")" + row.without_detail + "\"}"));
+    answer_next(403, R"({"detail":"不行"})");
+    EXPECT_EQ(answer(row.route, row.body), expected_document(R"({"ok":false,"detail":"不行"})"));
+    EXPECT_EQ(answer(row.route, row.body),
+              expected_document(R"({"ok":false,"detail":")" + unreachable + "\"}"));
+    EXPECT_EQ(account_.session, signed_in());
+  }
+}
+
+TEST_F(AccountRoutes, ForgetTheSessionAndTellNobody) {
+  for (const std::string& url : {service_url, std::string()}) {
+    account_.service_url = url;
+    account_.session = signed_in();
+    AccountSession expected = signed_in();
+    expected.account_hash.clear();
+    expected.token.clear();
+    expected.primary_machine_id.clear();
+    expected.signed_in_unix = 0;
+    expected.primary_known = false;
+    for (int round = 0; round < 2; ++round) {
+      EXPECT_EQ(answer(logout_route), expected_document(R"({"ok":true})"));
+      EXPECT_EQ(account_.session, expected);
+    }
+  }
+  account_.session = AccountSession();
+  EXPECT_EQ(answer(logout_route), expected_document(R"({"ok":true})"));
+  EXPECT_EQ(account_.session, AccountSession());
+  EXPECT_TRUE(http_log().empty());
+  expect_cells(120);
+}
+
+TEST_F(AccountRoutes, WriteOneResponseEach) {
+  for (const Route& route : all_routes) {
+    SCOPED_TRACE(route.name);
+    standin::system().log.clear();
+    static_cast<void>(answer(route));
+    EXPECT_EQ(calls_of("send"), 1);
+  }
+}
+
+}  // namespace
+}  // namespace velmora
