@@ -6,6 +6,7 @@
 
 #include "account/machine_id.h"
 #include "account/sign_in.h"
+#include "api/answers.h"
 #include "http/response.h"
 #include "json/find.h"
 #include "json/write.h"
@@ -17,10 +18,6 @@ namespace {
 constexpr std::string_view not_configured = "未配置账号服务";
 constexpr std::string_view not_configured_for_login = "未配置账号服务，请用 --account-service 指定";
 
-void write_bad_request(const Socket& socket, std::string_view message) {
-  write_error(socket, 400, "Bad Request", message);
-}
-
 void write_bad_gateway(const Socket& socket, std::string_view message) {
   write_error(socket, 502, "Bad Gateway", message);
 }
@@ -29,10 +26,6 @@ bool refuse_unconfigured(const Socket& socket, const AccountState& account, std:
   if (!account.service_url.empty()) return false;
   write_error(socket, 501, "Not Implemented", message);
   return true;
-}
-
-void write_document(const Socket& socket, std::string_view body) {
-  write_response(socket, 200, "OK", content_type_json_document, body);
 }
 
 struct Credentials {

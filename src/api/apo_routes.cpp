@@ -2,28 +2,18 @@
 
 #include <string>
 
+#include "api/answers.h"
 #include "binding/binding.h"
 #include "engine/audio_service.h"
-#include "http/response.h"
 #include "json/find.h"
 #include "json/write.h"
 
 namespace velmora {
 namespace {
 
-void write_refusal(const Socket& socket, std::string_view message) {
-  write_error(socket, 400, "Bad Request", message);
-}
-
 std::string choose_endpoint(const ApiRequest& request, const EndpointController& controller) {
   auto id = json_find_string(request.body, "endpoint_id");
   return id && !id->empty() ? *std::move(id) : effective_render_endpoint_id(controller);
-}
-
-bool is_bound(std::string_view endpoint_id) {
-  EndpointBindingState state;
-  static_cast<void>(inspect_endpoint_binding(endpoint_id, state));
-  return state.bound;
 }
 
 // What became of the audio service; a restart that was not asked for has neither status nor detail.
@@ -37,7 +27,7 @@ std::string result_json(std::string_view endpoint_id, std::string_view detail, c
   std::string out;
   JsonObject members(out);
   members.add("ok", true);
-  members.add("bound", is_bound(endpoint_id));
+  members.add("bound", endpoint_is_bound(endpoint_id));
   members.add("endpoint_id", endpoint_id);
   members.add("detail", detail);
   members.add("audio_restarted", restart.wanted && restart.status == 0);
@@ -51,21 +41,21 @@ std::string result_json(std::string_view endpoint_id, std::string_view detail, c
 
 void post_apo(const Socket& socket, const ApiRequest& request, const EndpointController& controller) {
   const auto attach = json_find_bool(request.body, "attach");
-  if (!attach) return write_refusal(socket, "attach must be a boolean");
+  if (!attach) return write_bad_request(socket, "attach must be a boolean");
   const std::string endpoint_id = choose_endpoint(request, controller);
-  if (endpoint_id.empty()) return write_refusal(socket, "no render endpoint is selected");
+  if (endpoint_id.empty()) return write_bad_request(socket, "no render endpoint is selected");
   std::string guid;
   if (!endpoint_guid_from_id(endpoint_id, guid)) {
-    return write_refusal(socket, "endpoint_id must be a render endpoint identifier");
+    return write_bad_request(socket, "endpoint_id must be a render endpoint identifier");
   }
   std::string detail;
   const std::int32_t status =
       *attach ? bind_endpoint_effect(endpoint_id, detail) : unbind_endpoint_effect(endpoint_id, detail);
-  if (status != 0) return write_error(socket, 503, "Service Unavailable", detail);
+  if (status != 0) return write_unavailable(socket, detail);
   Restart restart;
   restart.wanted = json_find_bool(request.body, "restart_audio").value_or(true);
   if (restart.wanted) restart.status = restart_audio_service(restart.detail);
-  write_response(socket, 200, "OK", content_type_json_document, result_json(endpoint_id, detail, restart));
+  write_document(socket, result_json(endpoint_id, detail, restart));
 }
 
 }  // namespace velmora

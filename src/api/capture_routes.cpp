@@ -3,6 +3,7 @@
 #include <array>
 #include <ctime>
 
+#include "api/answers.h"
 #include "capture/capture_archive.h"
 #include "capture/capture_control.h"
 #include "http/response.h"
@@ -33,11 +34,11 @@ bool send_archive(const Socket& socket, CaptureArchive& archive, std::string& er
 
 void post_capture(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
   const auto [command, refusal] = parse_capture_body(request.body);
-  if (!refusal.empty()) return write_error(socket, 400, "Bad Request", refusal);
+  if (!refusal.empty()) return write_bad_request(socket, refusal);
   if (command.action == CaptureAction::write_files) remove_capture_files();
   const auto action = static_cast<std::uint16_t>(command.action);
   if (bridge.publish_capture_request(action, command.seconds) != BridgeResult::done) {
-    return write_error(socket, 503, "Service Unavailable", "shared control bridge update failed");
+    return write_bridge_unavailable(socket);
   }
   write_response(socket, 200, "OK", content_type_json, accepted_body);
 }
@@ -47,14 +48,14 @@ void get_capture_ready(const Socket& socket) {
   std::string body =
       capture_files_ready(bytes) ? "{\"ready\":true,\"bytes\":" : "{\"ready\":false,\"bytes\":";
   body.append(std::to_string(bytes)).append("}");
-  write_response(socket, 200, "OK", content_type_json_document, body);
+  write_document(socket, body);
 }
 
 void get_capture_download(const Socket& socket) {
   bool head_sent = false;
   std::string error;
   if (stream_capture_zip(socket, head_sent, error) || head_sent) return;
-  if (error.starts_with("no exported capture found")) return write_error(socket, 404, "Not Found", error);
+  if (error.starts_with("no exported capture found")) return write_not_found(socket, error);
   write_error(socket, 500, "Internal Server Error", error);
 }
 

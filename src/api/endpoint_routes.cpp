@@ -1,39 +1,29 @@
 #include "api/endpoint_routes.h"
 
+#include "api/answers.h"
 #include "api/inventory_json.h"
 #include "base/status.h"
 #include "endpoints/inventory.h"
 #include "endpoints/volume.h"
-#include "http/response.h"
 #include "json/find.h"
 
 namespace velmora {
-namespace {
-
-void write_ok(const Socket& socket) { write_response(socket, 200, "OK", content_type_json, ok_body); }
-
-void write_unavailable(const Socket& socket, std::string_view message) {
-  write_error(socket, 503, "Service Unavailable", message);
-}
-
-}  // namespace
-
 void get_devices(const Socket& socket, const EndpointController& controller) {
   EndpointInventory inventory;
   inventory_endpoints(controller, inventory);
-  write_response(socket, 200, "OK", content_type_json_document, endpoint_inventory_json(inventory));
+  write_document(socket, endpoint_inventory_json(inventory));
 }
 
 void put_device(const Socket& socket, const ApiRequest& request, std::string_view path,
                 EndpointController& controller) {
   const auto id = json_find_string(request.body, "endpoint_id");
   if (!id || id->empty()) {
-    return write_error(socket, 400, "Bad Request", "endpoint_id must be a non-empty string");
+    return write_bad_request(socket, "endpoint_id must be a non-empty string");
   }
   const std::int32_t status = path.ends_with("/render") ? select_render_endpoint(controller, *id)
                                                         : select_capture_endpoint(controller, *id);
   if (status == status_not_found) {
-    return write_error(socket, 404, "Not Found", "active endpoint not found for this direction");
+    return write_not_found(socket, "active endpoint not found for this direction");
   }
   if (status < 0) return write_unavailable(socket, "Windows endpoint selection failed");
   write_ok(socket);
@@ -42,7 +32,7 @@ void put_device(const Socket& socket, const ApiRequest& request, std::string_vie
 void put_volume(const Socket& socket, const ApiRequest& request, const EndpointController& controller) {
   const auto level = json_find_number(request.body, "volume");
   if (!level || *level < 0 || *level > 1) {
-    return write_error(socket, 400, "Bad Request", "volume must be between 0 and 1");
+    return write_bad_request(socket, "volume must be between 0 and 1");
   }
   if (set_endpoint_volume(controller, *level) < 0) {
     return write_unavailable(socket, "Windows endpoint volume update failed");
@@ -52,7 +42,7 @@ void put_volume(const Socket& socket, const ApiRequest& request, const EndpointC
 
 void put_mute(const Socket& socket, const ApiRequest& request, const EndpointController& controller) {
   const auto muted = json_find_bool(request.body, "muted");
-  if (!muted) return write_error(socket, 400, "Bad Request", "muted must be a boolean");
+  if (!muted) return write_bad_request(socket, "muted must be a boolean");
   if (set_endpoint_mute(controller, *muted) < 0) {
     return write_unavailable(socket, "Windows endpoint mute update failed");
   }

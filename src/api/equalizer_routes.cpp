@@ -20,12 +20,12 @@ EqSettings read_live_eq(ControlBridge& bridge) {
   return settings;
 }
 
-void write_no_such_preset(const Socket& socket) { write_error(socket, 404, "Not Found", "no such preset"); }
+void write_no_such_preset(const Socket& socket) { write_not_found(socket, "no such preset"); }
 
 void get_preset(const Socket& socket, std::string_view directory, std::string_view name) {
   const std::string bytes = read_preset(directory, name);
   if (bytes.empty()) return write_no_such_preset(socket);
-  write_response(socket, 200, "OK", content_type_json_document, bytes);
+  write_document(socket, bytes);
 }
 
 // What the body leaves out is the default here, whatever the live equalizer is set to.
@@ -33,23 +33,22 @@ void put_preset(const Socket& socket, std::string_view body, std::string_view di
                 std::string_view name) {
   EqSettings settings;
   std::string_view error;
-  if (!parse_eq(body, settings, error)) return write_error(socket, 400, "Bad Request", error);
+  if (!parse_eq(body, settings, error)) return write_bad_request(socket, error);
   if (!write_preset(directory, name, settings)) {
     return write_error(socket, 500, "Internal Server Error", "cannot write the preset file");
   }
-  write_response(socket, 200, "OK", content_type_json, ok_body);
+  write_ok(socket);
 }
 
 void remove_preset(const Socket& socket, std::string_view directory, std::string_view name) {
   if (!delete_preset(directory, name)) return write_no_such_preset(socket);
-  write_response(socket, 200, "OK", content_type_json, ok_body);
+  write_ok(socket);
 }
 
 void serve_preset(const Socket& socket, const ApiRequest& request, std::string_view directory,
                   std::string_view name) {
   if (!preset_name_valid(name)) {
-    return write_error(socket, 400, "Bad Request",
-                       "preset name may contain letters, digits, spaces, - and _ only");
+    return write_bad_request(socket, "preset name may contain letters, digits, spaces, - and _ only");
   }
   if (request.method == "GET") return get_preset(socket, directory, name);
   if (request.method == "PUT") return put_preset(socket, request.body, directory, name);
@@ -62,13 +61,13 @@ void serve_preset(const Socket& socket, const ApiRequest& request, std::string_v
 void get_eq(const Socket& socket, ControlBridge& bridge) {
   std::string body;
   write_eq_json(body, read_live_eq(bridge));
-  write_response(socket, 200, "OK", content_type_json_document, body);
+  write_document(socket, body);
 }
 
 void put_eq(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
   EqSettings settings = read_live_eq(bridge);
   std::string_view error;
-  if (!parse_eq(request.body, settings, error)) return write_error(socket, 400, "Bad Request", error);
+  if (!parse_eq(request.body, settings, error)) return write_bad_request(socket, error);
   answer_publication(socket, bridge.publish_eq(settings));
 }
 
@@ -76,13 +75,13 @@ void serve_presets(const Socket& socket, const ApiRequest& request, std::string_
   const std::string directory = preset_directory();
   std::string_view rest = path.substr(collection.size());
   if (rest.empty() && request.method == "GET") {
-    return write_response(socket, 200, "OK", content_type_json_document, list_presets(directory));
+    return write_document(socket, list_presets(directory));
   }
   if (rest.size() > 1 && rest.front() == '/') {
     rest.remove_prefix(1);
     return serve_preset(socket, request, directory, url_decode(rest));
   }
-  write_error(socket, 404, "Not Found", "route not found");
+  write_not_found(socket, "route not found");
 }
 
 }  // namespace velmora

@@ -9,11 +9,6 @@
 namespace velmora {
 namespace {
 
-bool is_bound(std::string_view endpoint_id) {
-  EndpointBindingState state;
-  return inspect_endpoint_binding(endpoint_id, state) >= 0 && state.bound;
-}
-
 void add_endpoint(JsonObject& members, const EndpointInfo& endpoint) {
   members.add("id", endpoint.id);
   members.add("name", endpoint.name);
@@ -32,7 +27,7 @@ void append_endpoints(std::string& out, const std::vector<EndpointInfo>& endpoin
     if (&endpoint != &endpoints.front()) out += ',';
     JsonObject members(out);
     add_endpoint(members, endpoint);
-    if (chains == Chains::shown) members.add("apo_bound", is_bound(endpoint.id));
+    if (chains == Chains::shown) members.add("apo_bound", endpoint_is_bound(endpoint.id));
     members.end();
   }
   out += ']';

@@ -1,6 +1,7 @@
 #include "api/routes.h"
 
 #include "api/account_routes.h"
+#include "api/answers.h"
 #include "api/apo_routes.h"
 #include "api/capture_routes.h"
 #include "api/endpoint_routes.h"
@@ -20,7 +21,7 @@ std::string_view path_of(const ApiRequest& request) {
   return target.substr(0, target.find('?'));
 }
 
-void write_not_found(const Socket& socket) { write_error(socket, 404, "Not Found", "route not found"); }
+void write_route_not_found(const Socket& socket) { write_not_found(socket, "route not found"); }
 
 // The pages need no token: the address that the banner prints must load before its script can send one.
 bool serve_page(const Socket& socket, const ApiRequest& request, std::string_view path,
@@ -67,20 +68,20 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
   if (matches("PUT", "/api/v1/render/volume")) return put_volume(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/mute")) return put_mute(socket, request, state.endpoints);
   if (matches("PUT", "/api/v1/render/effects/footstep")) return put_footstep(socket, request, bridge);
-  write_not_found(socket);
+  write_route_not_found(socket);
 }
 
 }  // namespace
 
 void handle_connection(const Socket& socket, ServiceState& state) {
   ApiRequest request;
-  if (!read_request(socket, request)) return write_error(socket, 400, "Bad Request", "invalid request");
+  if (!read_request(socket, request)) return write_bad_request(socket, "invalid request");
   if (!host_allowed(request, state.port) || !origin_allowed(request, state.port)) {
     return write_error(socket, 403, "Forbidden", "invalid local origin");
   }
   const std::string_view path = path_of(request);
   if (serve_page(socket, request, path, state.pages)) return;
-  if (!path.starts_with("/api/")) return write_not_found(socket);
+  if (!path.starts_with("/api/")) return write_route_not_found(socket);
   if (!token_allowed(request, state.session_token)) {
     return write_error(socket, 401, "Unauthorized", "missing or invalid session token");
   }

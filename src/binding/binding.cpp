@@ -150,4 +150,10 @@ std::int32_t inspect_endpoint_binding(std::string_view endpoint_id, EndpointBind
   return 0;
 }
 
+bool endpoint_is_bound(std::string_view endpoint_id) {
+  EndpointBindingState state;
+  static_cast<void>(inspect_endpoint_binding(endpoint_id, state));
+  return state.bound;
+}
+
 }  // namespace velmora

@@ -31,4 +31,7 @@ struct EndpointBindingState {
 [[nodiscard]] std::int32_t inspect_endpoint_binding(std::string_view endpoint_id,
                                                     EndpointBindingState& state);
 
+// Whether the endpoint's chain holds the effect. False as well where the chain cannot be read.
+[[nodiscard]] bool endpoint_is_bound(std::string_view endpoint_id);
+
 }  // namespace velmora

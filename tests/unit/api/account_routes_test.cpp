@@ -7,13 +7,10 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view document = "application/json; charset=utf-8";
 const std::string credential = "the-credential-of-the-session";
 const std::string unreachable = "连接账号服务失败（错误 12030）";
 const std::string unreadable = "账号服务返回的内容无法识别";
 const std::string credentials = R"({"username":"u","password":"p"})";
-
-std::string expected_document(std::string_view body) { return expected_response("200 OK", document, body); }
 
 AccountSession signed_in() {
   AccountSession session;

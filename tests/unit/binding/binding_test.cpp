@@ -44,7 +44,11 @@ class Binding : public FreshMachine {
     EXPECT_EQ(status, state.error_code);
     return state;
   }
-  static bool is_bound() { return look().bound; }
+  static bool is_bound() {
+    const bool bound = look().bound;
+    EXPECT_EQ(endpoint_is_bound(id), bound);
+    return bound;
+  }
   // Does something once, right before the so-manieth call of this short name.
   static void before_call(const std::string& name, int number, std::function<void()> act) {
     standin::system().before_machine_call = [name, number, act = std::move(act)](const std::string&) {
@@ -545,7 +549,7 @@ TEST_F(Binding, LeavesTheSlotWhereTheMovedEffectIsNotInTheChainWhenItIsReadBack)
 }
 
 TEST_F(Binding, CannotDoWithoutTheEffectsOwnId) {
-  standin::system().faults["StringFromGUID2"] = {1, 1, 1, 1};
+  standin::system().faults["StringFromGUID2"] = {1, 1, 1, 1, 1};
   set_up(Words{.modes = "x", .offload = "x"});
   EXPECT_EQ(bind(), (Told{failed, not_kept}));
   EXPECT_EQ(present_lines(), lines_of(stored({.chain = "''", .modes = "x", .offload = "x"})));

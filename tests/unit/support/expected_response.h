@@ -21,6 +21,10 @@ inline std::string expected_error(std::string_view status_and_reason, std::strin
                            "{\"error\":\"" + std::string(message) + "\"}");
 }
 
+inline std::string expected_document(std::string_view body) {
+  return expected_response("200 OK", "application/json; charset=utf-8", body);
+}
+
 inline std::string expected_ok() { return expected_response("200 OK", "application/json", "{\"ok\":true}"); }
 
 }  // namespace velmora
