@@ -15,12 +15,12 @@
 #include <variant>
 #include <vector>
 
+#include "api/status_document.h"
 #include "bridge/mapping.h"
 #include "collector.h"
-#include "platform/standin/registry_export.h"
-#include "platform/standin/system.h"
 #include "engine/algorithm_version.h"
-#include "api/status_document.h"
+#include "memory/system.h"
+#include "platform/hosted/registry_export.h"
 
 namespace {
 

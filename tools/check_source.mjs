@@ -59,7 +59,7 @@ function check_includes(file, line, say) {
   const [, mark, header] = include;
   if (header !== header.toLowerCase()) say("header names are lower case");
   const for_windows =
-    file.startsWith("src/platform/windows/") || /^tests\/(.*windows|standins\/(audio|service)\/)/.test(file);
+    file.startsWith("src/platform/windows/") || /^tests\/(.*windows|programs\/(audio|service)\/)/.test(file);
   if (mark === "<" && windows_headers.test(header) && !for_windows) {
     say("Windows headers stand in src/platform/windows/ and the tests' own files for Windows alone");
   }
@@ -68,8 +68,11 @@ function check_includes(file, line, say) {
   const to = room_of(header);
   if (!rooms[to]) say(`includes are written from src/, and ${header} leads to no room`);
   else if (from !== to && !rooms[from]?.has(to)) say(`${from} may not use ${to}`);
-  const answer = header.match(/^platform\/(windows|posix|standin)\//)?.[1];
-  if (answer && !file.startsWith(`src/platform/${answer}/`)) say("no room looks below the platform seam");
+  const answer = header.match(/^platform\/(windows|posix|hosted)\//)?.[1];
+  const from_answer = file.match(/^src\/platform\/(windows|posix|hosted)\//)?.[1];
+  // What Linux lacks is hosted, and its own calls keep the machine of it.
+  const may_look = answer === from_answer || (answer === "hosted" && from_answer === "posix");
+  if (answer && !may_look) say("no room looks below the platform seam");
 }
 
 function check_line(file, line, say) {

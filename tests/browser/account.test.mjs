@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import test from 'node:test';
 
 import { ask, poll, start_account_service } from '../e2e/harness.mjs';
-import { json_reply } from '../standins/account/service.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import { keep_picture, limits, look_again_ms, open_page, refresh, settle, wait_for_text } from './browser.mjs';
 
 const remote = {

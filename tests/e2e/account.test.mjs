@@ -2,7 +2,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 
-import { json_reply } from '../standins/account/service.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import {
   account_request_bytes,
   answer_bytes,

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import test from 'node:test';
 
-import { json_reply } from '../standins/account/service.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import { call_trace, documented_roads, hex, low, must_be_null, own_calls } from './call_trace.mjs';
 import {
   ask,

@@ -5,7 +5,7 @@ import os from 'node:os';
 import path from 'node:path';
 import test from 'node:test';
 
-import { json_reply } from '../standins/account/service.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import {
   account_request_bytes,
   ask,

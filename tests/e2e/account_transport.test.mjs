@@ -9,8 +9,8 @@ import fs from 'node:fs';
 import net from 'node:net';
 import test from 'node:test';
 
-import { make_authority } from '../standins/account/authority.mjs';
-import { json_reply } from '../standins/account/service.mjs';
+import { make_authority } from '../programs/account/authority.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import {
   account_request_bytes,
   answer_bytes,

@@ -1,4 +1,4 @@
-// Endpoints of the tests' own under Wine: the stand-in COM server of tests/standins/audio in place of Wine's. Its
+// Endpoints of the tests' own under Wine: the stand-in COM server of tests/programs/audio in place of Wine's. Its
 // header tells of the script and of the log.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';

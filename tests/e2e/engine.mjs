@@ -19,10 +19,10 @@ import {
 } from './harness.mjs';
 import { dword_data, export_text, text_data } from './registry.mjs';
 
-export const engine_program = path.join(build_directory, 'standins/engine/audiodg.exe');
-export const effect_library = path.join(build_directory, 'standins/effect/velmora_windows_apo.dll');
-export const algorithm_library = path.join(build_directory, 'standins/versioned/fse.dll');
-export const old_algorithm_library = path.join(build_directory, 'standins/unversioned/fse.dll');
+export const engine_program = path.join(build_directory, 'programs/engine/audiodg.exe');
+export const effect_library = path.join(build_directory, 'programs/effect/velmora_windows_apo.dll');
+export const algorithm_library = path.join(build_directory, 'programs/versioned/fse.dll');
+export const old_algorithm_library = path.join(build_directory, 'programs/unversioned/fse.dll');
 
 const class_key = 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Classes\\CLSID\\{631D9145-CACF-44D7-861B-5D82ADD8C84F}';
 const audio_key = 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio';

@@ -11,7 +11,7 @@ import net from 'node:net';
 import os from 'node:os';
 import path from 'node:path';
 
-import { AccountService, json_reply } from '../standins/account/service.mjs';
+import { AccountService, json_reply } from '../programs/account/service.mjs';
 
 export const is_wine = process.env.VELMORA_TARGET === 'wine';
 export const is_native = !is_wine;

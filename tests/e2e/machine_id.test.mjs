@@ -6,7 +6,7 @@ import os from 'node:os';
 import path from 'node:path';
 import test from 'node:test';
 
-import { json_reply } from '../standins/account/service.mjs';
+import { json_reply } from '../programs/account/service.mjs';
 import { ask, is_native, is_wine, make_directory, run, start_account_service, start_service_for } from './harness.mjs';
 
 const limits = { timeout: 120_000 };

@@ -764,7 +764,7 @@ if (is_native) {
 // ---- the algorithm ----
 
 test('the algorithm is shown as it was found at the start', limits, async (t) => {
-  const library = (name) => path.join(build_directory, 'standins', name, 'fse.dll');
+  const library = (name) => path.join(build_directory, 'programs', name, 'fse.dll');
   const rows = [
     ['a library that gives its version', '3.2.1', (file) => fs.copyFileSync(library('versioned'), file)],
     ['a library without the function', 'unknown', (file) => fs.copyFileSync(library('unversioned'), file)],

@@ -25,7 +25,7 @@ function copy_program(furnish, directory_name) {
 }
 
 function built_library(name) {
-  return path.join(build_directory, 'standins', name, 'fse.dll');
+  return path.join(build_directory, 'programs', name, 'fse.dll');
 }
 
 test('the banner names the version of the algorithm library', { timeout: 60_000, concurrency: 2 }, async (t) => {

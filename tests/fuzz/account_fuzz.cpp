@@ -7,7 +7,7 @@
 #include "account/session_check.h"
 #include "account/sign_in.h"
 #include "account/wire.h"
-#include "platform/standin/http_service.h"
+#include "memory/http_service.h"
 
 namespace velmora {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <variant>
 
-#include "platform/standin/registry_export.h"
+#include "platform/hosted/registry_export.h"
 
 namespace velmora {
 namespace {

@@ -11,8 +11,8 @@
 
 #include "base/text.h"
 #include "platform/audio_endpoints.h"
+#include "platform/hosted/machine_state.h"
 #include "platform/registry.h"
-#include "platform/standin/machine_state.h"
 #include "platform/surroundings.h"
 
 namespace velmora::surroundings {

@@ -12,9 +12,9 @@
 
 #include "base/status.h"
 #include "platform/audio_endpoints.h"
+#include "platform/hosted/machine_state.h"
 #include "platform/hosted_machine_file.h"
 #include "platform/machine.h"
-#include "platform/standin/machine_state.h"
 #include "platform/surroundings.h"
 
 namespace velmora {

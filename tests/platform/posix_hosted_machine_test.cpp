@@ -14,10 +14,10 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/hosted/machine_state.h"
 #include "platform/hosted_machine_file.h"
 #include "platform/machine.h"
 #include "platform/registry.h"
-#include "platform/standin/machine_state.h"
 #include "platform/surroundings.h"
 
 namespace velmora {

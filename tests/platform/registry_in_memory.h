@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/standin/machine_state.h"
+#include "platform/hosted/machine_state.h"
 #include "platform/surroundings.h"
 
 namespace velmora::surroundings {

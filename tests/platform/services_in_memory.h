@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/hosted/machine_state.h"
 #include "platform/registry.h"
-#include "platform/standin/machine_state.h"
 #include "platform/surroundings.h"
 
 namespace velmora::surroundings {

@@ -183,7 +183,7 @@ test("the engine has the effect loaded that the built-in machine has installed",
       algorithm_loaded: "true",
       apo_module_path: join(folder, "velmora_windows_apo.dll"),
       error_code: "0",
-      program: join(root, "build/native/standins/engine/audiodg.exe"),
+      program: join(root, "build/native/programs/engine/audiodg.exe"),
     });
     const endpoint = "{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}";
     const moved = "endpoint bound; its existing mode effect was moved into the composite chain because the legacy " +
@@ -212,7 +212,7 @@ test("on the export of a real machine an endpoint is bound and unbound, and noth
     running: "true",
     apo_loaded: "true",
     algorithm_loaded: "true",
-    apo_module_path: join(root, "build/native/standins/effect/velmora_windows_apo.dll"),
+    apo_module_path: join(root, "build/native/programs/effect/velmora_windows_apo.dll"),
   });
   const guid = "{517f1efe-9874-44ab-b8c0-d341131d9da7}";
   const bound = await post_apo(port, `{"attach":true,"endpoint_id":"${guid}"}`);

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "platform/hosted/paths.h"
+
 namespace velmora {
 namespace {
 

@@ -6,9 +6,6 @@
 
 namespace velmora {
 
-// Whether the path begins with a drive and its root, `C:\`.
-[[nodiscard]] bool has_drive(std::string_view path);
-
 // Where a path leads on this system: `X:\a\b` to `x/a/b` below the folder of the drives, which is
 // VELMORA_DRIVES (absolute), else velmora/drives below the user's state directory (XDG_STATE_HOME, else
 // ~/.local/state). Every other path is its own.

@@ -10,7 +10,7 @@ import fs from 'node:fs';
 import path from 'node:path';
 import test from 'node:test';
 
-import { json_reply, start_deaf_port } from '../../standins/account/service.mjs';
+import { json_reply, start_deaf_port } from '../../programs/account/service.mjs';
 import {
   Client,
   answer_bytes,

@@ -13,9 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#include "memory/http_service.h"
+#include "memory/system.h"
 #include "platform/sockets.h"
-#include "platform/standin/http_service.h"
-#include "platform/standin/system.h"
 #include "service/console.h"
 
 namespace velmora {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "account/session_check.h"
-#include "platform/standin/http_service.h"
+#include "memory/http_service.h"
 #include "unit/support/fresh_machine.h"
 
 namespace velmora {

@@ -18,7 +18,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/standin/system.h"
+#include "memory/system.h"
 #include "unit/support/fresh_machine.h"
 
 namespace velmora::endpoint {

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/standin/system.h"
+#include "memory/system.h"
 
 namespace velmora {
 

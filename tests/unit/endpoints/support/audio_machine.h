@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "memory/system.h"
 #include "platform/audio_endpoints.h"
-#include "platform/standin/system.h"
 #include "unit/binding/support/endpoint_machine.h"
 
 namespace velmora::audio {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/standin/system.h"
+#include "memory/system.h"
 #include "unit/binding/support/endpoint_machine.h"
 
 namespace velmora::services {

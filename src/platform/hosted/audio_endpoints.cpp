@@ -1,0 +1,204 @@
+// The endpoints of the machine in the registry tree, behaving as Core Audio's interfaces do.
+#include "platform/audio_endpoints.h"
+
+#include <utility>
+
+#include "base/status.h"
+#include "platform/hosted/audio_tree.h"
+#include "platform/hosted/machine_state.h"
+
+namespace velmora {
+namespace {
+
+// AUDCLNT_E_DEVICE_INVALIDATED (audioclient.h): an endpoint that is not active, or gone.
+constexpr auto status_device_invalidated = static_cast<std::int32_t>(0x88890004u);
+// What SetMute answers when the endpoint is muted, or not, as it is to be (S_FALSE, endpointvolume.h).
+constexpr std::int32_t status_nothing_changed = 1;
+
+// A negative status stands in place of the call's work, a positive one behind it.
+std::int32_t tell(std::string_view operation, std::u16string_view subject = u"") {
+  const auto answer = static_cast<std::int32_t>(standin::enter(operation, subject));
+  return answer == standin::error_machine_unreadable ? hresult_from_win32(answer) : answer;
+}
+
+const standin::RegistryTree& registry() { return standin::machine_state().registry; }
+
+const standin::AudioObject& object_of(std::uintptr_t native) {
+  return standin::machine_state().audio_objects.at(native);
+}
+
+template <typename Kind>
+void hold(standin::AudioObject object, Owner<Kind>& out) {
+  standin::MachineState& machine = standin::machine_state();
+  const std::uintptr_t number = machine.next_audio_object++;
+  machine.audio_objects.emplace(number, std::move(object));
+  out = Owner<Kind>(number);
+}
+
+bool is_active(std::u16string_view id) {
+  const auto endpoint = standin::find_endpoint(registry(), id);
+  return endpoint && endpoint->active;
+}
+
+std::u16string number_text(std::int64_t number) {
+  const std::string digits = std::to_string(number);
+  return {digits.begin(), digits.end()};
+}
+
+// Keeps a changed machine, or puts back the one from before. `status` is the call's own.
+std::int32_t finish_change(standin::RegistryTree before, std::int32_t status) {
+  const std::int32_t error = standin::keep_or_undo(std::move(before));
+  return error == 0 ? status : hresult_from_win32(error);
+}
+
+}  // namespace
+
+void release_audio_object(std::uintptr_t native) noexcept {
+  static_cast<void>(tell("Release"));
+  standin::machine_state().audio_objects.erase(native);
+}
+
+std::int32_t create_device_enumerator(DeviceEnumerator& out) {
+  const std::int32_t status = tell("CoCreateInstance");
+  if (status < 0) return status;
+  hold({}, out);
+  return status;
+}
+
+std::int32_t get_default_device(const DeviceEnumerator&, EndpointFlow flow, AudioDevice& out) {
+  const std::int32_t status = tell("GetDefaultAudioEndpoint", number_text(static_cast<std::int32_t>(flow)));
+  if (status < 0) return status;
+  std::u16string id = standin::default_endpoint_of(registry(), flow);
+  if (id.empty()) return status_not_found;
+  hold({std::move(id), {}, {}}, out);
+  return status;
+}
+
+std::int32_t get_device(const DeviceEnumerator&, std::u16string_view id, AudioDevice& out) {
+  const std::int32_t status = tell("GetDevice", id);
+  if (status < 0) return status;
+  if (!standin::find_endpoint(registry(), id)) return status_not_found;
+  hold({std::u16string(id), {}, {}}, out);
+  return status;
+}
+
+std::int32_t list_active_devices(const DeviceEnumerator&, EndpointFlow flow, AudioDeviceList& out,
+                                 std::uint32_t& count) {
+  const std::int32_t status = tell("EnumAudioEndpoints", number_text(static_cast<std::int32_t>(flow)));
+  if (status < 0) return status;
+  standin::AudioObject list;
+  for (standin::TreeEndpoint& endpoint : standin::endpoints_of(registry(), flow)) {
+    if (endpoint.active) list.listed.push_back(std::move(endpoint.id));
+  }
+  count = static_cast<std::uint32_t>(list.listed.size());
+  hold(std::move(list), out);
+  return status;
+}
+
+std::int32_t get_listed_device(const AudioDeviceList& list, std::uint32_t index, AudioDevice& out) {
+  const std::int32_t status = tell("Item", number_text(index));
+  if (status < 0) return status;
+  const auto& listed = object_of(list.native()).listed;
+  if (index >= listed.size()) return status_invalid_argument;
+  hold({listed[index], {}, {}}, out);
+  return status;
+}
+
+std::int32_t get_device_id(const AudioDevice& device, std::u16string& out) {
+  const std::int32_t status = tell("GetId");
+  if (status >= 0) out = object_of(device.native()).id;
+  return status;
+}
+
+std::int32_t read_endpoint_name(const AudioDevice& device, std::u16string& out) {
+  const std::u16string& id = object_of(device.native()).id;
+  const std::int32_t status = tell("OpenPropertyStore", id);
+  if (status < 0) return status;
+  auto name = standin::endpoint_name_of(registry(), id);
+  if (!name) return status_unexpected;
+  out = std::move(*name);
+  return status;
+}
+
+std::int32_t read_peak_value(const AudioDevice& device, float& out) {
+  const std::u16string& id = object_of(device.native()).id;
+  const std::int32_t status = tell("GetPeakValue", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  out = standin::peak_of(registry(), id);
+  return status;
+}
+
+std::int32_t activate_volume(const AudioDevice& device, EndpointVolume& out) {
+  const std::u16string& id = object_of(device.native()).id;
+  const std::int32_t status = tell("Activate", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  hold({id, {}, {}}, out);
+  return status;
+}
+
+std::int32_t get_volume_level(const EndpointVolume& volume, float& out) {
+  const std::u16string& id = object_of(volume.native()).id;
+  const std::int32_t status = tell("GetMasterVolumeLevelScalar", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  out = standin::volume_of(registry(), id);
+  return status;
+}
+
+std::int32_t set_volume_level(const EndpointVolume& volume, float level) {
+  const standin::RegistryChange turn = standin::begin_registry_change();
+  const std::u16string& id = object_of(volume.native()).id;
+  const std::int32_t status = tell("SetMasterVolumeLevelScalar", id);
+  if (status < 0) return status;
+  if (!(level >= 0 && level <= 1)) return status_invalid_argument;
+  if (!is_active(id)) return status_device_invalidated;
+  standin::RegistryTree before = registry();
+  standin::put_volume(standin::machine_state().registry, id, level);
+  return finish_change(std::move(before), status);
+}
+
+std::int32_t get_mute(const EndpointVolume& volume, bool& out) {
+  const std::u16string& id = object_of(volume.native()).id;
+  const std::int32_t status = tell("GetMute", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  out = standin::muted_of(registry(), id);
+  return status;
+}
+
+std::int32_t set_mute(const EndpointVolume& volume, bool muted) {
+  const standin::RegistryChange turn = standin::begin_registry_change();
+  const std::u16string& id = object_of(volume.native()).id;
+  const std::int32_t status = tell("SetMute", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  if (standin::muted_of(registry(), id) == muted) return status_nothing_changed;
+  standin::RegistryTree before = registry();
+  standin::put_muted(standin::machine_state().registry, id, muted);
+  return finish_change(std::move(before), status);
+}
+
+std::int32_t list_sessions(const AudioDevice& device, AudioSessionList& out, std::int32_t& count) {
+  const std::u16string& id = object_of(device.native()).id;
+  const std::int32_t status = tell("GetSessionEnumerator", id);
+  if (status < 0) return status;
+  if (!is_active(id)) return status_device_invalidated;
+  standin::AudioObject list{id, {}, standin::sessions_of(registry(), id)};
+  count = static_cast<std::int32_t>(list.sessions.size());
+  hold(std::move(list), out);
+  return status;
+}
+
+std::int32_t read_session(const AudioSessionList& list, std::int32_t index, AudioSession& out) {
+  const std::int32_t status = tell("GetSession", number_text(index));
+  if (status < 0) return status;
+  const auto& sessions = object_of(list.native()).sessions;
+  if (index < 0 || static_cast<std::size_t>(index) >= sessions.size()) return status_invalid_argument;
+  out = sessions[static_cast<std::size_t>(index)];
+  if (out.state != session_active) out.process_id = 0;
+  return status;
+}
+
+}  // namespace velmora

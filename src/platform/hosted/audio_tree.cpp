@@ -1,0 +1,148 @@
+#include "platform/hosted/audio_tree.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "base/text.h"
+#include "platform/registry.h"
+
+namespace velmora::standin {
+namespace {
+
+constexpr std::u16string_view devices_path =
+    u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\";
+constexpr std::u16string_view own_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Audio";
+constexpr std::uint32_t device_state_active = 1;  // mmdeviceapi.h
+
+struct FlowWords {
+  std::u16string_view key;
+  std::u16string_view id_prefix;
+  std::u16string_view default_value;
+};
+constexpr std::array<FlowWords, 2> words_of_flows = {{
+    {u"Render", u"{0.0.0.00000000}.", u"DefaultRender"},
+    {u"Capture", u"{0.0.1.00000000}.", u"DefaultCapture"},
+}};
+
+const FlowWords& words_of(EndpointFlow flow) { return words_of_flows.at(static_cast<std::size_t>(flow)); }
+
+std::u16string joined(std::u16string_view path, std::u16string_view name) {
+  return std::u16string(path).append(u"\\").append(name);
+}
+
+// What `strtof` reads of a text; `otherwise` where it is missing or begins with no number.
+float float_of(const TreeKey* key, std::u16string_view name, float otherwise) {
+  const auto text = find_text(key, name);
+  if (!text) return otherwise;
+  const std::string digits = ascii_from_wide(*text);
+  char* end = nullptr;
+  const float number = std::strtof(digits.c_str(), &end);
+  return end == digits.c_str() ? otherwise : number;
+}
+
+const TreeKey* own_key_of(const RegistryTree& registry, std::u16string_view id) {
+  return find_key(registry, joined(own_path, id));
+}
+
+// The flow of an id, by its beginning.
+std::optional<EndpointFlow> flow_of(std::u16string_view id) {
+  for (const EndpointFlow flow : {EndpointFlow::render, EndpointFlow::capture}) {
+    if (id.starts_with(words_of(flow).id_prefix)) return flow;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlow flow) {
+  std::vector<TreeEndpoint> endpoints;
+  const FlowWords& words = words_of(flow);
+  const TreeKey* devices = find_key(registry, std::u16string(devices_path).append(words.key));
+  if (devices == nullptr) return endpoints;
+  for (const TreeKey& device : devices->keys) {
+    const bool active = find_number(&device, u"DeviceState") == device_state_active;
+    endpoints.push_back({std::u16string(words.id_prefix).append(device.name), active});
+  }
+  return endpoints;
+}
+
+std::optional<TreeEndpoint> find_endpoint(const RegistryTree& registry, std::u16string_view id) {
+  const auto flow = flow_of(id);
+  if (!flow) return std::nullopt;
+  for (TreeEndpoint& endpoint : endpoints_of(registry, *flow)) {
+    if (endpoint.id == id) return std::move(endpoint);
+  }
+  return std::nullopt;
+}
+
+std::u16string default_endpoint_of(const RegistryTree& registry, EndpointFlow flow) {
+  const auto named = find_text(find_key(registry, own_path), words_of(flow).default_value);
+  std::u16string first;
+  for (const TreeEndpoint& endpoint : endpoints_of(registry, flow)) {
+    if (!endpoint.active) continue;
+    if (endpoint.id == named) return endpoint.id;
+    if (first.empty()) first = endpoint.id;
+  }
+  return first;
+}
+
+std::optional<std::u16string> endpoint_name_of(const RegistryTree& registry, std::u16string_view id) {
+  const auto flow = flow_of(id);
+  if (!flow) return std::nullopt;
+  const FlowWords& words = words_of(*flow);
+  const std::u16string device =
+      joined(std::u16string(devices_path).append(words.key), id.substr(words.id_prefix.size()));
+  const TreeKey* properties = find_key(registry, joined(device, u"Properties"));
+  if (properties == nullptr) return std::nullopt;
+  constexpr std::u16string_view friendly_name = u"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
+  if (find_value(*properties, friendly_name) != nullptr) return find_text(properties, friendly_name);
+  auto description = find_text(properties, u"{a45c254e-df1c-4efd-8020-67d146a850e0},2");
+  const auto interface_name = find_text(properties, u"{b3f8fa53-0004-438e-9003-51a46e139bfc},6");
+  if (!description || !interface_name) return description;
+  return *description + u" (" + *interface_name + u")";
+}
+
+float volume_of(const RegistryTree& registry, std::u16string_view id) {
+  const float level = float_of(own_key_of(registry, id), u"Volume", 1);
+  return level >= 0 && level <= 1 ? level : 1;
+}
+
+bool muted_of(const RegistryTree& registry, std::u16string_view id) {
+  return find_number(own_key_of(registry, id), u"Muted").value_or(0) != 0;
+}
+
+float peak_of(const RegistryTree& registry, std::u16string_view id) {
+  return float_of(own_key_of(registry, id), u"Peak", 0);
+}
+
+void put_volume(RegistryTree& registry, std::u16string_view id, float level) {
+  std::array<char, 32> digits{};
+  const int length = std::snprintf(digits.data(), digits.size(), "%.9g", static_cast<double>(level));
+  std::u16string text = wide_from_ascii({digits.data(), static_cast<std::size_t>(length)});
+  text += u'\0';
+  put_value(make_key(registry, joined(own_path, id)), u"Volume", reg_sz,
+            {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});
+}
+
+void put_muted(RegistryTree& registry, std::u16string_view id, bool muted) {
+  const std::uint32_t number = muted ? 1 : 0;
+  put_value(make_key(registry, joined(own_path, id)), u"Muted", reg_dword,
+            {reinterpret_cast<const char*>(&number), sizeof number});
+}
+
+std::vector<AudioSession> sessions_of(const RegistryTree& registry, std::u16string_view id) {
+  std::vector<AudioSession> sessions;
+  const TreeKey* own = own_key_of(registry, id);
+  const TreeKey* kept = own == nullptr ? nullptr : find_key(*own, u"Sessions");
+  if (kept == nullptr) return sessions;
+  for (const TreeKey& session : kept->keys) {
+    const auto state = static_cast<std::int32_t>(find_number(&session, u"State").value_or(0));
+    sessions.push_back({state, find_number(&session, u"ProcessId").value_or(0)});
+  }
+  return sessions;
+}
+
+}  // namespace velmora::standin

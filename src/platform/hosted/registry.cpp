@@ -1,0 +1,300 @@
+#include "platform/registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "platform/hosted/machine_state.h"
+
+namespace velmora {
+namespace {
+
+// winerror.h
+constexpr std::int32_t error_missing = 2;
+constexpr std::int32_t error_denied = 5;
+constexpr std::int32_t error_more_data = 234;
+constexpr std::int32_t error_key_deleted = 1018;
+constexpr std::int32_t error_other_type = 1630;  // ERROR_UNSUPPORTED_TYPE
+
+// winnt.h
+constexpr std::uint32_t key_create_sub_key = 0x4;
+constexpr std::uint32_t right_to_delete = 0x10000;
+constexpr std::uint32_t key_all_access = 0xF003F;
+constexpr std::uint32_t key_views = 0x300;  // which view of the registry: no right at all
+
+constexpr std::u16string_view local_machine = u"HKEY_LOCAL_MACHINE";
+
+std::u16string full_path(std::u16string_view path) {
+  std::u16string full(local_machine);
+  if (!path.empty()) full.append(u"\\").append(path);
+  return full;
+}
+
+// Whether `path` is `above` or stands below it.
+bool lies_below(std::u16string_view path, std::u16string_view above) {
+  return path.size() >= above.size() && standin::same_name(path.substr(0, above.size()), above) &&
+         (path.size() == above.size() || path[above.size()] == u'\\');
+}
+
+// A path of the access list. It may as well begin with the root, as an export writes keys, and end with a
+// backslash.
+std::u16string listed_path(std::u16string_view path) {
+  if (path.ends_with(u'\\')) path.remove_suffix(1);
+  return lies_below(path, local_machine) ? std::u16string(path) : full_path(path);
+}
+
+// The access that the machine grants to a key, by the longest path in its list that holds the key.
+std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16string_view path) {
+  const standin::TreeKey* list = standin::find_key(registry, standin::access_list_path);
+  std::uint32_t granted = key_all_access;
+  std::size_t longest = 0;
+  if (list == nullptr) return granted;
+  for (const standin::TreeValue& entry : list->values) {
+    const auto mask = standin::find_number(list, entry.name);
+    const std::u16string above = listed_path(entry.name);
+    if (!mask || above.size() < longest || !lies_below(path, above)) continue;
+    granted = *mask;
+    longest = above.size();
+  }
+  return granted;
+}
+
+RegistryKey hold_key(std::u16string path, std::uint32_t access) {
+  standin::MachineState& machine = standin::machine_state();
+  const std::uintptr_t number = machine.next_key++;
+  machine.open_keys.emplace(number, standin::OpenKey{std::move(path), access});
+  return RegistryKey(number);
+}
+
+// The key behind a handle for an access that it has to have been opened with; null with the error.
+struct KeyAccess {
+  standin::TreeKey* key;
+  std::int32_t error;
+};
+KeyAccess reach_key(const RegistryKey& handle, std::uint32_t access) {
+  standin::MachineState& machine = standin::machine_state();
+  const standin::OpenKey& open = machine.open_keys.at(handle.native());
+  // The handle is looked at before the key that it leads to.
+  if ((open.access & access) != access) return {nullptr, error_denied};
+  standin::TreeKey* key = open.deleted ? nullptr : standin::find_key(machine.registry, open.path);
+  if (key == nullptr) return {nullptr, error_key_deleted};
+  return {key, 0};
+}
+
+std::u16string_view units_of(const std::string& bytes, std::u16string& storage) {
+  storage.resize(bytes.size() / sizeof(char16_t));
+  std::memcpy(storage.data(), bytes.data(), storage.size() * sizeof(char16_t));
+  return storage;
+}
+
+std::string bytes_of(std::u16string_view units) {
+  std::string bytes(units.size() * sizeof(char16_t), '\0');
+  std::memcpy(bytes.data(), units.data(), bytes.size());
+  return bytes;
+}
+
+std::u16string_view until_nul(std::u16string_view text) { return text.substr(0, text.find(u'\0')); }
+
+std::optional<std::u16string> read_text(const standin::RegistryTree& registry, std::u16string_view path,
+                                        std::u16string_view name) {
+  const standin::TreeKey* key = standin::find_key(registry, full_path(path));
+  const standin::TreeValue* value = key == nullptr ? nullptr : standin::find_value(*key, name);
+  if (value == nullptr || (value->type != reg_sz && value->type != reg_expand_sz)) return std::nullopt;
+  std::u16string storage;
+  return std::u16string(until_nul(units_of(value->bytes, storage)));
+}
+
+// A variable of the machine's own environment, from where Windows keeps it.
+std::optional<std::u16string> find_variable(const standin::RegistryTree& registry, std::u16string_view name) {
+  constexpr std::u16string_view environment =
+      u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
+  if (standin::same_name(name, u"SystemRoot")) {
+    return read_text(registry, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"SystemRoot");
+  }
+  if (standin::same_name(name, u"ProgramFiles")) {
+    return read_text(registry, u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion", u"ProgramFilesDir");
+  }
+  return read_text(registry, environment, name);
+}
+
+// Replaces each %NAME% that is known, once; everything else stays.
+std::u16string expand_variables(const standin::RegistryTree& registry, std::u16string_view text) {
+  std::u16string expanded;
+  while (!text.empty()) {
+    const std::size_t closing = text.front() == u'%' ? text.find(u'%', 1) : std::u16string_view::npos;
+    if (closing != std::u16string_view::npos) {
+      if (const auto value = find_variable(registry, text.substr(1, closing - 1))) {
+        expanded += *value;
+        text.remove_prefix(closing + 1);
+        continue;
+      }
+    }
+    expanded += text.front();
+    text.remove_prefix(1);
+  }
+  return expanded;
+}
+
+bool is_text(std::uint32_t type) { return type == reg_sz || type == reg_expand_sz || type == reg_multi_sz; }
+
+bool ends_with_nul(std::string_view bytes) {
+  return bytes.size() >= 2 && bytes[bytes.size() - 2] == '\0' && bytes.back() == '\0';
+}
+
+// A text as a restricted reading gives it: expanded, and with a terminator in any case.
+std::string complete_text(const standin::RegistryTree& registry, const standin::TreeValue& value) {
+  std::string bytes = value.bytes;
+  if (value.type == reg_expand_sz) {
+    std::u16string storage;
+    bytes = bytes_of(expand_variables(registry, until_nul(units_of(value.bytes, storage))));
+  }
+  if (!ends_with_nul(bytes)) bytes.append(2, '\0');
+  return bytes;
+}
+
+// The flag that lets a type through (RRF_RT_*, winreg.h). 0 for a type that has none.
+std::uint32_t restriction_of(std::uint32_t type) {
+  constexpr std::uint32_t flags[] = {0x1, 0x2, 0x4, 0x8, 0x10, 0, 0, 0x20, 0, 0, 0, 0x40};
+  return type < std::size(flags) ? flags[type] : 0;
+}
+
+// After a failure the buffer's contents mean nothing, and nobody may take them for something.
+RegistryQuery fail_reading(void* buffer, std::uint32_t capacity, RegistryQuery failure) {
+  if (buffer != nullptr) std::memset(buffer, 0x5A, capacity);
+  return failure;
+}
+
+}  // namespace
+
+bool standin::is_granted(const RegistryTree& registry, std::u16string_view path, std::uint32_t access) {
+  return (access & ~key_views & ~granted_access(registry, path)) == 0;
+}
+
+std::int32_t standin::keep_or_undo(RegistryTree before) {
+  if (keep_registry()) return 0;
+  machine_state().registry = std::move(before);
+  return error_machine_unreadable;
+}
+
+void RegistryKeyKind::release(Native native) noexcept {
+  standin::MachineState& machine = standin::machine_state();
+  static_cast<void>(standin::enter("RegCloseKey", machine.open_keys.at(native).path));
+  machine.open_keys.erase(native);
+}
+
+std::int32_t open_registry_key(std::u16string_view path, std::uint32_t access, RegistryKey& out) {
+  if (const auto fault = standin::enter("RegOpenKeyExW", path)) return static_cast<std::int32_t>(fault);
+  const standin::RegistryTree& registry = standin::machine_state().registry;
+  std::u16string full = full_path(path);
+  if (standin::find_key(registry, full) == nullptr) return error_missing;
+  if (!standin::is_granted(registry, full, access)) return error_denied;
+  out = hold_key(std::move(full), access);
+  return 0;
+}
+
+std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access, RegistryKey& out) {
+  const standin::RegistryChange change = standin::begin_registry_change();
+  if (const auto fault = standin::enter("RegCreateKeyExW", path)) return static_cast<std::int32_t>(fault);
+  standin::RegistryTree& registry = standin::machine_state().registry;
+  std::u16string full = full_path(path);
+  const bool exists = standin::find_key(registry, full) != nullptr;
+  if (!standin::is_granted(registry, full, exists ? access : access | key_create_sub_key))
+    return error_denied;
+  if (!exists) {
+    standin::RegistryTree before = registry;
+    standin::make_key(registry, full);
+    if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
+  }
+  out = hold_key(std::move(full), access);
+  return 0;
+}
+
+RegistryQuery query_registry_value(const RegistryKey& key, std::u16string_view name, void* buffer,
+                                   std::uint32_t capacity) {
+  if (const auto fault = standin::enter("RegQueryValueExW", name)) {
+    return fail_reading(buffer, capacity, {static_cast<std::int32_t>(fault), 0, 0});
+  }
+  const KeyAccess reached = reach_key(key, key_query_value);
+  if (reached.error != 0) return fail_reading(buffer, capacity, {reached.error, 0, 0});
+  const standin::TreeValue* value = standin::find_value(*reached.key, name);
+  if (value == nullptr) return fail_reading(buffer, capacity, {error_missing, 0, 0});
+  const auto size = static_cast<std::uint32_t>(value->bytes.size());
+  if (buffer == nullptr) return {0, value->type, size};
+  if (capacity < size) return fail_reading(buffer, capacity, {error_more_data, value->type, size});
+  char* end = std::copy(value->bytes.begin(), value->bytes.end(), static_cast<char*>(buffer));
+  // As the real call does for a text that was stored without its terminator.
+  if (is_text(value->type) && size != 0 && capacity - size >= 2 && !ends_with_nul(value->bytes)) {
+    std::fill_n(end, 2, '\0');
+  }
+  return {0, value->type, size};
+}
+
+RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view name,
+                                 std::uint32_t restriction, void* buffer, std::uint32_t capacity) {
+  const auto fail = [&](RegistryQuery failure) { return fail_reading(buffer, capacity, failure); };
+  std::u16string subject = std::u16string(path).append(u" ").append(name);
+  if ((restriction & rrf_subkey_wow6464key) != 0) subject += u" (64-bit view)";
+  if (const auto fault = standin::enter("RegGetValueW", subject)) {
+    return fail({static_cast<std::int32_t>(fault), 0, 0});
+  }
+  const standin::RegistryTree& registry = standin::machine_state().registry;
+  const std::u16string full = full_path(path);
+  const standin::TreeKey* key = standin::find_key(registry, full);
+  if (key == nullptr) return fail({error_missing, 0, 0});
+  if (!standin::is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
+  const standin::TreeValue* value = standin::find_value(*key, name);
+  if (value == nullptr) return fail({error_missing, 0, 0});
+  const std::uint32_t type = value->type == reg_expand_sz ? reg_sz : value->type;
+  if ((restriction & restriction_of(type)) == 0) return fail({error_other_type, 0, 0});
+  const std::string bytes = type == reg_sz ? complete_text(registry, *value) : value->bytes;
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  if (capacity < size) return fail({error_more_data, type, size});
+  std::copy(bytes.begin(), bytes.end(), static_cast<char*>(buffer));
+  return {0, type, size};
+}
+
+std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name, std::uint32_t type,
+                                const void* data, std::uint32_t size) {
+  const standin::RegistryChange change = standin::begin_registry_change();
+  if (const auto fault = standin::enter("RegSetValueExW", name)) return static_cast<std::int32_t>(fault);
+  const KeyAccess reached = reach_key(key, key_set_value);
+  if (reached.error != 0) return reached.error;
+  standin::RegistryTree before = standin::machine_state().registry;
+  standin::put_value(*reached.key, name, type, {static_cast<const char*>(data), size});
+  return standin::keep_or_undo(std::move(before));
+}
+
+std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view name) {
+  const standin::RegistryChange change = standin::begin_registry_change();
+  if (const auto fault = standin::enter("RegDeleteValueW", name)) return static_cast<std::int32_t>(fault);
+  const KeyAccess reached = reach_key(key, key_set_value);
+  if (reached.error != 0) return reached.error;
+  standin::RegistryTree before = standin::machine_state().registry;
+  if (!standin::remove_value(*reached.key, name)) return error_missing;
+  return standin::keep_or_undo(std::move(before));
+}
+
+std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view name) {
+  const standin::RegistryChange change = standin::begin_registry_change();
+  if (const auto fault = standin::enter("RegDeleteKeyW", name)) return static_cast<std::int32_t>(fault);
+  const KeyAccess reached = reach_key(parent, 0);
+  if (reached.error != 0) return reached.error;
+  standin::MachineState& machine = standin::machine_state();
+  const std::u16string path = machine.open_keys.at(parent.native()).path + u'\\' + std::u16string(name);
+  const standin::TreeKey* key = standin::find_key(machine.registry, path);
+  if (key == nullptr) return error_missing;
+  if (!key->keys.empty() || !standin::is_granted(machine.registry, path, right_to_delete))
+    return error_denied;
+  standin::RegistryTree before = machine.registry;
+  standin::remove_key(machine.registry, path);
+  if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
+  for (auto& [number, open] : machine.open_keys) {
+    if (standin::same_name(open.path, path)) open.deleted = true;
+  }
+  return 0;
+}
+
+}  // namespace velmora

@@ -1,0 +1,230 @@
+// The services of the machine in the registry tree, behaving as the service control manager does. What is
+// installed, and what depends on what, is read where Windows keeps it (`SYSTEM\CurrentControlSet\Services`);
+// what runs is kept in memory. How a service behaves stands below the stand-in's own key
+// `SOFTWARE\VelmoraStandIn\Services`, in a key of the service's name: `StopMs` and `StartMs` (how long it is
+// on its way, milliseconds; 0xFFFFFFFF: for ever), `StopError` and `StartError` (with which Win32 error it
+// refuses), `State` (what it is in at first).
+#include "platform/services.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "platform/clock.h"
+#include "platform/hosted/machine_state.h"
+#include "platform/registry.h"
+
+namespace velmora {
+namespace {
+
+// winerror.h
+constexpr std::uint32_t error_denied = 5;
+constexpr std::uint32_t error_dependent_services_running = 1051;
+constexpr std::uint32_t error_service_disabled = 1058;
+constexpr std::uint32_t error_circular_dependency = 1059;
+constexpr std::uint32_t error_service_does_not_exist = 1060;
+constexpr std::uint32_t error_service_cannot_accept_control = 1061;
+constexpr std::uint32_t error_service_dependency_failed = 1068;
+constexpr std::uint32_t error_service_dependency_deleted = 1075;
+
+constexpr std::uint32_t key_read = 0x20019;  // winnt.h
+// Types of start (winsvc.h): boot, system and automatic below, on demand and disabled from here on.
+constexpr std::uint32_t start_on_demand = 3;
+constexpr std::uint32_t start_disabled = 4;
+
+constexpr std::u16string_view services_path = u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\";
+constexpr std::u16string_view own_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Services\\";
+constexpr std::uint32_t for_ever_ms = 0xFFFFFFFF;
+constexpr std::int64_t ns_per_ms = 1'000'000;
+
+std::u16string joined(std::u16string_view path, std::u16string_view name) {
+  return std::u16string(path).append(name);
+}
+
+const standin::TreeKey* installed(std::u16string_view name) {
+  return standin::find_key(standin::machine_state().registry, joined(services_path, name));
+}
+
+std::optional<std::uint32_t> own_number(std::u16string_view name, std::u16string_view value) {
+  const standin::TreeKey* key = standin::find_key(standin::machine_state().registry, joined(own_path, name));
+  return standin::find_number(key, value);
+}
+
+// A service that starts by itself, as all do whose start is not told, runs at first.
+std::uint32_t first_state(std::u16string_view name) {
+  if (const auto state = own_number(name, u"State")) return *state;
+  const std::uint32_t start = standin::find_number(installed(name), u"Start").value_or(0);
+  return start < start_on_demand ? service_running : service_stopped;
+}
+
+std::u16string lower_case(std::u16string_view name) {
+  std::u16string lower(name);
+  for (char16_t& unit : lower) {
+    if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit - u'A' + u'a');
+  }
+  return lower;
+}
+
+standin::ServiceRun& run_of(std::u16string_view name) {
+  auto& services = standin::machine_state().services;
+  const auto [entry, is_new] = services.try_emplace(lower_case(name));
+  standin::ServiceRun& run = entry->second;
+  if (is_new) run.state = run.settled_state = first_state(name);
+  if (run.state != run.settled_state && steady_now_ns() >= run.settles_at_ns) run.state = run.settled_state;
+  return run;
+}
+
+void begin_change(std::u16string_view name, std::u16string_view duration, std::uint32_t pending,
+                  std::uint32_t settled) {
+  standin::ServiceRun& run = run_of(name);
+  const std::uint32_t ms = own_number(name, duration).value_or(0);
+  run.settled_state = settled;
+  run.state = ms == 0 ? settled : pending;
+  run.settles_at_ns = ms == for_ever_ms ? INT64_MAX : steady_now_ns() + ms * ns_per_ms;
+}
+
+// What a service needs. Groups of services, which begin with a plus sign, are not kept here.
+std::vector<std::u16string> needs_of(const standin::TreeKey& service) {
+  std::vector<std::u16string> needs = standin::find_texts(&service, u"DependOnService");
+  std::erase_if(needs, [](const std::u16string& name) { return name.starts_with(u'+'); });
+  return needs;
+}
+
+bool contains_name(const std::vector<std::u16string>& names, std::u16string_view name) {
+  return std::any_of(names.begin(), names.end(),
+                     [&](const std::u16string& one) { return standin::same_name(one, name); });
+}
+
+// Appends the services that need this one, those that need them in front: in this order they can be stopped
+// one by one, as Windows gives them. `seen` ends a ring of needs: those that have been looked at.
+void collect_dependents(std::u16string_view name, std::vector<std::u16string>& seen,
+                        std::vector<std::u16string>& out) {
+  seen.emplace_back(name);
+  const standin::TreeKey* services =
+      standin::find_key(standin::machine_state().registry, services_path.substr(0, services_path.size() - 1));
+  if (services == nullptr) return;
+  for (const standin::TreeKey& service : services->keys) {
+    if (!contains_name(needs_of(service), name) || contains_name(seen, service.name)) continue;
+    collect_dependents(service.name, seen, out);
+    out.push_back(service.name);
+  }
+}
+
+std::vector<std::u16string> active_dependents_of(std::u16string_view name) {
+  std::vector<std::u16string> seen;
+  std::vector<std::u16string> names;
+  collect_dependents(name, seen, names);
+  std::erase_if(names, [](const std::u16string& one) { return run_of(one).state == service_stopped; });
+  return names;
+}
+
+// What a service needs is started with it.
+std::uint32_t start(std::u16string_view name, std::size_t depth) {
+  constexpr std::size_t most_depth = 64;  // a ring of needs ends here
+  const standin::TreeKey* service = installed(name);
+  if (service == nullptr) return error_service_does_not_exist;
+  if (depth == most_depth) return error_circular_dependency;
+  if (run_of(name).state != service_stopped) return error_service_already_running;
+  if (standin::find_number(service, u"Start") == start_disabled) return error_service_disabled;
+  for (const std::u16string& need : needs_of(*service)) {
+    const std::uint32_t error = start(need, depth + 1);
+    if (error == 0 || error == error_service_already_running) continue;
+    if (error == error_circular_dependency) return error;
+    return error == error_service_does_not_exist ? error_service_dependency_deleted
+                                                 : error_service_dependency_failed;
+  }
+  if (const auto error = own_number(name, u"StartError")) return *error;
+  begin_change(name, u"StartMs", service_start_pending, service_running);
+  return 0;
+}
+
+std::uint32_t stop(std::u16string_view name) {
+  const std::uint32_t state = run_of(name).state;
+  if (state == service_stopped) return error_service_not_active;
+  if (state == service_start_pending || state == service_stop_pending) {
+    return error_service_cannot_accept_control;
+  }
+  if (!active_dependents_of(name).empty()) return error_dependent_services_running;
+  if (const auto error = own_number(name, u"StopError")) return *error;
+  begin_change(name, u"StopMs", service_stop_pending, service_stopped);
+  return 0;
+}
+
+std::uint32_t tell(std::string_view operation, std::u16string_view subject) {
+  return static_cast<std::uint32_t>(standin::enter(operation, subject));
+}
+
+const standin::OpenService& opened(const Service& service) {
+  return standin::machine_state().open_services.at(service.native());
+}
+
+// Whether the service was opened for this.
+bool may(const Service& service, std::uint32_t access) { return (opened(service).access & access) == access; }
+
+std::uintptr_t hold(std::u16string_view name, std::uint32_t access) {
+  standin::MachineState& machine = standin::machine_state();
+  const std::uintptr_t number = machine.next_service++;
+  machine.open_services.emplace(number, standin::OpenService{std::u16string(name), access});
+  return number;
+}
+
+void let_go(std::uintptr_t native) {
+  auto& services = standin::machine_state().open_services;
+  static_cast<void>(tell("CloseServiceHandle", services.at(native).name));
+  services.erase(native);
+}
+
+std::u16string decimal(std::uint32_t number) {
+  const std::string digits = std::to_string(number);
+  return {digits.begin(), digits.end()};
+}
+
+}  // namespace
+
+void ServiceManagerKind::release(Native native) noexcept { let_go(native); }
+void ServiceKind::release(Native native) noexcept { let_go(native); }
+
+std::uint32_t open_service_manager(ServiceManager& out) {
+  if (const std::uint32_t error = tell("OpenSCManagerW", u"")) return error;
+  out = ServiceManager(hold(u"", 0));
+  return 0;
+}
+
+std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std::uint32_t access,
+                           Service& out) {
+  if (const std::uint32_t error = tell("OpenServiceW", joined(name, u" ").append(decimal(access))))
+    return error;
+  if (installed(name) == nullptr) return error_service_does_not_exist;
+  // Who may only read a service's key may not start or stop it either.
+  const bool changes = (access & (service_start | service_stop)) != 0;
+  const std::uint32_t wanted = changes ? key_read | key_set_value : key_read;
+  if (!standin::is_granted(standin::machine_state().registry, joined(services_path, name), wanted)) {
+    return error_denied;
+  }
+  out = Service(hold(name, access));
+  return 0;
+}
+
+std::uint32_t ask_service_to_stop(const Service& service) {
+  if (const std::uint32_t error = tell("ControlService", opened(service).name)) return error;
+  return may(service, service_stop) ? stop(opened(service).name) : error_denied;
+}
+
+std::uint32_t start_service(const Service& service) {
+  if (const std::uint32_t error = tell("StartServiceW", opened(service).name)) return error;
+  return may(service, service_start) ? start(opened(service).name, 0) : error_denied;
+}
+
+std::uint32_t query_service_state(const Service& service, std::uint32_t& out) {
+  if (const std::uint32_t error = tell("QueryServiceStatusEx", opened(service).name)) return error;
+  if (!may(service, service_query_status)) return error_denied;
+  out = run_of(opened(service).name).state;
+  return 0;
+}
+
+std::vector<std::u16string> active_dependents(const Service& service) {
+  if (tell("EnumDependentServicesW", opened(service).name) != 0) return {};
+  if (!may(service, service_enumerate_dependents)) return {};
+  return active_dependents_of(opened(service).name);
+}
+
+}  // namespace velmora

@@ -1,0 +1,223 @@
+// The machine of the native program: the export file that VELMORA_MACHINE names, or the built-in one.
+//
+// The system's own calls do here what the standard library's file system would: that one brings locales
+// along, which are a megabyte and a tenth of the start.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <variant>
+
+#include "platform/hosted/machine_state.h"
+#include "platform/hosted/registry_export.h"
+#include "platform/machine.h"
+
+namespace velmora {
+namespace standin {
+namespace {
+
+// What tells whether a file is still the one that we know.
+struct FileMark {
+  dev_t device = 0;
+  ino_t number = 0;
+  std::int64_t written_s = 0;
+  std::int64_t written_ns = 0;
+  std::int64_t size = 0;
+  bool operator==(const FileMark&) const = default;
+};
+
+struct Hosted {
+  MachineState state;
+  std::string file;  // empty: the built-in machine, which is kept nowhere
+  ExportForm form;
+  std::string bytes;  // of the file, as it was read or written last
+  FileMark mark;
+  bool mark_settled = false;  // whatever is written from now on changes the mark
+  bool loaded = false;
+};
+
+Hosted& hosted() {
+  static Hosted machine;
+  return machine;
+}
+
+struct CloseFile {
+  void operator()(std::FILE* file) const { static_cast<void>(std::fclose(file)); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// All zeros for a file that is not there.
+FileMark mark_of(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_size};
+}
+
+// The times of files go forward in steps of some milliseconds. What another program writes in the same step
+// into the same file, and as long, leaves the mark alone.
+bool is_settled(const FileMark& mark) {
+  constexpr std::int64_t step_ns = 100'000'000;
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return (now.tv_sec - mark.written_s) * 1'000'000'000 + now.tv_nsec - mark.written_ns > step_ns;
+}
+
+bool is_regular_file(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+bool read_whole(const std::string& path, std::string& bytes) {
+  if (!is_regular_file(path)) return false;
+  const File file(std::fopen(path.c_str(), "rbe"));
+  if (!file) return false;
+  std::string piece(65536, '\0');
+  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), file.get())) {
+    bytes.append(piece, 0, count);
+  }
+  return std::ferror(file.get()) == 0;
+}
+
+// Makes a new file with the permissions of the one whose place it will take.
+bool write_new(const std::string& path, const std::string& bytes, mode_t permissions) {
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (descriptor < 0) return false;
+  File file(fdopen(descriptor, "wb"));
+  if (!file) {
+    ::close(descriptor);
+    return false;
+  }
+  const bool written = fchmod(descriptor, permissions & 07777) == 0 &&
+                       std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
+                       std::fflush(file.get()) == 0 && fsync(descriptor) == 0;
+  return std::fclose(file.release()) == 0 && written;
+}
+
+// Where a path leads, links followed; empty when it leads nowhere.
+std::string resolve(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), std::free);
+  return resolved ? resolved.get() : std::string();
+}
+
+// Takes an export in; says what is wrong with it otherwise, and leaves the machine as it was.
+std::string take_export(std::string_view bytes, const std::string& name) {
+  auto parsed = parse_export(bytes);
+  if (const auto* trouble = std::get_if<ExportTrouble>(&parsed)) {
+    return name + ':' + std::to_string(trouble->line) + ": " + trouble->why;
+  }
+  auto& whole = std::get<ParsedExport>(parsed);
+  hosted().state.registry = std::move(whole.tree);
+  hosted().form = whole.form;
+  hosted().loaded = true;
+  return {};
+}
+
+// Reads the file. Its mark is taken first: a change that comes while it is read shows afterwards.
+std::string take_file() {
+  const FileMark mark = mark_of(hosted().file);
+  const bool settled = is_settled(mark);
+  std::string bytes;
+  if (!read_whole(hosted().file, bytes)) return hosted().file + ":0: the file cannot be read";
+  const bool is_known = hosted().loaded && bytes == hosted().bytes;
+  std::string trouble = is_known ? std::string() : take_export(bytes, hosted().file);
+  if (trouble.empty()) {
+    hosted().bytes = std::move(bytes);
+    hosted().mark = mark;
+    hosted().mark_settled = settled;
+  }
+  return trouble;
+}
+
+std::string machine_file() {
+  const char* file = std::getenv("VELMORA_MACHINE");
+  return file == nullptr ? "" : file;
+}
+
+// Reads what has not been read yet. The built-in machine waits for its first use: most starts of the service
+// never ask.
+bool ensure_loaded() {
+  if (hosted().loaded) return true;
+  hosted().file = machine_file();
+  if (!hosted().file.empty()) return take_file().empty();
+  return take_export(builtin_machine, "built-in").empty();
+}
+
+// Another program may have written the file since, the binding tool for one.
+bool follow_file() {
+  if (!ensure_loaded()) return false;
+  if (hosted().file.empty()) return true;
+  if (hosted().mark_settled && mark_of(hosted().file) == hosted().mark) return true;
+  return take_file().empty();
+}
+
+}  // namespace
+
+MachineState& machine_state() {
+  static_cast<void>(ensure_loaded());
+  return hosted().state;
+}
+
+std::int64_t enter(std::string_view operation, std::u16string_view) {
+  // What is closed is closed, whatever has become of the file, and a GUID is written without it.
+  constexpr std::array<std::string_view, 4> without_file = {"RegCloseKey", "Release", "CloseServiceHandle",
+                                                            "StringFromGUID2"};
+  if (std::find(without_file.begin(), without_file.end(), operation) != without_file.end()) return 0;
+  return follow_file() ? 0 : error_machine_unreadable;
+}
+
+void RegistryChangeKind::release(Native native) noexcept { ::close(native); }
+
+// A lock on the directory in which the file is replaced. Where it cannot be had, the change itself will fail
+// too.
+RegistryChange begin_registry_change() {
+  if (!ensure_loaded() || hosted().file.empty()) return {};
+  const std::string target = resolve(hosted().file);
+  const std::string directory = target.substr(0, target.rfind('/') + 1);
+  const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return {};
+  RegistryChange change(descriptor);
+  static_cast<void>(flock(descriptor, LOCK_EX));
+  return change;
+}
+
+bool keep_registry() {
+  if (hosted().file.empty()) return true;
+  // A link stays a link, and the file that it leads to is replaced.
+  const std::string target = resolve(hosted().file);
+  struct stat status {};
+  if (target.empty() || stat(target.c_str(), &status) != 0) return false;
+  // Named after the process, so that no other writer's half is ever renamed. One that is there already was
+  // left by a process that was killed.
+  const std::string temporary = target + ".new-" + std::to_string(getpid());
+  static_cast<void>(unlink(temporary.c_str()));
+  std::string bytes = format_export(hosted().state.registry, hosted().form);
+  const bool written = write_new(temporary, bytes, status.st_mode);
+  // Of our own file, before anybody else can put another in its place.
+  const FileMark mark = mark_of(temporary);
+  if (!written || std::rename(temporary.c_str(), target.c_str()) != 0) {
+    static_cast<void>(unlink(temporary.c_str()));
+    return false;
+  }
+  hosted().bytes = std::move(bytes);
+  hosted().mark = mark;
+  hosted().mark_settled = false;
+  return true;
+}
+
+}  // namespace standin
+
+std::string load_machine() {
+  standin::hosted().file = standin::machine_file();
+  standin::hosted().loaded = false;
+  return standin::hosted().file.empty() ? std::string() : standin::take_file();
+}
+
+}  // namespace velmora

@@ -1,0 +1,115 @@
+#include "platform/sockets.h"
+
+#include <algorithm>
+
+#include "memory/system.h"
+
+namespace velmora {
+namespace {
+
+constexpr int error_would_block = 10035;
+constexpr int error_in_use = 10048;
+constexpr int error_reset = 10054;
+
+standin::Handle& handle_of(const Socket& socket) { return standin::system().handles.at(socket.native()); }
+
+Socket own(standin::Handle handle) { return Socket(standin::add_handle(std::move(handle))); }
+
+}  // namespace
+
+void SocketKind::release(Native native) noexcept {
+  const auto& connection = standin::system().handles.at(native).connection;
+  if (connection) connection->closed = true;
+  standin::system().handles.erase(native);
+  static_cast<void>(standin::enter("closesocket"));
+}
+
+int start_sockets() {
+  if (const auto fault = standin::enter("WSAStartup")) return static_cast<int>(fault);
+  ++standin::system().sockets_started;
+  return 0;
+}
+
+void stop_sockets() {
+  static_cast<void>(standin::enter("WSACleanup"));
+  --standin::system().sockets_started;
+}
+
+int open_tcp_socket(Socket& out) {
+  if (const auto fault = standin::enter("socket")) return static_cast<int>(fault);
+  standin::Handle handle;
+  handle.what = "socket";
+  out = own(std::move(handle));
+  return 0;
+}
+
+int bind_loopback(const Socket& socket, std::uint16_t port) {
+  if (const auto fault = standin::enter("bind")) return static_cast<int>(fault);
+  if (standin::system().ports_of_others.contains(port)) return error_in_use;
+  handle_of(socket).port = port;
+  return 0;
+}
+
+int listen_at_maximum(const Socket& socket) {
+  if (const auto fault = standin::enter("listen")) return static_cast<int>(fault);
+  handle_of(socket).listening = true;
+  return 0;
+}
+
+SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
+  if (const auto fault = standin::enter("select")) return {-1, static_cast<int>(fault)};
+  standin::System& machine = standin::system();
+  if (handle_of(listener).listening && !machine.backlog.empty()) return {1, 0};
+  machine.now_ns += timeout_us * 1000;
+  if (machine.on_idle) {
+    machine.on_idle();
+  } else if (machine.console_handler != nullptr) {
+    machine.console_handler(0);
+  }
+  return {0, 0};
+}
+
+int accept_connection(const Socket& listener, Socket& out) {
+  if (const auto fault = standin::enter("accept")) return static_cast<int>(fault);
+  auto& backlog = standin::system().backlog;
+  if (!handle_of(listener).listening || backlog.empty()) return error_would_block;
+  standin::Handle handle;
+  handle.what = "socket";
+  handle.connection = backlog.front();
+  backlog.pop_front();
+  out = own(std::move(handle));
+  return 0;
+}
+
+SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {
+  standin::Connection& connection = *handle_of(socket).connection;
+  if (connection.client_gone) return {-1, error_reset};
+  if (connection.to_service.empty()) {
+    // A real socket would block for ever here, which no test wants.
+    return connection.client_done ? SocketCount{0, 0} : SocketCount{-1, error_would_block};
+  }
+  std::string& piece = connection.to_service.front();
+  const std::size_t count = std::min(capacity, piece.size());
+  std::copy_n(piece.begin(), count, buffer);
+  piece.erase(0, count);
+  if (piece.empty()) connection.to_service.pop_front();
+  return {static_cast<std::int64_t>(count), 0};
+}
+
+SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size) {
+  if (standin::system().on_send) standin::system().on_send();
+  if (const auto fault = standin::enter("send")) return {-1, static_cast<int>(fault)};
+  standin::Connection& connection = *handle_of(socket).connection;
+  if (connection.client_gone || connection.shut_down) return {-1, error_reset};
+  if (connection.send_stalls) return {0, 0};
+  const std::size_t count = connection.send_limit == 0 ? size : std::min(size, connection.send_limit);
+  connection.from_service.append(bytes, count);
+  return {static_cast<std::int64_t>(count), 0};
+}
+
+void shutdown_both(const Socket& socket) {
+  static_cast<void>(standin::enter("shutdown"));
+  handle_of(socket).connection->shut_down = true;
+}
+
+}  // namespace velmora

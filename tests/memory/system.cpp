@@ -1,0 +1,71 @@
+#include "memory/system.h"
+
+#include <utility>
+
+#include "base/text.h"
+
+namespace velmora::standin {
+
+System& system() {
+  static System machine;
+  return machine;
+}
+
+void reset() { system() = System(); }
+
+namespace {
+
+std::int64_t take_fault(std::string_view operation) {
+  const auto& fault_at = system().fault_at;
+  if (fault_at && system().log.size() == fault_at->call) return fault_at->error;
+  const auto faults = system().faults.find(std::string(operation));
+  if (faults == system().faults.end() || faults->second.empty()) return 0;
+  const std::int64_t fault = faults->second.front();
+  faults->second.pop_front();
+  return fault;
+}
+
+}  // namespace
+
+std::int64_t enter(std::string_view operation) {
+  system().log.emplace_back(operation);
+  return take_fault(operation);
+}
+
+std::int64_t enter(std::string_view operation, std::u16string_view subject) {
+  std::string entry(operation);
+  if (!subject.empty()) entry.append(" ").append(utf8_from_wide_replacing(subject));
+  system().log.push_back(entry);
+  if (system().before_machine_call) system().before_machine_call(entry);
+  return take_fault(operation);
+}
+
+MachineState& machine_state() { return system().state; }
+
+void RegistryChangeKind::release(Native) noexcept {}
+RegistryChange begin_registry_change() { return {}; }
+
+bool keep_registry() { return system().registry_kept; }
+
+std::uintptr_t add_handle(Handle handle) {
+  const std::uintptr_t number = system().next_handle++;
+  system().handles.emplace(number, std::move(handle));
+  return number;
+}
+
+std::shared_ptr<Connection> connect_client(std::deque<std::string> to_service) {
+  auto connection = std::make_shared<Connection>();
+  connection->to_service = std::move(to_service);
+  system().backlog.push_back(connection);
+  return connection;
+}
+
+std::shared_ptr<Region> hold_region(std::u16string_view name, std::size_t size) {
+  auto region = std::make_shared<Region>();
+  region->words.resize((size + 7) / 8);
+  region->size = size;
+  system().regions[std::u16string(name)] = region;
+  return region;
+}
+
+}  // namespace velmora::standin

@@ -1,0 +1,171 @@
+// The registry in memory that the stand-in answers from.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/hosted/registry_tree.h"
+
+namespace velmora::standin {
+namespace {
+
+std::vector<std::u16string> names_of(const TreeKey& key) {
+  std::vector<std::u16string> names;
+  for (const TreeKey& child : key.keys) names.push_back(child.name);
+  return names;
+}
+
+std::vector<std::u16string> value_names_of(const TreeKey& key) {
+  std::vector<std::u16string> names;
+  for (const TreeValue& value : key.values) names.push_back(value.name);
+  return names;
+}
+
+TreeKey three_levels() { return {u"", {}, {{u"Root", {}, {{u"Middle", {}, {{u"Leaf", {}, {}}}}}}}}; }
+
+struct NamePair {
+  std::u16string_view left;
+  std::u16string_view right;
+};
+
+TEST(RegistryTree, TakesNamesAsTheSameThatDifferInTheCaseOfAsciiLetters) {
+  const NamePair rows[] = {{u"", u""}, {u"a", u"A"}, {u"Zz09_", u"zZ09_"}, {u"\u00E4{A}", u"\u00E4{a}"}};
+  for (const NamePair& row : rows) {
+    SCOPED_TRACE(::testing::PrintToString(row.left));
+    EXPECT_TRUE(same_name(row.left, row.right));
+    EXPECT_TRUE(same_name(row.right, row.left));
+  }
+}
+
+TEST(RegistryTree, TellsAllOtherNamesApart) {
+  const NamePair rows[] = {
+      {u"", u"a"},  {u"a", u"ab"}, {u"ab", u"ba"}, {u"\u00E4", u"\u00C4"},  // letters beyond ASCII
+      {u"@", u"`"}, {u"[", u"{"},  {u"]", u"}"},   {u"a", u"\u0161"},       // not letters, or beyond a byte
+  };
+  for (const NamePair& row : rows) {
+    SCOPED_TRACE(::testing::PrintToString(row.left));
+    EXPECT_FALSE(same_name(row.left, row.right));
+    EXPECT_FALSE(same_name(row.right, row.left));
+  }
+}
+
+TEST(RegistryTree, FindsKeysByTheirPaths) {
+  TreeKey tree = three_levels();
+  const TreeKey& constant = tree;
+  EXPECT_EQ(find_key(tree, u""), &tree);
+  EXPECT_EQ(find_key(constant, u""), &tree);
+  EXPECT_EQ(find_key(tree, u"Root"), &tree.keys[0]);
+  EXPECT_EQ(find_key(tree, u"root\\MIDDLE"), &tree.keys[0].keys[0]);
+  EXPECT_EQ(find_key(constant, u"Root\\Middle\\Leaf"), &tree.keys[0].keys[0].keys[0]);
+  EXPECT_EQ(find_key(tree.keys[0], u"Middle"), &tree.keys[0].keys[0]);
+}
+
+TEST(RegistryTree, FindsNoKeyThatIsNotThere) {
+  TreeKey tree = three_levels();
+  for (const std::u16string_view path : {u"Leaf", u"Root\\Leaf", u"Root\\Middle\\Leaf\\More", u"Root\\",
+                                         u"\\Root", u"Root\\\\Middle", u"\\", u"Roo", u"Roots"}) {
+    SCOPED_TRACE(::testing::PrintToString(path));
+    EXPECT_EQ(find_key(tree, path), nullptr);
+  }
+}
+
+TEST(RegistryTree, MakesTheKeysThatAreMissingAndKeepsThoseThatAreThere) {
+  TreeKey tree = three_levels();
+  EXPECT_EQ(&make_key(tree, u""), &tree);
+  EXPECT_EQ(&make_key(tree, u"ROOT\\middle"), &tree.keys[0].keys[0]);
+  EXPECT_EQ(tree, three_levels());
+  TreeKey& made = make_key(tree, u"ROOT\\New\\Newer");
+  EXPECT_EQ(made.name, u"Newer");
+  EXPECT_EQ(&made, find_key(tree, u"Root\\New\\Newer"));
+  EXPECT_EQ(names_of(tree), std::vector<std::u16string>{u"Root"});
+  EXPECT_EQ(names_of(tree.keys[0]), (std::vector<std::u16string>{u"Middle", u"New"}));
+}
+
+TEST(RegistryTree, PutsANewKeyBeforeTheFirstThatSortsBehindIt) {
+  TreeKey tree;
+  for (const std::u16string_view name : {u"m", u"C", u"z", u"a", u"_", u"cc", u"\u00E4"})
+    make_key(tree, name);
+  // An underline is behind the upper-case letters, and before the lower-case ones.
+  EXPECT_EQ(names_of(tree), (std::vector<std::u16string>{u"a", u"C", u"cc", u"m", u"z", u"_", u"\u00E4"}));
+}
+
+TEST(RegistryTree, LeavesNeighboursThatAreOutOfOrderWhereTheyStand) {
+  TreeKey tree;
+  for (const std::u16string_view name : {u"d", u"b", u"f"}) make_key(tree, name, KeyPlace::last);
+  EXPECT_EQ(names_of(tree), (std::vector<std::u16string>{u"d", u"b", u"f"}));
+  make_key(tree, u"c");
+  EXPECT_EQ(names_of(tree), (std::vector<std::u16string>{u"c", u"d", u"b", u"f"}));
+}
+
+TEST(RegistryTree, RemovesAKeyWithAllThatIsBelowIt) {
+  TreeKey tree = three_levels();
+  make_key(tree, u"Root\\Other");
+  EXPECT_TRUE(remove_key(tree, u"root\\middle"));
+  EXPECT_EQ(names_of(tree.keys[0]), std::vector<std::u16string>{u"Other"});
+  EXPECT_TRUE(remove_key(tree, u"Root"));
+  EXPECT_TRUE(tree.keys.empty());
+}
+
+TEST(RegistryTree, RemovesNoKeyThatIsNotThere) {
+  TreeKey tree = three_levels();
+  for (const std::u16string_view path : {u"", u"Leaf", u"Root\\Leaf", u"None\\Leaf", u"Root\\", u"\\Root"}) {
+    SCOPED_TRACE(::testing::PrintToString(path));
+    EXPECT_FALSE(remove_key(tree, path));
+    EXPECT_EQ(tree, three_levels());
+  }
+}
+
+TEST(RegistryTree, AddsValuesBehindTheOthersAndTheDefaultValueInFront) {
+  TreeKey key;
+  put_value(key, u"b", 3, "1");
+  put_value(key, u"a", 4, "2");
+  put_value(key, u"", 1, "3");
+  EXPECT_EQ(value_names_of(key), (std::vector<std::u16string>{u"", u"b", u"a"}));
+}
+
+TEST(RegistryTree, ReplacesAValueWhereItStandsAndKeepsItsName) {
+  TreeKey key{u"", {{u"", 1, "0"}, {u"First", 3, "1"}, {u"Second", 3, "2"}}, {}};
+  put_value(key, u"FIRST", 4, "new");
+  put_value(key, u"", 2, "other");
+  const TreeKey expected{u"", {{u"", 2, "other"}, {u"First", 4, "new"}, {u"Second", 3, "2"}}, {}};
+  EXPECT_EQ(key, expected);
+}
+
+TEST(RegistryTree, FindsAndRemovesValuesByName) {
+  TreeKey key{u"", {{u"First", 3, "1"}, {u"Second", 3, "2"}}, {}};
+  EXPECT_EQ(find_value(key, u"second"), &key.values[1]);
+  EXPECT_TRUE(remove_value(key, u"FIRST"));
+  EXPECT_EQ(value_names_of(key), std::vector<std::u16string>{u"Second"});
+}
+
+TEST(RegistryTree, NeitherFindsNorRemovesAValueThatIsNotThere) {
+  TreeKey key{u"", {{u"First", 3, "1"}}, {}};
+  for (const std::u16string_view name : {u"", u"Firs", u"First ", u"Second"}) {
+    SCOPED_TRACE(::testing::PrintToString(name));
+    EXPECT_EQ(find_value(key, name), nullptr);
+    EXPECT_FALSE(remove_value(key, name));
+  }
+  EXPECT_EQ(key.values.size(), 1u);
+}
+
+TEST(RegistryTree, TellsTreesApartThatDifferInAnything) {
+  const TreeKey tree{u"k", {{u"v", 1, "b"}, {u"w", 1, "b"}}, {{u"x", {}, {}}, {u"y", {}, {}}}};
+  EXPECT_EQ(tree, TreeKey(tree));
+  const TreeKey others[] = {
+      {u"K", tree.values, tree.keys},
+      {u"k", {{u"v", 2, "b"}, {u"w", 1, "b"}}, tree.keys},
+      {u"k", {{u"v", 1, "c"}, {u"w", 1, "b"}}, tree.keys},
+      {u"k", {{u"w", 1, "b"}, {u"v", 1, "b"}}, tree.keys},
+      {u"k", {{u"V", 1, "b"}, {u"w", 1, "b"}}, tree.keys},
+      {u"k", tree.values, {{u"y", {}, {}}, {u"x", {}, {}}}},
+      {u"k", tree.values, {{u"x", {}, {{u"z", {}, {}}}}, {u"y", {}, {}}}},
+  };
+  for (std::size_t row = 0; row < std::size(others); ++row) {
+    SCOPED_TRACE(row);
+    EXPECT_FALSE(tree == others[row]);
+  }
+}
+
+}  // namespace
+}  // namespace velmora::standin
