@@ -157,9 +157,9 @@ AccountSession usual_session() {
 ControlBridge& bridge_of_machine() {
   static ControlBridge bridge;
   if (bridge.is_open()) return bridge;
-  auto parsed = standin::parse_export(standin::builtin_machine);
-  standin::System& machine = standin::system();
-  machine.state.registry = std::move(std::get<standin::ParsedExport>(parsed).tree);
+  auto parsed = hosted::parse_export(hosted::builtin_machine);
+  memory::System& machine = memory::system();
+  machine.state.registry = std::move(std::get<hosted::ParsedExport>(parsed).tree);
   machine.processes = {
       {4242, u"audiodg.exe", {{u"velmora_windows_apo.dll", u"C:\\velmora_windows_apo.dll"}}}};
   std::string message;
@@ -190,7 +190,7 @@ const Document documents[] = {
        static const AccountSession session = usual_session();
        ControlBridge& bridge = bridge_of_machine();
        // Its log is the machine's alone and would grow without end.
-       standin::system().log.clear();
+       memory::system().log.clear();
        return build_status_json(bridge, {true, 0.6f, false, 0}, endpoint_id, session);
      }},
 };

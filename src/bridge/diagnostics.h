@@ -1,8 +1,8 @@
 // What the effect tells of its life in the audio engine: the words of the shared record that travel from it.
 // docs/record.md tells their insides. The service reads them; the writers stand for the effect's side and are
-// called by the self-test and by stand-ins. Everything here works on any region of the record's size and
-// makes no system call; it allocates nothing and takes no lock, so that the effect may call it from its audio
-// path, on several threads at once.
+// called by the self-test and by the test effect. Everything here works on any region of the record's size
+// and makes no system call; it allocates nothing and takes no lock, so that the effect may call it from its
+// audio path, on several threads at once.
 #pragma once
 
 #include <cstdint>

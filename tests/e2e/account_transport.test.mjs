@@ -392,7 +392,7 @@ if (is_native) {
   const far_name = 'account.velmora.invalid';
   const proxy_line = 'Proxy-Connection: Keep-Alive\r\n';
 
-  // A proxy that leads CONNECT to where it says, or answers it with `reply` as the stand-in account service does, and
+  // A proxy that leads CONNECT to where it says, or answers it with `reply` as the test account service does, and
   // keeps the heads and all bytes that it hears.
   async function start_tunnel(t, reply) {
     const tunnel = { heads: [], heard: '' };

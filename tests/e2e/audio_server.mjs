@@ -1,4 +1,4 @@
-// Endpoints of the tests' own under Wine: the stand-in COM server of tests/programs/audio in place of Wine's. Its
+// Endpoints of the tests' own under Wine: the test COM server of tests/programs/audio in place of Wine's. Its
 // header tells of the script and of the log.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
@@ -7,7 +7,7 @@ import path from 'node:path';
 
 import { build_directory, make_directory, program_path_text, run } from './harness.mjs';
 
-const server_file = path.join(build_directory, 'velmora_standin_audio.dll');
+const server_file = path.join(build_directory, 'velmora_test_audio.dll');
 const own_class_key = 'HKLM\\SOFTWARE\\Classes\\CLSID\\{7A1D0F0B-6A0E-4B0D-9C33-3A5E8E1F6C21}';
 
 // ---- registration ----
@@ -76,8 +76,8 @@ export class AudioServer {
     server.script_file = path.join(directory, 'script.txt');
     server.log_file = path.join(directory, 'log.txt');
     server.env = {
-      VELMORA_STANDIN_AUDIO: program_path_text(server.script_file),
-      VELMORA_STANDIN_AUDIO_LOG: program_path_text(server.log_file),
+      VELMORA_TEST_AUDIO: program_path_text(server.script_file),
+      VELMORA_TEST_AUDIO_LOG: program_path_text(server.log_file),
     };
     fs.writeFileSync(server.log_file, '');
     server.set({});

@@ -1,7 +1,7 @@
 // Many writers at the words of one record, in several processes and threads, while the service reads them again and
 // again: no word is torn, no count goes back, and none is lost.
 //
-// The stand-in effect's hammer writes words that check themselves: their fields follow from one seed.
+// The test effect's hammer writes words that check themselves: their fields follow from one seed.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 

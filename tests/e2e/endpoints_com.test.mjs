@@ -483,8 +483,8 @@ async function sessions(t) {
   await shows('in their order, none merged', [[1, 'self'], [1, 0], [1, nobody], [1, 0], [1, 'self']], [
     itself, 'system', `pid ${nobody}`, 'system', itself,
   ]);
-  const pid = await wine_process_id(t, 'velmora_standin_effect.exe');
-  await shows('another process', [[1, pid]], ['velmora_standin_effect.exe']);
+  const pid = await wine_process_id(t, 'velmora_test_effect.exe');
+  await shows('another process', [[1, pid]], ['velmora_test_effect.exe']);
   const positive = ['fail IAudioSessionControl2.GetProcessId * 1'];
   await shows('a positive status of each id', [[1, 0], [1, 'self'], [1, nobody]], ['system', itself, `pid ${nobody}`], positive);
   await shows('each id refused', [[1, 0], [1, 'self']], [], ['fail IAudioSessionControl2.GetProcessId * 0x80004005']);

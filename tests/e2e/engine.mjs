@@ -1,4 +1,4 @@
-// The audio engine and the effect's installation, for the tests: starts the stand-in engine, puts the effect where the
+// The audio engine and the effect's installation, for the tests: starts the test engine, puts the effect where the
 // class id's registration leads, and asks the probes through the tool that prints them.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -170,9 +170,9 @@ export async function assert_probes(t, env, found, { wrapped = [] } = {}) {
 
 // ---- the audio service, under Wine ----
 
-const standin_service = built_program('velmora_standin_service');
+const standin_service = built_program('velmora_test_service');
 
-// Registers the stand-in as the audio service until the test ends. Gives the words that it has logged since the last
+// Registers the test service as the audio service until the test ends. Gives the words that it has logged since the last
 // look, in the order of their times.
 export async function install_audio_service(t, options = []) {
   const log = path.join(make_directory(), 'service.log');

@@ -375,12 +375,12 @@ export async function start_service(t, options = {}) {
   return Object.assign(service, { algorithm, port: Number(port_text), token: token_text, mapping, web_root });
 }
 
-// ---- the stand-in effect and the record ----
+// ---- the test effect and the record ----
 
 export async function start_effect(t, mapping, more = [], first_line = undefined) {
   const args = ['--control-map', mapping, ...more];
   const look = (output) => output.match(/^(mapping (?:made|opened))\n/)?.[1];
-  const [effect, line] = await launch_until(t, built_program('velmora_standin_effect'), args, {}, 'its mapping', look);
+  const [effect, line] = await launch_until(t, built_program('velmora_test_effect'), args, {}, 'its mapping', look);
   if (first_line !== undefined) assert.equal(line, first_line);
   return effect;
 }
@@ -390,7 +390,7 @@ export async function start_effect(t, mapping, more = [], first_line = undefined
 // it is held, to what waits for its release, which comes by itself.
 export async function hold_file(t, file) {
   const held_ms = 5000;
-  const effect = `${program_path_text(built_program('velmora_standin_effect'))} --control-map ${unique_mapping_name()}`;
+  const effect = `${program_path_text(built_program('velmora_test_effect'))} --control-map ${unique_mapping_name()}`;
   const command = `${effect} --exit-after-ms ${held_ms} < ${program_path_text(file)}`;
   const holder = launch(t, 'cmd', ['/c', command]);
   await holder.until('the file to be held', () => (holder.output.includes('mapping made') ? true : undefined), start_limit_ms);
@@ -662,14 +662,14 @@ export function utf8_text(bytes) {
   return Buffer.from(bytes, 'latin1').toString();
 }
 
-// A stand-in account service that ends with the test.
+// A test account service that ends with the test.
 export async function start_account_service(t, options) {
   const account = await AccountService.start(options);
   t.after(() => account.close());
   return account;
 }
 
-// The service with a stand-in account service behind it, or with an address of the test's own.
+// The service with a test account service behind it, or with an address of the test's own.
 export function start_service_for(t, account, options = {}) {
   const url = typeof account === 'string' ? account : account.url;
   return start_service(t, { ...options, more: ['--account-service', url, ...(options.more ?? [])] });

@@ -35,12 +35,12 @@ void check_readers(std::string_view text) {
 }
 
 void answer_with(std::uint32_t status, std::string_view body, std::size_t piece_bytes) {
-  standin::http_service().replies.push_back({status, std::string(body), piece_bytes, 0});
+  memory::http_service().replies.push_back({status, std::string(body), piece_bytes, 0});
 }
 
 void check_flows(std::uint32_t status, std::string_view body, std::size_t piece_bytes) {
   constexpr std::string_view service = "http://account.example";
-  standin::reset_http_service();
+  memory::reset_http_service();
   for (int requests = 0; requests < 7; ++requests) answer_with(status, body, piece_bytes);
   const LoginStart login = account_password_login(service, "u", "p", "m");
   require(login.ok == login.error.empty() || !login.ok);
@@ -53,7 +53,7 @@ void check_flows(std::uint32_t status, std::string_view body, std::size_t piece_
   require(account_unbind(service, "h", "t").ok == (status == 200));
   const SessionCheckResult check = account_session_check(service, "h", "t");
   require(check.completed == (status == 200));
-  require(standin::http_service().open.empty());
+  require(memory::http_service().open.empty());
 }
 
 }  // namespace

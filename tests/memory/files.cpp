@@ -24,28 +24,28 @@ std::uint32_t error_of_no_file(std::string_view path) {
 }  // namespace
 
 FileKind query_file_kind(std::string_view path) {
-  const auto file = standin::system().files.find(std::string(path));
-  return file == standin::system().files.end() ? FileKind::missing : file->second.kind;
+  const auto file = memory::system().files.find(std::string(path));
+  return file == memory::system().files.end() ? FileKind::missing : file->second.kind;
 }
 
-void InputFileKind::release(Native native) noexcept { standin::system().handles.erase(native); }
+void InputFileKind::release(Native native) noexcept { memory::system().handles.erase(native); }
 
 std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
-  if (const auto fault = standin::enter("CreateFileW")) return static_cast<std::uint32_t>(fault);
+  if (const auto fault = memory::enter("CreateFileW")) return static_cast<std::uint32_t>(fault);
   if (const std::uint32_t error = error_of_no_file(path); error != 0) return error;
-  standin::Handle handle;
+  memory::Handle handle;
   handle.what = "file";
   handle.path = path;
-  out = InputFile(standin::add_handle(std::move(handle)));
+  out = InputFile(memory::add_handle(std::move(handle)));
   return 0;
 }
 
 FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capacity) {
-  standin::Handle& handle = standin::system().handles.at(file.native());
-  const auto found = standin::system().files.find(handle.path);
+  memory::Handle& handle = memory::system().handles.at(file.native());
+  const auto found = memory::system().files.find(handle.path);
   // Removed while it was open: nothing more comes.
-  if (found == standin::system().files.end()) return {0, 0};
-  const standin::File& data = found->second;
+  if (found == memory::system().files.end()) return {0, 0};
+  const memory::File& data = found->second;
   const std::size_t position = std::min(handle.position, data.bytes.size());
   const std::size_t count = std::min(capacity, data.bytes.size() - position);
   if (count == 0 && data.read_error != 0) return {0, data.read_error};
@@ -55,22 +55,22 @@ FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capaci
 }
 
 std::uint32_t query_file_size(std::string_view path, std::uint64_t& out) {
-  if (const auto fault = standin::enter("GetFileSizeEx")) return static_cast<std::uint32_t>(fault);
+  if (const auto fault = memory::enter("GetFileSizeEx")) return static_cast<std::uint32_t>(fault);
   if (const std::uint32_t error = error_of_no_file(path); error != 0) return error;
-  const standin::File& file = standin::system().files.at(std::string(path));
+  const memory::File& file = memory::system().files.at(std::string(path));
   out = file.size.value_or(file.bytes.size());
   return 0;
 }
 
 std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
-  const auto fault = standin::enter("CreateFileW");
+  const auto fault = memory::enter("CreateFileW");
   if (fault != 0) return static_cast<std::uint32_t>(fault);
   const std::uint32_t error = error_of_no_file(path);
   if (error != 0 && error != error_missing) return error;
   if (query_file_kind(path) == FileKind::other) return error_denied;
-  standin::File& file = standin::system().files[std::string(path)];
+  memory::File& file = memory::system().files[std::string(path)];
   file = {};
-  if (const auto write_fault = standin::enter("WriteFile")) {
+  if (const auto write_fault = memory::enter("WriteFile")) {
     file.bytes = bytes.substr(0, bytes.size() / 2);
     return static_cast<std::uint32_t>(write_fault);
   }
@@ -79,18 +79,18 @@ std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
 }
 
 std::uint32_t remove_file(std::string_view path) {
-  if (const auto fault = standin::enter("DeleteFileW")) return static_cast<std::uint32_t>(fault);
+  if (const auto fault = memory::enter("DeleteFileW")) return static_cast<std::uint32_t>(fault);
   if (const std::uint32_t error = error_of_no_file(path); error != 0) return error;
-  standin::system().files.erase(std::string(path));
+  memory::system().files.erase(std::string(path));
   return 0;
 }
 
 std::uint32_t list_directory(std::string_view path, std::vector<std::string>& names) {
   names.clear();
-  if (const auto fault = standin::enter("FindFirstFileW")) return static_cast<std::uint32_t>(fault);
+  if (const auto fault = memory::enter("FindFirstFileW")) return static_cast<std::uint32_t>(fault);
   const FileKind kind = query_file_kind(path);
   if (kind != FileKind::directory) return kind == FileKind::missing ? error_no_path : error_not_a_directory;
-  for (const auto& [file, data] : standin::system().files) {
+  for (const auto& [file, data] : memory::system().files) {
     const std::string name = file.substr(parent_path(file).size());
     if (parent_path(file) == path && file != path)
       names.push_back(name.substr(name.find_first_not_of("\\/")));
@@ -99,7 +99,7 @@ std::uint32_t list_directory(std::string_view path, std::vector<std::string>& na
 }
 
 std::uint32_t make_directories(std::string_view path) {
-  if (const auto fault = standin::enter("CreateDirectoryW")) return static_cast<std::uint32_t>(fault);
+  if (const auto fault = memory::enter("CreateDirectoryW")) return static_cast<std::uint32_t>(fault);
   if (path.empty()) return error_no_path;
   std::vector<std::string> missing;
   for (std::string directory(path); !directory.empty(); directory = parent_path(directory)) {
@@ -109,7 +109,7 @@ std::uint32_t make_directories(std::string_view path) {
     missing.push_back(directory);
     if (parent_path(directory) == directory) break;
   }
-  for (const std::string& directory : missing) standin::system().files[directory].kind = FileKind::directory;
+  for (const std::string& directory : missing) memory::system().files[directory].kind = FileKind::directory;
   return 0;
 }
 

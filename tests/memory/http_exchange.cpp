@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::uint32_t error_header_not_found = 12150;  // winhttp.h
 
-using standin::http_service;
-using standin::HttpService;
+using memory::http_service;
+using memory::HttpService;
 
 // Logs a call and takes its next fault.
 std::uint32_t tell(HttpService& service, const std::string& operation) {
@@ -25,18 +25,18 @@ std::uint32_t tell(HttpService& service, const std::string& operation) {
   return fault;
 }
 
-standin::HttpCall& call_of(HttpService& service, const HttpExchange& exchange) {
+memory::HttpCall& call_of(HttpService& service, const HttpExchange& exchange) {
   return service.open.at(exchange.native());
 }
 
 }  // namespace
 
-HttpService& standin::http_service() {
+HttpService& memory::http_service() {
   static HttpService service;
   return service;
 }
 
-void standin::reset_http_service() {
+void memory::reset_http_service() {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
   service.log.clear();
@@ -59,7 +59,7 @@ std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& ou
     const std::lock_guard lock(service.guard);
     if (const auto fault = tell(service, "WinHttpOpen " + utf8_from_wide_replacing(user_agent))) return fault;
     number = ++service.last_number;
-    service.open.emplace(number, standin::HttpCall());
+    service.open.emplace(number, memory::HttpCall());
   }
   out = HttpExchange(number);
   return 0;
@@ -119,7 +119,7 @@ HttpRead read_http_response(const HttpExchange& exchange, char* buffer, std::siz
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
   if (const auto fault = tell(service, "WinHttpReadData")) return {0, fault};
-  standin::HttpCall& call = call_of(service, exchange);
+  memory::HttpCall& call = call_of(service, exchange);
   if (!call.reply) return {0, 0};
   const std::size_t piece = std::min(capacity, call.reply->piece_bytes);
   const std::size_t count = std::min(piece, call.reply->body.size() - call.position);

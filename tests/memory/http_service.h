@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace velmora::standin {
+namespace velmora::memory {
 
 struct HttpReply {
   std::uint32_t status = 200;
@@ -45,4 +45,4 @@ struct HttpService {
 // As new. No exchange may be open.
 void reset_http_service();
 
-}  // namespace velmora::standin
+}  // namespace velmora::memory

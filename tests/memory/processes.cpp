@@ -8,23 +8,23 @@ namespace {
 constexpr std::uint32_t error_no_more_files = 18;  // winerror.h
 constexpr std::uint32_t error_no_such_process = 87;
 
-standin::Handle& handle_of(std::uintptr_t native) { return standin::system().handles.at(native); }
+memory::Handle& handle_of(std::uintptr_t native) { return memory::system().handles.at(native); }
 
 void release_handle(std::uintptr_t native) {
-  static_cast<void>(standin::enter("CloseHandle"));
-  standin::system().handles.erase(native);
+  static_cast<void>(memory::enter("CloseHandle"));
+  memory::system().handles.erase(native);
 }
 
 template <typename Kind>
 void hold(const char* what, std::uint32_t process_id, Owner<Kind>& out) {
-  standin::Handle handle;
+  memory::Handle handle;
   handle.what = what;
   handle.process_id = process_id;
-  out = Owner<Kind>(standin::add_handle(std::move(handle)));
+  out = Owner<Kind>(memory::add_handle(std::move(handle)));
 }
 
-const standin::Process* find_process(std::uint32_t process_id) {
-  for (const standin::Process& process : standin::system().processes) {
+const memory::Process* find_process(std::uint32_t process_id) {
+  for (const memory::Process& process : memory::system().processes) {
     if (process.id == process_id) return &process;
   }
   return nullptr;
@@ -36,18 +36,18 @@ void ProcessSnapshotKind::release(Native native) noexcept { release_handle(nativ
 void ModuleSnapshotKind::release(Native native) noexcept { release_handle(native); }
 
 std::u16string process_image_path(std::uint32_t process_id) {
-  if (standin::enter("QueryFullProcessImageNameW") != 0) return {};
-  const auto& paths = standin::system().process_paths;
+  if (memory::enter("QueryFullProcessImageNameW") != 0) return {};
+  const auto& paths = memory::system().process_paths;
   const auto path = paths.find(process_id);
   return path == paths.end() ? std::u16string() : path->second;
 }
 
 bool own_process_is_elevated() {
-  return standin::enter("GetTokenInformation") == 0 && standin::system().elevated;
+  return memory::enter("GetTokenInformation") == 0 && memory::system().elevated;
 }
 
 std::uint32_t snapshot_processes(ProcessSnapshot& out) {
-  if (const auto fault = standin::enter("CreateToolhelp32Snapshot processes", u"")) {
+  if (const auto fault = hosted::enter("CreateToolhelp32Snapshot processes", u"")) {
     return static_cast<std::uint32_t>(fault);
   }
   hold("processes", 0, out);
@@ -55,27 +55,27 @@ std::uint32_t snapshot_processes(ProcessSnapshot& out) {
 }
 
 bool first_process(const ProcessSnapshot& snapshot, ProcessEntry& out) {
-  if (standin::enter("Process32FirstW", u"") != 0) return false;
-  standin::Handle& handle = handle_of(snapshot.native());
+  if (hosted::enter("Process32FirstW", u"") != 0) return false;
+  memory::Handle& handle = handle_of(snapshot.native());
   handle.position = 0;
-  const auto& processes = standin::system().processes;
+  const auto& processes = memory::system().processes;
   if (processes.empty()) return false;
   out = {processes.front().id, processes.front().file_name};
   return true;
 }
 
 bool next_process(const ProcessSnapshot& snapshot, ProcessEntry& out) {
-  if (standin::enter("Process32NextW", u"") != 0) return false;
-  standin::Handle& handle = handle_of(snapshot.native());
-  const auto& processes = standin::system().processes;
+  if (hosted::enter("Process32NextW", u"") != 0) return false;
+  memory::Handle& handle = handle_of(snapshot.native());
+  const auto& processes = memory::system().processes;
   if (handle.position + 1 >= processes.size()) return false;
-  const standin::Process& process = processes[++handle.position];
+  const memory::Process& process = processes[++handle.position];
   out = {process.id, process.file_name};
   return true;
 }
 
 std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
-  if (const auto fault = standin::enter("CreateToolhelp32Snapshot modules", u"")) {
+  if (const auto fault = hosted::enter("CreateToolhelp32Snapshot modules", u"")) {
     return static_cast<std::uint32_t>(fault);
   }
   if (find_process(process_id) == nullptr) return error_no_such_process;
@@ -84,19 +84,19 @@ std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
 }
 
 std::uint32_t first_module(const ModuleSnapshot& snapshot, ModuleEntry& out) {
-  if (const auto fault = standin::enter("Module32FirstW", u"")) return static_cast<std::uint32_t>(fault);
-  standin::Handle& handle = handle_of(snapshot.native());
+  if (const auto fault = hosted::enter("Module32FirstW", u"")) return static_cast<std::uint32_t>(fault);
+  memory::Handle& handle = handle_of(snapshot.native());
   handle.position = 0;
-  const standin::Process* process = find_process(handle.process_id);
+  const memory::Process* process = find_process(handle.process_id);
   if (process == nullptr || process->modules.empty()) return error_no_more_files;
   out = process->modules.front();
   return 0;
 }
 
 bool next_module(const ModuleSnapshot& snapshot, ModuleEntry& out) {
-  if (standin::enter("Module32NextW", u"") != 0) return false;
-  standin::Handle& handle = handle_of(snapshot.native());
-  const standin::Process* process = find_process(handle.process_id);
+  if (hosted::enter("Module32NextW", u"") != 0) return false;
+  memory::Handle& handle = handle_of(snapshot.native());
+  const memory::Process* process = find_process(handle.process_id);
   if (process == nullptr || handle.position + 1 >= process->modules.size()) return false;
   out = process->modules[++handle.position];
   return true;

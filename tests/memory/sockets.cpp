@@ -11,54 +11,54 @@ constexpr int error_would_block = 10035;
 constexpr int error_in_use = 10048;
 constexpr int error_reset = 10054;
 
-standin::Handle& handle_of(const Socket& socket) { return standin::system().handles.at(socket.native()); }
+memory::Handle& handle_of(const Socket& socket) { return memory::system().handles.at(socket.native()); }
 
-Socket own(standin::Handle handle) { return Socket(standin::add_handle(std::move(handle))); }
+Socket own(memory::Handle handle) { return Socket(memory::add_handle(std::move(handle))); }
 
 }  // namespace
 
 void SocketKind::release(Native native) noexcept {
-  const auto& connection = standin::system().handles.at(native).connection;
+  const auto& connection = memory::system().handles.at(native).connection;
   if (connection) connection->closed = true;
-  standin::system().handles.erase(native);
-  static_cast<void>(standin::enter("closesocket"));
+  memory::system().handles.erase(native);
+  static_cast<void>(memory::enter("closesocket"));
 }
 
 int start_sockets() {
-  if (const auto fault = standin::enter("WSAStartup")) return static_cast<int>(fault);
-  ++standin::system().sockets_started;
+  if (const auto fault = memory::enter("WSAStartup")) return static_cast<int>(fault);
+  ++memory::system().sockets_started;
   return 0;
 }
 
 void stop_sockets() {
-  static_cast<void>(standin::enter("WSACleanup"));
-  --standin::system().sockets_started;
+  static_cast<void>(memory::enter("WSACleanup"));
+  --memory::system().sockets_started;
 }
 
 int open_tcp_socket(Socket& out) {
-  if (const auto fault = standin::enter("socket")) return static_cast<int>(fault);
-  standin::Handle handle;
+  if (const auto fault = memory::enter("socket")) return static_cast<int>(fault);
+  memory::Handle handle;
   handle.what = "socket";
   out = own(std::move(handle));
   return 0;
 }
 
 int bind_loopback(const Socket& socket, std::uint16_t port) {
-  if (const auto fault = standin::enter("bind")) return static_cast<int>(fault);
-  if (standin::system().ports_of_others.contains(port)) return error_in_use;
+  if (const auto fault = memory::enter("bind")) return static_cast<int>(fault);
+  if (memory::system().ports_of_others.contains(port)) return error_in_use;
   handle_of(socket).port = port;
   return 0;
 }
 
 int listen_at_maximum(const Socket& socket) {
-  if (const auto fault = standin::enter("listen")) return static_cast<int>(fault);
+  if (const auto fault = memory::enter("listen")) return static_cast<int>(fault);
   handle_of(socket).listening = true;
   return 0;
 }
 
 SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
-  if (const auto fault = standin::enter("select")) return {-1, static_cast<int>(fault)};
-  standin::System& machine = standin::system();
+  if (const auto fault = memory::enter("select")) return {-1, static_cast<int>(fault)};
+  memory::System& machine = memory::system();
   if (handle_of(listener).listening && !machine.backlog.empty()) return {1, 0};
   machine.now_ns += timeout_us * 1000;
   if (machine.on_idle) {
@@ -70,10 +70,10 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
 }
 
 int accept_connection(const Socket& listener, Socket& out) {
-  if (const auto fault = standin::enter("accept")) return static_cast<int>(fault);
-  auto& backlog = standin::system().backlog;
+  if (const auto fault = memory::enter("accept")) return static_cast<int>(fault);
+  auto& backlog = memory::system().backlog;
   if (!handle_of(listener).listening || backlog.empty()) return error_would_block;
-  standin::Handle handle;
+  memory::Handle handle;
   handle.what = "socket";
   handle.connection = backlog.front();
   backlog.pop_front();
@@ -82,7 +82,7 @@ int accept_connection(const Socket& listener, Socket& out) {
 }
 
 SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {
-  standin::Connection& connection = *handle_of(socket).connection;
+  memory::Connection& connection = *handle_of(socket).connection;
   if (connection.client_gone) return {-1, error_reset};
   if (connection.to_service.empty()) {
     // A real socket would block for ever here, which no test wants.
@@ -97,9 +97,9 @@ SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capaci
 }
 
 SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size) {
-  if (standin::system().on_send) standin::system().on_send();
-  if (const auto fault = standin::enter("send")) return {-1, static_cast<int>(fault)};
-  standin::Connection& connection = *handle_of(socket).connection;
+  if (memory::system().on_send) memory::system().on_send();
+  if (const auto fault = memory::enter("send")) return {-1, static_cast<int>(fault)};
+  memory::Connection& connection = *handle_of(socket).connection;
   if (connection.client_gone || connection.shut_down) return {-1, error_reset};
   if (connection.send_stalls) return {0, 0};
   const std::size_t count = connection.send_limit == 0 ? size : std::min(size, connection.send_limit);
@@ -108,7 +108,7 @@ SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size
 }
 
 void shutdown_both(const Socket& socket) {
-  static_cast<void>(standin::enter("shutdown"));
+  static_cast<void>(memory::enter("shutdown"));
   handle_of(socket).connection->shut_down = true;
 }
 

@@ -4,7 +4,7 @@
 
 #include "base/text.h"
 
-namespace velmora::standin {
+namespace velmora::memory {
 
 System& system() {
   static System machine;
@@ -32,21 +32,6 @@ std::int64_t enter(std::string_view operation) {
   return take_fault(operation);
 }
 
-std::int64_t enter(std::string_view operation, std::u16string_view subject) {
-  std::string entry(operation);
-  if (!subject.empty()) entry.append(" ").append(utf8_from_wide_replacing(subject));
-  system().log.push_back(entry);
-  if (system().before_machine_call) system().before_machine_call(entry);
-  return take_fault(operation);
-}
-
-MachineState& machine_state() { return system().state; }
-
-void RegistryChangeKind::release(Native) noexcept {}
-RegistryChange begin_registry_change() { return {}; }
-
-bool keep_registry() { return system().registry_kept; }
-
 std::uintptr_t add_handle(Handle handle) {
   const std::uintptr_t number = system().next_handle++;
   system().handles.emplace(number, std::move(handle));
@@ -68,4 +53,24 @@ std::shared_ptr<Region> hold_region(std::u16string_view name, std::size_t size) 
   return region;
 }
 
-}  // namespace velmora::standin
+}  // namespace velmora::memory
+
+// What Linux lacks answers from this machine.
+namespace velmora::hosted {
+
+std::int64_t enter(std::string_view operation, std::u16string_view subject) {
+  std::string entry(operation);
+  if (!subject.empty()) entry.append(" ").append(utf8_from_wide_replacing(subject));
+  memory::system().log.push_back(entry);
+  if (memory::system().before_machine_call) memory::system().before_machine_call(entry);
+  return memory::take_fault(operation);
+}
+
+MachineState& machine_state() { return memory::system().state; }
+
+void RegistryChangeKind::release(Native) noexcept {}
+RegistryChange begin_registry_change() { return {}; }
+
+bool keep_registry() { return memory::system().registry_kept; }
+
+}  // namespace velmora::hosted

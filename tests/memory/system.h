@@ -19,7 +19,7 @@
 #include "platform/machine.h"
 #include "platform/processes.h"
 
-namespace velmora::standin {
+namespace velmora::memory {
 
 // A file by its path. `read_error` answers the reading that follows the bytes, where it is not 0.
 struct File {
@@ -89,7 +89,7 @@ struct System {
   // may change things then.
   std::function<void(const std::string& entry)> before_machine_call;
   // The registry and what is open of it.
-  MachineState state;
+  hosted::MachineState state;
   bool registry_kept = true;    // false: changes cannot be kept
   std::string machine_trouble;  // what load_machine tells
   // What is open at the moment; empty when everything has been released.
@@ -132,7 +132,7 @@ struct System {
   std::string standard_error;
 };
 
-// The machine that the stand-in's answers work on.
+// The machine that everything here works on.
 [[nodiscard]] System& system();
 // A new machine, with everything as above. Nothing of the former may be open.
 void reset();
@@ -148,4 +148,4 @@ std::shared_ptr<Connection> connect_client(std::deque<std::string> to_service);
 // Another process holds `size` bytes under this name for as long as the result lives.
 [[nodiscard]] std::shared_ptr<Region> hold_region(std::u16string_view name, std::size_t size);
 
-}  // namespace velmora::standin
+}  // namespace velmora::memory

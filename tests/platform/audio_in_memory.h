@@ -24,14 +24,14 @@ constexpr std::u16string_view audio_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmo
 constexpr std::size_t flow_mark_units = 17;  // "{0.0.0.00000000}."
 constexpr std::u16string_view name_property = u"{a45c254e-df1c-4efd-8020-67d146a850e0},14";
 
-void put_text(standin::TreeKey& key, std::u16string_view name, std::u16string text) {
+void put_text(hosted::TreeKey& key, std::u16string_view name, std::u16string text) {
   text += u'\0';
-  standin::put_value(key, name, reg_sz,
-                     {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});
+  hosted::put_value(key, name, reg_sz,
+                    {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});
 }
 
-void put_number(standin::TreeKey& key, std::u16string_view name, std::uint32_t number) {
-  standin::put_value(key, name, reg_dword, {reinterpret_cast<const char*>(&number), sizeof number});
+void put_number(hosted::TreeKey& key, std::u16string_view name, std::uint32_t number) {
+  hosted::put_value(key, name, reg_dword, {reinterpret_cast<const char*>(&number), sizeof number});
 }
 
 std::u16string float_text(float number) {
@@ -41,34 +41,34 @@ std::u16string float_text(float number) {
 }
 
 // In the order in which they come, and not in that of their names.
-standin::TreeKey& new_key(standin::TreeKey& parent, std::u16string_view path) {
-  return standin::make_key(parent, path, standin::KeyPlace::last);
+hosted::TreeKey& new_key(hosted::TreeKey& parent, std::u16string_view path) {
+  return hosted::make_key(parent, path, hosted::KeyPlace::last);
 }
 
 void put_device(const ArrangedEndpoint& endpoint) {
-  standin::TreeKey& devices = new_key(standin::machine_state().registry, devices_path);
+  hosted::TreeKey& devices = new_key(hosted::machine_state().registry, devices_path);
   const std::u16string flow = endpoint.flow == EndpointFlow::render ? u"Render\\" : u"Capture\\";
-  standin::TreeKey& device = new_key(devices, flow + endpoint.id.substr(flow_mark_units));
+  hosted::TreeKey& device = new_key(devices, flow + endpoint.id.substr(flow_mark_units));
   put_number(device, u"DeviceState", endpoint.state);
-  standin::TreeKey& properties = new_key(device, u"Properties");
+  hosted::TreeKey& properties = new_key(device, u"Properties");
   if (endpoint.name) put_text(properties, name_property, *endpoint.name);
   if (endpoint.name_is_number) put_number(properties, name_property, 7);
 }
 
 void put_own_values(const ArrangedEndpoint& endpoint) {
-  standin::TreeKey& audio = new_key(standin::machine_state().registry, audio_path);
+  hosted::TreeKey& audio = new_key(hosted::machine_state().registry, audio_path);
   if (endpoint.is_default) {
     put_text(audio, endpoint.flow == EndpointFlow::render ? u"DefaultRender" : u"DefaultCapture",
              endpoint.id);
   }
-  standin::TreeKey& own = new_key(audio, endpoint.id);
+  hosted::TreeKey& own = new_key(audio, endpoint.id);
   put_text(own, u"Volume", float_text(endpoint.level));
   put_text(own, u"Peak", float_text(endpoint.peak));
   put_number(own, u"Muted", endpoint.muted ? 1 : 0);
   for (const AudioSession& session : endpoint.sessions) {
-    standin::TreeKey& sessions = new_key(own, u"Sessions");
+    hosted::TreeKey& sessions = new_key(own, u"Sessions");
     const auto number = wide_from_ascii(std::to_string(sessions.keys.size()));
-    standin::TreeKey& key = new_key(sessions, number);
+    hosted::TreeKey& key = new_key(sessions, number);
     put_number(key, u"State", static_cast<std::uint32_t>(session.state));
     put_number(key, u"ProcessId", session.process_id);
   }
@@ -77,14 +77,14 @@ void put_own_values(const ArrangedEndpoint& endpoint) {
 }  // namespace
 
 void put_endpoints(const std::vector<ArrangedEndpoint>& endpoints) {
-  standin::remove_key(standin::machine_state().registry, devices_path);
-  standin::remove_key(standin::machine_state().registry, audio_path);
+  hosted::remove_key(hosted::machine_state().registry, devices_path);
+  hosted::remove_key(hosted::machine_state().registry, audio_path);
   for (const ArrangedEndpoint& endpoint : endpoints) {
     put_device(endpoint);
     put_own_values(endpoint);
   }
 }
 
-std::size_t held_audio_objects() { return standin::machine_state().audio_objects.size(); }
+std::size_t held_audio_objects() { return hosted::machine_state().audio_objects.size(); }
 
 }  // namespace velmora::surroundings

@@ -16,7 +16,7 @@
 #include "platform/hosted/registry_export.h"
 #include "platform/registry.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 const std::string devices = R"(HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows\CurrentVersion\MMDevices\Audio)";
@@ -45,7 +45,7 @@ std::string device(const std::string& flow, const std::string& name, int state =
              "\"DeviceState\"=dword:0000000" + std::to_string(state) + "\n");
 }
 
-// What stands below the stand-in's own key of the speakers.
+// What stands below the hosted machine's own key of the speakers.
 RegistryTree with_own(const std::string& values) {
   return tree_of(device("Render", "{aa}") + key(own + "\\{0.0.0.00000000}.{aa}", values));
 }
@@ -319,4 +319,4 @@ TEST(AudioTree, ChangesNothingOfAnotherEndpointNorAnyOtherValue) {
 }
 
 }  // namespace
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -19,7 +19,7 @@
 #include "platform/hosted/machine_state.h"
 #include "platform/hosted/registry_export.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 using namespace std::string_literals;
@@ -818,4 +818,4 @@ TEST(RegistryExport, ReadsBackEveryTreeThatItHasWritten) {
 }
 
 }  // namespace
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

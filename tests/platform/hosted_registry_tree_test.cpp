@@ -1,4 +1,4 @@
-// The registry in memory that the stand-in answers from.
+// The tree of keys that the hosted registry answers from.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -7,7 +7,7 @@
 
 #include "platform/hosted/registry_tree.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 std::vector<std::u16string> names_of(const TreeKey& key) {
@@ -168,4 +168,4 @@ TEST(RegistryTree, TellsTreesApartThatDifferInAnything) {
 }
 
 }  // namespace
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -42,26 +42,26 @@ constexpr std::uint32_t for_ever = 0xFFFFFFFF;
 constexpr std::uint32_t every_access =
     service_query_status | service_enumerate_dependents | service_start | service_stop;
 
-class StandinServices : public surroundings::Arranged {
+class HostedServices : public surroundings::Arranged {
  protected:
   void TearDown() override {
-    EXPECT_TRUE(standin::machine_state().open_services.empty());
+    EXPECT_TRUE(hosted::machine_state().open_services.empty());
     surroundings::Arranged::TearDown();
   }
 };
 
-standin::TreeKey& key_at(std::u16string_view begin, std::u16string_view name) {
-  return standin::make_key(standin::machine_state().registry, std::u16string(begin).append(name));
+hosted::TreeKey& key_at(std::u16string_view begin, std::u16string_view name) {
+  return hosted::make_key(hosted::machine_state().registry, std::u16string(begin).append(name));
 }
-standin::TreeKey& installed(std::u16string_view name) {
+hosted::TreeKey& installed(std::u16string_view name) {
   return key_at(u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\", name);
 }
-standin::TreeKey& behaviour(std::u16string_view name) {
+hosted::TreeKey& behaviour(std::u16string_view name) {
   return key_at(u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Services\\", name);
 }
 
-void put_number(standin::TreeKey& key, std::u16string_view name, std::uint32_t number) {
-  standin::put_value(key, name, reg_dword, {reinterpret_cast<const char*>(&number), sizeof number});
+void put_number(hosted::TreeKey& key, std::u16string_view name, std::uint32_t number) {
+  hosted::put_value(key, name, reg_dword, {reinterpret_cast<const char*>(&number), sizeof number});
 }
 
 // As the registry keeps a list: each text with its end, and one more end behind the last.
@@ -75,7 +75,7 @@ std::string bytes_of(const Names& texts) {
 void install(std::u16string_view name, std::uint32_t start = start_automatic, const Names& needs = {}) {
   put_number(installed(name), u"Start", start);
   if (!needs.empty()) {
-    standin::put_value(installed(name), u"DependOnService", reg_multi_sz, bytes_of(needs));
+    hosted::put_value(installed(name), u"DependOnService", reg_multi_sz, bytes_of(needs));
   }
 }
 
@@ -105,7 +105,7 @@ std::uint32_t start(std::u16string_view name) { return start_service(open(name))
 std::uint32_t stop(std::u16string_view name) { return ask_service_to_stop(open(name)); }
 Names dependents_of(std::u16string_view name) { return active_dependents(open(name)); }
 
-TEST_F(StandinServices, RunAtFirstWhereTheyStartByThemselves) {
+TEST_F(HostedServices, RunAtFirstWhereTheyStartByThemselves) {
   const std::vector<std::pair<std::uint32_t, std::uint32_t>> cases{
       {start_boot, service_running},      {start_system, service_running},
       {start_automatic, service_running}, {start_on_demand, service_stopped},
@@ -119,14 +119,14 @@ TEST_F(StandinServices, RunAtFirstWhereTheyStartByThemselves) {
   }
 }
 
-TEST_F(StandinServices, RunAtFirstWhereTheirStartIsNotToldOrIsNoNumber) {
+TEST_F(HostedServices, RunAtFirstWhereTheirStartIsNotToldOrIsNoNumber) {
   installed(u"Untold");
-  standin::put_value(installed(u"Binary"), u"Start", reg_binary, std::string("\x03\0\0\0", 4));
+  hosted::put_value(installed(u"Binary"), u"Start", reg_binary, std::string("\x03\0\0\0", 4));
   EXPECT_EQ(state_of(u"Untold"), service_running);
   EXPECT_EQ(state_of(u"Binary"), service_running);
 }
 
-TEST_F(StandinServices, AreAtFirstInTheStateThatIsTold) {
+TEST_F(HostedServices, AreAtFirstInTheStateThatIsTold) {
   for (const std::uint32_t state :
        {service_stopped, service_start_pending, service_stop_pending, service_running, 7u}) {
     SCOPED_TRACE(state);
@@ -134,19 +134,19 @@ TEST_F(StandinServices, AreAtFirstInTheStateThatIsTold) {
     install(name, start_on_demand);
     put_number(behaviour(name), u"State", state);
     EXPECT_EQ(state_of(name), state);
-    standin::system().now_ns += 1'000'000'000'000;
+    memory::system().now_ns += 1'000'000'000'000;
     EXPECT_EQ(state_of(name), state);
   }
 }
 
-TEST_F(StandinServices, AreAskedForTheirFirstStateOnce) {
+TEST_F(HostedServices, AreAskedForTheirFirstStateOnce) {
   install(u"Audiosrv");
   EXPECT_EQ(state_of(u"Audiosrv"), service_running);
   put_number(behaviour(u"Audiosrv"), u"State", service_stopped);
   EXPECT_EQ(state_of(u"AUDIOSRV"), service_running);
 }
 
-TEST_F(StandinServices, ChangeAtOnceWhereNoTimeIsTold) {
+TEST_F(HostedServices, ChangeAtOnceWhereNoTimeIsTold) {
   install(u"Audiosrv");
   EXPECT_EQ(stop(u"Audiosrv"), 0u);
   EXPECT_EQ(state_of(u"Audiosrv"), service_stopped);
@@ -154,35 +154,35 @@ TEST_F(StandinServices, ChangeAtOnceWhereNoTimeIsTold) {
   EXPECT_EQ(state_of(u"Audiosrv"), service_running);
 }
 
-TEST_F(StandinServices, AreOnTheirWayForAsLongAsIsToldAndNotAMomentLonger) {
+TEST_F(HostedServices, AreOnTheirWayForAsLongAsIsToldAndNotAMomentLonger) {
   install(u"Audiosrv");
   put_number(behaviour(u"Audiosrv"), u"StopMs", 700);
   put_number(behaviour(u"Audiosrv"), u"StartMs", 300);
   const Service service = open(u"Audiosrv");
   EXPECT_EQ(ask_service_to_stop(service), 0u);
   EXPECT_EQ(state_of(u"Audiosrv"), service_stop_pending);
-  standin::system().now_ns += 699'999'999;
+  memory::system().now_ns += 699'999'999;
   EXPECT_EQ(state_of(u"Audiosrv"), service_stop_pending);
-  standin::system().now_ns += 1;
+  memory::system().now_ns += 1;
   EXPECT_EQ(state_of(u"Audiosrv"), service_stopped);
   EXPECT_EQ(start_service(service), 0u);
-  standin::system().now_ns += 299'999'999;
+  memory::system().now_ns += 299'999'999;
   EXPECT_EQ(state_of(u"Audiosrv"), service_start_pending);
-  standin::system().now_ns += 1;
+  memory::system().now_ns += 1;
   EXPECT_EQ(state_of(u"Audiosrv"), service_running);
 }
 
-TEST_F(StandinServices, ArriveAfterTheLongestTimeThatIsNotForEver) {
+TEST_F(HostedServices, ArriveAfterTheLongestTimeThatIsNotForEver) {
   install(u"Audiosrv");
   put_number(behaviour(u"Audiosrv"), u"StopMs", for_ever - 1);
   EXPECT_EQ(stop(u"Audiosrv"), 0u);
-  standin::system().now_ns += std::int64_t{for_ever - 1} * 1'000'000 - 1;
+  memory::system().now_ns += std::int64_t{for_ever - 1} * 1'000'000 - 1;
   EXPECT_EQ(state_of(u"Audiosrv"), service_stop_pending);
-  standin::system().now_ns += 1;
+  memory::system().now_ns += 1;
   EXPECT_EQ(state_of(u"Audiosrv"), service_stopped);
 }
 
-TEST_F(StandinServices, NeverArriveWhereItTakesForEver) {
+TEST_F(HostedServices, NeverArriveWhereItTakesForEver) {
   constexpr std::int64_t century_ns = 3'155'760'000'000'000'000;
   install(u"NeverStops");
   install(u"NeverRuns", start_on_demand);
@@ -190,12 +190,12 @@ TEST_F(StandinServices, NeverArriveWhereItTakesForEver) {
   put_number(behaviour(u"NeverRuns"), u"StartMs", for_ever);
   EXPECT_EQ(stop(u"NeverStops"), 0u);
   EXPECT_EQ(start(u"NeverRuns"), 0u);
-  standin::system().now_ns += century_ns;
+  memory::system().now_ns += century_ns;
   EXPECT_EQ(state_of(u"NeverStops"), service_stop_pending);
   EXPECT_EQ(state_of(u"NeverRuns"), service_start_pending);
 }
 
-TEST_F(StandinServices, CanBeAskedNothingOnTheirWay) {
+TEST_F(HostedServices, CanBeAskedNothingOnTheirWay) {
   install(u"Stops");
   install(u"Starts", start_on_demand);
   put_number(behaviour(u"Stops"), u"StopMs", 100);
@@ -206,12 +206,12 @@ TEST_F(StandinServices, CanBeAskedNothingOnTheirWay) {
     EXPECT_EQ(stop(name), error_cannot_accept_control);
     EXPECT_EQ(start(name), error_service_already_running);
   }
-  standin::system().now_ns += 100'000'000;
+  memory::system().now_ns += 100'000'000;
   EXPECT_EQ(stop(u"Stops"), error_service_not_active);
   EXPECT_EQ(start(u"Starts"), error_service_already_running);
 }
 
-TEST_F(StandinServices, RefuseWithTheErrorThatIsTold) {
+TEST_F(HostedServices, RefuseWithTheErrorThatIsTold) {
   install(u"Audiosrv");
   put_number(behaviour(u"Audiosrv"), u"StopError", 1053);
   EXPECT_EQ(stop(u"Audiosrv"), 1053u);
@@ -223,7 +223,7 @@ TEST_F(StandinServices, RefuseWithTheErrorThatIsTold) {
 }
 
 // The manager's own reasons come before the service is asked at all.
-TEST_F(StandinServices, GiveTheManagersReasonsBeforeTheirOwn) {
+TEST_F(HostedServices, GiveTheManagersReasonsBeforeTheirOwn) {
   install(u"Audiosrv");
   install(u"Dependent", start_automatic, {u"Audiosrv"});
   install(u"Disabled", start_disabled);
@@ -239,16 +239,16 @@ TEST_F(StandinServices, GiveTheManagersReasonsBeforeTheirOwn) {
   EXPECT_EQ(start(u"Lost"), error_dependency_deleted);
 }
 
-TEST_F(StandinServices, FollowABehaviourThatIsToldWhileTheyRun) {
+TEST_F(HostedServices, FollowABehaviourThatIsToldWhileTheyRun) {
   install(u"Audiosrv");
   EXPECT_EQ(stop(u"Audiosrv"), 0u);
   put_number(behaviour(u"Audiosrv"), u"StartError", 1069);
   EXPECT_EQ(start(u"Audiosrv"), 1069u);
-  standin::remove_value(behaviour(u"Audiosrv"), u"StartError");
+  hosted::remove_value(behaviour(u"Audiosrv"), u"StartError");
   EXPECT_EQ(start(u"Audiosrv"), 0u);
 }
 
-TEST_F(StandinServices, ListEveryDependentInTheOrderInWhichTheyCanBeStopped) {
+TEST_F(HostedServices, ListEveryDependentInTheOrderInWhichTheyCanBeStopped) {
   install(u"A");
   install(u"B", start_automatic, {u"A"});
   install(u"C", start_automatic, {u"B"});
@@ -264,7 +264,7 @@ TEST_F(StandinServices, ListEveryDependentInTheOrderInWhichTheyCanBeStopped) {
 }
 
 // A needs B and B needs A, and one needs itself.
-TEST_F(StandinServices, GoRoundARingOfNeedsOnce) {
+TEST_F(HostedServices, GoRoundARingOfNeedsOnce) {
   install(u"A", start_automatic, {u"C"});
   install(u"B", start_automatic, {u"A"});
   install(u"C", start_automatic, {u"B"});
@@ -279,7 +279,7 @@ TEST_F(StandinServices, GoRoundARingOfNeedsOnce) {
   }
 }
 
-TEST_F(StandinServices, AreNotStartedFromARingOfNeeds) {
+TEST_F(HostedServices, AreNotStartedFromARingOfNeeds) {
   install(u"A", start_on_demand, {u"B"});
   install(u"B", start_on_demand, {u"A"});
   EXPECT_NE(start(u"A"), 0u);
@@ -287,7 +287,7 @@ TEST_F(StandinServices, AreNotStartedFromARingOfNeeds) {
   EXPECT_EQ(state_of(u"B"), service_stopped);
 }
 
-TEST_F(StandinServices, LeaveOutOfTheDependentsWhatStandsStillAndNothingElse) {
+TEST_F(HostedServices, LeaveOutOfTheDependentsWhatStandsStillAndNothingElse) {
   install(u"A");
   install(u"Runs", start_automatic, {u"A"});
   install(u"Starts", start_on_demand, {u"A"});
@@ -298,11 +298,11 @@ TEST_F(StandinServices, LeaveOutOfTheDependentsWhatStandsStillAndNothingElse) {
   EXPECT_EQ(start(u"Starts"), 0u);
   EXPECT_EQ(stop(u"Stops"), 0u);
   EXPECT_EQ(dependents_of(u"A"), (Names{u"Runs", u"Starts", u"Stops"}));
-  standin::system().now_ns += 100'000'000;
+  memory::system().now_ns += 100'000'000;
   EXPECT_EQ(dependents_of(u"A"), (Names{u"Runs", u"Starts"}));
 }
 
-TEST_F(StandinServices, TakeAGroupForNoService) {
+TEST_F(HostedServices, TakeAGroupForNoService) {
   install(u"Audio");
   install(u"InGroup", start_automatic, {u"+Audio"});
   install(u"InBoth", start_on_demand, {u"+Group", u"Audio"});
@@ -311,13 +311,13 @@ TEST_F(StandinServices, TakeAGroupForNoService) {
   EXPECT_EQ(dependents_of(u"Audio"), Names{u"InBoth"});
 }
 
-TEST_F(StandinServices, TakeNeedsFromAListAlone) {
+TEST_F(HostedServices, TakeNeedsFromAListAlone) {
   install(u"Audio");
-  standin::put_value(installed(u"Text"), u"DependOnService", reg_sz, bytes_of({u"Audio"}));
+  hosted::put_value(installed(u"Text"), u"DependOnService", reg_sz, bytes_of({u"Audio"}));
   EXPECT_EQ(dependents_of(u"Audio"), Names());
 }
 
-TEST_F(StandinServices, DoNotStopBelowADependentThatDoesNotStandStill) {
+TEST_F(HostedServices, DoNotStopBelowADependentThatDoesNotStandStill) {
   install(u"A");
   install(u"B", start_automatic, {u"A"});
   put_number(behaviour(u"B"), u"StopMs", 100);
@@ -325,11 +325,11 @@ TEST_F(StandinServices, DoNotStopBelowADependentThatDoesNotStandStill) {
   EXPECT_EQ(stop(u"B"), 0u);
   EXPECT_EQ(stop(u"A"), error_dependents_run);
   EXPECT_EQ(state_of(u"A"), service_running);
-  standin::system().now_ns += 100'000'000;
+  memory::system().now_ns += 100'000'000;
   EXPECT_EQ(stop(u"A"), 0u);
 }
 
-TEST_F(StandinServices, StartWhatTheyNeedFirst) {
+TEST_F(HostedServices, StartWhatTheyNeedFirst) {
   install(u"A", start_on_demand);
   install(u"B", start_on_demand, {u"A"});
   install(u"C", start_on_demand, {u"b"});
@@ -345,13 +345,13 @@ struct NeedCase {
   std::uint32_t error;
 };
 
-TEST_F(StandinServices, StandStillWhereWhatTheyNeedDoesNotStart) {
+TEST_F(HostedServices, StandStillWhereWhatTheyNeedDoesNotStart) {
   for (const NeedCase& row : std::vector<NeedCase>{{start_disabled, 0, error_dependency_failed},
                                                    {start_on_demand, 1069, error_dependency_failed},
                                                    {start_on_demand, 0, 0},
                                                    {start_automatic, 1069, 0}}) {
     SCOPED_TRACE(testing::Message() << row.start_type << ' ' << row.start_error);
-    standin::reset();
+    memory::reset();
     install(u"Needed", row.start_type);
     if (row.start_error != 0) put_number(behaviour(u"Needed"), u"StartError", row.start_error);
     install(u"Needs", start_on_demand, {u"Needed"});
@@ -360,7 +360,7 @@ TEST_F(StandinServices, StandStillWhereWhatTheyNeedDoesNotStart) {
   }
 }
 
-TEST_F(StandinServices, StartAtTheEndOfALongRowOfNeeds) {
+TEST_F(HostedServices, StartAtTheEndOfALongRowOfNeeds) {
   install(u"S00", start_on_demand);
   for (char16_t number = 1; number < 60; ++number) {
     const auto name = [](char16_t of) {
@@ -374,18 +374,18 @@ TEST_F(StandinServices, StartAtTheEndOfALongRowOfNeeds) {
   EXPECT_EQ(dependents_of(u"S00").size(), 59u);
 }
 
-TEST_F(StandinServices, AnswerThatTheyAreMissingOnceTheyAreRemoved) {
+TEST_F(HostedServices, AnswerThatTheyAreMissingOnceTheyAreRemoved) {
   install(u"Audiosrv");
   const Service service = open(u"Audiosrv");
   EXPECT_EQ(ask_service_to_stop(service), 0u);
-  standin::remove_key(standin::machine_state().registry,
-                      u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Audiosrv");
+  hosted::remove_key(hosted::machine_state().registry,
+                     u"HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services\\Audiosrv");
   EXPECT_EQ(start_service(service), error_missing);
   EXPECT_EQ(open_error(u"Audiosrv", service_query_status), error_missing);
   EXPECT_EQ(open_error(u"Absent", every_access), error_missing);
 }
 
-TEST_F(StandinServices, AreOpenedForNoMoreThanTheAccessListGrants) {
+TEST_F(HostedServices, AreOpenedForNoMoreThanTheAccessListGrants) {
   constexpr std::uint32_t reading = 0x20019;
   install(u"Audiosrv");
   install(u"Other");
@@ -407,7 +407,7 @@ TEST_F(StandinServices, AreOpenedForNoMoreThanTheAccessListGrants) {
   EXPECT_EQ(open_error(u"Audiosrv", every_access), 0u);
 }
 
-TEST_F(StandinServices, LogEachCallWithWhatItIsAbout) {
+TEST_F(HostedServices, LogEachCallWithWhatItIsAbout) {
   install(u"Audiosrv");
   {
     ServiceManager manager;
@@ -420,39 +420,39 @@ TEST_F(StandinServices, LogEachCallWithWhatItIsAbout) {
     EXPECT_EQ(query_service_state(service, state), 0u);
     EXPECT_EQ(start_service(service), 0u);
   }
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (Log{"OpenSCManagerW", "OpenServiceW audiosrv 60", "EnumDependentServicesW audiosrv",
                  "ControlService audiosrv", "QueryServiceStatusEx audiosrv", "StartServiceW audiosrv",
                  "CloseServiceHandle audiosrv", "CloseServiceHandle"}));
 }
 
-TEST_F(StandinServices, FailAtEachCallAsTheyAreTold) {
+TEST_F(HostedServices, FailAtEachCallAsTheyAreTold) {
   constexpr std::int64_t injected = 1722;
   install(u"Audiosrv");
   install(u"Dependent", start_automatic, {u"Audiosrv"});
   ServiceManager manager;
   Service service;
   std::uint32_t state = 77;
-  standin::system().faults["OpenSCManagerW"] = {injected};
+  memory::system().faults["OpenSCManagerW"] = {injected};
   EXPECT_EQ(open_service_manager(manager), injected);
   EXPECT_FALSE(manager.is_open());
   ASSERT_EQ(open_service_manager(manager), 0u);
-  standin::system().faults["OpenServiceW"] = {injected};
+  memory::system().faults["OpenServiceW"] = {injected};
   EXPECT_EQ(open_service(manager, u"Audiosrv", every_access, service), injected);
   EXPECT_FALSE(service.is_open());
   ASSERT_EQ(open_service(manager, u"Audiosrv", every_access, service), 0u);
-  standin::system().faults["QueryServiceStatusEx"] = {injected};
+  memory::system().faults["QueryServiceStatusEx"] = {injected};
   EXPECT_EQ(query_service_state(service, state), injected);
   EXPECT_EQ(state, 77u);
-  standin::system().faults["EnumDependentServicesW"] = {injected};
+  memory::system().faults["EnumDependentServicesW"] = {injected};
   EXPECT_EQ(active_dependents(service), Names());
   EXPECT_EQ(active_dependents(service), Names{u"Dependent"});
   EXPECT_EQ(stop(u"Dependent"), 0u);
-  standin::system().faults["ControlService"] = {injected};
+  memory::system().faults["ControlService"] = {injected};
   EXPECT_EQ(ask_service_to_stop(service), injected);
   EXPECT_EQ(state_of(u"Audiosrv"), service_running);
   EXPECT_EQ(ask_service_to_stop(service), 0u);
-  standin::system().faults["StartServiceW"] = {injected};
+  memory::system().faults["StartServiceW"] = {injected};
   EXPECT_EQ(start_service(service), injected);
   EXPECT_EQ(state_of(u"Audiosrv"), service_stopped);
 }

@@ -6,20 +6,20 @@ namespace velmora::surroundings {
 
 void HttpServerKind::release(Native) noexcept {
   {
-    const std::lock_guard lock(standin::http_service().guard);
-    EXPECT_TRUE(standin::http_service().open.empty());
-    EXPECT_TRUE(standin::http_service().replies.empty());
+    const std::lock_guard lock(memory::http_service().guard);
+    EXPECT_TRUE(memory::http_service().open.empty());
+    EXPECT_TRUE(memory::http_service().replies.empty());
   }
-  standin::reset_http_service();
+  memory::reset_http_service();
 }
 
 HttpServer serve_http(const std::vector<HttpAnswer>& answers) {
-  standin::reset_http_service();
+  memory::reset_http_service();
   for (const HttpAnswer& answer : answers) {
-    standin::HttpReply reply;
+    memory::HttpReply reply;
     reply.status = answer.status;
     reply.body = answer.body;
-    standin::http_service().replies.push_back(std::move(reply));
+    memory::http_service().replies.push_back(std::move(reply));
   }
   return HttpServer(1);
 }

@@ -21,37 +21,37 @@
 namespace velmora {
 namespace {
 
-class StandinFaults : public surroundings::Arranged {};
+class MemoryFaults : public surroundings::Arranged {};
 
-TEST_F(StandinFaults, LeaveTheTimeUntouchedWhenItCannotBeTold) {
-  standin::system().local_time.reset();
+TEST_F(MemoryFaults, LeaveTheTimeUntouchedWhenItCannotBeTold) {
+  memory::system().local_time.reset();
   std::tm time{};
   time.tm_year = 77;
   EXPECT_FALSE(read_local_time(time));
   EXPECT_EQ(time.tm_year, 77);
 }
 
-TEST_F(StandinFaults, TellThatThereAreNoRandomBytes) {
-  standin::system().random_available = false;
+TEST_F(MemoryFaults, TellThatThereAreNoRandomBytes) {
+  memory::system().random_available = false;
   std::array<unsigned char, 4> buffer{};
   EXPECT_FALSE(fill_random(buffer.data(), buffer.size()));
 }
 
-TEST_F(StandinFaults, TellBothNumbersOfAMappingThatCannotBeMade) {
+TEST_F(MemoryFaults, TellBothNumbersOfAMappingThatCannotBeMade) {
   SharedMapping mapping;
-  standin::system().faults["ConvertStringSecurityDescriptorToSecurityDescriptorW"] = {1336};
+  memory::system().faults["ConvertStringSecurityDescriptorToSecurityDescriptorW"] = {1336};
   CreatedMapping created = create_shared_mapping(u"Local\\Faulty", 576, mapping);
   EXPECT_EQ(created.descriptor_error, 1336u);
   EXPECT_EQ(created.create_error, 0u);
-  standin::system().faults["CreateFileMappingW"] = {8};
+  memory::system().faults["CreateFileMappingW"] = {8};
   created = create_shared_mapping(u"Local\\Faulty", 576, mapping);
   EXPECT_EQ(created.descriptor_error, 0u);
   EXPECT_EQ(created.create_error, 8u);
   EXPECT_FALSE(mapping.is_open());
 }
 
-TEST_F(StandinFaults, EndAReadingWithTheFilesError) {
-  standin::system().files["/scratch/bad"] = {FileKind::regular, "ab", 1117};
+TEST_F(MemoryFaults, EndAReadingWithTheFilesError) {
+  memory::system().files["/scratch/bad"] = {FileKind::regular, "ab", 1117};
   InputFile file;
   ASSERT_EQ(open_for_reading("/scratch/bad", file), 0u);
   std::array<char, 8> buffer{};
@@ -61,11 +61,11 @@ TEST_F(StandinFaults, EndAReadingWithTheFilesError) {
   EXPECT_EQ(read.error, 1117u);
 }
 
-TEST_F(StandinFaults, AreAnsweredByEachOperationOnFiles) {
+TEST_F(MemoryFaults, AreAnsweredByEachOperationOnFiles) {
   surroundings::put_file("/scratch/file", "content");
   std::uint64_t size = 77;
   std::vector<std::string> names{"former"};
-  auto& faults = standin::system().faults;
+  auto& faults = memory::system().faults;
   faults["GetFileSizeEx"] = {1117};
   EXPECT_EQ(query_file_size("/scratch/file", size), 1117u);
   EXPECT_EQ(size, 77u);
@@ -79,17 +79,17 @@ TEST_F(StandinFaults, AreAnsweredByEachOperationOnFiles) {
   faults["CreateDirectoryW"] = {19};
   EXPECT_EQ(make_directories("/scratch/new"), 19u);
   EXPECT_EQ(query_file_kind("/scratch/new"), FileKind::missing);
-  EXPECT_EQ(standin::system().files.at("/scratch/file").bytes, "content");
+  EXPECT_EQ(memory::system().files.at("/scratch/file").bytes, "content");
 }
 
-TEST_F(StandinFaults, LeaveHalfOfWhatADiskHadNoRoomFor) {
-  standin::system().faults["WriteFile"] = {112};
+TEST_F(MemoryFaults, LeaveHalfOfWhatADiskHadNoRoomFor) {
+  memory::system().faults["WriteFile"] = {112};
   EXPECT_EQ(write_whole_file("/scratch/file", "abcd"), 112u);
-  EXPECT_EQ(standin::system().files.at("/scratch/file").bytes, "ab");
+  EXPECT_EQ(memory::system().files.at("/scratch/file").bytes, "ab");
 }
 
-TEST_F(StandinFaults, GiveAFileAnotherSizeThanItsBytes) {
-  standin::system().files["/scratch/file"] = {FileKind::regular, "abcd", 0, 0x100000001};
+TEST_F(MemoryFaults, GiveAFileAnotherSizeThanItsBytes) {
+  memory::system().files["/scratch/file"] = {FileKind::regular, "abcd", 0, 0x100000001};
   std::uint64_t size = 0;
   EXPECT_EQ(query_file_size("/scratch/file", size), 0u);
   EXPECT_EQ(size, 0x100000001u);
@@ -98,30 +98,30 @@ TEST_F(StandinFaults, GiveAFileAnotherSizeThanItsBytes) {
   EXPECT_EQ(size, 2u);
 }
 
-TEST_F(StandinFaults, AnswerInOrderAndLetACallPassForAZero) {
+TEST_F(MemoryFaults, AnswerInOrderAndLetACallPassForAZero) {
   Socket socket;
-  standin::system().faults["socket"] = {10055, 0, 10024};
+  memory::system().faults["socket"] = {10055, 0, 10024};
   EXPECT_EQ(open_tcp_socket(socket), 10055);
   EXPECT_EQ(open_tcp_socket(socket), 0);
   EXPECT_EQ(open_tcp_socket(socket), 10024);
   EXPECT_EQ(open_tcp_socket(socket), 0);
 }
 
-TEST_F(StandinFaults, EndAWaitForAConnection) {
+TEST_F(MemoryFaults, EndAWaitForAConnection) {
   Socket listener;
   ASSERT_EQ(open_tcp_socket(listener), 0);
   ASSERT_EQ(listen_at_maximum(listener), 0);
-  standin::system().faults["select"] = {10004};
+  memory::system().faults["select"] = {10004};
   const SocketCount ready = wait_readable(listener, 1000);
   EXPECT_EQ(ready.count, -1);
   EXPECT_EQ(ready.error, 10004);
 }
 
-TEST_F(StandinFaults, CutASendToTheLimitOfTheConnection) {
+TEST_F(MemoryFaults, CutASendToTheLimitOfTheConnection) {
   Socket listener;
   ASSERT_EQ(open_tcp_socket(listener), 0);
   ASSERT_EQ(listen_at_maximum(listener), 0);
-  const auto connection = standin::connect_client({});
+  const auto connection = memory::connect_client({});
   connection->send_limit = 3;
   Socket socket;
   ASSERT_EQ(accept_connection(listener, socket), 0);
@@ -163,26 +163,26 @@ std::vector<std::int32_t> use_registry() {
   return results;
 }
 
-TEST_F(StandinFaults, AreTakenByEveryOperationOnTheRegistryByItsName) {
+TEST_F(MemoryFaults, AreTakenByEveryOperationOnTheRegistryByItsName) {
   const std::vector<std::string> operations{"RegCreateKeyExW", "RegSetValueExW",  "RegQueryValueExW",
                                             "RegGetValueW",    "RegDeleteValueW", "RegDeleteKeyW",
                                             "RegOpenKeyExW"};
   constexpr std::int32_t fault = 1450;
   for (const std::string& operation : operations) {
     SCOPED_TRACE(operation);
-    standin::reset();
-    standin::system().faults[operation] = {fault};
+    memory::reset();
+    memory::system().faults[operation] = {fault};
     std::size_t failed = 0;
     for (const std::int32_t result : use_registry()) failed += result == fault;
     EXPECT_EQ(failed, 1u);
-    EXPECT_TRUE(standin::system().faults[operation].empty());
-    EXPECT_TRUE(standin::system().state.open_keys.empty());
+    EXPECT_TRUE(memory::system().faults[operation].empty());
+    EXPECT_TRUE(memory::system().state.open_keys.empty());
   }
 }
 
-TEST_F(StandinFaults, TellEachOperationOnTheRegistryWithWhatItIsAbout) {
+TEST_F(MemoryFaults, TellEachOperationOnTheRegistryWithWhatItIsAbout) {
   for (const std::int32_t result : use_registry()) EXPECT_EQ(result, 0);
-  const auto& log = standin::system().log;
+  const auto& log = memory::system().log;
   ASSERT_GE(log.size(), 8u);
   EXPECT_EQ((std::vector<std::string>(log.begin(), log.begin() + 8)),
             (std::vector<std::string>{"RegCreateKeyExW Faulty", "RegCreateKeyExW Faulty\\Key",
@@ -190,21 +190,21 @@ TEST_F(StandinFaults, TellEachOperationOnTheRegistryWithWhatItIsAbout) {
                                       "RegDeleteValueW v", "RegDeleteKeyW Key", "RegOpenKeyExW Faulty"}));
 }
 
-TEST_F(StandinFaults, StrikeTheOneCallThatIsCounted) {
+TEST_F(MemoryFaults, StrikeTheOneCallThatIsCounted) {
   constexpr std::int32_t fault = 1450;
   const std::size_t count = use_registry().size();
   for (std::size_t call = 1; call <= 2; ++call) {
     SCOPED_TRACE(call);
-    standin::reset();
-    standin::system().fault_at = {call, fault};
+    memory::reset();
+    memory::system().fault_at = {call, fault};
     const auto results = use_registry();
     for (std::size_t index = 0; index < count; ++index) {
       EXPECT_EQ(results[index], index + 1 == call ? fault : 0) << index;
     }
   }
   // Operations that are none on the registry are counted with the others.
-  standin::reset();
-  standin::system().fault_at = {3, fault};
+  memory::reset();
+  memory::system().fault_at = {3, fault};
   Socket socket;
   EXPECT_EQ(open_tcp_socket(socket), 0);
   RegistryKey key;
@@ -212,16 +212,16 @@ TEST_F(StandinFaults, StrikeTheOneCallThatIsCounted) {
   EXPECT_EQ(open_tcp_socket(socket), fault);
 }
 
-TEST_F(StandinFaults, LetAnotherProgramChangeTheRegistryBeforeACall) {
+TEST_F(MemoryFaults, LetAnotherProgramChangeTheRegistryBeforeACall) {
   std::vector<std::string> seen;  // is still told of the keys when they are closed
   const RegistryKey parent = create(u"Parent");
   const RegistryKey key = create(u"Parent\\Key");
-  standin::system().before_machine_call = [&](const std::string& entry) {
+  memory::system().before_machine_call = [&](const std::string& entry) {
     seen.push_back(entry);
     if (entry != "RegQueryValueExW v") return;
-    standin::RegistryTree& registry = standin::machine_state().registry;
-    standin::put_value(*standin::find_key(registry, u"HKEY_LOCAL_MACHINE\\Parent\\Key"), u"v", reg_binary,
-                       "new");
+    hosted::RegistryTree& registry = hosted::machine_state().registry;
+    hosted::put_value(*hosted::find_key(registry, u"HKEY_LOCAL_MACHINE\\Parent\\Key"), u"v", reg_binary,
+                      "new");
   };
   EXPECT_EQ(query_registry_value(key, u"other", nullptr, 0).error, 2);
   EXPECT_EQ(query_registry_value(key, u"v", nullptr, 0).size, 3u);
@@ -229,25 +229,25 @@ TEST_F(StandinFaults, LetAnotherProgramChangeTheRegistryBeforeACall) {
 }
 
 // Names, types and data of a key and of all below it, in order.
-std::string told(const standin::TreeKey& key) {
+std::string told(const hosted::TreeKey& key) {
   std::string text;
-  for (const standin::TreeValue& value : key.values) {
+  for (const hosted::TreeValue& value : key.values) {
     text.append(value.name.begin(), value.name.end()).append("=").append(std::to_string(value.type));
     text.append(":").append(value.bytes).append(";");
   }
-  for (const standin::TreeKey& child : key.keys) {
+  for (const hosted::TreeKey& child : key.keys) {
     text.append(child.name.begin(), child.name.end()).append("{").append(told(child)).append("}");
   }
   return text;
 }
 
-TEST_F(StandinFaults, LeaveTheRegistryAsItWasWhenAChangeCannotBeKept) {
+TEST_F(MemoryFaults, LeaveTheRegistryAsItWasWhenAChangeCannotBeKept) {
   RegistryKey parent = create(u"Parent");
   RegistryKey key = create(u"Parent\\Key");
   EXPECT_EQ(set_registry_value(key, u"v", reg_binary, "old", 3), 0);
-  const std::string before = told(standin::machine_state().registry);
-  standin::system().registry_kept = false;
-  const auto expect_as_before = [&] { EXPECT_EQ(told(standin::machine_state().registry), before); };
+  const std::string before = told(hosted::machine_state().registry);
+  memory::system().registry_kept = false;
+  const auto expect_as_before = [&] { EXPECT_EQ(told(hosted::machine_state().registry), before); };
   RegistryKey none;
   EXPECT_EQ(create_registry_key(u"Parent\\New\\Below", key_access, none), error_not_kept);
   EXPECT_FALSE(none.is_open());
@@ -263,7 +263,7 @@ TEST_F(StandinFaults, LeaveTheRegistryAsItWasWhenAChangeCannotBeKept) {
   EXPECT_EQ(delete_registry_value(key, u"absent"), 2);
   EXPECT_EQ(create_registry_key(u"Parent\\Key", key_access, none), 0);
   EXPECT_EQ(query_registry_value(key, u"v", nullptr, 0).size, 3u);
-  standin::system().registry_kept = true;
+  memory::system().registry_kept = true;
   EXPECT_EQ(delete_registry_key(parent, u"Key"), 0);
 }
 
@@ -338,14 +338,14 @@ std::vector<AudioStep> use_audio() {
   number = 77;
   step("GetMasterVolumeLevelScalar " + speakers_text, get_volume_level(volume, number),
        [&] { return number != 77; });
-  const standin::RegistryTree before = standin::machine_state().registry;
+  const hosted::RegistryTree before = hosted::machine_state().registry;
   step("SetMasterVolumeLevelScalar " + speakers_text, set_volume_level(volume, 0.75F),
-       [&] { return !(standin::machine_state().registry == before); });
+       [&] { return !(hosted::machine_state().registry == before); });
   bool muted = false;
   step("GetMute " + speakers_text, get_mute(volume, muted), [&] { return muted; });
-  const standin::RegistryTree audible = standin::machine_state().registry;
+  const hosted::RegistryTree audible = hosted::machine_state().registry;
   step("SetMute " + speakers_text, set_mute(volume, false),
-       [&] { return !(standin::machine_state().registry == audible); });
+       [&] { return !(hosted::machine_state().registry == audible); });
   AudioSessionList sessions;
   std::int32_t session_count = 77;
   step("GetSessionEnumerator " + speakers_text, list_sessions(device, sessions, session_count),
@@ -360,10 +360,10 @@ std::vector<AudioStep> use_audio() {
   return steps;
 }
 
-TEST_F(StandinFaults, TellEachOperationOnTheAudioEndpointsWithWhatItIsAbout) {
+TEST_F(MemoryFaults, TellEachOperationOnTheAudioEndpointsWithWhatItIsAbout) {
   const auto steps = use_audio();
   std::vector<std::string> seen;
-  for (const std::string& entry : standin::system().log) {
+  for (const std::string& entry : memory::system().log) {
     if (entry != "Release") seen.push_back(entry);
   }
   std::vector<std::string> expected;
@@ -374,38 +374,38 @@ TEST_F(StandinFaults, TellEachOperationOnTheAudioEndpointsWithWhatItIsAbout) {
     EXPECT_TRUE(step.is_done);
   }
   EXPECT_EQ(seen, expected);
-  EXPECT_TRUE(standin::system().state.audio_objects.empty());
+  EXPECT_TRUE(memory::system().state.audio_objects.empty());
 }
 
 // A failure in place of the work leaves everything as it was; a success of another kind comes behind it.
-TEST_F(StandinFaults, AreTakenByEveryOperationOnTheAudioEndpointsByItsName) {
+TEST_F(MemoryFaults, AreTakenByEveryOperationOnTheAudioEndpointsByItsName) {
   const auto usual = use_audio();
   for (std::size_t index = 0; index < usual.size(); ++index) {
     for (const std::int32_t fault : {status_failed, status_not_found, 1, 0x40005}) {
       SCOPED_TRACE(usual[index].entry + " " + std::to_string(fault));
-      standin::reset();
+      memory::reset();
       const std::string operation = usual[index].entry.substr(0, usual[index].entry.find(' '));
-      standin::system().faults[operation] = {fault};
+      memory::system().faults[operation] = {fault};
       auto expected = usual;
       expected[index].status = fault;
       expected[index].is_done = fault >= 0;
       EXPECT_TRUE(use_audio() == expected);
-      EXPECT_TRUE(standin::system().faults[operation].empty());
-      EXPECT_TRUE(standin::system().state.audio_objects.empty());
+      EXPECT_TRUE(memory::system().faults[operation].empty());
+      EXPECT_TRUE(memory::system().state.audio_objects.empty());
     }
   }
 }
 
-TEST_F(StandinFaults, StayBehindTheFailureOfTheWorkItself) {
+TEST_F(MemoryFaults, StayBehindTheFailureOfTheWorkItself) {
   DeviceEnumerator enumerator;
   ASSERT_EQ(create_device_enumerator(enumerator), 0);
-  standin::system().faults["GetDefaultAudioEndpoint"] = {1};
+  memory::system().faults["GetDefaultAudioEndpoint"] = {1};
   AudioDevice device;
   EXPECT_EQ(get_default_device(enumerator, EndpointFlow::render, device), status_not_found);
   EXPECT_FALSE(device.is_open());
 }
 
-TEST_F(StandinFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
+TEST_F(MemoryFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
   put_speakers();
   DeviceEnumerator enumerator;
   AudioDevice device;
@@ -416,7 +416,7 @@ TEST_F(StandinFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
   ASSERT_EQ(get_device(enumerator, speakers, device), 0);
   ASSERT_EQ(activate_volume(device, volume), 0);
   ASSERT_EQ(list_sessions(device, sessions, count), 0);
-  standin::system().before_machine_call = [&](const std::string& entry) {
+  memory::system().before_machine_call = [&](const std::string& entry) {
     if (entry == "GetMute " + speakers_text) surroundings::put_endpoints({});
   };
   float number = 0;
@@ -425,7 +425,7 @@ TEST_F(StandinFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
   EXPECT_EQ(get_mute(volume, muted), device_invalidated);
   EXPECT_FALSE(muted);
   // What has gone fails from now on, and nothing is made by setting.
-  const std::string before = told(standin::machine_state().registry);
+  const std::string before = told(hosted::machine_state().registry);
   EXPECT_EQ(get_volume_level(volume, number), device_invalidated);
   EXPECT_EQ(set_volume_level(volume, 0.25F), device_invalidated);
   EXPECT_EQ(set_mute(volume, true), device_invalidated);
@@ -433,11 +433,11 @@ TEST_F(StandinFaults, LetAnotherProgramChangeTheEndpointsBeforeACall) {
   // A list of sessions is as it was when it was made.
   AudioSession session;
   EXPECT_EQ(read_session(sessions, 0, session), 0);
-  EXPECT_EQ(told(standin::machine_state().registry), before);
+  EXPECT_EQ(told(hosted::machine_state().registry), before);
   EXPECT_EQ(number, 0.5F);
 }
 
-TEST_F(StandinFaults, LeaveVolumeAndMuteAsTheyWereWhenAChangeCannotBeKept) {
+TEST_F(MemoryFaults, LeaveVolumeAndMuteAsTheyWereWhenAChangeCannotBeKept) {
   put_speakers();
   DeviceEnumerator enumerator;
   AudioDevice device;
@@ -445,31 +445,31 @@ TEST_F(StandinFaults, LeaveVolumeAndMuteAsTheyWereWhenAChangeCannotBeKept) {
   ASSERT_EQ(create_device_enumerator(enumerator), 0);
   ASSERT_EQ(get_device(enumerator, speakers, device), 0);
   ASSERT_EQ(activate_volume(device, volume), 0);
-  const std::string before = told(standin::machine_state().registry);
-  standin::system().registry_kept = false;
+  const std::string before = told(hosted::machine_state().registry);
+  memory::system().registry_kept = false;
   constexpr auto not_kept = static_cast<std::int32_t>(0x800703F8u);
   EXPECT_EQ(set_volume_level(volume, 0.25F), not_kept);
   EXPECT_EQ(set_mute(volume, false), not_kept);
-  EXPECT_EQ(told(standin::machine_state().registry), before);
+  EXPECT_EQ(told(hosted::machine_state().registry), before);
   // What stands already wants no keeping.
   EXPECT_EQ(set_mute(volume, true), 1);
 }
 
-TEST_F(StandinFaults, KeepTheProgramOfAProcessBack) {
-  standin::system().process_paths[1234] = u"C:\\player.exe";
-  standin::system().faults["QueryFullProcessImageNameW"] = {5};
+TEST_F(MemoryFaults, KeepTheProgramOfAProcessBack) {
+  memory::system().process_paths[1234] = u"C:\\player.exe";
+  memory::system().faults["QueryFullProcessImageNameW"] = {5};
   EXPECT_EQ(process_image_path(1234), u"");
   EXPECT_EQ(process_image_path(1234), u"C:\\player.exe");
 }
 
-TEST_F(StandinFaults, TellWhatIsWrongWithTheMachine) {
+TEST_F(MemoryFaults, TellWhatIsWrongWithTheMachine) {
   EXPECT_EQ(load_machine(), "");
-  standin::system().machine_trouble = "machine.reg:3: a key without an end";
+  memory::system().machine_trouble = "machine.reg:3: a key without an end";
   EXPECT_EQ(load_machine(), "machine.reg:3: a key without an end");
 }
 
-TEST_F(StandinFaults, TellThatAGuidHasNoText) {
-  standin::system().faults["StringFromGUID2"] = {1};
+TEST_F(MemoryFaults, TellThatAGuidHasNoText) {
+  memory::system().faults["StringFromGUID2"] = {1};
   EXPECT_EQ(guid_text({}), u"");
 }
 

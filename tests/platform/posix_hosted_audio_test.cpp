@@ -29,7 +29,7 @@ class PosixHostedAudio : public surroundings::Arranged {
   void TearDown() override {
     unsetenv("VELMORA_MACHINE");
     EXPECT_EQ(load_machine(), "");
-    EXPECT_TRUE(standin::machine_state().audio_objects.empty());
+    EXPECT_TRUE(hosted::machine_state().audio_objects.empty());
     surroundings::Arranged::TearDown();
   }
 };

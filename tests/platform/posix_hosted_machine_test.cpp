@@ -37,7 +37,7 @@ class PosixHostedMachine : public surroundings::Arranged {
   void TearDown() override {
     unsetenv("VELMORA_MACHINE");
     EXPECT_EQ(load_machine(), "");
-    EXPECT_TRUE(standin::machine_state().open_keys.empty());
+    EXPECT_TRUE(hosted::machine_state().open_keys.empty());
     surroundings::Arranged::TearDown();
   }
 };

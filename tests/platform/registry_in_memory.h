@@ -35,28 +35,28 @@ std::vector<std::u16string> names_of(const std::vector<Named>& all) {
 }
 
 void put_scratch_key() {
-  standin::RegistryTree& registry = standin::machine_state().registry;
-  standin::remove_key(registry, full_path(registry_scratch));
-  standin::make_key(registry, full_path(registry_scratch));
+  hosted::RegistryTree& registry = hosted::machine_state().registry;
+  hosted::remove_key(registry, full_path(registry_scratch));
+  hosted::make_key(registry, full_path(registry_scratch));
 }
 
 void remove_scratch_key() {
-  standin::remove_key(standin::machine_state().registry, full_path(registry_scratch));
-  EXPECT_TRUE(standin::machine_state().open_keys.empty());
+  hosted::remove_key(hosted::machine_state().registry, full_path(registry_scratch));
+  EXPECT_TRUE(hosted::machine_state().open_keys.empty());
   EXPECT_TRUE(grants().empty());
 }
 
 }  // namespace
 
-bool is_held(RegistryKey::Native key) { return standin::machine_state().open_keys.count(key) == 1; }
+bool is_held(RegistryKey::Native key) { return hosted::machine_state().open_keys.count(key) == 1; }
 
 std::vector<std::u16string> key_names(std::u16string_view path) {
-  const standin::TreeKey* key = standin::find_key(standin::machine_state().registry, full_path(path));
+  const hosted::TreeKey* key = hosted::find_key(hosted::machine_state().registry, full_path(path));
   return key == nullptr ? std::vector<std::u16string>() : names_of(key->keys);
 }
 
 std::vector<std::u16string> value_names(std::u16string_view path) {
-  const standin::TreeKey* key = standin::find_key(standin::machine_state().registry, full_path(path));
+  const hosted::TreeKey* key = hosted::find_key(hosted::machine_state().registry, full_path(path));
   std::vector<std::u16string> names;
   if (key != nullptr) names = names_of(key->values);
   std::sort(names.begin(), names.end());
@@ -64,16 +64,16 @@ std::vector<std::u16string> value_names(std::u16string_view path) {
 }
 
 void GrantKind::release(Native native) noexcept {
-  standin::TreeKey* list = standin::find_key(standin::machine_state().registry, standin::access_list_path);
+  hosted::TreeKey* list = hosted::find_key(hosted::machine_state().registry, hosted::access_list_path);
   ASSERT_NE(list, nullptr);
-  EXPECT_TRUE(standin::remove_value(*list, grants().at(native)));
+  EXPECT_TRUE(hosted::remove_value(*list, grants().at(native)));
   grants().erase(native);
 }
 
 Grant grant(std::u16string_view path, std::uint32_t access) {
-  standin::TreeKey& list = standin::make_key(standin::machine_state().registry, standin::access_list_path);
+  hosted::TreeKey& list = hosted::make_key(hosted::machine_state().registry, hosted::access_list_path);
   const std::string bytes(reinterpret_cast<const char*>(&access), sizeof access);
-  standin::put_value(list, path, reg_dword, bytes);
+  hosted::put_value(list, path, reg_dword, bytes);
   static std::uintptr_t count = 0;
   grants().emplace(++count, path);
   return Grant(count);

@@ -37,7 +37,7 @@ void set_up_services() {
 
 void install_service(const ArrangedService& service) {
   put_service(service);
-  EXPECT_TRUE(standin::keep_registry());
+  EXPECT_TRUE(hosted::keep_registry());
   EXPECT_EQ(load_machine(), "");
 }
 

@@ -29,7 +29,7 @@ std::vector<std::wstring>& installed_services() {
 // The program that stands in for services registers and removes itself.
 void run_service_program(const std::wstring& arguments) {
   constexpr DWORD limit_ms = 60'000;
-  std::wstring line = L'"' + beside_library(L"velmora_standin_service.exe") + L"\" " + arguments;
+  std::wstring line = L'"' + beside_library(L"velmora_test_service.exe") + L"\" " + arguments;
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
   PROCESS_INFORMATION process{};

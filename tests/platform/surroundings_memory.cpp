@@ -21,8 +21,8 @@ constexpr const char* probe_library = "/opt/velmora/library.dll";
 int answer() { return 42; }
 
 struct OutsideState {
-  std::map<std::uintptr_t, std::shared_ptr<standin::Connection>> peers;
-  std::map<std::uintptr_t, std::shared_ptr<standin::Region>> regions;
+  std::map<std::uintptr_t, std::shared_ptr<memory::Connection>> peers;
+  std::map<std::uintptr_t, std::shared_ptr<memory::Region>> regions;
   std::uintptr_t next = 1;
 };
 
@@ -31,14 +31,14 @@ OutsideState& outside() {
   return state;
 }
 
-standin::Connection& connection_of(const Peer& peer) { return *outside().peers.at(peer.native()); }
+memory::Connection& connection_of(const Peer& peer) { return *outside().peers.at(peer.native()); }
 
 }  // namespace
 
 void set_up() {
-  standin::reset();
+  memory::reset();
   outside() = OutsideState();
-  standin::System& machine = standin::system();
+  memory::System& machine = memory::system();
   machine.files[scratch].kind = FileKind::directory;
   machine.files["/opt/velmora"].kind = FileKind::directory;
   machine.files["/dev/other"].kind = FileKind::other;
@@ -51,13 +51,13 @@ void set_up() {
 }
 
 void tear_down() {
-  EXPECT_TRUE(standin::system().handles.empty());
-  EXPECT_TRUE(standin::system().state.open_keys.empty());
-  EXPECT_EQ(standin::system().sockets_started, 0);
-  EXPECT_EQ(standin::system().com_started, 0);
+  EXPECT_TRUE(memory::system().handles.empty());
+  EXPECT_TRUE(memory::system().state.open_keys.empty());
+  EXPECT_EQ(memory::system().sockets_started, 0);
+  EXPECT_EQ(memory::system().com_started, 0);
   EXPECT_TRUE(outside().peers.empty());
   EXPECT_TRUE(outside().regions.empty());
-  standin::reset();
+  memory::reset();
 }
 
 void PeerKind::release(Native native) noexcept {
@@ -66,27 +66,27 @@ void PeerKind::release(Native native) noexcept {
 }
 
 void OtherListenerKind::release(Native native) noexcept {
-  standin::system().ports_of_others.erase(static_cast<std::uint16_t>(native));
+  memory::system().ports_of_others.erase(static_cast<std::uint16_t>(native));
 }
 
-void SocketShortageKind::release(Native) noexcept { standin::system().faults.clear(); }
+void SocketShortageKind::release(Native) noexcept { memory::system().faults.clear(); }
 
 std::uint16_t find_free_port() { return 31337; }
 
 OtherListener listen_elsewhere(std::uint16_t port) {
-  standin::system().ports_of_others.insert(port);
+  memory::system().ports_of_others.insert(port);
   return OtherListener(port);
 }
 
 SocketShortage run_out_of_sockets() {
   constexpr int too_many = 10024;
-  standin::system().faults["socket"] = {too_many};
+  memory::system().faults["socket"] = {too_many};
   return SocketShortage(too_many);
 }
 
 Peer connect_to(std::uint16_t) {
   const std::uintptr_t number = outside().next++;
-  outside().peers[number] = standin::connect_client({});
+  outside().peers[number] = memory::connect_client({});
   return Peer(number);
 }
 
@@ -115,7 +115,7 @@ std::u16string find_free_mapping_name() {
 
 MappingElsewhere hold_elsewhere(std::u16string_view name, const std::vector<std::uint64_t>& words) {
   const std::uintptr_t number = outside().next++;
-  outside().regions[number] = standin::hold_region(name, words.size() * sizeof(std::uint64_t));
+  outside().regions[number] = memory::hold_region(name, words.size() * sizeof(std::uint64_t));
   outside().regions[number]->words = words;
   return MappingElsewhere(number);
 }
@@ -127,27 +127,25 @@ CreatedMapping make_mapping(std::u16string_view name, std::size_t size, SharedMa
 std::string scratch_directory() { return scratch; }
 std::string path_of_other_kind() { return "/dev/other"; }
 
-void put_file(const std::string& path, std::string_view bytes) {
-  standin::system().files[path].bytes = bytes;
-}
+void put_file(const std::string& path, std::string_view bytes) { memory::system().files[path].bytes = bytes; }
 
 void append_to_file(const std::string& path, std::string_view bytes) {
-  standin::system().files.at(path).bytes += bytes;
+  memory::system().files.at(path).bytes += bytes;
 }
 
 void put_sparse_file(const std::string& path, std::uint64_t size) {
   put_file(path, "");
-  standin::system().files[path].size = size;
+  memory::system().files[path].size = size;
 }
 
-void put_directory(const std::string& path) { standin::system().files[path].kind = FileKind::directory; }
+void put_directory(const std::string& path) { memory::system().files[path].kind = FileKind::directory; }
 
-bool remove_elsewhere(const std::string& path) { return standin::system().files.erase(path) == 1; }
+bool remove_elsewhere(const std::string& path) { return memory::system().files.erase(path) == 1; }
 
 bool rename_elsewhere(const std::string& from, const std::string& to) {
-  auto file = standin::system().files.extract(from);
+  auto file = memory::system().files.extract(from);
   file.key() = to;
-  return standin::system().files.insert(std::move(file)).inserted;
+  return memory::system().files.insert(std::move(file)).inserted;
 }
 
 std::vector<JoinCase> join_cases() {
@@ -162,12 +160,12 @@ std::vector<ParentCase> parent_cases() {
 
 void set_up_registry() {
   put_scratch_key();
-  standin::TreeKey& windows =
-      standin::make_key(standin::machine_state().registry,
-                        u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion");
+  hosted::TreeKey& windows =
+      hosted::make_key(hosted::machine_state().registry,
+                       u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion");
   constexpr std::u16string_view root{u"C:\\Windows\0", 11};
-  standin::put_value(windows, u"SystemRoot", reg_sz,
-                     {reinterpret_cast<const char*>(root.data()), root.size() * sizeof(char16_t)});
+  hosted::put_value(windows, u"SystemRoot", reg_sz,
+                    {reinterpret_cast<const char*>(root.data()), root.size() * sizeof(char16_t)});
 }
 
 void tear_down_registry() { remove_scratch_key(); }
@@ -182,10 +180,10 @@ void tear_down_audio() {
   stop_com();
 }
 
-void ChildProcessKind::release(Native native) noexcept { standin::system().process_paths.erase(native); }
+void ChildProcessKind::release(Native native) noexcept { memory::system().process_paths.erase(native); }
 
 ChildProcess start_child() {
-  standin::system().process_paths[child_id] = child_program_path();
+  memory::system().process_paths[child_id] = child_program_path();
   return ChildProcess(child_id);
 }
 
@@ -195,7 +193,7 @@ std::string library_path() { return probe_library; }
 
 std::vector<std::uint32_t> console_events() { return {0, 1, 2, 5, 6}; }
 
-void raise_console_event(std::uint32_t event) { standin::system().console_handler(event); }
+void raise_console_event(std::uint32_t event) { memory::system().console_handler(event); }
 
 void BrowserKind::release(Native) noexcept {}
 
@@ -203,11 +201,11 @@ Browser install_browser() { return Browser(1); }
 
 std::string browser_address() { return "http://127.0.0.1:31337/?token=0123456789abcdef"; }
 
-std::vector<std::string> read_browser_record() { return standin::system().browser_addresses; }
+std::vector<std::string> read_browser_record() { return memory::system().browser_addresses; }
 
 Browser remove_browser() {
   constexpr std::intptr_t file_not_found = 2;
-  standin::system().browser_result = file_not_found;
+  memory::system().browser_result = file_not_found;
   return Browser(1);
 }
 

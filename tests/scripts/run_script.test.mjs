@@ -98,7 +98,7 @@ function send(port, method, path, body) {
 
 const put_footstep = (port, body) => send(port, "PUT", "/api/v1/render/effects/footstep", body);
 
-test("a parameter reaches the stand-in effect, and Ctrl+C ends all programs", limits, async (t) => {
+test("a parameter reaches the test effect, and Ctrl+C ends all programs", limits, async (t) => {
   const port = await free_port();
   const run = await start_run(t, port);
   await said(run, "Press Ctrl+C to stop.");

@@ -17,26 +17,26 @@ constexpr std::int32_t status_nothing_changed = 1;
 
 // A negative status stands in place of the call's work, a positive one behind it.
 std::int32_t tell(std::string_view operation, std::u16string_view subject = u"") {
-  const auto answer = static_cast<std::int32_t>(standin::enter(operation, subject));
-  return answer == standin::error_machine_unreadable ? hresult_from_win32(answer) : answer;
+  const auto answer = static_cast<std::int32_t>(hosted::enter(operation, subject));
+  return answer == hosted::error_machine_unreadable ? hresult_from_win32(answer) : answer;
 }
 
-const standin::RegistryTree& registry() { return standin::machine_state().registry; }
+const hosted::RegistryTree& registry() { return hosted::machine_state().registry; }
 
-const standin::AudioObject& object_of(std::uintptr_t native) {
-  return standin::machine_state().audio_objects.at(native);
+const hosted::AudioObject& object_of(std::uintptr_t native) {
+  return hosted::machine_state().audio_objects.at(native);
 }
 
 template <typename Kind>
-void hold(standin::AudioObject object, Owner<Kind>& out) {
-  standin::MachineState& machine = standin::machine_state();
+void hold(hosted::AudioObject object, Owner<Kind>& out) {
+  hosted::MachineState& machine = hosted::machine_state();
   const std::uintptr_t number = machine.next_audio_object++;
   machine.audio_objects.emplace(number, std::move(object));
   out = Owner<Kind>(number);
 }
 
 bool is_active(std::u16string_view id) {
-  const auto endpoint = standin::find_endpoint(registry(), id);
+  const auto endpoint = hosted::find_endpoint(registry(), id);
   return endpoint && endpoint->active;
 }
 
@@ -46,8 +46,8 @@ std::u16string number_text(std::int64_t number) {
 }
 
 // Keeps a changed machine, or puts back the one from before. `status` is the call's own.
-std::int32_t finish_change(standin::RegistryTree before, std::int32_t status) {
-  const std::int32_t error = standin::keep_or_undo(std::move(before));
+std::int32_t finish_change(hosted::RegistryTree before, std::int32_t status) {
+  const std::int32_t error = hosted::keep_or_undo(std::move(before));
   return error == 0 ? status : hresult_from_win32(error);
 }
 
@@ -55,7 +55,7 @@ std::int32_t finish_change(standin::RegistryTree before, std::int32_t status) {
 
 void release_audio_object(std::uintptr_t native) noexcept {
   static_cast<void>(tell("Release"));
-  standin::machine_state().audio_objects.erase(native);
+  hosted::machine_state().audio_objects.erase(native);
 }
 
 std::int32_t create_device_enumerator(DeviceEnumerator& out) {
@@ -68,7 +68,7 @@ std::int32_t create_device_enumerator(DeviceEnumerator& out) {
 std::int32_t get_default_device(const DeviceEnumerator&, EndpointFlow flow, AudioDevice& out) {
   const std::int32_t status = tell("GetDefaultAudioEndpoint", number_text(static_cast<std::int32_t>(flow)));
   if (status < 0) return status;
-  std::u16string id = standin::default_endpoint_of(registry(), flow);
+  std::u16string id = hosted::default_endpoint_of(registry(), flow);
   if (id.empty()) return status_not_found;
   hold({std::move(id), {}, {}}, out);
   return status;
@@ -77,7 +77,7 @@ std::int32_t get_default_device(const DeviceEnumerator&, EndpointFlow flow, Audi
 std::int32_t get_device(const DeviceEnumerator&, std::u16string_view id, AudioDevice& out) {
   const std::int32_t status = tell("GetDevice", id);
   if (status < 0) return status;
-  if (!standin::find_endpoint(registry(), id)) return status_not_found;
+  if (!hosted::find_endpoint(registry(), id)) return status_not_found;
   hold({std::u16string(id), {}, {}}, out);
   return status;
 }
@@ -86,8 +86,8 @@ std::int32_t list_active_devices(const DeviceEnumerator&, EndpointFlow flow, Aud
                                  std::uint32_t& count) {
   const std::int32_t status = tell("EnumAudioEndpoints", number_text(static_cast<std::int32_t>(flow)));
   if (status < 0) return status;
-  standin::AudioObject list;
-  for (standin::TreeEndpoint& endpoint : standin::endpoints_of(registry(), flow)) {
+  hosted::AudioObject list;
+  for (hosted::TreeEndpoint& endpoint : hosted::endpoints_of(registry(), flow)) {
     if (endpoint.active) list.listed.push_back(std::move(endpoint.id));
   }
   count = static_cast<std::uint32_t>(list.listed.size());
@@ -114,7 +114,7 @@ std::int32_t read_endpoint_name(const AudioDevice& device, std::u16string& out) 
   const std::u16string& id = object_of(device.native()).id;
   const std::int32_t status = tell("OpenPropertyStore", id);
   if (status < 0) return status;
-  auto name = standin::endpoint_name_of(registry(), id);
+  auto name = hosted::endpoint_name_of(registry(), id);
   if (!name) return status_unexpected;
   out = std::move(*name);
   return status;
@@ -125,7 +125,7 @@ std::int32_t read_peak_value(const AudioDevice& device, float& out) {
   const std::int32_t status = tell("GetPeakValue", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  out = standin::peak_of(registry(), id);
+  out = hosted::peak_of(registry(), id);
   return status;
 }
 
@@ -143,19 +143,19 @@ std::int32_t get_volume_level(const EndpointVolume& volume, float& out) {
   const std::int32_t status = tell("GetMasterVolumeLevelScalar", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  out = standin::volume_of(registry(), id);
+  out = hosted::volume_of(registry(), id);
   return status;
 }
 
 std::int32_t set_volume_level(const EndpointVolume& volume, float level) {
-  const standin::RegistryChange turn = standin::begin_registry_change();
+  const hosted::RegistryChange turn = hosted::begin_registry_change();
   const std::u16string& id = object_of(volume.native()).id;
   const std::int32_t status = tell("SetMasterVolumeLevelScalar", id);
   if (status < 0) return status;
   if (!(level >= 0 && level <= 1)) return status_invalid_argument;
   if (!is_active(id)) return status_device_invalidated;
-  standin::RegistryTree before = registry();
-  standin::put_volume(standin::machine_state().registry, id, level);
+  hosted::RegistryTree before = registry();
+  hosted::put_volume(hosted::machine_state().registry, id, level);
   return finish_change(std::move(before), status);
 }
 
@@ -164,19 +164,19 @@ std::int32_t get_mute(const EndpointVolume& volume, bool& out) {
   const std::int32_t status = tell("GetMute", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  out = standin::muted_of(registry(), id);
+  out = hosted::muted_of(registry(), id);
   return status;
 }
 
 std::int32_t set_mute(const EndpointVolume& volume, bool muted) {
-  const standin::RegistryChange turn = standin::begin_registry_change();
+  const hosted::RegistryChange turn = hosted::begin_registry_change();
   const std::u16string& id = object_of(volume.native()).id;
   const std::int32_t status = tell("SetMute", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  if (standin::muted_of(registry(), id) == muted) return status_nothing_changed;
-  standin::RegistryTree before = registry();
-  standin::put_muted(standin::machine_state().registry, id, muted);
+  if (hosted::muted_of(registry(), id) == muted) return status_nothing_changed;
+  hosted::RegistryTree before = registry();
+  hosted::put_muted(hosted::machine_state().registry, id, muted);
   return finish_change(std::move(before), status);
 }
 
@@ -185,7 +185,7 @@ std::int32_t list_sessions(const AudioDevice& device, AudioSessionList& out, std
   const std::int32_t status = tell("GetSessionEnumerator", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  standin::AudioObject list{id, {}, standin::sessions_of(registry(), id)};
+  hosted::AudioObject list{id, {}, hosted::sessions_of(registry(), id)};
   count = static_cast<std::int32_t>(list.sessions.size());
   hold(std::move(list), out);
   return status;

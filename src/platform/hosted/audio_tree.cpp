@@ -9,7 +9,7 @@
 #include "base/text.h"
 #include "platform/registry.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 constexpr std::u16string_view devices_path =
@@ -145,4 +145,4 @@ std::vector<AudioSession> sessions_of(const RegistryTree& registry, std::u16stri
   return sessions;
 }
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -1,7 +1,7 @@
 // The audio endpoints of a machine, read out of its registry. Pure.
 //
 // Windows keeps endpoints below `MMDevices\Audio\Render` and `...\Capture`: a key for each, with its state
-// and its properties. What Windows keeps elsewhere stands below the stand-in's own key
+// and its properties. What Windows keeps elsewhere stands below the hosted machine's own key
 // `SOFTWARE\VelmoraStandIn\Audio`: the defaults (`DefaultRender`, `DefaultCapture`: ids), and below a key
 // named by the id of an endpoint its volume, mute, peak and sessions.
 #pragma once
@@ -15,7 +15,7 @@
 #include "platform/audio_endpoints.h"
 #include "platform/hosted/registry_tree.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 
 struct TreeEndpoint {
   std::u16string id;    // "{0.0.0.00000000}." (render) or "{0.0.1.00000000}." (capture) and the key's name
@@ -49,4 +49,4 @@ void put_muted(RegistryTree& registry, std::u16string_view id, bool muted);
 // (REG_DWORD), 0 where they are missing.
 [[nodiscard]] std::vector<AudioSession> sessions_of(const RegistryTree& registry, std::u16string_view id);
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

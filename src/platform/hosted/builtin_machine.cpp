@@ -3,7 +3,7 @@
 // services that audio needs.
 #include "platform/hosted/machine_state.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 
 const std::string_view builtin_machine = R"machine(Windows Registry Editor Version 5.00
 
@@ -116,4 +116,4 @@ const std::string_view builtin_machine = R"machine(Windows Registry Editor Versi
 
 )machine";
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -7,7 +7,7 @@
 namespace velmora {
 
 std::u16string guid_text(const Guid& guid) {
-  if (standin::enter("StringFromGUID2", u"") != 0) return {};
+  if (hosted::enter("StringFromGUID2", u"") != 0) return {};
   std::array<char, 40> text{};
   const auto& last = guid.data4;
   std::snprintf(text.data(), text.size(), "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", guid.data1,

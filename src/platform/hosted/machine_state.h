@@ -1,6 +1,6 @@
-// The part of the machine that Linux lacks, as the answers in this folder share it. It is defined twice, and
-// each program links one: `system.cpp` for the unit tests (in memory, with a log and faults),
-// `hosted_machine.cpp` for the native program (the machine of VELMORA_MACHINE, or the built-in one).
+// The state of the part of the machine that Linux lacks. Every source in this folder uses it. Each program
+// links one of two definitions: `posix/hosted_machine.cpp` for the native program (the machine of
+// VELMORA_MACHINE, or the built-in one), or the tests' machine in memory, with a log and faults.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 #include "platform/hosted/registry_tree.h"
 #include "platform/owner.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 
 // A key that somebody has open.
 struct OpenKey {
@@ -92,4 +92,4 @@ constexpr std::u16string_view access_list_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\
 // The machine that stands where none is given: an export (UTF-8).
 extern const std::string_view builtin_machine;
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -35,7 +35,7 @@ std::u16string full_path(std::u16string_view path) {
 
 // Whether `path` is `above` or stands below it.
 bool lies_below(std::u16string_view path, std::u16string_view above) {
-  return path.size() >= above.size() && standin::same_name(path.substr(0, above.size()), above) &&
+  return path.size() >= above.size() && hosted::same_name(path.substr(0, above.size()), above) &&
          (path.size() == above.size() || path[above.size()] == u'\\');
 }
 
@@ -47,13 +47,13 @@ std::u16string listed_path(std::u16string_view path) {
 }
 
 // The access that the machine grants to a key, by the longest path in its list that holds the key.
-std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16string_view path) {
-  const standin::TreeKey* list = standin::find_key(registry, standin::access_list_path);
+std::uint32_t granted_access(const hosted::RegistryTree& registry, std::u16string_view path) {
+  const hosted::TreeKey* list = hosted::find_key(registry, hosted::access_list_path);
   std::uint32_t granted = key_all_access;
   std::size_t longest = 0;
   if (list == nullptr) return granted;
-  for (const standin::TreeValue& entry : list->values) {
-    const auto mask = standin::find_number(list, entry.name);
+  for (const hosted::TreeValue& entry : list->values) {
+    const auto mask = hosted::find_number(list, entry.name);
     const std::u16string above = listed_path(entry.name);
     if (!mask || above.size() < longest || !lies_below(path, above)) continue;
     granted = *mask;
@@ -63,23 +63,23 @@ std::uint32_t granted_access(const standin::RegistryTree& registry, std::u16stri
 }
 
 RegistryKey hold_key(std::u16string path, std::uint32_t access) {
-  standin::MachineState& machine = standin::machine_state();
+  hosted::MachineState& machine = hosted::machine_state();
   const std::uintptr_t number = machine.next_key++;
-  machine.open_keys.emplace(number, standin::OpenKey{std::move(path), access});
+  machine.open_keys.emplace(number, hosted::OpenKey{std::move(path), access});
   return RegistryKey(number);
 }
 
 // The key behind a handle for an access that it has to have been opened with; null with the error.
 struct KeyAccess {
-  standin::TreeKey* key;
+  hosted::TreeKey* key;
   std::int32_t error;
 };
 KeyAccess reach_key(const RegistryKey& handle, std::uint32_t access) {
-  standin::MachineState& machine = standin::machine_state();
-  const standin::OpenKey& open = machine.open_keys.at(handle.native());
+  hosted::MachineState& machine = hosted::machine_state();
+  const hosted::OpenKey& open = machine.open_keys.at(handle.native());
   // The handle is looked at before the key that it leads to.
   if ((open.access & access) != access) return {nullptr, error_denied};
-  standin::TreeKey* key = open.deleted ? nullptr : standin::find_key(machine.registry, open.path);
+  hosted::TreeKey* key = open.deleted ? nullptr : hosted::find_key(machine.registry, open.path);
   if (key == nullptr) return {nullptr, error_key_deleted};
   return {key, 0};
 }
@@ -98,30 +98,30 @@ std::string bytes_of(std::u16string_view units) {
 
 std::u16string_view until_nul(std::u16string_view text) { return text.substr(0, text.find(u'\0')); }
 
-std::optional<std::u16string> read_text(const standin::RegistryTree& registry, std::u16string_view path,
+std::optional<std::u16string> read_text(const hosted::RegistryTree& registry, std::u16string_view path,
                                         std::u16string_view name) {
-  const standin::TreeKey* key = standin::find_key(registry, full_path(path));
-  const standin::TreeValue* value = key == nullptr ? nullptr : standin::find_value(*key, name);
+  const hosted::TreeKey* key = hosted::find_key(registry, full_path(path));
+  const hosted::TreeValue* value = key == nullptr ? nullptr : hosted::find_value(*key, name);
   if (value == nullptr || (value->type != reg_sz && value->type != reg_expand_sz)) return std::nullopt;
   std::u16string storage;
   return std::u16string(until_nul(units_of(value->bytes, storage)));
 }
 
 // A variable of the machine's own environment, from where Windows keeps it.
-std::optional<std::u16string> find_variable(const standin::RegistryTree& registry, std::u16string_view name) {
+std::optional<std::u16string> find_variable(const hosted::RegistryTree& registry, std::u16string_view name) {
   constexpr std::u16string_view environment =
       u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
-  if (standin::same_name(name, u"SystemRoot")) {
+  if (hosted::same_name(name, u"SystemRoot")) {
     return read_text(registry, u"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", u"SystemRoot");
   }
-  if (standin::same_name(name, u"ProgramFiles")) {
+  if (hosted::same_name(name, u"ProgramFiles")) {
     return read_text(registry, u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion", u"ProgramFilesDir");
   }
   return read_text(registry, environment, name);
 }
 
 // Replaces each %NAME% that is known, once; everything else stays.
-std::u16string expand_variables(const standin::RegistryTree& registry, std::u16string_view text) {
+std::u16string expand_variables(const hosted::RegistryTree& registry, std::u16string_view text) {
   std::u16string expanded;
   while (!text.empty()) {
     const std::size_t closing = text.front() == u'%' ? text.find(u'%', 1) : std::u16string_view::npos;
@@ -145,7 +145,7 @@ bool ends_with_nul(std::string_view bytes) {
 }
 
 // A text as a restricted reading gives it: expanded, and with a terminator in any case.
-std::string complete_text(const standin::RegistryTree& registry, const standin::TreeValue& value) {
+std::string complete_text(const hosted::RegistryTree& registry, const hosted::TreeValue& value) {
   std::string bytes = value.bytes;
   if (value.type == reg_expand_sz) {
     std::u16string storage;
@@ -169,44 +169,43 @@ RegistryQuery fail_reading(void* buffer, std::uint32_t capacity, RegistryQuery f
 
 }  // namespace
 
-bool standin::is_granted(const RegistryTree& registry, std::u16string_view path, std::uint32_t access) {
+bool hosted::is_granted(const RegistryTree& registry, std::u16string_view path, std::uint32_t access) {
   return (access & ~key_views & ~granted_access(registry, path)) == 0;
 }
 
-std::int32_t standin::keep_or_undo(RegistryTree before) {
+std::int32_t hosted::keep_or_undo(RegistryTree before) {
   if (keep_registry()) return 0;
   machine_state().registry = std::move(before);
   return error_machine_unreadable;
 }
 
 void RegistryKeyKind::release(Native native) noexcept {
-  standin::MachineState& machine = standin::machine_state();
-  static_cast<void>(standin::enter("RegCloseKey", machine.open_keys.at(native).path));
+  hosted::MachineState& machine = hosted::machine_state();
+  static_cast<void>(hosted::enter("RegCloseKey", machine.open_keys.at(native).path));
   machine.open_keys.erase(native);
 }
 
 std::int32_t open_registry_key(std::u16string_view path, std::uint32_t access, RegistryKey& out) {
-  if (const auto fault = standin::enter("RegOpenKeyExW", path)) return static_cast<std::int32_t>(fault);
-  const standin::RegistryTree& registry = standin::machine_state().registry;
+  if (const auto fault = hosted::enter("RegOpenKeyExW", path)) return static_cast<std::int32_t>(fault);
+  const hosted::RegistryTree& registry = hosted::machine_state().registry;
   std::u16string full = full_path(path);
-  if (standin::find_key(registry, full) == nullptr) return error_missing;
-  if (!standin::is_granted(registry, full, access)) return error_denied;
+  if (hosted::find_key(registry, full) == nullptr) return error_missing;
+  if (!hosted::is_granted(registry, full, access)) return error_denied;
   out = hold_key(std::move(full), access);
   return 0;
 }
 
 std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access, RegistryKey& out) {
-  const standin::RegistryChange change = standin::begin_registry_change();
-  if (const auto fault = standin::enter("RegCreateKeyExW", path)) return static_cast<std::int32_t>(fault);
-  standin::RegistryTree& registry = standin::machine_state().registry;
+  const hosted::RegistryChange change = hosted::begin_registry_change();
+  if (const auto fault = hosted::enter("RegCreateKeyExW", path)) return static_cast<std::int32_t>(fault);
+  hosted::RegistryTree& registry = hosted::machine_state().registry;
   std::u16string full = full_path(path);
-  const bool exists = standin::find_key(registry, full) != nullptr;
-  if (!standin::is_granted(registry, full, exists ? access : access | key_create_sub_key))
-    return error_denied;
+  const bool exists = hosted::find_key(registry, full) != nullptr;
+  if (!hosted::is_granted(registry, full, exists ? access : access | key_create_sub_key)) return error_denied;
   if (!exists) {
-    standin::RegistryTree before = registry;
-    standin::make_key(registry, full);
-    if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
+    hosted::RegistryTree before = registry;
+    hosted::make_key(registry, full);
+    if (const std::int32_t error = hosted::keep_or_undo(std::move(before))) return error;
   }
   out = hold_key(std::move(full), access);
   return 0;
@@ -214,12 +213,12 @@ std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access,
 
 RegistryQuery query_registry_value(const RegistryKey& key, std::u16string_view name, void* buffer,
                                    std::uint32_t capacity) {
-  if (const auto fault = standin::enter("RegQueryValueExW", name)) {
+  if (const auto fault = hosted::enter("RegQueryValueExW", name)) {
     return fail_reading(buffer, capacity, {static_cast<std::int32_t>(fault), 0, 0});
   }
   const KeyAccess reached = reach_key(key, key_query_value);
   if (reached.error != 0) return fail_reading(buffer, capacity, {reached.error, 0, 0});
-  const standin::TreeValue* value = standin::find_value(*reached.key, name);
+  const hosted::TreeValue* value = hosted::find_value(*reached.key, name);
   if (value == nullptr) return fail_reading(buffer, capacity, {error_missing, 0, 0});
   const auto size = static_cast<std::uint32_t>(value->bytes.size());
   if (buffer == nullptr) return {0, value->type, size};
@@ -237,15 +236,15 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
   const auto fail = [&](RegistryQuery failure) { return fail_reading(buffer, capacity, failure); };
   std::u16string subject = std::u16string(path).append(u" ").append(name);
   if ((restriction & rrf_subkey_wow6464key) != 0) subject += u" (64-bit view)";
-  if (const auto fault = standin::enter("RegGetValueW", subject)) {
+  if (const auto fault = hosted::enter("RegGetValueW", subject)) {
     return fail({static_cast<std::int32_t>(fault), 0, 0});
   }
-  const standin::RegistryTree& registry = standin::machine_state().registry;
+  const hosted::RegistryTree& registry = hosted::machine_state().registry;
   const std::u16string full = full_path(path);
-  const standin::TreeKey* key = standin::find_key(registry, full);
+  const hosted::TreeKey* key = hosted::find_key(registry, full);
   if (key == nullptr) return fail({error_missing, 0, 0});
-  if (!standin::is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
-  const standin::TreeValue* value = standin::find_value(*key, name);
+  if (!hosted::is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
+  const hosted::TreeValue* value = hosted::find_value(*key, name);
   if (value == nullptr) return fail({error_missing, 0, 0});
   const std::uint32_t type = value->type == reg_expand_sz ? reg_sz : value->type;
   if ((restriction & restriction_of(type)) == 0) return fail({error_other_type, 0, 0});
@@ -258,41 +257,40 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
 
 std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name, std::uint32_t type,
                                 const void* data, std::uint32_t size) {
-  const standin::RegistryChange change = standin::begin_registry_change();
-  if (const auto fault = standin::enter("RegSetValueExW", name)) return static_cast<std::int32_t>(fault);
+  const hosted::RegistryChange change = hosted::begin_registry_change();
+  if (const auto fault = hosted::enter("RegSetValueExW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(key, key_set_value);
   if (reached.error != 0) return reached.error;
-  standin::RegistryTree before = standin::machine_state().registry;
-  standin::put_value(*reached.key, name, type, {static_cast<const char*>(data), size});
-  return standin::keep_or_undo(std::move(before));
+  hosted::RegistryTree before = hosted::machine_state().registry;
+  hosted::put_value(*reached.key, name, type, {static_cast<const char*>(data), size});
+  return hosted::keep_or_undo(std::move(before));
 }
 
 std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view name) {
-  const standin::RegistryChange change = standin::begin_registry_change();
-  if (const auto fault = standin::enter("RegDeleteValueW", name)) return static_cast<std::int32_t>(fault);
+  const hosted::RegistryChange change = hosted::begin_registry_change();
+  if (const auto fault = hosted::enter("RegDeleteValueW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(key, key_set_value);
   if (reached.error != 0) return reached.error;
-  standin::RegistryTree before = standin::machine_state().registry;
-  if (!standin::remove_value(*reached.key, name)) return error_missing;
-  return standin::keep_or_undo(std::move(before));
+  hosted::RegistryTree before = hosted::machine_state().registry;
+  if (!hosted::remove_value(*reached.key, name)) return error_missing;
+  return hosted::keep_or_undo(std::move(before));
 }
 
 std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view name) {
-  const standin::RegistryChange change = standin::begin_registry_change();
-  if (const auto fault = standin::enter("RegDeleteKeyW", name)) return static_cast<std::int32_t>(fault);
+  const hosted::RegistryChange change = hosted::begin_registry_change();
+  if (const auto fault = hosted::enter("RegDeleteKeyW", name)) return static_cast<std::int32_t>(fault);
   const KeyAccess reached = reach_key(parent, 0);
   if (reached.error != 0) return reached.error;
-  standin::MachineState& machine = standin::machine_state();
+  hosted::MachineState& machine = hosted::machine_state();
   const std::u16string path = machine.open_keys.at(parent.native()).path + u'\\' + std::u16string(name);
-  const standin::TreeKey* key = standin::find_key(machine.registry, path);
+  const hosted::TreeKey* key = hosted::find_key(machine.registry, path);
   if (key == nullptr) return error_missing;
-  if (!key->keys.empty() || !standin::is_granted(machine.registry, path, right_to_delete))
-    return error_denied;
-  standin::RegistryTree before = machine.registry;
-  standin::remove_key(machine.registry, path);
-  if (const std::int32_t error = standin::keep_or_undo(std::move(before))) return error;
+  if (!key->keys.empty() || !hosted::is_granted(machine.registry, path, right_to_delete)) return error_denied;
+  hosted::RegistryTree before = machine.registry;
+  hosted::remove_key(machine.registry, path);
+  if (const std::int32_t error = hosted::keep_or_undo(std::move(before))) return error;
   for (auto& [number, open] : machine.open_keys) {
-    if (standin::same_name(open.path, path)) open.deleted = true;
+    if (hosted::same_name(open.path, path)) open.deleted = true;
   }
   return 0;
 }

@@ -9,7 +9,7 @@
 
 #include "base/text.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 constexpr std::u16string_view header = u"Windows Registry Editor Version 5.00";
@@ -286,4 +286,4 @@ std::variant<ParsedExport, ExportTrouble> parse_export(std::string_view bytes) {
   return ParsedExport{std::move(reader.tree), form};
 }
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

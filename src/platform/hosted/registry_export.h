@@ -9,7 +9,7 @@
 
 #include "platform/hosted/registry_tree.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 
 // How a file was written, so that it can be written back alike.
 struct ExportForm {
@@ -41,4 +41,4 @@ struct ExportTrouble {
 // written in UTF-16, with a byte order mark, whatever the form says.
 [[nodiscard]] std::string format_export(const RegistryTree& tree, const ExportForm& form);
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -5,7 +5,7 @@
 #include "base/text.h"
 #include "platform/hosted/registry_export.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 // winnt.h
@@ -151,4 +151,4 @@ std::string format_export(const RegistryTree& tree, const ExportForm& form) {
   return (form.byte_order_mark ? "\xEF\xBB\xBF" : "") + utf8_from_wide_replacing(writer.text);
 }
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -6,7 +6,7 @@
 
 #include "platform/registry.h"
 
-namespace velmora::standin {
+namespace velmora::hosted {
 namespace {
 
 char16_t upper(char16_t unit) {
@@ -154,4 +154,4 @@ bool remove_value(TreeKey& key, std::u16string_view name) {
   return true;
 }
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

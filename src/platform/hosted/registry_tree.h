@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-namespace velmora::standin {
+namespace velmora::hosted {
 
 struct TreeValue {
   std::u16string name;  // empty: the key's default value
@@ -78,4 +78,4 @@ void put_value(TreeKey& key, std::u16string_view name, std::uint32_t type, std::
 // False when there is none.
 bool remove_value(TreeKey& key, std::u16string_view name);
 
-}  // namespace velmora::standin
+}  // namespace velmora::hosted

@@ -1,6 +1,6 @@
 // The services of the machine in the registry tree, behaving as the service control manager does. What is
 // installed, and what depends on what, is read where Windows keeps it (`SYSTEM\CurrentControlSet\Services`);
-// what runs is kept in memory. How a service behaves stands below the stand-in's own key
+// what runs is kept in memory. How a service behaves stands below the hosted machine's own key
 // `SOFTWARE\VelmoraStandIn\Services`, in a key of the service's name: `StopMs` and `StartMs` (how long it is
 // on its way, milliseconds; 0xFFFFFFFF: for ever), `StopError` and `StartError` (with which Win32 error it
 // refuses), `State` (what it is in at first).
@@ -40,19 +40,19 @@ std::u16string joined(std::u16string_view path, std::u16string_view name) {
   return std::u16string(path).append(name);
 }
 
-const standin::TreeKey* installed(std::u16string_view name) {
-  return standin::find_key(standin::machine_state().registry, joined(services_path, name));
+const hosted::TreeKey* installed(std::u16string_view name) {
+  return hosted::find_key(hosted::machine_state().registry, joined(services_path, name));
 }
 
 std::optional<std::uint32_t> own_number(std::u16string_view name, std::u16string_view value) {
-  const standin::TreeKey* key = standin::find_key(standin::machine_state().registry, joined(own_path, name));
-  return standin::find_number(key, value);
+  const hosted::TreeKey* key = hosted::find_key(hosted::machine_state().registry, joined(own_path, name));
+  return hosted::find_number(key, value);
 }
 
 // A service that starts by itself, as all do whose start is not told, runs at first.
 std::uint32_t first_state(std::u16string_view name) {
   if (const auto state = own_number(name, u"State")) return *state;
-  const std::uint32_t start = standin::find_number(installed(name), u"Start").value_or(0);
+  const std::uint32_t start = hosted::find_number(installed(name), u"Start").value_or(0);
   return start < start_on_demand ? service_running : service_stopped;
 }
 
@@ -64,10 +64,10 @@ std::u16string lower_case(std::u16string_view name) {
   return lower;
 }
 
-standin::ServiceRun& run_of(std::u16string_view name) {
-  auto& services = standin::machine_state().services;
+hosted::ServiceRun& run_of(std::u16string_view name) {
+  auto& services = hosted::machine_state().services;
   const auto [entry, is_new] = services.try_emplace(lower_case(name));
-  standin::ServiceRun& run = entry->second;
+  hosted::ServiceRun& run = entry->second;
   if (is_new) run.state = run.settled_state = first_state(name);
   if (run.state != run.settled_state && steady_now_ns() >= run.settles_at_ns) run.state = run.settled_state;
   return run;
@@ -75,7 +75,7 @@ standin::ServiceRun& run_of(std::u16string_view name) {
 
 void begin_change(std::u16string_view name, std::u16string_view duration, std::uint32_t pending,
                   std::uint32_t settled) {
-  standin::ServiceRun& run = run_of(name);
+  hosted::ServiceRun& run = run_of(name);
   const std::uint32_t ms = own_number(name, duration).value_or(0);
   run.settled_state = settled;
   run.state = ms == 0 ? settled : pending;
@@ -83,15 +83,15 @@ void begin_change(std::u16string_view name, std::u16string_view duration, std::u
 }
 
 // What a service needs. Groups of services, which begin with a plus sign, are not kept here.
-std::vector<std::u16string> needs_of(const standin::TreeKey& service) {
-  std::vector<std::u16string> needs = standin::find_texts(&service, u"DependOnService");
+std::vector<std::u16string> needs_of(const hosted::TreeKey& service) {
+  std::vector<std::u16string> needs = hosted::find_texts(&service, u"DependOnService");
   std::erase_if(needs, [](const std::u16string& name) { return name.starts_with(u'+'); });
   return needs;
 }
 
 bool contains_name(const std::vector<std::u16string>& names, std::u16string_view name) {
   return std::any_of(names.begin(), names.end(),
-                     [&](const std::u16string& one) { return standin::same_name(one, name); });
+                     [&](const std::u16string& one) { return hosted::same_name(one, name); });
 }
 
 // Appends the services that need this one, those that need them in front: in this order they can be stopped
@@ -99,10 +99,10 @@ bool contains_name(const std::vector<std::u16string>& names, std::u16string_view
 void collect_dependents(std::u16string_view name, std::vector<std::u16string>& seen,
                         std::vector<std::u16string>& out) {
   seen.emplace_back(name);
-  const standin::TreeKey* services =
-      standin::find_key(standin::machine_state().registry, services_path.substr(0, services_path.size() - 1));
+  const hosted::TreeKey* services =
+      hosted::find_key(hosted::machine_state().registry, services_path.substr(0, services_path.size() - 1));
   if (services == nullptr) return;
-  for (const standin::TreeKey& service : services->keys) {
+  for (const hosted::TreeKey& service : services->keys) {
     if (!contains_name(needs_of(service), name) || contains_name(seen, service.name)) continue;
     collect_dependents(service.name, seen, out);
     out.push_back(service.name);
@@ -120,11 +120,11 @@ std::vector<std::u16string> active_dependents_of(std::u16string_view name) {
 // What a service needs is started with it.
 std::uint32_t start(std::u16string_view name, std::size_t depth) {
   constexpr std::size_t most_depth = 64;  // a ring of needs ends here
-  const standin::TreeKey* service = installed(name);
+  const hosted::TreeKey* service = installed(name);
   if (service == nullptr) return error_service_does_not_exist;
   if (depth == most_depth) return error_circular_dependency;
   if (run_of(name).state != service_stopped) return error_service_already_running;
-  if (standin::find_number(service, u"Start") == start_disabled) return error_service_disabled;
+  if (hosted::find_number(service, u"Start") == start_disabled) return error_service_disabled;
   for (const std::u16string& need : needs_of(*service)) {
     const std::uint32_t error = start(need, depth + 1);
     if (error == 0 || error == error_service_already_running) continue;
@@ -150,25 +150,25 @@ std::uint32_t stop(std::u16string_view name) {
 }
 
 std::uint32_t tell(std::string_view operation, std::u16string_view subject) {
-  return static_cast<std::uint32_t>(standin::enter(operation, subject));
+  return static_cast<std::uint32_t>(hosted::enter(operation, subject));
 }
 
-const standin::OpenService& opened(const Service& service) {
-  return standin::machine_state().open_services.at(service.native());
+const hosted::OpenService& opened(const Service& service) {
+  return hosted::machine_state().open_services.at(service.native());
 }
 
 // Whether the service was opened for this.
 bool may(const Service& service, std::uint32_t access) { return (opened(service).access & access) == access; }
 
 std::uintptr_t hold(std::u16string_view name, std::uint32_t access) {
-  standin::MachineState& machine = standin::machine_state();
+  hosted::MachineState& machine = hosted::machine_state();
   const std::uintptr_t number = machine.next_service++;
-  machine.open_services.emplace(number, standin::OpenService{std::u16string(name), access});
+  machine.open_services.emplace(number, hosted::OpenService{std::u16string(name), access});
   return number;
 }
 
 void let_go(std::uintptr_t native) {
-  auto& services = standin::machine_state().open_services;
+  auto& services = hosted::machine_state().open_services;
   static_cast<void>(tell("CloseServiceHandle", services.at(native).name));
   services.erase(native);
 }
@@ -197,7 +197,7 @@ std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std:
   // Who may only read a service's key may not start or stop it either.
   const bool changes = (access & (service_start | service_stop)) != 0;
   const std::uint32_t wanted = changes ? key_read | key_set_value : key_read;
-  if (!standin::is_granted(standin::machine_state().registry, joined(services_path, name), wanted)) {
+  if (!hosted::is_granted(hosted::machine_state().registry, joined(services_path, name), wanted)) {
     return error_denied;
   }
   out = Service(hold(name, access));

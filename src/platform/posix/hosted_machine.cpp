@@ -21,7 +21,7 @@
 #include "platform/machine.h"
 
 namespace velmora {
-namespace standin {
+namespace hosted {
 namespace {
 
 // What tells whether a file is still the one that we know.
@@ -44,9 +44,9 @@ struct Hosted {
   bool loaded = false;
 };
 
-Hosted& hosted() {
-  static Hosted machine;
-  return machine;
+Hosted& machine() {
+  static Hosted hosted;
+  return hosted;
 }
 
 struct CloseFile {
@@ -114,24 +114,24 @@ std::string take_export(std::string_view bytes, const std::string& name) {
     return name + ':' + std::to_string(trouble->line) + ": " + trouble->why;
   }
   auto& whole = std::get<ParsedExport>(parsed);
-  hosted().state.registry = std::move(whole.tree);
-  hosted().form = whole.form;
-  hosted().loaded = true;
+  machine().state.registry = std::move(whole.tree);
+  machine().form = whole.form;
+  machine().loaded = true;
   return {};
 }
 
 // Reads the file. Its mark is taken first: a change that comes while it is read shows afterwards.
 std::string take_file() {
-  const FileMark mark = mark_of(hosted().file);
+  const FileMark mark = mark_of(machine().file);
   const bool settled = is_settled(mark);
   std::string bytes;
-  if (!read_whole(hosted().file, bytes)) return hosted().file + ":0: the file cannot be read";
-  const bool is_known = hosted().loaded && bytes == hosted().bytes;
-  std::string trouble = is_known ? std::string() : take_export(bytes, hosted().file);
+  if (!read_whole(machine().file, bytes)) return machine().file + ":0: the file cannot be read";
+  const bool is_known = machine().loaded && bytes == machine().bytes;
+  std::string trouble = is_known ? std::string() : take_export(bytes, machine().file);
   if (trouble.empty()) {
-    hosted().bytes = std::move(bytes);
-    hosted().mark = mark;
-    hosted().mark_settled = settled;
+    machine().bytes = std::move(bytes);
+    machine().mark = mark;
+    machine().mark_settled = settled;
   }
   return trouble;
 }
@@ -144,17 +144,17 @@ std::string machine_file() {
 // Reads what has not been read yet. The built-in machine waits for its first use: most starts of the service
 // never ask.
 bool ensure_loaded() {
-  if (hosted().loaded) return true;
-  hosted().file = machine_file();
-  if (!hosted().file.empty()) return take_file().empty();
+  if (machine().loaded) return true;
+  machine().file = machine_file();
+  if (!machine().file.empty()) return take_file().empty();
   return take_export(builtin_machine, "built-in").empty();
 }
 
 // Another program may have written the file since, the binding tool for one.
 bool follow_file() {
   if (!ensure_loaded()) return false;
-  if (hosted().file.empty()) return true;
-  if (hosted().mark_settled && mark_of(hosted().file) == hosted().mark) return true;
+  if (machine().file.empty()) return true;
+  if (machine().mark_settled && mark_of(machine().file) == machine().mark) return true;
   return take_file().empty();
 }
 
@@ -162,7 +162,7 @@ bool follow_file() {
 
 MachineState& machine_state() {
   static_cast<void>(ensure_loaded());
-  return hosted().state;
+  return machine().state;
 }
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
@@ -178,8 +178,8 @@ void RegistryChangeKind::release(Native native) noexcept { ::close(native); }
 // A lock on the directory in which the file is replaced. Where it cannot be had, the change itself will fail
 // too.
 RegistryChange begin_registry_change() {
-  if (!ensure_loaded() || hosted().file.empty()) return {};
-  const std::string target = resolve(hosted().file);
+  if (!ensure_loaded() || machine().file.empty()) return {};
+  const std::string target = resolve(machine().file);
   const std::string directory = target.substr(0, target.rfind('/') + 1);
   const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (descriptor < 0) return {};
@@ -189,16 +189,16 @@ RegistryChange begin_registry_change() {
 }
 
 bool keep_registry() {
-  if (hosted().file.empty()) return true;
+  if (machine().file.empty()) return true;
   // A link stays a link, and the file that it leads to is replaced.
-  const std::string target = resolve(hosted().file);
+  const std::string target = resolve(machine().file);
   struct stat status {};
   if (target.empty() || stat(target.c_str(), &status) != 0) return false;
   // Named after the process, so that no other writer's half is ever renamed. One that is there already was
   // left by a process that was killed.
   const std::string temporary = target + ".new-" + std::to_string(getpid());
   static_cast<void>(unlink(temporary.c_str()));
-  std::string bytes = format_export(hosted().state.registry, hosted().form);
+  std::string bytes = format_export(machine().state.registry, machine().form);
   const bool written = write_new(temporary, bytes, status.st_mode);
   // Of our own file, before anybody else can put another in its place.
   const FileMark mark = mark_of(temporary);
@@ -206,18 +206,18 @@ bool keep_registry() {
     static_cast<void>(unlink(temporary.c_str()));
     return false;
   }
-  hosted().bytes = std::move(bytes);
-  hosted().mark = mark;
-  hosted().mark_settled = false;
+  machine().bytes = std::move(bytes);
+  machine().mark = mark;
+  machine().mark_settled = false;
   return true;
 }
 
-}  // namespace standin
+}  // namespace hosted
 
 std::string load_machine() {
-  standin::hosted().file = standin::machine_file();
-  standin::hosted().loaded = false;
-  return standin::hosted().file.empty() ? std::string() : standin::take_file();
+  hosted::machine().file = hosted::machine_file();
+  hosted::machine().loaded = false;
+  return hosted::machine().file.empty() ? std::string() : hosted::take_file();
 }
 
 }  // namespace velmora

@@ -1,4 +1,4 @@
-// An authority of the tests' own, and certificates of the stand-in account service, all made by openssl in a
+// An authority of the tests' own, and certificates of the test account service, all made by openssl in a
 // directory that the caller gives and removes.
 import { execFileSync } from 'node:child_process';
 import fs from 'node:fs';

@@ -25,7 +25,7 @@ std::wstring environment(const wchar_t* name) {
 
 void log_line(const std::string& line) {
   state().log.push_back(line);
-  const std::wstring path = environment(L"VELMORA_STANDIN_AUDIO_LOG");
+  const std::wstring path = environment(L"VELMORA_TEST_AUDIO_LOG");
   if (path.empty()) return;
   const HANDLE file = CreateFileW(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);

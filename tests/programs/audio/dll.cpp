@@ -41,7 +41,7 @@ LSTATUS make_key(const wchar_t* path, const wchar_t* text, const wchar_t* thread
   return error;
 }
 
-bool has_script() { return GetEnvironmentVariableW(L"VELMORA_STANDIN_AUDIO", nullptr, 0) != 0; }
+bool has_script() { return GetEnvironmentVariableW(L"VELMORA_TEST_AUDIO", nullptr, 0) != 0; }
 
 HRESULT system_class_object(REFIID id, void** out) {
   const HMODULE module = LoadLibraryW(L"mmdevapi.dll");
@@ -65,7 +65,7 @@ extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() { return S_FALSE; }
 extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
   std::array<wchar_t, MAX_PATH> path{};
   if (GetModuleFileNameW(own_module, path.data(), static_cast<DWORD>(path.size())) == 0) return E_FAIL;
-  LSTATUS error = make_key(own_key, L"velmora_standin_audio", nullptr);
+  LSTATUS error = make_key(own_key, L"velmora_test_audio", nullptr);
   // COM asks it from the service's own thread, without a thread of COM's in between.
   if (error == ERROR_SUCCESS) error = make_key(own_server_key, path.data(), L"Both");
   if (error == ERROR_SUCCESS) error = make_key(treat_as_key, own_class, nullptr);

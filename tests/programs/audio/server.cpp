@@ -31,7 +31,7 @@ bool load_script() {
   std::string text;
   if (state().script_text) {
     text = *state().script_text;
-  } else if (!read_file(environment(L"VELMORA_STANDIN_AUDIO"), text)) {
+  } else if (!read_file(environment(L"VELMORA_TEST_AUDIO"), text)) {
     log_error("the script's file cannot be read");
     return false;
   }

@@ -1,7 +1,7 @@
 // A COM server for audio endpoints that do what a script says: the class MMDeviceEnumerator with the
-// interfaces that hang on it. It lives in the process that uses it, either as velmora_standin_audio.dll,
+// interfaces that hang on it. It lives in the process that uses it, either as velmora_test_audio.dll,
 // registered in place of the system's own (the black-box tests), or linked into a test program
-// (velmora_standin_audio_server), which registers class_factory() with CoRegisterClassObject:
+// (velmora_test_audio_server), which registers class_factory() with CoRegisterClassObject:
 //
 //   #include "audio/server.h"
 //
@@ -101,7 +101,7 @@ constexpr std::int32_t status_bad_script = static_cast<std::int32_t>(0xA0040001u
 [[nodiscard]] IClassFactory* class_factory();
 
 // From here on scripts come from this text in place of the file that the environment variable
-// VELMORA_STANDIN_AUDIO names. It is read when the next enumerator is made, not at once.
+// VELMORA_TEST_AUDIO names. It is read when the next enumerator is made, not at once.
 void set_script(std::string_view text);
 
 struct LiveCounts {
@@ -115,7 +115,7 @@ struct LiveCounts {
 [[nodiscard]] LiveCounts live_counts();
 
 // The log since the last call of this. The lines go to the file that the environment variable
-// VELMORA_STANDIN_AUDIO_LOG names too, each at once and behind what stands there.
+// VELMORA_TEST_AUDIO_LOG names too, each at once and behind what stands there.
 [[nodiscard]] std::vector<std::string> take_log();
 
 // For the DLL: DllGetClassObject, whatever class is named, and a line with the live counts in the log.

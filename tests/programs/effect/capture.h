@@ -1,4 +1,4 @@
-// Captures as the stand-in does them: it records nothing, and an export writes tones.
+// Captures as the test effect does them: it records nothing, and an export writes tones.
 #pragma once
 
 #include <cstdint>

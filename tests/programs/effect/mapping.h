@@ -1,4 +1,4 @@
-// How the stand-in effect makes the mapping, which is not always how the service does it.
+// How the test effect makes the mapping, which is not always how the service does it.
 #pragma once
 
 #include <cstddef>

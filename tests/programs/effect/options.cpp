@@ -118,7 +118,7 @@ bool take_option(std::string_view name, std::string_view value, Options& options
 }  // namespace
 
 const char usage[] =
-    "usage: velmora_standin_effect --control-map NAME [--open-only] [--poll-ms N]\n"
+    "usage: velmora_test_effect --control-map NAME [--open-only] [--poll-ms N]\n"
     "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n"
     "         [--capture-directory PATH] [--capture-fault refuse|partial] [--through-shared-writers]\n"
     "         [--life] [--life-blocks N] [--life-block-ms N] [--life-fault initialize|hang|lock|query]\n"

@@ -1,4 +1,4 @@
-// The command line of the stand-in effect.
+// The command line of the test effect.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace velmora::effect {
 
-// What is wrong, on purpose, with a record that the stand-in makes.
+// What is wrong, on purpose, with a record that the test effect makes.
 enum class Fault {
   none,
   unfinished,  // the magic is never written
@@ -44,7 +44,7 @@ struct Options {
   std::optional<std::uint32_t> exit_after_ms;  // counted from the first look at the record
 
   bool through_shared_writers =
-      false;  // report with the writers of src/bridge in place of the stand-in's own
+      false;  // report with the writers of src/bridge in place of the test effect's own
   bool life = false;
   std::uint32_t life_blocks = 0;  // of each processing thread; 0: no end but the stop
   std::uint32_t block_ms = 10;    // pause behind each block

@@ -1,4 +1,4 @@
-// The only file of the stand-in that knows the service's own definition of the record.
+// The only file of the test effect that knows the service's own definition of the record.
 #include "bridge/diagnostics.h"
 
 #include "reports.h"

@@ -1,4 +1,4 @@
 // The effect as a library that can be loaded, and nothing more.
-extern "C" int velmora_standin_effect_library();
+extern "C" int velmora_test_effect_library();
 
-extern "C" int velmora_standin_effect_library() { return 0; }
+extern "C" int velmora_test_effect_library() { return 0; }

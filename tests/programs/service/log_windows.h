@@ -1,4 +1,4 @@
-// The stand-in's log: lines "MILLISECONDS NAME WORD", the time counted from 1970 (UTC), the word one of
+// The test service's log: lines "MILLISECONDS NAME WORD", the time counted from 1970 (UTC), the word one of
 //   start    the manager has asked it to start
 //   running  it has told the manager that it runs
 //   stop     it has been asked to stop and does

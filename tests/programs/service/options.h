@@ -1,4 +1,4 @@
-// What the stand-in is told on its command line. A test gives it to `install`, which hands it on to the
+// What the test service gets on its command line. A test gives it to `install`, which hands it on to the
 // service itself.
 #pragma once
 
@@ -33,10 +33,10 @@ struct Options {
 };
 
 constexpr const char* usage =
-    "usage: velmora_standin_service install NAME [--start-ms N|forever] [--stop-ms N|forever]\n"
+    "usage: velmora_test_service install NAME [--start-ms N|forever] [--stop-ms N|forever]\n"
     "                                            [--refuse-stop ERROR] [--refuse-start ERROR|exit]\n"
     "                                            [--disabled] [--log FILE] [--depends NAME]...\n"
-    "       velmora_standin_service remove NAME\n";
+    "       velmora_test_service remove NAME\n";
 
 // The arguments behind the program's name. None when they are not as the usage says.
 [[nodiscard]] std::optional<Options> parse_options(const std::vector<std::wstring>& arguments);

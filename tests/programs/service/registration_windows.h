@@ -1,5 +1,5 @@
-// How the stand-in gets into the service control manager's list, and out of it. Results are Win32 codes; 0 is
-// success.
+// How the test service gets into the service control manager's list, and out of it. Results are Win32 codes;
+// 0 is success.
 #pragma once
 
 #include <string>

@@ -102,15 +102,15 @@ TEST_F(Session, ClosesTheReferralWhenAReferrerIsNamed) {
 class StaleSession : public FreshMachine {
  protected:
   static std::string removed_from(std::u16string_view data_directory) {
-    standin::reset();
-    standin::system().environment[u"ProgramData"] = data_directory;
+    memory::reset();
+    memory::system().environment[u"ProgramData"] = data_directory;
     for (const char* path : {"C:\\ProgramData\\Velmora\\session.json", "D:\\data\\Velmora\\session.json"}) {
-      standin::system().files[path].bytes = "{}";
+      memory::system().files[path].bytes = "{}";
     }
     remove_stale_session_file();
     std::string removed;
-    if (!standin::system().files.contains("C:\\ProgramData\\Velmora\\session.json")) removed += 'C';
-    if (!standin::system().files.contains("D:\\data\\Velmora\\session.json")) removed += 'D';
+    if (!memory::system().files.contains("C:\\ProgramData\\Velmora\\session.json")) removed += 'C';
+    if (!memory::system().files.contains("D:\\data\\Velmora\\session.json")) removed += 'D';
     return removed;
   }
 };
@@ -128,9 +128,9 @@ TEST_F(StaleSession, IsLookedForWhereWindowsHasItWhenTheVariableIsTooLong) {
 
 TEST_F(StaleSession, IsNotMissed) {
   remove_stale_session_file();
-  standin::system().files["C:\\ProgramData\\Velmora\\session.json"].kind = FileKind::directory;
+  memory::system().files["C:\\ProgramData\\Velmora\\session.json"].kind = FileKind::directory;
   remove_stale_session_file();
-  EXPECT_TRUE(standin::system().files.contains("C:\\ProgramData\\Velmora\\session.json"));
+  EXPECT_TRUE(memory::system().files.contains("C:\\ProgramData\\Velmora\\session.json"));
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ class CurrentMachineId : public FreshMachine {};
 // It is asked for once in the life of the process, so this is the one test that may ask first.
 TEST_F(CurrentMachineId, IsAskedForOnceAndKept) {
   const std::string first = current_machine_id();
-  standin::system().machine_identifier = "another";
+  memory::system().machine_identifier = "another";
   EXPECT_EQ(current_machine_id(), first);
   EXPECT_EQ(first, machine_id_of(identifier, "machine"));
 }

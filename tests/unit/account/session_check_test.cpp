@@ -111,10 +111,10 @@ TEST_F(SessionCheck, AsksNothingWithoutAHashOrAToken) {
 }
 
 TEST_F(SessionCheck, TakesWhatCameOfAReplyThatBreaksOff) {
-  standin::HttpReply reply;
+  memory::HttpReply reply;
   reply.body = R"({"active":false,"next)";
   reply.end_error = 12030;
-  standin::http_service().replies.push_back(reply);
+  memory::http_service().replies.push_back(reply);
   const SessionCheckResult result = check();
   EXPECT_TRUE(result.completed);
   EXPECT_FALSE(result.active);
@@ -130,7 +130,7 @@ TEST_F(SessionRelease, SendsOneRequestWhateverTheAnswer) {
   }
   account_session_release(service_url, "h\"1", "t\\1");
   EXPECT_EQ(take_requests(), (Requests{release_request}));
-  EXPECT_EQ(standin::system().standard_output + standin::system().standard_error, "");
+  EXPECT_EQ(memory::system().standard_output + memory::system().standard_error, "");
 }
 
 TEST_F(SessionRelease, SendsNothingWithoutAServiceAHashOrAToken) {

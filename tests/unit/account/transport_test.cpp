@@ -25,14 +25,14 @@ Log opened_and(const Log& rest) {
 class Transport : public FreshMachine {
  protected:
   static AccountReply post() { return account_request(service_url, "POST", path, body); }
-  static void expect_nothing_open() { EXPECT_TRUE(standin::http_service().open.empty()); }
+  static void expect_nothing_open() { EXPECT_TRUE(memory::http_service().open.empty()); }
   // A reply in pieces, which may break off.
   static void answer_in_pieces(std::string bytes, std::size_t piece_bytes, std::uint32_t end_error = 0) {
-    standin::HttpReply reply;
+    memory::HttpReply reply;
     reply.body = std::move(bytes);
     reply.piece_bytes = piece_bytes;
     reply.end_error = end_error;
-    standin::http_service().replies.push_back(std::move(reply));
+    memory::http_service().replies.push_back(std::move(reply));
   }
 };
 
@@ -86,7 +86,7 @@ TEST_F(Transport, TellsWhichStepFailed) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    standin::reset_http_service();
+    memory::reset_http_service();
     answer_next(200, "{}");
     fail_next(row.operation, {row.error});
     expect_reply(post(), false, 0, "", row.message);
@@ -98,7 +98,7 @@ TEST_F(Transport, TellsWhichStepFailed) {
 TEST_F(Transport, TellsAReplyThatDoesNotComeLikeARequestThatDoesNotGoOut) {
   for (const std::uint32_t error : {12002u, 12030u, 12152u, 12175u}) {
     SCOPED_TRACE(error);
-    standin::reset_http_service();
+    memory::reset_http_service();
     answer_next(200, "{}");
     fail_next("WinHttpReceiveResponse", {error});
     expect_reply(post(), false, 0, "", "连接账号服务失败（错误 " + std::to_string(error) + "）");
@@ -133,13 +133,13 @@ TEST_F(Transport, TakesWhatCameOfAReplyThatBreaksOff) {
   expect_reply(post(), true, 200, "{\"state\":\"ab", "");
   expect_nothing_open();
 
-  standin::reset_http_service();
+  memory::reset_http_service();
   answer_in_pieces("{\"state\":\"ab", 5);
   fail_next("WinHttpReadData", {0, 12002});
   expect_reply(post(), true, 200, "{\"sta", "");
   EXPECT_EQ(count_calls("WinHttpReadData"), 2u);
 
-  standin::reset_http_service();
+  memory::reset_http_service();
   answer_next(500, "{}");
   fail_next("WinHttpReadData", {12030});
   expect_reply(post(), true, 500, "", "");
@@ -150,7 +150,7 @@ TEST_F(Transport, TakesTwoMebibytesWhateverThePieces) {
   const std::string whole = std::string(limit_bytes - 1, 'a') + 'z';
   for (const std::size_t piece_bytes : {1000u, 4096u, 8191u, 8192u, 65536u}) {
     SCOPED_TRACE(piece_bytes);
-    standin::reset_http_service();
+    memory::reset_http_service();
     answer_in_pieces(whole, piece_bytes);
     const AccountReply reply = post();
     EXPECT_TRUE(reply.ok);
@@ -174,7 +174,7 @@ TEST_F(Transport, KeepsWhatCameBeforeThePieceThatGoesOverTheLimit) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.size) + " in pieces of " + std::to_string(row.piece_bytes));
-    standin::reset_http_service();
+    memory::reset_http_service();
     answer_in_pieces(std::string(row.size, 'a'), row.piece_bytes);
     const AccountReply reply = post();
     EXPECT_FALSE(reply.ok);
@@ -189,7 +189,7 @@ TEST_F(Transport, KeepsWhatCameBeforeThePieceThatGoesOverTheLimit) {
 TEST_F(Transport, TouchesNothingWithoutAnAddress) {
   expect_reply(account_request("", "POST", path, body), false, 0, "", "账号服务未配置");
   EXPECT_EQ(http_log(), Log());
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(Transport, TouchesNothingWithAnAddressThatIsNone) {
@@ -206,11 +206,11 @@ TEST_F(Transport, KeepsNothingFromOneRequestToTheNext) {
   answer_next(404, "second");
   expect_reply(post(), true, 200, "first", "");
   const Log first = http_log();
-  standin::http_service().log.clear();
+  memory::http_service().log.clear();
   expect_reply(post(), true, 404, "second", "");
   EXPECT_EQ(http_log(), first);
   // There is no second attempt either.
-  standin::http_service().log.clear();
+  memory::http_service().log.clear();
   expect_reply(post(), false, 0, "", "连接账号服务失败（错误 12030）");
   EXPECT_EQ(count_calls("WinHttpSendRequest"), 1u);
 }

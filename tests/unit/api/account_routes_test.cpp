@@ -477,7 +477,7 @@ TEST_F(AccountRoutes, ForgetTheSessionAndTellNobody) {
 TEST_F(AccountRoutes, WriteOneResponseEach) {
   for (const Route& route : all_routes) {
     SCOPED_TRACE(route.name);
-    standin::system().log.clear();
+    memory::system().log.clear();
     static_cast<void>(answer(route));
     EXPECT_EQ(calls_of("send"), 1);
   }

@@ -53,17 +53,17 @@ class ApoRoutes : public FreshMachine {
   }
   // A new machine: the endpoint with these values, which is the default one, and the usual services.
   void renew(const endpoint::Words& words) {
-    standin::reset();
+    memory::reset();
     endpoint::set_up(words);
     services::put_usual_services();
     for (const std::string& guid : {std::string(endpoint::guid), std::string(endpoint::other_guid)}) {
-      standin::TreeKey& key = endpoint::key_at(standin::system().state.registry, endpoint::render_path(guid));
+      hosted::TreeKey& key = endpoint::key_at(memory::system().state.registry, endpoint::render_path(guid));
       endpoint::put(key, "DeviceState", endpoint::Value{endpoint::type_dword, endpoint::number_bytes(1, 4)});
     }
-    endpoint::put(endpoint::key_at(standin::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Audio"),
+    endpoint::put(endpoint::key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Audio"),
                   "DefaultRender", endpoint::Value{endpoint::type_sz, endpoint::text_bytes(endpoint_id)});
     controller_ = {};
-    before_ = standin::system().state.registry;
+    before_ = memory::system().state.registry;
   }
   std::string post(const std::string& body) {
     const Accepted accepted = accept_client({});
@@ -75,29 +75,29 @@ class ApoRoutes : public FreshMachine {
   }
   // What the machine was asked for, but for the answer that went out.
   static Log calls() {
-    Log calls = standin::system().log;
+    Log calls = memory::system().log;
     std::erase_if(calls, [](const std::string& call) { return call == "send" || call == "closesocket"; });
     return calls;
   }
-  [[nodiscard]] bool registry_is_untouched() const { return standin::system().state.registry == before_; }
+  [[nodiscard]] bool registry_is_untouched() const { return memory::system().state.registry == before_; }
   static bool is_bound() {
-    const standin::TreeKey& key = endpoint::key_at(standin::system().state.registry, endpoint::fx_path());
-    const standin::TreeValue* chain = standin::find_value(key, endpoint::widen(endpoint::chain_name));
+    const hosted::TreeKey& key = endpoint::key_at(memory::system().state.registry, endpoint::fx_path());
+    const hosted::TreeValue* chain = hosted::find_value(key, endpoint::widen(endpoint::chain_name));
     return chain != nullptr &&
            chain->bytes.find(endpoint::text_bytes(endpoint::class_a)) != std::string::npos;
   }
   static void before(const std::string& call, const std::function<void()>& act) {
-    standin::system().before_machine_call = [call, act](const std::string& entry) {
+    memory::system().before_machine_call = [call, act](const std::string& entry) {
       if (entry == call) act();
     };
   }
   static void put_chain(const std::string& words) {
-    endpoint::put(endpoint::key_at(standin::system().state.registry, endpoint::fx_path()),
+    endpoint::put(endpoint::key_at(memory::system().state.registry, endpoint::fx_path()),
                   endpoint::chain_name, endpoint::value_from_words(words, "multi"));
   }
 
   EndpointController controller_;
-  standin::RegistryTree before_;
+  hosted::RegistryTree before_;
 };
 
 TEST_F(ApoRoutes, BindTheWorkingEndpointAndRestartTheAudioService) {
@@ -166,7 +166,7 @@ TEST_F(ApoRoutes, DemandABooleanBeforeAnythingElse) {
     for (const std::string& rest : rests) {
       const std::string body = "{" + attach + rest + "}";
       SCOPED_TRACE(body);
-      standin::system().log.clear();
+      memory::system().log.clear();
       EXPECT_EQ(post(body), no_boolean);
       EXPECT_EQ(calls(), Log());
     }
@@ -221,16 +221,16 @@ TEST_F(ApoRoutes, RefuseWhereNoEndpointIsToBeFound) {
     Log calls;
   } rows[] = {
       {"no endpoint at all",
-       [] { standin::system().state.registry = {}; },
+       [] { memory::system().state.registry = {}; },
        {"CoCreateInstance", "GetDefaultAudioEndpoint 0", "Release"}},
       {"endpoints cannot be had",
-       [] { standin::system().faults["CoCreateInstance"] = {-2147221164}; },
+       [] { memory::system().faults["CoCreateInstance"] = {-2147221164}; },
        {"CoCreateInstance"}},
       {"no default",
-       [] { standin::system().faults["GetDefaultAudioEndpoint"] = {-2147023728}; },
+       [] { memory::system().faults["GetDefaultAudioEndpoint"] = {-2147023728}; },
        {"CoCreateInstance", "GetDefaultAudioEndpoint 0", "Release"}},
       {"the default has no id",
-       [] { standin::system().faults["GetId"] = {-2147024882}; },
+       [] { memory::system().faults["GetId"] = {-2147024882}; },
        {"CoCreateInstance", "GetDefaultAudioEndpoint 0", "GetId", "Release", "Release"}},
   };
   for (const auto& row : rows) {
@@ -254,7 +254,7 @@ TEST_F(ApoRoutes, RefuseAnIdOfAnotherShapeAndOpenNothing) {
         std::string("{0.0.0.00000000}.{feab839f-3407-471a-aa45_bcd41f1bb5f6}"), std::string("default")}) {
     for (const std::string attach : {"true", "false"}) {
       SCOPED_TRACE(id);
-      standin::system().log.clear();
+      memory::system().log.clear();
       EXPECT_EQ(post("{\"attach\":" + attach + ",\"endpoint_id\":\"" + id + "\"}"), no_identifier);
       EXPECT_EQ(calls(), Log());
     }
@@ -269,7 +269,7 @@ TEST_F(ApoRoutes, RefuseAnIdOfAnotherShapeAndOpenNothing) {
 TEST_F(ApoRoutes, FindNoKeyForACaptureEndpoint) {
   const std::string guid = capture_id.substr(capture_id.find(".{") + 1);
   for (const std::string attach : {"true", "false"}) {
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_EQ(post("{\"attach\":" + attach + ",\"endpoint_id\":\"" + capture_id + "\"}"),
               unavailable(endpoint::not_opened));
     EXPECT_EQ(calls(), Log{"RegOpenKeyExW " + endpoint::fx_path(guid)});
@@ -292,7 +292,7 @@ TEST_F(ApoRoutes, RestartNothingWhenTheChangeFails) {
     for (const std::string attach : {"true", "false"}) {
       SCOPED_TRACE(row.detail + " " + attach);
       renew(attach == "true" ? unbound_words : bound_words);
-      standin::system().faults[row.operation] = row.faults;
+      memory::system().faults[row.operation] = row.faults;
       EXPECT_EQ(post("{\"attach\":" + attach + ",\"restart_audio\":true}"), unavailable(row.detail));
       EXPECT_EQ(services::service_calls(), Log());
       EXPECT_TRUE(registry_is_untouched());
@@ -301,7 +301,7 @@ TEST_F(ApoRoutes, RestartNothingWhenTheChangeFails) {
     }
   }
   renew(unbound_words);
-  standin::system().faults["StringFromGUID2"] = {1};
+  memory::system().faults["StringFromGUID2"] = {1};
   EXPECT_EQ(post(R"({"attach":true})"), unavailable(endpoint::not_kept));
   EXPECT_EQ(services::service_calls(), Log());
 }
@@ -347,7 +347,7 @@ TEST_F(ApoRoutes, SucceedAndKeepTheBindingWhenTheRestartFails) {
        {"false", "-2147023844", "Audiosrv did not accept the stop request"}},
       {[] { services::behave("Audiosrv", "StartError", 1069); },
        {"false", "-2147023827", "Audiosrv did not restart"}},
-      {[] { standin::system().faults["OpenSCManagerW"] = {5}; },
+      {[] { memory::system().faults["OpenSCManagerW"] = {5}; },
        {"false", "-2147024891", "the service control manager could not be opened"}},
       {[] { services::uninstall("Audiosrv"); },
        {"false", "-2147023836", "Audiosrv could not be opened (run the control service elevated)"}},
@@ -398,7 +398,7 @@ TEST_F(ApoRoutes, LookAfreshWhetherTheEffectIsBound) {
 
 TEST_F(ApoRoutes, CallAnEndpointUnboundThatCannotBeLookedAt) {
   renew(bound_words);
-  standin::system().faults["RegOpenKeyExW"] = {0, 5};
+  memory::system().faults["RegOpenKeyExW"] = {0, 5};
   EXPECT_EQ(post(R"({"attach":true,"restart_audio":false})"),
             done("false", endpoint_id, endpoint::was_bound, not_asked_for));
   EXPECT_TRUE(is_bound());
@@ -410,11 +410,11 @@ TEST_F(ApoRoutes, CallAnEndpointUnboundThatCannotBeLookedAt) {
 
 TEST_F(ApoRoutes, HoldTheClientUpForAsLongAsTheDependentsTake) {
   for (const char* name : {"Player", "Mixer"}) services::behave(name, "StopError", 1052);
-  const std::int64_t begin = standin::system().now_ns;
+  const std::int64_t begin = memory::system().now_ns;
   EXPECT_EQ(post(R"({"attach":true})"),
             done("true", endpoint_id, endpoint::bound,
                  {"false", "-2147023845", "Audiosrv did not accept the stop request"}));
-  EXPECT_EQ(standin::system().now_ns - begin, 20'000'000'000);
+  EXPECT_EQ(memory::system().now_ns - begin, 20'000'000'000);
 }
 
 }  // namespace

@@ -53,13 +53,13 @@ class CaptureRoutes : public FreshMachine {
   // A machine with the four files, the usual clock and an open bridge.
   void new_machine() {
     bridge_.close();
-    standin::reset();
+    memory::reset();
     capture_directory_override = "captures";
-    standin::system().local_time = usual_moment();
+    memory::system().local_time = usual_moment();
     put_captures(captures_);
     std::string message;
     ASSERT_TRUE(bridge_.create(u"Local\\captures", message)) << message;
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
 
   std::string post(const std::string& body) {
@@ -85,7 +85,7 @@ class CaptureRoutes : public FreshMachine {
   }
 
   static std::vector<std::uint64_t>& record() {
-    return standin::system().regions.at(u"Local\\captures").lock()->words;
+    return memory::system().regions.at(u"Local\\captures").lock()->words;
   }
 
   // The whole answer of a download that nothing disturbs.
@@ -187,31 +187,31 @@ TEST_F(CaptureRoutes, RefuseACommandAndLeaveRecordAndFilesAlone) {
       {R"({"action":"export","seconds":-1})", seconds_refused},
   };
   for (const bool open : {true, false}) {
-    const std::shared_ptr<standin::Region> region = standin::system().regions.at(u"Local\\captures").lock();
+    const std::shared_ptr<memory::Region> region = memory::system().regions.at(u"Local\\captures").lock();
     if (!open) bridge_.close();
-    standin::system().log.clear();
+    memory::system().log.clear();
     for (const auto& row : rows) {
       SCOPED_TRACE(row.body);
       EXPECT_EQ(post(row.body), row.answer);
       EXPECT_EQ(region->words, before);
-      EXPECT_EQ(standin::system().files.size(), 4u);
+      EXPECT_EQ(memory::system().files.size(), 4u);
     }
     EXPECT_EQ(calls_of("DeleteFileW"), 0);
   }
 }
 
 TEST_F(CaptureRoutes, RemoveTheFormerFilesForAnExport) {
-  standin::system().files["captures/other.wav"].bytes = "x";
+  memory::system().files["captures/other.wav"].bytes = "x";
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);
   EXPECT_EQ(record()[capture_word], 0x0000000100780003u);
-  EXPECT_EQ(standin::system().files.size(), 1u);
+  EXPECT_EQ(memory::system().files.size(), 1u);
   EXPECT_EQ(ready(), ready_answer("false", 0));
 }
 
 TEST_F(CaptureRoutes, RemoveTheFormerFilesBeforeTheyPublishTheExport) {
   capture_directory_override.clear();
   std::uint64_t word_at_removal = 77;
-  standin::system().before_machine_call = [&](const std::string&) {
+  memory::system().before_machine_call = [&](const std::string&) {
     word_at_removal = record()[capture_word];
   };
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);
@@ -222,30 +222,30 @@ TEST_F(CaptureRoutes, RemoveTheFormerFilesBeforeTheyPublishTheExport) {
 TEST_F(CaptureRoutes, RemoveTheFormerFilesThoughNoBridgeIsOpen) {
   bridge_.close();
   EXPECT_EQ(post(R"({"action":"export"})"), unavailable);
-  EXPECT_TRUE(standin::system().files.empty());
+  EXPECT_TRUE(memory::system().files.empty());
 }
 
 TEST_F(CaptureRoutes, KeepTheFilesForStartAndStop) {
   for (const std::string action : {"start", "stop"}) {
     EXPECT_EQ(post("{\"action\":\"" + action + "\"}"), accepted);
-    EXPECT_EQ(standin::system().files.size(), 4u);
+    EXPECT_EQ(memory::system().files.size(), 4u);
     EXPECT_EQ(ready(), ready_answer("true", 1 + 65536 + 65537 + 140000));
   }
   bridge_.close();
   for (const std::string action : {"start", "stop"}) {
     EXPECT_EQ(post("{\"action\":\"" + action + "\"}"), unavailable);
-    EXPECT_EQ(standin::system().files.size(), 4u);
+    EXPECT_EQ(memory::system().files.size(), 4u);
   }
   EXPECT_EQ(calls_of("DeleteFileW"), 0);
 }
 
 TEST_F(CaptureRoutes, ExportThoughTheFormerFilesCannotBeRemoved) {
-  standin::system().faults["DeleteFileW"] = {32, 5, 2, 3};
+  memory::system().faults["DeleteFileW"] = {32, 5, 2, 3};
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);
   EXPECT_EQ(record()[capture_word], 0x0000000100780003u);
-  EXPECT_EQ(standin::system().files.size(), 4u);
+  EXPECT_EQ(memory::system().files.size(), 4u);
   // Nor does it matter that there are none.
-  standin::system().files.clear();
+  memory::system().files.clear();
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);
   EXPECT_EQ(record()[capture_word], 0x0000000200780003u);
 }
@@ -253,8 +253,8 @@ TEST_F(CaptureRoutes, ExportThoughTheFormerFilesCannotBeRemoved) {
 TEST_F(CaptureRoutes, LeaveADirectoryThatBearsTheNameOfACapture) {
   capture_file(2).kind = FileKind::directory;
   EXPECT_EQ(post(R"({"action":"export"})"), accepted);
-  EXPECT_EQ(standin::system().files.size(), 1u);
-  EXPECT_TRUE(standin::system().files.contains(capture_path(2)));
+  EXPECT_EQ(memory::system().files.size(), 1u);
+  EXPECT_TRUE(memory::system().files.contains(capture_path(2)));
 }
 
 TEST_F(CaptureRoutes, TellThatAnExportIsComplete) {
@@ -265,11 +265,11 @@ TEST_F(CaptureRoutes, TellThatAnExportIsComplete) {
 }
 
 TEST_F(CaptureRoutes, TellTheBytesInFrontOfTheFirstFileThatFails) {
-  standin::system().files.erase(capture_path(2));
+  memory::system().files.erase(capture_path(2));
   EXPECT_EQ(ready(), ready_answer("false", 1 + 65536));
   capture_file(1).bytes.clear();
   EXPECT_EQ(ready(), ready_answer("false", 1));
-  standin::system().files.clear();
+  memory::system().files.clear();
   EXPECT_EQ(ready(), ready_answer("false", 0));
 }
 
@@ -302,7 +302,7 @@ TEST_F(CaptureRoutes, SendAnArchiveThatIsReadBackFromItsEnd) {
 TEST_F(CaptureRoutes, SendHeadAndPiecesEachByItself) {
   std::vector<std::size_t> sent_before;
   const Accepted client = accept_client({});
-  standin::system().on_send = [&] { sent_before.push_back(client.client->from_service.size()); };
+  memory::system().on_send = [&] { sent_before.push_back(client.client->from_service.size()); };
   get_capture_download(client.socket);
   std::vector<std::size_t> expected;
   std::size_t sum = 0;
@@ -324,9 +324,9 @@ TEST_F(CaptureRoutes, WriteAnArchivesHeadWithALengthOf64Bits) {
 
 TEST_F(CaptureRoutes, NameTheArchiveByTheLocalTime) {
   EXPECT_EQ(capture_zip_file_name(), "velmora-capture-20260314-091502.zip");
-  standin::system().local_time = local_moment(1999, 12, 31, 23, 59, 58);
+  memory::system().local_time = local_moment(1999, 12, 31, 23, 59, 58);
   EXPECT_EQ(capture_zip_file_name(), "velmora-capture-19991231-235958.zip");
-  standin::system().local_time.reset();
+  memory::system().local_time.reset();
   EXPECT_EQ(capture_zip_file_name(), "velmora-capture-.zip");
 }
 
@@ -336,7 +336,7 @@ TEST_F(CaptureRoutes, SayWhyThereIsNoArchiveBeforeTheHead) {
     std::function<void()> spoil;
     std::string answer;
   } rows[] = {
-      {"the fourth is missing", [] { standin::system().files.erase(capture_path(3)); },
+      {"the fourth is missing", [] { memory::system().files.erase(capture_path(3)); },
        expected_error("404 Not Found", "no exported capture found -- export first")},
       {"a directory", [] { capture_file(0).kind = FileKind::directory; },
        expected_error("404 Not Found", "no exported capture found -- export first")},
@@ -347,14 +347,14 @@ TEST_F(CaptureRoutes, SayWhyThereIsNoArchiveBeforeTheHead) {
                       "capture file is empty or unreadable: capture-2-algorithm-in.wav")},
       {"size unreadable",
        [] {
-         standin::system().faults["GetFileSizeEx"] = {0, 0, 0, 5};
+         memory::system().faults["GetFileSizeEx"] = {0, 0, 0, 5};
        },
        expected_error("500 Internal Server Error",
                       "capture file is empty or unreadable: capture-4-host-out.wav")},
       {"too large", [] { capture_file(2).size = 0x100000000; },
        expected_error("500 Internal Server Error",
                       "capture file is too large for a zip member: capture-3-algorithm-out.wav")},
-      {"locked", [] { standin::system().faults["CreateFileW"] = {32}; },
+      {"locked", [] { memory::system().faults["CreateFileW"] = {32}; },
        expected_error("500 Internal Server Error", "cannot read capture-1-host-in.wav")},
       {"grown", [] { capture_file(1).size = 65535; },
        expected_error("500 Internal Server Error",
@@ -379,7 +379,7 @@ TEST_F(CaptureRoutes, SayWhyThereIsNoArchiveBeforeTheHead) {
 TEST_F(CaptureRoutes, WriteNothingMoreBehindACallThatFails) {
   const std::vector<std::string> pieces = pieces_of_download();
   static_cast<void>(download());
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   // Four sizes and four openings, then the sends with four openings among them, then the socket's end.
   ASSERT_EQ(log.size(), 8 + pieces.size() + 4 + 1);
   ASSERT_EQ(log.back(), "closesocket");
@@ -388,7 +388,7 @@ TEST_F(CaptureRoutes, WriteNothingMoreBehindACallThatFails) {
   for (std::size_t call = 0; call + 1 < log.size(); ++call) {
     SCOPED_TRACE(std::to_string(call) + " " + log[call]);
     new_machine();
-    standin::system().fault_at = standin::CallFault{call + 1, log[call] == "send" ? 10054 : 5};
+    memory::system().fault_at = memory::CallFault{call + 1, log[call] == "send" ? 10054 : 5};
     const std::string answer = download();
     if (call < 8) {
       const std::string name(names_of_captures[call % 4]);
@@ -399,7 +399,7 @@ TEST_F(CaptureRoutes, WriteNothingMoreBehindACallThatFails) {
     }
     EXPECT_TRUE(answer == sent);
     // The call that failed was the last but for the socket's end.
-    EXPECT_EQ(standin::system().log.size(), call + 2);
+    EXPECT_EQ(memory::system().log.size(), call + 2);
     if (log[call] == "send") sent += pieces[next_piece++];
   }
   EXPECT_EQ(next_piece, pieces.size());
@@ -427,7 +427,7 @@ TEST_F(CaptureRoutes, StopAtTheByteAtWhichTheSocketFails) {
       const Accepted client = accept_client({});
       client.client->send_limit = 1;
       std::size_t sends = 0;
-      standin::system().on_send = [&] {
+      memory::system().on_send = [&] {
         if (sends++ < bytes) return;
         client.client->send_stalls = stalls;
         client.client->client_gone = !stalls;
@@ -436,7 +436,7 @@ TEST_F(CaptureRoutes, StopAtTheByteAtWhichTheSocketFails) {
       ASSERT_EQ(client.client->from_service, whole.substr(0, bytes));
       ASSERT_EQ(sends, bytes + 1);
       // Of files nothing is left open.
-      ASSERT_EQ(standin::system().handles.size(), 1u + 2u);
+      ASSERT_EQ(memory::system().handles.size(), 1u + 2u);
     }
   }
 }
@@ -451,28 +451,28 @@ TEST_F(CaptureRoutes, TellTheirCallerHowFarTheyCame) {
     std::string error;
   } rows[] = {
       {"nothing", [] {}, true, true, ""},
-      {"no file", [] { standin::system().files.clear(); }, false, false,
+      {"no file", [] { memory::system().files.clear(); }, false, false,
        "no exported capture found -- export first"},
       {"changed", [] { capture_file(0).size = 2; }, false, false,
        "capture file changed while it was being read: capture-1-host-in.wav"},
-      {"head", [] { standin::system().faults["send"] = {10054}; }, false, true,
+      {"head", [] { memory::system().faults["send"] = {10054}; }, false, true,
        "the connection closed before the download started"},
       {"first header",
        [] {
-         standin::system().faults["send"] = {0, 10054};
+         memory::system().faults["send"] = {0, 10054};
        },
        false, true, interrupted},
       {"first block",
        [] {
-         standin::system().faults["send"] = {0, 0, 10054};
+         memory::system().faults["send"] = {0, 0, 10054};
        },
        false, true, interrupted},
       // Head, four headers and 1 + 1 + 2 + 3 blocks go in front of the directory.
-      {"directory", [] { standin::system().faults["send"] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 10054}; },
+      {"directory", [] { memory::system().faults["send"] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 10054}; },
        false, true, interrupted},
-      {"second opening", [] { standin::system().faults["CreateFileW"] = {0, 0, 0, 0, 0, 5}; }, false, true,
+      {"second opening", [] { memory::system().faults["CreateFileW"] = {0, 0, 0, 0, 0, 5}; }, false, true,
        "cannot read capture-2-algorithm-in.wav"},
-      {"shrunk", [] { standin::system().on_send = [] { capture_file(3).bytes.resize(1); }; }, false, true,
+      {"shrunk", [] { memory::system().on_send = [] { capture_file(3).bytes.resize(1); }; }, false, true,
        "capture file shrank while it was being sent: capture-4-host-out.wav"},
   };
   for (const auto& row : rows) {
@@ -486,7 +486,7 @@ TEST_F(CaptureRoutes, TellTheirCallerHowFarTheyCame) {
       EXPECT_EQ(stream_capture_zip(client.socket, head_sent, error), row.streamed);
       EXPECT_EQ(head_sent, row.head_sent);
       EXPECT_EQ(error, row.error);
-      standin::system().on_send = nullptr;
+      memory::system().on_send = nullptr;
     }
   }
 }
@@ -495,17 +495,17 @@ TEST_F(CaptureRoutes, CountTheHeadAsSentFromItsFirstByteOn) {
   const Accepted client = accept_client({});
   bool head_sent = false;
   std::vector<bool> at_sends;
-  standin::system().on_send = [&] { at_sends.push_back(head_sent); };
+  memory::system().on_send = [&] { at_sends.push_back(head_sent); };
   std::string error;
   EXPECT_TRUE(stream_capture_zip(client.socket, head_sent, error));
   EXPECT_EQ(at_sends, std::vector<bool>(13, true));
 }
 
 TEST_F(CaptureRoutes, CutAFileThatGrowsAndEndAtOneThatShrinksWhileTheySend) {
-  standin::system().on_send = [] { capture_file(3).bytes += "more"; };
+  memory::system().on_send = [] { capture_file(3).bytes += "more"; };
   EXPECT_TRUE(download() == whole_download());
   new_machine();
-  standin::system().on_send = [] { capture_file(2).bytes.resize(65536); };
+  memory::system().on_send = [] { capture_file(2).bytes.resize(65536); };
   const std::string answer = download();
   const std::string whole = whole_download();
   const std::size_t end = whole.find("\r\n\r\n") + 4 + 164 - 57 + 57 + 1 + 65536 + 65536;

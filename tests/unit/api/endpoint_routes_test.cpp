@@ -67,7 +67,7 @@ class EndpointRoutes : public FreshMachine {
   }
   // No operation on endpoints has been asked for.
   static bool nothing_asked() {
-    const auto& log = standin::system().log;
+    const auto& log = memory::system().log;
     return std::find_if(log.begin(), log.end(), has_audio_status) == log.end();
   }
 
@@ -88,12 +88,12 @@ TEST_F(EndpointRoutes, ListTheEndpoints) {
 
 TEST_F(EndpointRoutes, ListWhatFailedAsA200) {
   for (const std::string operation : {"CoCreateInstance", "EnumAudioEndpoints"}) {
-    standin::system().faults[operation] = {access_denied};
+    memory::system().faults[operation] = {access_denied};
     const std::string answer = devices();
     EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK\r\nContent-Type: application/json; charset=utf-8\r\n"));
     EXPECT_TRUE(answer.ends_with(",\"error_code\":-2147024891}")) << answer;
   }
-  standin::reset();
+  memory::reset();
   EXPECT_EQ(devices(), listed(R"({"render":[],"capture":[],"default_render_endpoint_id":"",)"
                               R"("default_capture_endpoint_id":"","selected_render_endpoint_id":"",)"
                               R"("selected_capture_endpoint_id":"","error_code":-2147023728})"));
@@ -174,7 +174,7 @@ TEST_F(EndpointRoutes, FailForAnIdThatIsNoUtf8) {
 TEST_F(EndpointRoutes, SelectAndListEndpointsWithUnusualIds) {
   for (const std::u16string& key : {std::u16string(u"q\"uo\\te\t\n/"),
                                     std::u16string(u"\xE4\x20AC\xD83D\xDE00"), std::u16string(61000, u'k')}) {
-    standin::reset();
+    memory::reset();
     put_endpoint({EndpointFlow::render, key, std::nullopt});
     const std::string id = utf8_from_wide(id_of(EndpointFlow::render, key));
     const std::string text = "\"" + json_escape(id) + "\"";
@@ -193,22 +193,22 @@ TEST_F(EndpointRoutes, AnswerAFailedSelectionByItsStatusWhereverItComesFrom) {
     for (const std::string& path : {render_path, capture_path}) {
       const std::string body = id_body(path == render_path ? headphones_id : line_in_id);
       controller_ = {speakers_id, microphone_id};
-      standin::system().faults[operation] = {not_found};
+      memory::system().faults[operation] = {not_found};
       EXPECT_EQ(select(path, body), id_not_found) << operation;
       for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1}) {
-        standin::system().faults[operation] = {status};
+        memory::system().faults[operation] = {status};
         EXPECT_EQ(select(path, body), selection_failed) << operation;
       }
       EXPECT_EQ(controller_.selected_render_id, speakers_id);
       EXPECT_EQ(controller_.selected_capture_id, microphone_id);
-      standin::system().faults[operation] = {1};
+      memory::system().faults[operation] = {1};
       EXPECT_EQ(select(path, body), expected_ok()) << operation;
     }
   }
 }
 
 TEST_F(EndpointRoutes, FailForWantOfMemory) {
-  standin::system().before_machine_call = [](const std::string& entry) {
+  memory::system().before_machine_call = [](const std::string& entry) {
     if (entry == "Item 0") throw std::bad_alloc();
   };
   EXPECT_EQ(select(render_path, id_body(speakers_id)), selection_failed);
@@ -263,12 +263,12 @@ TEST_F(EndpointRoutes, FailToSetTheVolume) {
   for (const std::string operation :
        {"CoCreateInstance", "GetDefaultAudioEndpoint", "Activate", "SetMasterVolumeLevelScalar"}) {
     for (const std::int32_t status : {not_found, access_denied, smallest_status, -1}) {
-      standin::system().faults[operation] = {status};
+      memory::system().faults[operation] = {status};
       EXPECT_EQ(volume(R"({"volume":0.5})"), volume_failed) << operation;
     }
     EXPECT_EQ(volume_text(headphones_id), "");
   }
-  standin::system().faults["SetMasterVolumeLevelScalar"] = {1};
+  memory::system().faults["SetMasterVolumeLevelScalar"] = {1};
   EXPECT_EQ(volume(R"({"volume":0.5})"), expected_ok());
   EXPECT_EQ(volume_text(headphones_id), "0.5");
 }
@@ -297,7 +297,7 @@ TEST_F(EndpointRoutes, RefuseAMuteThatIsNoBoolean) {
 TEST_F(EndpointRoutes, FailToMute) {
   for (const std::string operation : {"CoCreateInstance", "GetDefaultAudioEndpoint", "Activate", "SetMute"}) {
     for (const std::int32_t status : {not_found, access_denied, smallest_status, -1}) {
-      standin::system().faults[operation] = {status};
+      memory::system().faults[operation] = {status};
       EXPECT_EQ(mute(R"({"muted":true})"), mute_failed) << operation;
     }
     EXPECT_EQ(mute_value(headphones_id), std::nullopt);

@@ -38,11 +38,11 @@ std::string json_of(const EqSettings& settings) {
   return text;
 }
 
-std::map<std::string, standin::File>& files() { return standin::system().files; }
+std::map<std::string, memory::File>& files() { return memory::system().files; }
 
 // What the machine was asked for, but for the answers that went out.
 Log calls_beside_answers() {
-  Log calls = standin::system().log;
+  Log calls = memory::system().log;
   std::erase_if(calls, [](const std::string& call) { return call == "send" || call == "closesocket"; });
   return calls;
 }
@@ -54,8 +54,8 @@ class EqualizerRoutes : public FreshMachine {
     preset_directory_override = directory;
     std::string message;
     ASSERT_TRUE(bridge_.create(u"Local\\equalizer", message)) << message;
-    region_ = standin::system().regions.at(u"Local\\equalizer").lock();
-    standin::system().log.clear();
+    region_ = memory::system().regions.at(u"Local\\equalizer").lock();
+    memory::system().log.clear();
   }
   void TearDown() override {
     bridge_.close();
@@ -95,7 +95,7 @@ class EqualizerRoutes : public FreshMachine {
   std::vector<std::uint64_t> record() const { return region_->words; }
 
   ControlBridge bridge_;
-  std::shared_ptr<standin::Region> region_;
+  std::shared_ptr<memory::Region> region_;
 };
 
 TEST_F(EqualizerRoutes, ShowANewRecordFrom20To20000) {
@@ -398,14 +398,14 @@ TEST_F(PresetRoutes, RefuseABodyAndMakeNeitherDirectoryNorFile) {
 
 TEST_F(PresetRoutes, TellThatAFileCannotBeWritten) {
   const auto put_preset = [] { return presets("PUT", "/a", eq_body()); };
-  standin::system().faults["CreateDirectoryW"] = {5};
+  memory::system().faults["CreateDirectoryW"] = {5};
   EXPECT_EQ(put_preset(), not_written);
   EXPECT_TRUE(files().empty());
-  standin::system().faults["CreateFileW"] = {32};
+  memory::system().faults["CreateFileW"] = {32};
   EXPECT_EQ(put_preset(), not_written);
   EXPECT_EQ(files().at(directory).kind, FileKind::directory);
   EXPECT_EQ(files().count(directory + "\\a.json"), 0u);
-  standin::system().faults["WriteFile"] = {112};
+  memory::system().faults["WriteFile"] = {112};
   EXPECT_EQ(put_preset(), not_written);
   EXPECT_EQ(files().count(directory + "\\a.json"), 1u);
   for (const FileKind kind : {FileKind::directory, FileKind::other}) {
@@ -429,9 +429,9 @@ TEST_F(PresetRoutes, FindNoPresetInWhatIsNoRegularFile) {
 
 TEST_F(PresetRoutes, FindNoPresetWhereTheSystemRefusesIt) {
   ASSERT_EQ(presets("PUT", "/a", eq_body()), expected_ok());
-  standin::system().faults["CreateFileW"] = {32};
+  memory::system().faults["CreateFileW"] = {32};
   EXPECT_EQ(presets("GET", "/a"), no_such_preset);
-  standin::system().faults["DeleteFileW"] = {5};
+  memory::system().faults["DeleteFileW"] = {5};
   EXPECT_EQ(presets("DELETE", "/a"), no_such_preset);
   EXPECT_EQ(presets("GET", "/a"), document(json_of({})));
 }
@@ -447,10 +447,10 @@ TEST_F(PresetRoutes, WorkOutTheirDirectoryForEachRequestBeforeAnythingElse) {
                                                                                      {"POST", "/a"},
                                                                                      {"PUT", "/a"}}) {
     SCOPED_TRACE(method + " " + rest);
-    standin::system().log.clear();
+    memory::system().log.clear();
     static_cast<void>(presets(method, rest));
-    ASSERT_FALSE(standin::system().log.empty());
-    EXPECT_EQ(standin::system().log.front(), lookup);
+    ASSERT_FALSE(memory::system().log.empty());
+    EXPECT_EQ(memory::system().log.front(), lookup);
     EXPECT_EQ(calls_of(lookup), 1);
   }
   ASSERT_EQ(presets("PUT", "/a", eq_body()), expected_ok());

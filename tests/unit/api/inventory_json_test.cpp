@@ -33,7 +33,7 @@ TEST_F(InventoryJson, HasEveryFieldWhenThereIsNothing) {
   EXPECT_EQ(endpoint_inventory_json({}),
             R"({"render":[],"capture":[],"default_render_endpoint_id":"","default_capture_endpoint_id":"",)"
             R"("selected_render_endpoint_id":"","selected_capture_endpoint_id":"","error_code":0})");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(InventoryJson, WritesTheFieldsInTheirOrder) {
@@ -123,7 +123,7 @@ class BoundInJson : public InventoryJson {
     EndpointInfo info;
     info.id = id;
     const std::string entry = render_entry(info);
-    EXPECT_TRUE(standin::system().state.open_keys.empty());
+    EXPECT_TRUE(memory::system().state.open_keys.empty());
     return entry.substr(entry.rfind(':') + 1);
   }
 };
@@ -139,15 +139,15 @@ TEST_F(BoundInJson, IsLookedUpForEachRenderEndpointWhileTheTextIsWritten) {
   const std::string text = endpoint_inventory_json(inventory);
   EXPECT_LT(text.find("\"apo_bound\":false},{"), text.find("\"apo_bound\":true}],\"capture\":[{"));
   EXPECT_EQ(text.find("apo_bound", text.find("\"capture\":")), std::string::npos);
-  standin::remove_key(standin::system().state.registry,
-                      devices_path(EndpointFlow::render) + u"\\" + speakers.key + u"\\FxProperties");
+  hosted::remove_key(memory::system().state.registry,
+                     devices_path(EndpointFlow::render) + u"\\" + speakers.key + u"\\FxProperties");
   EXPECT_EQ(bound(narrow(speakers_id)), "false}");
 }
 
 TEST_F(BoundInJson, IsFalseWhereTheLookFails) {
   for (const std::string operation : {"RegOpenKeyExW", "RegQueryValueExW", "StringFromGUID2"}) {
     for (const std::int64_t error : {2, 5, 1018}) {
-      standin::system().faults[operation] = {error};
+      memory::system().faults[operation] = {error};
       EXPECT_EQ(bound(narrow(speakers_id)), "false}") << operation;
     }
   }

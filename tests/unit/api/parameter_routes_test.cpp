@@ -103,7 +103,7 @@ TEST_F(ParameterRoutes, BringEveryStoredAlphaBackThroughAnEmptyUpdate) {
 }
 
 TEST_F(ParameterRoutes, StartFromTheDefaultsWhereTheWordIsNotValid) {
-  const auto region = standin::system().regions.at(u"Local\\parameters").lock();
+  const auto region = memory::system().regions.at(u"Local\\parameters").lock();
   region->words[0x0B8 / 8] = 0xFFFFFFFFFFFFFFFEu;
   EXPECT_EQ(answer(put_algorithm, R"({"stereo_link":2})"), expected_ok());
   AlgorithmParameters expected;

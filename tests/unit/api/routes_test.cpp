@@ -296,12 +296,12 @@ TEST_F(Routes, KeepPresetsUnderTheirNames) {
   EXPECT_EQ(answer("GET " + presets_path, local_host + token_line), empty_list);
   EXPECT_EQ(answer("GET " + presets_path + "?sort=x", local_host + token_line), empty_list);
   EXPECT_EQ(answer("PUT " + presets_path + "/my+set?x=y", local_host + token_line, eq_body()), expected_ok());
-  EXPECT_EQ(standin::system().files.count("C:\\presets\\my set.json"), 1u);
+  EXPECT_EQ(memory::system().files.count("C:\\presets\\my set.json"), 1u);
   EXPECT_EQ(answer("GET " + presets_path, local_host + token_line),
             expected_response("200 OK", "application/json; charset=utf-8", R"({"presets":["my set"]})"));
   EXPECT_EQ(answer("GET " + presets_path + "/my%20set", local_host + token_line),
             expected_response("200 OK", "application/json; charset=utf-8",
-                              standin::system().files.at("C:\\presets\\my set.json").bytes));
+                              memory::system().files.at("C:\\presets\\my set.json").bytes));
   EXPECT_EQ(answer("POST " + presets_path + "/my%20set", local_host + token_line, eq_body()), bad_method);
   EXPECT_EQ(answer("DELETE " + presets_path + "/my%20set", local_host + token_line), expected_ok());
   EXPECT_EQ(answer("DELETE " + presets_path + "/my%20set", local_host + token_line),
@@ -325,7 +325,7 @@ TEST_F(Routes, TakeEveryPathThatBeginsLikeThePresets) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.method_and_rest);
-    standin::system().log.clear();
+    memory::system().log.clear();
     const std::size_t blank = row.method_and_rest.find(' ');
     EXPECT_EQ(answer(row.method_and_rest.substr(0, blank + 1) + presets_path +
                          row.method_and_rest.substr(blank + 1),
@@ -338,15 +338,15 @@ TEST_F(Routes, TakeEveryPathThatBeginsLikeThePresets) {
         "GET /api/v1//eq/presets", "GET /api/v1/eq/%70resets", "GET /api/v2/eq/presets",
         "GET /api/v1/eq?/presets"}) {
     SCOPED_TRACE(method_and_target);
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_EQ(answer(method_and_target, local_host + token_line), not_found);
     EXPECT_EQ(calls_of(lookup), 0);
   }
-  EXPECT_TRUE(standin::system().files.empty());
+  EXPECT_TRUE(memory::system().files.empty());
 }
 
 TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEqualizerAndTheCaptures) {
-  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  const std::vector<std::uint64_t> before = memory::system().regions.at(u"Local\\routes").lock()->words;
   for (const std::string& path : {eq_path + "/", eq_path + "x", std::string("/api/v1/render/effects/EQ"),
                                   std::string("/api/v1/render/effects/e%71"), eq_path + "/presets"}) {
     for (const std::string method : {"GET", "PUT", "POST", "DELETE"}) {
@@ -375,7 +375,7 @@ TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEqualizerAndTheCaptur
           << method << " " << row.path;
     }
   }
-  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+  EXPECT_EQ(memory::system().regions.at(u"Local\\routes").lock()->words, before);
 }
 
 TEST_F(Routes, ReachEachRouteOfTheCaptures) {
@@ -388,7 +388,7 @@ TEST_F(Routes, ReachEachRouteOfTheCaptures) {
 
 TEST_F(Routes, DemandTheTokenForTheEqualizerThePresetsAndTheCaptures) {
   preset_directory_override = "C:\\presets";
-  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  const std::vector<std::uint64_t> before = memory::system().regions.at(u"Local\\routes").lock()->words;
   for (const std::string& path :
        {eq_path, presets_path, presets_path + "/a", presets_path + "/..%2Fa", presets_path + "X",
         std::string("/api/v1/debug/capture"), std::string("/api/v1/debug/capture/ready"),
@@ -399,8 +399,8 @@ TEST_F(Routes, DemandTheTokenForTheEqualizerThePresetsAndTheCaptures) {
       EXPECT_EQ(answer(method + " " + path, "Host: example.com\r\n" + token_line, eq_body()), not_local);
     }
   }
-  EXPECT_TRUE(standin::system().files.empty());
-  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+  EXPECT_TRUE(memory::system().files.empty());
+  EXPECT_EQ(memory::system().regions.at(u"Local\\routes").lock()->words, before);
   EXPECT_EQ(calls_of("RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)"), 0);
 }
 
@@ -471,7 +471,7 @@ TEST_F(Routes, GiveTheRefusalsOfTheEndpoints) {
 
 TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEndpoints) {
   audio::put_usual_machine();
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   const struct {
     std::string path;
     std::string known;
@@ -513,13 +513,13 @@ TEST_F(Routes, FindNothingUnderOtherSpellingsOrMethodsOfTheEndpoints) {
           << method << " " << row.path;
     }
   }
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(memory::system().state.registry, before);
   EXPECT_EQ(state_.endpoints.selected_render_id + state_.endpoints.selected_capture_id, u"");
 }
 
 TEST_F(Routes, DemandTheTokenForTheEndpoints) {
   audio::put_usual_machine();
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   for (const std::string& path :
        {devices_path, devices_path + "/render", devices_path + "/capture", volume_path, mute_path}) {
     for (const std::string method : {"GET", "PUT"}) {
@@ -530,7 +530,7 @@ TEST_F(Routes, DemandTheTokenForTheEndpoints) {
       EXPECT_EQ(answer(method + " " + path, "Host: example.com\r\n" + token_line, endpoint_body), not_local);
     }
   }
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(memory::system().state.registry, before);
   EXPECT_EQ(state_.endpoints.selected_render_id, u"");
   EXPECT_EQ(calls_of("CoCreateInstance"), 0);
 }
@@ -568,7 +568,7 @@ TEST_F(Routes, BindTheEffectToTheEndpointThatIsChosen) {
 
 TEST_F(Routes, ShowTheStatusAtItsOwnPathAndMethodAlone) {
   const std::string path = "/api/v1/status";
-  const std::vector<std::uint64_t> before = standin::system().regions.at(u"Local\\routes").lock()->words;
+  const std::vector<std::uint64_t> before = memory::system().regions.at(u"Local\\routes").lock()->words;
   state_.account.session.account_hash = "somebody";
   for (const std::string& target : {path, path + "?x=y"}) {
     const std::string shown = answer("GET " + target, local_host + token_line);
@@ -587,7 +587,7 @@ TEST_F(Routes, ShowTheStatusAtItsOwnPathAndMethodAlone) {
   }
   EXPECT_EQ(answer("GET " + path, local_host), no_token);
   EXPECT_EQ(answer("GET " + path, "Host: example.com\r\n" + token_line), not_local);
-  EXPECT_EQ(standin::system().regions.at(u"Local\\routes").lock()->words, before);
+  EXPECT_EQ(memory::system().regions.at(u"Local\\routes").lock()->words, before);
 }
 
 const std::string account_routes[] = {
@@ -611,7 +611,7 @@ TEST_F(Routes, RunTheAccountRoutes) {
 
 TEST_F(Routes, SignInAndOutInTheSessionThatTheStatusShows) {
   state_.account.service_url = "http://account.example";
-  standin::http_service().replies.push_back(
+  memory::http_service().replies.push_back(
       {200, R"({"status":"issued","account_hash":"h","session_token":"the credential","public_id":"P1"})",
        100, 0});
   EXPECT_EQ(answer("GET /api/v1/account/poll?state=s", local_host + token_line),

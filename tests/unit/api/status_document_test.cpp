@@ -376,7 +376,7 @@ TEST_F(StatusDocument, AsksTheMachineOnceForEachPartInOrderAndHoldsNothing) {
   static_cast<void>(take_status_snapshot(bridge_, {}, endpoint_id));
   const std::string fx = endpoint::fx_path();
   EXPECT_EQ(
-      standin::system().log,
+      memory::system().log,
       (Log{"GetTokenInformation",
            "StringFromGUID2",
            "RegGetValueW SOFTWARE\\Classes\\CLSID\\{631D9145-CACF-44D7-861B-5D82ADD8C84F}\\InprocServer32 ",
@@ -406,7 +406,7 @@ TEST_F(StatusDocument, LooksAtNoBindingWithoutAnEndpoint) {
   EXPECT_FALSE(snapshot.binding.bound);
   EXPECT_FALSE(snapshot.binding.fx_key_present);
   EXPECT_TRUE(snapshot.binding.chain.empty());
-  for (const std::string& entry : standin::system().log) {
+  for (const std::string& entry : memory::system().log) {
     EXPECT_FALSE(entry.starts_with("RegOpenKeyExW") || entry.starts_with("RegQueryValueExW")) << entry;
   }
   EXPECT_EQ(calls_of("StringFromGUID2"), 2);
@@ -414,30 +414,30 @@ TEST_F(StatusDocument, LooksAtNoBindingWithoutAnEndpoint) {
 
 TEST_F(StatusDocument, ChangesNeitherTheRecordNorTheMachine) {
   set_up_everything();
-  const auto region = standin::system().regions.at(u"Local\\status").lock();
+  const auto region = memory::system().regions.at(u"Local\\status").lock();
   const std::vector<std::uint64_t> words = region->words;
   const std::vector<std::string> lines = endpoint::present_lines();
-  const std::size_t files = standin::system().files.size();
+  const std::size_t files = memory::system().files.size();
   static_cast<void>(build_status_json(bridge_, {}, endpoint_id, {}));
   EXPECT_EQ(region->words, words);
   EXPECT_EQ(endpoint::present_lines(), lines);
-  EXPECT_EQ(standin::system().files.size(), files);
+  EXPECT_EQ(memory::system().files.size(), files);
 }
 
 TEST_F(StatusDocument, AsksAfreshEachTime) {
   set_up_everything();
   static_cast<void>(build_status_json(bridge_, {}, endpoint_id, {}));
-  standin::system().state.registry = {};
-  standin::system().files.clear();
-  standin::system().processes.clear();
-  standin::system().elevated = false;
+  memory::system().state.registry = {};
+  memory::system().files.clear();
+  memory::system().processes.clear();
+  memory::system().elevated = false;
   bridge_.close();
   EXPECT_EQ(build_status_json(bridge_, {true, 0.25f, true, 0}, "", {}), empty_document(some_render));
 }
 
 TEST_F(StatusDocument, ShowsARecordWhoseEnhancementIsRefusedAsItStands) {
   set_up_everything();
-  const auto region = standin::system().regions.at(u"Local\\status").lock();
+  const auto region = memory::system().regions.at(u"Local\\status").lock();
   region->words[2] = 0x000000003FC00000;         // a strength of 1.5
   region->words[0xB8 / 8] = 0xFFFFFFFFFFFFFFFE;  // parameters that are not valid
   const StatusSnapshot snapshot = take_status_snapshot(bridge_, {}, endpoint_id);
@@ -524,14 +524,14 @@ TEST_F(StatusDocument, ShowsAProbeThatFailsInItsOwnPartAlone) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation + " " + std::to_string(row.faults.size()));
     bridge_.close();
-    standin::reset();
+    memory::reset();
     set_up_everything();
-    standin::system().faults[row.operation] = row.faults;
+    memory::system().faults[row.operation] = row.faults;
     std::string expected = filled_document(some_render);
     ASSERT_EQ(count_of(expected, row.before), 1u);
     expected.replace(expected.find(row.before), row.before.size(), row.after);
     EXPECT_EQ(build_status_json(bridge_, {true, 0.25f, true, 0}, endpoint_id, {}), expected);
-    EXPECT_TRUE(standin::system().faults[row.operation].empty());
+    EXPECT_TRUE(memory::system().faults[row.operation].empty());
   }
 }
 

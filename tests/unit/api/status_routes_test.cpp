@@ -57,7 +57,7 @@ TEST_F(StatusRoute, AnswersOnAMachineWithoutAnything) {
 TEST_F(StatusRoute, AsksForTheEndpointThenForItsVolumeThenForTheRest) {
   set_up_everything();
   static_cast<void>(answer());
-  const std::vector<std::string>& log = standin::system().log;
+  const std::vector<std::string>& log = memory::system().log;
   const std::string id = endpoint::id;
   const std::vector<std::string> expected{"CoCreateInstance",
                                           "GetDefaultAudioEndpoint 0",
@@ -95,14 +95,14 @@ TEST_F(StatusRoute, ShowsAnEndpointThatCannotBeReadAndStillLooksAtItsBinding) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation);
     bridge_.close();
-    standin::reset();
+    memory::reset();
     set_up_everything();
-    standin::system().faults[row.operation] = row.faults;
+    memory::system().faults[row.operation] = row.faults;
     EXPECT_EQ(
         answer(),
         document(filled_document(R"("render":{"available":false,"volume":0,"muted":false,"error_code":)" +
                                  std::string(row.error_code) + "}")));
-    EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    EXPECT_TRUE(memory::system().state.audio_objects.empty());
   }
 }
 
@@ -110,9 +110,9 @@ TEST_F(StatusRoute, ShowsNoBindingWhereTheEndpointIsNotKnown) {
   for (const std::string operation : {"CoCreateInstance", "GetDefaultAudioEndpoint", "GetId"}) {
     SCOPED_TRACE(operation);
     bridge_.close();
-    standin::reset();
+    memory::reset();
     set_up_everything();
-    standin::system().faults[operation] = {-2147467259};
+    memory::system().faults[operation] = {-2147467259};
     std::string body = filled_document(filled_render);
     body.replace(body.find(filled_binding), filled_binding.size(), default_binding);
     EXPECT_EQ(answer(), document(body));
@@ -133,17 +133,17 @@ TEST_F(StatusRoute, ShowsTheSessionWithoutItsToken) {
 
 TEST_F(StatusRoute, ChangesNothingAndLeavesNothingOpen) {
   set_up_everything();
-  const auto region = standin::system().regions.at(u"Local\\status").lock();
+  const auto region = memory::system().regions.at(u"Local\\status").lock();
   const std::vector<std::uint64_t> words = region->words;
   const std::vector<std::string> lines = endpoint::present_lines();
-  const std::size_t handles = standin::system().handles.size();
+  const std::size_t handles = memory::system().handles.size();
   const std::string first = answer();
   EXPECT_EQ(answer(), first);
   EXPECT_EQ(region->words, words);
   EXPECT_EQ(endpoint::present_lines(), lines);
-  EXPECT_EQ(standin::system().handles.size(), handles);
-  EXPECT_TRUE(standin::system().state.open_keys.empty());
-  EXPECT_TRUE(standin::system().state.audio_objects.empty());
+  EXPECT_EQ(memory::system().handles.size(), handles);
+  EXPECT_TRUE(memory::system().state.open_keys.empty());
+  EXPECT_TRUE(memory::system().state.audio_objects.empty());
   EXPECT_TRUE(endpoints_.selected_render_id.empty());
 }
 

@@ -299,14 +299,14 @@ class BindingFaults : public FreshMachine {
  protected:
   static void check(const Road& road, const Outcome& outcome, std::int32_t error) {
     set_up(road.before);
-    standin::system().log.clear();
+    memory::system().log.clear();
     std::string detail = "left over";
     const std::int32_t status =
         road.bind ? bind_endpoint_effect(id, detail) : unbind_endpoint_effect(id, detail);
     EXPECT_EQ(status, outcome.status == injected ? from_win32(error) : outcome.status);
     EXPECT_EQ(detail, outcome.detail);
     EXPECT_EQ(present_lines(), expected_lines(road.before, outcome.after));
-    EXPECT_TRUE(standin::system().state.open_keys.empty());
+    EXPECT_TRUE(memory::system().state.open_keys.empty());
   }
 };
 
@@ -314,7 +314,7 @@ TEST_F(BindingFaults, OfEachCallOfEachRoadLeaveWhatWasDoneAndTellOfTheChainAlone
   int faults = 0;
   for (const Road& road : roads()) {
     SCOPED_TRACE(road.what);
-    standin::system().fault_at.reset();
+    memory::system().fault_at.reset();
     check(road, road.done, 0);
     std::vector<std::string> expected;
     for (const Step& step : road.steps) expected.push_back(step.call);
@@ -323,7 +323,7 @@ TEST_F(BindingFaults, OfEachCallOfEachRoadLeaveWhatWasDoneAndTellOfTheChainAlone
       const Step& step = road.steps[index];
       for (const std::int32_t error : errors_of(step.call)) {
         SCOPED_TRACE(std::to_string(index + 1) + " " + step.call + ", error " + std::to_string(error));
-        standin::system().fault_at = {index + 1, error};
+        memory::system().fault_at = {index + 1, error};
         check(road, step.failing.value_or(road.done), error);
         ++faults;
       }
@@ -350,8 +350,8 @@ TEST_F(BindingFaults, OfALookAreItsStatus) {
     for (const std::int32_t error : {5, 234, 1450}) {
       SCOPED_TRACE(rows[index].call + " " + std::to_string(error));
       set_up(before);
-      standin::system().log.clear();
-      if (index != 0) standin::system().fault_at = {index, error};
+      memory::system().log.clear();
+      if (index != 0) memory::system().fault_at = {index, error};
       EndpointBindingState state{false, true, {"left over"}, 77};
       const std::int32_t expected = rows[index].fails ? from_win32(error) : 0;
       EXPECT_EQ(inspect_endpoint_binding(id, state), expected);
@@ -363,7 +363,7 @@ TEST_F(BindingFaults, OfALookAreItsStatus) {
       EXPECT_EQ(state.chain, spell(rows[index].chain));
       EXPECT_EQ(state.bound, rows[index].bound);
       EXPECT_EQ(present_lines(), lines_of(stored(before)));
-      EXPECT_TRUE(standin::system().state.open_keys.empty());
+      EXPECT_TRUE(memory::system().state.open_keys.empty());
     }
   }
 }
@@ -460,14 +460,14 @@ TEST_F(BindingFaults, ThatComeTogetherAddUp) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.road.what);
-    standin::system().faults = row.faults;
+    memory::system().faults = row.faults;
     check(row.road, row.road.done, 0);
-    for (const auto& [operation, left] : standin::system().faults) EXPECT_TRUE(left.empty()) << operation;
+    for (const auto& [operation, left] : memory::system().faults) EXPECT_TRUE(left.empty()) << operation;
   }
 }
 
 TEST_F(BindingFaults, OfKeepingTheRegistryLeaveItAsItWas) {
-  standin::system().registry_kept = false;
+  memory::system().registry_kept = false;
   for (const Road& road : roads()) {
     SCOPED_TRACE(road.what);
     if (road.steps.size() < 6 || road.done.detail == was_bound || road.done.detail == was_not_bound) continue;

@@ -238,7 +238,7 @@ class BindingProperty : public FreshMachine {
     EXPECT_EQ(told.detail, expected.detail);
     ASSERT_EQ(present_lines(), lines_of(all));
     expect_look(all);
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
 };
 
@@ -291,7 +291,7 @@ TEST_F(BindingProperty, BindsOnceHoweverOftenItIsAsked) {
     ASSERT_EQ(present_lines(), lines_of(all));
     ASSERT_EQ(bind(), (Told{0, was_bound}));
     ASSERT_EQ(present_lines(), lines_of(all));
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
   EXPECT_GT(claimed, 10);
 }
@@ -309,7 +309,7 @@ TEST_F(BindingProperty, UnbindsOnceHoweverOftenItIsAsked) {
     } else {
       ASSERT_EQ(second, (Told{0, was_not_bound}));
     }
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
 }
 
@@ -353,7 +353,7 @@ TEST_F(BindingProperty, GivesBackWithAnUnbindWhatTheRecordOfTheBindRemembers) {
     Stored but_records = expected;
     but_records.records_key = before.records_key;
     if (but_records == before) ++whole;
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
   EXPECT_GT(whole, 5);
 }
@@ -367,11 +367,11 @@ TEST_F(BindingProperty, NeverLosesOrReordersAForeignEntry) {
     const bool binds = dice.below(2) == 0;
     const std::string moved = binds ? slot_text(before) : remembered_text(before);
     // One call in two machines fails.
-    if (dice.below(2) == 0) standin::system().fault_at = {1 + dice.below(24), 5};
-    standin::system().log.clear();
+    if (dice.below(2) == 0) memory::system().fault_at = {1 + dice.below(24), 5};
+    memory::system().log.clear();
     static_cast<void>(binds ? bind() : unbind());
-    standin::system().fault_at.reset();
-    EXPECT_TRUE(standin::system().state.open_keys.empty());
+    memory::system().fault_at.reset();
+    EXPECT_TRUE(memory::system().state.open_keys.empty());
     EndpointBindingState state;
     if (inspect_endpoint_binding(id, state) != 0) continue;
     List present = without(state.chain, class_a);

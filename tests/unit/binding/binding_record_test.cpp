@@ -19,7 +19,7 @@ class BindingRecord : public FreshMachine {
     set_up(Words{});
   }
   static void put_record(std::string_view name, std::uint32_t type, std::string_view bytes) {
-    put(key_at(standin::system().state.registry, record_path()), name, Value{type, std::string(bytes)});
+    put(key_at(memory::system().state.registry, record_path()), name, Value{type, std::string(bytes)});
   }
   struct Read {
     bool found;
@@ -67,13 +67,13 @@ TEST_F(BindingRecord, TellsOfNoAddedModeListsWhereTheyAreMissingOrCannotBeRead) 
   EXPECT_FALSE(read_added_mode_list(guid));
   set_up(Words{.added = "1"});
   for (const std::int32_t error : {2, 5, 234, 1450, 1630}) {
-    standin::system().faults["RegGetValueW"] = {error};
+    memory::system().faults["RegGetValueW"] = {error};
     EXPECT_FALSE(read_added_mode_list(guid)) << error;
   }
-  standin::system().log.clear();
+  memory::system().log.clear();
   EXPECT_TRUE(read_added_mode_list(guid));
   EXPECT_FALSE(read_added_mode_list(other_guid));
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector{"RegGetValueW " + record_path() + " AddedModeList",
                          "RegGetValueW " + record_path(other_guid) + " AddedModeList"}));
 }
@@ -141,12 +141,12 @@ TEST_F(BindingRecord, RemembersNoMovedEffectWhereItIsMissingOrCannotBeRead) {
   EXPECT_FALSE(read_moved().found);
   set_up(Words{.moved = "M"});
   for (const std::int32_t error : {2, 5, 234, 1450, 1630}) {
-    standin::system().faults["RegGetValueW"] = {error};
+    memory::system().faults["RegGetValueW"] = {error};
     const Read read = read_moved();
     EXPECT_FALSE(read.found) << error;
     EXPECT_EQ(read.text, "");
   }
-  standin::system().log.clear();
+  memory::system().log.clear();
   EXPECT_TRUE(read_moved().found);
   EXPECT_EQ(calls(), call_list("get moved"));
 }
@@ -155,7 +155,7 @@ TEST_F(BindingRecord, IsMadeByItsFirstValueAndKeepsTheOther) {
   write_added_mode_list(guid);
   EXPECT_EQ(calls(), call_list("create record, set added, close record"));
   EXPECT_EQ(present_lines(), lines_of(stored({.added = "1"})));
-  standin::system().log.clear();
+  memory::system().log.clear();
   write_migrated_mode_effect(guid, spell_one("M"));
   EXPECT_EQ(calls(), call_list("create record, set moved, close record"));
   EXPECT_EQ(present_lines(), lines_of(stored({.added = "1", .moved = "M"})));
@@ -175,17 +175,17 @@ TEST_F(BindingRecord, ReplacesWhatStoodThere) {
   write_migrated_mode_effect(guid, "");
   EXPECT_EQ(present_lines(), lines_of(stored({.added = "1", .moved = ""})));
   write_migrated_mode_effect(guid, "\xE9");
-  EXPECT_EQ(standin::find_value(key_at(standin::system().state.registry, record_path()),
-                                u"MigratedLegacyModeEffect")
-                ->bytes,
-            unit_bytes(u"\xE9\0"s));
+  EXPECT_EQ(
+      hosted::find_value(key_at(memory::system().state.registry, record_path()), u"MigratedLegacyModeEffect")
+          ->bytes,
+      unit_bytes(u"\xE9\0"s));
 }
 
 TEST_F(BindingRecord, AsksForNoMoreAccessThanItNeeds) {
   std::vector<std::uint32_t> accesses;
-  standin::system().before_machine_call = [&](const std::string& entry) {
+  memory::system().before_machine_call = [&](const std::string& entry) {
     if (entry.rfind("RegCloseKey", 0) != 0) return;
-    accesses.push_back(standin::system().state.open_keys.begin()->second.access);
+    accesses.push_back(memory::system().state.open_keys.begin()->second.access);
   };
   write_added_mode_list(guid);
   write_migrated_mode_effect(guid, "x");
@@ -255,12 +255,12 @@ TEST_F(BindingRecord, TellsNothingOfItsFailures) {
     for (const std::int32_t error : {5, 1450}) {
       SCOPED_TRACE(row.what);
       set_up(row.before);
-      standin::system().log.clear();
-      standin::system().faults[row.operation] = {error};
+      memory::system().log.clear();
+      memory::system().faults[row.operation] = {error};
       row.act();
       EXPECT_EQ(calls(), call_list(row.calls));
       EXPECT_EQ(present_lines(), expected_lines(row.before, row.after));
-      EXPECT_TRUE(standin::system().state.open_keys.empty());
+      EXPECT_TRUE(memory::system().state.open_keys.empty());
     }
   }
 }

@@ -28,13 +28,13 @@ class Binding : public FreshMachine {
   };
   static Told bind(std::string_view endpoint_id = id) {
     Told told{-1, "left over"};
-    standin::system().log.clear();
+    memory::system().log.clear();
     told.status = bind_endpoint_effect(endpoint_id, told.detail);
     return told;
   }
   static Told unbind(std::string_view endpoint_id = id) {
     Told told{-1, "left over"};
-    standin::system().log.clear();
+    memory::system().log.clear();
     told.status = unbind_endpoint_effect(endpoint_id, told.detail);
     return told;
   }
@@ -51,15 +51,15 @@ class Binding : public FreshMachine {
   }
   // Does something once, right before the so-manieth call of this short name.
   static void before_call(const std::string& name, int number, std::function<void()> act) {
-    standin::system().before_machine_call = [name, number, act = std::move(act)](const std::string&) {
+    memory::system().before_machine_call = [name, number, act = std::move(act)](const std::string&) {
       const std::vector<std::string> so_far = calls();
       if (so_far.back() == name && std::count(so_far.begin(), so_far.end(), name) == number) act();
     };
   }
   static void put_fx(std::string_view name, const std::optional<Value>& value) {
-    standin::TreeKey& key = key_at(standin::system().state.registry, fx_path());
+    hosted::TreeKey& key = key_at(memory::system().state.registry, fx_path());
     if (value) put(key, name, value);
-    if (!value) standin::remove_value(key, widen(name));
+    if (!value) hosted::remove_value(key, widen(name));
   }
 };
 
@@ -232,7 +232,7 @@ TEST_F(Binding, TakesTheEffectOutOfTheChain) {
 
 TEST_F(Binding, NamesTheEffectAsWindowsWritesClassIds) {
   EXPECT_EQ(effect_clsid_text(), class_a);
-  standin::system().faults["StringFromGUID2"] = {1};
+  memory::system().faults["StringFromGUID2"] = {1};
   EXPECT_EQ(effect_clsid_text(), "");
 }
 
@@ -266,7 +266,7 @@ TEST_F(Binding, TellsAMissingKeyAndARefusedOneAlikeAndMakesNone) {
   EXPECT_EQ(present_lines(), before);
 
   // Reading alone is granted.
-  put(key_at(standin::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access"), fx_path(),
+  put(key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access"), fx_path(),
       Value{type_dword, number_bytes(0x20019, 4)});
   EXPECT_EQ(bind(), (Told{from_win32(5), not_opened}));
   EXPECT_EQ(unbind(), (Told{from_win32(5), not_opened}));
@@ -277,9 +277,9 @@ TEST_F(Binding, TellsAMissingKeyAndARefusedOneAlikeAndMakesNone) {
 TEST_F(Binding, AsksForQueryAndSetToChangeAndForQueryToLook) {
   set_up(Words{.chain = "F"});
   std::vector<std::uint32_t> accesses;
-  standin::system().before_machine_call = [&](const std::string& entry) {
+  memory::system().before_machine_call = [&](const std::string& entry) {
     if (entry != "RegCloseKey HKEY_LOCAL_MACHINE\\" + fx_path()) return;
-    for (const auto& [number, key] : standin::system().state.open_keys) accesses.push_back(key.access);
+    for (const auto& [number, key] : memory::system().state.open_keys) accesses.push_back(key.access);
   };
   bind();
   unbind();
@@ -421,7 +421,7 @@ TEST_F(Binding, RemovesTheListsThatItAddedWhateverBecameOfThem) {
 TEST_F(Binding, EmptiesTheSlotEvenWhenTheRecordCannotBeWritten) {
   for (const std::string& operation : {"RegCreateKeyExW"s, "RegSetValueExW"s}) {
     set_up(Words{.chain = "F", .slot = "L", .modes = "x", .offload = "x"});
-    standin::system().faults[operation] =
+    memory::system().faults[operation] =
         operation == "RegCreateKeyExW" ? std::deque<std::int64_t>{5} : std::deque<std::int64_t>{0, 5};
     EXPECT_EQ(bind(), (Told{0, bound_with_move}));
     // Nobody remembers the moved effect now: it stays in the chain, and the slot stays empty.
@@ -487,12 +487,12 @@ TEST_F(Binding, NamesKeyAndRecordByTheCaseOfTheId) {
   const std::string upper = "{FEAB839F-3407-471A-AA45-BCD41F1BB5F6}";
   set_up(Words{.chain = "F"});
   EXPECT_EQ(bind("{0.0.0.00000000}." + upper), (Told{0, bound_with_list}));
-  const auto& log = standin::system().log;
+  const auto& log = memory::system().log;
   EXPECT_EQ(log.front(), "RegOpenKeyExW " + fx_path(upper));
   EXPECT_EQ(std::count(log.begin(), log.end(), "RegGetValueW " + record_path(upper) + " AddedModeList"), 1);
   EXPECT_EQ(std::count(log.begin(), log.end(), "RegCreateKeyExW " + record_path(upper)), 1);
   const auto* records =
-      standin::find_key(standin::system().state.registry, widen("HKEY_LOCAL_MACHINE\\" + records_path()));
+      hosted::find_key(memory::system().state.registry, widen("HKEY_LOCAL_MACHINE\\" + records_path()));
   ASSERT_NE(records, nullptr);
   ASSERT_EQ(records->keys.size(), 1u);
   EXPECT_EQ(records->keys.front().name, widen(upper));
@@ -518,7 +518,7 @@ TEST_F(Binding, TellsThatTheChainDidNotKeepTheChange) {
   EXPECT_EQ(calls().back(), "close fx");
   EXPECT_EQ(present_lines(), lines_of(stored({.chain = "a", .added = "1", .moved = "M"})));
   // The record is still there, so that the next unbind can do it all.
-  standin::system().before_machine_call = nullptr;
+  memory::system().before_machine_call = nullptr;
   EXPECT_EQ(unbind(), (Told{0, unbound_with_restore}));
   EXPECT_EQ(present_lines(), expected_lines({.moved = "M"}, {.slot = "M"}));
 }
@@ -549,7 +549,7 @@ TEST_F(Binding, LeavesTheSlotWhereTheMovedEffectIsNotInTheChainWhenItIsReadBack)
 }
 
 TEST_F(Binding, CannotDoWithoutTheEffectsOwnId) {
-  standin::system().faults["StringFromGUID2"] = {1, 1, 1, 1, 1};
+  memory::system().faults["StringFromGUID2"] = {1, 1, 1, 1, 1};
   set_up(Words{.modes = "x", .offload = "x"});
   EXPECT_EQ(bind(), (Told{failed, not_kept}));
   EXPECT_EQ(present_lines(), lines_of(stored({.chain = "''", .modes = "x", .offload = "x"})));
@@ -600,7 +600,7 @@ TEST_F(Binding, LooksAtTheChainAlone) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.words.chain);
     set_up(row.words);
-    standin::system().log.clear();
+    memory::system().log.clear();
     const EndpointBindingState state = look();
     EXPECT_TRUE(state.fx_key_present);
     EXPECT_EQ(state.error_code, 0);

@@ -23,7 +23,7 @@ class EndpointValues : public FreshMachine {
     FreshMachine::SetUp();
     set_up(Words{});
     ASSERT_EQ(open_fx_properties(id, 3, key_), 0);
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
   void TearDown() override {
     key_.close();
@@ -31,13 +31,13 @@ class EndpointValues : public FreshMachine {
   }
 
   void put_fx(std::string_view name, std::uint32_t type, std::string_view bytes) {
-    put(key_at(standin::system().state.registry, fx_path()), name, Value{type, std::string(bytes)});
+    put(key_at(memory::system().state.registry, fx_path()), name, Value{type, std::string(bytes)});
   }
   void remove_fx(std::string_view name) {
-    standin::remove_value(key_at(standin::system().state.registry, fx_path()), widen(name));
+    hosted::remove_value(key_at(memory::system().state.registry, fx_path()), widen(name));
   }
   std::optional<Value> present_fx(std::string_view name) {
-    const auto* value = standin::find_value(key_at(standin::system().state.registry, fx_path()), widen(name));
+    const auto* value = hosted::find_value(key_at(memory::system().state.registry, fx_path()), widen(name));
     return value == nullptr ? std::nullopt : std::optional(Value{value->type, value->bytes});
   }
 
@@ -54,8 +54,8 @@ class EndpointValues : public FreshMachine {
   // The list is filled beforehand, so that one which is not cleared shows.
   ReadList read_list() {
     ReadList read{-1, true, {"left over"}};
-    read.present = standin::find_value(key_at(standin::system().state.registry, fx_path()),
-                                       widen(chain_name)) == nullptr;
+    read.present =
+        hosted::find_value(key_at(memory::system().state.registry, fx_path()), widen(chain_name)) == nullptr;
     read.status = read_multi_string_value(key_, widen(chain_name), read.list, read.present);
     return read;
   }
@@ -70,8 +70,8 @@ class EndpointValues : public FreshMachine {
   }
   // Does something right before the call of this number (from 1).
   static void before_call(std::size_t number, std::function<void()> act) {
-    standin::system().before_machine_call = [number, act = std::move(act)](const std::string&) {
-      if (standin::system().log.size() == number) act();
+    memory::system().before_machine_call = [number, act = std::move(act)](const std::string&) {
+      if (memory::system().log.size() == number) act();
     };
   }
 
@@ -82,12 +82,12 @@ TEST_F(EndpointValues, OpenTheKeyOfTheGuidInTheIdWithTheAccessAskedFor) {
   for (const std::uint32_t access : {1u, 3u}) {
     for (const std::string& text : {std::string(id), std::string(guid), "x." + std::string(guid)}) {
       RegistryKey key;
-      standin::system().log.clear();
+      memory::system().log.clear();
       EXPECT_EQ(open_fx_properties(text, access, key), 0);
       EXPECT_EQ(calls(), call_list("open fx"));
       ASSERT_TRUE(key.is_open());
-      EXPECT_EQ(standin::system().state.open_keys.at(key.native()).access, access);
-      EXPECT_EQ(standin::system().state.open_keys.at(key.native()).path,
+      EXPECT_EQ(memory::system().state.open_keys.at(key.native()).access, access);
+      EXPECT_EQ(memory::system().state.open_keys.at(key.native()).path,
                 widen("HKEY_LOCAL_MACHINE\\" + fx_path()));
     }
   }
@@ -96,7 +96,7 @@ TEST_F(EndpointValues, OpenTheKeyOfTheGuidInTheIdWithTheAccessAskedFor) {
 TEST_F(EndpointValues, KeepTheCaseOfTheGuidInThePath) {
   RegistryKey key;
   EXPECT_EQ(open_fx_properties("{FEAB839F-3407-471a-AA45-BCD41F1BB5F6}", 1, key), 0);
-  EXPECT_EQ(standin::system().log.back(),
+  EXPECT_EQ(memory::system().log.back(),
             "RegOpenKeyExW " + fx_path("{FEAB839F-3407-471a-AA45-BCD41F1BB5F6}"));
 }
 
@@ -128,7 +128,7 @@ TEST_F(EndpointValues, GiveTheErrorOfOpening) {
                                                                     {1450, from_win32(1450)},
                                                                     {-3, -3}}) {
     RegistryKey key;
-    standin::system().faults["RegOpenKeyExW"] = {error};
+    memory::system().faults["RegOpenKeyExW"] = {error};
     EXPECT_EQ(open_fx_properties(id, 3, key), status);
     EXPECT_FALSE(key.is_open());
   }
@@ -173,7 +173,7 @@ TEST_F(EndpointValues, ReadAListUpToItsFirstEmptyEntry) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     put_fx(chain_name, type_multi_sz, row.bytes);
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_EQ(read_list(), (ReadList{0, true, row.list}));
     EXPECT_EQ(calls(), call_list("query chain x2"));
     EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, row.bytes}));
@@ -183,7 +183,7 @@ TEST_F(EndpointValues, ReadAListUpToItsFirstEmptyEntry) {
 TEST_F(EndpointValues, ReadAListOfLessThanACharacterAsEmptyWithoutASecondCall) {
   for (const std::string& bytes : {""s, "a"s, "\0"s}) {
     put_fx(chain_name, type_multi_sz, bytes);
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_EQ(read_list(), (ReadList{0, true, {}}));
     EXPECT_EQ(calls(), call_list("query chain"));
   }
@@ -198,7 +198,7 @@ TEST_F(EndpointValues, ReadNoListFromAValueOfAnotherType) {
   for (const std::uint32_t type : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 8u, 9u, 10u, 11u, 12u, 0x80000007u}) {
     for (const std::string& bytes : {""s, "a"s, list_bytes({class_a})}) {
       put_fx(chain_name, type, bytes);
-      standin::system().log.clear();
+      memory::system().log.clear();
       EXPECT_EQ(read_list(), (ReadList{wrong_type, true, {}})) << type;
       EXPECT_EQ(calls(), call_list("query chain"));
     }
@@ -208,14 +208,14 @@ TEST_F(EndpointValues, ReadNoListFromAValueOfAnotherType) {
 TEST_F(EndpointValues, GiveTheErrorsOfReadingAList) {
   put_fx(chain_name, type_multi_sz, list_bytes({"x"}));
   for (const std::int32_t error : {5, 87, 234, 1018, 1450}) {
-    standin::system().faults["RegQueryValueExW"] = {error};
+    memory::system().faults["RegQueryValueExW"] = {error};
     EXPECT_EQ(read_list(), (ReadList{from_win32(error), false, {}}));
-    standin::system().faults["RegQueryValueExW"] = {0, error};
+    memory::system().faults["RegQueryValueExW"] = {0, error};
     EXPECT_EQ(read_list(), (ReadList{from_win32(error), true, {}}));
   }
-  standin::system().faults["RegQueryValueExW"] = {-7};
+  memory::system().faults["RegQueryValueExW"] = {-7};
   EXPECT_EQ(read_list(), (ReadList{-7, false, {}}));
-  standin::system().faults["RegQueryValueExW"] = {2};
+  memory::system().faults["RegQueryValueExW"] = {2};
   EXPECT_EQ(read_list(), (ReadList{0, false, {}}));
 }
 
@@ -254,7 +254,7 @@ TEST_F(EndpointValues, ReadAListThatChangesBetweenTheTwoCallsAsFarAsItFits) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     put_fx(chain_name, type_multi_sz, first);
-    standin::system().log.clear();
+    memory::system().log.clear();
     before_call(2, row.change);
     EXPECT_EQ(read_list(), row.read);
     EXPECT_EQ(calls(), call_list("query chain x2"));
@@ -270,7 +270,7 @@ TEST_F(EndpointValues, WriteAListWithATerminatorForEachEntryAndOneMore) {
       {{"x", ""}, u"x\0\0\0"s}, {{"", "x"}, u"\0x\0\0"s},     {{"\xE9\xFF"}, u"\xE9\xFF\0\0"s},
   };
   for (const auto& row : rows) {
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), row.list), 0);
     EXPECT_EQ(calls(), call_list("set chain"));
     EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, unit_bytes(row.units)}));
@@ -288,11 +288,11 @@ TEST_F(EndpointValues, RemoveTheValueOfAnEmptyList) {
 TEST_F(EndpointValues, GiveTheErrorsOfWritingAList) {
   put_fx(chain_name, type_multi_sz, list_bytes({"x"}));
   for (const std::int32_t error : {2, 5, 234, 1450}) {
-    standin::system().faults["RegSetValueExW"] = {error};
+    memory::system().faults["RegSetValueExW"] = {error};
     EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {"y"}), from_win32(error));
   }
   for (const std::int32_t error : {5, 234, 1450}) {
-    standin::system().faults["RegDeleteValueW"] = {error};
+    memory::system().faults["RegDeleteValueW"] = {error};
     EXPECT_EQ(write_multi_string_value(key_, widen(chain_name), {}), from_win32(error));
   }
   EXPECT_EQ(present_fx(chain_name), (Value{type_multi_sz, list_bytes({"x"})}));
@@ -319,7 +319,7 @@ TEST_F(EndpointValues, ReadTheLegacySlotUpToItsFirstTerminator) {
     for (const std::uint32_t type : {type_sz, type_expand_sz, type_multi_sz}) {
       SCOPED_TRACE(row.what + " " + std::to_string(type));
       put_fx(slot_name, type, row.bytes);
-      standin::system().log.clear();
+      memory::system().log.clear();
       const ReadSlot read = read_slot();
       EXPECT_TRUE(read.found);
       EXPECT_EQ(read.text, row.text);
@@ -343,7 +343,7 @@ TEST_F(EndpointValues, TakeAnEmptyLegacySlotForNone) {
              {std::string(4, '\0'), "query slot x2"},
              {std::string(2, '\0') + wide("abc"), "query slot x2"}}) {
       put_fx(slot_name, type, bytes);
-      standin::system().log.clear();
+      memory::system().log.clear();
       const ReadSlot read = read_slot();
       EXPECT_FALSE(read.found);
       EXPECT_EQ(read.text, "");
@@ -355,7 +355,7 @@ TEST_F(EndpointValues, TakeAnEmptyLegacySlotForNone) {
 TEST_F(EndpointValues, TakeALegacySlotOfAnotherTypeForNone) {
   for (const std::uint32_t type : {0u, 3u, 4u, 5u, 6u, 8u, 11u, 0x80000001u}) {
     put_fx(slot_name, type, text_bytes(class_f));
-    standin::system().log.clear();
+    memory::system().log.clear();
     const ReadSlot read = read_slot();
     EXPECT_FALSE(read.found) << type;
     EXPECT_EQ(read.text, "");
@@ -368,7 +368,7 @@ TEST_F(EndpointValues, TakeALegacySlotThatCannotBeReadForNone) {
   put_fx(slot_name, type_sz, text_bytes("abc"));
   for (const std::int32_t error : {2, 5, 234, 1450}) {
     for (const std::deque<std::int64_t>& faults : {std::deque<std::int64_t>{error}, {0, error}}) {
-      standin::system().faults["RegQueryValueExW"] = faults;
+      memory::system().faults["RegQueryValueExW"] = faults;
       const ReadSlot read = read_slot();
       EXPECT_FALSE(read.found);
       EXPECT_EQ(read.text, "");
@@ -392,7 +392,7 @@ TEST_F(EndpointValues, ReadALegacySlotThatChangesBetweenTheTwoCallsAsFarAsItFits
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     put_fx(slot_name, type_sz, wide("abc"));
-    standin::system().log.clear();
+    memory::system().log.clear();
     before_call(2, row.change);
     const ReadSlot read = read_slot();
     EXPECT_EQ(read.text, row.text);
@@ -408,7 +408,7 @@ TEST_F(EndpointValues, WriteTheLegacySlotAsATextWithItsTerminator) {
   EXPECT_EQ(present_fx(slot_name), (Value{type_sz, unit_bytes(u"\xE9\0"s)}));
   EXPECT_EQ(calls(), call_list("set slot x2"));
   for (const std::int32_t error : {2, 5, 1450}) {
-    standin::system().faults["RegSetValueExW"] = {error};
+    memory::system().faults["RegSetValueExW"] = {error};
     EXPECT_EQ(write_legacy_mode_effect(key_, "z"), from_win32(error));
   }
 }
@@ -490,7 +490,7 @@ TEST_F(EndpointValues, LeaveOurModesAsTheyStandWithMoreOrFewerTerminators) {
 TEST_F(EndpointValues, ReadAndWriteTheModeListsOneAfterTheOther) {
   EXPECT_TRUE(ensure_mode_lists(key_, false));
   EXPECT_EQ(calls(), call_list("query modes, set modes, query offload, set offload"));
-  standin::system().log.clear();
+  memory::system().log.clear();
   EXPECT_FALSE(ensure_mode_lists(key_, true));
   EXPECT_EQ(calls(), call_list("query modes x2, query offload x2"));
 }
@@ -508,14 +508,14 @@ TEST_F(EndpointValues, TellNothingOfAModeListThatCannotBeReadOrWritten) {
   };
   for (const auto& row : rows) {
     set_up(Words{});
-    standin::system().log.clear();
-    standin::system().fault_at = {row.call, 5};
+    memory::system().log.clear();
+    memory::system().fault_at = {row.call, 5};
     EXPECT_EQ(ensure_mode_lists(key_, false), row.written);
     EXPECT_EQ(present_lines(), lines_of(stored(row.after)));
   }
-  standin::system().fault_at.reset();
+  memory::system().fault_at.reset();
   set_up(Words{});
-  standin::system().faults["RegSetValueExW"] = {5, 1450};
+  memory::system().faults["RegSetValueExW"] = {5, 1450};
   EXPECT_FALSE(ensure_mode_lists(key_, false));
   EXPECT_EQ(present_lines(), lines_of(stored({})));
 }
@@ -523,7 +523,7 @@ TEST_F(EndpointValues, TellNothingOfAModeListThatCannotBeReadOrWritten) {
 TEST_F(EndpointValues, RemoveBothModeListsWhateverTheyHold) {
   for (const std::string& words : {"ours"s, "x"s, ""s, "dword:1"s, "-"s}) {
     set_up(Words{.chain = "F", .slot = "L", .modes = words, .offload = words});
-    standin::system().log.clear();
+    memory::system().log.clear();
     remove_mode_lists(key_);
     EXPECT_EQ(calls(), call_list("delete modes, delete offload"));
     EXPECT_EQ(present_lines(), lines_of(stored({.chain = "F", .slot = "L"})));
@@ -532,7 +532,7 @@ TEST_F(EndpointValues, RemoveBothModeListsWhateverTheyHold) {
 
 TEST_F(EndpointValues, RemoveTheSecondModeListWhereTheFirstStays) {
   set_up(Words{.modes = "ours", .offload = "ours"});
-  standin::system().faults["RegDeleteValueW"] = {5};
+  memory::system().faults["RegDeleteValueW"] = {5};
   remove_mode_lists(key_);
   EXPECT_EQ(present_lines(), lines_of(stored({.modes = "ours"})));
 }

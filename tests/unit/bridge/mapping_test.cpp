@@ -22,9 +22,9 @@ const std::string created = "created shared control bridge";
 using Log = std::vector<std::string>;
 
 // Another process holds a finished record of this magic, version and size.
-std::shared_ptr<standin::Region> hold_record(std::uint32_t magic = 0x31434D56, std::uint32_t version = 8,
-                                             std::uint32_t size = 576) {
-  auto region = standin::hold_region(name, 576);
+std::shared_ptr<memory::Region> hold_record(std::uint32_t magic = 0x31434D56, std::uint32_t version = 8,
+                                            std::uint32_t size = 576) {
+  auto region = memory::hold_region(name, 576);
   for (std::size_t index = 0; index < region->words.size(); ++index)
     region->words[index] = 0x0101010101010101u * index;
   region->words[0] = (std::uint64_t{version} << 32) | magic;
@@ -99,7 +99,7 @@ TEST_F(Waiting, TakesAFinishedRecordWithoutASleep) {
   ControlBridgeRecord record{};
   initialise_record(record);
   EXPECT_TRUE(wait_for_creator(record));
-  EXPECT_EQ(standin::system().sleeps, 0u);
+  EXPECT_EQ(memory::system().sleeps, 0u);
 }
 
 TEST_F(Waiting, RefusesAnotherLayoutWithoutASleep) {
@@ -110,44 +110,44 @@ TEST_F(Waiting, RefusesAnotherLayoutWithoutASleep) {
   record.version = 8;
   record.size = 575;
   EXPECT_FALSE(wait_for_creator(record));
-  EXPECT_EQ(standin::system().sleeps, 0u);
+  EXPECT_EQ(memory::system().sleeps, 0u);
 }
 
 TEST_F(Waiting, GivesUpAfter100RoundsOf1Millisecond) {
   for (const std::uint32_t magic : {0u, 0x12345678u}) {
-    standin::reset();
+    memory::reset();
     ControlBridgeRecord record{};
     initialise_record(record);
     record.magic = magic;
-    const std::int64_t start_ns = standin::system().now_ns;
+    const std::int64_t start_ns = memory::system().now_ns;
     EXPECT_FALSE(wait_for_creator(record));
-    EXPECT_EQ(standin::system().sleeps, 100u);
-    EXPECT_EQ(standin::system().now_ns - start_ns, 100'000'000);
+    EXPECT_EQ(memory::system().sleeps, 100u);
+    EXPECT_EQ(memory::system().now_ns - start_ns, 100'000'000);
   }
 }
 
 TEST_F(Waiting, TakesARecordThatIsFinishedInAnyOfItsRounds) {
   for (const std::uint64_t finished_after : {1u, 2u, 50u, 99u}) {
-    standin::reset();
+    memory::reset();
     ControlBridgeRecord record{};
-    standin::system().on_sleep = [&] {
-      if (standin::system().sleeps == finished_after) initialise_record(record);
+    memory::system().on_sleep = [&] {
+      if (memory::system().sleeps == finished_after) initialise_record(record);
     };
     EXPECT_TRUE(wait_for_creator(record));
-    EXPECT_EQ(standin::system().sleeps, finished_after);
+    EXPECT_EQ(memory::system().sleeps, finished_after);
   }
 }
 
 TEST_F(Waiting, EndsAtOnceWhenTheCreatorTurnsOutToBeOfAnotherLayout) {
   ControlBridgeRecord record{};
-  standin::system().on_sleep = [&] {
-    if (standin::system().sleeps != 3) return;
+  memory::system().on_sleep = [&] {
+    if (memory::system().sleeps != 3) return;
     record.version = 9;
     record.size = 576;
     record.magic = record_magic;
   };
   EXPECT_FALSE(wait_for_creator(record));
-  EXPECT_EQ(standin::system().sleeps, 3u);
+  EXPECT_EQ(memory::system().sleeps, 3u);
 }
 
 using BridgeMapping = FreshMachine;
@@ -162,11 +162,11 @@ TEST_F(BridgeMapping, IsMadeAndFilledWhereThereIsNone) {
   EXPECT_TRUE(bridge.is_open());
   EXPECT_EQ(bridge.name(), name);
   EXPECT_EQ(footstep_of(bridge).raw, 0x0000000100000000u);
-  EXPECT_EQ(standin::system().sleeps, 0u);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().sleeps, 0u);
+  EXPECT_EQ(memory::system().log,
             (Log{"OpenFileMappingW", "ConvertStringSecurityDescriptorToSecurityDescriptorW",
                  "CreateFileMappingW", "MapViewOfFile"}));
-  const auto region = standin::system().regions.at(name).lock();
+  const auto region = memory::system().regions.at(name).lock();
   EXPECT_EQ(region->size, 576u);
 }
 
@@ -176,7 +176,7 @@ TEST_F(BridgeMapping, IsMadeAnewWhereNobodyHoldsItAnyLonger) {
   ASSERT_TRUE(bridge.create(name, message));
   ASSERT_EQ(bridge.publish_footstep(false, true, 0.5f), BridgeResult::done);
   bridge.close();
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
   ASSERT_TRUE(bridge.create(name, message));
   EXPECT_EQ(message, created);
   EXPECT_EQ(footstep_of(bridge).raw, 0x0000000100000000u);
@@ -186,7 +186,7 @@ TEST_F(BridgeMapping, KeepsItsValuesForAsLongAsAnyoneHoldsIt) {
   std::string message;
   ControlBridge bridge;
   ASSERT_TRUE(bridge.create(name, message));
-  const auto held = standin::system().regions.at(name).lock();
+  const auto held = memory::system().regions.at(name).lock();
   ASSERT_EQ(bridge.publish_footstep(false, true, 0.5f), BridgeResult::done);
   bridge.close();
   ASSERT_TRUE(bridge.create(name, message));
@@ -196,7 +196,7 @@ TEST_F(BridgeMapping, KeepsItsValuesForAsLongAsAnyoneHoldsIt) {
 
 TEST_F(BridgeMapping, IsTakenAsItStandsWhereItExists) {
   for (const bool may_create : {true, false}) {
-    standin::reset();
+    memory::reset();
     const auto region = hold_record();
     const std::vector<std::uint64_t> before = region->words;
     {
@@ -204,7 +204,7 @@ TEST_F(BridgeMapping, IsTakenAsItStandsWhereItExists) {
       std::string message;
       ASSERT_TRUE(may_create ? bridge.create(name, message) : bridge.open(name, message));
       EXPECT_EQ(message, opened);
-      EXPECT_EQ(standin::system().log, (Log{"OpenFileMappingW", "MapViewOfFile"}));
+      EXPECT_EQ(memory::system().log, (Log{"OpenFileMappingW", "MapViewOfFile"}));
     }
     ASSERT_EQ(before.size() * 8, 576u);
     EXPECT_EQ(std::memcmp(before.data(), region->words.data(), 576), 0);
@@ -217,12 +217,12 @@ TEST_F(BridgeMapping, IsNeverMadeByOpen) {
   EXPECT_FALSE(bridge.open(name, message));
   EXPECT_EQ(message, "OpenFileMappingW failed with error 2");
   EXPECT_FALSE(bridge.is_open());
-  EXPECT_EQ(standin::system().log, Log{"OpenFileMappingW"});
-  EXPECT_TRUE(standin::system().regions.empty());
+  EXPECT_EQ(memory::system().log, Log{"OpenFileMappingW"});
+  EXPECT_TRUE(memory::system().regions.empty());
 }
 
 TEST_F(BridgeMapping, TriesToMakeItWhateverTheReasonThatItCouldNotBeOpened) {
-  standin::system().faults["OpenFileMappingW"] = {5};
+  memory::system().faults["OpenFileMappingW"] = {5};
   ControlBridge bridge;
   std::string message;
   EXPECT_TRUE(bridge.create(name, message));
@@ -231,7 +231,7 @@ TEST_F(BridgeMapping, TriesToMakeItWhateverTheReasonThatItCouldNotBeOpened) {
 
 TEST_F(BridgeMapping, IsOpenedLikeAnyOtherWhenAnotherProcessWasFaster) {
   // It is there between our look and our making.
-  standin::system().faults["OpenFileMappingW"] = {2};
+  memory::system().faults["OpenFileMappingW"] = {2};
   const auto region = hold_record();
   const std::vector<std::uint64_t> before = region->words;
   ControlBridge bridge;
@@ -242,10 +242,10 @@ TEST_F(BridgeMapping, IsOpenedLikeAnyOtherWhenAnotherProcessWasFaster) {
 }
 
 TEST_F(BridgeMapping, WaitsForTheOtherProcessThatWasFaster) {
-  standin::system().faults["OpenFileMappingW"] = {2};
-  const auto region = standin::hold_region(name, 576);
-  standin::system().on_sleep = [&] {
-    if (standin::system().sleeps == 7) {
+  memory::system().faults["OpenFileMappingW"] = {2};
+  const auto region = memory::hold_region(name, 576);
+  memory::system().on_sleep = [&] {
+    if (memory::system().sleeps == 7) {
       initialise_record(*reinterpret_cast<ControlBridgeRecord*>(region->words.data()));
     }
   };
@@ -253,7 +253,7 @@ TEST_F(BridgeMapping, WaitsForTheOtherProcessThatWasFaster) {
   std::string message;
   ASSERT_TRUE(bridge.create(name, message));
   EXPECT_EQ(message, opened);
-  EXPECT_EQ(standin::system().sleeps, 7u);
+  EXPECT_EQ(memory::system().sleeps, 7u);
 }
 
 TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
@@ -268,7 +268,7 @@ TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
     for (const bool may_create : {true, false}) {
       SCOPED_TRACE(std::to_string(row.magic) + " " + std::to_string(row.version) + " " +
                    std::to_string(row.size));
-      standin::reset();
+      memory::reset();
       const auto region = hold_record(row.magic, row.version, row.size);
       const std::vector<std::uint64_t> before = region->words;
       ControlBridge bridge;
@@ -277,11 +277,11 @@ TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
       EXPECT_EQ(message, incompatible);
       EXPECT_FALSE(bridge.is_open());
       EXPECT_EQ(bridge.name(), u"");
-      EXPECT_EQ(standin::system().sleeps, row.sleeps);
+      EXPECT_EQ(memory::system().sleeps, row.sleeps);
       EXPECT_EQ(region->words, before);
-      EXPECT_EQ(standin::system().log,
+      EXPECT_EQ(memory::system().log,
                 (Log{"OpenFileMappingW", "MapViewOfFile", "UnmapViewOfFile", "CloseHandle"}));
-      EXPECT_TRUE(standin::system().handles.empty());
+      EXPECT_TRUE(memory::system().handles.empty());
     }
   }
 }
@@ -299,21 +299,21 @@ TEST_F(BridgeMapping, TellsWhichCallFailedAndHoldsNothing) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation);
-    standin::reset();
-    standin::system().faults[row.operation] = {row.error};
+    memory::reset();
+    memory::system().faults[row.operation] = {row.error};
     ControlBridge bridge;
     std::string message = "what it held";
     EXPECT_FALSE(bridge.create(name, message));
     EXPECT_EQ(message, row.message);
     EXPECT_FALSE(bridge.is_open());
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_TRUE(memory::system().handles.empty());
     EXPECT_EQ(calls_of(row.operation), 1);
   }
 }
 
 TEST_F(BridgeMapping, TellsTheErrorOfAnOpenThatWasDenied) {
   const auto region = hold_record();
-  standin::system().faults["OpenFileMappingW"] = {5};
+  memory::system().faults["OpenFileMappingW"] = {5};
   ControlBridge bridge;
   std::string message;
   EXPECT_FALSE(bridge.open(name, message));
@@ -321,12 +321,12 @@ TEST_F(BridgeMapping, TellsTheErrorOfAnOpenThatWasDenied) {
 }
 
 TEST_F(BridgeMapping, CannotBeViewedWhereItIsSmallerThanARecord) {
-  const auto region = standin::hold_region(name, 575);
+  const auto region = memory::hold_region(name, 575);
   ControlBridge bridge;
   std::string message;
   EXPECT_FALSE(bridge.create(name, message));
   EXPECT_EQ(message, "MapViewOfFile failed with error 5");
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
 }
 
 TEST_F(BridgeMapping, IsNotLookedForUnderABadName) {
@@ -335,7 +335,7 @@ TEST_F(BridgeMapping, IsNotLookedForUnderABadName) {
     std::string message;
     EXPECT_FALSE(may_create ? bridge.create(u"Global\\a b", message) : bridge.open(u"Global\\a b", message));
     EXPECT_EQ(message, name_refused);
-    EXPECT_TRUE(standin::system().log.empty());
+    EXPECT_TRUE(memory::system().log.empty());
   }
 }
 
@@ -457,9 +457,9 @@ TEST_F(BridgeMapping, CarriesEachReportOfTheEffectIntoTheRecordWithoutACall) {
     ControlBridge bridge;
     std::string message;
     ASSERT_TRUE(bridge.open(name, message));
-    standin::system().log.clear();
+    memory::system().log.clear();
     report.through_bridge(bridge);
-    EXPECT_TRUE(standin::system().log.empty());
+    EXPECT_TRUE(memory::system().log.empty());
     const ControlBridgeRecord untouched = expected;
     report.on_record(expected);
     EXPECT_NE(std::memcmp(&expected, &untouched, sizeof expected), 0);
@@ -492,7 +492,7 @@ TEST_F(BridgeMapping, ReadsWhatAnotherBridgeReported) {
 TEST_F(BridgeMapping, DropsEachReportOfTheEffectWhenClosed) {
   ControlBridge bridge;
   for (const Report& report : reports()) report.through_bridge(bridge);
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
   EXPECT_FALSE(bridge.is_open());
   // What was open once is not written to any more.
   const auto region = hold_record();
@@ -518,10 +518,10 @@ TEST_F(BridgeMapping, IsReleasedByCloseOnceAndInOrder) {
   ControlBridge bridge;
   std::string message;
   ASSERT_TRUE(bridge.create(name, message));
-  standin::system().log.clear();
+  memory::system().log.clear();
   bridge.close();
   bridge.close();
-  EXPECT_EQ(standin::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
   EXPECT_FALSE(bridge.is_open());
   EXPECT_EQ(bridge.name(), u"");
 }
@@ -531,9 +531,9 @@ TEST_F(BridgeMapping, IsReleasedByTheDestructor) {
     ControlBridge bridge;
     std::string message;
     ASSERT_TRUE(bridge.create(name, message));
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
-  EXPECT_EQ(standin::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
 }
 
 TEST_F(BridgeMapping, IsReleasedBeforeAnAttemptThatFails) {
@@ -542,21 +542,21 @@ TEST_F(BridgeMapping, IsReleasedBeforeAnAttemptThatFails) {
     ControlBridge bridge;
     std::string message;
     ASSERT_TRUE(bridge.create(name, message));
-    standin::system().log.clear();
+    memory::system().log.clear();
     EXPECT_FALSE(bridge.open(bad_name, message));
-    ASSERT_GE(standin::system().log.size(), 2u);
-    EXPECT_EQ(standin::system().log[0], "UnmapViewOfFile");
-    EXPECT_EQ(standin::system().log[1], "CloseHandle");
+    ASSERT_GE(memory::system().log.size(), 2u);
+    EXPECT_EQ(memory::system().log[0], "UnmapViewOfFile");
+    EXPECT_EQ(memory::system().log[1], "CloseHandle");
     EXPECT_FALSE(bridge.is_open());
     EXPECT_EQ(bridge.name(), u"");
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_TRUE(memory::system().handles.empty());
   }
   ControlBridge bridge;
   std::string message;
   ASSERT_TRUE(bridge.create(name, message));
   EXPECT_FALSE(bridge.create(u"local\\x", message));
   EXPECT_EQ(message, name_refused);
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
 }
 
 TEST_F(BridgeMapping, CanBeMadeAgainFromItsOwnName) {
@@ -566,7 +566,7 @@ TEST_F(BridgeMapping, CanBeMadeAgainFromItsOwnName) {
   ASSERT_TRUE(bridge.create(bridge.name(), message));
   EXPECT_EQ(message, created);
   EXPECT_EQ(bridge.name(), name);
-  EXPECT_EQ(standin::system().handles.size(), 2u);
+  EXPECT_EQ(memory::system().handles.size(), 2u);
 }
 
 TEST_F(BridgeMapping, GoesWithAMove) {
@@ -580,7 +580,7 @@ TEST_F(BridgeMapping, GoesWithAMove) {
   EXPECT_EQ(first.publish_footstep(false, false, 0.5f), BridgeResult::not_open);
   EXPECT_EQ(second.name(), name);
   EXPECT_EQ(footstep_of(second).raw, 0x000000023F000000u);
-  EXPECT_EQ(standin::system().handles.size(), 2u);
+  EXPECT_EQ(memory::system().handles.size(), 2u);
 }
 
 TEST_F(BridgeMapping, IsClosedWhereAnotherIsMovedInto) {
@@ -589,34 +589,34 @@ TEST_F(BridgeMapping, IsClosedWhereAnotherIsMovedInto) {
   std::string message;
   ASSERT_TRUE(first.create(name, message));
   ASSERT_TRUE(second.create(u"Local\\other", message));
-  standin::system().log.clear();
+  memory::system().log.clear();
   second = std::move(first);
-  EXPECT_EQ(standin::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
   EXPECT_FALSE(first.is_open());  // NOLINT: the state behind a move is the contract
   EXPECT_EQ(first.name(), u"");
   EXPECT_EQ(second.name(), name);
   EXPECT_TRUE(second.is_open());
-  EXPECT_EQ(standin::system().handles.size(), 2u);
-  EXPECT_TRUE(standin::system().regions.at(u"Local\\other").expired());
+  EXPECT_EQ(memory::system().handles.size(), 2u);
+  EXPECT_TRUE(memory::system().regions.at(u"Local\\other").expired());
 }
 
 TEST_F(BridgeMapping, StaysWhereItIsMovedToItself) {
   ControlBridge bridge;
   std::string message;
   ASSERT_TRUE(bridge.create(name, message));
-  standin::system().log.clear();
+  memory::system().log.clear();
   ControlBridge& same = bridge;
   bridge = std::move(same);
   EXPECT_TRUE(bridge.is_open());
   EXPECT_EQ(bridge.name(), name);
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(BridgeMapping, MakesNoCallOnceItIsOpen) {
   ControlBridge bridge;
   std::string message;
   ASSERT_TRUE(bridge.create(name, message));
-  standin::system().log.clear();
+  memory::system().log.clear();
   static_cast<void>(bridge.publish_footstep(false, false, 0.5f));
   static_cast<void>(bridge.publish_algorithm({}));
   static_cast<void>(bridge.publish_eq({}));
@@ -624,7 +624,7 @@ TEST_F(BridgeMapping, MakesNoCallOnceItIsOpen) {
   static_cast<void>(bridge.read_eq(settings));
   ControlDiagnostics diagnostics;
   static_cast<void>(bridge.read_diagnostics(diagnostics));
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 }  // namespace

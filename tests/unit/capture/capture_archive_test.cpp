@@ -59,7 +59,7 @@ class CaptureArchives : public FreshMachine {
  protected:
   void SetUp() override {
     FreshMachine::SetUp();
-    standin::system().local_time = usual_moment();
+    memory::system().local_time = usual_moment();
     put_captures(captures_);
   }
 
@@ -92,7 +92,7 @@ TEST_F(CaptureArchives, HoldTheFourFilesByteForByte) {
     EXPECT_EQ(pulled.error, "");
     EXPECT_EQ(pulled.bytes.size(), sum_of(captures) + 518);
     EXPECT_TRUE(pulled.bytes == whole(captures));
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_TRUE(memory::system().handles.empty());
   }
 }
 
@@ -147,9 +147,9 @@ TEST_F(CaptureArchives, JoinADirectoryAndANameInTheSystemsOwnWay) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.directory);
-    standin::system().files.clear();
+    memory::system().files.clear();
     for (const std::string_view name : names_of_captures) {
-      standin::system().files[row.in_front_of_names + std::string(name)].bytes = "x";
+      memory::system().files[row.in_front_of_names + std::string(name)].bytes = "x";
     }
     CaptureArchive archive;
     EXPECT_EQ(open_capture_archive(row.directory, archive), "");
@@ -163,11 +163,11 @@ TEST_F(CaptureArchives, LookAtAllFourFilesBeforeTheyOpenOne) {
   const std::vector<std::string> opens(4, "CreateFileW");
   std::vector<std::string> expected = looks;
   expected.insert(expected.end(), opens.begin(), opens.end());
-  EXPECT_EQ(standin::system().log, expected);
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_EQ(memory::system().log, expected);
+  EXPECT_TRUE(memory::system().handles.empty());
   pull_all(archive);
   expected.insert(expected.end(), opens.begin(), opens.end());
-  EXPECT_EQ(standin::system().log, expected);
+  EXPECT_EQ(memory::system().log, expected);
 }
 
 // What may be wrong with a file when it is looked at.
@@ -192,14 +192,14 @@ TEST_F(CaptureArchives, AreRefusedForTheFirstFileThatFailsWhateverIsWrongBehindI
   // Each of the four may be in any of the seven states.
   for (std::size_t row = 0; row < 7 * 7 * 7 * 7; ++row) {
     SCOPED_TRACE(row);
-    standin::reset();
+    memory::reset();
     std::string expected;
-    std::deque<std::int64_t>& size_faults = standin::system().faults["GetFileSizeEx"];
+    std::deque<std::int64_t>& size_faults = memory::system().faults["GetFileSizeEx"];
     for (std::size_t index = 0, rest = row; index < 4; ++index, rest /= 7) {
       const Trouble trouble = troubles[rest % 7];
       if (expected.empty()) expected = message(trouble, index);
       if (trouble == Trouble::missing) continue;
-      standin::File& file = capture_file(index);
+      memory::File& file = capture_file(index);
       if (trouble != Trouble::empty) file.bytes = "x";
       if (trouble == Trouble::directory) file.kind = FileKind::directory;
       if (trouble == Trouble::other) file.kind = FileKind::other;
@@ -213,7 +213,7 @@ TEST_F(CaptureArchives, AreRefusedForTheFirstFileThatFailsWhateverIsWrongBehindI
 }
 
 TEST_F(CaptureArchives, AreNotFoundForAMissingFourthFileAndReadNothing) {
-  standin::system().files.erase(capture_path(3));
+  memory::system().files.erase(capture_path(3));
   CaptureArchive archive;
   EXPECT_EQ(open_capture_archive("captures", archive), not_found);
   EXPECT_EQ(calls_of("CreateFileW"), 0);
@@ -221,16 +221,16 @@ TEST_F(CaptureArchives, AreNotFoundForAMissingFourthFileAndReadNothing) {
 
 TEST_F(CaptureArchives, AreRefusedForAnEmptySecondFileThoughTheThirdIsMissing) {
   capture_file(1).bytes.clear();
-  standin::system().files.erase(capture_path(2));
+  memory::system().files.erase(capture_path(2));
   CaptureArchive archive;
   EXPECT_EQ(open_capture_archive("captures", archive),
             "capture file is empty or unreadable: capture-2-algorithm-in.wav");
 }
 
 TEST_F(CaptureArchives, TakeNoOtherFileOfTheDirectoryForOneOfTheirs) {
-  standin::system().files["captures/CAPTURE-1-HOST-IN.WAV"] = capture_file(0);
-  standin::system().files["captures/capture-1-host-in.wav.part"] = capture_file(0);
-  standin::system().files.erase(capture_path(0));
+  memory::system().files["captures/CAPTURE-1-HOST-IN.WAV"] = capture_file(0);
+  memory::system().files["captures/capture-1-host-in.wav.part"] = capture_file(0);
+  memory::system().files.erase(capture_path(0));
   CaptureArchive archive;
   EXPECT_EQ(open_capture_archive("captures", archive), not_found);
 }
@@ -239,13 +239,13 @@ TEST_F(CaptureArchives, TakeAFileOf4294967295BytesAndRefuseOneByteMore) {
   for (std::size_t index = 0; index < 4; ++index) {
     SCOPED_TRACE(index);
     put_captures(captures_);
-    standin::system().log.clear();
+    memory::system().log.clear();
     // It passes the inspection, and only its reading shows that the bytes are not there.
     capture_file(index).size = 0xFFFFFFFF;
     CaptureArchive archive;
     EXPECT_EQ(open_capture_archive("captures", archive), changed(index));
     EXPECT_EQ(calls_of("GetFileSizeEx"), 4);
-    standin::system().log.clear();
+    memory::system().log.clear();
     for (const std::uint64_t size :
          {std::uint64_t{0x100000000}, std::uint64_t{0x100000001}, ~std::uint64_t{0}}) {
       capture_file(index).size = size;
@@ -258,22 +258,22 @@ TEST_F(CaptureArchives, TakeAFileOf4294967295BytesAndRefuseOneByteMore) {
 TEST_F(CaptureArchives, AreRefusedWhereAFileCannotBeOpened) {
   for (std::size_t index = 0; index < 4; ++index) {
     SCOPED_TRACE(index);
-    standin::system().log.clear();
-    standin::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
-    standin::system().faults["CreateFileW"].push_back(32);
+    memory::system().log.clear();
+    memory::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
+    memory::system().faults["CreateFileW"].push_back(32);
     // What is wrong with a later file is not seen any more.
     if (index < 3) capture_file(3).size = captures_[3].size() + 1;
     CaptureArchive archive;
     EXPECT_EQ(open_capture_archive("captures", archive), cannot_read(index));
     EXPECT_EQ(calls_of("CreateFileW"), static_cast<std::ptrdiff_t>(index) + 1);
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_TRUE(memory::system().handles.empty());
     put_captures(captures_);
   }
 }
 
 TEST_F(CaptureArchives, LookAtTheLastFileBeforeTheyComplainOfOneThatCannotBeOpened) {
-  standin::system().faults["CreateFileW"] = {32};
-  standin::system().files.erase(capture_path(3));
+  memory::system().faults["CreateFileW"] = {32};
+  memory::system().files.erase(capture_path(3));
   CaptureArchive archive;
   EXPECT_EQ(open_capture_archive("captures", archive), not_found);
 }
@@ -284,15 +284,15 @@ TEST_F(CaptureArchives, AreRefusedWhereAFileHasGrownOrShrunkSinceItWasLookedAt) 
     const std::uint64_t size = captures_[index].size();
     for (const std::uint64_t seen : {size - 1, size + 1, size + block_bytes, std::uint64_t{1}}) {
       put_captures(captures_);
-      standin::system().log.clear();
+      memory::system().log.clear();
       capture_file(index).size = seen;
       // A later file that cannot be read is not reached.
-      if (index < 3) standin::system().fault_at = standin::CallFault{4 + index + 2, 5};
+      if (index < 3) memory::system().fault_at = memory::CallFault{4 + index + 2, 5};
       CaptureArchive archive;
       EXPECT_EQ(open_capture_archive("captures", archive), changed(index)) << seen;
       EXPECT_EQ(calls_of("CreateFileW"), static_cast<std::ptrdiff_t>(index) + 1);
-      EXPECT_TRUE(standin::system().handles.empty());
-      standin::system().fault_at.reset();
+      EXPECT_TRUE(memory::system().handles.empty());
+      memory::system().fault_at.reset();
     }
   }
 }
@@ -307,7 +307,7 @@ TEST_F(CaptureArchives, TakeAnErrorOfReadingForTheEndOfTheFile) {
   capture_file(3).size = 200000;
   capture_file(3).bytes.resize(100000);
   EXPECT_EQ(open_capture_archive("captures", archive), changed(3));
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
 }
 
 TEST_F(CaptureArchives, EndWhereAnErrorOfReadingComesUpWhileTheyAreSent) {
@@ -387,10 +387,10 @@ TEST_F(CaptureArchives, EndBehindTheHeaderOfAFileThatCannotBeOpenedAgain) {
   for (std::size_t index = 0; index < 4; ++index) {
     const std::vector<std::function<void()>> ways = {
         [&] {
-          standin::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
-          standin::system().faults["CreateFileW"].push_back(5);
+          memory::system().faults["CreateFileW"] = std::deque<std::int64_t>(index, 0);
+          memory::system().faults["CreateFileW"].push_back(5);
         },
-        [&] { standin::system().files.erase(capture_path(index)); },
+        [&] { memory::system().files.erase(capture_path(index)); },
         [&] { capture_file(index).kind = FileKind::directory; },
     };
     for (const auto& take_away : ways) {
@@ -402,7 +402,7 @@ TEST_F(CaptureArchives, EndBehindTheHeaderOfAFileThatCannotBeOpenedAgain) {
       const Pulled pulled = pull_all(archive);
       EXPECT_EQ(pulled.error, cannot_read(index));
       EXPECT_TRUE(pulled.bytes == whole(captures_).substr(0, data_offset(index)));
-      EXPECT_TRUE(standin::system().handles.empty());
+      EXPECT_TRUE(memory::system().handles.empty());
     }
   }
 }
@@ -441,10 +441,10 @@ TEST_F(CaptureArchives, ReadEverythingThroughOneBuffer) {
 TEST_F(CaptureArchives, KeepOneFileOpenAtMost) {
   CaptureArchive archive;
   ASSERT_EQ(open_capture_archive("captures", archive), "");
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
   // A file is open between the first and the last of its blocks alone.
   std::vector<std::size_t> open;
-  pull_all(archive, [&](const Pulled&) { open.push_back(standin::system().handles.size()); });
+  pull_all(archive, [&](const Pulled&) { open.push_back(memory::system().handles.size()); });
   EXPECT_EQ(open, (std::vector<std::size_t>{0, 0, 0, 0, 0, 1, 0, 0, 1, 1, 1, 0, 0}));
 }
 
@@ -455,7 +455,7 @@ TEST_F(CaptureArchives, ReleaseTheirFileWhenTheyAreDroppedHalfWay) {
       ASSERT_EQ(open_capture_archive("captures", archive), "");
       for (std::size_t pull = 0; pull < pulls; ++pull) static_cast<void>(next_archive_piece(archive));
     }
-    EXPECT_TRUE(standin::system().handles.empty()) << pulls;
+    EXPECT_TRUE(memory::system().handles.empty()) << pulls;
   }
 }
 
@@ -500,13 +500,13 @@ TEST_F(CaptureArchives, CarryOneMomentInAllTheirHeaders) {
   ASSERT_EQ(open_capture_archive("captures", archive), "");
   int pieces = 0;
   const Pulled pulled = pull_all(archive, [&](const Pulled&) {
-    standin::system().local_time = local_moment(2030, 1, 2, 3, 4, ++pieces);
+    memory::system().local_time = local_moment(2030, 1, 2, 3, 4, ++pieces);
   });
   EXPECT_TRUE(pulled.bytes == whole(captures_));
 }
 
 TEST_F(CaptureArchives, CarryZeroWordsWhereThereIsNoLocalTime) {
-  standin::system().local_time.reset();
+  memory::system().local_time.reset();
   EXPECT_EQ(dos_time_now().time, 0);
   EXPECT_EQ(dos_time_now().date, 0);
   CaptureArchive archive;
@@ -517,7 +517,7 @@ TEST_F(CaptureArchives, CarryZeroWordsWhereThereIsNoLocalTime) {
 TEST_F(CaptureArchives, TellThePresentMoment) {
   EXPECT_EQ(dos_time_now().time, usual_time);
   EXPECT_EQ(dos_time_now().date, usual_date);
-  standin::system().local_time = local_moment(1980, 1, 1, 0, 0, 2);
+  memory::system().local_time = local_moment(1980, 1, 1, 0, 0, 2);
   EXPECT_EQ(dos_time_now().time, 1);
   EXPECT_EQ(dos_time_now().date, 0x21);
 }
@@ -526,7 +526,7 @@ TEST_F(CaptureArchives, ChangeNoFile) {
   CaptureArchive archive;
   ASSERT_EQ(open_capture_archive("captures", archive), "");
   pull_all(archive);
-  ASSERT_EQ(standin::system().files.size(), 4u);
+  ASSERT_EQ(memory::system().files.size(), 4u);
   for (std::size_t index = 0; index < 4; ++index) EXPECT_TRUE(capture_file(index).bytes == captures_[index]);
   EXPECT_EQ(calls_of("DeleteFileW") + calls_of("WriteFile"), 0);
 }

@@ -148,18 +148,18 @@ TEST_F(CaptureFiles, AreNotReadyUpToTheFirstThatFailsAndCountThoseInFrontOfIt) {
   const std::uint64_t sums[] = {0, 1, 3, 6};
   for (std::size_t index = 0; index < 4; ++index) {
     const std::vector<std::function<void()>> ways = {
-        [&] { standin::system().files.erase(capture_path(index)); },
+        [&] { memory::system().files.erase(capture_path(index)); },
         [&] { capture_file(index).kind = FileKind::directory; },
         [&] { capture_file(index).kind = FileKind::other; },
         [&] { capture_file(index).bytes.clear(); },
         [&] {
-          standin::system().faults["GetFileSizeEx"] = std::deque<std::int64_t>(index, 0);
-          standin::system().faults["GetFileSizeEx"].push_back(5);
+          memory::system().faults["GetFileSizeEx"] = std::deque<std::int64_t>(index, 0);
+          memory::system().faults["GetFileSizeEx"].push_back(5);
         },
     };
     for (std::size_t way = 0; way < ways.size(); ++way) {
       SCOPED_TRACE(std::to_string(index) + " in way " + std::to_string(way));
-      standin::reset();
+      memory::reset();
       put_captures({"1", "22", "333", "4444"});
       ways[way]();
       std::uint64_t bytes = 77;
@@ -182,26 +182,26 @@ TEST_F(CaptureFiles, AreReadyWhateverTheirSize) {
 }
 
 TEST_F(CaptureFiles, AreNotReadyWhereNothingWasEverExported) {
-  standin::system().files.clear();
+  memory::system().files.clear();
   std::uint64_t bytes = 77;
   EXPECT_FALSE(capture_files_ready(bytes));
   EXPECT_EQ(bytes, 0u);
 }
 
 TEST_F(CaptureFiles, AreRemovedAndNoOthers) {
-  standin::system().files["captures/capture-5.wav"].bytes = "x";
-  standin::system().files["other/capture-1-host-in.wav"].bytes = "x";
+  memory::system().files["captures/capture-5.wav"].bytes = "x";
+  memory::system().files["other/capture-1-host-in.wav"].bytes = "x";
   remove_capture_files();
-  EXPECT_EQ(standin::system().files.size(), 2u);
-  EXPECT_TRUE(standin::system().files.contains("captures/capture-5.wav"));
-  EXPECT_TRUE(standin::system().files.contains("other/capture-1-host-in.wav"));
+  EXPECT_EQ(memory::system().files.size(), 2u);
+  EXPECT_TRUE(memory::system().files.contains("captures/capture-5.wav"));
+  EXPECT_TRUE(memory::system().files.contains("other/capture-1-host-in.wav"));
 }
 
 TEST_F(CaptureFiles, AreRemovedAsFarAsTheyAreThere) {
-  standin::system().files.erase(capture_path(0));
-  standin::system().files.erase(capture_path(2));
+  memory::system().files.erase(capture_path(0));
+  memory::system().files.erase(capture_path(2));
   remove_capture_files();
-  EXPECT_TRUE(standin::system().files.empty());
+  EXPECT_TRUE(memory::system().files.empty());
   remove_capture_files();
   EXPECT_EQ(calls_of("DeleteFileW"), 8);
 }
@@ -209,18 +209,18 @@ TEST_F(CaptureFiles, AreRemovedAsFarAsTheyAreThere) {
 TEST_F(CaptureFiles, AreRemovedPastThoseThatCannotBe) {
   for (std::size_t stays = 0; stays < 4; ++stays) {
     put_captures({"1", "22", "333", "4444"});
-    standin::system().faults["DeleteFileW"] = std::deque<std::int64_t>(stays, 0);
-    standin::system().faults["DeleteFileW"].push_back(32);
+    memory::system().faults["DeleteFileW"] = std::deque<std::int64_t>(stays, 0);
+    memory::system().faults["DeleteFileW"].push_back(32);
     remove_capture_files();
-    EXPECT_EQ(standin::system().files.size(), 1u);
-    EXPECT_TRUE(standin::system().files.contains(capture_path(stays))) << stays;
+    EXPECT_EQ(memory::system().files.size(), 1u);
+    EXPECT_TRUE(memory::system().files.contains(capture_path(stays))) << stays;
   }
 }
 
 TEST_F(CaptureFiles, StayWhereADirectoryBearsTheirName) {
   capture_file(1).kind = FileKind::directory;
   remove_capture_files();
-  EXPECT_EQ(standin::system().files.size(), 1u);
+  EXPECT_EQ(memory::system().files.size(), 1u);
   EXPECT_EQ(capture_file(1).kind, FileKind::directory);
 }
 
@@ -229,7 +229,7 @@ TEST_F(CaptureFiles, AreThoseOfTheDirectoryAsItIsAtEachCall) {
   std::uint64_t bytes = 77;
   EXPECT_FALSE(capture_files_ready(bytes));
   remove_capture_files();
-  EXPECT_EQ(standin::system().files.size(), 4u);
+  EXPECT_EQ(memory::system().files.size(), 4u);
   capture_directory_override = "captures";
   EXPECT_TRUE(capture_files_ready(bytes));
   EXPECT_EQ(bytes, 10u);

@@ -24,8 +24,8 @@ std::string bytes_of(std::u16string_view text) {
 std::string stored_text(std::u16string_view text) { return bytes_of(std::u16string(text) + u'\0'); }
 
 void put(std::u16string_view key, std::u16string_view name, std::uint32_t type, std::string_view bytes) {
-  standin::RegistryTree& registry = standin::system().state.registry;
-  standin::put_value(standin::make_key(registry, key), name, type, bytes);
+  hosted::RegistryTree& registry = memory::system().state.registry;
+  hosted::put_value(hosted::make_key(registry, key), name, type, bytes);
 }
 
 void put_directory(std::uint32_t type, std::string_view bytes) {
@@ -44,19 +44,19 @@ TEST_F(CaptureDirectory, IsTheOneThatWasGivenAtTheStart) {
   put_directory(reg_sz, stored_text(u"D:\\stored"));
   capture_directory_override = "given/directory";
   EXPECT_EQ(capture_directory(), "given/directory");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(CaptureDirectory, IsTheStoredOneOtherwise) {
   put_directory(reg_sz, stored_text(u"D:\\stored"));
   EXPECT_EQ(capture_directory(), "D:\\stored");
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             std::vector<std::string>{"RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)"});
 }
 
 TEST_F(CaptureDirectory, IsTheUsualOneWhereNothingIsStored) {
   EXPECT_EQ(capture_directory(), usual_directory);
-  standin::make_key(standin::system().state.registry, our_key);
+  hosted::make_key(memory::system().state.registry, our_key);
   EXPECT_EQ(capture_directory(), usual_directory);
   put(our_key, u"CaptureDirectories", reg_sz, stored_text(u"D:\\other"));
   put(our_key, u"", reg_sz, stored_text(u"D:\\other"));
@@ -66,7 +66,7 @@ TEST_F(CaptureDirectory, IsTheUsualOneWhereNothingIsStored) {
 TEST_F(CaptureDirectory, IsTheUsualOneWhereTheStoredOneCannotBeReadForAnyReason) {
   put_directory(reg_sz, stored_text(u"D:\\stored"));
   for (const std::int64_t error : {2, 5, 6, 87, 234, 1016, 1018, 1630}) {
-    standin::system().faults["RegGetValueW"] = {error};
+    memory::system().faults["RegGetValueW"] = {error};
     EXPECT_EQ(capture_directory(), usual_directory) << error;
   }
   EXPECT_EQ(capture_directory(), "D:\\stored");
@@ -135,13 +135,13 @@ TEST_F(CaptureDirectory, IsLookedUpAfreshEachTime) {
   EXPECT_EQ(capture_directory(), "D:\\first");
   put_directory(reg_sz, stored_text(u"E:\\2"));
   EXPECT_EQ(capture_directory(), "E:\\2");
-  standin::remove_key(standin::system().state.registry, our_key);
+  hosted::remove_key(memory::system().state.registry, our_key);
   EXPECT_EQ(capture_directory(), usual_directory);
 }
 
 TEST_F(CaptureDirectory, NeedNotExist) {
   EXPECT_EQ(capture_directory(), usual_directory);
-  EXPECT_EQ(standin::system().log.size(), 1u);
+  EXPECT_EQ(memory::system().log.size(), 1u);
 }
 
 TEST(CaptureFileNames, AreTheFourOfTheEffect) {

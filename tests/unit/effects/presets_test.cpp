@@ -14,14 +14,14 @@ namespace velmora {
 namespace {
 
 using Log = std::vector<std::string>;
-using standin::File;
+using memory::File;
 
 const std::string directory = "C:\\Velmora\\presets";
 const std::string replacement = "\xEF\xBF\xBD";  // U+FFFD
 const std::string registry_read = "RegGetValueW SOFTWARE\\Velmora CaptureDirectory (64-bit view)";
 
-std::map<std::string, File>& files() { return standin::system().files; }
-Log& log() { return standin::system().log; }
+std::map<std::string, File>& files() { return memory::system().files; }
+Log& log() { return memory::system().log; }
 
 class Presets : public FreshMachine {
  protected:
@@ -109,11 +109,11 @@ TEST(PresetName, IsCheckedByteByByte) {
 }
 
 void set_registry_text(std::u16string_view text) {
-  standin::RegistryTree& registry = standin::system().state.registry;
+  hosted::RegistryTree& registry = memory::system().state.registry;
   std::string bytes(text.size() * 2, '\0');
   std::copy_n(reinterpret_cast<const char*>(text.data()), bytes.size(), bytes.begin());
-  standin::put_value(standin::make_key(registry, u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora"),
-                     u"CaptureDirectory", reg_sz, bytes + std::string(2, '\0'));
+  hosted::put_value(hosted::make_key(registry, u"HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora"), u"CaptureDirectory",
+                    reg_sz, bytes + std::string(2, '\0'));
 }
 
 TEST_F(Presets, LieWhereTheCommandLineSaysAndNothingElseIsAsked) {
@@ -154,7 +154,7 @@ TEST_F(Presets, AreListedAsNoneWhereTheDirectoryIsMissingOrUnreadable) {
   make_directory();
   EXPECT_EQ(list_presets(directory), R"({"presets":[]})");
   put_file("a.json", {});
-  standin::system().faults["FindFirstFileW"] = {5};
+  memory::system().faults["FindFirstFileW"] = {5};
   EXPECT_EQ(list_presets(directory), R"({"presets":[]})");
   EXPECT_EQ(list_presets(directory), R"({"presets":["a"]})");
   files()[directory] = {FileKind::regular, "x"};
@@ -236,7 +236,7 @@ TEST_F(Presets, AreNotReadWhereThereIsNoSuchFile) {
 TEST_F(Presets, AreNotReadWhereTheFileCannotBeReadWhole) {
   make_directory();
   put_file("a.json", {FileKind::regular, "bytes"});
-  standin::system().faults["CreateFileW"] = {5};
+  memory::system().faults["CreateFileW"] = {5};
   EXPECT_EQ(read_preset(directory, "a"), "");
   EXPECT_EQ(read_preset(directory, "a"), "bytes");
   for (const std::size_t size : {0u, 5u, 4096u, 5000u}) {
@@ -281,13 +281,13 @@ TEST_F(Presets, AreFoundUnderOneFileNameForAllIllFormedSpellings) {
 
 TEST_F(Presets, AreWrittenThoughTheDirectoryCouldNotBeMadeWhereItIsThere) {
   make_directory();
-  standin::system().faults["CreateDirectoryW"] = {5};
+  memory::system().faults["CreateDirectoryW"] = {5};
   EXPECT_TRUE(write_preset(directory, "a", {}));
   EXPECT_EQ(read_preset(directory, "a"), text_of({}));
 }
 
 TEST_F(Presets, CannotBeWrittenWithoutADirectory) {
-  standin::system().faults["CreateDirectoryW"] = {5};
+  memory::system().faults["CreateDirectoryW"] = {5};
   EXPECT_FALSE(write_preset(directory, "a", {}));
   EXPECT_TRUE(files().empty());
   files()[directory] = {FileKind::regular, "in its place"};
@@ -297,14 +297,14 @@ TEST_F(Presets, CannotBeWrittenWithoutADirectory) {
 }
 
 TEST_F(Presets, CannotBeWrittenWhereTheFileCannotBeOpened) {
-  standin::system().faults["CreateFileW"] = {32};
+  memory::system().faults["CreateFileW"] = {32};
   put_file("a.json", {FileKind::regular, "former"});
   EXPECT_FALSE(write_preset(directory, "a", {}));
   EXPECT_EQ(files().at(directory + "\\a.json").bytes, "former");
 }
 
 TEST_F(Presets, AreLeftCutShortWhereTheDiskIsFull) {
-  standin::system().faults["WriteFile"] = {112};
+  memory::system().faults["WriteFile"] = {112};
   EXPECT_FALSE(write_preset(directory, "a", {}));
   const std::string left = files().at(directory + "\\a.json").bytes;
   EXPECT_LT(left.size(), text_of({}).size());
@@ -337,7 +337,7 @@ TEST_F(Presets, AreNotDeletedWhereTheSystemRefuses) {
   make_directory();
   put_file("a.json", {FileKind::regular, "locked"});
   for (const std::int64_t error : {2, 3, 5, 32}) {
-    standin::system().faults["DeleteFileW"] = {error};
+    memory::system().faults["DeleteFileW"] = {error};
     EXPECT_FALSE(delete_preset(directory, "a"));
     EXPECT_EQ(read_preset(directory, "a"), "locked");
   }

@@ -23,7 +23,7 @@ class Inventory : public FreshMachine {
   static EndpointInventory inventory(const EndpointController& controller = {}) {
     EndpointInventory result;
     inventory_endpoints(controller, result);
-    EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    EXPECT_TRUE(memory::system().state.audio_objects.empty());
     return result;
   }
   static std::string json(const EndpointController& controller = {}) {
@@ -31,7 +31,7 @@ class Inventory : public FreshMachine {
   }
   // An endpoint that stands alone in its machine, as it is listed.
   static EndpointInfo listed_alone(const Endpoint& endpoint) {
-    standin::reset();
+    memory::reset();
     put_endpoint(endpoint);
     const EndpointInventory result = inventory();
     EXPECT_EQ(result.render.size(), 1u);
@@ -72,7 +72,7 @@ TEST_F(Inventory, ListsBothFlowsInTheSystemsOrder) {
 
 TEST_F(Inventory, AsksForTheDefaultsFirstAndLooksAtTheChainsLast) {
   EXPECT_EQ(json(), json_of(usual_inventory()));
-  const std::vector<std::string>& log = standin::system().log;
+  const std::vector<std::string>& log = memory::system().log;
   const std::vector<std::string> defaults(log.begin(), log.begin() + 8);
   EXPECT_EQ(defaults, (std::vector<std::string>{"CoCreateInstance", "GetDefaultAudioEndpoint 0", "GetId",
                                                 "Release", "GetDefaultAudioEndpoint 1", "GetId", "Release",
@@ -145,7 +145,7 @@ TEST_F(Inventory, ReplacesWhatStoodInItsOutput) {
   result.error_code = -1;
   inventory_endpoints({}, result);
   EXPECT_EQ(endpoint_inventory_json(result), json_of(usual_inventory()));
-  standin::system().faults["CoCreateInstance"] = {access_denied};
+  memory::system().faults["CoCreateInstance"] = {access_denied};
   inventory_endpoints({}, result);
   EXPECT_EQ(
       endpoint_inventory_json(result),
@@ -154,13 +154,13 @@ TEST_F(Inventory, ReplacesWhatStoodInItsOutput) {
 }
 
 TEST_F(Inventory, IsEmptyThroughoutWithoutAnEnumerator) {
-  standin::system().faults["CoCreateInstance"] = {smallest_status};
+  memory::system().faults["CoCreateInstance"] = {smallest_status};
   const EndpointInventory result = inventory(other_than_default);
   EXPECT_TRUE(result.render.empty() && result.capture.empty());
   EXPECT_EQ(result.selected_render_endpoint_id + result.selected_capture_endpoint_id, "");
   EXPECT_EQ(result.default_render_endpoint_id + result.default_capture_endpoint_id, "");
   EXPECT_EQ(result.error_code, smallest_status);
-  EXPECT_EQ(standin::system().log, (std::vector<std::string>{"CoCreateInstance"}));
+  EXPECT_EQ(memory::system().log, (std::vector<std::string>{"CoCreateInstance"}));
 }
 
 TEST_F(Inventory, LosesWhatTheFailedCallGivesAndNothingElse) {
@@ -169,7 +169,7 @@ TEST_F(Inventory, LosesWhatTheFailedCallGivesAndNothingElse) {
     const ExpectedInventory whole = chosen ? inventory_of_others() : usual_inventory();
     renew_usual_machine();
     ASSERT_EQ(json(controller), json_of(whole));
-    const std::vector<std::string> log = standin::system().log;
+    const std::vector<std::string> log = memory::system().log;
     ASSERT_GT(log.size(), 60u);
     for (std::size_t place = 0; place < log.size(); ++place) {
       for (const std::int32_t status : {not_found, device_invalidated, smallest_status, -1}) {
@@ -177,9 +177,9 @@ TEST_F(Inventory, LosesWhatTheFailedCallGivesAndNothingElse) {
         ExpectedInventory expected = whole;
         take_away(expected, log, place, status);
         renew_usual_machine();
-        standin::system().fault_at = {place + 1, status};
+        memory::system().fault_at = {place + 1, status};
         EXPECT_EQ(json(controller), json_of(expected));
-        EXPECT_TRUE(standin::system().state.open_keys.empty());
+        EXPECT_TRUE(memory::system().state.open_keys.empty());
       }
     }
   }
@@ -187,15 +187,15 @@ TEST_F(Inventory, LosesWhatTheFailedCallGivesAndNothingElse) {
 
 TEST_F(Inventory, IsTheSameAfterPositiveStatuses) {
   ASSERT_EQ(json(), json_of(usual_inventory()));
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   for (std::size_t place = 0; place < log.size(); ++place) {
     if (!has_audio_status(log[place])) continue;
     for (const std::int32_t status : {1, 0x7FFFFFFF}) {
       SCOPED_TRACE(log[place] + " at " + std::to_string(place));
       renew_usual_machine();
-      standin::system().fault_at = {place + 1, status};
+      memory::system().fault_at = {place + 1, status};
       EXPECT_EQ(json(), json_of(usual_inventory()));
-      EXPECT_EQ(standin::system().log, log);
+      EXPECT_EQ(memory::system().log, log);
     }
   }
 }
@@ -204,9 +204,9 @@ TEST_F(Inventory, KeepsTheEntriesBeforeTheOneThatFailsAndListsNoCapture) {
   for (const std::string operation : {"Item", "GetId"}) {
     renew_usual_machine();
     // GetId is asked of both defaults before.
-    standin::system().faults[operation] = operation == "Item"
-                                              ? std::deque<std::int64_t>{0, access_denied}
-                                              : std::deque<std::int64_t>{0, 0, 0, access_denied};
+    memory::system().faults[operation] = operation == "Item"
+                                             ? std::deque<std::int64_t>{0, access_denied}
+                                             : std::deque<std::int64_t>{0, 0, 0, access_denied};
     const EndpointInventory result = inventory();
     ASSERT_EQ(result.render.size(), 1u) << operation;
     EXPECT_EQ(result.render[0].name, "Speakers") << operation;
@@ -247,11 +247,11 @@ TEST_F(Inventory, TellsAMissingDefaultOnlyOfAFlowWithoutEndpoints) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(&row - rows);
-    standin::reset();
+    memory::reset();
     if (row.render_listed) put_endpoint(speakers);
     if (row.capture_listed) put_endpoint(microphone);
-    standin::system().faults["GetDefaultAudioEndpoint"] = {row.render_default, row.capture_default};
-    standin::system().faults["EnumAudioEndpoints"] = {0, row.capture_list};
+    memory::system().faults["GetDefaultAudioEndpoint"] = {row.render_default, row.capture_default};
+    memory::system().faults["EnumAudioEndpoints"] = {0, row.capture_list};
     const EndpointInventory result = inventory();
     EXPECT_EQ(result.error_code, row.error_code);
     EXPECT_EQ(result.render.size(), row.render_listed ? 1u : 0u);
@@ -266,18 +266,18 @@ TEST_F(Inventory, TellsAMissingDefaultOnlyOfAFlowWithoutEndpoints) {
 }
 
 TEST_F(Inventory, TakesAPositiveStatusOfADefaultForNoError) {
-  standin::reset();
+  memory::reset();
   put_endpoint(speakers);
   put_endpoint(microphone);
-  standin::system().faults["GetDefaultAudioEndpoint"] = {1, 1};
-  standin::system().faults["EnumAudioEndpoints"] = {1, 1};
+  memory::system().faults["GetDefaultAudioEndpoint"] = {1, 1};
+  memory::system().faults["EnumAudioEndpoints"] = {1, 1};
   const EndpointInventory result = inventory();
   EXPECT_EQ(result.error_code, 0);
   EXPECT_EQ(result.default_render_endpoint_id, narrow(speakers_id));
 }
 
 TEST_F(Inventory, HasNothingOfAMachineWithoutEndpoints) {
-  standin::reset();
+  memory::reset();
   const std::string empty =
       R"({"render":[],"capture":[],"default_render_endpoint_id":"","default_capture_endpoint_id":"",)"
       R"("selected_render_endpoint_id":"","selected_capture_endpoint_id":"","error_code":-2147023728})";
@@ -293,9 +293,9 @@ TEST_F(Inventory, NamesAnEndpointByItsIdWhereItsNameCannotBeRead) {
   endpoint.name.reset();
   const std::string id = narrow(speakers_id);
   EXPECT_EQ(listed_alone(endpoint).name, id);
-  standin::reset();
+  memory::reset();
   put_endpoint(speakers);
-  standin::system().faults["OpenPropertyStore"] = {unexpected};
+  memory::system().faults["OpenPropertyStore"] = {unexpected};
   const EndpointInventory result = inventory();
   EXPECT_EQ(result.render.at(0).name, id);
   EXPECT_EQ(result.error_code, not_found);  // of the capture default alone
@@ -326,7 +326,7 @@ TEST_F(Inventory, HasAnEmptyTextForAnIdOrANameThatIsNoText) {
 }
 
 TEST_F(Inventory, TellsIdsApartThatHaveTheSameText) {
-  standin::reset();
+  memory::reset();
   put_endpoint({EndpointFlow::render, u"\xD800", u"One"});
   put_endpoint({EndpointFlow::render, u"\xDC00", u"Other"});
   put_default(EndpointFlow::render, id_of(EndpointFlow::render, u"\xDC00"));
@@ -337,7 +337,7 @@ TEST_F(Inventory, TellsIdsApartThatHaveTheSameText) {
 }
 
 TEST_F(Inventory, KeepsTheEntryOfAnEndpointThatGoesAwayDuringThePass) {
-  standin::system().before_machine_call = [](const std::string& entry) {
+  memory::system().before_machine_call = [](const std::string& entry) {
     if (entry == "Item 1") remove_endpoint(headphones);
   };
   ExpectedInventory expected = usual_inventory();
@@ -350,7 +350,7 @@ TEST_F(Inventory, KeepsTheEntryOfAnEndpointThatGoesAwayDuringThePass) {
 }
 
 TEST_F(Inventory, ListsManyEndpoints) {
-  standin::reset();
+  memory::reset();
   std::vector<std::string> ids;
   for (int number = 0; number < 100; ++number) {
     const Endpoint endpoint = {EndpointFlow::capture, endpoint::widen(std::to_string(number)), u"Many"};
@@ -373,7 +373,7 @@ TEST_F(Inventory, CollectsBehindWhatStandsInTheList) {
   EXPECT_TRUE(list[1].is_default && !list[1].is_selected);
   EXPECT_TRUE(!list[2].is_default && list[2].is_selected);
   for (const std::string operation : {"EnumAudioEndpoints", "Item", "GetId"}) {
-    standin::system().faults[operation] = {access_denied};
+    memory::system().faults[operation] = {access_denied};
     EXPECT_EQ(collect_endpoints(enumerator, EndpointFlow::capture, u"", u"", list), access_denied);
     EXPECT_EQ(list.size(), 3u) << operation;
   }

@@ -31,7 +31,7 @@ class Meters : public FreshMachine {
   }
   // The sessions of a machine that has one endpoint with these.
   static std::vector<std::string> sessions(const std::vector<AudioSession>& of_endpoint) {
-    standin::reset();
+    memory::reset();
     Endpoint endpoint = speakers;
     endpoint.sessions = of_endpoint;
     put_endpoint(endpoint);
@@ -64,11 +64,11 @@ TEST_F(Meters, GiveNoPeakThatIsNoFiniteNumber) {
 
 TEST_F(Meters, GiveAPeakOfZeroWhereItCannotBeRead) {
   for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1}) {
-    standin::system().faults["GetPeakValue"] = {status};
+    memory::system().faults["GetPeakValue"] = {status};
     EXPECT_EQ(read_endpoint_peak(device_of(speakers_id)), 0.0f);
   }
   for (const std::int32_t status : {1, 0x7FFFFFFF}) {
-    standin::system().faults["GetPeakValue"] = {status};
+    memory::system().faults["GetPeakValue"] = {status};
     EXPECT_EQ(read_endpoint_peak(device_of(speakers_id)), 0.25f);
   }
   const AudioDevice device = device_of(speakers_id);
@@ -96,12 +96,12 @@ TEST_F(Meters, NameNoSessionOfAnotherState) {
 
 TEST_F(Meters, NameNothingWhereTheSessionsCannotBeListed) {
   for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1}) {
-    standin::system().faults["GetSessionEnumerator"] = {status};
+    memory::system().faults["GetSessionEnumerator"] = {status};
     EXPECT_EQ(sessions(speakers_id), Names());
   }
   EXPECT_EQ(calls_of("QueryFullProcessImageNameW"), 0);
   for (const std::int32_t status : {1, 0x7FFFFFFF}) {
-    standin::system().faults["GetSessionEnumerator"] = {status};
+    memory::system().faults["GetSessionEnumerator"] = {status};
     EXPECT_EQ(sessions(speakers_id), (Names{"player.exe", "system"}));
   }
   const AudioDevice device = device_of(speakers_id);
@@ -117,19 +117,19 @@ TEST_F(Meters, SkipTheSessionThatFailsAndNoOther) {
       // The first of the four is not active.
       if (status < 0 && failing > 0)
         expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(failing) - 1);
-      auto& faults = standin::system().faults["GetSession"];
+      auto& faults = memory::system().faults["GetSession"];
       faults.assign(failing, 0);
       faults.push_back(status);
       EXPECT_EQ(sessions(headphones_id), expected) << status << " at " << failing;
-      EXPECT_TRUE(standin::system().state.audio_objects.empty());
-      standin::system().faults.clear();
+      EXPECT_TRUE(memory::system().state.audio_objects.empty());
+      memory::system().faults.clear();
     }
   }
 }
 
 TEST_F(Meters, TellSessionsAsTheyWereWhenTheyWereCounted) {
   const Names before = sessions(headphones_id);
-  standin::system().before_machine_call = [](const std::string& entry) {
+  memory::system().before_machine_call = [](const std::string& entry) {
     if (entry == "GetSession 1") own_key_of(headphones_id).keys.clear();
   };
   EXPECT_EQ(sessions(headphones_id), before);
@@ -159,7 +159,7 @@ TEST_F(Meters, NameAProcessByTheFileNameOfItsProgram) {
       {u"\xDC00", "pid 77"},
   };
   for (const auto& row : rows) {
-    standin::system().process_paths[77] = row.path;
+    memory::system().process_paths[77] = row.path;
     EXPECT_EQ(process_display_name(77), row.name) << ::testing::PrintToString(row.path);
   }
 }
@@ -169,15 +169,15 @@ TEST_F(Meters, NameAProcessByItsIdWhereItsPathCannotBeHad) {
   EXPECT_EQ(process_display_name(1234), "pid 1234");
   EXPECT_EQ(process_display_name(0x80000000u), "pid 2147483648");
   EXPECT_EQ(process_display_name(0xFFFFFFFFu), "pid 4294967295");
-  standin::system().faults["QueryFullProcessImageNameW"] = {5};
+  memory::system().faults["QueryFullProcessImageNameW"] = {5};
   EXPECT_EQ(process_display_name(100), "pid 100");
   EXPECT_EQ(process_display_name(100), "player.exe");
 }
 
 TEST_F(Meters, NameTheProcessZeroWithoutLookingForIt) {
-  standin::system().process_paths[0] = u"C:\\zero.exe";
+  memory::system().process_paths[0] = u"C:\\zero.exe";
   EXPECT_EQ(process_display_name(0), "system");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 }  // namespace

@@ -61,20 +61,20 @@ TEST_F(Selection, TakesWhatIsChosenAlready) {
 }
 
 TEST_F(Selection, ChangesNothingOfTheMachine) {
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   EXPECT_EQ(select(EndpointFlow::render, narrow(speakers_id)), 0);
   EXPECT_EQ(select(EndpointFlow::capture, narrow(line_in_id)), 0);
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(memory::system().state.registry, before);
 }
 
 TEST_F(Selection, LooksAtTheEndpointsInTurnUpToTheOneThatFits) {
   EXPECT_EQ(select(EndpointFlow::render, narrow(speakers_id)), 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "EnumAudioEndpoints 0", "Item 0", "GetId",
                                       "Release", "Release", "Release"}));
-  standin::system().log.clear();
+  memory::system().log.clear();
   EXPECT_EQ(select(EndpointFlow::capture, narrow(line_in_id)), 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "EnumAudioEndpoints 1", "Item 0", "GetId",
                                       "Release", "Item 1", "GetId", "Release", "Release", "Release"}));
 }
@@ -98,7 +98,7 @@ TEST_F(Selection, RefusesEmptyAndIllFormedIdsWithoutAskingTheSystem) {
       expect_chosen(speakers_id, line_in_id);
     }
   }
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(Selection, FindsOnlyAnActiveEndpointOfTheFlowByItsExactId) {
@@ -157,7 +157,7 @@ TEST_F(Selection, TakesAnEndpointWhoseIdIsUnusual) {
 }
 
 TEST_F(Selection, FindsNothingOnAMachineWithoutEndpoints) {
-  standin::reset();
+  memory::reset();
   EXPECT_EQ(select(EndpointFlow::render, narrow(speakers_id)), not_found);
   EXPECT_EQ(select(EndpointFlow::capture, narrow(line_in_id)), not_found);
   expect_chosen(u"", u"");
@@ -171,15 +171,15 @@ TEST_F(Selection, FailsWithTheStatusOfWhicheverCallFailsAndKeepsTheChoice) {
   for (const auto& row : rows) {
     renew();
     ASSERT_EQ(select(row.flow, narrow(row.id)), 0);
-    const std::vector<std::string> log = standin::system().log;
+    const std::vector<std::string> log = memory::system().log;
     std::size_t failing_calls = 0;
     for (std::size_t place = 0; place < log.size(); ++place) {
       for (const std::int32_t status : {not_found, access_denied, smallest_status, -1}) {
         SCOPED_TRACE(log[place] + " at " + std::to_string(place));
         renew();
-        standin::system().fault_at = {place + 1, status};
+        memory::system().fault_at = {place + 1, status};
         const std::int32_t result = select(row.flow, narrow(row.id));
-        EXPECT_TRUE(standin::system().state.audio_objects.empty());
+        EXPECT_TRUE(memory::system().state.audio_objects.empty());
         if (!has_audio_status(log[place])) {
           EXPECT_EQ(result, 0);
           continue;
@@ -195,36 +195,36 @@ TEST_F(Selection, FailsWithTheStatusOfWhicheverCallFailsAndKeepsTheChoice) {
 
 TEST_F(Selection, TakesPositiveStatusesAsSuccess) {
   ASSERT_EQ(select(EndpointFlow::render, narrow(headphones_id)), 0);
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   for (std::size_t place = 0; place < log.size(); ++place) {
     SCOPED_TRACE(log[place] + " at " + std::to_string(place));
     renew();
-    standin::system().fault_at = {place + 1, 1};
+    memory::system().fault_at = {place + 1, 1};
     EXPECT_EQ(select(EndpointFlow::render, narrow(headphones_id)), 0);
     expect_chosen(headphones_id, line_in_id);
-    EXPECT_EQ(standin::system().log, log);
+    EXPECT_EQ(memory::system().log, log);
   }
 }
 
 TEST_F(Selection, SaysThatThereWasNoRoomAndKeepsTheChoice) {
   ASSERT_EQ(select(EndpointFlow::render, narrow(headphones_id)), 0);
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   std::size_t thrown = 0;
   for (std::size_t place = 0; place < log.size(); ++place) {
     if (log[place] == "Release") continue;
     SCOPED_TRACE(log[place] + " at " + std::to_string(place));
     renew();
     ++thrown;
-    standin::system().before_machine_call = [place](const std::string&) {
-      if (standin::system().log.size() == place + 1) throw std::bad_alloc();
+    memory::system().before_machine_call = [place](const std::string&) {
+      if (memory::system().log.size() == place + 1) throw std::bad_alloc();
     };
     EXPECT_EQ(select(EndpointFlow::render, narrow(headphones_id)), out_of_memory);
     expect_chosen(speakers_id, line_in_id);
-    EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    EXPECT_TRUE(memory::system().state.audio_objects.empty());
   }
   EXPECT_EQ(thrown, 6u);
   renew();
-  standin::system().before_machine_call = [](const std::string& entry) {
+  memory::system().before_machine_call = [](const std::string& entry) {
     if (entry == "GetId") throw std::bad_alloc();
   };
   EXPECT_EQ(select(EndpointFlow::capture, narrow(microphone_id)), out_of_memory);
@@ -280,12 +280,12 @@ TEST_F(Selection, LeavesTheDefaultAsItWasWhenTheLookupFails) {
   for (const std::string operation : {"GetDefaultAudioEndpoint", "GetId"}) {
     for (const std::int32_t status : {not_found, access_denied, -1}) {
       std::u16string id = u"before";
-      standin::system().faults[operation] = {status};
+      memory::system().faults[operation] = {status};
       EXPECT_EQ(look_up_default(EndpointFlow::render, id), status) << operation;
       EXPECT_EQ(id, u"before") << operation;
     }
     std::u16string id = u"before";
-    standin::system().faults[operation] = {1};
+    memory::system().faults[operation] = {1};
     EXPECT_GE(look_up_default(EndpointFlow::render, id), 0) << operation;
     EXPECT_EQ(id, headphones_id) << operation;
   }
@@ -300,28 +300,28 @@ TEST_F(Selection, WorksOnTheDefaultUntilAnEndpointIsChosen) {
   EXPECT_EQ(effective_render_endpoint_id(controller_), narrow(headphones_id));
   controller_.selected_capture_id = line_in_id;
   EXPECT_EQ(effective_render_endpoint_id(controller_), narrow(headphones_id));
-  standin::system().log.clear();
+  memory::system().log.clear();
   controller_.selected_render_id = speakers_id;
   EXPECT_EQ(effective_render_endpoint_id(controller_), narrow(speakers_id));
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(Selection, WorksOnNothingWhenTheDefaultCannotBeFound) {
   ASSERT_EQ(effective_render_endpoint_id(nothing_chosen), narrow(headphones_id));
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   EXPECT_EQ(log, (std::vector<std::string>{"CoCreateInstance", "GetDefaultAudioEndpoint 0", "GetId",
                                            "Release", "Release"}));
   for (std::size_t place = 0; place < log.size(); ++place) {
     SCOPED_TRACE(log[place]);
     for (const std::int32_t status : {access_denied, not_found, -1, 1}) {
       renew_usual_machine();
-      standin::system().fault_at = {place + 1, status};
+      memory::system().fault_at = {place + 1, status};
       const bool fails = status < 0 && has_audio_status(log[place]);
       EXPECT_EQ(effective_render_endpoint_id(nothing_chosen), fails ? "" : narrow(headphones_id));
-      EXPECT_TRUE(standin::system().state.audio_objects.empty());
+      EXPECT_TRUE(memory::system().state.audio_objects.empty());
     }
   }
-  standin::reset();
+  memory::reset();
   EXPECT_EQ(effective_render_endpoint_id(nothing_chosen), "");
 }
 

@@ -31,7 +31,7 @@ class Volume : public FreshMachine {
     put_text(own_key_of(microphone_id), u"Volume", u"0.125");
     put_number(own_key_of(speakers_id), u"Muted", 1);
     put_number(own_key_of(headphones_id), u"Muted", 0);
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
   static void expect_state(const EndpointVolumeState& state, bool available, float volume, bool muted,
                            std::int32_t error_code) {
@@ -40,20 +40,20 @@ class Volume : public FreshMachine {
     EXPECT_FALSE(std::signbit(state.volume));
     EXPECT_EQ(state.muted, muted);
     EXPECT_EQ(state.error_code, error_code);
-    EXPECT_TRUE(standin::system().state.audio_objects.empty());
+    EXPECT_TRUE(memory::system().state.audio_objects.empty());
   }
 };
 
 TEST_F(Volume, IsReadOfTheChosenEndpointElseOfTheDefault) {
   expect_state(read_endpoint_volume(nothing_chosen), true, 0.75f, false, 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "GetDefaultAudioEndpoint 0",
                                       "Activate " + narrow(headphones_id), "Release", "Release",
                                       "GetMasterVolumeLevelScalar " + narrow(headphones_id),
                                       "GetMute " + narrow(headphones_id), "Release"}));
-  standin::system().log.clear();
+  memory::system().log.clear();
   expect_state(read_endpoint_volume(chosen), true, 0.25f, true, 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "GetDevice " + narrow(speakers_id),
                                       "Activate " + narrow(speakers_id), "Release", "Release",
                                       "GetMasterVolumeLevelScalar " + narrow(speakers_id),
@@ -72,13 +72,13 @@ TEST_F(Volume, IsNotAvailableWhenAnyCallFails) {
   for (const EndpointController& controller : {nothing_chosen, chosen}) {
     renew();
     ASSERT_TRUE(read_endpoint_volume(controller).available);
-    const std::vector<std::string> log = standin::system().log;
+    const std::vector<std::string> log = memory::system().log;
     std::size_t failing_calls = 0;
     for (std::size_t place = 0; place < log.size(); ++place) {
       for (const std::int32_t status : {not_found, access_denied, smallest_status, -1}) {
         SCOPED_TRACE(log[place]);
         renew();
-        standin::system().fault_at = {place + 1, status};
+        memory::system().fault_at = {place + 1, status};
         const EndpointVolumeState state = read_endpoint_volume(controller);
         if (!has_audio_status(log[place])) {
           EXPECT_TRUE(state.available);
@@ -94,39 +94,39 @@ TEST_F(Volume, IsNotAvailableWhenAnyCallFails) {
 
 TEST_F(Volume, IsAvailableAfterPositiveStatuses) {
   ASSERT_TRUE(read_endpoint_volume(chosen).available);
-  const std::vector<std::string> log = standin::system().log;
+  const std::vector<std::string> log = memory::system().log;
   for (std::size_t place = 0; place < log.size(); ++place) {
     for (const std::int32_t status : {1, 0x7FFFFFFF}) {
       SCOPED_TRACE(log[place]);
       renew();
-      standin::system().fault_at = {place + 1, status};
+      memory::system().fault_at = {place + 1, status};
       expect_state(read_endpoint_volume(chosen), true, 0.25f, true, 0);
-      EXPECT_EQ(standin::system().log, log);
+      EXPECT_EQ(memory::system().log, log);
     }
   }
 }
 
 TEST_F(Volume, OfAChosenEndpointThatHasGoneIsNotThatOfTheDefault) {
   remove_endpoint(speakers);
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   expect_state(read_endpoint_volume(chosen), false, 0, false, not_found);
   EXPECT_EQ(set_endpoint_volume(chosen, 0.5f), not_found);
   EXPECT_EQ(set_endpoint_mute(chosen, true), not_found);
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(memory::system().state.registry, before);
   expect_state(read_endpoint_volume({headphones_id, u""}), true, 0.75f, false, 0);
 }
 
 TEST_F(Volume, OfAChosenEndpointThatIsNotActiveIsNotThatOfTheDefault) {
   set_active(speakers, false);
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   expect_state(read_endpoint_volume(chosen), false, 0, false, device_invalidated);
   EXPECT_EQ(set_endpoint_volume(chosen, 0.5f), device_invalidated);
   EXPECT_EQ(set_endpoint_mute(chosen, false), device_invalidated);
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_EQ(memory::system().state.registry, before);
 }
 
 TEST_F(Volume, OfAMachineWithoutEndpointsIsNotAvailable) {
-  standin::reset();
+  memory::reset();
   expect_state(read_endpoint_volume(nothing_chosen), false, 0, false, not_found);
   EXPECT_EQ(set_endpoint_volume(nothing_chosen, 0.5f), not_found);
   EXPECT_EQ(set_endpoint_mute(nothing_chosen, true), not_found);
@@ -134,7 +134,7 @@ TEST_F(Volume, OfAMachineWithoutEndpointsIsNotAvailable) {
 
 TEST_F(Volume, IsSetOfTheChosenEndpointElseOfTheDefault) {
   EXPECT_EQ(set_endpoint_volume(nothing_chosen, 0.5f), 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "GetDefaultAudioEndpoint 0",
                                       "Activate " + narrow(headphones_id), "Release", "Release",
                                       "SetMasterVolumeLevelScalar " + narrow(headphones_id), "Release"}));
@@ -165,20 +165,20 @@ TEST_F(Volume, IsSetToEveryLevelFromNoneToFull) {
 TEST_F(Volume, IsNotTouchedByALevelOutOfRange) {
   constexpr float infinity = std::numeric_limits<float>::infinity();
   constexpr float no_number = std::numeric_limits<float>::quiet_NaN();
-  const standin::RegistryTree before = standin::system().state.registry;
+  const hosted::RegistryTree before = memory::system().state.registry;
   for (const float level :
        {no_number, -no_number, infinity, -infinity, -0.1f, 1.0001f, std::nextafter(1.0f, 2.0f),
         -std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::max(), 2.0f, -1.0f}) {
     EXPECT_EQ(set_endpoint_volume(chosen, level), invalid_argument) << level;
     EXPECT_EQ(set_endpoint_volume(nothing_chosen, level), invalid_argument) << level;
   }
-  EXPECT_TRUE(standin::system().log.empty());
-  EXPECT_EQ(standin::system().state.registry, before);
+  EXPECT_TRUE(memory::system().log.empty());
+  EXPECT_EQ(memory::system().state.registry, before);
 }
 
 TEST_F(Volume, IsMutedAndUnmutedOnTheChosenEndpointElseOnTheDefault) {
   EXPECT_EQ(set_endpoint_mute(nothing_chosen, true), 0);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"CoCreateInstance", "GetDefaultAudioEndpoint 0",
                                       "Activate " + narrow(headphones_id), "Release", "Release",
                                       "SetMute " + narrow(headphones_id), "Release"}));
@@ -212,19 +212,19 @@ const Change changes[] = {
 TEST_F(Volume, StaysAndTheStatusIsToldWhenAnyCallOfAChangeFails) {
   for (const Change& change : changes) {
     renew();
-    const standin::RegistryTree before = standin::system().state.registry;
+    const hosted::RegistryTree before = memory::system().state.registry;
     ASSERT_EQ(change.make(), 0);
-    ASSERT_FALSE(standin::system().state.registry == before);
-    const std::vector<std::string> log = standin::system().log;
+    ASSERT_FALSE(memory::system().state.registry == before);
+    const std::vector<std::string> log = memory::system().log;
     ASSERT_EQ(log.size(), 7u);
     for (std::size_t place = 0; place < log.size(); ++place) {
       for (const std::int32_t status : {not_found, access_denied, smallest_status, -1}) {
         SCOPED_TRACE(change.name + ": " + log[place]);
         renew();
-        standin::system().fault_at = {place + 1, status};
+        memory::system().fault_at = {place + 1, status};
         EXPECT_EQ(change.make(), has_audio_status(log[place]) ? status : 0);
-        EXPECT_EQ(standin::system().state.registry == before, has_audio_status(log[place]));
-        EXPECT_TRUE(standin::system().state.audio_objects.empty());
+        EXPECT_EQ(memory::system().state.registry == before, has_audio_status(log[place]));
+        EXPECT_TRUE(memory::system().state.audio_objects.empty());
       }
     }
   }
@@ -234,29 +234,29 @@ TEST_F(Volume, ChangesAfterPositiveStatusesAndTellsThatOfTheChangeItself) {
   for (const Change& change : changes) {
     renew();
     ASSERT_EQ(change.make(), 0);
-    const std::vector<std::string> log = standin::system().log;
-    const standin::RegistryTree after = standin::system().state.registry;
+    const std::vector<std::string> log = memory::system().log;
+    const hosted::RegistryTree after = memory::system().state.registry;
     for (std::size_t place = 0; place < log.size(); ++place) {
       SCOPED_TRACE(change.name + ": " + log[place]);
       renew();
-      standin::system().fault_at = {place + 1, 1};
+      memory::system().fault_at = {place + 1, 1};
       EXPECT_EQ(change.make(), log[place].starts_with("Set") ? 1 : 0);
-      EXPECT_EQ(standin::system().state.registry, after);
+      EXPECT_EQ(memory::system().state.registry, after);
     }
   }
 }
 
 TEST_F(Volume, OpensWithTheStatusOfTheActivation) {
   for (const std::int32_t status : {access_denied, -1, 0, 1, 0x7FFFFFFF}) {
-    standin::system().faults["Activate"] = {status};
+    memory::system().faults["Activate"] = {status};
     EndpointVolume volume;
     EXPECT_EQ(open_endpoint_volume(chosen, volume), status);
     EXPECT_EQ(volume.is_open(), status >= 0);
     // What led to it is closed again.
-    EXPECT_EQ(standin::system().state.audio_objects.size(), status >= 0 ? 1u : 0u);
+    EXPECT_EQ(memory::system().state.audio_objects.size(), status >= 0 ? 1u : 0u);
   }
-  standin::system().faults["CoCreateInstance"] = {1};
-  standin::system().faults["GetDevice"] = {1};
+  memory::system().faults["CoCreateInstance"] = {1};
+  memory::system().faults["GetDevice"] = {1};
   EndpointVolume volume;
   EXPECT_EQ(open_endpoint_volume(chosen, volume), 0);
   float level = 0;

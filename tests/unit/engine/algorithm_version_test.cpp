@@ -24,8 +24,8 @@ void version_largest(std::uint32_t* major, std::uint32_t* minor, std::uint32_t* 
 using GetVersion = void (*)(std::uint32_t*, std::uint32_t*, std::uint32_t*);
 
 void put_library(GetVersion function) {
-  standin::system().files[library_path] = {};
-  standin::system().libraries[library_path].functions["fse_get_version"] =
+  memory::system().files[library_path] = {};
+  memory::system().libraries[library_path].functions["fse_get_version"] =
       reinterpret_cast<LibraryFunction>(function);
 }
 
@@ -47,52 +47,52 @@ TEST_F(AlgorithmVersion, IsWhatTheLibraryBesideTheProgramSays) {
 TEST_F(AlgorithmVersion, HoldsTheLibraryForTheOneCallAlone) {
   put_library(version_1_20_300);
   EXPECT_EQ(probe_algorithm_version(), "1.20.300");
-  EXPECT_EQ(standin::system().log, (std::vector<std::string>{"LoadLibraryW", "FreeLibrary"}));
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_EQ(memory::system().log, (std::vector<std::string>{"LoadLibraryW", "FreeLibrary"}));
+  EXPECT_TRUE(memory::system().handles.empty());
 }
 
 TEST_F(AlgorithmVersion, IsUnknownWithoutOurOwnPath) {
   put_library(version_1_20_300);
-  standin::system().module_path.clear();
+  memory::system().module_path.clear();
   EXPECT_EQ(probe_algorithm_version(), "unknown");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(AlgorithmVersion, IsNotFoundWithoutTheFile) {
   EXPECT_EQ(probe_algorithm_version(), "not found");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(AlgorithmVersion, IsNotFoundWhereTheNameIsADirectory) {
   put_library(version_1_20_300);
-  standin::system().files[library_path].kind = FileKind::directory;
+  memory::system().files[library_path].kind = FileKind::directory;
   EXPECT_EQ(probe_algorithm_version(), "not found");
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
 }
 
 TEST_F(AlgorithmVersion, IsUnavailableWhereTheNameIsAPipeOrADeviceWhichIsNeverLoaded) {
-  standin::system().files[library_path].kind = FileKind::other;
+  memory::system().files[library_path].kind = FileKind::other;
   EXPECT_EQ(probe_algorithm_version(), "unavailable");
   EXPECT_EQ(calls_of("LoadLibraryW"), 0);
 }
 
 TEST_F(AlgorithmVersion, IsLookedForInOurOwnDirectoryAlone) {
   put_library(version_1_20_300);
-  standin::system().module_path = "/usr/bin/velmora_control_demo";
+  memory::system().module_path = "/usr/bin/velmora_control_demo";
   EXPECT_EQ(probe_algorithm_version(), "not found");
 }
 
 TEST_F(AlgorithmVersion, IsUnavailableWhereTheFileCannotBeLoaded) {
-  standin::system().files[library_path] = {};
+  memory::system().files[library_path] = {};
   EXPECT_EQ(probe_algorithm_version(), "unavailable");
-  EXPECT_EQ(standin::system().log, std::vector<std::string>{"LoadLibraryW"});
+  EXPECT_EQ(memory::system().log, std::vector<std::string>{"LoadLibraryW"});
 }
 
 TEST_F(AlgorithmVersion, IsUnknownWhereTheLibraryHasNoSuchFunctionAndFreesIt) {
-  standin::system().files[library_path] = {};
-  standin::system().libraries[library_path] = {};
+  memory::system().files[library_path] = {};
+  memory::system().libraries[library_path] = {};
   EXPECT_EQ(probe_algorithm_version(), "unknown");
-  EXPECT_EQ(standin::system().log, (std::vector<std::string>{"LoadLibraryW", "FreeLibrary"}));
+  EXPECT_EQ(memory::system().log, (std::vector<std::string>{"LoadLibraryW", "FreeLibrary"}));
 }
 
 }  // namespace

@@ -62,20 +62,20 @@ class AudioService : public FreshMachine {
   }
   // Another program acts just before this call, the first time that it comes.
   static void before(const std::string& call, const std::function<void()>& act) {
-    standin::system().before_machine_call = [call, act, done = false](const std::string& entry) mutable {
+    memory::system().before_machine_call = [call, act, done = false](const std::string& entry) mutable {
       if (done || entry != call) return;
       done = true;
       act();
     };
   }
   void restart() {
-    const std::int64_t begin = standin::system().now_ns;
+    const std::int64_t begin = memory::system().now_ns;
     detail_ = "what stood here before";
     status_ = restart_audio_service(detail_);
-    took_ms_ = (standin::system().now_ns - begin) / ns_per_ms;
-    EXPECT_TRUE(standin::system().state.open_services.empty());
+    took_ms_ = (memory::system().now_ns - begin) / ns_per_ms;
+    EXPECT_TRUE(memory::system().state.open_services.empty());
   }
-  static Log log() { return services::counted(standin::system().log); }
+  static Log log() { return services::counted(memory::system().log); }
   static Log states() {
     Log told;
     for (const std::u16string_view name : {u"audiosrv", u"mixer", u"player", u"spooler"}) {
@@ -99,7 +99,7 @@ TEST_F(AudioService, StopsWhatDependsOnItThenItselfAndStartsAllOfThemAgain) {
   EXPECT_EQ(log(), services::usual_restart());
   EXPECT_EQ(states(), all_run);
   EXPECT_EQ(took_ms_, 0);
-  EXPECT_EQ(standin::system().sleeps, 0u);
+  EXPECT_EQ(memory::system().sleeps, 0u);
 }
 
 TEST_F(AudioService, AsksForEachServiceUntilItHasStoppedAndForItselfUntilItRuns) {
@@ -165,7 +165,7 @@ TEST_F(AudioService, StopsAndStartsDependentsInTheOneOrderInWhichTheyAreNamed) {
   EXPECT_EQ(status_, 0);
   Log stops;
   Log starts;
-  for (const std::string& entry : standin::system().log) {
+  for (const std::string& entry : memory::system().log) {
     if (entry.starts_with("ControlService ")) stops.push_back(entry.substr(15));
     if (entry.starts_with("StartServiceW ")) starts.push_back(entry.substr(14));
   }
@@ -175,7 +175,7 @@ TEST_F(AudioService, StopsAndStartsDependentsInTheOneOrderInWhichTheyAreNamed) {
 }
 
 TEST_F(AudioService, CallsNothingMoreWhenTheManagerCannotBeOpened) {
-  standin::system().faults["OpenSCManagerW"] = {5};
+  memory::system().faults["OpenSCManagerW"] = {5};
   restart();
   EXPECT_EQ(status_, from_win32(5));
   EXPECT_EQ(detail_, no_manager);
@@ -188,7 +188,7 @@ TEST_F(AudioService, CallsNothingMoreWhenItCannotBeOpenedItself) {
     std::function<void()> arrange;
     std::int32_t status;
   } rows[] = {
-      {"a fault", [] { standin::system().faults["OpenServiceW"] = {1115}; }, from_win32(1115)},
+      {"a fault", [] { memory::system().faults["OpenServiceW"] = {1115}; }, from_win32(1115)},
       {"not installed", [] { services::uninstall("Audiosrv"); }, from_win32(1060)},
       {"may only be looked at", [] { services::grant("Audiosrv", 0x20019); }, from_win32(5)},
   };
@@ -205,7 +205,7 @@ TEST_F(AudioService, CallsNothingMoreWhenItCannotBeOpenedItself) {
 }
 
 TEST_F(AudioService, KeepsTheLow16BitsOfAnErrorInItsStatus) {
-  standin::system().faults["OpenSCManagerW"] = {0x12345};
+  memory::system().faults["OpenSCManagerW"] = {0x12345};
   restart();
   EXPECT_EQ(status_, static_cast<std::int32_t>(0x80072345u));
 }
@@ -230,8 +230,8 @@ TEST_F(AudioService, IsWaitedForWhenItStopsBetweenTheListAndTheRequest) {
 
 TEST_F(AudioService, IsWaitedForWhenAnotherProgramHasStartedIt) {
   before("StartServiceW Audiosrv", [] {
-    standin::system().state.services[u"audiosrv"] = {services::start_pending, services::running,
-                                                     standin::system().now_ns + 250 * ns_per_ms};
+    memory::system().state.services[u"audiosrv"] = {services::start_pending, services::running,
+                                                    memory::system().now_ns + 250 * ns_per_ms};
   });
   restart();
   EXPECT_EQ(status_, 0);
@@ -307,21 +307,21 @@ TEST_F(AudioService, StartsItsDependentsAgainHoweverItFails) {
        10'000},
       {"it runs too late", [] { services::behave("Audiosrv", "StartMs", 9'901); }, endpoint::failed,
        not_running, never_runs, all_run, 10'000},
-      {"its start is said to be there and is not", [] { standin::system().faults["StartServiceW"] = {1056}; },
+      {"its start is said to be there and is not", [] { memory::system().faults["StartServiceW"] = {1056}; },
        endpoint::failed, not_running, never_runs, all_run, 10'000},
       {"its stop is said to be there and is not",
        [] {
-         standin::system().faults["ControlService"] = {0, 0, 1062};
+         memory::system().faults["ControlService"] = {0, 0, 1062};
        },
        endpoint::failed, not_stopped, stays, all_run, 10'000},
       {"it cannot be asked whether it stopped",
        [] {
-         standin::system().faults["QueryServiceStatusEx"] = {0, 0, 6};
+         memory::system().faults["QueryServiceStatusEx"] = {0, 0, 6};
        },
        endpoint::failed, not_stopped, unasked, all_run, 0},
       {"it cannot be asked whether it runs",
        [] {
-         standin::system().faults["QueryServiceStatusEx"] = {0, 0, 0, 6};
+         memory::system().faults["QueryServiceStatusEx"] = {0, 0, 0, 6};
        },
        endpoint::failed, not_running, services::usual_restart(), all_run, 0},
   };
@@ -334,7 +334,7 @@ TEST_F(AudioService, StartsItsDependentsAgainHoweverItFails) {
     EXPECT_EQ(detail_, row.detail);
     EXPECT_EQ(log(), row.log);
     // What was too late for the restart has come by the time that somebody looks again.
-    standin::system().now_ns += 10'000 * ns_per_ms;
+    memory::system().now_ns += 10'000 * ns_per_ms;
     ServiceManager manager;
     Service service;
     ASSERT_EQ(open_service_manager(manager), 0u);
@@ -343,7 +343,7 @@ TEST_F(AudioService, StartsItsDependentsAgainHoweverItFails) {
     ASSERT_EQ(query_service_state(service, state), 0u);
     EXPECT_EQ(states(), row.states);
     EXPECT_EQ(took_ms_, row.took_ms);
-    EXPECT_EQ(standin::system().sleeps, static_cast<std::uint64_t>(row.took_ms / 100));
+    EXPECT_EQ(memory::system().sleeps, static_cast<std::uint64_t>(row.took_ms / 100));
   }
 }
 
@@ -377,7 +377,7 @@ TEST_F(AudioService, RestartsWithoutADependentThatIsRemovedMeanwhile) {
 
 TEST_F(AudioService, StartsADependentThatCouldOnlyBeOpenedForTheStart) {
   before("OpenServiceW Mixer 36", [] { services::set_state(u"mixer", services::stopped); });
-  standin::system().faults["OpenServiceW"] = {0, 0, 5};
+  memory::system().faults["OpenServiceW"] = {0, 0, 5};
   restart();
   EXPECT_EQ(status_, 0);
   EXPECT_EQ(log(), usual_but({{"ControlService Mixer", {}},
@@ -389,7 +389,7 @@ TEST_F(AudioService, StartsADependentThatCouldOnlyBeOpenedForTheStart) {
 
 TEST_F(AudioService, LeavesADependentThatCannotBeOpenedForTheStart) {
   services::install("Alpha", {"Audiosrv"});
-  standin::system().faults["OpenServiceW"] = {0, 0, 0, 0, 5};
+  memory::system().faults["OpenServiceW"] = {0, 0, 0, 0, 5};
   restart();
   EXPECT_EQ(status_, 0);
   EXPECT_EQ(detail_, restarted);
@@ -432,7 +432,7 @@ TEST_F(AudioService, GivesEachDependentThatDoesNotStopItsTenSecondsAndGoesOn) {
     EXPECT_EQ(detail_, restarted);
     EXPECT_EQ(log(), usual_but({{"QueryServiceStatusEx Player", {"QueryServiceStatusEx Player x100"}},
                                 {"QueryServiceStatusEx Mixer", {"QueryServiceStatusEx Mixer x100"}}}));
-    EXPECT_EQ(standin::system().sleeps, 200u);
+    EXPECT_EQ(memory::system().sleeps, 200u);
     EXPECT_EQ(took_ms_, 20'000);
     EXPECT_EQ(states(), all_run);
   }
@@ -460,7 +460,7 @@ TEST_F(AudioService, CountsAsRestartedWhenADependentDoesNotComeBack) {
 }
 
 TEST_F(AudioService, StopsAndStartsNothingBesideItWhereItsDependentsCannotBeListed) {
-  standin::system().faults["EnumDependentServicesW"] = {5};
+  memory::system().faults["EnumDependentServicesW"] = {5};
   restart();
   EXPECT_EQ(status_, from_win32(1051));
   EXPECT_EQ(detail_, not_accepted);
@@ -505,10 +505,10 @@ TEST_F(AudioService, EndsAsToldWhicheverCallFails) {
   for (std::size_t index = 0; index < std::size(rows); ++index) {
     SCOPED_TRACE(std::to_string(index + 1) + " " + rows[index].call);
     services::renew_usual_services();
-    standin::system().fault_at = {index + 1, 5};
+    memory::system().fault_at = {index + 1, 5};
     restart();
-    ASSERT_GT(standin::system().log.size(), index);
-    EXPECT_EQ(standin::system().log[index], rows[index].call);
+    ASSERT_GT(memory::system().log.size(), index);
+    EXPECT_EQ(memory::system().log[index], rows[index].call);
     EXPECT_EQ(status_, rows[index].status);
     EXPECT_EQ(detail_, rows[index].detail);
     EXPECT_EQ(states(), rows[index].running);
@@ -522,12 +522,12 @@ TEST_F(AudioService, DoesAsItsModelWhicheverCallFailsWithWhicheverError) {
       services::RestartModel model{.failing_call = call, .failing_error = error};
       model.run();
       services::renew_usual_services();
-      standin::system().fault_at = {call, error};
+      memory::system().fault_at = {call, error};
       restart();
       EXPECT_EQ(status_, model.status);
       EXPECT_EQ(detail_, model.detail);
       EXPECT_EQ(log(), services::counted(model.log));
-      EXPECT_EQ(standin::system().sleeps, model.sleeps);
+      EXPECT_EQ(memory::system().sleeps, model.sleeps);
       EXPECT_EQ(took_ms_, std::int64_t{model.sleeps} * 100);
       const auto runs = [](std::u16string_view name) {
         return services::state_of(name) != services::stopped;  // also where nobody has asked for it
@@ -545,7 +545,7 @@ class ServiceWait : public AudioService {
     AudioService::SetUp();
     ASSERT_EQ(open_service_manager(manager_), 0u);
     ASSERT_EQ(open_service(manager_, u"Spooler", service_query_status | service_stop, spooler_), 0u);
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
   void TearDown() override {
     spooler_.close();
@@ -556,8 +556,8 @@ class ServiceWait : public AudioService {
   // It is in this state from the look of this number on.
   static void come_to(std::uint32_t state, std::uint64_t look) {
     if (look == 1) return services::set_state(u"spooler", state);
-    standin::system().on_sleep = [state, look] {
-      if (standin::system().sleeps == look - 1) services::set_state(u"spooler", state);
+    memory::system().on_sleep = [state, look] {
+      if (memory::system().sleeps == look - 1) services::set_state(u"spooler", state);
     };
   }
 
@@ -576,7 +576,7 @@ TEST_F(ServiceWait, LooksEvery100MsAnd100TimesAtMost) {
   for (const std::uint32_t wanted : {service_stopped, service_running}) {
     for (const auto& row : rows) {
       SCOPED_TRACE("state " + std::to_string(wanted) + " at look " + std::to_string(row.comes_at));
-      standin::System& machine = standin::system();
+      memory::System& machine = memory::system();
       machine.log.clear();
       machine.sleeps = 0;
       machine.on_sleep = nullptr;
@@ -603,10 +603,10 @@ TEST_F(ServiceWait, SeesAStopUpTo9900MsAndNoneLater) {
     SCOPED_TRACE(row.stop_ms);
     services::set_state(u"spooler", services::running);
     services::behave("Spooler", "StopMs", row.stop_ms);
-    standin::system().sleeps = 0;
+    memory::system().sleeps = 0;
     ASSERT_EQ(ask_service_to_stop(spooler_), 0u);
     EXPECT_EQ(wait_for_service_state(spooler_, service_stopped), row.result);
-    EXPECT_EQ(standin::system().sleeps, row.sleeps);
+    EXPECT_EQ(memory::system().sleeps, row.sleeps);
   }
 }
 
@@ -615,9 +615,9 @@ TEST_F(ServiceWait, TakesNoOtherStateForTheOneThatItWaitsFor) {
     for (const std::uint32_t state : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 0xFFFFFFFFu}) {
       SCOPED_TRACE(std::to_string(state) + " for " + std::to_string(wanted));
       services::set_state(u"spooler", state);
-      standin::system().sleeps = 0;
+      memory::system().sleeps = 0;
       EXPECT_EQ(wait_for_service_state(spooler_, wanted), state == wanted);
-      EXPECT_EQ(standin::system().sleeps, state == wanted ? 0u : 100u);
+      EXPECT_EQ(memory::system().sleeps, state == wanted ? 0u : 100u);
     }
   }
 }
@@ -625,7 +625,7 @@ TEST_F(ServiceWait, TakesNoOtherStateForTheOneThatItWaitsFor) {
 TEST_F(ServiceWait, EndsAtTheFirstLookThatFails) {
   for (const std::size_t failing : {1u, 2u, 5u, 99u, 100u}) {
     SCOPED_TRACE(failing);
-    standin::System& machine = standin::system();
+    memory::System& machine = memory::system();
     machine.log.clear();
     machine.sleeps = 0;
     machine.faults["QueryServiceStatusEx"].assign(failing - 1, 0);

@@ -46,26 +46,26 @@ const std::string class_path =
 const std::string audio_path = "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio";
 
 void put(const std::string& path, std::string_view name, std::uint32_t type, const std::string& bytes) {
-  endpoint::put(endpoint::key_at(standin::system().state.registry, path), name, endpoint::Value{type, bytes});
+  endpoint::put(endpoint::key_at(memory::system().state.registry, path), name, endpoint::Value{type, bytes});
 }
 void register_library(std::u16string_view path) {
   put(class_path, "", endpoint::type_sz, endpoint::unit_bytes(std::u16string(path) + u'\0'));
 }
 void put_file(const std::string& path, FileKind kind = FileKind::regular) {
-  standin::system().files[path].kind = kind;
+  memory::system().files[path].kind = kind;
 }
 
 class InstallProbe : public FreshMachine {};
 
 TEST_F(InstallProbe, FindsNothingOnAnEmptyMachineAndAsksNoMoreThanItNeeds) {
   EXPECT_EQ(told(probe_effect_install()), nothing_registered);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (Log{"GetTokenInformation", "StringFromGUID2", "RegGetValueW " + class_path + " ",
                  "RegGetValueW " + audio_path + " DisableProtectedAudioDG"}));
 }
 
 TEST_F(InstallProbe, FindsAWholeInstallationWithTheSameCalls) {
-  standin::system().elevated = true;
+  memory::system().elevated = true;
   register_library(u"C:\\Program Files\\Velmora\\velmora_windows_apo.dll");
   put_file("C:\\Program Files\\Velmora\\velmora_windows_apo.dll");
   put_file("C:\\Program Files\\Velmora\\fse.dll");
@@ -74,7 +74,7 @@ TEST_F(InstallProbe, FindsAWholeInstallationWithTheSameCalls) {
   EXPECT_EQ(told(probe_effect_install()),
             "elevated true, clsid true, protected off true, dll true, algorithm true, path [C:\\Program "
             "Files\\Velmora\\velmora_windows_apo.dll]");
-  const Log once = standin::system().log;
+  const Log once = memory::system().log;
   EXPECT_EQ(once, (Log{"GetTokenInformation", "StringFromGUID2", "RegGetValueW " + class_path + " ",
                        "RegGetValueW " + audio_path + " DisableProtectedAudioDG"}));
 }
@@ -83,23 +83,23 @@ TEST_F(InstallProbe, AsksAfreshEachTime) {
   register_library(u"C:\\a\\x.dll");
   put_file("C:\\a\\x.dll");
   EXPECT_EQ(told(probe_effect_install()), registered(true, true, false, "C:\\a\\x.dll"));
-  standin::system().files.clear();
+  memory::system().files.clear();
   EXPECT_EQ(told(probe_effect_install()), registered(true, false, false, "C:\\a\\x.dll"));
-  standin::system().state.registry = {};
+  memory::system().state.registry = {};
   EXPECT_EQ(told(probe_effect_install()), nothing_registered);
 }
 
 TEST_F(InstallProbe, TellsWhetherItRunsElevated) {
   EXPECT_FALSE(probe_effect_install().elevated);
-  standin::system().elevated = true;
+  memory::system().elevated = true;
   EXPECT_TRUE(probe_effect_install().elevated);
-  standin::system().faults["GetTokenInformation"] = {5};
+  memory::system().faults["GetTokenInformation"] = {5};
   EXPECT_FALSE(probe_effect_install().elevated);
 }
 
 TEST_F(InstallProbe, GoesOnWhenItCannotAskForItsToken) {
-  standin::system().elevated = true;
-  standin::system().faults["GetTokenInformation"] = {5};
+  memory::system().elevated = true;
+  memory::system().faults["GetTokenInformation"] = {5};
   register_library(u"C:\\a\\x.dll");
   EXPECT_EQ(told(probe_effect_install()), registered(true, false, false, "C:\\a\\x.dll"));
 }
@@ -142,7 +142,7 @@ TEST_F(InstallProbe, TakesEachTextThatIsRegistered) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    standin::reset();
+    memory::reset();
     const std::string environment = "SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
     put(environment, "Place", endpoint::type_sz, unit_bytes(u"C:\\a" + nul));
     put(environment, "Long", endpoint::type_sz, unit_bytes(path_of_length(259).substr(0, 253) + nul));
@@ -163,7 +163,7 @@ TEST_F(InstallProbe, TakesNothingElseThatIsRegistered) {
       {"no class id", [] {}},
       {"a class id without a server",
        [&] { put(class_path.substr(0, class_path.rfind('\\')), "", endpoint::type_sz, text); }},
-      {"a server without a value", [] { endpoint::key_at(standin::system().state.registry, class_path); }},
+      {"a server without a value", [] { endpoint::key_at(memory::system().state.registry, class_path); }},
       {"a server with a value that has a name", [&] { put(class_path, "b", endpoint::type_sz, text); }},
       {"a key below the server", [&] { put(class_path + "\\x", "", endpoint::type_sz, text); }},
       {"another server",
@@ -197,12 +197,12 @@ TEST_F(InstallProbe, TakesNothingElseThatIsRegistered) {
       {"a call that fails",
        [&] {
          put(class_path, "", endpoint::type_sz, text);
-         standin::system().faults["RegGetValueW"] = {31};
+         memory::system().faults["RegGetValueW"] = {31};
        }},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    standin::reset();
+    memory::reset();
     put_file("C:\\a\\b.dll");
     // They would be found beside an empty path.
     for (const std::string& directory : {std::string("C:\\a\\"), std::string()}) {
@@ -223,7 +223,7 @@ TEST_F(InstallProbe, LooksForTheLibraryAndItsNeighboursEachForItself) {
       for (const Kind weights : kinds) {
         const auto number = [](Kind kind) { return kind ? std::to_string(static_cast<int>(*kind)) : "-"; };
         SCOPED_TRACE("kinds " + number(library) + " " + number(algorithm) + " " + number(weights));
-        standin::system().files.clear();
+        memory::system().files.clear();
         if (library) put_file("C:\\a\\b.dll", *library);
         if (algorithm) put_file("C:\\a\\fse.dll", *algorithm);
         if (weights) put_file("C:\\a\\model_weights.bin", *weights);
@@ -252,7 +252,7 @@ TEST_F(InstallProbe, LooksForTheNeighboursInTheLibrarysOwnDirectory) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE("[" + row.directory + "]");
-    standin::reset();
+    memory::reset();
     register_library(row.registered);
     for (const std::string directory : {"", "/", "C:\\", "C:\\a\\", "C:\\a\\b\\", "C:\\a/b\\", "C:\\a b\\",
                                         "/opt/", "/opt/velmora/", "c:\\A.dll\\", "/opt/velmora/c.so/"}) {
@@ -281,7 +281,7 @@ TEST_F(InstallProbe, ShowsQuestionMarksForWhatIsNotAsciiAndFindsTheFilesAllTheSa
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.shown);
-    standin::reset();
+    memory::reset();
     register_library(row.directory + u"b.dll");
     // These are others.
     for (const char* name : {"b.dll", "fse.dll", "model_weights.bin"}) put_file(row.shown + name);
@@ -323,19 +323,19 @@ TEST_F(InstallProbe, TellsThatProtectedAudioIsOffForANumberThatIsOneAlone) {
              number_bytes(1, 4));
        },
        false},
-      {"a key without it", [] { endpoint::key_at(standin::system().state.registry, audio_path); }, false},
+      {"a key without it", [] { endpoint::key_at(memory::system().state.registry, audio_path); }, false},
       {"no key", [] {}, false},
       {"a call that fails",
        [&] {
          put(audio_path, name, endpoint::type_dword, number_bytes(1, 4));
-         standin::system().faults["RegGetValueW"] = {0, 5};
+         memory::system().faults["RegGetValueW"] = {0, 5};
        },
        false},
   };
   for (const bool is_registered : {false, true}) {
     for (const auto& row : rows) {
       SCOPED_TRACE(row.what + (is_registered ? " beside a class id" : ""));
-      standin::reset();
+      memory::reset();
       if (is_registered) register_library(u"C:\\a\\b.dll");
       row.arrange();
       const EffectInstallState state = probe_effect_install();
@@ -368,58 +368,57 @@ class EngineProbe : public FreshMachine {
   // The engine's process, alone on its machine, with these modules behind its program.
   static void put_engine(std::vector<ModuleEntry> modules) {
     modules.insert(modules.begin(), program_module);
-    standin::system().processes = {{4321, u"audiodg.exe", std::move(modules)}};
+    memory::system().processes = {{4321, u"audiodg.exe", std::move(modules)}};
   }
   // The probe's result; it leaves nothing open.
   static std::string probe() {
     const AudioEngineState state = probe_audio_engine();
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_TRUE(memory::system().handles.empty());
     return told(state);
   }
 };
 
 TEST_F(EngineProbe, FindsNoEngineWhereNoneRunsAndCallsItNoError) {
-  standin::system().processes = {{0, u"", {}}, {4, u"System", {}}, {100, u"player.exe", {effect_module}}};
+  memory::system().processes = {{0, u"", {}}, {4, u"System", {}}, {100, u"player.exe", {effect_module}}};
   EXPECT_EQ(probe(), "running false, id 0, effect false, algorithm false, path [], error 0");
-  EXPECT_EQ(standin::system().log,
-            (Log{"CreateToolhelp32Snapshot processes", "Process32FirstW", "Process32NextW", "Process32NextW",
-                 "Process32NextW", "CloseHandle"}));
-  standin::system().processes.clear();
+  EXPECT_EQ(memory::system().log, (Log{"CreateToolhelp32Snapshot processes", "Process32FirstW",
+                                       "Process32NextW", "Process32NextW", "Process32NextW", "CloseHandle"}));
+  memory::system().processes.clear();
   EXPECT_EQ(probe(), no_engine());
 }
 
 TEST_F(EngineProbe, FindsTheEngineAndWalksAllOfItsModules) {
-  standin::system().processes = {{4, u"System", {}},
-                                 {100, u"player.exe", {effect_module, algorithm_module}},
-                                 {4321, u"audiodg.exe", {program_module, effect_module, algorithm_module}},
-                                 {9, u"later.exe", {}}};
+  memory::system().processes = {{4, u"System", {}},
+                                {100, u"player.exe", {effect_module, algorithm_module}},
+                                {4321, u"audiodg.exe", {program_module, effect_module, algorithm_module}},
+                                {9, u"later.exe", {}}};
   EXPECT_EQ(probe(),
             "running true, id 4321, effect true, algorithm true, path "
             "[C:\\Velmora\\velmora_windows_apo.dll], error 0");
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (Log{"CreateToolhelp32Snapshot processes", "Process32FirstW", "Process32NextW", "Process32NextW",
                  "CloseHandle", "CreateToolhelp32Snapshot modules", "Module32FirstW", "Module32NextW",
                  "Module32NextW", "Module32NextW", "CloseHandle"}));
 }
 
 TEST_F(EngineProbe, TakesTheFirstOfSeveralEngines) {
-  standin::system().processes = {{7, u"AUDIODG.exe", {program_module}},
-                                 {8, u"audiodg.exe", {program_module, effect_module}}};
+  memory::system().processes = {{7, u"AUDIODG.exe", {program_module}},
+                                {8, u"audiodg.exe", {program_module, effect_module}}};
   EXPECT_EQ(probe(), engine(7, false, false, ""));
-  std::swap(standin::system().processes[0], standin::system().processes[1]);
+  std::swap(memory::system().processes[0], memory::system().processes[1]);
   EXPECT_EQ(probe(), engine(8, true, false, "C:\\Velmora\\velmora_windows_apo.dll"));
 }
 
 TEST_F(EngineProbe, GivesEachProcessIdWhole) {
   for (const std::uint32_t id : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFCu}) {
-    standin::system().processes = {{id, u"audiodg.exe", {program_module}}};
+    memory::system().processes = {{id, u"audiodg.exe", {program_module}}};
     EXPECT_EQ(probe(), engine(id, false, false, ""));
   }
 }
 
 TEST_F(EngineProbe, KnowsTheEngineByItsNameInAnyCase) {
   for (const std::u16string name : {u"audiodg.exe", u"AudioDG.EXE", u"AUDIODG.EXE", u"audioDG.exe"}) {
-    standin::system().processes = {{5, name, {program_module}}};
+    memory::system().processes = {{5, name, {program_module}}};
     EXPECT_EQ(probe(), engine(5, false, false, "")) << utf8_from_wide_replacing(name);
   }
 }
@@ -429,7 +428,7 @@ TEST_F(EngineProbe, KnowsTheEngineByNoOtherName) {
        {u"", u"audiodg", u"audiodg.ex", u"audiodg.exe ", u" audiodg.exe", u"audiodg.exe.exe", u"xaudiodg.exe",
         u"audiodh.exe", u"audiodg\u000Eexe", u"audiodgNexe", u"aud\u0131odg.exe", u"AUD\u0130ODG.EXE",
         u"audiodg.e\uFF58e", u"C:\\audiodg.exe", u"audio.exe"}) {
-    standin::system().processes = {{5, name, {program_module}}};
+    memory::system().processes = {{5, name, {program_module}}};
     EXPECT_EQ(probe(), no_engine()) << utf8_from_wide_replacing(name);
   }
 }
@@ -477,34 +476,34 @@ TEST_F(EngineProbe, KnowsTheModulesByTheirNamesInAnyCase) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    standin::system().log.clear();
+    memory::system().log.clear();
     put_engine(row.modules);
     EXPECT_EQ(probe(), row.result);
     Log expected = walk_of_one_engine;
     expected.insert(expected.end(), row.modules.size() + 1, "Module32NextW");
     expected.emplace_back("CloseHandle");
-    EXPECT_EQ(standin::system().log, expected);
+    EXPECT_EQ(memory::system().log, expected);
   }
 }
 
 TEST_F(EngineProbe, TellsWhyTheProcessesCouldNotBeListed) {
   put_engine({effect_module});
   for (const std::int32_t error : {5, 8, 31, 24}) {
-    standin::system().log.clear();
-    standin::system().faults["CreateToolhelp32Snapshot processes"] = {error};
+    memory::system().log.clear();
+    memory::system().faults["CreateToolhelp32Snapshot processes"] = {error};
     EXPECT_EQ(probe(), no_engine(endpoint::from_win32(error)));
-    EXPECT_EQ(standin::system().log, Log{"CreateToolhelp32Snapshot processes"});
+    EXPECT_EQ(memory::system().log, Log{"CreateToolhelp32Snapshot processes"});
   }
 }
 
 TEST_F(EngineProbe, KeepsTheEngineWhenItsModulesCannotBeListed) {
   put_engine({effect_module});
   for (const std::int32_t error : {5, 87, 299}) {
-    standin::system().log.clear();
-    standin::system().faults["CreateToolhelp32Snapshot modules"] = {error};
+    memory::system().log.clear();
+    memory::system().faults["CreateToolhelp32Snapshot modules"] = {error};
     EXPECT_EQ(probe(), engine(4321, false, false, "", endpoint::from_win32(error)));
-    EXPECT_EQ(standin::system().log, (Log{"CreateToolhelp32Snapshot processes", "Process32FirstW",
-                                          "CloseHandle", "CreateToolhelp32Snapshot modules"}));
+    EXPECT_EQ(memory::system().log, (Log{"CreateToolhelp32Snapshot processes", "Process32FirstW",
+                                         "CloseHandle", "CreateToolhelp32Snapshot modules"}));
   }
 }
 
@@ -513,55 +512,55 @@ TEST_F(EngineProbe, TellsWhyTheFirstModuleCouldNotBeHad) {
   expected.emplace_back("CloseHandle");
   put_engine({effect_module});
   for (const std::int32_t error : {5, 18, 299}) {
-    standin::system().log.clear();
-    standin::system().faults["Module32FirstW"] = {error};
+    memory::system().log.clear();
+    memory::system().faults["Module32FirstW"] = {error};
     EXPECT_EQ(probe(), engine(4321, false, false, "", endpoint::from_win32(error)));
-    EXPECT_EQ(standin::system().log, expected);
+    EXPECT_EQ(memory::system().log, expected);
   }
-  standin::system().processes = {{4321, u"audiodg.exe", {}}};
+  memory::system().processes = {{4321, u"audiodg.exe", {}}};
   EXPECT_EQ(probe(), engine(4321, false, false, "", endpoint::from_win32(18)));
 }
 
 TEST_F(EngineProbe, FindsNoEngineBehindAWalkThatBreaksOff) {
-  standin::system().processes = {{4, u"System", {}}, {5, u"x.exe", {}}, {4321, u"audiodg.exe", {}}};
-  standin::system().faults["Process32FirstW"] = {18};
+  memory::system().processes = {{4, u"System", {}}, {5, u"x.exe", {}}, {4321, u"audiodg.exe", {}}};
+  memory::system().faults["Process32FirstW"] = {18};
   EXPECT_EQ(probe(), no_engine());
-  standin::system().faults["Process32NextW"] = {0, 18};
+  memory::system().faults["Process32NextW"] = {0, 18};
   EXPECT_EQ(probe(), no_engine());
 }
 
 TEST_F(EngineProbe, KeepsWhatItSawBeforeAWalkOfModulesBrokeOff) {
   put_engine({algorithm_module, effect_module});
-  standin::system().faults["Module32NextW"] = {0, 5};
+  memory::system().faults["Module32NextW"] = {0, 5};
   EXPECT_EQ(probe(), engine(4321, false, true, ""));
 }
 
 TEST_F(EngineProbe, AsksAfreshEachTime) {
   put_engine({effect_module, algorithm_module});
   EXPECT_EQ(probe(), engine(4321, true, true, "C:\\Velmora\\velmora_windows_apo.dll"));
-  standin::system().processes[0].id = 99;
-  standin::system().processes[0].modules.resize(1);
+  memory::system().processes[0].id = 99;
+  memory::system().processes[0].modules.resize(1);
   EXPECT_EQ(probe(), engine(99, false, false, ""));
-  standin::system().processes.clear();
+  memory::system().processes.clear();
   EXPECT_EQ(probe(), no_engine());
 }
 
 // Another program changes the machine just before a call, the first, second, ... of its name.
 void before(const std::string& call, int number, const std::function<void()>& act) {
-  standin::system().before_machine_call = [call, number, act, seen = 0](const std::string& entry) mutable {
+  memory::system().before_machine_call = [call, number, act, seen = 0](const std::string& entry) mutable {
     if (entry == call && ++seen == number) act();
   };
 }
 
 TEST_F(EngineProbe, EndsWellWhateverBecomesOfTheProcessesWhileItWalksThem) {
-  const std::vector<standin::Process> three = {
+  const std::vector<memory::Process> three = {
       {4, u"System", {}}, {5, u"x.exe", {}}, {4321, u"audiodg.exe", {program_module, effect_module}}};
   const std::string found = engine(4321, true, false, "C:\\Velmora\\velmora_windows_apo.dll");
   const struct {
     std::string what;
     std::string call;
     int number;
-    std::function<void(std::vector<standin::Process>&)> act;
+    std::function<void(std::vector<memory::Process>&)> act;
     std::string result;
   } rows[] = {
       {"all end before the first", "Process32FirstW", 1, [](auto& all) { all.clear(); }, no_engine()},
@@ -572,7 +571,7 @@ TEST_F(EngineProbe, EndsWellWhateverBecomesOfTheProcessesWhileItWalksThem) {
        [](auto& all) { std::swap(all[0], all[2]); }, no_engine()},
       {"many begin", "Process32NextW", 1,
        [](auto& all) {
-         all.insert(all.begin(), 1000, standin::Process{1, u"y.exe", {}});
+         all.insert(all.begin(), 1000, memory::Process{1, u"y.exe", {}});
        },
        found},
       {"the engine ends before its modules are listed", "CreateToolhelp32Snapshot modules", 1,
@@ -584,11 +583,11 @@ TEST_F(EngineProbe, EndsWellWhateverBecomesOfTheProcessesWhileItWalksThem) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    standin::system().processes = three;
+    memory::system().processes = three;
     bool acted = false;
     before(row.call, row.number, [&] {
       acted = true;
-      row.act(standin::system().processes);
+      row.act(memory::system().processes);
     });
     EXPECT_EQ(probe(), row.result);
     EXPECT_TRUE(acted);
@@ -626,7 +625,7 @@ TEST_F(EngineProbe, EndsWellWhateverBecomesOfTheModulesWhileItWalksThem) {
     bool acted = false;
     before(row.call, row.number, [&] {
       acted = true;
-      row.act(standin::system().processes[0].modules);
+      row.act(memory::system().processes[0].modules);
     });
     EXPECT_EQ(probe(), row.result);
     EXPECT_TRUE(acted);

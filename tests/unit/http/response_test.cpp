@@ -54,7 +54,7 @@ TEST_F(Sending, SendsEverythingInAsManyCallsAsItTakes) {
   } rows[] = {{0, 1}, {1, 10}, {3, 4}, {9, 2}, {10, 1}, {11, 1}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.limit);
-    standin::system().log.clear();
+    memory::system().log.clear();
     const Accepted accepted = accept_client({});
     accepted.client->send_limit = row.limit;
     EXPECT_TRUE(send_all(accepted.socket, "0123456789"));
@@ -73,7 +73,7 @@ TEST_F(Sending, HasSentAnEmptyRangeWithoutACall) {
 TEST_F(Sending, FailsWhereASendFails) {
   const Accepted accepted = accept_client({});
   accepted.client->send_limit = 4;
-  standin::system().faults["send"] = {0, 10054};
+  memory::system().faults["send"] = {0, 10054};
   EXPECT_FALSE(send_all(accepted.socket, "0123456789"));
   EXPECT_EQ(accepted.client->from_service, "0123");
   EXPECT_EQ(calls_of("send"), 2);

@@ -27,8 +27,8 @@ class Loop : public FreshMachine {
     ASSERT_EQ(open_tcp_socket(listener_), 0);
     ASSERT_EQ(bind_loopback(listener_, port), 0);
     ASSERT_EQ(listen_at_maximum(listener_), 0);
-    standin::system().log.clear();
-    standin::system().on_idle = [] { stop_requested = true; };
+    memory::system().log.clear();
+    memory::system().on_idle = [] { stop_requested = true; };
   }
   void TearDown() override {
     listener_.close();
@@ -42,67 +42,67 @@ class Loop : public FreshMachine {
 };
 
 TEST_F(Loop, IsNotEnteredWhenAStopWasAskedForBefore) {
-  const auto client = standin::connect_client({get_index});
+  const auto client = memory::connect_client({get_index});
   stop_requested = true;
   serve();
-  EXPECT_TRUE(standin::system().log.empty());
+  EXPECT_TRUE(memory::system().log.empty());
   EXPECT_EQ(client->from_service, "");
-  standin::system().backlog.clear();
+  memory::system().backlog.clear();
 }
 
 TEST_F(Loop, AnswersThenShutsDownThenCloses) {
-  const auto client = standin::connect_client({get_index});
+  const auto client = memory::connect_client({get_index});
   serve();
   EXPECT_EQ(client->from_service, index_page);
   EXPECT_TRUE(client->shut_down);
   EXPECT_TRUE(client->closed);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"select", "accept", "send", "shutdown", "closesocket", "select"}));
 }
 
 TEST_F(Loop, ServesOneConnectionAfterAnother) {
-  std::vector<std::shared_ptr<standin::Connection>> clients;
-  for (int number = 0; number < 20; ++number) clients.push_back(standin::connect_client({get_index}));
+  std::vector<std::shared_ptr<memory::Connection>> clients;
+  for (int number = 0; number < 20; ++number) clients.push_back(memory::connect_client({get_index}));
   serve();
   for (const auto& client : clients) {
     EXPECT_EQ(client->from_service, index_page);
     EXPECT_TRUE(client->closed);
   }
-  EXPECT_EQ(standin::system().handles.size(), 1u);
+  EXPECT_EQ(memory::system().handles.size(), 1u);
 }
 
 TEST_F(Loop, WaitsAQuarterOfASecondAtATime) {
   EXPECT_EQ(select_timeout_us, 250'000);
   int waits = 0;
-  standin::system().on_idle = [&] {
+  memory::system().on_idle = [&] {
     if (++waits == 3) stop_requested = true;
   };
-  const std::int64_t start_ns = standin::system().now_ns;
+  const std::int64_t start_ns = memory::system().now_ns;
   serve();
   EXPECT_EQ(calls_of("select"), 3);
-  EXPECT_EQ(standin::system().now_ns - start_ns, 750'000'000);
+  EXPECT_EQ(memory::system().now_ns - start_ns, 750'000'000);
 }
 
 TEST_F(Loop, GoesOnAfterAWaitOrAnAcceptThatFails) {
-  const auto client = standin::connect_client({get_index});
-  standin::system().faults["select"] = {10004, 10038, 0, 0};
-  standin::system().faults["accept"] = {10024, 0};
+  const auto client = memory::connect_client({get_index});
+  memory::system().faults["select"] = {10004, 10038, 0, 0};
+  memory::system().faults["accept"] = {10024, 0};
   serve();
   EXPECT_EQ(client->from_service, index_page);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (std::vector<std::string>{"select", "select", "select", "accept", "select", "accept", "send",
                                       "shutdown", "closesocket", "select"}));
 }
 
 TEST_F(Loop, ClosesAConnectionThatFailsAndServesTheNext) {
-  const auto reset = standin::connect_client({});
+  const auto reset = memory::connect_client({});
   reset->client_gone = true;
-  const auto half_closed = standin::connect_client({"GET / HTTP/1.1\r\n"});
+  const auto half_closed = memory::connect_client({"GET / HTTP/1.1\r\n"});
   half_closed->client_done = true;
-  const auto no_reader = standin::connect_client({get_index});
+  const auto no_reader = memory::connect_client({get_index});
   no_reader->send_stalls = true;
-  const auto bad = standin::connect_client({"\r\n\r\n"});
-  const auto good = standin::connect_client({get_index});
+  const auto bad = memory::connect_client({"\r\n\r\n"});
+  const auto good = memory::connect_client({get_index});
   serve();
   const std::string bad_request = expected_error("400 Bad Request", "invalid request");
   EXPECT_EQ(reset->from_service, "");
@@ -119,23 +119,23 @@ TEST_F(Loop, ClosesAConnectionThatFailsAndServesTheNext) {
 TEST_F(Loop, AnswersARequestThatComesByteByByte) {
   std::deque<std::string> bytes;
   for (const char byte : get_index) bytes.emplace_back(1, byte);
-  const auto client = standin::connect_client(bytes);
+  const auto client = memory::connect_client(bytes);
   serve();
   EXPECT_EQ(client->from_service, index_page);
 }
 
 TEST_F(Loop, EndsARunningExchangeBeforeItStops) {
-  const auto client = standin::connect_client({get_index});
-  const auto waiting = standin::connect_client({get_index});
+  const auto client = memory::connect_client({get_index});
+  const auto waiting = memory::connect_client({get_index});
   client->send_limit = 1;
   // The stop comes while the first answer is under way: nothing of it is lost, and no second is begun.
-  standin::system().on_idle = nullptr;
-  standin::system().on_send = [] { stop_requested = true; };
+  memory::system().on_idle = nullptr;
+  memory::system().on_send = [] { stop_requested = true; };
   serve();
   EXPECT_EQ(client->from_service, index_page);
   EXPECT_TRUE(client->closed);
   EXPECT_EQ(waiting->from_service, "");
-  standin::system().backlog.clear();
+  memory::system().backlog.clear();
 }
 
 constexpr std::int64_t ns_per_ms = 1'000'000;
@@ -165,9 +165,9 @@ class AccountLoop : public Loop {
   // Serves, pass by pass a quarter of a second apart, the pass at `last_ms` included. `after_pass` gets when
   // the pass was, milliseconds after the beginning, and is called when a check that it started has ended.
   void serve_until(std::int64_t last_ms, const std::function<void(std::int64_t at_ms)>& after_pass = {}) {
-    const std::int64_t start_ns = standin::system().now_ns;
+    const std::int64_t start_ns = memory::system().now_ns;
     std::int64_t at_ms = 0;
-    standin::system().on_idle = [&] {
+    memory::system().on_idle = [&] {
       if (!lets_checks_fly_) {
         ASSERT_TRUE(wait_for_check(cells()));
       }
@@ -177,7 +177,7 @@ class AccountLoop : public Loop {
       }
       if (after_pass) after_pass(at_ms);
       if (at_ms >= last_ms) stop_requested = true;
-      at_ms = (standin::system().now_ns - start_ns) / ns_per_ms;
+      at_ms = (memory::system().now_ns - start_ns) / ns_per_ms;
     };
     serve();
   }
@@ -206,12 +206,11 @@ TEST_F(AccountLoop, CountsUsageEveryThirtySeconds) {
 
 TEST_F(AccountLoop, LosesTheFractionOfASecondAtEachTick) {
   std::vector<std::int64_t> usage_seconds;
-  const std::int64_t start_ns = standin::system().now_ns;
+  const std::int64_t start_ns = memory::system().now_ns;
   // Each wait is as long as an exchange that takes its time.
   serve_until(3 * 30'900, [&](std::int64_t) {
     usage_seconds.push_back(session().usage_seconds);
-    standin::system().now_ns =
-        start_ns + static_cast<std::int64_t>(usage_seconds.size()) * 30'900 * ns_per_ms;
+    memory::system().now_ns = start_ns + static_cast<std::int64_t>(usage_seconds.size()) * 30'900 * ns_per_ms;
   });
   EXPECT_EQ(usage_seconds, (std::vector<std::int64_t>{0, 30, 60, 90}));
 }
@@ -236,7 +235,7 @@ TEST_F(AccountLoop, SignsOutASupersededSessionAndSaysSoOnce) {
   expected.public_id = "P1";
   EXPECT_EQ(session(), expected);
   EXPECT_FALSE(cells().superseded);
-  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+  EXPECT_EQ(memory::system().standard_output, signed_out_line);
   EXPECT_EQ(calls_of("stdout"), 1);
   EXPECT_TRUE(http_log().empty());
 }
@@ -247,7 +246,7 @@ TEST_F(AccountLoop, SaysSoWhereNobodyIsSignedInAnyMore) {
   cells().superseded = true;
   serve_until(1'000);
   EXPECT_EQ(session(), AccountSession());
-  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+  EXPECT_EQ(memory::system().standard_output, signed_out_line);
 }
 
 TEST_F(AccountLoop, CountsThenSignsOutThenChecks) {
@@ -263,9 +262,9 @@ TEST_F(AccountLoop, CountsThenSignsOutThenChecks) {
 TEST_F(AccountLoop, SignsOutBeforeItServesTheNextRequest) {
   cells().superseded = true;
   const auto client =
-      standin::connect_client({"GET /api/v1/status HTTP/1.1\r\nHost: localhost:17831\r\n"
-                               "X-Velmora-Token: " +
-                               token + "\r\n\r\n"});
+      memory::connect_client({"GET /api/v1/status HTTP/1.1\r\nHost: localhost:17831\r\n"
+                              "X-Velmora-Token: " +
+                              token + "\r\n\r\n"});
   serve_until(0);
   EXPECT_NE(client->from_service.find("\"signed_in\":false"), std::string::npos);
 }
@@ -276,7 +275,7 @@ TEST_F(AccountLoop, ChecksEveryTwoMinutes) {
   EXPECT_EQ(checked_at_ms_, (Times{120'000, 240'000, 360'000}));
   EXPECT_EQ(take_requests(), Requests(3, check_request));
   EXPECT_EQ(session().account_hash, "h");
-  EXPECT_EQ(standin::system().standard_output, "");
+  EXPECT_EQ(memory::system().standard_output, "");
 }
 
 TEST_F(AccountLoop, ChecksAtTheSameIntervalAfterAFailure) {
@@ -287,7 +286,7 @@ TEST_F(AccountLoop, ChecksAtTheSameIntervalAfterAFailure) {
   EXPECT_EQ(checked_at_ms_, (Times{120'000, 240'000, 360'000}));
   EXPECT_EQ(cells().interval_s, 120u);
   EXPECT_EQ(session().account_hash, "h");
-  EXPECT_EQ(standin::system().standard_output, "");
+  EXPECT_EQ(memory::system().standard_output, "");
 }
 
 TEST_F(AccountLoop, TakesAnIntervalFromAnAnswerAtOnce) {
@@ -366,15 +365,15 @@ TEST_F(AccountLoop, SignsOutInThePassBehindTheAnswer) {
   });
   EXPECT_EQ(checked_at_ms_, (Times{120'000}));
   EXPECT_EQ(session().token, "");
-  EXPECT_EQ(standin::system().standard_output, signed_out_line);
+  EXPECT_EQ(memory::system().standard_output, signed_out_line);
 }
 
 TEST_F(AccountLoop, TakesAnIntervalOfMoreThanACenturyForWhatItIs) {
   constexpr std::int64_t interval_ms = 4'000'000'000'000;
   cells().interval_s = 4'000'000'000u;
-  const std::int64_t start_ns = standin::system().now_ns;
+  const std::int64_t start_ns = memory::system().now_ns;
   serve_until(interval_ms, [&](std::int64_t at_ms) {
-    if (at_ms == 1'000) standin::system().now_ns = start_ns + (interval_ms - 1'000) * ns_per_ms;
+    if (at_ms == 1'000) memory::system().now_ns = start_ns + (interval_ms - 1'000) * ns_per_ms;
   });
   EXPECT_EQ(checked_at_ms_, (Times{interval_ms}));
 }

@@ -10,7 +10,7 @@ namespace {
 using namespace std::string_literals;
 
 void put_page(const std::string& name, const std::string& bytes) {
-  standin::system().files["web/" + name].bytes = bytes;
+  memory::system().files["web/" + name].bytes = bytes;
 }
 
 void put_all_pages() {
@@ -29,21 +29,21 @@ TEST_F(Pages, ReadAWholeFileAsItsBytes) {
   }
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{16383}, std::size_t{16384},
                                  std::size_t{16385}, std::size_t{32768}, all_bytes.size()}) {
-    standin::system().files["f"].bytes = all_bytes.substr(0, size);
+    memory::system().files["f"].bytes = all_bytes.substr(0, size);
     EXPECT_EQ(read_file_bytes("f"), all_bytes.substr(0, size)) << size;
   }
 }
 
 TEST_F(Pages, ReadNothingFromWhatCannotBeRead) {
   EXPECT_EQ(read_file_bytes("missing"), "");
-  standin::system().files["directory"].kind = FileKind::directory;
+  memory::system().files["directory"].kind = FileKind::directory;
   EXPECT_EQ(read_file_bytes("directory"), "");
-  standin::system().files["broken"] = {FileKind::regular, "half of it", 23};
+  memory::system().files["broken"] = {FileKind::regular, "half of it", 23};
   EXPECT_EQ(read_file_bytes("broken"), "");
-  standin::system().files["denied"].bytes = "x";
-  standin::system().faults["CreateFileW"] = {5};
+  memory::system().files["denied"].bytes = "x";
+  memory::system().faults["CreateFileW"] = {5};
   EXPECT_EQ(read_file_bytes("denied"), "");
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_TRUE(memory::system().handles.empty());
 }
 
 TEST_F(Pages, AreFourFilesOfTheWebRoot) {
@@ -63,13 +63,13 @@ TEST_F(Pages, AreReportedByTheFirstThatCannotBeReadInTheirOrder) {
   for (std::size_t bad = 0; bad < 4; ++bad) {
     for (int fault = 0; fault < 4; ++fault) {
       SCOPED_TRACE(names[bad] + " with fault " + std::to_string(fault));
-      standin::reset();
+      memory::reset();
       put_all_pages();
       // Every page behind the first bad one is missing too, and is not even looked for.
       for (std::size_t later = bad + 1; later < 4; ++later)
-        standin::system().files.erase("web/" + names[later]);
-      standin::File& file = standin::system().files["web/" + names[bad]];
-      if (fault == 0) standin::system().files.erase("web/" + names[bad]);
+        memory::system().files.erase("web/" + names[later]);
+      memory::File& file = memory::system().files["web/" + names[bad]];
+      if (fault == 0) memory::system().files.erase("web/" + names[bad]);
       if (fault == 1) file.bytes.clear();
       if (fault == 2) file.kind = FileKind::directory;
       if (fault == 3) file.read_error = 23;

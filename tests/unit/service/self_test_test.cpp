@@ -17,22 +17,22 @@ using SelfTest = FreshMachine;
 
 TEST_F(SelfTest, PassesOnAMachineThatIsInOrderAndLeavesNothing) {
   EXPECT_TRUE(run_self_test());
-  EXPECT_EQ(standin::system().standard_output, "Velmora control self-test passed\n");
-  EXPECT_TRUE(standin::system().handles.empty());
+  EXPECT_EQ(memory::system().standard_output, "Velmora control self-test passed\n");
+  EXPECT_TRUE(memory::system().handles.empty());
   EXPECT_EQ(
       calls_of("CoInitializeEx") + calls_of("WSAStartup") + calls_of("socket") + calls_of("CreateFileW"), 0);
 }
 
 TEST_F(SelfTest, UsesAMappingThatIsPrivateToItsProcess) {
   EXPECT_TRUE(run_self_test());
-  ASSERT_EQ(standin::system().regions.size(), 1u);
-  EXPECT_EQ(standin::system().regions.begin()->first, u"Local\\VelmoraSelfTest-4711");
+  ASSERT_EQ(memory::system().regions.size(), 1u);
+  EXPECT_EQ(memory::system().regions.begin()->first, u"Local\\VelmoraSelfTest-4711");
 }
 
 TEST_F(SelfTest, FailsWithoutRandomBytes) {
-  standin::system().random_available = false;
+  memory::system().random_available = false;
   EXPECT_FALSE(run_self_test());
-  EXPECT_EQ(standin::system().standard_output, "Velmora control self-test failed\n");
+  EXPECT_EQ(memory::system().standard_output, "Velmora control self-test failed\n");
 }
 
 TEST_F(SelfTest, FailsInOneLineWhereAnyCallFails) {
@@ -50,11 +50,11 @@ TEST_F(SelfTest, FailsInOneLineWhereAnyCallFails) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation);
-    standin::reset();
-    standin::system().faults[row.operation] = row.faults;
+    memory::reset();
+    memory::system().faults[row.operation] = row.faults;
     EXPECT_FALSE(run_self_test());
-    EXPECT_EQ(standin::system().standard_output, "Velmora control self-test failed\n");
-    EXPECT_TRUE(standin::system().handles.empty());
+    EXPECT_EQ(memory::system().standard_output, "Velmora control self-test failed\n");
+    EXPECT_TRUE(memory::system().handles.empty());
   }
 }
 
@@ -63,14 +63,14 @@ const std::string passed = "Velmora control self-test passed\n";
 const std::string failed = "Velmora control self-test failed\n";
 
 // A finished record that is there already and outlives the self-test.
-std::shared_ptr<standin::Region> hold_own_record() {
-  auto region = standin::hold_region(own_name, 576);
+std::shared_ptr<memory::Region> hold_own_record() {
+  auto region = memory::hold_region(own_name, 576);
   initialise_record(*reinterpret_cast<ControlBridgeRecord*>(region->words.data()));
   return region;
 }
 
 // What the service and the effect leave in the record, by offset / 8.
-std::vector<std::uint64_t> words_at_the_end(const standin::Region& before) {
+std::vector<std::uint64_t> words_at_the_end(const memory::Region& before) {
   std::vector<std::uint64_t> words = before.words;
   const std::pair<std::size_t, std::uint64_t> rows[] = {
       {0x010, 0x000000023F000000},
@@ -100,13 +100,13 @@ TEST_F(SelfTest, PlaysTheServiceAndTheWholeLifeOfAnEffect) {
   const auto region = hold_own_record();
   const std::vector<std::uint64_t> expected = words_at_the_end(*region);
   EXPECT_TRUE(run_self_test());
-  EXPECT_EQ(standin::system().standard_output, passed);
+  EXPECT_EQ(memory::system().standard_output, passed);
   EXPECT_EQ(region->words, expected);
 }
 
 TEST_F(SelfTest, PassesAgainAndAgainInOneProcess) {
   for (int round = 0; round < 3; ++round) EXPECT_TRUE(run_self_test());
-  EXPECT_EQ(standin::system().standard_output, passed + passed + passed);
+  EXPECT_EQ(memory::system().standard_output, passed + passed + passed);
 }
 
 TEST_F(SelfTest, FailsOverARecordWhoseEffectIsBrokenAndStillPlaysItsLifeToTheEnd) {
@@ -132,13 +132,13 @@ TEST_F(SelfTest, FailsOverARecordWhoseEffectIsBrokenAndStillPlaysItsLifeToTheEnd
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    standin::reset();
+    memory::reset();
     const auto region = hold_own_record();
     std::vector<std::uint64_t> expected = words_at_the_end(*region);
     region->words[row.offset / 8] = row.at_first;
     expected[row.offset / 8] = row.at_the_end;
     EXPECT_FALSE(run_self_test());
-    EXPECT_EQ(standin::system().standard_output, failed);
+    EXPECT_EQ(memory::system().standard_output, failed);
     EXPECT_EQ(region->words, expected);
   }
 }
@@ -147,33 +147,33 @@ TEST_F(SelfTest, GoesThroughItsWholeListAfterAFailure) {
   const auto region = hold_own_record();
   const std::vector<std::uint64_t> expected = words_at_the_end(*region);
   EXPECT_TRUE(run_self_test());
-  const std::vector<std::string> whole_log = standin::system().log;
+  const std::vector<std::string> whole_log = memory::system().log;
   // What fails stands before the bridge, on which everything else still takes place.
-  standin::reset();
+  memory::reset();
   const auto again = hold_own_record();
-  standin::system().random_available = false;
+  memory::system().random_available = false;
   EXPECT_FALSE(run_self_test());
-  EXPECT_EQ(standin::system().log, whole_log);
+  EXPECT_EQ(memory::system().log, whole_log);
   EXPECT_EQ(again->words, expected);
 }
 
 TEST_F(SelfTest, TriesTheEffectsSideThoughTheServicesIsClosed) {
-  standin::system().faults["OpenFileMappingW"] = {5};
-  standin::system().faults["CreateFileMappingW"] = {5};
+  memory::system().faults["OpenFileMappingW"] = {5};
+  memory::system().faults["CreateFileMappingW"] = {5};
   EXPECT_FALSE(run_self_test());
   EXPECT_EQ(calls_of("OpenFileMappingW"), 2);
-  EXPECT_EQ(standin::system().standard_output, failed);
+  EXPECT_EQ(memory::system().standard_output, failed);
 }
 
 TEST_F(SelfTest, FailsWhereOneSideOfTheBridgeStaysClosed) {
   for (const bool service_closed : {true, false}) {
-    standin::reset();
+    memory::reset();
     const auto region = hold_own_record();
     const std::vector<std::uint64_t> first = region->words;
-    standin::system().faults["MapViewOfFile"] =
+    memory::system().faults["MapViewOfFile"] =
         service_closed ? std::deque<std::int64_t>{8} : std::deque<std::int64_t>{0, 8};
     EXPECT_FALSE(run_self_test());
-    EXPECT_EQ(standin::system().standard_output, failed);
+    EXPECT_EQ(memory::system().standard_output, failed);
     // What the other side publishes or reports arrives all the same.
     std::vector<std::uint64_t> expected = words_at_the_end(*region);
     if (service_closed) {
@@ -189,14 +189,14 @@ TEST_F(SelfTest, FailsWhereOneSideOfTheBridgeStaysClosed) {
 }
 
 TEST_F(SelfTest, IsNotDisturbedByOneOfAnotherProcess) {
-  const auto other = standin::hold_region(u"Local\\VelmoraSelfTest-4712", 576);
+  const auto other = memory::hold_region(u"Local\\VelmoraSelfTest-4712", 576);
   EXPECT_TRUE(run_self_test());
   EXPECT_EQ(other->words, std::vector<std::uint64_t>(72, 0));
 }
 
 TEST_F(SelfTest, ReadsNoFileNoPageAndNoRegistry) {
   EXPECT_TRUE(run_self_test());
-  for (const std::string& entry : standin::system().log) {
+  for (const std::string& entry : memory::system().log) {
     EXPECT_TRUE(entry == "StringFromGUID2" || entry == "stdout" || entry == "BCryptGenRandom" ||
                 entry == "OpenFileMappingW" ||
                 entry == "ConvertStringSecurityDescriptorToSecurityDescriptorW" ||
@@ -204,7 +204,7 @@ TEST_F(SelfTest, ReadsNoFileNoPageAndNoRegistry) {
                 entry == "CloseHandle")
         << entry;
   }
-  EXPECT_TRUE(standin::system().files.empty());
+  EXPECT_TRUE(memory::system().files.empty());
 }
 
 }  // namespace

@@ -42,19 +42,19 @@ class Service : public FreshMachine {
 
   static void put_pages(const std::string& web_root) {
     for (const std::string& name : page_names) {
-      standin::system().files[web_root + "/" + name].bytes = "page " + name + " __VELMORA_UI_STAMP__";
+      memory::system().files[web_root + "/" + name].bytes = "page " + name + " __VELMORA_UI_STAMP__";
     }
   }
 
   static ExitCode run(const Arguments& arguments = {}) { return run_program(arguments); }
-  static const std::string& out() { return standin::system().standard_output; }
-  static const std::string& error_out() { return standin::system().standard_error; }
+  static const std::string& out() { return memory::system().standard_output; }
+  static const std::string& error_out() { return memory::system().standard_error; }
 
   // Nothing that the program set up is left.
   static void expect_all_released() {
-    EXPECT_TRUE(standin::system().handles.empty());
-    EXPECT_EQ(standin::system().com_started, 0);
-    EXPECT_EQ(standin::system().sockets_started, 0);
+    EXPECT_TRUE(memory::system().handles.empty());
+    EXPECT_EQ(memory::system().com_started, 0);
+    EXPECT_EQ(memory::system().sockets_started, 0);
   }
 };
 
@@ -93,7 +93,7 @@ TEST(ExitCodes, AreThoseThatScriptsRelyOn) {
 
 TEST_F(Service, StartsAndStopsInItsOrder) {
   EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             joined(until_bridge,
                    {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
                     "stdout", "DeleteFileW", "stdout", "select", "closesocket", "WSACleanup",
@@ -109,7 +109,7 @@ TEST_F(Service, PrintsItsBannerAndNothingElse) {
 
 TEST_F(Service, HasWrittenItsBannerBeforeItWaits) {
   std::size_t written_bytes = 0;
-  standin::system().on_idle = [&] {
+  memory::system().on_idle = [&] {
     written_bytes = out().size();
     stop_requested = true;
   };
@@ -139,12 +139,12 @@ TEST_F(Service, ShowsAGivenTokenAsItIs) {
 
 TEST_F(Service, ProbesTheAlgorithmBetweenTheHandlerAndTheBanner) {
   const std::string path = "/opt/velmora/fse.dll";
-  standin::system().files[path] = {};
-  standin::system().libraries[path] = {};
+  memory::system().files[path] = {};
+  memory::system().libraries[path] = {};
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(algorithm_version, "unknown");
   EXPECT_EQ(out().find("Velmora 1.2.0  (algorithm unknown)\n"), 0u);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             joined(until_bridge,
                    {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
                     "LoadLibraryW", "FreeLibrary", "stdout", "DeleteFileW", "stdout", "select", "closesocket",
@@ -153,10 +153,10 @@ TEST_F(Service, ProbesTheAlgorithmBetweenTheHandlerAndTheBanner) {
 
 TEST_F(Service, OpensTheBrowserAfterItsBanner) {
   EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
-  EXPECT_EQ(standin::system().browser_addresses,
+  EXPECT_EQ(memory::system().browser_addresses,
             std::vector<std::string>{"http://127.0.0.1:17831/?token=" + std::string(generated_token)});
   EXPECT_EQ(out(), default_banner);
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             joined(until_bridge,
                    {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
                     "stdout", "DeleteFileW", "stdout", "ShellExecuteW", "select", "closesocket", "WSACleanup",
@@ -175,11 +175,11 @@ TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
   } rows[] = {{0, true}, {2, true}, {31, true}, {32, true}, {33, false}, {42, false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.result);
-    standin::system().browser_result = row.result;
+    memory::system().browser_result = row.result;
     stop_requested = false;
-    standin::system().standard_output.clear();
+    memory::system().standard_output.clear();
     std::size_t written_bytes = 0;
-    standin::system().on_idle = [&] {
+    memory::system().on_idle = [&] {
       written_bytes = out().size();
       stop_requested = true;
     };
@@ -193,23 +193,23 @@ TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
 }
 
 TEST_F(Service, ServesWhatItWasStartedWith) {
-  standin::system().local_time = std::tm{};
-  standin::system().local_time->tm_year = 126;
-  standin::system().local_time->tm_mday = 2;
+  memory::system().local_time = std::tm{};
+  memory::system().local_time->tm_year = 126;
+  memory::system().local_time->tm_mday = 2;
   const auto get = [](const std::string& path) {
-    return standin::connect_client({"GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+    return memory::connect_client({"GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
   };
   const auto index = get("/");
   const auto help = get("/help.html");
   const std::string body = R"({"bypass":false,"enhance_strength":0.5})";
-  const auto footstep = standin::connect_client(
+  const auto footstep = memory::connect_client(
       {"PUT /api/v1/render/effects/footstep HTTP/1.1\r\nHost: 127.0.0.1:17831\r\nX-Velmora-Token: " +
        std::string(generated_token) + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
        body});
   std::uint64_t footstep_word = 0;
-  standin::system().on_idle = [&] {
-    footstep_word = standin::system().regions.at(u"Global\\VelmoraControlV1").lock()->words[2];
-    standin::system().console_handler(2);
+  memory::system().on_idle = [&] {
+    footstep_word = memory::system().regions.at(u"Global\\VelmoraControlV1").lock()->words[2];
+    memory::system().console_handler(2);
   };
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(index->from_service,
@@ -223,7 +223,7 @@ TEST_F(Service, ServesWhatItWasStartedWith) {
 
 TEST_F(Service, StampsPagesWithNothingWhereTheTimeIsNotKnown) {
   const auto client =
-      standin::connect_client({"GET /advanced.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+      memory::connect_client({"GET /advanced.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(client->from_service,
             expected_response("200 OK", "text/html; charset=utf-8", "page advanced.html "));
@@ -231,13 +231,13 @@ TEST_F(Service, StampsPagesWithNothingWhereTheTimeIsNotKnown) {
 
 TEST_F(Service, ServesPagesFromMemoryWhateverTheWebRootHoldsByNow) {
   bool asked = false;
-  std::shared_ptr<standin::Connection> client;
-  standin::system().on_idle = [&] {
+  std::shared_ptr<memory::Connection> client;
+  memory::system().on_idle = [&] {
     stop_requested = asked;
     if (asked) return;
     asked = true;
-    standin::system().files.clear();
-    client = standin::connect_client({"GET /help.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
+    memory::system().files.clear();
+    client = memory::connect_client({"GET /help.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
   };
   EXPECT_EQ(run(), ExitCode::done);
   ASSERT_TRUE(client);
@@ -246,9 +246,9 @@ TEST_F(Service, ServesPagesFromMemoryWhateverTheWebRootHoldsByNow) {
 }
 
 TEST_F(Service, WritesNothingIntoARecordThatItFindsAndLeaves) {
-  std::shared_ptr<standin::Region> held;
-  standin::system().on_idle = [&] {
-    held = standin::system().regions.at(u"Global\\VelmoraControlV1").lock();
+  std::shared_ptr<memory::Region> held;
+  memory::system().on_idle = [&] {
+    held = memory::system().regions.at(u"Global\\VelmoraControlV1").lock();
     stop_requested = true;
   };
   EXPECT_EQ(run(), ExitCode::done);
@@ -264,11 +264,11 @@ TEST_F(Service, StopsAtEachEventOfTheConsoleThatIsItsOwn) {
   for (const std::uint32_t event : {0u, 1u, 2u, 6u}) {
     stop_requested = false;
     int waits = 0;
-    standin::system().on_idle = [&] {
+    memory::system().on_idle = [&] {
       ++waits;
-      EXPECT_FALSE(standin::system().console_handler(5));
+      EXPECT_FALSE(memory::system().console_handler(5));
       if (waits == 2) {
-        EXPECT_TRUE(standin::system().console_handler(event));
+        EXPECT_TRUE(memory::system().console_handler(event));
       }
     };
     EXPECT_EQ(run(), ExitCode::done);
@@ -300,11 +300,11 @@ TEST_F(Service, RefusesABadCommandLineAndTouchesNothing) {
        "[--open-browser] [--verbose] [--self-test]\n"},
   };
   for (const auto& row : rows) {
-    standin::system().standard_error.clear();
+    memory::system().standard_error.clear();
     EXPECT_EQ(run(row.arguments), ExitCode::bad_command_line);
     EXPECT_EQ(error_out(), row.message);
     EXPECT_EQ(out(), "");
-    EXPECT_EQ(calls_of("stderr"), static_cast<std::ptrdiff_t>(standin::system().log.size()));
+    EXPECT_EQ(calls_of("stderr"), static_cast<std::ptrdiff_t>(memory::system().log.size()));
   }
 }
 
@@ -319,7 +319,7 @@ TEST_F(Service, RunsTheSelfTestInsteadOfStarting) {
 }
 
 TEST_F(Service, EndsWith1WhereTheSelfTestFails) {
-  standin::system().random_available = false;
+  memory::system().random_available = false;
   EXPECT_EQ(run({"--self-test"}), ExitCode::self_test_failed);
   EXPECT_EQ(out(), "Velmora control self-test failed\n");
 }
@@ -327,19 +327,19 @@ TEST_F(Service, EndsWith1WhereTheSelfTestFails) {
 TEST_F(Service, NeedsEachOfItsFourPages) {
   for (std::size_t bad = 0; bad < 4; ++bad) {
     for (int fault = 0; fault < 4; ++fault) {
-      standin::reset();
-      standin::system().standard_error.clear();
+      memory::reset();
+      memory::system().standard_error.clear();
       put_pages(std::string(default_root));
       const std::string path = std::string(default_root) + "/" + page_names[bad];
       SCOPED_TRACE(path + " with fault " + std::to_string(fault));
-      if (fault == 0) standin::system().files.erase(path);
-      if (fault == 1) standin::system().files[path].bytes.clear();
-      if (fault == 2) standin::system().files[path].kind = FileKind::directory;
-      if (fault == 3) standin::system().files[path].read_error = 23;
+      if (fault == 0) memory::system().files.erase(path);
+      if (fault == 1) memory::system().files[path].bytes.clear();
+      if (fault == 2) memory::system().files[path].kind = FileKind::directory;
+      if (fault == 3) memory::system().files[path].read_error = 23;
       EXPECT_EQ(run(), ExitCode::page_unreadable);
       EXPECT_EQ(error_out(), "Unable to read \"" + path + "\"\n");
       EXPECT_EQ(out(), "");
-      EXPECT_EQ(standin::system().log, joined(Log(bad + 1, "CreateFileW"), {"stderr"}));
+      EXPECT_EQ(memory::system().log, joined(Log(bad + 1, "CreateFileW"), {"stderr"}));
       expect_all_released();
     }
   }
@@ -351,16 +351,16 @@ TEST_F(Service, QuotesThePathOfAPageThatItCannotRead) {
 }
 
 TEST_F(Service, NeedsRandomBytesForATokenOfItsOwn) {
-  standin::system().random_available = false;
+  memory::system().random_available = false;
   EXPECT_EQ(run(), ExitCode::no_token);
   EXPECT_EQ(error_out(), "Unable to generate a session token\n");
-  EXPECT_EQ(standin::system().log,
+  EXPECT_EQ(memory::system().log,
             (Log{"CreateFileW", "CreateFileW", "CreateFileW", "CreateFileW", "BCryptGenRandom", "stderr"}));
   expect_all_released();
 }
 
 TEST_F(Service, NeedsNoRandomBytesForATokenThatIsGiven) {
-  standin::system().random_available = false;
+  memory::system().random_available = false;
   EXPECT_EQ(run({"--token", given_token}), ExitCode::done);
 }
 
@@ -384,10 +384,10 @@ TEST_F(Service, NeedsItsBridge) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
-    standin::reset();
-    standin::system().standard_error.clear();
+    memory::reset();
+    memory::system().standard_error.clear();
     put_pages(std::string(default_root));
-    if (!row.operation.empty()) standin::system().faults[row.operation] = {row.error};
+    if (!row.operation.empty()) memory::system().faults[row.operation] = {row.error};
     EXPECT_EQ(run({"--control-map", row.name}), ExitCode::no_bridge);
     EXPECT_EQ(error_out(), start + row.message + "\n");
     EXPECT_EQ(out(), "");
@@ -399,8 +399,8 @@ TEST_F(Service, NeedsItsBridge) {
 TEST_F(Service, RefusesABridgeOfAnotherLayoutOrWithoutAnEnd) {
   const std::uint64_t first_words[] = {(std::uint64_t{7} << 32) | 0x31434D56, 0};
   for (const std::uint64_t word : first_words) {
-    standin::system().standard_error.clear();
-    const auto region = standin::hold_region(u"Global\\VelmoraControlV1", 576);
+    memory::system().standard_error.clear();
+    const auto region = memory::hold_region(u"Global\\VelmoraControlV1", 576);
     region->words[0] = word;
     region->words[1] = 576;
     EXPECT_EQ(run(), ExitCode::no_bridge);
@@ -417,20 +417,20 @@ TEST_F(Service, TellsTheResultOfComInLowerCaseHex) {
     std::string text;
   } rows[] = {{0x80010106, "80010106"}, {0xFFFFFFFF, "ffffffff"}, {0x8007000E, "8007000e"}};
   for (const auto& row : rows) {
-    standin::system().standard_error.clear();
-    standin::system().log.clear();
-    standin::system().com_result = static_cast<std::int32_t>(row.result);
+    memory::system().standard_error.clear();
+    memory::system().log.clear();
+    memory::system().com_result = static_cast<std::int32_t>(row.result);
     EXPECT_EQ(run(), ExitCode::no_com);
     EXPECT_EQ(error_out(), "CoInitializeEx failed: " + row.text + "\n");
     EXPECT_EQ(out(), "");
-    EXPECT_EQ(standin::system().log,
+    EXPECT_EQ(memory::system().log,
               joined(until_bridge, {"CoInitializeEx", "stderr", "UnmapViewOfFile", "CloseHandle"}));
     expect_all_released();
   }
 }
 
 TEST_F(Service, TakesComThatWasStartedAlreadyForASuccess) {
-  standin::system().com_result = 1;
+  memory::system().com_result = 1;
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(calls_of("CoUninitialize"), 1);
   expect_all_released();
@@ -482,20 +482,20 @@ TEST_F(Service, TakesEverythingDownWhereItCannotListen) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation + " " + std::to_string(row.error));
-    standin::system().log.clear();
-    standin::system().standard_error.clear();
-    standin::system().faults[row.operation] = {row.error};
+    memory::system().log.clear();
+    memory::system().standard_error.clear();
+    memory::system().faults[row.operation] = {row.error};
     EXPECT_EQ(run(), row.code);
     EXPECT_EQ(error_out(), row.message);
     EXPECT_EQ(out(), "");
-    EXPECT_EQ(standin::system().log, joined(joined(joined(until_bridge, {"CoInitializeEx"}), row.log),
-                                            {"UnmapViewOfFile", "CloseHandle"}));
+    EXPECT_EQ(memory::system().log, joined(joined(joined(until_bridge, {"CoInitializeEx"}), row.log),
+                                           {"UnmapViewOfFile", "CloseHandle"}));
     expect_all_released();
   }
 }
 
 TEST_F(Service, TellsAPortThatAnotherHasByItsNumber) {
-  standin::system().ports_of_others.insert(65535);
+  memory::system().ports_of_others.insert(65535);
   EXPECT_EQ(run({"--port", "65535"}), ExitCode::not_bound);
   EXPECT_EQ(error_out().find("Unable to bind 127.0.0.1:65535 (Winsock error 10048)\n"), 0u);
 }
@@ -504,8 +504,8 @@ TEST_F(Service, BindsThePortThatItIsGiven) {
   for (const std::string_view port : {"1", "65535"}) {
     stop_requested = false;
     std::string bound;
-    standin::system().on_idle = [&] {
-      for (const auto& [number, handle] : standin::system().handles) {
+    memory::system().on_idle = [&] {
+      for (const auto& [number, handle] : memory::system().handles) {
         if (handle.listening) bound = std::to_string(handle.port);
       }
       stop_requested = true;
@@ -516,12 +516,12 @@ TEST_F(Service, BindsThePortThatItIsGiven) {
 }
 
 TEST_F(Service, OutlivesFailuresOfItsLoop) {
-  standin::system().faults["select"] = {10004};
-  standin::system().faults["accept"] = {10054};
-  standin::system().faults["send"] = {10054};
+  memory::system().faults["select"] = {10004};
+  memory::system().faults["accept"] = {10054};
+  memory::system().faults["send"] = {10054};
   const std::string request = "GET / HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n";
-  const auto unlucky = standin::connect_client({request});
-  const auto lucky = standin::connect_client({request});
+  const auto unlucky = memory::connect_client({request});
+  const auto lucky = memory::connect_client({request});
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(unlucky->from_service, "");
   EXPECT_TRUE(unlucky->closed);
@@ -531,25 +531,25 @@ TEST_F(Service, OutlivesFailuresOfItsLoop) {
 }
 
 TEST_F(Service, EndsWithTenWhenItsMachineCannotBeRead) {
-  standin::system().machine_trouble = "/machines/laptop.reg:7: a value without a key";
+  memory::system().machine_trouble = "/machines/laptop.reg:7: a value without a key";
   // Behind the options and in front of the pages: the page that is missing is not even looked for.
-  standin::system().files.clear();
+  memory::system().files.clear();
   EXPECT_EQ(run(), ExitCode::machine_unreadable);
   EXPECT_EQ(static_cast<int>(ExitCode::machine_unreadable), 10);
   EXPECT_EQ(error_out(), "Unable to read the machine /machines/laptop.reg:7: a value without a key\n");
   EXPECT_EQ(out(), "");
-  EXPECT_EQ(standin::system().log, Log({"stderr"}));
+  EXPECT_EQ(memory::system().log, Log({"stderr"}));
   expect_all_released();
 }
 
 TEST_F(Service, LooksAtItsOptionsBeforeItsMachine) {
-  standin::system().machine_trouble = "bad:1: worse";
+  memory::system().machine_trouble = "bad:1: worse";
   EXPECT_EQ(run({"--port", "0"}), ExitCode::bad_command_line);
   EXPECT_EQ(error_out().find("machine"), std::string::npos);
 }
 
 TEST_F(Service, NeedsNoMachineForTheSelfTest) {
-  standin::system().machine_trouble = "bad:1: worse";
+  memory::system().machine_trouble = "bad:1: worse";
   EXPECT_EQ(run({"--self-test"}), ExitCode::done);
   EXPECT_EQ(error_out(), "");
 }
@@ -568,14 +568,14 @@ std::string api_request(const std::string& method_and_target) {
 // Somebody signs in as soon as the service serves.
 void sign_in_by_poll() {
   answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t"})");
-  standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+  memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
 }
 
 TEST_F(Service, RemovesASessionFileInFrontOfItsBannersLastLine) {
-  standin::system().files[session_file].bytes = "{}";
+  memory::system().files[session_file].bytes = "{}";
   EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_FALSE(standin::system().files.contains(session_file));
-  const Log& log = standin::system().log;
+  EXPECT_FALSE(memory::system().files.contains(session_file));
+  const Log& log = memory::system().log;
   const Log start = {"listen", "SetConsoleCtrlHandler", "stdout", "DeleteFileW", "stdout", "select"};
   EXPECT_NE(std::search(log.begin(), log.end(), start.begin(), start.end()), log.end());
   EXPECT_EQ(calls_of("DeleteFileW"), 1);
@@ -583,16 +583,16 @@ TEST_F(Service, RemovesASessionFileInFrontOfItsBannersLastLine) {
 }
 
 TEST_F(Service, KeepsASessionFileThatItCannotRemoveOrWhereItCannotListen) {
-  standin::system().files[session_file].bytes = "{}";
-  standin::system().faults["DeleteFileW"] = {5};
+  memory::system().files[session_file].bytes = "{}";
+  memory::system().faults["DeleteFileW"] = {5};
   EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_TRUE(standin::system().files.contains(session_file));
+  EXPECT_TRUE(memory::system().files.contains(session_file));
   EXPECT_EQ(out(), default_banner);
   EXPECT_EQ(error_out(), "");
   stop_requested = false;
-  standin::system().faults["bind"] = {10048};
+  memory::system().faults["bind"] = {10048};
   EXPECT_EQ(run(), ExitCode::not_bound);
-  EXPECT_TRUE(standin::system().files.contains(session_file));
+  EXPECT_TRUE(memory::system().files.contains(session_file));
 }
 
 TEST_F(Service, GivesTheSessionBackAtTheEnd) {
@@ -608,15 +608,15 @@ TEST_F(Service, GivesTheSessionBackWhileItStillHasEverything) {
   sign_in_by_poll();
   HeldBackService held_back;
   held_back.let_go();
-  standin::system().on_idle = [] {
+  memory::system().on_idle = [] {
     stop_requested = true;
-    const std::lock_guard lock(standin::http_service().guard);
-    standin::http_service().holds_back = true;
+    const std::lock_guard lock(memory::http_service().guard);
+    memory::http_service().holds_back = true;
   };
   Log log;
   std::thread other([&] {
     // The service waits for the answer to its release meanwhile.
-    if (wait_until([] { return count_calls("WinHttpReceiveResponse") == 2; })) log = standin::system().log;
+    if (wait_until([] { return count_calls("WinHttpReceiveResponse") == 2; })) log = memory::system().log;
     held_back.let_go();
   });
   EXPECT_EQ(run(with_account), ExitCode::done);
@@ -624,9 +624,9 @@ TEST_F(Service, GivesTheSessionBackWhileItStillHasEverything) {
   const Log served = {"stdout", "select", "accept", "send", "shutdown", "closesocket", "select"};
   ASSERT_GE(log.size(), served.size());
   EXPECT_EQ(Log(log.end() - static_cast<std::ptrdiff_t>(served.size()), log.end()), served);
-  EXPECT_EQ(Log(standin::system().log.begin() + static_cast<std::ptrdiff_t>(log.size()),
-                standin::system().log.end()),
-            (Log{"closesocket", "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(
+      Log(memory::system().log.begin() + static_cast<std::ptrdiff_t>(log.size()), memory::system().log.end()),
+      (Log{"closesocket", "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
   EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
 }
 
@@ -640,14 +640,14 @@ TEST_F(Service, EndsAsEverWhereTheSessionCannotBeGivenBack) {
                                             }};
   for (const auto& make_trouble : troubles) {
     stop_requested = false;
-    standin::system().standard_output.clear();
+    memory::system().standard_output.clear();
     sign_in_by_poll();
     make_trouble();
     EXPECT_EQ(run(with_account), ExitCode::done);
     EXPECT_EQ(out(), default_banner);
     EXPECT_EQ(error_out(), "");
     expect_all_released();
-    standin::reset_http_service();
+    memory::reset_http_service();
   }
 }
 
@@ -656,7 +656,7 @@ TEST_F(Service, HasNothingToGiveBackWithoutASession) {
   EXPECT_TRUE(http_log().empty());
   stop_requested = false;
   sign_in_by_poll();
-  standin::connect_client({api_request("POST /api/v1/account/logout")});
+  memory::connect_client({api_request("POST /api/v1/account/logout")});
   EXPECT_EQ(run(with_account), ExitCode::done);
   EXPECT_EQ(take_requests(), (Requests{poll_request}));
 }
@@ -664,13 +664,13 @@ TEST_F(Service, HasNothingToGiveBackWithoutASession) {
 TEST_F(Service, GivesNothingBackThatAnotherDeviceHas) {
   answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t","session_check_seconds":1})");
   answer_next(200, R"({"active":false})");
-  standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+  memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
   // The clock stands still from the check on, so that no other one is due until its answer is seen.
   std::optional<std::int64_t> checked_ns;
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  standin::system().on_idle = [&] {
-    if (count_calls("WinHttpOpen") == 2 && !checked_ns) checked_ns = standin::system().now_ns;
-    if (checked_ns) standin::system().now_ns = *checked_ns;
+  memory::system().on_idle = [&] {
+    if (count_calls("WinHttpOpen") == 2 && !checked_ns) checked_ns = memory::system().now_ns;
+    if (checked_ns) memory::system().now_ns = *checked_ns;
     if (out() != default_banner || std::chrono::steady_clock::now() > limit) stop_requested = true;
   };
   EXPECT_EQ(run(with_account), ExitCode::done);
@@ -681,7 +681,7 @@ TEST_F(Service, GivesNothingBackThatAnotherDeviceHas) {
 }
 
 TEST_F(Service, GoesNowhereWithoutAnAccountService) {
-  const auto client = standin::connect_client({api_request("GET /api/v1/account/poll?state=s")});
+  const auto client = memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(client->from_service, expected_error("501 Not Implemented", "未配置账号服务"));
   EXPECT_TRUE(http_log().empty());

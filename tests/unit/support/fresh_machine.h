@@ -24,46 +24,46 @@ namespace velmora {
 class FreshMachine : public ::testing::Test {
  protected:
   void SetUp() override {
-    standin::reset();
-    standin::reset_http_service();
+    memory::reset();
+    memory::reset_http_service();
     stop_requested = false;
   }
   void TearDown() override {
     {
       // A session check that is still in flight would come to the next test's service.
-      const std::lock_guard lock(standin::http_service().guard);
-      EXPECT_TRUE(standin::http_service().open.empty());
+      const std::lock_guard lock(memory::http_service().guard);
+      EXPECT_TRUE(memory::http_service().open.empty());
     }
-    EXPECT_TRUE(standin::system().handles.empty());
-    EXPECT_TRUE(standin::system().state.open_keys.empty());
-    EXPECT_TRUE(standin::system().state.audio_objects.empty());
-    EXPECT_TRUE(standin::system().state.open_services.empty());
-    EXPECT_EQ(standin::system().com_started, 0);
-    EXPECT_EQ(standin::system().sockets_started, 0);
-    standin::reset();
+    EXPECT_TRUE(memory::system().handles.empty());
+    EXPECT_TRUE(memory::system().state.open_keys.empty());
+    EXPECT_TRUE(memory::system().state.audio_objects.empty());
+    EXPECT_TRUE(memory::system().state.open_services.empty());
+    EXPECT_EQ(memory::system().com_started, 0);
+    EXPECT_EQ(memory::system().sockets_started, 0);
+    memory::reset();
     stop_requested = false;
   }
 };
 
 // How often the machine was asked for an operation.
 inline std::ptrdiff_t calls_of(std::string_view operation) {
-  const auto& log = standin::system().log;
+  const auto& log = memory::system().log;
   return std::count(log.begin(), log.end(), operation);
 }
 
 // A connection that the service has accepted already.
 struct Accepted {
-  std::shared_ptr<standin::Connection> client;
+  std::shared_ptr<memory::Connection> client;
   Socket socket;
 };
 
 inline Accepted accept_client(std::deque<std::string> to_service) {
-  standin::Handle handle;
+  memory::Handle handle;
   handle.what = "socket";
-  handle.connection = std::make_shared<standin::Connection>();
+  handle.connection = std::make_shared<memory::Connection>();
   handle.connection->to_service = std::move(to_service);
   Accepted accepted{handle.connection, Socket()};
-  accepted.socket = Socket(standin::add_handle(std::move(handle)));
+  accepted.socket = Socket(memory::add_handle(std::move(handle)));
   return accepted;
 }
 

@@ -20,9 +20,9 @@ inline const std::string service_url = "https://account.example";
 
 // What the next request without an answer of its own gets.
 inline void answer_next(std::uint32_t status, std::string body) {
-  standin::HttpService& service = standin::http_service();
+  memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
-  standin::HttpReply reply;
+  memory::HttpReply reply;
   reply.status = status;
   reply.body = std::move(body);
   service.replies.push_back(std::move(reply));
@@ -30,13 +30,13 @@ inline void answer_next(std::uint32_t status, std::string body) {
 
 // The next calls of an operation fail; 0 lets one pass.
 inline void fail_next(const std::string& operation, std::deque<std::uint32_t> errors) {
-  standin::HttpService& service = standin::http_service();
+  memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
   service.faults[operation] = std::move(errors);
 }
 
 inline std::vector<std::string> http_log() {
-  standin::HttpService& service = standin::http_service();
+  memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
   return service.log;
 }
@@ -44,7 +44,7 @@ inline std::vector<std::string> http_log() {
 // The requests that were sent, since the last time that it was asked: "METHOD PATH BODY", with a blank at the
 // end where there is no body. Each went to `service_url` with the header line that its body wants.
 inline std::vector<std::string> take_requests() {
-  standin::HttpService& service = standin::http_service();
+  memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
   const std::string opened = "WinHttpOpenRequest ";
   const std::string secure = " secure";
@@ -82,7 +82,7 @@ class HeldBackService {
 
  private:
   static void set(bool holds_back) {
-    standin::HttpService& service = standin::http_service();
+    memory::HttpService& service = memory::http_service();
     const std::lock_guard lock(service.guard);
     service.holds_back = holds_back;
     service.answered.notify_all();

@@ -17,7 +17,7 @@ namespace velmora::status_machine {
 
 inline void put_registry_value(const std::string& path, std::string_view name, std::uint32_t type,
                                const std::string& bytes) {
-  endpoint::put(endpoint::key_at(standin::system().state.registry, path), name, endpoint::Value{type, bytes});
+  endpoint::put(endpoint::key_at(memory::system().state.registry, path), name, endpoint::Value{type, bytes});
 }
 inline void put_text(const std::string& path, std::string_view name, std::string_view text) {
   put_registry_value(path, name, endpoint::type_sz, endpoint::text_bytes(text));
@@ -37,7 +37,7 @@ inline void set_up() {
   put_number(own_path, "Muted", 1);
   put_text("SOFTWARE\\Classes\\CLSID\\{631D9145-CACF-44D7-861B-5D82ADD8C84F}\\InprocServer32", "", library);
   put_number("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio", "DisableProtectedAudioDG", 1);
-  standin::System& machine = standin::system();
+  memory::System& machine = memory::system();
   machine.elevated = true;
   for (const char* file : {"velmora_windows_apo.dll", "fse.dll", "model_weights.bin"}) {
     machine.files[directory + file].kind = FileKind::regular;
@@ -192,7 +192,7 @@ class StatusMachine : public FreshMachine {
     std::string message;
     ASSERT_TRUE(bridge_.create(u"Local\\status", message)) << message;
     fill(bridge_);
-    standin::system().log.clear();
+    memory::system().log.clear();
   }
 
   ControlBridge bridge_;

@@ -172,40 +172,40 @@ inline std::string record_path(const std::string& endpoint_guid = guid) {
   return records_path() + "\\" + endpoint_guid;
 }
 
-inline standin::TreeKey& key_at(standin::RegistryTree& tree, const std::string& path) {
-  return standin::make_key(tree, widen("HKEY_LOCAL_MACHINE\\" + path));
+inline hosted::TreeKey& key_at(hosted::RegistryTree& tree, const std::string& path) {
+  return hosted::make_key(tree, widen("HKEY_LOCAL_MACHINE\\" + path));
 }
 
-inline void put(standin::TreeKey& key, std::string_view name, const std::optional<Value>& value) {
-  if (value) standin::put_value(key, widen(name), value->type, value->bytes);
+inline void put(hosted::TreeKey& key, std::string_view name, const std::optional<Value>& value) {
+  if (value) hosted::put_value(key, widen(name), value->type, value->bytes);
 }
 
 // What lies around the endpoint's values and has to stay as it is: values and keys beside and below them
 // under the very same names, and another endpoint.
-inline void put_surroundings(standin::RegistryTree& tree) {
+inline void put_surroundings(hosted::RegistryTree& tree) {
   const Value list{type_multi_sz, list_bytes(spell("A x"))};
   const Value text{type_sz, text_bytes(spell_one("L"))};
   for (const std::string& path :
        {render_path(guid), fx_path() + "\\Deeper", fx_path(other_guid),
         "SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Capture\\" + std::string(guid) +
             "\\FxProperties"}) {
-    standin::TreeKey& key = key_at(tree, path);
+    hosted::TreeKey& key = key_at(tree, path);
     put(key, chain_name, list);
     put(key, slot_name, text);
     put(key, modes_name, list);
     put(key, offload_name, list);
   }
-  standin::TreeKey& key = key_at(tree, fx_path());
+  hosted::TreeKey& key = key_at(tree, fx_path());
   put(key, "", text);
   put(key, "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},13", list);
   put(key, "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},5", text);
   put(key, "{d3993a3f-99c2-4402-b5ec-a92a0367664b},5", list);
 }
 
-inline standin::RegistryTree tree_of(const Stored& all) {
-  standin::RegistryTree tree;
+inline hosted::RegistryTree tree_of(const Stored& all) {
+  hosted::RegistryTree tree;
   put_surroundings(tree);
-  standin::TreeKey& key = key_at(tree, fx_path());
+  hosted::TreeKey& key = key_at(tree, fx_path());
   put(key, chain_name, all.chain);
   put(key, slot_name, all.slot);
   put(key, modes_name, all.modes);
@@ -214,7 +214,7 @@ inline standin::RegistryTree tree_of(const Stored& all) {
   if (all.another_record)
     put(key_at(tree, record_path(other_guid)), "AddedModeList", Value{4, number_bytes(1, 4)});
   if (all.record_key) {
-    standin::TreeKey& record = key_at(tree, record_path());
+    hosted::TreeKey& record = key_at(tree, record_path());
     put(record, "AddedModeList", all.added);
     put(record, "MigratedLegacyModeEffect", all.moved);
   }
@@ -222,7 +222,7 @@ inline standin::RegistryTree tree_of(const Stored& all) {
 }
 
 // One line for each key and each value, in an order that does not depend on the tree's.
-inline void append_lines(const standin::TreeKey& key, const std::string& path,
+inline void append_lines(const hosted::TreeKey& key, const std::string& path,
                          std::vector<std::string>& lines) {
   lines.push_back(path);
   const auto narrow = [](std::u16string_view text) {
@@ -230,7 +230,7 @@ inline void append_lines(const standin::TreeKey& key, const std::string& path,
     for (const char16_t unit : text) bytes.push_back(static_cast<char>(unit));
     return bytes;
   };
-  for (const standin::TreeValue& value : key.values) {
+  for (const hosted::TreeValue& value : key.values) {
     std::string line = path + "\\ \"" + narrow(value.name) + "\" " + std::to_string(value.type) + " ";
     constexpr char digits[] = "0123456789abcdef";
     for (std::size_t index = 0; index < value.bytes.size(); ++index) {
@@ -246,10 +246,10 @@ inline void append_lines(const standin::TreeKey& key, const std::string& path,
     }
     lines.push_back(std::move(line));
   }
-  for (const standin::TreeKey& below : key.keys) append_lines(below, path + "\\" + narrow(below.name), lines);
+  for (const hosted::TreeKey& below : key.keys) append_lines(below, path + "\\" + narrow(below.name), lines);
 }
 
-inline std::vector<std::string> lines_of(const standin::RegistryTree& tree) {
+inline std::vector<std::string> lines_of(const hosted::RegistryTree& tree) {
   std::vector<std::string> lines;
   append_lines(tree, "", lines);
   std::sort(lines.begin(), lines.end());
@@ -257,10 +257,10 @@ inline std::vector<std::string> lines_of(const standin::RegistryTree& tree) {
 }
 
 inline std::vector<std::string> lines_of(const Stored& all) { return lines_of(tree_of(all)); }
-inline std::vector<std::string> present_lines() { return lines_of(standin::system().state.registry); }
+inline std::vector<std::string> present_lines() { return lines_of(memory::system().state.registry); }
 
 // Sets the machine's registry to what the words tell; log and faults stay.
-inline void set_up(const Stored& all) { standin::system().state.registry = tree_of(all); }
+inline void set_up(const Stored& all) { memory::system().state.registry = tree_of(all); }
 inline void set_up(const Words& words) { set_up(stored(words)); }
 
 // What the registry has to look like. The key above the records stays once it is there.
@@ -297,7 +297,7 @@ inline std::vector<std::string> calls() {
     short_words["RegDeleteValueW " + name] = "delete " + word;
   }
   std::vector<std::string> shortened;
-  for (const std::string& entry : standin::system().log) {
+  for (const std::string& entry : memory::system().log) {
     const auto found = short_words.find(entry);
     shortened.push_back(found == short_words.end() ? entry : found->second);
   }

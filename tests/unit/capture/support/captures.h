@@ -41,7 +41,7 @@ inline std::string capture_path(std::size_t index) {
   return "captures/" + std::string(names_of_captures[index]);
 }
 
-inline standin::File& capture_file(std::size_t index) { return standin::system().files[capture_path(index)]; }
+inline memory::File& capture_file(std::size_t index) { return memory::system().files[capture_path(index)]; }
 
 // Puts the four files into the directory `captures`.
 inline void put_captures(const Captures& captures) {

@@ -46,17 +46,17 @@ inline std::u16string devices_path(EndpointFlow flow) {
 }
 inline constexpr std::u16string_view own_path = u"HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Audio";
 
-inline standin::TreeKey& key_of(const std::u16string& path) {
-  return standin::make_key(standin::system().state.registry, path);
+inline hosted::TreeKey& key_of(const std::u16string& path) {
+  return hosted::make_key(memory::system().state.registry, path);
 }
-inline standin::TreeKey& own_key_of(std::u16string_view id) {
+inline hosted::TreeKey& own_key_of(std::u16string_view id) {
   return key_of(std::u16string(own_path).append(u"\\").append(id));
 }
-inline void put_text(standin::TreeKey& key, std::u16string_view name, std::u16string_view text) {
-  standin::put_value(key, name, 1, endpoint::unit_bytes(std::u16string(text) + u'\0'));
+inline void put_text(hosted::TreeKey& key, std::u16string_view name, std::u16string_view text) {
+  hosted::put_value(key, name, 1, endpoint::unit_bytes(std::u16string(text) + u'\0'));
 }
-inline void put_number(standin::TreeKey& key, std::u16string_view name, std::uint32_t number) {
-  standin::put_value(key, name, 4, endpoint::number_bytes(number, 4));
+inline void put_number(hosted::TreeKey& key, std::u16string_view name, std::uint32_t number) {
+  hosted::put_value(key, name, 4, endpoint::number_bytes(number, 4));
 }
 
 inline void put_default(EndpointFlow flow, std::u16string_view id) {
@@ -66,25 +66,24 @@ inline void put_default(EndpointFlow flow, std::u16string_view id) {
 
 // Behind the endpoints that there are.
 inline void put_endpoint(const Endpoint& endpoint) {
-  standin::TreeKey device;
+  hosted::TreeKey device;
   device.name = endpoint.key;
   put_number(device, u"DeviceState", endpoint.active ? 1 : 4);
   if (endpoint.name) {
-    put_text(standin::make_key(device, u"Properties"), u"{a45c254e-df1c-4efd-8020-67d146a850e0},14",
+    put_text(hosted::make_key(device, u"Properties"), u"{a45c254e-df1c-4efd-8020-67d146a850e0},14",
              *endpoint.name);
   }
   if (endpoint.bound) {
-    standin::put_value(standin::make_key(device, u"FxProperties"),
-                       u"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14", 7,
-                       endpoint::list_bytes({"{631D9145-CACF-44D7-861B-5D82ADD8C84F}"}));
+    hosted::put_value(hosted::make_key(device, u"FxProperties"), u"{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14",
+                      7, endpoint::list_bytes({"{631D9145-CACF-44D7-861B-5D82ADD8C84F}"}));
   }
   key_of(devices_path(endpoint.flow)).keys.push_back(std::move(device));
 
-  standin::TreeKey& own = own_key_of(id_of(endpoint));
+  hosted::TreeKey& own = own_key_of(id_of(endpoint));
   put_text(own, u"Peak", endpoint::widen(endpoint.peak));
-  standin::TreeKey& sessions = standin::make_key(own, u"Sessions");
+  hosted::TreeKey& sessions = hosted::make_key(own, u"Sessions");
   for (const AudioSession& session : endpoint.sessions) {
-    standin::TreeKey kept;
+    hosted::TreeKey kept;
     kept.name = endpoint::widen(std::to_string(sessions.keys.size()));
     put_number(kept, u"State", static_cast<std::uint32_t>(session.state));
     put_number(kept, u"ProcessId", session.process_id);
@@ -96,12 +95,12 @@ inline void set_active(const Endpoint& endpoint, bool active) {
   put_number(key_of(devices_path(endpoint.flow) + u"\\" + endpoint.key), u"DeviceState", active ? 1 : 4);
 }
 inline void remove_endpoint(const Endpoint& endpoint) {
-  standin::remove_key(standin::system().state.registry, devices_path(endpoint.flow) + u"\\" + endpoint.key);
+  hosted::remove_key(memory::system().state.registry, devices_path(endpoint.flow) + u"\\" + endpoint.key);
 }
 
 // Volume and mute as the machine keeps them; empty text and no value where they have never been set.
 inline std::string volume_text(std::u16string_view id) {
-  const standin::TreeValue* value = standin::find_value(own_key_of(id), u"Volume");
+  const hosted::TreeValue* value = hosted::find_value(own_key_of(id), u"Volume");
   std::string text;
   for (std::size_t index = 0; value != nullptr && index + 2 < value->bytes.size(); index += 2) {
     text += value->bytes[index];
@@ -109,7 +108,7 @@ inline std::string volume_text(std::u16string_view id) {
   return text;
 }
 inline std::optional<bool> mute_value(std::u16string_view id) {
-  const standin::TreeValue* value = standin::find_value(own_key_of(id), u"Muted");
+  const hosted::TreeValue* value = hosted::find_value(own_key_of(id), u"Muted");
   if (value == nullptr) return std::nullopt;
   return value->bytes != std::string(4, '\0');
 }
@@ -141,12 +140,12 @@ inline void put_usual_machine() {
   for (const Endpoint& endpoint : {speakers, headphones, microphone, line_in}) put_endpoint(endpoint);
   put_default(EndpointFlow::render, headphones_id);
   put_default(EndpointFlow::capture, microphone_id);
-  standin::system().process_paths = {{100, u"C:\\Programs\\player.exe"}, {300, u"D:\\recorder.exe"}};
+  memory::system().process_paths = {{100, u"C:\\Programs\\player.exe"}, {300, u"D:\\recorder.exe"}};
 }
 
 // A machine like it, with a new log and no faults.
 inline void renew_usual_machine() {
-  standin::reset();
+  memory::reset();
   put_usual_machine();
 }
 

@@ -30,7 +30,7 @@ inline std::string installed_path(const std::string& name) {
 
 // Installs a service that starts by itself and needs others.
 inline void install(const std::string& name, const std::vector<std::string>& needs = {}) {
-  standin::TreeKey& key = endpoint::key_at(standin::system().state.registry, installed_path(name));
+  hosted::TreeKey& key = endpoint::key_at(memory::system().state.registry, installed_path(name));
   endpoint::put(key, "Start", endpoint::Value{endpoint::type_dword, endpoint::number_bytes(2, 4)});
   endpoint::put(key, "DependOnService",
                 endpoint::Value{endpoint::type_multi_sz, endpoint::list_bytes(needs)});
@@ -38,31 +38,31 @@ inline void install(const std::string& name, const std::vector<std::string>& nee
 
 // How a service behaves: "StopMs", "StartMs", "StopError", "StartError", "State".
 inline void behave(const std::string& name, std::string_view what, std::uint32_t number) {
-  standin::TreeKey& key =
-      endpoint::key_at(standin::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Services\\" + name);
+  hosted::TreeKey& key =
+      endpoint::key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Services\\" + name);
   endpoint::put(key, what, endpoint::Value{endpoint::type_dword, endpoint::number_bytes(number, 4)});
 }
 
 // Grants no more than this access to the service's key: with 0x20019 it may only be looked at.
 inline void grant(const std::string& name, std::uint32_t access) {
-  standin::TreeKey& key =
-      endpoint::key_at(standin::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access");
+  hosted::TreeKey& key =
+      endpoint::key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access");
   endpoint::put(key, installed_path(name),
                 endpoint::Value{endpoint::type_dword, endpoint::number_bytes(access, 4)});
 }
 
 inline void uninstall(const std::string& name) {
-  standin::remove_key(standin::system().state.registry,
-                      endpoint::widen("HKEY_LOCAL_MACHINE\\" + installed_path(name)));
+  hosted::remove_key(memory::system().state.registry,
+                     endpoint::widen("HKEY_LOCAL_MACHINE\\" + installed_path(name)));
 }
 
 // From now on the service is in this state. `name` in lower case.
 inline void set_state(std::u16string_view name, std::uint32_t state) {
-  standin::system().state.services[std::u16string(name)] = {state, state, 0};
+  memory::system().state.services[std::u16string(name)] = {state, state, 0};
 }
 // 0 while nobody has asked for the service.
 inline std::uint32_t state_of(std::u16string_view name) {
-  const auto& all = standin::system().state.services;
+  const auto& all = memory::system().state.services;
   const auto found = all.find(std::u16string(name));
   return found == all.end() ? 0 : found->second.state;
 }
@@ -79,7 +79,7 @@ inline void put_usual_services() {
 
 // A machine like it, with a new log and no faults.
 inline void renew_usual_services() {
-  standin::reset();
+  memory::reset();
   put_usual_services();
 }
 
@@ -94,7 +94,7 @@ inline bool is_of_services(std::string_view entry) {
 
 // What the machine was asked for about services.
 inline Log service_calls() {
-  Log calls = standin::system().log;
+  Log calls = memory::system().log;
   std::erase_if(calls, [](const std::string& entry) { return !is_of_services(entry); });
   return calls;
 }
