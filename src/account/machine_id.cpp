@@ -1,5 +1,6 @@
 #include "account/machine_id.h"
 
+#include "base/hex.h"
 #include "base/sha256.h"
 #include "platform/machine.h"
 
@@ -12,13 +13,9 @@ constexpr std::string_view label = "velmora machine 1\n";
 }  // namespace
 
 std::string machine_id_of(const std::string& identifier, const std::string& name) {
-  constexpr std::string_view digits = "0123456789abcdef";
   const std::string origin = identifier.empty() ? "name:" + name : "id:" + identifier;
   std::string text;
-  for (const unsigned char byte : sha256(std::string(label) + origin)) {
-    text += digits[byte >> 4];
-    text += digits[byte & 0xF];
-  }
+  for (const unsigned char byte : sha256(std::string(label) + origin)) append_hex(text, byte);
   return text;
 }
 

@@ -2,17 +2,9 @@
 
 #include <cstddef>
 
+#include "base/hex.h"
+
 namespace velmora {
-namespace {
-
-int hex_value(char byte) {
-  if (byte >= '0' && byte <= '9') return byte - '0';
-  if (byte >= 'a' && byte <= 'f') return byte - 'a' + 10;
-  if (byte >= 'A' && byte <= 'F') return byte - 'A' + 10;
-  return -1;
-}
-
-}  // namespace
 
 std::string_view trim(std::string_view text) {
   while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
@@ -24,9 +16,7 @@ std::string trim_copy(std::string_view text) { return std::string(trim(text)); }
 
 std::string to_lower_copy(std::string_view text) {
   std::string out(text);
-  for (char& byte : out) {
-    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
-  }
+  for (char& byte : out) byte = ascii_lower(byte);
   return out;
 }
 
@@ -39,8 +29,8 @@ std::string url_decode(std::string_view text) {
       continue;
     }
     if (text[index] == '%' && text.size() - index > 2) {
-      const int high = hex_value(text[index + 1]);
-      const int low = hex_value(text[index + 2]);
+      const int high = hex_digit_value(text[index + 1]);
+      const int low = hex_digit_value(text[index + 2]);
       if (high >= 0 && low >= 0) {
         out += static_cast<char>(high * 16 + low);
         index += 2;

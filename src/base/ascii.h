@@ -1,10 +1,37 @@
-// Byte strings that are compared, trimmed and decoded as ASCII. Pure: no locale.
+// ASCII text: letter case, white space, percent-decoding. Pure: no locale. Every other byte or UTF-16 unit is
+// left unchanged.
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
 namespace velmora {
+
+template <typename Unit>
+[[nodiscard]] constexpr bool is_ascii_letter(Unit unit) {
+  return (unit >= Unit{'a'} && unit <= Unit{'z'}) || (unit >= Unit{'A'} && unit <= Unit{'Z'});
+}
+
+template <typename Unit>
+[[nodiscard]] constexpr Unit ascii_lower(Unit unit) {
+  return unit >= Unit{'A'} && unit <= Unit{'Z'} ? static_cast<Unit>(unit - 'A' + 'a') : unit;
+}
+
+template <typename Unit>
+[[nodiscard]] constexpr Unit ascii_upper(Unit unit) {
+  return unit >= Unit{'a'} && unit <= Unit{'z'} ? static_cast<Unit>(unit - 'a' + 'A') : unit;
+}
+
+// Equality that ignores the case of ASCII letters (_wcsicmp in the C locale).
+[[nodiscard]] constexpr bool equal_ignoring_case(std::string_view left, std::string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char a, char b) { return ascii_lower(a) == ascii_lower(b); });
+}
+[[nodiscard]] constexpr bool equal_ignoring_case(std::u16string_view left, std::u16string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char16_t a, char16_t b) { return ascii_lower(a) == ascii_lower(b); });
+}
 
 // The C `isspace` in the C locale: blank, \t, \n, \v, \f, \r.
 [[nodiscard]] constexpr bool is_space(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }

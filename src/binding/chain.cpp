@@ -2,16 +2,13 @@
 
 #include <algorithm>
 
+#include "base/ascii.h"
+#include "base/hex.h"
+
 namespace velmora {
 namespace {
 
 constexpr std::size_t guid_bytes = 38;
-
-bool is_hexadecimal(char byte) {
-  return (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'f') || (byte >= 'A' && byte <= 'F');
-}
-
-char upper(char byte) { return byte >= 'a' && byte <= 'z' ? static_cast<char>(byte - 'a' + 'A') : byte; }
 
 }  // namespace
 
@@ -19,7 +16,7 @@ bool is_endpoint_guid(std::string_view text) {
   if (text.size() != guid_bytes || text.front() != '{' || text.back() != '}') return false;
   for (std::size_t index = 1; index < guid_bytes - 1; ++index) {
     const bool is_dash_place = index == 9 || index == 14 || index == 19 || index == 24;
-    if (is_dash_place ? text[index] != '-' : !is_hexadecimal(text[index])) return false;
+    if (is_dash_place ? text[index] != '-' : hex_digit_value(text[index]) < 0) return false;
   }
   return true;
 }
@@ -33,8 +30,7 @@ bool endpoint_guid_from_id(std::string_view id, std::string& guid) {
 }
 
 bool same_effect_id(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return upper(a) == upper(b); });
+  return equal_ignoring_case(left, right);
 }
 
 bool chain_contains(const Chain& chain, std::string_view id) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/ascii.h"
 #include "platform/clock.h"
 
 namespace velmora {
@@ -12,8 +13,8 @@ constexpr int creator_rounds = 100;
 constexpr std::uint32_t creator_pause_ms = 1;
 
 bool name_unit_allowed(char16_t unit) {
-  return (unit >= u'a' && unit <= u'z') || (unit >= u'A' && unit <= u'Z') || (unit >= u'0' && unit <= u'9') ||
-         unit == u'.' || unit == u'-' || unit == u'_';
+  return is_ascii_letter(unit) || (unit >= u'0' && unit <= u'9') || unit == u'.' || unit == u'-' ||
+         unit == u'_';
 }
 
 std::string call_failed(std::string_view call, std::uint32_t error) {

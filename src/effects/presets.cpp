@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "base/ascii.h"
 #include "base/text.h"
 #include "capture/capture_directory.h"
 #include "capture/preset_directory.h"
@@ -19,9 +20,8 @@ constexpr std::string_view extension = ".json";
 constexpr std::size_t longest_name_bytes = 64;
 
 bool may_stand_in_name(char byte) {
-  const bool letter = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z');
   const bool digit = byte >= '0' && byte <= '9';
-  return letter || digit || byte == ' ' || byte == '-' || byte == '_' ||
+  return is_ascii_letter(byte) || digit || byte == ' ' || byte == '-' || byte == '_' ||
          static_cast<unsigned char>(byte) >= 0x80;
 }
 

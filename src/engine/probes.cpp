@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "base/ascii.h"
 #include "base/status.h"
 #include "base/text.h"
 #include "binding/binding.h"
@@ -17,16 +18,6 @@ namespace {
 constexpr std::u16string_view engine_name = u"audiodg.exe";
 constexpr std::u16string_view effect_name = u"velmora_windows_apo.dll";
 constexpr std::u16string_view algorithm_name = u"fse.dll";
-
-char16_t lower(char16_t unit) {
-  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
-}
-
-// Equal but for the case of ASCII letters (_wcsicmp in the C locale).
-bool same_file_name(std::u16string_view left, std::u16string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char16_t a, char16_t b) { return lower(a) == lower(b); });
-}
 
 // The library that is registered for the effect's class; false when none is.
 bool read_registered_path(std::u16string& path) {
@@ -52,7 +43,7 @@ bool find_engine(std::uint32_t& process_id, std::uint32_t& error) {
   if (error != 0) return false;
   ProcessEntry process;
   for (bool more = first_process(processes, process); more; more = next_process(processes, process)) {
-    if (!same_file_name(process.file_name, engine_name)) continue;
+    if (!equal_ignoring_case(process.file_name, engine_name)) continue;
     process_id = process.process_id;
     return true;
   }
@@ -60,10 +51,10 @@ bool find_engine(std::uint32_t& process_id, std::uint32_t& error) {
 }
 
 void note_module(const ModuleEntry& module, AudioEngineState& state) {
-  if (same_file_name(module.name, effect_name)) {
+  if (equal_ignoring_case(module.name, effect_name)) {
     state.apo_loaded = true;
     state.apo_module_path = ascii_from_wide(module.path);
-  } else if (same_file_name(module.name, algorithm_name)) {
+  } else if (equal_ignoring_case(module.name, algorithm_name)) {
     state.algorithm_loaded = true;
   }
 }

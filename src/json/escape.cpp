@@ -1,9 +1,9 @@
 #include "json/escape.h"
 
+#include "base/hex.h"
+
 namespace velmora {
 namespace {
-
-constexpr std::string_view lower_hex_digits = "0123456789abcdef";
 
 void append_json_escaped(std::string& out, char byte) {
   const auto value = static_cast<unsigned char>(byte);
@@ -22,8 +22,7 @@ void append_json_escaped(std::string& out, char byte) {
     return;
   }
   out += "\\u00";
-  out += lower_hex_digits[value >> 4];
-  out += lower_hex_digits[value & 0xF];
+  append_hex(out, value);
 }
 
 }  // namespace

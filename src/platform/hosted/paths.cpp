@@ -2,6 +2,7 @@
 // writes them alike on every system.
 #include "platform/hosted/paths.h"
 
+#include "base/ascii.h"
 #include "platform/files.h"
 
 namespace velmora {
@@ -14,9 +15,7 @@ std::size_t last_separator(std::string_view path) {
 }  // namespace
 
 bool has_drive(std::string_view path) {
-  const bool letter =
-      !path.empty() && ((path[0] >= 'a' && path[0] <= 'z') || (path[0] >= 'A' && path[0] <= 'Z'));
-  return letter && path.substr(1).starts_with(":\\");
+  return !path.empty() && is_ascii_letter(path[0]) && path.substr(1).starts_with(":\\");
 }
 
 std::string join_path(std::string_view directory, std::string_view name) {

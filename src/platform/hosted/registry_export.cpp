@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "base/hex.h"
 #include "base/text.h"
 
 namespace velmora::hosted {
@@ -17,7 +18,6 @@ constexpr std::array<std::u16string_view, 5> roots = {
     u"HKEY_LOCAL_MACHINE", u"HKEY_CURRENT_USER", u"HKEY_CLASSES_ROOT", u"HKEY_USERS", u"HKEY_CURRENT_CONFIG",
 };
 constexpr std::u16string_view line_ends = u"\r\n";
-constexpr std::u16string_view hexadecimal_digits = u"0123456789abcdefABCDEF";
 
 // winnt.h
 constexpr std::uint32_t reg_sz = 1;
@@ -114,12 +114,12 @@ Trouble read_quoted(Reader& reader, std::u16string& text) {
 
 // The number of hexadecimal digits that come next, if they are `fewest` to `most` and no more follow.
 std::optional<std::uint32_t> take_number(Reader& reader, std::size_t fewest, std::size_t most) {
-  const std::size_t count = std::min(reader.rest.find_first_not_of(hexadecimal_digits), reader.rest.size());
+  std::size_t count = 0;
+  while (count < reader.rest.size() && hex_digit_value(reader.rest[count]) >= 0) ++count;
   if (count < fewest || count > most) return std::nullopt;
   std::uint32_t number = 0;
   for (const char16_t digit : reader.rest.substr(0, count)) {
-    const std::size_t place = hexadecimal_digits.find(digit);
-    number = number << 4 | static_cast<std::uint32_t>(place < 16 ? place : place - 6);
+    number = number << 4 | static_cast<std::uint32_t>(hex_digit_value(digit));
   }
   reader.rest.remove_prefix(count);
   return number;

@@ -4,18 +4,15 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/ascii.h"
 #include "platform/registry.h"
 
 namespace velmora::hosted {
 namespace {
 
-char16_t upper(char16_t unit) {
-  return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - u'a' + u'A') : unit;
-}
-
 bool sorts_before(std::u16string_view left, std::u16string_view right) {
   return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
-                                      [](char16_t a, char16_t b) { return upper(a) < upper(b); });
+                                      [](char16_t a, char16_t b) { return ascii_upper(a) < ascii_upper(b); });
 }
 
 // The one of this name in a list of keys or values. An export comes in the order of the tree, so the last one
@@ -65,9 +62,7 @@ TreeKey& make_child(TreeKey& parent, std::u16string_view name, KeyPlace place, b
 }  // namespace
 
 bool same_name(std::u16string_view left, std::u16string_view right) {
-  return left.size() == right.size() &&
-         std::equal(left.begin(), left.end(), right.begin(),
-                    [](char16_t a, char16_t b) { return upper(a) == upper(b); });
+  return equal_ignoring_case(left, right);
 }
 
 TreeKey* find_key(TreeKey& from, std::u16string_view path) { return find_below(from, path); }

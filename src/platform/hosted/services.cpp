@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "base/ascii.h"
 #include "platform/clock.h"
 #include "platform/hosted/machine_state.h"
 #include "platform/registry.h"
@@ -58,9 +59,7 @@ std::uint32_t first_state(std::u16string_view name) {
 
 std::u16string lower_case(std::u16string_view name) {
   std::u16string lower(name);
-  for (char16_t& unit : lower) {
-    if (unit >= u'A' && unit <= u'Z') unit = static_cast<char16_t>(unit - u'A' + u'a');
-  }
+  for (char16_t& unit : lower) unit = ascii_lower(unit);
   return lower;
 }
 

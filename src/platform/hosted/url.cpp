@@ -1,6 +1,7 @@
 // Splitting a URL as WinHttpCrackUrl does it: nothing is decoded, encoded or normalised.
 #include <optional>
 
+#include "base/ascii.h"
 #include "platform/http_exchange.h"
 
 namespace velmora {
@@ -8,16 +9,6 @@ namespace {
 
 constexpr std::uint16_t http_port = 80;
 constexpr std::uint16_t https_port = 443;
-
-bool same_scheme(std::u16string_view text, std::u16string_view scheme) {
-  if (text.size() != scheme.size()) return false;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    const char16_t unit = text[index];
-    const char16_t lower = unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit - u'A' + u'a') : unit;
-    if (lower != scheme[index]) return false;
-  }
-  return true;
-}
 
 std::optional<std::uint16_t> read_port(std::u16string_view digits) {
   std::uint32_t port = 0;
@@ -35,8 +26,8 @@ bool split_url(std::u16string_view url, UrlParts& out) {
   const std::size_t colon = url.find(u"://");
   if (colon == std::u16string_view::npos) return false;
   UrlParts parts;
-  parts.secure = same_scheme(url.substr(0, colon), u"https");
-  if (!parts.secure && !same_scheme(url.substr(0, colon), u"http")) return false;
+  parts.secure = equal_ignoring_case(url.substr(0, colon), u"https");
+  if (!parts.secure && !equal_ignoring_case(url.substr(0, colon), u"http")) return false;
   url.remove_prefix(colon + 3);
   const std::size_t path = url.find_first_of(u"/?#");
   std::u16string_view authority = url.substr(0, path);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "base/ascii.h"
 #include "platform/hosted/paths.h"
 
 namespace velmora {
@@ -28,7 +29,7 @@ std::string native_path(std::string_view path) {
   if (!has_drive(path)) return std::string(path);
   std::string below(path.substr(2));
   std::replace(below.begin(), below.end(), '\\', '/');
-  const char letter = static_cast<char>(path[0] | 0x20);
+  const char letter = ascii_lower(path[0]);
   return drives_directory().append("/").append(1, letter).append(below);
 }
 

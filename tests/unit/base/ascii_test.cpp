@@ -2,12 +2,55 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "unit/support/fresh_machine.h"
 
 namespace velmora {
 namespace {
 
 using namespace std::string_literals;
+
+constexpr std::string_view lower_letters = "abcdefghijklmnopqrstuvwxyz";
+constexpr std::string_view upper_letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherByte) {
+  for (int value = 0; value < 256; ++value) {
+    SCOPED_TRACE(value);
+    const char byte = static_cast<char>(value);
+    const std::size_t lower = lower_letters.find(byte);
+    const std::size_t upper = upper_letters.find(byte);
+    EXPECT_EQ(ascii_lower(byte), upper == std::string_view::npos ? byte : lower_letters[upper]);
+    EXPECT_EQ(ascii_upper(byte), lower == std::string_view::npos ? byte : upper_letters[lower]);
+    EXPECT_EQ(is_ascii_letter(byte), lower != upper);
+  }
+}
+
+TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherUnit) {
+  for (int value = 0; value < 0x10000; ++value) {
+    SCOPED_TRACE(value);
+    const char16_t unit = static_cast<char16_t>(value);
+    const char byte = value < 0x80 ? static_cast<char>(value) : '\0';
+    EXPECT_EQ(ascii_lower(unit), byte == '\0' ? unit : static_cast<char16_t>(ascii_lower(byte)));
+    EXPECT_EQ(ascii_upper(unit), byte == '\0' ? unit : static_cast<char16_t>(ascii_upper(byte)));
+    EXPECT_EQ(is_ascii_letter(unit), is_ascii_letter(byte));
+  }
+}
+
+TEST(Ascii, ComparesTextsButForTheCaseOfLetters) {
+  EXPECT_TRUE(equal_ignoring_case("", ""));
+  EXPECT_TRUE(equal_ignoring_case("AudioDG.exe_1", "audiodg.EXE_1"));
+  EXPECT_FALSE(equal_ignoring_case("a", ""));
+  EXPECT_FALSE(equal_ignoring_case("", "a"));
+  EXPECT_FALSE(equal_ignoring_case("ab", "abc"));
+  EXPECT_FALSE(equal_ignoring_case("[", "{"));
+  EXPECT_FALSE(equal_ignoring_case("@", "`"));
+  EXPECT_FALSE(equal_ignoring_case("\xC3\x84", "\xC3\xA4"));
+  EXPECT_TRUE(equal_ignoring_case(u"AudioDG.exe_1", u"audiodg.EXE_1"));
+  EXPECT_FALSE(equal_ignoring_case(u"ab", u"abc"));
+  EXPECT_FALSE(equal_ignoring_case(u"[", u"{"));
+  EXPECT_FALSE(equal_ignoring_case(u"\u00C4", u"\u00E4"));
+}
 
 TEST(Ascii, CountsSixBytesAsWhiteSpaceAndNoOther) {
   const std::string_view white = " \t\n\v\f\r";
