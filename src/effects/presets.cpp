@@ -1,7 +1,6 @@
 #include "effects/presets.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <vector>
 
@@ -66,16 +65,9 @@ std::string list_presets(std::string_view directory) {
 
 std::string read_preset(std::string_view directory, std::string_view name) {
   const std::string path = path_of(directory, name);
-  InputFile file;
-  if (query_file_kind(path) != FileKind::regular || open_for_reading(path, file) != 0) return {};
   std::string bytes;
-  std::array<char, 4096> piece;
-  for (;;) {
-    const FileRead read = read_file_piece(file, piece.data(), piece.size());
-    if (read.error != 0) return {};
-    if (read.count == 0) return bytes;
-    bytes.append(piece.data(), read.count);
-  }
+  if (query_file_kind(path) != FileKind::regular || read_whole_file(path, bytes) != 0) return {};
+  return bytes;
 }
 
 bool write_preset(std::string_view directory, std::string_view name, const EqSettings& settings) {

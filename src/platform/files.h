@@ -52,6 +52,10 @@ struct FileRead {
 // Reads up to `capacity` bytes from the file's present position.
 [[nodiscard]] FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capacity);
 
+// All bytes of an existing file. `bytes` is empty when there is an error, whether of the opening or of a
+// read. Do not call it for a pipe or a device, which may have no end.
+[[nodiscard]] std::uint32_t read_whole_file(std::string_view path, std::string& bytes);
+
 // Makes the file, or empties it, and writes all bytes. On failure it may be left with fewer of them. What
 // stands there and is no regular file gets no bytes (5), but the opening alone may be felt by a device or be
 // held by it: a caller looks at the kind first.

@@ -8,7 +8,6 @@ namespace velmora {
 namespace {
 
 constexpr std::string_view stamp_mark = "__VELMORA_UI_STAMP__";
-constexpr std::size_t piece_bytes = 16384;
 
 std::string with_every_mark_replaced(std::string_view page, std::string_view ui_stamp) {
   std::string stamped;
@@ -23,19 +22,6 @@ std::string with_every_mark_replaced(std::string_view page, std::string_view ui_
 
 }  // namespace
 
-std::string read_file_bytes(std::string_view path) {
-  InputFile file;
-  if (open_for_reading(path, file) != 0) return {};
-  std::string bytes;
-  std::array<char, piece_bytes> piece;
-  for (;;) {
-    const FileRead read = read_file_piece(file, piece.data(), piece.size());
-    if (read.error != 0) return {};
-    if (read.count == 0) return bytes;
-    bytes.append(piece.data(), read.count);
-  }
-}
-
 std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages) {
   const struct {
     std::string_view name;
@@ -46,8 +32,7 @@ std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages)
                 {"help.html", pages.help}};
   for (const auto& [name, page] : wanted) {
     const std::string path = join_path(web_root, name);
-    page = read_file_bytes(path);
-    if (page.empty()) return path;
+    if (read_whole_file(path, page) != 0 || page.empty()) return path;
   }
   return std::nullopt;
 }

@@ -10,9 +10,6 @@
 
 namespace velmora {
 
-// A whole file as bytes. Empty if it cannot be opened or read.
-[[nodiscard]] std::string read_file_bytes(std::string_view path);
-
 // Reads index.html, advanced.html, velmora-eq.js and help.html, in this order, into `pages`. Returns the
 // path of the first that cannot be read or is empty, or no value when all four are there.
 [[nodiscard]] std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages);

@@ -122,6 +122,39 @@ TEST_F(FilesContract, ReadsAFileThatIsLargerThanOnePiece) {
   }
 }
 
+TEST_F(FilesContract, ReadsAWholeFileInOneCall) {
+  std::string all_bytes;
+  for (int round = 0; round < 300; ++round) {
+    for (int value = 0; value < 256; ++value) all_bytes += static_cast<char>(value);
+  }
+  const std::string path = scratch_path("whole");
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{16383}, std::size_t{16384},
+                                 std::size_t{16385}, std::size_t{32768}, all_bytes.size()}) {
+    SCOPED_TRACE(size);
+    put_file(path, all_bytes.substr(0, size));
+    std::string bytes = "former";
+    EXPECT_EQ(read_whole_file(path, bytes), 0u);
+    EXPECT_EQ(bytes, all_bytes.substr(0, size));
+  }
+}
+
+TEST_F(FilesContract, GivesNoBytesOfAFileThatCannotBeOpened) {
+  put_directory(scratch_path("directory"));
+  const struct {
+    std::string path;
+    std::uint32_t error;
+  } cases[] = {{scratch_path("missing"), error_missing},
+               {scratch_path(join_path("none", "missing")), error_no_path},
+               {"", error_no_path},
+               {scratch_path("directory"), error_denied}};
+  for (const auto& [path, error] : cases) {
+    SCOPED_TRACE(path);
+    std::string bytes = "former";
+    EXPECT_EQ(read_whole_file(path, bytes), error);
+    EXPECT_EQ(bytes, "");
+  }
+}
+
 TEST_F(FilesContract, GivesTheEndOfTheFileAgainAndAgain) {
   const std::string path = scratch_path("short");
   put_file(path, "ab");

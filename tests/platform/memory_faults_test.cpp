@@ -50,6 +50,18 @@ TEST_F(MemoryFaults, TellBothNumbersOfAMappingThatCannotBeMade) {
   EXPECT_FALSE(mapping.is_open());
 }
 
+TEST_F(MemoryFaults, LeaveNothingOfAWholeFileThatBreaksOff) {
+  memory::system().files["/scratch/bad"] = {FileKind::regular, "half of it", 1117};
+  std::string bytes = "former";
+  EXPECT_EQ(read_whole_file("/scratch/bad", bytes), 1117u);
+  EXPECT_EQ(bytes, "");
+  memory::system().faults["CreateFileW"] = {5};
+  bytes = "former";
+  EXPECT_EQ(read_whole_file("/scratch/bad", bytes), 5u);
+  EXPECT_EQ(bytes, "");
+  EXPECT_TRUE(memory::system().handles.empty());
+}
+
 TEST_F(MemoryFaults, EndAReadingWithTheFilesError) {
   memory::system().files["/scratch/bad"] = {FileKind::regular, "ab", 1117};
   InputFile file;

@@ -16,7 +16,9 @@
 #include <string>
 #include <variant>
 
+#include "platform/files.h"
 #include "platform/hosted/machine_state.h"
+#include "platform/hosted/paths.h"
 #include "platform/hosted/registry_export.h"
 #include "platform/machine.h"
 
@@ -75,15 +77,9 @@ bool is_regular_file(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-bool read_whole(const std::string& path, std::string& bytes) {
-  if (!is_regular_file(path)) return false;
-  const File file(std::fopen(path.c_str(), "rbe"));
-  if (!file) return false;
-  std::string piece(65536, '\0');
-  while (const std::size_t count = std::fread(piece.data(), 1, piece.size(), file.get())) {
-    bytes.append(piece, 0, count);
-  }
-  return std::ferror(file.get()) == 0;
+// The path is the system's own, also where it begins as that of a drive does.
+bool read_machine_file(const std::string& path, std::string& bytes) {
+  return is_regular_file(path) && read_whole_file(has_drive(path) ? "./" + path : path, bytes) == 0;
 }
 
 // Makes a new file with the permissions of the one whose place it will take.
@@ -125,7 +121,7 @@ std::string take_file() {
   const FileMark mark = mark_of(machine().file);
   const bool settled = is_settled(mark);
   std::string bytes;
-  if (!read_whole(machine().file, bytes)) return machine().file + ":0: the file cannot be read";
+  if (!read_machine_file(machine().file, bytes)) return machine().file + ":0: the file cannot be read";
   const bool is_known = machine().loaded && bytes == machine().bytes;
   std::string trouble = is_known ? std::string() : take_export(bytes, machine().file);
   if (trouble.empty()) {

@@ -19,6 +19,8 @@
 
 #include "base/text.h"
 
+#include "platform/files.h"
+
 namespace velmora {
 namespace {
 
@@ -94,9 +96,7 @@ std::string_view file_name_of(std::string_view path) { return path.substr(path.r
 // All of a file without its last line feed; empty when it cannot be read.
 std::string read_text(const std::string& path) {
   std::string text;
-  const File file(std::fopen(path.c_str(), "rbe"));
-  std::array<char, 256> piece;
-  while (file && std::fgets(piece.data(), piece.size(), file.get()) != nullptr) text += piece.data();
+  static_cast<void>(read_whole_file(path, text));
   if (text.ends_with('\n')) text.pop_back();
   return text;
 }

@@ -22,30 +22,6 @@ void put_all_pages() {
 
 using Pages = FreshMachine;
 
-TEST_F(Pages, ReadAWholeFileAsItsBytes) {
-  std::string all_bytes;
-  for (int round = 0; round < 300; ++round) {
-    for (int value = 0; value < 256; ++value) all_bytes += static_cast<char>(value);
-  }
-  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{16383}, std::size_t{16384},
-                                 std::size_t{16385}, std::size_t{32768}, all_bytes.size()}) {
-    memory::system().files["f"].bytes = all_bytes.substr(0, size);
-    EXPECT_EQ(read_file_bytes("f"), all_bytes.substr(0, size)) << size;
-  }
-}
-
-TEST_F(Pages, ReadNothingFromWhatCannotBeRead) {
-  EXPECT_EQ(read_file_bytes("missing"), "");
-  memory::system().files["directory"].kind = FileKind::directory;
-  EXPECT_EQ(read_file_bytes("directory"), "");
-  memory::system().files["broken"] = {FileKind::regular, "half of it", 23};
-  EXPECT_EQ(read_file_bytes("broken"), "");
-  memory::system().files["denied"].bytes = "x";
-  memory::system().faults["CreateFileW"] = {5};
-  EXPECT_EQ(read_file_bytes("denied"), "");
-  EXPECT_TRUE(memory::system().handles.empty());
-}
-
 TEST_F(Pages, AreFourFilesOfTheWebRoot) {
   put_all_pages();
   for (const std::string_view web_root : {"web", "web/"}) {
