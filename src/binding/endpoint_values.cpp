@@ -5,6 +5,7 @@
 
 #include "base/status.h"
 #include "base/text.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
@@ -12,7 +13,6 @@ namespace {
 constexpr std::u16string_view render_endpoints =
     u"SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Render\\";
 constexpr std::u16string_view effect_key = u"\\FxProperties";
-constexpr std::int32_t error_missing = 2;  // ERROR_FILE_NOT_FOUND, winerror.h
 
 using WideBuffer = std::vector<char16_t>;
 
@@ -55,7 +55,7 @@ std::int32_t read_multi_string_value(const RegistryKey& key, std::u16string_view
   list.clear();
   present = false;
   const RegistryQuery query = query_registry_value(key, name, nullptr, 0);
-  if (query.error == error_missing) return 0;
+  if (query.error == std::int32_t{error_file_not_found}) return 0;
   if (query.error != 0) return hresult_from_win32(query.error);
   present = true;
   if (query.type != reg_multi_sz) return status_wrong_type;
@@ -69,7 +69,7 @@ std::int32_t read_multi_string_value(const RegistryKey& key, std::u16string_view
 std::int32_t write_multi_string_value(const RegistryKey& key, std::u16string_view name, const Chain& list) {
   if (list.empty()) {
     const std::int32_t error = delete_registry_value(key, name);
-    return error == error_missing ? 0 : hresult_from_win32(error);
+    return error == std::int32_t{error_file_not_found} ? 0 : hresult_from_win32(error);
   }
   std::u16string text;
   for (const std::string& entry : list) text.append(wide_from_ascii(entry)).push_back(u'\0');

@@ -5,6 +5,7 @@
 
 #include "base/status.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {

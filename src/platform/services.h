@@ -23,10 +23,6 @@ constexpr std::uint32_t service_start_pending = 2;
 constexpr std::uint32_t service_stop_pending = 3;
 constexpr std::uint32_t service_running = 4;
 
-// Errors that a caller tells apart (winerror.h).
-constexpr std::uint32_t error_service_already_running = 1056;
-constexpr std::uint32_t error_service_not_active = 1062;
-
 struct ServiceManagerKind {
   using Native = std::uintptr_t;
   static constexpr Native none = 0;

@@ -12,6 +12,7 @@
 #include "capture/preset_directory.h"
 #include "engine/algorithm_version.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/machine.h"
 #include "platform/sockets.h"
 #include "service/console.h"
@@ -22,8 +23,6 @@
 
 namespace velmora {
 namespace {
-
-constexpr int error_address_in_use = 10048;  // WSAEADDRINUSE, winsock2.h
 
 // What a running service has, in the order in which it is had.
 struct Service {
@@ -92,7 +91,7 @@ int start_listening(const Socket& listener, std::uint16_t port) {
 void explain_not_bound(std::uint16_t port, int error) {
   std::string message =
       "Unable to bind 127.0.0.1:" + std::to_string(port) + " (Winsock error " + std::to_string(error) + ")\n";
-  if (error == error_address_in_use) {
+  if (error == wsaeaddrinuse) {
     message +=
         "Another control service is already running on this port.\n"
         "Stop it first (run the stop script, or end velmora_control_demo), then start again.\n";

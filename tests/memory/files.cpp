@@ -3,22 +3,18 @@
 #include <algorithm>
 
 #include "memory/system.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
 
-constexpr std::uint32_t error_missing = 2;
-constexpr std::uint32_t error_no_path = 3;
-constexpr std::uint32_t error_denied = 5;
-constexpr std::uint32_t error_exists = 183;
-constexpr std::uint32_t error_not_a_directory = 267;
-
 // What every real system says of a path that does not lead to a file, or 0.
 std::uint32_t error_of_no_file(std::string_view path) {
   const FileKind kind = query_file_kind(path);
-  if (kind == FileKind::directory) return error_denied;
+  if (kind == FileKind::directory) return error_access_denied;
   if (kind != FileKind::missing) return 0;
-  return query_file_kind(parent_path(path)) == FileKind::directory ? error_missing : error_no_path;
+  return query_file_kind(parent_path(path)) == FileKind::directory ? error_file_not_found
+                                                                   : error_path_not_found;
 }
 
 }  // namespace
@@ -66,8 +62,8 @@ std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
   const auto fault = memory::enter("CreateFileW");
   if (fault != 0) return static_cast<std::uint32_t>(fault);
   const std::uint32_t error = error_of_no_file(path);
-  if (error != 0 && error != error_missing) return error;
-  if (query_file_kind(path) == FileKind::other) return error_denied;
+  if (error != 0 && error != error_file_not_found) return error;
+  if (query_file_kind(path) == FileKind::other) return error_access_denied;
   memory::File& file = memory::system().files[std::string(path)];
   file = {};
   if (const auto write_fault = memory::enter("WriteFile")) {
@@ -89,7 +85,7 @@ std::uint32_t list_directory(std::string_view path, std::vector<std::string>& na
   names.clear();
   if (const auto fault = memory::enter("FindFirstFileW")) return static_cast<std::uint32_t>(fault);
   const FileKind kind = query_file_kind(path);
-  if (kind != FileKind::directory) return kind == FileKind::missing ? error_no_path : error_not_a_directory;
+  if (kind != FileKind::directory) return kind == FileKind::missing ? error_path_not_found : error_directory;
   for (const auto& [file, data] : memory::system().files) {
     const std::string name = file.substr(parent_path(file).size());
     if (parent_path(file) == path && file != path)
@@ -100,12 +96,12 @@ std::uint32_t list_directory(std::string_view path, std::vector<std::string>& na
 
 std::uint32_t make_directories(std::string_view path) {
   if (const auto fault = memory::enter("CreateDirectoryW")) return static_cast<std::uint32_t>(fault);
-  if (path.empty()) return error_no_path;
+  if (path.empty()) return error_path_not_found;
   std::vector<std::string> missing;
   for (std::string directory(path); !directory.empty(); directory = parent_path(directory)) {
     const FileKind kind = query_file_kind(directory);
     if (kind == FileKind::directory) break;
-    if (kind != FileKind::missing) return error_exists;
+    if (kind != FileKind::missing) return error_already_exists;
     missing.push_back(directory);
     if (parent_path(directory) == directory) break;
   }

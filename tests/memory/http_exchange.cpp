@@ -6,11 +6,10 @@
 
 #include "base/text.h"
 #include "memory/http_service.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
-
-constexpr std::uint32_t error_header_not_found = 12150;  // winhttp.h
 
 using memory::http_service;
 using memory::HttpService;
@@ -110,7 +109,7 @@ std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out
   const std::lock_guard lock(service.guard);
   if (const auto fault = tell(service, "WinHttpQueryHeaders")) return fault;
   const auto& reply = call_of(service, exchange).reply;
-  if (!reply) return error_header_not_found;
+  if (!reply) return error_winhttp_header_not_found;
   out = reply->status;
   return 0;
 }

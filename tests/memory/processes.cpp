@@ -1,12 +1,10 @@
 #include "platform/processes.h"
 
 #include "memory/system.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
-
-constexpr std::uint32_t error_no_more_files = 18;  // winerror.h
-constexpr std::uint32_t error_no_such_process = 87;
 
 memory::Handle& handle_of(std::uintptr_t native) { return memory::system().handles.at(native); }
 
@@ -78,7 +76,7 @@ std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
   if (const auto fault = hosted::enter("CreateToolhelp32Snapshot modules", u"")) {
     return static_cast<std::uint32_t>(fault);
   }
-  if (find_process(process_id) == nullptr) return error_no_such_process;
+  if (find_process(process_id) == nullptr) return error_invalid_parameter;
   hold("modules", process_id, out);
   return 0;
 }

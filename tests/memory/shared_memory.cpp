@@ -1,12 +1,10 @@
 #include "platform/shared_memory.h"
 
 #include "memory/system.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
-
-constexpr std::uint32_t error_missing = 2;
-constexpr std::uint32_t error_denied = 5;
 
 std::shared_ptr<memory::Region> find_region(std::u16string_view name) {
   const auto found = memory::system().regions.find(std::u16string(name));
@@ -42,7 +40,7 @@ void SharedViewKind::release(Native native) noexcept {
 std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
   if (const auto fault = memory::enter("OpenFileMappingW")) return static_cast<std::uint32_t>(fault);
   auto region = find_region(name);
-  if (!region) return error_missing;
+  if (!region) return error_file_not_found;
   out = hold(std::move(region));
   return 0;
 }
@@ -64,7 +62,7 @@ CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
 std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
   if (const auto fault = memory::enter("MapViewOfFile")) return static_cast<std::uint32_t>(fault);
   const auto region = memory::system().handles.at(mapping.native()).region;
-  if (region->size < size) return error_denied;
+  if (region->size < size) return error_access_denied;
   memory::Handle handle;
   handle.what = "view";
   handle.region = region;

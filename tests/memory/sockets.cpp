@@ -3,13 +3,10 @@
 #include <algorithm>
 
 #include "memory/system.h"
+#include "platform/errors.h"
 
 namespace velmora {
 namespace {
-
-constexpr int error_would_block = 10035;
-constexpr int error_in_use = 10048;
-constexpr int error_reset = 10054;
 
 memory::Handle& handle_of(const Socket& socket) { return memory::system().handles.at(socket.native()); }
 
@@ -45,7 +42,7 @@ int open_tcp_socket(Socket& out) {
 
 int bind_loopback(const Socket& socket, std::uint16_t port) {
   if (const auto fault = memory::enter("bind")) return static_cast<int>(fault);
-  if (memory::system().ports_of_others.contains(port)) return error_in_use;
+  if (memory::system().ports_of_others.contains(port)) return wsaeaddrinuse;
   handle_of(socket).port = port;
   return 0;
 }
@@ -72,7 +69,7 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
 int accept_connection(const Socket& listener, Socket& out) {
   if (const auto fault = memory::enter("accept")) return static_cast<int>(fault);
   auto& backlog = memory::system().backlog;
-  if (!handle_of(listener).listening || backlog.empty()) return error_would_block;
+  if (!handle_of(listener).listening || backlog.empty()) return wsaewouldblock;
   memory::Handle handle;
   handle.what = "socket";
   handle.connection = backlog.front();
@@ -83,10 +80,10 @@ int accept_connection(const Socket& listener, Socket& out) {
 
 SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {
   memory::Connection& connection = *handle_of(socket).connection;
-  if (connection.client_gone) return {-1, error_reset};
+  if (connection.client_gone) return {-1, wsaeconnreset};
   if (connection.to_service.empty()) {
     // A real socket would block for ever here, which no test wants.
-    return connection.client_done ? SocketCount{0, 0} : SocketCount{-1, error_would_block};
+    return connection.client_done ? SocketCount{0, 0} : SocketCount{-1, wsaewouldblock};
   }
   std::string& piece = connection.to_service.front();
   const std::size_t count = std::min(capacity, piece.size());
@@ -100,7 +97,7 @@ SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size
   if (memory::system().on_send) memory::system().on_send();
   if (const auto fault = memory::enter("send")) return {-1, static_cast<int>(fault)};
   memory::Connection& connection = *handle_of(socket).connection;
-  if (connection.client_gone || connection.shut_down) return {-1, error_reset};
+  if (connection.client_gone || connection.shut_down) return {-1, wsaeconnreset};
   if (connection.send_stalls) return {0, 0};
   const std::size_t count = connection.send_limit == 0 ? size : std::min(size, connection.send_limit);
   connection.from_service.append(bytes, count);

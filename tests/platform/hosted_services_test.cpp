@@ -10,6 +10,7 @@
 
 #include "memory/system.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/registry.h"
 #include "platform/services.h"
 #include "platform/surroundings.h"

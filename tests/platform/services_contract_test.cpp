@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/surroundings.h"
 
 namespace velmora {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/status.h"
+#include "platform/errors.h"
 #include "platform/hosted/audio_tree.h"
 #include "platform/hosted/machine_state.h"
 
@@ -18,7 +19,7 @@ constexpr std::int32_t status_nothing_changed = 1;
 // A negative status stands in place of the call's work, a positive one behind it.
 std::int32_t tell(std::string_view operation, std::u16string_view subject = u"") {
   const auto answer = static_cast<std::int32_t>(hosted::enter(operation, subject));
-  return answer == hosted::error_machine_unreadable ? hresult_from_win32(answer) : answer;
+  return answer == std::int32_t{error_registry_io_failed} ? hresult_from_win32(answer) : answer;
 }
 
 const hosted::RegistryTree& registry() { return hosted::machine_state().registry; }

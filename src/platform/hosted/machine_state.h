@@ -55,12 +55,10 @@ struct MachineState {
 
 [[nodiscard]] MachineState& machine_state();
 
-// The machine cannot be read, or a change of it cannot be kept (ERROR_REGISTRY_IO_FAILED, winerror.h).
-constexpr std::int32_t error_machine_unreadable = 1016;
-
 // Tells of a call before it is carried out. `subject` is what it is about: a path, a value's name, an
 // endpoint, a service. A result other than 0 is what the call has to answer in place of its work: an error,
-// or for the audio endpoints a status, of which a positive one comes behind the work.
+// or for the audio endpoints a status, of which a positive one comes behind the work. The error of a machine
+// that cannot be read is ERROR_REGISTRY_IO_FAILED (1016, winerror.h).
 [[nodiscard]] std::int64_t enter(std::string_view operation, std::u16string_view subject);
 
 struct RegistryChangeKind {

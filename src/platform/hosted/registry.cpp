@@ -7,17 +7,11 @@
 #include <string>
 #include <utility>
 
+#include "platform/errors.h"
 #include "platform/hosted/machine_state.h"
 
 namespace velmora {
 namespace {
-
-// winerror.h
-constexpr std::int32_t error_missing = 2;
-constexpr std::int32_t error_denied = 5;
-constexpr std::int32_t error_more_data = 234;
-constexpr std::int32_t error_key_deleted = 1018;
-constexpr std::int32_t error_other_type = 1630;  // ERROR_UNSUPPORTED_TYPE
 
 // winnt.h
 constexpr std::uint32_t key_create_sub_key = 0x4;
@@ -78,7 +72,7 @@ KeyAccess reach_key(const RegistryKey& handle, std::uint32_t access) {
   hosted::MachineState& machine = hosted::machine_state();
   const hosted::OpenKey& open = machine.open_keys.at(handle.native());
   // The handle is looked at before the key that it leads to.
-  if ((open.access & access) != access) return {nullptr, error_denied};
+  if ((open.access & access) != access) return {nullptr, error_access_denied};
   hosted::TreeKey* key = open.deleted ? nullptr : hosted::find_key(machine.registry, open.path);
   if (key == nullptr) return {nullptr, error_key_deleted};
   return {key, 0};
@@ -176,7 +170,7 @@ bool hosted::is_granted(const RegistryTree& registry, std::u16string_view path, 
 std::int32_t hosted::keep_or_undo(RegistryTree before) {
   if (keep_registry()) return 0;
   machine_state().registry = std::move(before);
-  return error_machine_unreadable;
+  return error_registry_io_failed;
 }
 
 void RegistryKeyKind::release(Native native) noexcept {
@@ -189,8 +183,8 @@ std::int32_t open_registry_key(std::u16string_view path, std::uint32_t access, R
   if (const auto fault = hosted::enter("RegOpenKeyExW", path)) return static_cast<std::int32_t>(fault);
   const hosted::RegistryTree& registry = hosted::machine_state().registry;
   std::u16string full = full_path(path);
-  if (hosted::find_key(registry, full) == nullptr) return error_missing;
-  if (!hosted::is_granted(registry, full, access)) return error_denied;
+  if (hosted::find_key(registry, full) == nullptr) return error_file_not_found;
+  if (!hosted::is_granted(registry, full, access)) return error_access_denied;
   out = hold_key(std::move(full), access);
   return 0;
 }
@@ -201,7 +195,8 @@ std::int32_t create_registry_key(std::u16string_view path, std::uint32_t access,
   hosted::RegistryTree& registry = hosted::machine_state().registry;
   std::u16string full = full_path(path);
   const bool exists = hosted::find_key(registry, full) != nullptr;
-  if (!hosted::is_granted(registry, full, exists ? access : access | key_create_sub_key)) return error_denied;
+  if (!hosted::is_granted(registry, full, exists ? access : access | key_create_sub_key))
+    return error_access_denied;
   if (!exists) {
     hosted::RegistryTree before = registry;
     hosted::make_key(registry, full);
@@ -219,7 +214,7 @@ RegistryQuery query_registry_value(const RegistryKey& key, std::u16string_view n
   const KeyAccess reached = reach_key(key, key_query_value);
   if (reached.error != 0) return fail_reading(buffer, capacity, {reached.error, 0, 0});
   const hosted::TreeValue* value = hosted::find_value(*reached.key, name);
-  if (value == nullptr) return fail_reading(buffer, capacity, {error_missing, 0, 0});
+  if (value == nullptr) return fail_reading(buffer, capacity, {error_file_not_found, 0, 0});
   const auto size = static_cast<std::uint32_t>(value->bytes.size());
   if (buffer == nullptr) return {0, value->type, size};
   if (capacity < size) return fail_reading(buffer, capacity, {error_more_data, value->type, size});
@@ -242,12 +237,12 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
   const hosted::RegistryTree& registry = hosted::machine_state().registry;
   const std::u16string full = full_path(path);
   const hosted::TreeKey* key = hosted::find_key(registry, full);
-  if (key == nullptr) return fail({error_missing, 0, 0});
-  if (!hosted::is_granted(registry, full, key_query_value)) return fail({error_denied, 0, 0});
+  if (key == nullptr) return fail({error_file_not_found, 0, 0});
+  if (!hosted::is_granted(registry, full, key_query_value)) return fail({error_access_denied, 0, 0});
   const hosted::TreeValue* value = hosted::find_value(*key, name);
-  if (value == nullptr) return fail({error_missing, 0, 0});
+  if (value == nullptr) return fail({error_file_not_found, 0, 0});
   const std::uint32_t type = value->type == reg_expand_sz ? reg_sz : value->type;
-  if ((restriction & restriction_of(type)) == 0) return fail({error_other_type, 0, 0});
+  if ((restriction & restriction_of(type)) == 0) return fail({error_unsupported_type, 0, 0});
   const std::string bytes = type == reg_sz ? complete_text(registry, *value) : value->bytes;
   const auto size = static_cast<std::uint32_t>(bytes.size());
   if (capacity < size) return fail({error_more_data, type, size});
@@ -272,7 +267,7 @@ std::int32_t delete_registry_value(const RegistryKey& key, std::u16string_view n
   const KeyAccess reached = reach_key(key, key_set_value);
   if (reached.error != 0) return reached.error;
   hosted::RegistryTree before = hosted::machine_state().registry;
-  if (!hosted::remove_value(*reached.key, name)) return error_missing;
+  if (!hosted::remove_value(*reached.key, name)) return error_file_not_found;
   return hosted::keep_or_undo(std::move(before));
 }
 
@@ -284,8 +279,9 @@ std::int32_t delete_registry_key(const RegistryKey& parent, std::u16string_view 
   hosted::MachineState& machine = hosted::machine_state();
   const std::u16string path = machine.open_keys.at(parent.native()).path + u'\\' + std::u16string(name);
   const hosted::TreeKey* key = hosted::find_key(machine.registry, path);
-  if (key == nullptr) return error_missing;
-  if (!key->keys.empty() || !hosted::is_granted(machine.registry, path, right_to_delete)) return error_denied;
+  if (key == nullptr) return error_file_not_found;
+  if (!key->keys.empty() || !hosted::is_granted(machine.registry, path, right_to_delete))
+    return error_access_denied;
   hosted::RegistryTree before = machine.registry;
   hosted::remove_key(machine.registry, path);
   if (const std::int32_t error = hosted::keep_or_undo(std::move(before))) return error;

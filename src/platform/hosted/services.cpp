@@ -11,21 +11,12 @@
 
 #include "base/ascii.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/hosted/machine_state.h"
 #include "platform/registry.h"
 
 namespace velmora {
 namespace {
-
-// winerror.h
-constexpr std::uint32_t error_denied = 5;
-constexpr std::uint32_t error_dependent_services_running = 1051;
-constexpr std::uint32_t error_service_disabled = 1058;
-constexpr std::uint32_t error_circular_dependency = 1059;
-constexpr std::uint32_t error_service_does_not_exist = 1060;
-constexpr std::uint32_t error_service_cannot_accept_control = 1061;
-constexpr std::uint32_t error_service_dependency_failed = 1068;
-constexpr std::uint32_t error_service_dependency_deleted = 1075;
 
 constexpr std::uint32_t key_read = 0x20019;  // winnt.h
 // Types of start (winsvc.h): boot, system and automatic below, on demand and disabled from here on.
@@ -129,7 +120,7 @@ std::uint32_t start(std::u16string_view name, std::size_t depth) {
     if (error == 0 || error == error_service_already_running) continue;
     if (error == error_circular_dependency) return error;
     return error == error_service_does_not_exist ? error_service_dependency_deleted
-                                                 : error_service_dependency_failed;
+                                                 : error_service_dependency_fail;
   }
   if (const auto error = own_number(name, u"StartError")) return *error;
   begin_change(name, u"StartMs", service_start_pending, service_running);
@@ -140,7 +131,7 @@ std::uint32_t stop(std::u16string_view name) {
   const std::uint32_t state = run_of(name).state;
   if (state == service_stopped) return error_service_not_active;
   if (state == service_start_pending || state == service_stop_pending) {
-    return error_service_cannot_accept_control;
+    return error_service_cannot_accept_ctrl;
   }
   if (!active_dependents_of(name).empty()) return error_dependent_services_running;
   if (const auto error = own_number(name, u"StopError")) return *error;
@@ -197,7 +188,7 @@ std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std:
   const bool changes = (access & (service_start | service_stop)) != 0;
   const std::uint32_t wanted = changes ? key_read | key_set_value : key_read;
   if (!hosted::is_granted(hosted::machine_state().registry, joined(services_path, name), wanted)) {
-    return error_denied;
+    return error_access_denied;
   }
   out = Service(hold(name, access));
   return 0;
@@ -205,17 +196,17 @@ std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std:
 
 std::uint32_t ask_service_to_stop(const Service& service) {
   if (const std::uint32_t error = tell("ControlService", opened(service).name)) return error;
-  return may(service, service_stop) ? stop(opened(service).name) : error_denied;
+  return may(service, service_stop) ? stop(opened(service).name) : error_access_denied;
 }
 
 std::uint32_t start_service(const Service& service) {
   if (const std::uint32_t error = tell("StartServiceW", opened(service).name)) return error;
-  return may(service, service_start) ? start(opened(service).name, 0) : error_denied;
+  return may(service, service_start) ? start(opened(service).name, 0) : error_access_denied;
 }
 
 std::uint32_t query_service_state(const Service& service, std::uint32_t& out) {
   if (const std::uint32_t error = tell("QueryServiceStatusEx", opened(service).name)) return error;
-  if (!may(service, service_query_status)) return error_denied;
+  if (!may(service, service_query_status)) return error_access_denied;
   out = run_of(opened(service).name).state;
   return 0;
 }

@@ -2,59 +2,61 @@
 
 #include <cerrno>
 
+#include "platform/errors.h"
+
 namespace velmora {
 
 int winsock_from_errno(int error) {
   switch (error) {
-    case EINTR: return 10004;
-    case EBADF: return 10009;
-    case EACCES: return 10013;
-    case EFAULT: return 10014;
-    case EINVAL: return 10022;
+    case EINTR: return wsaeintr;
+    case EBADF: return wsaebadf;
+    case EACCES: return wsaeacces;
+    case EFAULT: return wsaefault;
+    case EINVAL: return wsaeinval;
     case ENFILE:
-    case EMFILE: return 10024;
-    case EAGAIN: return 10035;
-    case ENOTSOCK: return 10038;
-    case EPROTONOSUPPORT: return 10043;
-    case EOPNOTSUPP: return 10045;
-    case EAFNOSUPPORT: return 10047;
-    case EADDRINUSE: return 10048;
-    case EADDRNOTAVAIL: return 10049;
-    case ENETDOWN: return 10050;
-    case ENETUNREACH: return 10051;
+    case EMFILE: return wsaemfile;
+    case EAGAIN: return wsaewouldblock;
+    case ENOTSOCK: return wsaenotsock;
+    case EPROTONOSUPPORT: return wsaeprotonosupport;
+    case EOPNOTSUPP: return wsaeopnotsupp;
+    case EAFNOSUPPORT: return wsaeafnosupport;
+    case EADDRINUSE: return wsaeaddrinuse;
+    case EADDRNOTAVAIL: return wsaeaddrnotavail;
+    case ENETDOWN: return wsaenetdown;
+    case ENETUNREACH: return wsaenetunreach;
     case EPIPE:
-    case ECONNABORTED: return 10053;
-    case ECONNRESET: return 10054;
+    case ECONNABORTED: return wsaeconnaborted;
+    case ECONNRESET: return wsaeconnreset;
     case ENOBUFS:
-    case ENOMEM: return 10055;
-    case ENOTCONN: return 10057;
-    case ETIMEDOUT: return 10060;
-    case ECONNREFUSED: return 10061;
-    default: return 10107;
+    case ENOMEM: return wsaenobufs;
+    case ENOTCONN: return wsaenotconn;
+    case ETIMEDOUT: return wsaetimedout;
+    case ECONNREFUSED: return wsaeconnrefused;
+    default: return wsasyscallfailure;
   }
 }
 
 std::uint32_t win32_from_errno(int error) {
   switch (error) {
-    case ENOENT: return 2;
-    case ENOTDIR: return 3;
+    case ENOENT: return error_file_not_found;
+    case ENOTDIR: return error_path_not_found;
     case ENFILE:
-    case EMFILE: return 4;
+    case EMFILE: return error_too_many_open_files;
     case EACCES:
     case EPERM:
-    case EISDIR: return 5;
-    case EBADF: return 6;
-    case ENOMEM: return 8;
-    case EROFS: return 19;
-    case EINVAL: return 87;
+    case EISDIR: return error_access_denied;
+    case EBADF: return error_invalid_handle;
+    case ENOMEM: return error_not_enough_memory;
+    case EROFS: return error_write_protect;
+    case EINVAL: return error_invalid_parameter;
     case ENOSPC:
     case EDQUOT:
-    case EFBIG: return 112;
-    case EBUSY: return 170;
-    case EEXIST: return 183;
-    case ENAMETOOLONG: return 206;
-    case ELOOP: return 1921;
-    default: return 31;
+    case EFBIG: return error_disk_full;
+    case EBUSY: return error_busy;
+    case EEXIST: return error_already_exists;
+    case ENAMETOOLONG: return error_filename_exced_range;
+    case ELOOP: return error_cant_resolve_filename;
+    default: return error_gen_failure;
   }
 }
 

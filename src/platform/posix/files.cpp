@@ -9,33 +9,28 @@
 #include <memory>
 #include <utility>
 
+#include "platform/errors.h"
 #include "platform/posix/drives.h"
 #include "platform/posix/errors.h"
 
 namespace velmora {
 namespace {
 
-constexpr std::uint32_t error_no_file = 2;
-constexpr std::uint32_t error_no_path = 3;
-constexpr std::uint32_t error_denied = 5;
-constexpr std::uint32_t error_exists = 183;
-constexpr std::uint32_t error_not_a_directory = 267;
-
 // The present errno as Windows tells it of this path: 2 where only the last name of it is missing, 3 where
 // the directory is, or where there is no path at all.
 std::uint32_t error_about(std::string_view path) {
   const std::uint32_t error = win32_from_errno(errno);
-  if (error != error_no_file) return error;
+  if (error != error_file_not_found) return error;
   const std::string above = parent_path(path);
   const bool above_is_there = above.empty() || query_file_kind(above) == FileKind::directory;
-  return !path.empty() && above_is_there ? error_no_file : error_no_path;
+  return !path.empty() && above_is_there ? error_file_not_found : error_path_not_found;
 }
 
 // A pipe or a device takes nothing: its writer could be held, or ended by a signal.
 std::uint32_t write_all(int descriptor, std::string_view bytes) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return win32_from_errno(errno);
-  if (!S_ISREG(status.st_mode)) return error_denied;
+  if (!S_ISREG(status.st_mode)) return error_access_denied;
   while (!bytes.empty()) {
     const ssize_t written = write(descriptor, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
@@ -48,9 +43,9 @@ std::uint32_t write_all(int descriptor, std::string_view bytes) {
 // The present errno as Windows tells it of a directory that cannot be listed.
 std::uint32_t listing_error(std::string_view path) {
   const std::uint32_t error = win32_from_errno(errno);
-  if (error == error_no_file) return error_no_path;
-  const bool is_there = error == error_no_path && query_file_kind(path) != FileKind::missing;
-  return is_there ? error_not_a_directory : error;
+  if (error == error_file_not_found) return error_path_not_found;
+  const bool is_there = error == error_path_not_found && query_file_kind(path) != FileKind::missing;
+  return is_there ? error_directory : error;
 }
 
 struct CloseDirectory {
@@ -69,7 +64,7 @@ FileKind query_file_kind(std::string_view path) {
 std::uint32_t query_file_size(std::string_view path, std::uint64_t& out) {
   struct stat status {};
   if (stat(native_path(path).c_str(), &status) != 0) return error_about(path);
-  if (S_ISDIR(status.st_mode)) return error_denied;
+  if (S_ISDIR(status.st_mode)) return error_access_denied;
   out = static_cast<std::uint64_t>(status.st_size);
   return 0;
 }
@@ -83,7 +78,7 @@ std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
   InputFile file(static_cast<InputFile::Native>(descriptor));
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return win32_from_errno(errno);
-  if (S_ISDIR(status.st_mode)) return error_denied;
+  if (S_ISDIR(status.st_mode)) return error_access_denied;
   out = std::move(file);
   return 0;
 }
@@ -129,7 +124,7 @@ std::uint32_t list_directory(std::string_view path, std::vector<std::string>& na
 }
 
 std::uint32_t make_directories(std::string_view path) {
-  if (path.empty()) return error_no_path;
+  if (path.empty()) return error_path_not_found;
   const std::string whole = native_path(path);
   int error = 0;
   // Whether one on the way could be made does not matter: the last one tells.
@@ -138,8 +133,8 @@ std::uint32_t make_directories(std::string_view path) {
     error = mkdir(whole.substr(0, end).c_str(), 0777) == 0 ? 0 : errno;
   }
   if (query_file_kind(path) == FileKind::directory) return 0;
-  if (error == ENOTDIR) return error_exists;
-  return error == ENOENT ? error_no_path : win32_from_errno(error);
+  if (error == ENOTDIR) return error_already_exists;
+  return error == ENOENT ? error_path_not_found : win32_from_errno(error);
 }
 
 }  // namespace velmora

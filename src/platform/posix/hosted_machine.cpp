@@ -16,6 +16,7 @@
 #include <string>
 #include <variant>
 
+#include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/hosted/machine_state.h"
 #include "platform/hosted/paths.h"
@@ -166,7 +167,7 @@ std::int64_t enter(std::string_view operation, std::u16string_view) {
   constexpr std::array<std::string_view, 4> without_file = {"RegCloseKey", "Release", "CloseServiceHandle",
                                                             "StringFromGUID2"};
   if (std::find(without_file.begin(), without_file.end(), operation) != without_file.end()) return 0;
-  return follow_file() ? 0 : error_machine_unreadable;
+  return follow_file() ? 0 : error_registry_io_failed;
 }
 
 void RegistryChangeKind::release(Native native) noexcept { ::close(native); }

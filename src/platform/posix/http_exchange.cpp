@@ -11,27 +11,11 @@
 
 #include "base/text.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/posix/curl_library.h"
 
 namespace velmora {
 namespace {
-
-// winhttp.h, winerror.h
-constexpr std::uint32_t error_module_not_found = 126;
-constexpr std::uint32_t error_out_of_memory = 14;
-constexpr std::uint32_t error_timeout = 12002;
-constexpr std::uint32_t error_internal = 12004;
-constexpr std::uint32_t error_invalid_url = 12005;
-constexpr std::uint32_t error_unrecognized_scheme = 12006;
-constexpr std::uint32_t error_name_not_resolved = 12007;
-constexpr std::uint32_t error_cannot_connect = 12029;
-constexpr std::uint32_t error_connection = 12030;
-constexpr std::uint32_t error_header_not_found = 12150;
-constexpr std::uint32_t error_invalid_server_response = 12152;
-constexpr std::uint32_t error_redirect_failed = 12156;
-constexpr std::uint32_t error_secure_channel = 12157;
-constexpr std::uint32_t error_secure_failure = 12175;
-constexpr std::uint32_t error_header_size_overflow = 12182;
 
 constexpr int most_redirections = 10;  // WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS, as it is by default
 constexpr std::size_t most_held_bytes = 65536;
@@ -78,26 +62,26 @@ Exchange& exchange_of(const HttpExchange& exchange) {
 std::uint32_t error_of(CURLcode code) {
   switch (code) {
     case CURLE_OK: return 0;
-    case CURLE_UNSUPPORTED_PROTOCOL: return error_unrecognized_scheme;
-    case CURLE_URL_MALFORMAT: return error_invalid_url;
+    case CURLE_UNSUPPORTED_PROTOCOL: return error_winhttp_unrecognized_scheme;
+    case CURLE_URL_MALFORMAT: return error_winhttp_invalid_url;
     case CURLE_COULDNT_RESOLVE_PROXY:
-    case CURLE_COULDNT_RESOLVE_HOST: return error_name_not_resolved;
-    case CURLE_COULDNT_CONNECT: return error_cannot_connect;
-    case CURLE_OPERATION_TIMEDOUT: return error_timeout;
-    case CURLE_SSL_CONNECT_ERROR: return error_secure_channel;
+    case CURLE_COULDNT_RESOLVE_HOST: return error_winhttp_name_not_resolved;
+    case CURLE_COULDNT_CONNECT: return error_winhttp_cannot_connect;
+    case CURLE_OPERATION_TIMEDOUT: return error_winhttp_timeout;
+    case CURLE_SSL_CONNECT_ERROR: return error_winhttp_secure_channel_error;
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CACERT_BADFILE:
-    case CURLE_SSL_ISSUER_ERROR: return error_secure_failure;
+    case CURLE_SSL_ISSUER_ERROR: return error_winhttp_secure_failure;
     case CURLE_SEND_ERROR:
     case CURLE_RECV_ERROR:
     case CURLE_PARTIAL_FILE:
-    case CURLE_GOT_NOTHING: return error_connection;
+    case CURLE_GOT_NOTHING: return error_winhttp_connection_error;
     case CURLE_WEIRD_SERVER_REPLY:
     case CURLE_HTTP2:
-    case CURLE_BAD_CONTENT_ENCODING: return error_invalid_server_response;
-    case CURLE_OUT_OF_MEMORY: return error_out_of_memory;
-    default: return error_internal;
+    case CURLE_BAD_CONTENT_ENCODING: return error_winhttp_invalid_server_response;
+    case CURLE_OUT_OF_MEMORY: return error_outofmemory;
+    default: return error_winhttp_internal_error;
   }
 }
 
@@ -174,12 +158,12 @@ std::size_t note_body(char* bytes, std::size_t, std::size_t count, void* user) {
 
 // What a transfer came to. Some codes mean something else once there can be a reply.
 std::uint32_t error_at_end(const Exchange& exchange, CURLcode code) {
-  if (exchange.header_bytes > most_header_bytes) return error_header_size_overflow;
+  if (exchange.header_bytes > most_header_bytes) return error_winhttp_header_size_overflow;
   const bool has_peer = exchange.phase != Phase::resolving;
   // Not of a URL: it is no HTTP.
-  if (has_peer && code == CURLE_UNSUPPORTED_PROTOCOL) return error_invalid_server_response;
+  if (has_peer && code == CURLE_UNSUPPORTED_PROTOCOL) return error_winhttp_invalid_server_response;
   // Not of the memory: a line is longer than the library takes.
-  if (has_peer && code == CURLE_OUT_OF_MEMORY) return error_header_size_overflow;
+  if (has_peer && code == CURLE_OUT_OF_MEMORY) return error_winhttp_header_size_overflow;
   return error_of(code);
 }
 
@@ -190,7 +174,7 @@ void drive(Exchange& exchange, Condition is_enough) {
   while (!exchange.has_ended && !is_enough(exchange)) {
     int running = 0;
     if (curl().multi_perform(exchange.multi, &running) != CURLM_OK) {
-      exchange.error = error_internal;
+      exchange.error = error_winhttp_internal_error;
       exchange.has_ended = true;
       return;
     }
@@ -202,7 +186,7 @@ void drive(Exchange& exchange, Condition is_enough) {
     }
     if (exchange.has_ended || is_enough(exchange)) return;
     if (is_too_slow(exchange)) {
-      exchange.error = error_timeout;
+      exchange.error = error_winhttp_timeout;
       exchange.has_ended = true;
       return;
     }
@@ -294,7 +278,7 @@ void set_transfer(Exchange& exchange) {
 
 std::uint32_t begin_transfer(Exchange& exchange) {
   exchange.easy = curl().easy_init();
-  if (exchange.easy == nullptr) return error_out_of_memory;
+  if (exchange.easy == nullptr) return error_outofmemory;
   exchange.headers = make_headers(exchange);
   set_transfer(exchange);
   set_request(exchange);
@@ -304,7 +288,8 @@ std::uint32_t begin_transfer(Exchange& exchange) {
   exchange.header_bytes = 0;
   exchange.unsent = exchange.method == "GET" ? 0 : exchange.body.size();
   enter_phase(exchange, Phase::resolving);
-  return curl().multi_add_handle(exchange.multi, exchange.easy) == CURLM_OK ? 0 : error_internal;
+  return curl().multi_add_handle(exchange.multi, exchange.easy) == CURLM_OK ? 0
+                                                                            : error_winhttp_internal_error;
 }
 
 // Where the reply sends us instead; empty when it does not.
@@ -338,7 +323,7 @@ bool may_follow(const Exchange& exchange, std::string_view url) {
 }
 
 std::uint32_t follow(Exchange& exchange, std::string url) {
-  if (++exchange.redirections > most_redirections) return error_redirect_failed;
+  if (++exchange.redirections > most_redirections) return error_winhttp_redirect_failed;
   long status = 0;
   curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
   end_transfer(exchange);
@@ -363,11 +348,11 @@ void HttpExchangeKind::release(Native native) noexcept {
 }
 
 std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& out) {
-  if (!curl().is_ready) return error_module_not_found;
+  if (!curl().is_ready) return error_mod_not_found;
   auto exchange = std::make_unique<Exchange>();
   exchange->user_agent = utf8_from_wide_replacing(user_agent);
   exchange->multi = curl().multi_init();
-  if (exchange->multi == nullptr) return error_out_of_memory;
+  if (exchange->multi == nullptr) return error_outofmemory;
   out = HttpExchange(reinterpret_cast<std::uintptr_t>(exchange.release()));
   return 0;
 }
@@ -415,10 +400,10 @@ std::uint32_t receive_http_response(const HttpExchange& exchange) {
   for (;;) {
     drive(request, [](const Exchange& at) { return at.has_head; });
     if (request.error != 0 && !request.has_head) return request.error;
-    if (!request.has_head) return error_connection;
+    if (!request.has_head) return error_winhttp_connection_error;
     std::string url = redirection_of(request);
     if (url.empty()) return 0;
-    if (!may_follow(request, url)) return error_redirect_failed;
+    if (!may_follow(request, url)) return error_winhttp_redirect_failed;
     if (const std::uint32_t error = follow(request, std::move(url))) return error;
   }
 }
@@ -427,7 +412,7 @@ std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out
   const Exchange& request = exchange_of(exchange);
   long status = 0;
   if (!request.has_head || curl().easy_getinfo(request.easy, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK) {
-    return error_header_not_found;
+    return error_winhttp_header_not_found;
   }
   out = static_cast<std::uint32_t>(status);
   return 0;

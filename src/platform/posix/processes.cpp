@@ -18,17 +18,13 @@
 #include <vector>
 
 #include "base/text.h"
+#include "platform/errors.h"
+#include "platform/files.h"
 
 #include "platform/files.h"
 
 namespace velmora {
 namespace {
-
-// winerror.h
-constexpr std::uint32_t error_denied = 5;
-constexpr std::uint32_t error_no_more_files = 18;
-constexpr std::uint32_t error_general = 31;
-constexpr std::uint32_t error_no_such_process = 87;  // as a snapshot of a missing process answers
 
 // A snapshot: what was read when it was made, and the place of the next entry.
 template <typename Entry>
@@ -162,7 +158,7 @@ bool own_process_is_elevated() { return geteuid() == 0; }
 
 std::uint32_t snapshot_processes(ProcessSnapshot& out) {
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(process_root().c_str()));
-  if (!directory) return errno == EACCES ? error_denied : error_general;
+  if (!directory) return errno == EACCES ? error_access_denied : error_gen_failure;
   std::vector<ProcessEntry> processes;
   while (const dirent* entry = readdir(directory.get())) {
     const std::uint32_t id = process_id_of(entry->d_name);
@@ -186,11 +182,11 @@ bool next_process(const ProcessSnapshot& snapshot, ProcessEntry& out) {
 
 std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
   const File maps(std::fopen(process_file(process_id, "maps").c_str(), "rbe"));
-  if (!maps) return errno == ENOENT ? error_no_such_process : error_denied;
+  if (!maps) return errno == ENOENT ? error_invalid_parameter : error_access_denied;
   std::vector<ModuleEntry> modules;
   // Who may not look into a process may open the list all the same, and then cannot read it.
   if (const int error = read_modules(maps.get(), modules)) {
-    return error == ESRCH ? error_no_such_process : error_denied;
+    return error == ESRCH ? error_invalid_parameter : error_access_denied;
   }
   out = ModuleSnapshot(keep_listing(std::move(modules)));
   return 0;

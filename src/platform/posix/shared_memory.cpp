@@ -17,14 +17,12 @@
 
 #include "base/text.h"
 #include "platform/clock.h"
+#include "platform/errors.h"
 #include "platform/posix/errors.h"
 
 namespace velmora {
 namespace {
 
-constexpr std::uint32_t error_missing = 2;
-constexpr std::uint32_t error_denied = 5;
-constexpr std::uint32_t error_busy = 170;
 // Each lost race costs one round. A creator or a remover holds its exclusive lock for microseconds, so a
 // lock that stays for so long belongs to a stopped process, and the start must not hang on it.
 constexpr int rounds = 200;
@@ -160,18 +158,17 @@ std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) 
 }
 
 CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
-  constexpr std::uint32_t error_exists = 183;
   const std::string object = object_name(name);
   for (int round = 0; round < rounds; ++round) {
     std::uint32_t error = 0;
     Attempt attempt = try_create(object, size, out, error);
     if (attempt == Attempt::done) return {0, 0, false};
-    if (attempt == Attempt::failed && error != error_exists) return {0, error, false};
+    if (attempt == Attempt::failed && error != error_already_exists) return {0, error, false};
     if (attempt == Attempt::again) continue;
     error = 0;
     attempt = try_open(object, out, error);
     if (attempt == Attempt::done) return {0, 0, true};
-    if (attempt == Attempt::failed && error != error_missing) return {0, error, false};
+    if (attempt == Attempt::failed && error != error_file_not_found) return {0, error, false};
   }
   return {0, error_busy, false};
 }
@@ -180,7 +177,7 @@ std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, Sh
   const Descriptor& descriptor = object_of(mapping.native())->descriptor;
   struct stat held {};
   if (fstat(descriptor.native(), &held) != 0) return win32_from_errno(errno);
-  if (static_cast<std::uint64_t>(held.st_size) < size) return error_denied;
+  if (static_cast<std::uint64_t>(held.st_size) < size) return error_access_denied;
   void* data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor.native(), 0);
   if (data == MAP_FAILED) return win32_from_errno(errno);
   out = SharedView({data, size});

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "platform/errors.h"
 #include "platform/windows/native.h"
 
 #include <winsvc.h>
