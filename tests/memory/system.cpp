@@ -71,6 +71,10 @@ MachineState& machine_state() { return memory::system().state; }
 void RegistryChangeKind::release(Native) noexcept {}
 RegistryChange begin_registry_change() { return {}; }
 
+void publish_service_state(std::u16string_view name, std::uint32_t state) {
+  memory::system().service_states.push_back(utf8_from_wide_replacing(name) + ' ' + std::to_string(state));
+}
+
 bool keep_registry() { return memory::system().registry_kept; }
 
 }  // namespace velmora::hosted

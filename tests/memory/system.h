@@ -90,6 +90,7 @@ struct System {
   std::function<void(const std::string& entry)> before_machine_call;
   // The registry and what is open of it.
   hosted::MachineState state;
+  std::vector<std::string> service_states;  // each change of a service, "NAME STATE"
   bool registry_kept = true;    // false: changes cannot be kept
   std::string machine_trouble;  // what load_machine tells
   // What is open at the moment; empty when everything has been released.

@@ -231,6 +231,20 @@ TEST(AudioTree, ReadsAPeakOfEveryNumberAndTakes0ForAllElse) {
   EXPECT_EQ(peak_of(tree_of(""), speakers), 0);
 }
 
+TEST(AudioTree, SwingsAPeakAboutItsMiddleWithTheClock) {
+  const RegistryTree still = with_own("\"Peak\"=\"0.5\"\n");
+  const RegistryTree swinging = with_own("\"Peak\"=\"0.5\"\n\"PeakSwing\"=\"0.25\"\n");
+  const struct {
+    std::int64_t ms;
+    float peak;
+  } rows[] = {{0, 0.25F}, {375, 0.5F}, {750, 0.75F}, {1125, 0.5F}, {1500, 0.25F}, {15'750, 0.75F}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.ms);
+    EXPECT_EQ(peak_at(still, speakers, row.ms * 1'000'000), 0.5F);
+    EXPECT_NEAR(peak_at(swinging, speakers, row.ms * 1'000'000), row.peak, 1e-6F);
+  }
+}
+
 TEST(AudioTree, ReadsAMuteThatIsANumberOtherThan0) {
   const struct {
     const char* value;

@@ -127,6 +127,24 @@ TEST_F(HostedServices, RunAtFirstWhereTheirStartIsNotToldOrIsNoNumber) {
   EXPECT_EQ(state_of(u"Binary"), service_running);
 }
 
+TEST_F(HostedServices, PublishEachChangeOfState) {
+  install(u"Quick");
+  install(u"Slow");
+  put_number(behaviour(u"Slow"), u"StopMs", 1000);
+  EXPECT_EQ(state_of(u"Quick"), service_running);
+  EXPECT_EQ(memory::system().service_states, Log{});
+  EXPECT_EQ(stop(u"Quick"), 0u);
+  EXPECT_EQ(start(u"Quick"), 0u);
+  EXPECT_NE(start(u"Quick"), 0u);
+  EXPECT_EQ(memory::system().service_states, (Log{"Quick 1", "Quick 4"}));
+  EXPECT_EQ(stop(u"Slow"), 0u);
+  EXPECT_EQ(state_of(u"Slow"), service_stop_pending);
+  memory::system().now_ns += 1'000'000'000;
+  EXPECT_EQ(state_of(u"Slow"), service_stopped);
+  EXPECT_EQ(state_of(u"Slow"), service_stopped);
+  EXPECT_EQ(memory::system().service_states, (Log{"Quick 1", "Quick 4", "Slow 3", "Slow 1"}));
+}
+
 TEST_F(HostedServices, AreAtFirstInTheStateThatIsTold) {
   for (const std::uint32_t state :
        {service_stopped, service_start_pending, service_stop_pending, service_running, 7u}) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/status.h"
+#include "platform/clock.h"
 #include "platform/errors.h"
 #include "platform/hosted/audio_tree.h"
 #include "platform/hosted/machine_state.h"
@@ -126,7 +127,7 @@ std::int32_t read_peak_value(const AudioDevice& device, float& out) {
   const std::int32_t status = tell("GetPeakValue", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
-  out = hosted::peak_of(registry(), id);
+  out = hosted::peak_at(registry(), id, steady_now_ns());
   return status;
 }
 

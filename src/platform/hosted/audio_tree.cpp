@@ -118,6 +118,17 @@ float peak_of(const RegistryTree& registry, std::u16string_view id) {
   return float_of(own_key_of(registry, id), u"Peak", 0);
 }
 
+float peak_at(const RegistryTree& registry, std::u16string_view id, std::int64_t now_ns) {
+  const float peak = peak_of(registry, id);
+  const float swing = float_of(own_key_of(registry, id), u"PeakSwing", 0);
+  if (swing == 0) return peak;
+  // A triangle: 0 to 1 and back in 1.5 s.
+  constexpr std::int64_t period_ns = 1'500'000'000;
+  const float place = static_cast<float>(now_ns % period_ns) / static_cast<float>(period_ns);
+  const float height = 1 - std::fabs(2 * place - 1);
+  return peak + swing * (2 * height - 1);
+}
+
 void put_volume(RegistryTree& registry, std::u16string_view id, float level) {
   std::array<char, 32> digits{};
   const int length = std::snprintf(digits.data(), digits.size(), "%.9g", static_cast<double>(level));

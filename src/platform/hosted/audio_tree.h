@@ -42,6 +42,9 @@ struct TreeEndpoint {
 [[nodiscard]] float volume_of(const RegistryTree& registry, std::u16string_view id);
 [[nodiscard]] bool muted_of(const RegistryTree& registry, std::u16string_view id);
 [[nodiscard]] float peak_of(const RegistryTree& registry, std::u16string_view id);
+// What a meter shows at a moment of the steady clock: the peak, and where `PeakSwing` (REG_SZ, a number) is
+// given, up to so much above and below it.
+[[nodiscard]] float peak_at(const RegistryTree& registry, std::u16string_view id, std::int64_t now_ns);
 void put_volume(RegistryTree& registry, std::u16string_view id, float level);
 void put_muted(RegistryTree& registry, std::u16string_view id, bool muted);
 

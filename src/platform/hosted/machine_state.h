@@ -79,6 +79,11 @@ using RegistryChange = Owner<RegistryChangeKind>;
 // winerror.h).
 [[nodiscard]] std::int32_t keep_or_undo(RegistryTree before);
 
+// Called for each change of a service's state (services.h), in order. The native program appends a line
+// "NAME STATE" to the file that VELMORA_SERVICE_LOG names, so that other programs can follow its services;
+// without that variable, and for names outside ASCII, it does nothing. Errors are ignored.
+void publish_service_state(std::u16string_view name, std::uint32_t state);
+
 // The key that says what opens for less than everything: its values are named by paths under
 // HKEY_LOCAL_MACHINE and give (REG_DWORD) the access that is granted to each key and what lies below it. The
 // longest path that fits counts.

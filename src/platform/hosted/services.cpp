@@ -3,7 +3,8 @@
 // what runs is kept in memory. How a service behaves stands below the hosted machine's own key
 // `SOFTWARE\VelmoraStandIn\Services`, in a key of the service's name: `StopMs` and `StartMs` (how long it is
 // on its way, milliseconds; 0xFFFFFFFF: for ever), `StopError` and `StartError` (with which Win32 error it
-// refuses), `State` (what it is in at first).
+// refuses), `State` (what it is in at first). Each change of state is published (`publish_service_state`), those that
+// take time when they are next asked for.
 #include "platform/services.h"
 
 #include <algorithm>
@@ -59,7 +60,10 @@ hosted::ServiceRun& run_of(std::u16string_view name) {
   const auto [entry, is_new] = services.try_emplace(lower_case(name));
   hosted::ServiceRun& run = entry->second;
   if (is_new) run.state = run.settled_state = first_state(name);
-  if (run.state != run.settled_state && steady_now_ns() >= run.settles_at_ns) run.state = run.settled_state;
+  if (run.state != run.settled_state && steady_now_ns() >= run.settles_at_ns) {
+    run.state = run.settled_state;
+    hosted::publish_service_state(name, run.state);
+  }
   return run;
 }
 
@@ -70,6 +74,7 @@ void begin_change(std::u16string_view name, std::u16string_view duration, std::u
   run.settled_state = settled;
   run.state = ms == 0 ? settled : pending;
   run.settles_at_ns = ms == for_ever_ms ? INT64_MAX : steady_now_ns() + ms * ns_per_ms;
+  hosted::publish_service_state(name, run.state);
 }
 
 // What a service needs. Groups of services, which begin with a plus sign, are not kept here.

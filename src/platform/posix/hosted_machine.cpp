@@ -16,6 +16,7 @@
 #include <string>
 #include <variant>
 
+#include "base/text.h"
 #include "platform/errors.h"
 #include "platform/files.h"
 #include "platform/hosted/machine_state.h"
@@ -183,6 +184,16 @@ RegistryChange begin_registry_change() {
   RegistryChange change(descriptor);
   static_cast<void>(flock(descriptor, LOCK_EX));
   return change;
+}
+
+void publish_service_state(std::u16string_view name, std::uint32_t state) {
+  const char* log = std::getenv("VELMORA_SERVICE_LOG");
+  if (log == nullptr || *log == '\0') return;
+  if (std::any_of(name.begin(), name.end(), [](char16_t unit) { return unit > 0x7F; })) return;
+  const File file(std::fopen(log, "abe"));
+  if (!file) return;
+  const std::string line = ascii_from_wide(name) + ' ' + std::to_string(state) + '\n';
+  static_cast<void>(std::fwrite(line.data(), 1, line.size(), file.get()));
 }
 
 bool keep_registry() {

@@ -21,8 +21,6 @@
 #include "platform/errors.h"
 #include "platform/files.h"
 
-#include "platform/files.h"
-
 namespace velmora {
 namespace {
 
