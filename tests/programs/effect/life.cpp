@@ -35,6 +35,7 @@ constexpr Format output_format = {48000, 2, 32, 4, 3};
 constexpr std::uint32_t latency = 100'000;
 
 constexpr std::uint32_t longest_pause_ms = 20;
+constexpr std::uint32_t quiet_pause_ms = 5;
 
 void pause(const std::atomic<bool>& stop, std::uint32_t duration_ms) {
   while (duration_ms > 0 && !stop) {
@@ -52,8 +53,9 @@ float gain_of(std::uint32_t block) {
 
 }  // namespace
 
-Life::Life(const Record& record, const Options& options, const std::atomic<bool>& stop)
-    : record_(record), options_(options), stop_(stop), unfinished_(options.instances) {
+Life::Life(const Record& record, const Options& options, const std::atomic<bool>& stop,
+           const std::atomic<bool>& quiet)
+    : record_(record), options_(options), stop_(stop), quiet_(quiet), unfinished_(options.instances) {
   for (unsigned instance = 0; instance < options.instances; ++instance) {
     instances_.emplace_back([this, instance] { live(instance); });
   }
@@ -143,6 +145,8 @@ void Life::process(unsigned mode) {
 void Life::process_blocks(unsigned mode) {
   const Reports& reports = reports_for(options_);
   for (std::uint32_t block = 1; !stop_; ++block) {
+    while (quiet_ && !stop_) sleep_ms(quiet_pause_ms);
+    if (stop_) return;
     reports.processed_block(record_);
     reports.processing(record_, options_.gain_db.value_or(gain_of(block)), block);
     reports.mode(record_, mode, mode_processed);

@@ -13,10 +13,12 @@ namespace velmora::effect {
 
 // Instances of the effect, each on a thread of its own and with further threads that process. They end when
 // they have processed their blocks, at the fault that the options ask for, or at the stop; the destructor
-// waits for them. The record, the options and the stop outlive the object.
+// waits for them. All arguments of the constructor outlive the object.
 class Life {
  public:
-  Life(const Record& record, const Options& options, const std::atomic<bool>& stop);
+  // No block is processed while `quiet`.
+  Life(const Record& record, const Options& options, const std::atomic<bool>& stop,
+       const std::atomic<bool>& quiet);
   ~Life();
   Life(const Life&) = delete;
   Life& operator=(const Life&) = delete;
@@ -38,6 +40,7 @@ class Life {
   const Record& record_;
   const Options& options_;
   const std::atomic<bool>& stop_;
+  const std::atomic<bool>& quiet_;
   std::atomic<bool> processing_{false};
   std::atomic<unsigned> unfinished_;
   std::vector<std::thread> instances_;

@@ -10,6 +10,7 @@
 
 #include "base/text.h"
 #include "capture.h"
+#include "engine_life.h"
 #include "hammer.h"
 #include "life.h"
 #include "mapping.h"
@@ -164,16 +165,20 @@ void pause_until(std::int64_t moment_ns) {
   }
 }
 
-// What happens beside the looking: at most one of the two.
+constexpr std::atomic<bool> never_quiet{false};
+
+// What happens beside the looking: at most one of the three.
 struct Activity {
   std::optional<Life> life;
+  std::optional<EngineLife> engine_life;
   std::optional<Hammer> hammer;
   bool processing_told = false;
   bool end_told = false;
 };
 
 void start_activity(const Record& record, const Options& options, Activity& activity) {
-  if (options.life) activity.life.emplace(record, options, stop_requested);
+  if (options.life) activity.life.emplace(record, options, stop_requested, never_quiet);
+  if (!options.life_state.empty()) activity.engine_life.emplace(record, options);
   if (options.hammer_rounds) activity.hammer.emplace(record, options, stop_requested);
 }
 
@@ -185,7 +190,9 @@ struct Progress {
 };
 
 Progress progress_of(const Activity& activity) {
-  return {activity.life && activity.life->is_processing(), activity.life && activity.life->is_finished(),
+  const bool processing = (activity.life && activity.life->is_processing()) ||
+                          (activity.engine_life && activity.engine_life->is_processing());
+  return {processing, activity.life && activity.life->is_finished(),
           activity.hammer && activity.hammer->is_finished()};
 }
 
@@ -205,6 +212,35 @@ void tell_progress(const Progress& progress, Activity& activity) {
                 static_cast<unsigned long long>(activity.hammer->odd_rounds()),
                 static_cast<unsigned long long>(activity.hammer->lost_reports()));
   tell(true, activity.end_told, line.data());
+}
+
+// The present state of the record: what differs from it later is news.
+Seen seen_now(const Record& record) {
+  return {std::nullopt, std::nullopt, equalizer_revision(record), capture_request(record).sequence};
+}
+
+void follow_engine(const Record& record, Activity& activity, Seen& seen) {
+  if (!activity.engine_life) return;
+  const bool was_loaded = activity.engine_life->is_loaded();
+  if (activity.engine_life->look()) {
+    seen = seen_now(record);
+    activity.processing_told = false;
+    print_line("life loaded");
+  } else if (was_loaded && !activity.engine_life->is_loaded()) {
+    print_line("life unloaded");
+  }
+}
+
+// Looks at what the service writes, and answers it. An effect that no engine has loaded sees nothing.
+void follow_service(const Record& record, const Options& options, const Progress& progress,
+                    const Activity& activity, Seen& seen) {
+  if (activity.engine_life && !activity.engine_life->is_loaded()) return;
+  // A life applies the enhancement from its first block on; the hammer reports one of its own.
+  const bool has_life = activity.life || activity.engine_life;
+  if (!activity.hammer && (!has_life || progress.processing)) follow_footstep(record, options, seen);
+  follow_algorithm(record, seen);
+  follow_equalizer(record, seen);
+  follow_capture(record, options, seen);
 }
 
 // Looks at the record until a stop. The times of the options count from here.
@@ -233,12 +269,9 @@ void follow(const Record& record, const Options& options, Seen seen, bool magic_
       }
       wake_ns = std::min(wake_ns, exit_ns);
     }
+    follow_engine(record, activity, seen);
     const Progress progress = progress_of(activity);
-    // A life applies the enhancement from its first block on; the hammer reports one of its own.
-    if (!activity.hammer && (!activity.life || progress.processing)) follow_footstep(record, options, seen);
-    follow_algorithm(record, seen);
-    follow_equalizer(record, seen);
-    follow_capture(record, options, seen);
+    follow_service(record, options, progress, activity, seen);
     tell_progress(progress, activity);
     pause_until(wake_ns);
   }
@@ -269,7 +302,7 @@ int run(int argc, const char* const* argv) {
     return exit_no_mapping;
   }
   // What comes behind the line that says that we are there is news.
-  const Seen seen{std::nullopt, std::nullopt, equalizer_revision(record), capture_request(record).sequence};
+  const Seen seen = seen_now(record);
   print_line(connection.made ? "mapping made" : "mapping opened");
   follow(record, *options, seen, magic_is_due);
   print_line("stopped");

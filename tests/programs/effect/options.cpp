@@ -107,6 +107,10 @@ bool take_option(std::string_view name, std::string_view value, Options& options
     options.capture_directory = value;
     return !value.empty();
   }
+  if (name == "--life-state") {
+    options.life_state = value;
+    return !value.empty();
+  }
   if (name == "--capture-fault") return parse_capture_fault(value, options.capture_fault);
   if (name == "--poll-ms") return parse_number(value, options.poll_ms) && options.poll_ms > 0;
   if (name == "--fault") return parse_fault(value, options.fault);
@@ -121,7 +125,7 @@ const char usage[] =
     "usage: velmora_test_effect --control-map NAME [--open-only] [--poll-ms N]\n"
     "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n"
     "         [--capture-directory PATH] [--capture-fault refuse|partial] [--through-shared-writers]\n"
-    "         [--life] [--life-blocks N] [--life-block-ms N] [--life-fault initialize|hang|lock|query]\n"
+    "         [--life | --life-state FILE] [--life-blocks N] [--life-block-ms N] [--life-fault initialize|hang|lock|query]\n"
     "         [--instances N] [--threads N] [--gain DB] [--applied-strength NUMBER] [--hammer ROUNDS]\n"
     "         [--hammer-query 0..3]\n";
 
@@ -136,7 +140,9 @@ std::optional<Options> parse_options(int argc, const char* const* argv) {
       options.open_only && (options.fault != Fault::none || options.finish_after_ms.has_value());
   // The shared writers know no record but a whole one.
   const bool writes_behind_the_end = options.through_shared_writers && options.fault == Fault::small;
-  const bool has_two_lives = options.life && options.hammer_rounds.has_value();
+  const int lives = (options.life ? 1 : 0) + (options.life_state.empty() ? 0 : 1) +
+                    (options.hammer_rounds.has_value() ? 1 : 0);
+  const bool has_two_lives = lives > 1;
   if (options.control_map.empty() || makes_nothing_to_spoil || writes_behind_the_end || has_two_lives) {
     return std::nullopt;
   }

@@ -46,6 +46,7 @@ struct Options {
   bool through_shared_writers =
       false;  // report with the writers of src/bridge in place of the test effect's own
   bool life = false;
+  std::string life_state;  // a path; not empty: lives begin, rest and end as this file says (engine_life.h)
   std::uint32_t life_blocks = 0;  // of each processing thread; 0: no end but the stop
   std::uint32_t block_ms = 10;    // pause behind each block
   LifeFault life_fault = LifeFault::none;
