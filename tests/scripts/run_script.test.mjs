@@ -63,13 +63,14 @@ function processes_of(run) {
   return spawnSync("pgrep", ["-f", "--", `--control-map ${run.map.replace("\\", "\\\\")}`], { encoding: "utf8" }).stdout;
 }
 
-const engine_of = (run) => run.said.match(/^engine ([0-9]+)$/m)?.[1];
+// The one that was started last.
+const engine_of = (run) => [...run.said.matchAll(/^engine ([0-9]+)$/gm)].at(-1)?.[1];
 
 // The engine is told nothing of the mapping, and its id may belong to another program by now.
 function engine_is_there(run) {
   const id = engine_of(run);
   try {
-    return id !== undefined && readFileSync(`/proc/${id}/cmdline`, "latin1").includes("audiodg.exe\0--stay");
+    return id !== undefined && readFileSync(`/proc/${id}/cmdline`, "latin1").endsWith("/audiodg.exe\0");
   } catch {
     return false;
   }
@@ -103,6 +104,7 @@ test("a parameter reaches the test effect, and Ctrl+C ends all programs", limits
   const run = await start_run(t, port);
   await said(run, "Press Ctrl+C to stop.");
   assert.match(run.said, new RegExp(`Open: http://127\\.0\\.0\\.1:${port}/\\?token=${token}\\n`));
+  await post_apo(port, '{"attach":true}');
   await said(run, "applied word=0x8000000100000000");
   assert.equal(await put_footstep(port, '{"bypass":false,"enhance_strength":0.5}'), '200 {"ok":true}');
   await said(run, "applied word=0x800000003f000000 bypass=false bypass_all=false strength=0.5\n");
@@ -123,6 +125,7 @@ test("both programs have the same capture directory, given or not", limits, asyn
     const port = await free_port();
     const run = await start_run(t, port, options, { VELMORA_DRIVES: join(folder, "drives") });
     await said(run, "Press Ctrl+C to stop.");
+    await post_apo(port, '{"attach":true}');
     await said(run, "applied word=");  // a command from before the effect's first look would not be new
     await send(port, "POST", "/api/v1/debug/capture", '{"action":"export","seconds":1}');
     await said(run, "capture action=export seconds=1 sequence=1 state=4\n");
@@ -163,8 +166,12 @@ test("the engine has the effect loaded that the built-in machine has installed",
   for (const round of ["first", "second"]) {
     const port = await free_port();
     const run = await start_run(t, port, [], environment);
-    await said(run, "loaded fse.dll\n");
     await said(run, "Press Ctrl+C to stop.");
+    const endpoint = "{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}";
+    const moved = "endpoint bound; its existing mode effect was moved into the composite chain because the legacy " +
+      "slot suppresses it";
+    assert.equal(await post_apo(port, '{"attach":true}'), done(true, endpoint, moved));
+    await said(run, "loaded fse.dll\n");
     assert.deepEqual(readdirSync(folder).sort(), files);
     // An engine that ran beside this start keeps the files that it has loaded.
     const written = files.map((file) => statSync(join(folder, file)).ino);
@@ -185,10 +192,6 @@ test("the engine has the effect loaded that the built-in machine has installed",
       error_code: "0",
       program: join(root, "build/native/programs/engine/audiodg.exe"),
     });
-    const endpoint = "{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}";
-    const moved = "endpoint bound; its existing mode effect was moved into the composite chain because the legacy " +
-      "slot suppresses it";
-    assert.equal(await post_apo(port, '{"attach":true}'), done(true, endpoint, moved));
     assert.equal(await post_apo(port, '{"attach":false}'),
                  done(false, endpoint, "endpoint unbound and its original mode effect restored"));
     run.child.kill("SIGINT");
@@ -205,8 +208,11 @@ test("on the export of a real machine an endpoint is bound and unbound, and noth
   const environment = { VELMORA_MACHINE: machine, VELMORA_DRIVES: join(folder, "drives") };
   const port = await free_port();
   const run = await start_run(t, port, [], environment);
-  await said(run, "loaded fse.dll\n");
   await said(run, "Press Ctrl+C to stop.");
+  const guid = "{517f1efe-9874-44ab-b8c0-d341131d9da7}";
+  const bound = await post_apo(port, `{"attach":true,"endpoint_id":"${guid}"}`);
+  assert.match(bound, /^200 \{"ok":true,"bound":true,.*"audio_restarted":true,/);
+  await said(run, "loaded fse.dll\n");
   const { running, apo_loaded, algorithm_loaded, apo_module_path } = probes(t, run, environment);
   assert.deepEqual({ running, apo_loaded, algorithm_loaded, apo_module_path }, {
     running: "true",
@@ -214,9 +220,6 @@ test("on the export of a real machine an endpoint is bound and unbound, and noth
     algorithm_loaded: "true",
     apo_module_path: join(root, "build/native/programs/effect/velmora_windows_apo.dll"),
   });
-  const guid = "{517f1efe-9874-44ab-b8c0-d341131d9da7}";
-  const bound = await post_apo(port, `{"attach":true,"endpoint_id":"${guid}"}`);
-  assert.match(bound, /^200 \{"ok":true,"bound":true,.*"audio_restarted":true,/);
   assert.ok(readFileSync(machine, "utf8").includes(`[HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora\\DevBinding\\${guid}]`));
   const unbound = await post_apo(port, `{"attach":false,"endpoint_id":"${guid}"}`);
   assert.match(unbound, /^200 \{"ok":true,"bound":false,.*"audio_restarted":true,/);
