@@ -36,6 +36,7 @@ class PosixHostedMachine : public surroundings::Arranged {
  protected:
   void TearDown() override {
     unsetenv("VELMORA_MACHINE");
+    unsetenv("VELMORA_SERVICE_LOG");
     EXPECT_EQ(load_machine(), "");
     EXPECT_TRUE(hosted::machine_state().open_keys.empty());
     surroundings::Arranged::TearDown();
@@ -411,6 +412,21 @@ TEST_F(PosixHostedMachine, LosesNoChangeOfManyProgramsAtOnce) {
   const std::size_t before = machine_text.find("=dword:00000001") == std::string::npos ? 0 : 1;
   EXPECT_EQ(values, before + writers * 8);
   EXPECT_EQ(names_in_scratch(), std::vector<std::string>{"machine.reg"});
+}
+
+TEST_F(PosixHostedMachine, AppendsTheStatesOfServicesToTheLogThatIsNamed) {
+  const std::string log = surroundings::scratch_directory() + "/services";
+  hosted::publish_service_state(u"Before", 1);
+  setenv("VELMORA_SERVICE_LOG", log.c_str(), 1);
+  EXPECT_FALSE(fs::exists(log));
+  hosted::publish_service_state(u"Audiosrv", 1);
+  hosted::publish_service_state(u"Audio\u00E9", 1);
+  hosted::publish_service_state(u"Audiosrv", 4);
+  EXPECT_EQ(read_file(log), "Audiosrv 1\nAudiosrv 4\n");
+  // A folder that is not there: nobody notices.
+  setenv("VELMORA_SERVICE_LOG", (log + "/log").c_str(), 1);
+  hosted::publish_service_state(u"Audiosrv", 1);
+  EXPECT_EQ(read_file(log), "Audiosrv 1\nAudiosrv 4\n");
 }
 
 }  // namespace
