@@ -91,8 +91,8 @@ struct System {
   // The registry and what is open of it.
   hosted::MachineState state;
   std::vector<std::string> service_states;  // each change of a service, "NAME STATE"
-  bool registry_kept = true;    // false: changes cannot be kept
-  std::string machine_trouble;  // what load_machine tells
+  bool registry_kept = true;                // false: changes cannot be kept
+  std::string machine_trouble;              // what load_machine tells
   // What is open at the moment; empty when everything has been released.
   std::map<std::uintptr_t, Handle> handles;
   std::uintptr_t next_handle = 1;

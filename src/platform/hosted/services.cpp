@@ -3,8 +3,8 @@
 // what runs is kept in memory. How a service behaves stands below the hosted machine's own key
 // `SOFTWARE\VelmoraStandIn\Services`, in a key of the service's name: `StopMs` and `StartMs` (how long it is
 // on its way, milliseconds; 0xFFFFFFFF: for ever), `StopError` and `StartError` (with which Win32 error it
-// refuses), `State` (what it is in at first). Each change of state is published (`publish_service_state`), those that
-// take time when they are next asked for.
+// refuses), `State` (what it is in at first). Each change of state is published (`publish_service_state`),
+// those that take time when they are next asked for.
 #include "platform/services.h"
 
 #include <algorithm>

@@ -125,7 +125,8 @@ const char usage[] =
     "usage: velmora_test_effect --control-map NAME [--open-only] [--poll-ms N]\n"
     "         [--fault unfinished|magic|version|size|small] [--finish-after-ms N] [--exit-after-ms N]\n"
     "         [--capture-directory PATH] [--capture-fault refuse|partial] [--through-shared-writers]\n"
-    "         [--life | --life-state FILE] [--life-blocks N] [--life-block-ms N] [--life-fault initialize|hang|lock|query]\n"
+    "         [--life | --life-state FILE] [--life-blocks N] [--life-block-ms N]\n"
+    "         [--life-fault initialize|hang|lock|query]\n"
     "         [--instances N] [--threads N] [--gain DB] [--applied-strength NUMBER] [--hammer ROUNDS]\n"
     "         [--hammer-query 0..3]\n";
 
