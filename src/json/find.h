@@ -15,8 +15,9 @@ namespace velmora {
 // The value begins with "true" or "false".
 [[nodiscard]] std::optional<bool> json_find_bool(std::string_view body, std::string_view key);
 
-// What `strtof` reads, if finite: a leading sign, a missing leading digit, exponents and hexadecimal forms
-// pass, and letters behind the number are left alone. It depends on the C locale, which nothing changes.
+// What `strtof` reads in the C locale, if finite: a leading sign, a missing leading digit, exponents and
+// hexadecimal forms pass, and letters behind the number are ignored. The process's locale has no effect: a
+// library that we load may change it.
 [[nodiscard]] std::optional<float> json_find_number(std::string_view body, std::string_view key);
 
 // A quoted string with the two-character escapes undone. `\u` and raw bytes below 0x20 are no value; UTF-8

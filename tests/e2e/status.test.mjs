@@ -789,6 +789,21 @@ test('the algorithm is shown as it was found at the start', limits, async (t) =>
   }
 });
 
+test('a number is read and written alike when the algorithm has changed the locale', limits, async (t) => {
+  const directory = make_directory();
+  const program = path.join(directory, path.basename(creating_service()));
+  fs.copyFileSync(creating_service(), program);
+  fs.chmodSync(program, 0o755);
+  fs.copyFileSync(path.join(build_directory, 'programs/localized/fse.dll'), path.join(directory, 'fse.dll'));
+  const env = { ...quiet(), LOCPATH: path.join(build_directory, 'locales') };
+  const service = await start_service(t, { program, env });
+  assert.equal(service.algorithm, '4.5.6', 'the locale has a decimal comma');
+  assert.equal(await ask(service, 'PUT', footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
+  const text = await status_text(service);
+  assert.equal(member_text(text, 'footstep', 'enhance_strength'), '0.75');
+  await service.stop();
+});
+
 // ---- it only reads ----
 
 test('a status request changes neither the record nor the machine', limits, async (t) => {

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
+#include <limits>
 
+#include "base/number.h"
 #include "base/text.h"
 #include "platform/registry.h"
 
@@ -33,14 +34,13 @@ std::u16string joined(std::u16string_view path, std::u16string_view name) {
   return std::u16string(path).append(u"\\").append(name);
 }
 
-// What `strtof` reads of a text; `otherwise` where it is missing or begins with no number.
+// What `strtof` reads of a text in the C locale; `otherwise` where it is missing or begins with no number.
 float float_of(const TreeKey* key, std::u16string_view name, float otherwise) {
   const auto text = find_text(key, name);
   if (!text) return otherwise;
-  const std::string digits = ascii_from_wide(*text);
-  char* end = nullptr;
-  const float number = std::strtof(digits.c_str(), &end);
-  return end == digits.c_str() ? otherwise : number;
+  const std::string ascii = ascii_from_wide(*text);
+  const std::size_t start = std::min(ascii.find_first_not_of(" \t\n\v\f\r"), ascii.size());
+  return read_float(std::string_view(ascii).substr(start)).value_or(otherwise);
 }
 
 const TreeKey* own_key_of(const RegistryTree& registry, std::u16string_view id) {
@@ -131,8 +131,10 @@ float peak_at(const RegistryTree& registry, std::u16string_view id, std::int64_t
 
 void put_volume(RegistryTree& registry, std::u16string_view id, float level) {
   std::array<char, 32> digits{};
-  const int length = std::snprintf(digits.data(), digits.size(), "%.9g", static_cast<double>(level));
-  std::u16string text = wide_from_ascii({digits.data(), static_cast<std::size_t>(length)});
+  constexpr int exact = std::numeric_limits<float>::max_digits10;
+  const char* const end =
+      std::to_chars(digits.begin(), digits.end(), level, std::chars_format::general, exact).ptr;
+  std::u16string text = wide_from_ascii({digits.data(), static_cast<std::size_t>(end - digits.data())});
   text += u'\0';
   put_value(make_key(registry, joined(own_path, id)), u"Volume", reg_sz,
             {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(char16_t)});

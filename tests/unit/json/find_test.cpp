@@ -5,6 +5,7 @@
 #include <cmath>
 #include <limits>
 
+#include "unit/support/comma_locale.h"
 #include "unit/support/fresh_machine.h"
 
 namespace velmora {
@@ -166,6 +167,12 @@ TEST(JsonFinders, RefuseWhatIsNoFiniteNumber) {
     const ExactBlock block(body);
     EXPECT_FALSE(json_find_number(block.view(), "volume"));
   }
+}
+
+TEST(JsonFinders, ReadNumbersAlikeInEveryLocale) {
+  const CommaLocale comma;
+  EXPECT_EQ(json_find_number(R"({"volume":0.75})", "volume"), 0.75f);
+  EXPECT_EQ(json_find_number(R"({"volume":0,75})", "volume"), 0.0f);
 }
 
 TEST(JsonFinders, TakeTheFirstTextualMatchOfAKey) {

@@ -10,6 +10,8 @@
 #include <limits>
 #include <random>
 
+#include "unit/support/comma_locale.h"
+
 namespace velmora {
 namespace {
 
@@ -55,6 +57,12 @@ TEST(JsonNumbers, HaveSixSignificantDigitsAndNoZerosBehindThem) {
       {std::bit_cast<float>(0x7F800001u), "nan"},
   };
   for (const auto& row : rows) EXPECT_EQ(appended(row.value), row.text);
+}
+
+TEST(JsonNumbers, HaveAPointInEveryLocale) {
+  const CommaLocale comma;
+  EXPECT_EQ(appended(0.75f), "0.75");
+  EXPECT_EQ(appended(1234567.0f), "1.23457e+06");
 }
 
 TEST(JsonNumbers, AreWhatPrintfMakesOfFloatsOfEveryMagnitude) {

@@ -1,0 +1,117 @@
+#include "base/number.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+namespace velmora {
+namespace {
+
+// Far beyond every exponent that matters, and still far from overflow when a text's length is added.
+constexpr std::int64_t exponent_limit = 1'000'000'000'000;
+
+int hex_digit(char byte) {
+  if (byte >= '0' && byte <= '9') return byte - '0';
+  const char lower = static_cast<char>(byte | 0x20);
+  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// The exponent at the start of `text`, behind `letter` in either case; 0 where it is not complete.
+std::int64_t read_exponent(std::string_view text, char letter) {
+  if (text.empty() || (text.front() | 0x20) != letter) return 0;
+  text.remove_prefix(1);
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  std::int64_t exponent = 0;
+  for (; !text.empty() && is_digit(text.front()); text.remove_prefix(1)) {
+    exponent = std::min(exponent_limit, exponent * 10 + (text.front() - '0'));
+  }
+  return negative ? -exponent : exponent;
+}
+
+// Whether a decimal number that is not zero, and that no float can hold, is too small rather than too large.
+bool is_too_small(std::string_view text) {
+  std::int64_t scale = 0;  // of the first digit other than 0: 1 for 1.5, 0 for 0.15
+  bool found = false;
+  bool point = false;
+  for (; !text.empty() && (is_digit(text.front()) || (text.front() == '.' && !point));
+       text.remove_prefix(1)) {
+    if (text.front() == '.') {
+      point = true;
+      continue;
+    }
+    found = found || text.front() != '0';
+    if (found && !point) ++scale;
+    if (!found && point) --scale;
+  }
+  return scale + read_exponent(text, 'e') < 0;
+}
+
+// An unsigned decimal number, "inf..." or "nan...".
+std::optional<float> read_decimal(std::string_view text) {
+  float number = 0;
+  const std::errc error = std::from_chars(text.data(), text.data() + text.size(), number).ec;
+  if (error == std::errc::invalid_argument) return std::nullopt;
+  if (error != std::errc::result_out_of_range) return number;
+  return is_too_small(text) ? 0.0f : std::numeric_limits<float>::infinity();
+}
+
+// A hexadecimal number behind its "0x". std::from_chars is not used: it takes a missing digit before "p" and
+// rounds numbers near the least float in its own way.
+std::optional<float> read_hexadecimal(std::string_view text) {
+  // The digits fill 48 bits, and any bit behind them sets the lowest one. So the double is exact, and the
+  // conversion to float is the only rounding.
+  constexpr std::uint64_t full = std::uint64_t{1} << 44;
+  std::uint64_t digits = 0;
+  std::int64_t exponent = 0;
+  bool any = false;
+  bool point = false;
+  for (; !text.empty(); text.remove_prefix(1)) {
+    if (text.front() == '.' && !point) {
+      point = true;
+      continue;
+    }
+    const int digit = hex_digit(text.front());
+    if (digit < 0) break;
+    any = true;
+    if (digits < full) {
+      digits = digits * 16 + static_cast<std::uint64_t>(digit);
+      exponent -= point ? 4 : 0;
+    } else {
+      digits |= digit != 0 ? 1 : 0;
+      exponent += point ? 0 : 4;
+    }
+  }
+  if (!any) return std::nullopt;
+  constexpr std::int64_t beyond_float = 2000;
+  exponent = std::clamp(exponent + read_exponent(text, 'p'), -beyond_float, beyond_float);
+  const double exact = std::ldexp(static_cast<double>(digits), static_cast<int>(exponent));
+  constexpr double halfway_to_infinity = 0x1.ffffffp127;
+  if (exact >= halfway_to_infinity) return std::numeric_limits<float>::infinity();
+  return static_cast<float>(exact);
+}
+
+std::optional<float> read_unsigned(std::string_view text) {
+  if (text.starts_with("0x") || text.starts_with("0X")) {
+    // Without a digit behind it the number is the 0 in front of the letter.
+    return read_hexadecimal(text.substr(2)).value_or(0.0f);
+  }
+  if (text.starts_with('-')) return std::nullopt;
+  return read_decimal(text);
+}
+
+}  // namespace
+
+std::optional<float> read_float(std::string_view text) {
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  const std::optional<float> number = read_unsigned(text);
+  return number && negative ? -*number : number;
+}
+
+}  // namespace velmora
