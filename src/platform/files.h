@@ -24,7 +24,7 @@ enum class FileKind { missing, regular, directory, other };
 
 // `directory` and `name` joined in the system's own way: its separator stands between them unless `directory`
 // is empty or ends with one (or, on Windows, is a bare drive). Elsewhere than on Windows a path that begins
-// with a drive (`C:\`) is written as Windows writes it.
+// with a drive (`C:\`) or a server (`\\server`) is joined as on Windows.
 [[nodiscard]] std::string join_path(std::string_view directory, std::string_view name);
 
 // `path` up to, not including, its last separator (the root keeps its own). Empty when there is none,

@@ -358,7 +358,7 @@ TEST_F(PosixDrives, AreWhereTheFirstAbsolutePathOfTheVariablesSays) {
   }
 }
 
-TEST_F(PosixDrives, TakeWhatBeginsWithADriveAndItsRoot) {
+TEST_F(PosixDrives, TakeWhatBeginsWithADriveAndItsRootOrAShare) {
   set("VELMORA_DRIVES", "/d");
   const struct {
     const char* path;
@@ -367,12 +367,21 @@ TEST_F(PosixDrives, TakeWhatBeginsWithADriveAndItsRoot) {
                {"c:\\A", "/d/c/A"},
                {"Z:\\a/b\\c", "/d/z/a/b/c"},
                {"C:\\\xC3\xB6 x", "/d/c/\xC3\xB6 x"},
-               {"C:/a", "C:/a"},
+               {"C:/a", "/d/c/a"},
+               {"c:/a\\b/c", "/d/c/a/b/c"},
+               {"C:/", "/d/c/"},
                {"C:a", "C:a"},
                {"C:", "C:"},
                {"", ""},
                {"\\a", "\\a"},
-               {"\\\\host\\share", "\\\\host\\share"},
+               {"\\\\host\\share", "/d/unc/host/share"},
+               {"\\\\host\\share\\a/b", "/d/unc/host/share/a/b"},
+               {"\\/host/share/a", "/d/unc/host/share/a"},
+               {"\\\\", "\\\\"},
+               {"\\\\\\a", "\\\\\\a"},
+               {"//host/share", "//host/share"},
+               {"1:/a", "1:/a"},
+               {"a/C:/b", "a/C:/b"},
                {"1:\\a", "1:\\a"},
                {"@:\\a", "@:\\a"},
                {"[:\\a", "[:\\a"},
@@ -385,10 +394,8 @@ TEST_F(PosixDrives, TakeWhatBeginsWithADriveAndItsRoot) {
   }
 }
 
-TEST_F(PosixDrives, HoldFilesForEveryOperation) {
-  const std::string drives = surroundings::scratch_directory() + "/drives";
-  set("VELMORA_DRIVES", drives.c_str());
-  const std::string directory = "C:\\ProgramData\\Some maker\\store";
+// What each operation does in a directory that is `leads_to` on this system.
+void expect_files_in(const std::string& directory, const std::string& leads_to) {
   const std::string path = join_path(directory, "\xC3\xB6.json");
   EXPECT_EQ(write_whole_file(path, "abc"), 3u);
   EXPECT_EQ(remove_file(path), 3u);
@@ -396,7 +403,7 @@ TEST_F(PosixDrives, HoldFilesForEveryOperation) {
   EXPECT_EQ(query_file_kind(directory), FileKind::directory);
   EXPECT_EQ(remove_file(path), 2u);
   EXPECT_EQ(write_whole_file(path, "abc"), 0u);
-  EXPECT_EQ(query_file_kind(drives + "/c/ProgramData/Some maker/store/\xC3\xB6.json"), FileKind::regular);
+  EXPECT_EQ(query_file_kind(leads_to + "/\xC3\xB6.json"), FileKind::regular);
   std::uint64_t size = 0;
   EXPECT_EQ(query_file_size(path, size), 0u);
   EXPECT_EQ(size, 3u);
@@ -406,6 +413,21 @@ TEST_F(PosixDrives, HoldFilesForEveryOperation) {
   InputFile file;
   EXPECT_EQ(open_for_reading(path, file), 0u);
   EXPECT_EQ(remove_file(path), 0u);
+}
+
+TEST_F(PosixDrives, HoldFilesForEveryOperation) {
+  const std::string drives = surroundings::scratch_directory() + "/drives";
+  set("VELMORA_DRIVES", drives.c_str());
+  const struct {
+    const char* directory;
+    const char* leads_to;
+  } cases[] = {{"C:\\ProgramData\\Some maker\\store", "/c/ProgramData/Some maker/store"},
+               {"D:/Some maker/store", "/d/Some maker/store"},
+               {"\\\\server\\share\\store", "/unc/server/share/store"}};
+  for (const auto& entry : cases) {
+    SCOPED_TRACE(entry.directory);
+    expect_files_in(entry.directory, drives + entry.leads_to);
+  }
 }
 
 }  // namespace

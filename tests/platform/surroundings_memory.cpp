@@ -149,8 +149,8 @@ bool rename_elsewhere(const std::string& from, const std::string& to) {
 }
 
 std::vector<JoinCase> join_cases() {
-  return {{"/a", "b", "/a/b"}, {"/a/", "b", "/a/b"},   {"", "b", "b"},
-          {"/", "b", "/b"},    {"C:\\", "b", "C:\\b"}, {"C:\\a", "b", "C:\\a\\b"}};
+  return {{"/a", "b", "/a/b"},    {"/a/", "b", "/a/b"},       {"", "b", "b"},         {"/", "b", "/b"},
+          {"C:\\", "b", "C:\\b"}, {"C:\\a", "b", "C:\\a\\b"}, {"C:/a", "b", "C:/a/b"}};
 }
 
 std::vector<ParentCase> parent_cases() {

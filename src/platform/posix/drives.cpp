@@ -26,11 +26,12 @@ std::string drives_directory() {
 }  // namespace
 
 std::string native_path(std::string_view path) {
-  if (!has_drive(path)) return std::string(path);
-  std::string below(path.substr(2));
+  const bool on_a_drive = has_drive(path);
+  if (!on_a_drive && !has_share(path)) return std::string(path);
+  const std::string root = on_a_drive ? std::string(1, ascii_lower(path[0])) : "unc";
+  std::string below(path.substr(on_a_drive ? 2 : 1));
   std::replace(below.begin(), below.end(), '\\', '/');
-  const char letter = ascii_lower(path[0]);
-  return drives_directory().append("/").append(1, letter).append(below);
+  return drives_directory().append("/").append(root).append(below);
 }
 
 }  // namespace velmora

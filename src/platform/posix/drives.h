@@ -6,9 +6,10 @@
 
 namespace velmora {
 
-// Where a path leads on this system: `X:\a\b` to `x/a/b` below the folder of the drives, which is
-// VELMORA_DRIVES (absolute), else velmora/drives below the user's state directory (XDG_STATE_HOME, else
-// ~/.local/state). Every other path is its own.
+// Where a path leads on this system: `X:\a\b` and `X:/a/b` to `x/a/b`, and `\\server\share\a` to
+// `unc/server/share/a`, below the folder of the drives. That is VELMORA_DRIVES (absolute), else
+// velmora/drives below the user's state directory (XDG_STATE_HOME, else ~/.local/state). Every other path is
+// unchanged.
 [[nodiscard]] std::string native_path(std::string_view path);
 
 }  // namespace velmora
