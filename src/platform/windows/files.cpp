@@ -23,12 +23,16 @@ bool names_device(const std::wstring& path) {
   return length < full.size() && std::wstring_view(full.data(), length).starts_with(devices);
 }
 
+FileKind kind_of_attributes(DWORD attributes) {
+  return attributes & FILE_ATTRIBUTE_DIRECTORY ? FileKind::directory : FileKind::regular;
+}
+
 // FILE_FLAG_BACKUP_SEMANTICS lets a directory be opened to be looked at, links followed.
 FileKind kind_of_open(HANDLE handle) {
   if (GetFileType(handle) != FILE_TYPE_DISK) return FileKind::other;
   BY_HANDLE_FILE_INFORMATION information;
   if (!GetFileInformationByHandle(handle, &information)) return FileKind::missing;
-  return information.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY ? FileKind::directory : FileKind::regular;
+  return kind_of_attributes(information.dwFileAttributes);
 }
 
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -55,6 +59,11 @@ std::uint32_t make_directory(std::string_view path) {
 FileKind query_file_kind(std::string_view path) {
   const std::wstring wide = wide_path(path);
   if (names_device(wide)) return FileKind::other;
+  // The attributes can be read where an access list denies every opening.
+  WIN32_FILE_ATTRIBUTE_DATA data;
+  if (!GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &data)) return FileKind::missing;
+  if (!(data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
+    return kind_of_attributes(data.dwFileAttributes);
   const HANDLE handle = CreateFileW(wide.c_str(), FILE_READ_ATTRIBUTES, share_all, nullptr, OPEN_EXISTING,
                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr);
   if (handle == INVALID_HANDLE_VALUE) return FileKind::missing;
