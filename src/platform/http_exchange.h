@@ -1,6 +1,7 @@
 // One HTTP exchange as a client, call by call, in WinHTTP's words and with its numbers (winhttp.h,
-// winerror.h); 0 is success. Nothing calls back: the reply is pulled. Redirections are followed as WinHTTP
-// does by default (10 at most, one from https to http is the error 12156).
+// winerror.h); 0 is success. Nothing calls back: the reply is pulled. Redirections (301, 302, 303, 307, 308)
+// are followed as WinHTTP does by default: 10 at most, else 12156. On Linux one from https to http is 12156,
+// too.
 #pragma once
 
 #include <cstddef>
@@ -35,7 +36,9 @@ using HttpExchange = Owner<HttpExchangeKind>;
 // assigned on success alone.
 [[nodiscard]] std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& out);
 
-// How long a wait may last, milliseconds. There is no limit on the whole.
+// How long a wait may last, milliseconds. There is no limit on the whole. On Windows these are what WinHTTP
+// is asked for; a host with several addresses, a search for a proxy and the wait for a head may take longer
+// there.
 struct HttpTimeouts {
   std::int32_t resolve_ms;
   std::int32_t connect_ms;
@@ -60,7 +63,8 @@ struct HttpTimeouts {
 [[nodiscard]] std::uint32_t send_http_request(const HttpExchange& exchange, std::u16string_view header,
                                               std::string_view body);
 
-// WinHttpReceiveResponse: waits for the head of the reply. 12030: the connection ended; 12152: no HTTP;
+// WinHttpReceiveResponse: waits for the head of the reply. 12030: the connection ended; 12150: a redirection
+// has no Location; 12152: no HTTP;
 // 12182: its lines are too many or too long, of the trailers too, which are read with the body.
 [[nodiscard]] std::uint32_t receive_http_response(const HttpExchange& exchange);
 

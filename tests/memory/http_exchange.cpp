@@ -24,6 +24,11 @@ std::uint32_t tell(HttpService& service, const std::string& operation) {
   return fault;
 }
 
+// Replies here have no headers, so that a redirection leads nowhere.
+bool is_redirection(std::uint32_t status) {
+  return status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+}
+
 memory::HttpCall& call_of(HttpService& service, const HttpExchange& exchange) {
   return service.open.at(exchange.native());
 }
@@ -99,8 +104,10 @@ std::uint32_t receive_http_response(const HttpExchange& exchange) {
   // A service that is told to be slow.
   service.answered.wait(lock, [&] { return !service.holds_back; });
   if (service.replies.empty()) return 12030;  // ERROR_WINHTTP_CONNECTION_ERROR: nobody answers
-  call_of(service, exchange).reply = std::move(service.replies.front());
+  memory::HttpReply reply = std::move(service.replies.front());
   service.replies.pop_front();
+  if (is_redirection(reply.status)) return error_winhttp_header_not_found;
+  call_of(service, exchange).reply = std::move(reply);
   return 0;
 }
 

@@ -216,6 +216,16 @@ TEST_F(HttpContract, StaysAtTheEndOfAReply) {
   EXPECT_EQ(status_of(exchange), 200u);
 }
 
+// 303 and 308 are missing here: Wine takes them for the reply.
+TEST_F(HttpContract, RefusesARedirectionWithoutALocation) {
+  for (const std::uint32_t status : {301u, 302u, 307u}) {
+    SCOPED_TRACE(status);
+    const HttpServer server = surroundings::serve_http({{status, "nowhere", Framing::length}});
+    const HttpExchange exchange = open_exchange(surroundings::http_port(server));
+    EXPECT_EQ(send_and_wait(exchange), 12150u);
+  }
+}
+
 TEST_F(HttpContract, KnowsNoStatusBeforeThereIsAReply) {
   HttpExchange exchange;
   ASSERT_EQ(open_http_session(u"Velmora/1.1", exchange), 0u);

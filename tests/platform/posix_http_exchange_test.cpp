@@ -325,12 +325,25 @@ TEST_F(PosixHttp, FollowsARedirection) {
   }
 }
 
-TEST_F(PosixHttp, TakesARedirectionWithoutAPlaceForTheReply) {
-  RawHttpServer server({{{reply_with_length(302, "nowhere")}}});
-  const HttpExchange exchange = open_exchange(server.port());
-  ASSERT_EQ(send_and_wait(exchange), 0u);
-  EXPECT_EQ(status_of(exchange), 302u);
-  EXPECT_EQ(read_whole_body(exchange).bytes, "nowhere");
+TEST_F(PosixHttp, RefusesARedirectionWithoutALocation) {
+  for (const std::uint32_t status : {301u, 302u, 303u, 307u, 308u}) {
+    SCOPED_TRACE(status);
+    RawHttpServer server({{{reply_with_length(status, "nowhere")}}});
+    const HttpExchange exchange = open_exchange(server.port());
+    EXPECT_EQ(send_and_wait(exchange), 12150u);
+  }
+}
+
+TEST_F(PosixHttp, TakesEveryOtherStatusFrom300UpwardForTheReply) {
+  for (const std::uint32_t status : {300u, 304u, 305u, 306u, 309u, 399u}) {
+    SCOPED_TRACE(status);
+    const std::string reply = status == 304 ? reply_head(status, "Location: /moved\r\n")
+                                            : reply_head(status, "Location: /moved\r\nContent-Length: 0\r\n");
+    RawHttpServer server({{{reply}}});
+    const HttpExchange exchange = open_exchange(server.port());
+    ASSERT_EQ(send_and_wait(exchange), 0u);
+    EXPECT_EQ(status_of(exchange), status);
+  }
 }
 
 TEST_F(PosixHttp, FollowsNoRedirectionToAnotherScheme) {

@@ -292,16 +292,21 @@ std::uint32_t begin_transfer(Exchange& exchange) {
                                                                             : error_winhttp_internal_error;
 }
 
-// Where the reply sends us instead; empty when it does not.
-std::string redirection_of(const Exchange& exchange) {
+// Where the reply sends us instead; `url` is empty when it does not.
+struct Redirection {
+  std::string url;
+  std::uint32_t error = 0;
+};
+
+Redirection redirection_of(const Exchange& exchange) {
   long status = 0;
   curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
   const bool is_redirection =
       status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+  if (!is_redirection) return {};
   curl_header* location = nullptr;
-  if (!is_redirection ||
-      curl().easy_header(exchange.easy, "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
-    return {};
+  if (curl().easy_header(exchange.easy, "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
+    return {{}, error_winhttp_header_not_found};
   }
   // CURLINFO_REDIRECT_URL would come with the end of the reply only.
   constexpr unsigned leniently = CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_NON_SUPPORT_SCHEME;
@@ -312,9 +317,9 @@ std::string redirection_of(const Exchange& exchange) {
       curl().url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) {
     return {};
   }
-  std::string result = text;
+  Redirection redirection{text, 0};
   curl().free(text);
-  return result;
+  return redirection;
 }
 
 // Not from https to http.
@@ -401,10 +406,11 @@ std::uint32_t receive_http_response(const HttpExchange& exchange) {
     drive(request, [](const Exchange& at) { return at.has_head; });
     if (request.error != 0 && !request.has_head) return request.error;
     if (!request.has_head) return error_winhttp_connection_error;
-    std::string url = redirection_of(request);
-    if (url.empty()) return 0;
-    if (!may_follow(request, url)) return error_winhttp_redirect_failed;
-    if (const std::uint32_t error = follow(request, std::move(url))) return error;
+    Redirection redirection = redirection_of(request);
+    if (redirection.error != 0) return redirection.error;
+    if (redirection.url.empty()) return 0;
+    if (!may_follow(request, redirection.url)) return error_winhttp_redirect_failed;
+    if (const std::uint32_t error = follow(request, std::move(redirection.url))) return error;
   }
 }
 
