@@ -11,8 +11,9 @@ namespace velmora {
 struct EffectInstallState {
   bool elevated = false;          // this process runs elevated
   bool clsid_registered = false;  // the effect's class id names a library
-  bool protected_audio_dg_disabled =
-      false;                       // DisableProtectedAudioDG is 1: the engine loads unsigned effects
+  // For information: DisableProtectedAudioDG is 1 in
+  // HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Audio.
+  bool protected_audio_dg_disabled = false;
   bool apo_dll_present = false;    // that library is a regular file
   bool algorithm_present = false;  // fse.dll and model_weights.bin are regular files beside it
   std::string apo_dll_path;        // each character beyond ASCII is a `?`

@@ -100,8 +100,8 @@ test('the first step that is not so is named, with what to do', limits, async (t
         'with "Restart audio now".'],
     ['not trusted', () => ({ ...whole(), trusted: false }), { modules: ['other.dll'] },
       'Loaded: The engine has not loaded the effect. Play a sound on this endpoint. If that does not help, bind again ' +
-        'with "Restart audio now". Windows may be refusing the effect: DisableProtectedAudioDG is not set to 1 in the ' +
-        'registry.'],
+        'with "Restart audio now". For information: DisableProtectedAudioDG is not 1 in ' +
+        'HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio.'],
     ['no sound yet', whole, { modules: loaded },
       'Processing: No sound has gone through the effect. Play a sound on this endpoint.'],
     ['not made ready', whole, { modules: loaded, word: [words.initialize_progress, 0x80004005n] },
