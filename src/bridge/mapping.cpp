@@ -25,20 +25,20 @@ std::string call_failed(std::string_view call, std::uint32_t error) {
 bool obtain_mapping(std::u16string_view name, bool may_create, SharedMapping& mapping, bool& created,
                     std::string& message) {
   created = false;
-  const std::uint32_t open_error = open_shared_mapping(name, mapping);
-  if (open_error == 0) return true;
+  const std::optional<std::uint32_t> open_error = open_shared_mapping(name, mapping);
+  if (!open_error) return true;
   if (!may_create) {
-    message = call_failed("OpenFileMappingW", open_error);
+    message = call_failed("OpenFileMappingW", *open_error);
     return false;
   }
   const CreatedMapping result = create_shared_mapping(name, record_size_bytes, mapping);
-  if (result.descriptor_error != 0) {
+  if (result.descriptor_error) {
     message = "unable to create the control mapping security descriptor: " +
-              std::to_string(result.descriptor_error);
+              std::to_string(*result.descriptor_error);
     return false;
   }
-  if (result.create_error != 0) {
-    message = call_failed("CreateFileMappingW", result.create_error);
+  if (result.create_error) {
+    message = call_failed("CreateFileMappingW", *result.create_error);
     return false;
   }
   // Another process may have made it since we looked; its mapping is then like an opened one.
@@ -114,9 +114,9 @@ bool ControlBridge::connect(std::u16string_view name, bool may_create, std::stri
   bool created = false;
   if (!obtain_mapping(wanted, may_create, mapping, created, message)) return false;
   SharedView view;
-  const std::uint32_t view_error = map_shared_view(mapping, record_size_bytes, view);
-  if (view_error != 0) {
-    message = call_failed("MapViewOfFile", view_error);
+  const std::optional<std::uint32_t> view_error = map_shared_view(mapping, record_size_bytes, view);
+  if (view_error) {
+    message = call_failed("MapViewOfFile", *view_error);
     return false;
   }
   if (created) {

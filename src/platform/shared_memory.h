@@ -1,9 +1,10 @@
-// Named memory that lives for as long as any process holds it. Numbers are Win32 error codes on every system
-// (winerror.h); 0 is success.
+// Named memory that lives for as long as any process holds it. A call that fails returns its Win32 error code
+// on every system (winerror.h), which Windows may leave at 0; one that succeeds returns no value.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "platform/owner.h"
@@ -31,16 +32,16 @@ struct SharedViewKind {
 // Owner of a view: memory that is readable and writable until the owner closes.
 using SharedView = Owner<SharedViewKind>;
 
-// The two numbers of making a mapping. The object is had when both errors are 0.
+// How making a mapping ended. It succeeded when neither error has a value.
 struct CreatedMapping {
-  std::uint32_t descriptor_error;  // of ConvertStringSecurityDescriptorToSecurityDescriptorW
-  std::uint32_t create_error;      // of CreateFileMappingW
-  bool already_existed;            // another process made it first (ERROR_ALREADY_EXISTS, 183)
+  std::optional<std::uint32_t> descriptor_error;  // of ConvertStringSecurityDescriptorToSecurityDescriptorW
+  std::optional<std::uint32_t> create_error;      // of CreateFileMappingW
+  bool already_existed;                           // another process made it first (ERROR_ALREADY_EXISTS, 183)
 };
 
 // OpenFileMappingW for reading and writing (access 6), not inherited. A missing object is 2, a denied one 5.
 // `out` is assigned on success alone.
-[[nodiscard]] std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out);
+[[nodiscard]] std::optional<std::uint32_t> open_shared_mapping(std::u16string_view name, SharedMapping& out);
 
 // The security descriptor and CreateFileMappingW for `size` bytes of zeros, open to every local process at
 // every integrity level; the descriptor is freed before the return. `out` is assigned on success alone.
@@ -49,6 +50,7 @@ struct CreatedMapping {
 
 // MapViewOfFile of the first `size` bytes (access 6). An object that is smaller answers 5. `out` is assigned
 // on success alone.
-[[nodiscard]] std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out);
+[[nodiscard]] std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
+                                                           SharedView& out);
 
 }  // namespace velmora

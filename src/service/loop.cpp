@@ -41,7 +41,7 @@ void check_session(const AccountState& account, std::int64_t now_ns, LastDone& l
 void serve_one(const Socket& listener, ServiceState& state) {
   if (wait_readable(listener, select_timeout_us).count <= 0) return;
   Socket connection;
-  if (accept_connection(listener, connection) != 0) return;
+  if (accept_connection(listener, connection)) return;
   handle_connection(connection, state);
   shutdown_both(connection);
 }

@@ -83,9 +83,9 @@ bool create_bridge(Service& service) {
 }
 
 // Binds and listens; the error of whichever failed.
-int start_listening(const Socket& listener, std::uint16_t port) {
-  const int bind_error = bind_loopback(listener, port);
-  return bind_error != 0 ? bind_error : listen_at_maximum(listener);
+std::optional<int> start_listening(const Socket& listener, std::uint16_t port) {
+  const std::optional<int> bind_error = bind_loopback(listener, port);
+  return bind_error ? bind_error : listen_at_maximum(listener);
 }
 
 void explain_not_bound(std::uint16_t port, int error) {
@@ -127,9 +127,9 @@ void give_session_back(const AccountState& account) {
 ExitCode listen_and_serve(Service& service) {
   const std::uint16_t port = service.options.port;
   Socket listener;
-  if (open_tcp_socket(listener) != 0) return ExitCode::no_listener_socket;
-  if (const int error = start_listening(listener, port); error != 0) {
-    explain_not_bound(port, error);
+  if (open_tcp_socket(listener)) return ExitCode::no_listener_socket;
+  if (const std::optional<int> error = start_listening(listener, port)) {
+    explain_not_bound(port, *error);
     return ExitCode::not_bound;
   }
   install_console_handler(console_ctrl_handler);
@@ -145,7 +145,7 @@ ExitCode listen_and_serve(Service& service) {
 }
 
 ExitCode run_with_sockets(Service& service) {
-  if (start_sockets() != 0) return ExitCode::no_sockets;
+  if (start_sockets()) return ExitCode::no_sockets;
   const ExitCode code = listen_and_serve(service);
   stop_sockets();
   return code;

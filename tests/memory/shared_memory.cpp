@@ -37,30 +37,31 @@ void SharedViewKind::release(Native native) noexcept {
   }
 }
 
-std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
-  if (const auto fault = memory::enter("OpenFileMappingW")) return static_cast<std::uint32_t>(fault);
+std::optional<std::uint32_t> open_shared_mapping(std::u16string_view name, SharedMapping& out) {
+  if (const auto fault = memory::enter("OpenFileMappingW")) return memory::code_of(fault);
   auto region = find_region(name);
   if (!region) return error_file_not_found;
   out = hold(std::move(region));
-  return 0;
+  return std::nullopt;
 }
 
 CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
   if (const auto fault = memory::enter("ConvertStringSecurityDescriptorToSecurityDescriptorW")) {
-    return {static_cast<std::uint32_t>(fault), 0, false};
+    return {memory::code_of(fault), std::nullopt, false};
   }
   if (const auto fault = memory::enter("CreateFileMappingW")) {
-    return {0, static_cast<std::uint32_t>(fault), false};
+    return {std::nullopt, memory::code_of(fault), false};
   }
   auto region = find_region(name);
   const bool existed = region != nullptr;
   if (!existed) region = memory::hold_region(name, size);
   out = hold(std::move(region));
-  return {0, 0, existed};
+  return {std::nullopt, std::nullopt, existed};
 }
 
-std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
-  if (const auto fault = memory::enter("MapViewOfFile")) return static_cast<std::uint32_t>(fault);
+std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
+                                             SharedView& out) {
+  if (const auto fault = memory::enter("MapViewOfFile")) return memory::code_of(fault);
   const auto region = memory::system().handles.at(mapping.native()).region;
   if (region->size < size) return error_access_denied;
   memory::Handle handle;
@@ -68,7 +69,7 @@ std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, Sh
   handle.region = region;
   static_cast<void>(memory::add_handle(std::move(handle)));
   out = SharedView({region->words.data(), size});
-  return 0;
+  return std::nullopt;
 }
 
 }  // namespace velmora

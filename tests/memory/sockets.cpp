@@ -21,10 +21,10 @@ void SocketKind::release(Native native) noexcept {
   static_cast<void>(memory::enter("closesocket"));
 }
 
-int start_sockets() {
-  if (const auto fault = memory::enter("WSAStartup")) return static_cast<int>(fault);
+std::optional<int> start_sockets() {
+  if (const auto fault = memory::enter("WSAStartup")) return memory::number_of(fault);
   ++memory::system().sockets_started;
-  return 0;
+  return std::nullopt;
 }
 
 void stop_sockets() {
@@ -32,29 +32,29 @@ void stop_sockets() {
   --memory::system().sockets_started;
 }
 
-int open_tcp_socket(Socket& out) {
-  if (const auto fault = memory::enter("socket")) return static_cast<int>(fault);
+std::optional<int> open_tcp_socket(Socket& out) {
+  if (const auto fault = memory::enter("socket")) return memory::number_of(fault);
   memory::Handle handle;
   handle.what = "socket";
   out = own(std::move(handle));
-  return 0;
+  return std::nullopt;
 }
 
-int bind_loopback(const Socket& socket, std::uint16_t port) {
-  if (const auto fault = memory::enter("bind")) return static_cast<int>(fault);
+std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
+  if (const auto fault = memory::enter("bind")) return memory::number_of(fault);
   if (memory::system().ports_of_others.contains(port)) return wsaeaddrinuse;
   handle_of(socket).port = port;
-  return 0;
+  return std::nullopt;
 }
 
-int listen_at_maximum(const Socket& socket) {
-  if (const auto fault = memory::enter("listen")) return static_cast<int>(fault);
+std::optional<int> listen_at_maximum(const Socket& socket) {
+  if (const auto fault = memory::enter("listen")) return memory::number_of(fault);
   handle_of(socket).listening = true;
-  return 0;
+  return std::nullopt;
 }
 
 SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
-  if (const auto fault = memory::enter("select")) return {-1, static_cast<int>(fault)};
+  if (const auto fault = memory::enter("select")) return {-1, memory::number_of(fault)};
   memory::System& machine = memory::system();
   if (handle_of(listener).listening && !machine.backlog.empty()) return {1, 0};
   machine.now_ns += timeout_us * 1000;
@@ -66,8 +66,8 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   return {0, 0};
 }
 
-int accept_connection(const Socket& listener, Socket& out) {
-  if (const auto fault = memory::enter("accept")) return static_cast<int>(fault);
+std::optional<int> accept_connection(const Socket& listener, Socket& out) {
+  if (const auto fault = memory::enter("accept")) return memory::number_of(fault);
   auto& backlog = memory::system().backlog;
   if (!handle_of(listener).listening || backlog.empty()) return wsaewouldblock;
   memory::Handle handle;
@@ -75,7 +75,7 @@ int accept_connection(const Socket& listener, Socket& out) {
   handle.connection = backlog.front();
   backlog.pop_front();
   out = own(std::move(handle));
-  return 0;
+  return std::nullopt;
 }
 
 SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {
@@ -95,7 +95,7 @@ SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capaci
 
 SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size) {
   if (memory::system().on_send) memory::system().on_send();
-  if (const auto fault = memory::enter("send")) return {-1, static_cast<int>(fault)};
+  if (const auto fault = memory::enter("send")) return {-1, memory::number_of(fault)};
   memory::Connection& connection = *handle_of(socket).connection;
   if (connection.client_gone || connection.shut_down) return {-1, wsaeconnreset};
   if (connection.send_stalls) return {0, 0};

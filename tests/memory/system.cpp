@@ -32,6 +32,12 @@ std::int64_t enter(std::string_view operation) {
   return take_fault(operation);
 }
 
+int number_of(std::int64_t fault) { return fault == failure_without_number ? 0 : static_cast<int>(fault); }
+
+std::uint32_t code_of(std::int64_t fault) {
+  return fault == failure_without_number ? 0 : static_cast<std::uint32_t>(fault);
+}
+
 std::uintptr_t add_handle(Handle handle) {
   const std::uintptr_t number = system().next_handle++;
   system().handles.emplace(number, std::move(handle));

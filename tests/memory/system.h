@@ -6,6 +6,7 @@
 #include <ctime>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -140,6 +141,11 @@ void reset();
 
 // Logs an operation and takes its next fault: the number to answer with, or 0.
 [[nodiscard]] std::int64_t enter(std::string_view operation);
+// A fault that is a failure whose error number is 0.
+inline constexpr std::int64_t failure_without_number = std::numeric_limits<std::int64_t>::min();
+// The number that such a call reports for its fault.
+[[nodiscard]] int number_of(std::int64_t fault);
+[[nodiscard]] std::uint32_t code_of(std::int64_t fault);
 // Opens a handle.
 [[nodiscard]] std::uintptr_t add_handle(Handle handle);
 

@@ -1,3 +1,4 @@
+// Faults of the machine in memory. One file because each test is a few lines about one operation.
 // What the machine in memory answers by order, which no real machine can be made to.
 #include <gtest/gtest.h>
 
@@ -42,10 +43,10 @@ TEST_F(MemoryFaults, TellBothNumbersOfAMappingThatCannotBeMade) {
   memory::system().faults["ConvertStringSecurityDescriptorToSecurityDescriptorW"] = {1336};
   CreatedMapping created = create_shared_mapping(u"Local\\Faulty", 576, mapping);
   EXPECT_EQ(created.descriptor_error, 1336u);
-  EXPECT_EQ(created.create_error, 0u);
+  EXPECT_EQ(created.create_error, std::nullopt);
   memory::system().faults["CreateFileMappingW"] = {8};
   created = create_shared_mapping(u"Local\\Faulty", 576, mapping);
-  EXPECT_EQ(created.descriptor_error, 0u);
+  EXPECT_EQ(created.descriptor_error, std::nullopt);
   EXPECT_EQ(created.create_error, 8u);
   EXPECT_FALSE(mapping.is_open());
 }
@@ -114,15 +115,34 @@ TEST_F(MemoryFaults, AnswerInOrderAndLetACallPassForAZero) {
   Socket socket;
   memory::system().faults["socket"] = {10055, 0, 10024};
   EXPECT_EQ(open_tcp_socket(socket), 10055);
-  EXPECT_EQ(open_tcp_socket(socket), 0);
+  EXPECT_EQ(open_tcp_socket(socket), std::nullopt);
   EXPECT_EQ(open_tcp_socket(socket), 10024);
+  EXPECT_EQ(open_tcp_socket(socket), std::nullopt);
+}
+
+TEST_F(MemoryFaults, MayHaveNoNumber) {
+  auto& faults = memory::system().faults;
+  for (const char* operation : {"WSAStartup", "socket", "bind", "listen", "accept", "OpenFileMappingW",
+                                "ConvertStringSecurityDescriptorToSecurityDescriptorW", "MapViewOfFile"}) {
+    faults[operation] = {memory::failure_without_number};
+  }
+  Socket socket;
+  SharedMapping mapping;
+  SharedView view;
+  EXPECT_EQ(start_sockets(), 0);
   EXPECT_EQ(open_tcp_socket(socket), 0);
+  EXPECT_EQ(bind_loopback(socket, 1), 0);
+  EXPECT_EQ(listen_at_maximum(socket), 0);
+  EXPECT_EQ(accept_connection(socket, socket), 0);
+  EXPECT_EQ(open_shared_mapping(u"Local\\Faulty", mapping), 0u);
+  EXPECT_EQ(create_shared_mapping(u"Local\\Faulty", 576, mapping).descriptor_error, 0u);
+  EXPECT_EQ(map_shared_view(mapping, 576, view), 0u);
 }
 
 TEST_F(MemoryFaults, EndAWaitForAConnection) {
   Socket listener;
-  ASSERT_EQ(open_tcp_socket(listener), 0);
-  ASSERT_EQ(listen_at_maximum(listener), 0);
+  ASSERT_EQ(open_tcp_socket(listener), std::nullopt);
+  ASSERT_EQ(listen_at_maximum(listener), std::nullopt);
   memory::system().faults["select"] = {10004};
   const SocketCount ready = wait_readable(listener, 1000);
   EXPECT_EQ(ready.count, -1);
@@ -131,12 +151,12 @@ TEST_F(MemoryFaults, EndAWaitForAConnection) {
 
 TEST_F(MemoryFaults, CutASendToTheLimitOfTheConnection) {
   Socket listener;
-  ASSERT_EQ(open_tcp_socket(listener), 0);
-  ASSERT_EQ(listen_at_maximum(listener), 0);
+  ASSERT_EQ(open_tcp_socket(listener), std::nullopt);
+  ASSERT_EQ(listen_at_maximum(listener), std::nullopt);
   const auto connection = memory::connect_client({});
   connection->send_limit = 3;
   Socket socket;
-  ASSERT_EQ(accept_connection(listener, socket), 0);
+  ASSERT_EQ(accept_connection(listener, socket), std::nullopt);
   EXPECT_EQ(send_bytes(socket, "abcdef", 6).count, 3);
   EXPECT_EQ(send_bytes(socket, "de", 2).count, 2);
   EXPECT_EQ(connection->from_service, "abcde");
@@ -218,7 +238,7 @@ TEST_F(MemoryFaults, StrikeTheOneCallThatIsCounted) {
   memory::reset();
   memory::system().fault_at = {3, fault};
   Socket socket;
-  EXPECT_EQ(open_tcp_socket(socket), 0);
+  EXPECT_EQ(open_tcp_socket(socket), std::nullopt);
   RegistryKey key;
   EXPECT_EQ(create_registry_key(u"Faulty", key_access, key), 0);
   EXPECT_EQ(open_tcp_socket(socket), fault);

@@ -23,12 +23,12 @@ TEST_F(NativeSockets, LetsOneOfTwoThatBindTogetherListen) {
   const std::uint16_t port = surroundings::find_free_port();
   Socket first;
   Socket second;
-  ASSERT_EQ(open_tcp_socket(first), 0);
-  ASSERT_EQ(open_tcp_socket(second), 0);
-  ASSERT_EQ(bind_loopback(first, port), 0);
-  const int bound = bind_loopback(second, port);
-  ASSERT_EQ(listen_at_maximum(first), 0);
-  EXPECT_EQ(bound != 0 ? bound : listen_at_maximum(second), error_in_use);
+  ASSERT_EQ(open_tcp_socket(first), std::nullopt);
+  ASSERT_EQ(open_tcp_socket(second), std::nullopt);
+  ASSERT_EQ(bind_loopback(first, port), std::nullopt);
+  const std::optional<int> bound = bind_loopback(second, port);
+  ASSERT_EQ(listen_at_maximum(first), std::nullopt);
+  EXPECT_EQ(bound ? bound : listen_at_maximum(second), error_in_use);
 }
 
 TEST_F(NativeSockets, IsReachedOnTheLoopbackAddressAlone) {
@@ -51,7 +51,7 @@ TEST_F(NativeSockets, BlocksInAReceiveUntilThePeerSends) {
   const Socket listener = listen_on(port);
   const surroundings::Peer peer = surroundings::connect_to(port);
   Socket service;
-  ASSERT_EQ(accept_connection(listener, service), 0);
+  ASSERT_EQ(accept_connection(listener, service), std::nullopt);
   std::thread late([&] {
     sleep_ms(30);
     surroundings::send_all(peer, "late");
@@ -68,7 +68,7 @@ TEST_F(NativeSockets, BlocksInASendUntilThePeerReads) {
   const Socket listener = listen_on(port);
   const surroundings::Peer peer = surroundings::connect_to(port);
   Socket service;
-  ASSERT_EQ(accept_connection(listener, service), 0);
+  ASSERT_EQ(accept_connection(listener, service), std::nullopt);
   // More than the system buffers for one connection.
   std::string answer(24'000'000, '\0');
   for (std::size_t index = 0; index < answer.size(); ++index) answer[index] = static_cast<char>(index % 253);

@@ -90,10 +90,10 @@ struct Holder {
 // A new object of zeros, held.
 void create_fresh(const Name& name, Holder& out) {
   const CreatedMapping created = create_shared_mapping(name.wide(), size_bytes, out.mapping);
-  ASSERT_EQ(created.descriptor_error, 0u);
-  ASSERT_EQ(created.create_error, 0u);
+  ASSERT_EQ(created.descriptor_error, std::nullopt);
+  ASSERT_EQ(created.create_error, std::nullopt);
   EXPECT_FALSE(created.already_existed);
-  ASSERT_EQ(map_shared_view(out.mapping, size_bytes, out.view), 0u);
+  ASSERT_EQ(map_shared_view(out.mapping, size_bytes, out.view), std::nullopt);
   EXPECT_TRUE(all_bytes_are(out.view, 0));
   ASSERT_TRUE(exists(name));
   EXPECT_EQ(state_of(name)->st_size, static_cast<off_t>(size_bytes));
@@ -181,17 +181,17 @@ TEST(PosixSharedMemory, TheLastHolderRemovesTheObjectAndNoEarlierOne) {
   ASSERT_NO_FATAL_FAILURE(create_fresh(name, first));
   Holder second;
   const CreatedMapping again = create_shared_mapping(name.wide(), size_bytes, second.mapping);
-  ASSERT_EQ(again.create_error, 0u);
+  ASSERT_EQ(again.create_error, std::nullopt);
   EXPECT_TRUE(again.already_existed);
-  ASSERT_EQ(map_shared_view(second.mapping, size_bytes, second.view), 0u);
+  ASSERT_EQ(map_shared_view(second.mapping, size_bytes, second.view), std::nullopt);
   std::memset(first.view.native().data, written_byte, size_bytes);
 
   first = {};
   EXPECT_TRUE(exists(name));
   EXPECT_TRUE(all_bytes_are(second.view, written_byte));
   Holder third;
-  ASSERT_EQ(open_shared_mapping(name.wide(), third.mapping), 0u);
-  ASSERT_EQ(map_shared_view(third.mapping, size_bytes, third.view), 0u);
+  ASSERT_EQ(open_shared_mapping(name.wide(), third.mapping), std::nullopt);
+  ASSERT_EQ(map_shared_view(third.mapping, size_bytes, third.view), std::nullopt);
   EXPECT_TRUE(all_bytes_are(third.view, written_byte));
 
   second = {};
@@ -209,7 +209,7 @@ TEST(PosixSharedMemory, AHolderInAnotherProcessKeepsTheObject) {
   const pid_t child = start_child([&] {
     close(to_child[1]);
     SharedMapping mapping;
-    char byte = create_shared_mapping(name.wide(), size_bytes, mapping).create_error == 0 ? 'y' : 'n';
+    char byte = create_shared_mapping(name.wide(), size_bytes, mapping).create_error ? 'n' : 'y';
     if (write(to_parent[1], &byte, 1) != 1) return 1;
     static_cast<void>(!read(to_child[0], &byte, 1));  // until the parent closes its end
     mapping.close();
@@ -221,7 +221,7 @@ TEST(PosixSharedMemory, AHolderInAnotherProcessKeepsTheObject) {
   EXPECT_EQ(read(to_parent[0], &held, 1), 1);
   EXPECT_EQ(held, 'y');
   SharedMapping mapping;
-  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), 0u);
+  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), std::nullopt);
   mapping.close();
   EXPECT_TRUE(exists(name));
   close(to_child[1]);
@@ -248,11 +248,11 @@ TEST(PosixSharedMemory, AnObjectThatNobodyHoldsIsMadeAnewByCreate) {
 TEST(PosixSharedMemory, ASmallerObjectAnswersTheViewWithError5) {
   const Name name;
   SharedMapping mapping;
-  ASSERT_EQ(create_shared_mapping(name.wide(), size_bytes - 1, mapping).create_error, 0u);
+  ASSERT_EQ(create_shared_mapping(name.wide(), size_bytes - 1, mapping).create_error, std::nullopt);
   SharedView view;
   EXPECT_EQ(map_shared_view(mapping, size_bytes, view), error_denied);
   EXPECT_FALSE(view.is_open());
-  EXPECT_EQ(map_shared_view(mapping, size_bytes - 1, view), 0u);
+  EXPECT_EQ(map_shared_view(mapping, size_bytes - 1, view), std::nullopt);
 }
 
 // No access for anyone: as root we then have to be someone else, and other users have no more than that.
@@ -263,11 +263,11 @@ TEST(PosixSharedMemory, AHeldObjectWithoutAccessForUsIsError5AndStays) {
   EXPECT_EQ(ftruncate(held, size_bytes), 0);
   EXPECT_EQ(flock(held, LOCK_SH), 0);
   EXPECT_EQ(fchmod(held, 0), 0);
-  const auto as_another_user = [&](const std::function<std::uint32_t()>& error_of) {
+  const auto as_another_user = [&](const std::function<std::optional<std::uint32_t>()>& error_of) {
     constexpr uid_t nobody = 65534;
     return exit_code_of(start_child([&] {
       if (geteuid() == 0 && setuid(nobody) != 0) return 255;
-      return static_cast<int>(error_of());
+      return static_cast<int>(error_of().value_or(0));
     }));
   };
   SharedMapping mapping;
@@ -305,7 +305,7 @@ TEST(PosixSharedMemory, AnObjectThatAHaltedMakerKeepsLockedIsError170AndStays) {
   EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_busy);
   EXPECT_FALSE(mapping.is_open());
   const CreatedMapping created = create_shared_mapping(name.wide(), size_bytes, mapping);
-  EXPECT_EQ(created.descriptor_error, 0u);
+  EXPECT_EQ(created.descriptor_error, std::nullopt);
   EXPECT_EQ(created.create_error, error_busy);
   EXPECT_FALSE(mapping.is_open());
   ASSERT_TRUE(exists(name));
@@ -362,8 +362,8 @@ int release_halted(pid_t child) {
 // Life of a holder, as an exit code: which step failed.
 int create_write_close(const Name& name) {
   Holder holder;
-  if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error != 0) return 1;
-  if (map_shared_view(holder.mapping, size_bytes, holder.view) != 0) return 2;
+  if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error) return 1;
+  if (map_shared_view(holder.mapping, size_bytes, holder.view)) return 2;
   std::memset(holder.view.native().data, written_byte, size_bytes);
   return 0;
 }
@@ -375,8 +375,8 @@ int find_nothing_to_open(const Name& name) {
 
 int open_write_close(const Name& name) {
   Holder holder;
-  if (open_shared_mapping(name.wide(), holder.mapping) != 0) return 1;
-  if (map_shared_view(holder.mapping, size_bytes, holder.view) != 0) return 2;
+  if (open_shared_mapping(name.wide(), holder.mapping)) return 1;
+  if (map_shared_view(holder.mapping, size_bytes, holder.view)) return 2;
   static_cast<unsigned char*>(holder.view.native().data)[0] = written_byte;
   return 0;
 }
@@ -478,7 +478,7 @@ TEST(PosixSharedMemory, ASecondHolderKilledAtAnyStepTakesNothingFromTheFirst) {
         bytes[0] = 0;
         EXPECT_TRUE(all_bytes_are(first.view, 0));
         Holder third;
-        EXPECT_EQ(open_shared_mapping(name.wide(), third.mapping), 0u);
+        EXPECT_EQ(open_shared_mapping(name.wide(), third.mapping), std::nullopt);
         third = {};
         EXPECT_TRUE(exists(name));
         first = {};
@@ -495,8 +495,8 @@ TEST(PosixSharedMemory, WhatAFirstHolderWroteOutlivesItsKillWhileASecondHoldsOn)
   ASSERT_EQ(pipe(ready.data()), 0);
   const pid_t child = start_child([&] {
     Holder holder;
-    if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error != 0) return 1;
-    if (map_shared_view(holder.mapping, size_bytes, holder.view) != 0) return 2;
+    if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error) return 1;
+    if (map_shared_view(holder.mapping, size_bytes, holder.view)) return 2;
     std::memset(holder.view.native().data, written_byte, size_bytes);
     if (write(ready[1], "", 1) != 1) return 3;
     for (;;) pause();
@@ -506,10 +506,10 @@ TEST(PosixSharedMemory, WhatAFirstHolderWroteOutlivesItsKillWhileASecondHoldsOn)
   EXPECT_EQ(read(ready[0], &byte, 1), 1);
   close(ready[0]);
   Holder second;
-  EXPECT_EQ(open_shared_mapping(name.wide(), second.mapping), 0u);
+  EXPECT_EQ(open_shared_mapping(name.wide(), second.mapping), std::nullopt);
   kill(child, SIGKILL);
   EXPECT_EQ(waitpid(child, nullptr, 0), child);
-  ASSERT_EQ(map_shared_view(second.mapping, size_bytes, second.view), 0u);
+  ASSERT_EQ(map_shared_view(second.mapping, size_bytes, second.view), std::nullopt);
   EXPECT_TRUE(all_bytes_are(second.view, written_byte));
   second = {};
   EXPECT_FALSE(exists(name));
@@ -541,12 +541,12 @@ enum class Act { create, open };
 
 int hold_and_write(const Name& name, Act act, std::atomic<bool>& about_to_write) {
   Holder holder;
-  const std::uint32_t error =
+  const std::optional<std::uint32_t> error =
       act == Act::create ? create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error
                          : open_shared_mapping(name.wide(), holder.mapping);
   if (act == Act::open && error == error_missing) return exit_missing;
-  if (error != 0) return 1;
-  if (map_shared_view(holder.mapping, size_bytes, holder.view) != 0) return 2;
+  if (error) return 1;
+  if (map_shared_view(holder.mapping, size_bytes, holder.view)) return 2;
   about_to_write = true;
   static_cast<unsigned char*>(holder.view.native().data)[0] = written_byte;
   return exit_wrote;
@@ -562,8 +562,8 @@ bool exclusively_locked(const Name& name) {
 }
 
 void take_hold(const Name& name, Holder& out) {
-  ASSERT_EQ(create_shared_mapping(name.wide(), size_bytes, out.mapping).create_error, 0u);
-  ASSERT_EQ(map_shared_view(out.mapping, size_bytes, out.view), 0u);
+  ASSERT_EQ(create_shared_mapping(name.wide(), size_bytes, out.mapping).create_error, std::nullopt);
+  ASSERT_EQ(map_shared_view(out.mapping, size_bytes, out.view), std::nullopt);
 }
 
 bool was_written(const Holder& holder) {
@@ -579,7 +579,7 @@ bool let_both_meet(const Name& name, Before before, Act act, int stop, int& met)
   if (before == Before::stale) make_stale(name);
   if (before == Before::held) {
     // Without a view: the child would inherit it, and a view keeps its descriptor's lock alive.
-    EXPECT_EQ(create_shared_mapping(name.wide(), size_bytes, ours.mapping).create_error, 0u);
+    EXPECT_EQ(create_shared_mapping(name.wide(), size_bytes, ours.mapping).create_error, std::nullopt);
   }
   const SharedFlag about_to_write;
   const Halted halted = halt_at_stop(stop, [&] { return hold_and_write(name, act, *about_to_write); });
@@ -595,8 +595,8 @@ bool let_both_meet(const Name& name, Before before, Act act, int stop, int& met)
     ++met;
     EXPECT_TRUE(was_written(ours) || written_before || exit_code == exit_missing);
     Holder third;
-    EXPECT_EQ(open_shared_mapping(name.wide(), third.mapping), 0u);
-    if (third.mapping.is_open() && map_shared_view(third.mapping, size_bytes, third.view) == 0) {
+    EXPECT_EQ(open_shared_mapping(name.wide(), third.mapping), std::nullopt);
+    if (third.mapping.is_open() && !map_shared_view(third.mapping, size_bytes, third.view)) {
       std::memset(third.view.native().data, 1, size_bytes);
     }
     EXPECT_TRUE(all_bytes_are(ours.view, 1));
@@ -713,7 +713,7 @@ bool run_lap(const Name& name, Racer& racer, bool may_create, bool all_hold) {
   RaceBoard& board = racer.board;
   Holder holder;
   bool made = false;
-  std::uint32_t error = 0;
+  std::optional<std::uint32_t> error;
   if (may_create) {
     const CreatedMapping created = create_shared_mapping(name.wide(), size_bytes, holder.mapping);
     error = created.create_error;
@@ -722,11 +722,11 @@ bool run_lap(const Name& name, Racer& racer, bool may_create, bool all_hold) {
     error = open_shared_mapping(name.wide(), holder.mapping);
     if (error == error_missing) return true;
   }
-  if (error != 0) {
+  if (error) {
     ++board.unexpected_errors;
     return false;
   }
-  if (map_shared_view(holder.mapping, size_bytes, holder.view) != 0) {
+  if (map_shared_view(holder.mapping, size_bytes, holder.view)) {
     ++board.bad_views;
     return false;
   }

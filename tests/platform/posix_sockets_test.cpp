@@ -87,9 +87,9 @@ TEST_F(PosixSockets, BindAPortThatWouldBeRefusedWithoutAddressReuse) {
   close(plain);
 
   Socket listener;
-  ASSERT_EQ(open_tcp_socket(listener), 0);
-  EXPECT_EQ(bind_loopback(listener, exchange.port), 0);
-  EXPECT_EQ(listen_at_maximum(listener), 0);
+  ASSERT_EQ(open_tcp_socket(listener), std::nullopt);
+  EXPECT_EQ(bind_loopback(listener, exchange.port), std::nullopt);
+  EXPECT_EQ(listen_at_maximum(listener), std::nullopt);
 }
 
 TEST_F(PosixSockets, SurviveAPeerThatIsGoneWhenThePipeSignalWouldKill) {
@@ -166,7 +166,7 @@ TEST_F(PosixSockets, AcceptOnWhenASignalComesIn) {
     late = surroundings::connect_to(exchange.port);
   });
   Socket accepted;
-  EXPECT_EQ(accept_connection(exchange.listener, accepted), 0);
+  EXPECT_EQ(accept_connection(exchange.listener, accepted), std::nullopt);
   other.join();
   EXPECT_TRUE(accepted.is_open());
   EXPECT_GT(signals_taken.load(), 0);

@@ -64,8 +64,7 @@ class RawHttpServer {
     std::vector<std::thread> connections;
     while (accepted_ < replies_.size() && !is_over()) {
       Socket connection;
-      if (wait_readable(listener_, look_us).count <= 0 || accept_connection(listener_, connection) != 0)
-        continue;
+      if (wait_readable(listener_, look_us).count <= 0 || accept_connection(listener_, connection)) continue;
       const std::size_t number = accepted_++;
       connections.emplace_back(
           [this, number, socket = std::move(connection)] { serve(socket, replies_[number], seen_[number]); });

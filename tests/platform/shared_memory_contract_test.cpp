@@ -31,13 +31,13 @@ std::vector<std::uint64_t> words_of(const SharedView& view) {
 
 SharedMapping open(std::u16string_view name) {
   SharedMapping mapping;
-  EXPECT_EQ(open_shared_mapping(name, mapping), 0u);
+  EXPECT_EQ(open_shared_mapping(name, mapping), std::nullopt);
   return mapping;
 }
 
 SharedView map(const SharedMapping& mapping, std::size_t size) {
   SharedView view;
-  EXPECT_EQ(map_shared_view(mapping, size, view), 0u);
+  EXPECT_EQ(map_shared_view(mapping, size, view), std::nullopt);
   return view;
 }
 
@@ -75,8 +75,8 @@ TEST_F(SharedMemoryContract, MakesANewObjectOfZeros) {
   const std::u16string name = find_free_mapping_name();
   SharedMapping mapping;
   const CreatedMapping created = make_mapping(name, record_size, mapping);
-  EXPECT_EQ(created.descriptor_error, 0u);
-  EXPECT_EQ(created.create_error, 0u);
+  EXPECT_EQ(created.descriptor_error, std::nullopt);
+  EXPECT_EQ(created.create_error, std::nullopt);
   EXPECT_FALSE(created.already_existed);
   const SharedView view = map(mapping, record_size);
   EXPECT_EQ(words_of(view), std::vector<std::uint64_t>(record_size / 8, 0));
@@ -119,8 +119,8 @@ TEST_F(SharedMemoryContract, TellsThatAnotherProcessMadeItFirstAndKeepsItsConten
   const auto elsewhere = hold_elsewhere(name, std::vector<std::uint64_t>(record_size / 8, 9));
   SharedMapping mapping;
   const CreatedMapping created = make_mapping(name, record_size, mapping);
-  EXPECT_EQ(created.descriptor_error, 0u);
-  EXPECT_EQ(created.create_error, 0u);
+  EXPECT_EQ(created.descriptor_error, std::nullopt);
+  EXPECT_EQ(created.create_error, std::nullopt);
   EXPECT_TRUE(created.already_existed);
   const SharedView view = map(mapping, record_size);
   EXPECT_EQ(words_of(view), std::vector<std::uint64_t>(record_size / 8, 9));
@@ -190,7 +190,7 @@ TEST_F(SharedMemoryContract, LeavesAnotherProcessItsObjectWhenWeClose) {
   auto elsewhere = hold_elsewhere(name, {42});
   SharedMapping mapping = open(name);
   mapping.close();
-  EXPECT_EQ(open_shared_mapping(name, mapping), 0u);
+  EXPECT_EQ(open_shared_mapping(name, mapping), std::nullopt);
   mapping.close();
   elsewhere.close();
   EXPECT_EQ(open_shared_mapping(name, mapping), error_missing);

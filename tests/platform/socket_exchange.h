@@ -15,7 +15,7 @@ class ArrangedSockets : public Arranged {
  protected:
   void SetUp() override {
     Arranged::SetUp();
-    ASSERT_EQ(start_sockets(), 0);
+    ASSERT_EQ(start_sockets(), std::nullopt);
   }
   void TearDown() override {
     stop_sockets();
@@ -25,9 +25,9 @@ class ArrangedSockets : public Arranged {
 
 inline Socket listen_on(std::uint16_t port) {
   Socket listener;
-  EXPECT_EQ(open_tcp_socket(listener), 0);
-  EXPECT_EQ(bind_loopback(listener, port), 0);
-  EXPECT_EQ(listen_at_maximum(listener), 0);
+  EXPECT_EQ(open_tcp_socket(listener), std::nullopt);
+  EXPECT_EQ(bind_loopback(listener, port), std::nullopt);
+  EXPECT_EQ(listen_at_maximum(listener), std::nullopt);
   return listener;
 }
 
@@ -41,7 +41,7 @@ struct Exchange {
   // The next connection that waits.
   Socket accept() const {
     Socket accepted;
-    EXPECT_EQ(accept_connection(listener, accepted), 0);
+    EXPECT_EQ(accept_connection(listener, accepted), std::nullopt);
     return accepted;
   }
 };

@@ -40,16 +40,16 @@ std::string receive_exactly(const Socket& socket, std::size_t size) {
 bool is_end_of_connection(int error) { return error == 10053 || error == 10054; }
 
 TEST_F(SocketsContract, StartsMoreThanOnce) {
-  EXPECT_EQ(start_sockets(), 0);
+  EXPECT_EQ(start_sockets(), std::nullopt);
   stop_sockets();
   Socket socket;
-  EXPECT_EQ(open_tcp_socket(socket), 0);
+  EXPECT_EQ(open_tcp_socket(socket), std::nullopt);
   EXPECT_TRUE(socket.is_open());
 }
 
 TEST_F(SocketsContract, LeavesTheFormerSocketInPlaceWhenNoneCanBeOpened) {
   Socket socket;
-  ASSERT_EQ(open_tcp_socket(socket), 0);
+  ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
   const auto former = socket.native();
   {
     const surroundings::SocketShortage shortage = surroundings::run_out_of_sockets();
@@ -63,7 +63,7 @@ TEST_F(SocketsContract, RefusesAPortThatAnotherProgramListensOnWith10048) {
   const std::uint16_t port = find_free_port();
   const surroundings::OtherListener other = surroundings::listen_elsewhere(port);
   Socket socket;
-  ASSERT_EQ(open_tcp_socket(socket), 0);
+  ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
   EXPECT_EQ(bind_loopback(socket, port), error_in_use);
 }
 
@@ -86,16 +86,16 @@ TEST_F(SocketsContract, BindsAgainAtOnceWhileFormerConnectionsFade) {
   exchange.listener.close();
 
   Socket listener;
-  ASSERT_EQ(open_tcp_socket(listener), 0);
-  EXPECT_EQ(bind_loopback(listener, exchange.port), 0);
-  EXPECT_EQ(listen_at_maximum(listener), 0);
+  ASSERT_EQ(open_tcp_socket(listener), std::nullopt);
+  EXPECT_EQ(bind_loopback(listener, exchange.port), std::nullopt);
+  EXPECT_EQ(listen_at_maximum(listener), std::nullopt);
 }
 
 TEST_F(SocketsContract, LetsTheSystemChooseAPort) {
   Socket socket;
-  ASSERT_EQ(open_tcp_socket(socket), 0);
-  EXPECT_EQ(bind_loopback(socket, 0), 0);
-  EXPECT_EQ(listen_at_maximum(socket), 0);
+  ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
+  EXPECT_EQ(bind_loopback(socket, 0), std::nullopt);
+  EXPECT_EQ(listen_at_maximum(socket), std::nullopt);
 }
 
 TEST_F(SocketsContract, WaitsInVainWhenNobodyConnects) {
@@ -130,7 +130,7 @@ TEST_F(SocketsContract, AcceptsPendingConnectionsInTheirOrder) {
   for (const std::string_view expected : {"1", "2"}) {
     SCOPED_TRACE(expected);
     Socket accepted;
-    ASSERT_EQ(accept_connection(listener, accepted), 0);
+    ASSERT_EQ(accept_connection(listener, accepted), std::nullopt);
     EXPECT_EQ(receive_exactly(accepted, 1), expected);
   }
   EXPECT_EQ(wait_readable(listener, 0).count, 0);
@@ -138,11 +138,11 @@ TEST_F(SocketsContract, AcceptsPendingConnectionsInTheirOrder) {
 
 TEST_F(SocketsContract, LeavesTheFormerSocketInPlaceWhenNothingCanBeAccepted) {
   Socket not_listening;
-  ASSERT_EQ(open_tcp_socket(not_listening), 0);
+  ASSERT_EQ(open_tcp_socket(not_listening), std::nullopt);
   Socket accepted;
-  ASSERT_EQ(open_tcp_socket(accepted), 0);
+  ASSERT_EQ(open_tcp_socket(accepted), std::nullopt);
   const auto former = accepted.native();
-  EXPECT_NE(accept_connection(not_listening, accepted), 0);
+  EXPECT_NE(accept_connection(not_listening, accepted), std::nullopt);
   EXPECT_TRUE(accepted.is_open());
   EXPECT_EQ(accepted.native(), former);
 }

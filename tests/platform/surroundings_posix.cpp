@@ -89,8 +89,8 @@ void close_all_but(int one, int other) {
   SharedMapping mapping;
   SharedView view;
   const CreatedMapping created = create_shared_mapping(name, size, mapping);
-  bool made = created.create_error == 0 && !created.already_existed;
-  made = made && map_shared_view(mapping, size, view) == 0;
+  bool made = !created.create_error && !created.already_existed;
+  made = made && !map_shared_view(mapping, size, view);
   if (made) std::memcpy(view.native().data, words.data(), size);
   const char word = made ? 'y' : 'n';
   char nothing = 0;

@@ -217,7 +217,7 @@ void PeerKind::release(Native native) noexcept { closesocket(native); }
 void OtherListenerKind::release(Native native) noexcept { closesocket(native); }
 
 void SocketShortageKind::release(Native) noexcept {
-  for (; winsock_starts > 0; --winsock_starts) EXPECT_EQ(start_sockets(), 0);
+  for (; winsock_starts > 0; --winsock_starts) EXPECT_EQ(start_sockets(), std::nullopt);
 }
 
 std::uint16_t find_free_port() {
@@ -304,14 +304,14 @@ MappingElsewhere hold_elsewhere(std::u16string_view name, const std::vector<std:
 
 CreatedMapping make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
   const CreatedMapping created = create_shared_mapping(name, size, out);
-  if (created.descriptor_error != ERROR_INVALID_ACL) return created;
+  if (created.descriptor_error != DWORD{ERROR_INVALID_ACL}) return created;
   const HANDLE handle =
       CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(size),
                          std::wstring(name.begin(), name.end()).c_str());
   const DWORD error = GetLastError();
-  if (handle == nullptr) return {0, error, false};
+  if (handle == nullptr) return {std::nullopt, error, false};
   out = SharedMapping(reinterpret_cast<std::uintptr_t>(handle));
-  return {0, 0, error == ERROR_ALREADY_EXISTS};
+  return {std::nullopt, std::nullopt, error == ERROR_ALREADY_EXISTS};
 }
 
 std::string scratch_directory() { return state().scratch; }

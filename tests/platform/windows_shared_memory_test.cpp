@@ -20,10 +20,11 @@ bool runs_under_wine() {
 TEST_F(WindowsSharedMemory, TellsTheDescriptorsErrorAndMakesNothing) {
   const std::u16string name = surroundings::find_free_mapping_name();
   SharedMapping mapping;
-  ASSERT_EQ(surroundings::make_mapping(surroundings::find_free_mapping_name(), 64, mapping).create_error, 0u);
+  ASSERT_EQ(surroundings::make_mapping(surroundings::find_free_mapping_name(), 64, mapping).create_error,
+            std::nullopt);
   const auto former = mapping.native();
   const CreatedMapping created = create_shared_mapping(name, 576, mapping);
-  EXPECT_EQ(created.create_error, 0u);
+  EXPECT_EQ(created.create_error, std::nullopt);
   EXPECT_FALSE(created.already_existed);
   if (runs_under_wine()) {
     EXPECT_EQ(created.descriptor_error, static_cast<std::uint32_t>(ERROR_INVALID_ACL));
@@ -31,7 +32,7 @@ TEST_F(WindowsSharedMemory, TellsTheDescriptorsErrorAndMakesNothing) {
     SharedMapping none;
     EXPECT_EQ(open_shared_mapping(name, none), 2u);
   } else {
-    EXPECT_EQ(created.descriptor_error, 0u);
+    EXPECT_EQ(created.descriptor_error, std::nullopt);
     EXPECT_NE(mapping.native(), former);
   }
 }
@@ -40,7 +41,7 @@ TEST_F(WindowsSharedMemory, IsNotInheritedByProgramsThatWeStart) {
   const std::u16string name = surroundings::find_free_mapping_name();
   const auto elsewhere = surroundings::hold_elsewhere(name, {1});
   SharedMapping mapping;
-  ASSERT_EQ(open_shared_mapping(name, mapping), 0u);
+  ASSERT_EQ(open_shared_mapping(name, mapping), std::nullopt);
   DWORD flags = HANDLE_FLAG_INHERIT;
   ASSERT_TRUE(GetHandleInformation(reinterpret_cast<HANDLE>(mapping.native()), &flags));
   EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);

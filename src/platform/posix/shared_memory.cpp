@@ -147,12 +147,13 @@ void SharedMappingKind::release(Native native) noexcept {
 
 void SharedViewKind::release(Native native) noexcept { munmap(native.data, native.size); }
 
-std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
+std::optional<std::uint32_t> open_shared_mapping(std::u16string_view name, SharedMapping& out) {
   const std::string object = object_name(name);
   for (int round = 0; round < rounds; ++round) {
     std::uint32_t error = 0;
     const Attempt attempt = try_open(object, out, error);
-    if (attempt != Attempt::again) return error;
+    if (attempt == Attempt::done) return std::nullopt;
+    if (attempt == Attempt::failed) return error;
   }
   return error_busy;
 }
@@ -162,18 +163,19 @@ CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
   for (int round = 0; round < rounds; ++round) {
     std::uint32_t error = 0;
     Attempt attempt = try_create(object, size, out, error);
-    if (attempt == Attempt::done) return {0, 0, false};
-    if (attempt == Attempt::failed && error != error_already_exists) return {0, error, false};
+    if (attempt == Attempt::done) return {std::nullopt, std::nullopt, false};
+    if (attempt == Attempt::failed && error != error_already_exists) return {std::nullopt, error, false};
     if (attempt == Attempt::again) continue;
     error = 0;
     attempt = try_open(object, out, error);
-    if (attempt == Attempt::done) return {0, 0, true};
-    if (attempt == Attempt::failed && error != error_file_not_found) return {0, error, false};
+    if (attempt == Attempt::done) return {std::nullopt, std::nullopt, true};
+    if (attempt == Attempt::failed && error != error_file_not_found) return {std::nullopt, error, false};
   }
-  return {0, error_busy, false};
+  return {std::nullopt, error_busy, false};
 }
 
-std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
+std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
+                                             SharedView& out) {
   const Descriptor& descriptor = object_of(mapping.native())->descriptor;
   struct stat held {};
   if (fstat(descriptor.native(), &held) != 0) return win32_from_errno(errno);
@@ -181,7 +183,7 @@ std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, Sh
   void* data = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor.native(), 0);
   if (data == MAP_FAILED) return win32_from_errno(errno);
   out = SharedView({data, size});
-  return 0;
+  return std::nullopt;
 }
 
 }  // namespace velmora

@@ -32,17 +32,17 @@ auto uninterrupted(Call call) {
 
 void SocketKind::release(Native native) noexcept { ::close(static_cast<int>(native)); }
 
-int start_sockets() { return 0; }
+std::optional<int> start_sockets() { return std::nullopt; }
 void stop_sockets() {}
 
-int open_tcp_socket(Socket& out) {
+std::optional<int> open_tcp_socket(Socket& out) {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
   if (descriptor < 0) return last_error();
   out = own(descriptor);
-  return 0;
+  return std::nullopt;
 }
 
-int bind_loopback(const Socket& socket, std::uint16_t port) {
+std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
   // Here a port that only waits for old connections to fade is refused unless this is set, and a second
   // listener is refused all the same: together that is what Winsock's bind does with no option at all.
   const int on = 1;
@@ -52,12 +52,14 @@ int bind_loopback(const Socket& socket, std::uint16_t port) {
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const int result = bind(descriptor_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  return result == 0 ? 0 : last_error();
+  if (result != 0) return last_error();
+  return std::nullopt;
 }
 
-int listen_at_maximum(const Socket& socket) {
+std::optional<int> listen_at_maximum(const Socket& socket) {
   constexpr int system_backlog = 0x7fffffff;  // the kernel cuts it to net.core.somaxconn
-  return listen(descriptor_of(socket), system_backlog) == 0 ? 0 : last_error();
+  if (listen(descriptor_of(socket), system_backlog) != 0) return last_error();
+  return std::nullopt;
 }
 
 SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
@@ -69,12 +71,12 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   return counted(count);
 }
 
-int accept_connection(const Socket& listener, Socket& out) {
+std::optional<int> accept_connection(const Socket& listener, Socket& out) {
   const int descriptor =
       uninterrupted([&] { return accept4(descriptor_of(listener), nullptr, nullptr, SOCK_CLOEXEC); });
   if (descriptor < 0) return last_error();
   out = own(descriptor);
-  return 0;
+  return std::nullopt;
 }
 
 SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {

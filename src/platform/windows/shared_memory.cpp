@@ -25,19 +25,19 @@ void SharedMappingKind::release(Native native) noexcept { CloseHandle(handle_of(
 
 void SharedViewKind::release(Native native) noexcept { UnmapViewOfFile(native.data); }
 
-std::uint32_t open_shared_mapping(std::u16string_view name, SharedMapping& out) {
+std::optional<std::uint32_t> open_shared_mapping(std::u16string_view name, SharedMapping& out) {
   const std::wstring wide_name = wide_text(name);
   const HANDLE handle = OpenFileMappingW(read_and_write, FALSE, wide_name.c_str());
-  if (handle == nullptr) return last_error();
+  if (handle == nullptr) return GetLastError();
   out = SharedMapping(native_of(handle));
-  return 0;
+  return std::nullopt;
 }
 
 CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size, SharedMapping& out) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(open_to_all, SDDL_REVISION_1, &descriptor,
                                                             nullptr)) {
-    return {GetLastError(), 0, false};
+    return {GetLastError(), std::nullopt, false};
   }
   SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
   const std::wstring wide_name = wide_text(name);
@@ -46,16 +46,17 @@ CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
   // LocalFree leaves the last error alone when it succeeds, so the two readings below still see the create's.
   LocalFree(descriptor);
   const DWORD error = GetLastError();
-  if (handle == nullptr) return {0, error, false};
+  if (handle == nullptr) return {std::nullopt, error, false};
   out = SharedMapping(native_of(handle));
-  return {0, 0, error == ERROR_ALREADY_EXISTS};
+  return {std::nullopt, std::nullopt, error == ERROR_ALREADY_EXISTS};
 }
 
-std::uint32_t map_shared_view(const SharedMapping& mapping, std::size_t size, SharedView& out) {
+std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
+                                             SharedView& out) {
   void* data = MapViewOfFile(handle_of(mapping.native()), read_and_write, 0, 0, size);
-  if (data == nullptr) return last_error();
+  if (data == nullptr) return GetLastError();
   out = SharedView({data, size});
-  return 0;
+  return std::nullopt;
 }
 
 }  // namespace velmora

@@ -31,31 +31,35 @@ int clamped_size(std::size_t size) {
 
 void SocketKind::release(Native native) noexcept { closesocket(native); }
 
-int start_sockets() {
+std::optional<int> start_sockets() {
   WSADATA data;
-  return WSAStartup(0x202, &data);
+  const int error = WSAStartup(0x202, &data);
+  if (error != 0) return error;
+  return std::nullopt;
 }
 
 void stop_sockets() { WSACleanup(); }
 
-int open_tcp_socket(Socket& out) {
+std::optional<int> open_tcp_socket(Socket& out) {
   const SOCKET socket = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   if (socket == INVALID_SOCKET) return WSAGetLastError();
   out = own(socket);
-  return 0;
+  return std::nullopt;
 }
 
-int bind_loopback(const Socket& socket, std::uint16_t port) {
+std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   const int result = bind(socket_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-  return result == 0 ? 0 : WSAGetLastError();
+  if (result != 0) return WSAGetLastError();
+  return std::nullopt;
 }
 
-int listen_at_maximum(const Socket& socket) {
-  return listen(socket_of(socket), system_backlog) == 0 ? 0 : WSAGetLastError();
+std::optional<int> listen_at_maximum(const Socket& socket) {
+  if (listen(socket_of(socket), system_backlog) != 0) return WSAGetLastError();
+  return std::nullopt;
 }
 
 SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
@@ -66,11 +70,11 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   return counted(select(0, &readable, nullptr, nullptr, &timeout));
 }
 
-int accept_connection(const Socket& listener, Socket& out) {
+std::optional<int> accept_connection(const Socket& listener, Socket& out) {
   const SOCKET socket = accept(socket_of(listener), nullptr, nullptr);
   if (socket == INVALID_SOCKET) return WSAGetLastError();
   out = own(socket);
-  return 0;
+  return std::nullopt;
 }
 
 SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity) {

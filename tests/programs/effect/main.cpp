@@ -61,17 +61,17 @@ struct Connection {
   Record record() const { return {static_cast<unsigned char*>(view.native().data), view.native().size}; }
 };
 
-// A Win32 error code, or 0 with `connection` holding the mapping and its view.
-std::uint32_t obtain(const Options& options, Connection& connection) {
+// The Win32 error code of a failure. Else `connection` holds the mapping and its view.
+std::optional<std::uint32_t> obtain(const Options& options, Connection& connection) {
   const std::u16string name = wide_from_signed_bytes(options.control_map);
   std::size_t size = record_size;
-  std::uint32_t error = open_shared_mapping(name, connection.mapping);
-  if (error != 0) {
+  std::optional<std::uint32_t> error = open_shared_mapping(name, connection.mapping);
+  if (error) {
     if (options.open_only) return error;
     const std::size_t made_size = options.fault == Fault::small ? half_record_size : record_size;
     bool already_existed = false;
     error = make_mapping(name, made_size, connection.mapping, already_existed);
-    if (error != 0) return error;
+    if (error) return error;
     connection.made = !already_existed;
     if (connection.made) size = made_size;
   }
@@ -286,9 +286,8 @@ int run(int argc, const char* const* argv) {
   }
   install_console_handler(take_console_event);
   Connection connection;
-  const std::uint32_t error = obtain(*options, connection);
-  if (error != 0) {
-    write_standard_error("mapping failed with error " + std::to_string(error) + '\n');
+  if (const std::optional<std::uint32_t> error = obtain(*options, connection)) {
+    write_standard_error("mapping failed with error " + std::to_string(*error) + '\n');
     return exit_no_mapping;
   }
   const Record record = connection.record();

@@ -2,8 +2,8 @@
 
 namespace velmora::effect {
 
-std::uint32_t make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
-                           bool& already_existed) {
+std::optional<std::uint32_t> make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
+                                          bool& already_existed) {
   const CreatedMapping created = create_shared_mapping(name, size, out);
   already_existed = created.already_existed;
   return created.create_error;

@@ -8,8 +8,8 @@ namespace velmora::effect {
 
 // Without a security descriptor, so that it also works where the service's text is not understood: Wine's
 // reader of such texts does not know the trustee for write-restricted code.
-std::uint32_t make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
-                           bool& already_existed) {
+std::optional<std::uint32_t> make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
+                                          bool& already_existed) {
   const std::wstring wide_name(name.begin(), name.end());
   const HANDLE handle = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0,
                                            static_cast<DWORD>(size), wide_name.c_str());
@@ -17,7 +17,7 @@ std::uint32_t make_mapping(std::u16string_view name, std::size_t size, SharedMap
   if (handle == nullptr) return error;
   out = SharedMapping(reinterpret_cast<SharedMapping::Native>(handle));
   already_existed = error == ERROR_ALREADY_EXISTS;
-  return 0;
+  return std::nullopt;
 }
 
 }  // namespace velmora::effect

@@ -289,16 +289,20 @@ TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
 TEST_F(BridgeMapping, TellsWhichCallFailedAndHoldsNothing) {
   const struct {
     std::string operation;
-    std::uint32_t error;
+    std::int64_t error;
     std::string message;
   } rows[] = {
       {"ConvertStringSecurityDescriptorToSecurityDescriptorW", 1336,
        "unable to create the control mapping security descriptor: 1336"},
       {"CreateFileMappingW", 5, "CreateFileMappingW failed with error 5"},
       {"MapViewOfFile", 8, "MapViewOfFile failed with error 8"},
+      {"ConvertStringSecurityDescriptorToSecurityDescriptorW", memory::failure_without_number,
+       "unable to create the control mapping security descriptor: 0"},
+      {"CreateFileMappingW", memory::failure_without_number, "CreateFileMappingW failed with error 0"},
+      {"MapViewOfFile", memory::failure_without_number, "MapViewOfFile failed with error 0"},
   };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.operation);
+    SCOPED_TRACE(row.message);
     memory::reset();
     memory::system().faults[row.operation] = {row.error};
     ControlBridge bridge;
@@ -318,6 +322,9 @@ TEST_F(BridgeMapping, TellsTheErrorOfAnOpenThatWasDenied) {
   std::string message;
   EXPECT_FALSE(bridge.open(name, message));
   EXPECT_EQ(message, "OpenFileMappingW failed with error 5");
+  memory::system().faults["OpenFileMappingW"] = {memory::failure_without_number};
+  EXPECT_FALSE(bridge.open(name, message));
+  EXPECT_EQ(message, "OpenFileMappingW failed with error 0");
 }
 
 TEST_F(BridgeMapping, CannotBeViewedWhereItIsSmallerThanARecord) {

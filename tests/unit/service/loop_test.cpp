@@ -24,9 +24,9 @@ class Loop : public FreshMachine {
     state_.port = port;
     state_.session_token = token;
     state_.pages = pages;
-    ASSERT_EQ(open_tcp_socket(listener_), 0);
-    ASSERT_EQ(bind_loopback(listener_, port), 0);
-    ASSERT_EQ(listen_at_maximum(listener_), 0);
+    ASSERT_EQ(open_tcp_socket(listener_), std::nullopt);
+    ASSERT_EQ(bind_loopback(listener_, port), std::nullopt);
+    ASSERT_EQ(listen_at_maximum(listener_), std::nullopt);
     memory::system().log.clear();
     memory::system().on_idle = [] { stop_requested = true; };
   }
@@ -86,12 +86,12 @@ TEST_F(Loop, WaitsAQuarterOfASecondAtATime) {
 TEST_F(Loop, GoesOnAfterAWaitOrAnAcceptThatFails) {
   const auto client = memory::connect_client({get_index});
   memory::system().faults["select"] = {10004, 10038, 0, 0};
-  memory::system().faults["accept"] = {10024, 0};
+  memory::system().faults["accept"] = {10024, memory::failure_without_number, 0};
   serve();
   EXPECT_EQ(client->from_service, index_page);
   EXPECT_EQ(memory::system().log,
-            (std::vector<std::string>{"select", "select", "select", "accept", "select", "accept", "send",
-                                      "shutdown", "closesocket", "select"}));
+            (std::vector<std::string>{"select", "select", "select", "accept", "select", "accept", "select",
+                                      "accept", "send", "shutdown", "closesocket", "select"}));
 }
 
 TEST_F(Loop, ClosesAConnectionThatFailsAndServesTheNext) {
