@@ -31,7 +31,7 @@ std::int32_t refuse_id(std::string& detail) {
 
 std::int32_t open_endpoint(std::string_view endpoint_id, OpenEndpoint& endpoint, std::string& detail) {
   if (!endpoint_guid_from_id(endpoint_id, endpoint.guid)) return refuse_id(detail);
-  std::int32_t status = open_fx_properties(endpoint_id, key_query_value | key_set_value, endpoint.key);
+  std::int32_t status = open_fx_properties(endpoint.guid, key_query_value | key_set_value, endpoint.key);
   if (status == status_invalid_argument) return refuse_id(detail);
   if (status != 0) {
     return tell(
@@ -138,8 +138,10 @@ std::int32_t unbind_endpoint_effect(std::string_view endpoint_id, std::string& d
 
 std::int32_t inspect_endpoint_binding(std::string_view endpoint_id, EndpointBindingState& state) {
   state = {};
+  std::string guid;
+  if (!endpoint_guid_from_id(endpoint_id, guid)) return state.error_code = status_invalid_argument;
   RegistryKey key;
-  state.error_code = open_fx_properties(endpoint_id, key_query_value, key);
+  state.error_code = open_fx_properties(guid, key_query_value, key);
   if (state.error_code != 0) return state.error_code;
   state.fx_key_present = true;
   bool present = false;

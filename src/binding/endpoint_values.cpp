@@ -42,11 +42,9 @@ bool holds_text(std::uint32_t type) {
 
 }  // namespace
 
-std::int32_t open_fx_properties(std::string_view endpoint_id, std::uint32_t access, RegistryKey& out) {
-  std::string guid;
-  if (!endpoint_guid_from_id(endpoint_id, guid)) return status_invalid_argument;
+std::int32_t open_fx_properties(std::string_view endpoint_guid, std::uint32_t access, RegistryKey& out) {
   std::u16string path(render_endpoints);
-  path.append(wide_from_ascii(guid)).append(effect_key);
+  path.append(wide_from_ascii(endpoint_guid)).append(effect_key);
   return hresult_from_win32(open_registry_key(path, access, out));
 }
 

@@ -25,10 +25,9 @@ constexpr std::array<std::u16string_view, 2> mode_list_names = {
     u"{d3993a3f-99c2-4402-b5ec-a92a0367664b},12",
 };
 
-// Opens the FxProperties key of the render endpoint that the id names; never makes it.
-// status_invalid_argument for an id without a GUID, otherwise the call's error. `out` is assigned on success
-// alone.
-[[nodiscard]] std::int32_t open_fx_properties(std::string_view endpoint_id, std::uint32_t access,
+// Opens the FxProperties key of the render endpoint with this GUID (is_endpoint_guid); never makes it.
+// Returns the call's error. `out` is assigned on success only.
+[[nodiscard]] std::int32_t open_fx_properties(std::string_view endpoint_guid, std::uint32_t access,
                                               RegistryKey& out);
 
 // Reads a REG_MULTI_SZ up to its first empty entry. A missing value is an empty list and no failure.
