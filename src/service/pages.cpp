@@ -1,6 +1,7 @@
 #include "service/pages.h"
 
 #include <array>
+#include <utility>
 
 #include "platform/files.h"
 
@@ -22,7 +23,7 @@ std::string with_every_mark_replaced(std::string_view page, std::string_view ui_
 
 }  // namespace
 
-std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages) {
+bool read_pages(std::string_view web_root, UiPages& pages, std::string& unreadable_path) {
   const struct {
     std::string_view name;
     std::string& page;
@@ -31,10 +32,13 @@ std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages)
                 {"velmora-eq.js", pages.eq_script},
                 {"help.html", pages.help}};
   for (const auto& [name, page] : wanted) {
-    const std::string path = join_path(web_root, name);
-    if (read_whole_file(path, page) != 0 || page.empty()) return path;
+    std::string path = join_path(web_root, name);
+    if (read_whole_file(path, page) != 0 || page.empty()) {
+      unreadable_path = std::move(path);
+      return false;
+    }
   }
-  return std::nullopt;
+  return true;
 }
 
 std::string format_ui_stamp(const std::tm& local_time) {

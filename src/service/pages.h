@@ -2,7 +2,6 @@
 #pragma once
 
 #include <ctime>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,9 +9,9 @@
 
 namespace velmora {
 
-// Reads index.html, advanced.html, velmora-eq.js and help.html, in this order, into `pages`. Returns the
-// path of the first that cannot be read or is empty, or no value when all four are there.
-[[nodiscard]] std::optional<std::string> read_pages(std::string_view web_root, UiPages& pages);
+// Reads index.html, advanced.html, velmora-eq.js and help.html, in this order, into `pages`. False when one
+// cannot be read or is empty: `unreadable_path` is then its path, and the pages behind it are unchanged.
+[[nodiscard]] bool read_pages(std::string_view web_root, UiPages& pages, std::string& unreadable_path);
 
 // "YYYY-MM-DD HH:MM:SS" of a local time.
 [[nodiscard]] std::string format_ui_stamp(const std::tm& local_time);

@@ -59,8 +59,9 @@ bool read_machine() {
 }
 
 bool load_pages(Service& service) {
-  if (const auto unreadable = read_pages(service.options.web_root, service.state.pages)) {
-    write_standard_error("Unable to read " + quoted(*unreadable) + '\n');
+  std::string unreadable_path;
+  if (!read_pages(service.options.web_root, service.state.pages, unreadable_path)) {
+    write_standard_error("Unable to read " + quoted(unreadable_path) + '\n');
     return false;
   }
   std::tm local_time{};

@@ -26,7 +26,9 @@ TEST_F(Pages, AreFourFilesOfTheWebRoot) {
   put_all_pages();
   for (const std::string_view web_root : {"web", "web/"}) {
     UiPages pages;
-    EXPECT_EQ(read_pages(web_root, pages), std::nullopt);
+    std::string unreadable_path = "untouched";
+    EXPECT_TRUE(read_pages(web_root, pages, unreadable_path));
+    EXPECT_EQ(unreadable_path, "untouched");
     EXPECT_EQ(pages.index, "index");
     EXPECT_EQ(pages.advanced, "advanced");
     EXPECT_EQ(pages.eq_script, "script");
@@ -50,7 +52,9 @@ TEST_F(Pages, AreReportedByTheFirstThatCannotBeReadInTheirOrder) {
       if (fault == 2) file.kind = FileKind::directory;
       if (fault == 3) file.read_error = 23;
       UiPages pages;
-      EXPECT_EQ(read_pages("web", pages), "web/" + names[bad]);
+      std::string unreadable_path;
+      EXPECT_FALSE(read_pages("web", pages, unreadable_path));
+      EXPECT_EQ(unreadable_path, "web/" + names[bad]);
       EXPECT_EQ(calls_of("CreateFileW"), static_cast<std::ptrdiff_t>(bad) + 1);
     }
   }
