@@ -7,6 +7,7 @@
 #include "account/machine_id.h"
 #include "account/sign_in.h"
 #include "api/answers.h"
+#include "base/parsed.h"
 #include "http/response.h"
 #include "json/find.h"
 #include "json/write.h"
@@ -33,15 +34,11 @@ struct Credentials {
   std::string password;
 };
 
-// Answers by itself where there are none.
-std::optional<Credentials> read_credentials(const Socket& socket, const ApiRequest& request) {
-  auto username = json_find_string(request.body, "username");
-  auto password = json_find_string(request.body, "password");
-  if (username && password && !username->empty() && !password->empty()) {
-    return Credentials{*std::move(username), *std::move(password)};
-  }
-  write_bad_request(socket, "请填写用户名和密码");
-  return std::nullopt;
+Parsed<Credentials> parse_credentials(std::string_view body) {
+  auto username = json_find_string(body, "username");
+  auto password = json_find_string(body, "password");
+  if (!username || !password || username->empty() || password->empty()) return {{}, "请填写用户名和密码"};
+  return {{*std::move(username), *std::move(password)}, {}};
 }
 
 bool is_signed_in(const AccountSession& session) {
@@ -71,7 +68,7 @@ void sign_in(AccountState& account, const PollResult& poll) {
   account.session.public_id = poll.public_id;
   set_referral(account.session, poll.referral_open, poll.referrer, poll.invite_url);
   set_primary_machine(account.session, poll.primary_machine_id);
-  if (poll.session_check_seconds != 0) account.check->interval_s = poll.session_check_seconds;
+  if (poll.session_check_seconds != 0) account.check->session_check_interval = poll.session_check_seconds;
 }
 
 // What the page is told of an attempt.
@@ -93,11 +90,11 @@ Progress apply_poll(AccountState& account, const PollResult& poll) {
 
 void post_register(const Socket& socket, const ApiRequest& request, const AccountState& account) {
   if (refuse_unconfigured(socket, account, not_configured_for_login)) return;
-  const auto credentials = read_credentials(socket, request);
-  if (!credentials) return;
+  const auto [credentials, error] = parse_credentials(request.body);
+  if (!error.empty()) return write_bad_request(socket, error);
   const std::string referrer = json_find_string(request.body, "referrer_public_id").value_or("");
-  const RegisterResult result = account_register(account.service_url, credentials->username,
-                                                 credentials->password, current_machine_id(), referrer);
+  const RegisterResult result = account_register(account.service_url, credentials.username,
+                                                 credentials.password, current_machine_id(), referrer);
   if (!result.start.ok) return write_bad_request(socket, result.start.error);
   std::string body;
   JsonObject members(body);
@@ -111,10 +108,10 @@ void post_register(const Socket& socket, const ApiRequest& request, const Accoun
 
 void post_password(const Socket& socket, const ApiRequest& request, const AccountState& account) {
   if (refuse_unconfigured(socket, account, not_configured_for_login)) return;
-  const auto credentials = read_credentials(socket, request);
-  if (!credentials) return;
-  const LoginStart start = account_password_login(account.service_url, credentials->username,
-                                                  credentials->password, current_machine_id());
+  const auto [credentials, error] = parse_credentials(request.body);
+  if (!error.empty()) return write_bad_request(socket, error);
+  const LoginStart start = account_password_login(account.service_url, credentials.username,
+                                                  credentials.password, current_machine_id());
   if (!start.ok) return write_error(socket, 401, "Unauthorized", start.error);
   std::string body;
   JsonObject members(body);

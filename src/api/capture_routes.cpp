@@ -33,8 +33,8 @@ bool send_archive(const Socket& socket, CaptureArchive& archive, std::string& er
 }  // namespace
 
 void post_capture(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
-  const auto [command, refusal] = parse_capture_body(request.body);
-  if (!refusal.empty()) return write_bad_request(socket, refusal);
+  const auto [command, error] = parse_capture_body(request.body);
+  if (!error.empty()) return write_bad_request(socket, error);
   if (command.action == CaptureAction::write_files) remove_capture_files();
   const auto action = static_cast<std::uint16_t>(command.action);
   if (bridge.publish_capture_request(action, command.seconds) != BridgeResult::done) {

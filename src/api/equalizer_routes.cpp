@@ -31,9 +31,8 @@ void get_preset(const Socket& socket, std::string_view directory, std::string_vi
 // What the body leaves out is the default here, whatever the live equalizer is set to.
 void put_preset(const Socket& socket, std::string_view body, std::string_view directory,
                 std::string_view name) {
-  EqSettings settings;
-  std::string_view error;
-  if (!parse_eq(body, settings, error)) return write_bad_request(socket, error);
+  const auto [settings, error] = parse_eq(body, {});
+  if (!error.empty()) return write_bad_request(socket, error);
   if (!write_preset(directory, name, settings)) {
     return write_error(socket, 500, "Internal Server Error", "cannot write the preset file");
   }
@@ -65,9 +64,8 @@ void get_eq(const Socket& socket, ControlBridge& bridge) {
 }
 
 void put_eq(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
-  EqSettings settings = read_live_eq(bridge);
-  std::string_view error;
-  if (!parse_eq(request.body, settings, error)) return write_bad_request(socket, error);
+  const auto [settings, error] = parse_eq(request.body, read_live_eq(bridge));
+  if (!error.empty()) return write_bad_request(socket, error);
   answer_publication(socket, bridge.publish_eq(settings));
 }
 

@@ -21,7 +21,7 @@ std::optional<CaptureAction> action_of(std::string_view text) {
 
 }  // namespace
 
-ParsedCaptureCommand parse_capture_body(std::string_view body) {
+Parsed<CaptureCommand> parse_capture_body(std::string_view body) {
   CaptureCommand command;
   const auto action = action_of(json_find_string(body, "action").value_or(""));
   if (!action) return {command, "action must be start, stop or export"};

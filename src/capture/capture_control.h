@@ -6,6 +6,8 @@
 #include <optional>
 #include <string_view>
 
+#include "base/parsed.h"
+
 namespace velmora {
 
 // What goes into the record's capture word.
@@ -16,13 +18,8 @@ struct CaptureCommand {
   std::uint16_t seconds = 120;  // 1..300, carried by every action
 };
 
-// A command as a request body gives it. Otherwise `refusal` says what is wrong (a fixed text), and the
-// command means nothing.
-struct ParsedCaptureCommand {
-  CaptureCommand command;
-  std::string_view refusal;
-};
-[[nodiscard]] ParsedCaptureCommand parse_capture_body(std::string_view body);
+// The command in a request body.
+[[nodiscard]] Parsed<CaptureCommand> parse_capture_body(std::string_view body);
 
 // Whether all four files of the capture directory are regular and not empty. `bytes` is the sum of their
 // sizes, or of those in front of the first that is not.

@@ -70,18 +70,15 @@ std::string_view parse_bands(std::string_view text, EqSettings& settings) {
 
 static_assert(eq_band_count == 15, "the refusal of a short list names the number");
 
-bool parse_eq(std::string_view body, EqSettings& settings, std::string_view& error) {
+Parsed<EqSettings> parse_eq(std::string_view body, EqSettings settings) {
   const auto bands = json_find_array(body, "bands");
-  error = bands ? parse_bands(*bands, settings) : "bands must be an array";
-  if (!error.empty()) return false;
+  if (!bands) return {settings, "bands must be an array"};
+  if (const std::string_view error = parse_bands(*bands, settings); !error.empty()) return {settings, error};
   settings.bypass = json_find_bool(body, "bypass").value_or(settings.bypass);
   const auto fade_ms = json_find_number(body, "fade_ms");
-  if (fade_ms && !is_within(*fade_ms, 1.0f, 200.0f)) {
-    error = "fade_ms must be 1..200";
-    return false;
-  }
+  if (fade_ms && !is_within(*fade_ms, 1.0f, 200.0f)) return {settings, "fade_ms must be 1..200"};
   settings.fade_ms = fade_ms.value_or(settings.fade_ms);
-  return true;
+  return {settings, {}};
 }
 
 void write_eq_json(std::string& out, const EqSettings& settings) {

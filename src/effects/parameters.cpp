@@ -1,5 +1,7 @@
 #include "effects/parameters.h"
 
+#include <optional>
+
 #include "json/find.h"
 
 namespace velmora {
@@ -37,26 +39,31 @@ bool apply_number(std::string_view body, const NumberRule& rule, Value& value) {
 
 }  // namespace
 
-std::string_view apply_algorithm_body(std::string_view body, AlgorithmParameters& parameters) {
-  if (!apply_number(body, output_trim_rule, parameters.output_trim_db)) return output_trim_rule.message;
-  if (!apply_number(body, mask_time_rule, parameters.mask_time_alpha)) return mask_time_rule.message;
+Parsed<AlgorithmParameters> parse_algorithm_body(std::string_view body, AlgorithmParameters parameters) {
+  const auto refuse = [&](const NumberRule& rule) {
+    return Parsed<AlgorithmParameters>{parameters, rule.message};
+  };
+  if (!apply_number(body, output_trim_rule, parameters.output_trim_db)) return refuse(output_trim_rule);
+  if (!apply_number(body, mask_time_rule, parameters.mask_time_alpha)) return refuse(mask_time_rule);
   if (!apply_number(body, mask_frequency_rule, parameters.mask_frequency_smooth)) {
-    return mask_frequency_rule.message;
+    return refuse(mask_frequency_rule);
   }
   parameters.limiter_enabled = json_find_bool(body, "limiter_enabled").value_or(parameters.limiter_enabled);
   if (!apply_number(body, limiter_ceiling_rule, parameters.limiter_ceiling_db)) {
-    return limiter_ceiling_rule.message;
+    return refuse(limiter_ceiling_rule);
   }
-  if (!apply_number(body, stereo_link_rule, parameters.stereo_link)) return stereo_link_rule.message;
-  return {};
+  if (!apply_number(body, stereo_link_rule, parameters.stereo_link)) return refuse(stereo_link_rule);
+  return {parameters, {}};
 }
 
-std::optional<FootstepParameters> parse_footstep_body(std::string_view body) {
+Parsed<FootstepParameters> parse_footstep_body(std::string_view body) {
   const std::optional<bool> bypass = json_find_bool(body, "bypass");
   const std::optional<float> strength = json_find_number(body, "enhance_strength");
   const bool bypass_all = json_find_bool(body, "bypass_all").value_or(false);
-  if (!bypass || !strength || *strength < 0 || *strength > 1) return std::nullopt;
-  return FootstepParameters{*bypass, bypass_all, *strength, 0};
+  if (!bypass || !strength || *strength < 0 || *strength > 1) {
+    return {{}, "bypass and enhance_strength (0..1) are required"};
+  }
+  return {{*bypass, bypass_all, *strength, 0}, {}};
 }
 
 }  // namespace velmora

@@ -1,20 +1,21 @@
 // Request bodies of the two parameter routes, taken apart and checked. Pure.
 #pragma once
 
-#include <optional>
 #include <string_view>
 
+#include "base/parsed.h"
 #include "bridge/record.h"
 
 namespace velmora {
 
-// Takes the keys that are there into `parameters`; an absent one leaves its value. Returns the message for
-// the first key that is out of range, with `parameters` then in any state, or an empty text.
-[[nodiscard]] std::string_view apply_algorithm_body(std::string_view body, AlgorithmParameters& parameters);
+// `parameters` with the keys that the body has; an absent one leaves its value. The error is that of the
+// first key that is out of range.
+[[nodiscard]] Parsed<AlgorithmParameters> parse_algorithm_body(std::string_view body,
+                                                               AlgorithmParameters parameters);
 
-// The values of a footstep body (`raw` is 0), or no value when `bypass` or `enhance_strength` is missing or
-// the strength is not within 0..1. An absent `bypass_all` is false: a client that knows nothing of it
-// switches it off.
-[[nodiscard]] std::optional<FootstepParameters> parse_footstep_body(std::string_view body);
+// The values of a footstep body (`raw` is 0). An error when `bypass` or `enhance_strength` is missing or the
+// strength is not within 0..1. An absent `bypass_all` is false: a client that does not know it switches it
+// off.
+[[nodiscard]] Parsed<FootstepParameters> parse_footstep_body(std::string_view body);
 
 }  // namespace velmora

@@ -22,17 +22,16 @@ void check(std::string_view body) {
   if (const auto array = json_find_array(body, "x")) {
     require(array->data() >= body.data() && array->data() + array->size() < body.data() + body.size());
   }
-  AlgorithmParameters parameters;
-  if (apply_algorithm_body(body, parameters).empty()) {
+  const auto [parameters, parameters_error] = parse_algorithm_body(body, {});
+  if (parameters_error.empty()) {
     require(parameters.output_trim_db >= -60 && parameters.output_trim_db <= 20);
     require(parameters.mask_time_alpha >= 0 && parameters.mask_time_alpha <= 0.95f);
     require(parameters.mask_frequency_smooth >= 0 && parameters.mask_frequency_smooth <= 1);
     require(parameters.limiter_ceiling_db >= -12 && parameters.limiter_ceiling_db <= 0);
     require(parameters.stereo_link >= 0 && parameters.stereo_link <= 2);
   }
-  if (const auto footstep = parse_footstep_body(body)) {
-    require(footstep->enhance_strength >= 0 && footstep->enhance_strength <= 1);
-  }
+  const auto [footstep, footstep_error] = parse_footstep_body(body);
+  if (footstep_error.empty()) require(footstep.enhance_strength >= 0 && footstep.enhance_strength <= 1);
 }
 
 }  // namespace

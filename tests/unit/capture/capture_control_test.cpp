@@ -28,9 +28,9 @@ TEST(CaptureCommand, HasThreeActions) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
-    const ParsedCaptureCommand parsed = parse_capture_body(row.body);
-    EXPECT_EQ(parsed.refusal, "");
-    EXPECT_EQ(static_cast<unsigned>(parsed.command.action), row.code);
+    const Parsed<CaptureCommand> parsed = parse_capture_body(row.body);
+    EXPECT_EQ(parsed.error, "");
+    EXPECT_EQ(static_cast<unsigned>(parsed.value.action), row.code);
   }
 }
 
@@ -56,16 +56,16 @@ TEST(CaptureCommand, IsRefusedForAnyOtherAction) {
                                  R"({"action":"start)",
                                  R"({"Action":"start"})",
                                  R"({"action""start"})"}) {
-    EXPECT_EQ(parse_capture_body(body).refusal, action_refused) << body;
+    EXPECT_EQ(parse_capture_body(body).error, action_refused) << body;
   }
   // A NUL is a byte like any other, and never an end.
-  EXPECT_EQ(parse_capture_body(std::string("{\"action\":\"start\0\"}", 19)).refusal, action_refused);
-  EXPECT_EQ(parse_capture_body(R"({"action":"stop\/"})").refusal, action_refused);
+  EXPECT_EQ(parse_capture_body(std::string("{\"action\":\"start\0\"}", 19)).error, action_refused);
+  EXPECT_EQ(parse_capture_body(R"({"action":"stop\/"})").error, action_refused);
 }
 
 TEST(CaptureCommand, IsRefusedForItsActionFirst) {
-  EXPECT_EQ(parse_capture_body(R"({"seconds":999,"action":"begin"})").refusal, action_refused);
-  EXPECT_EQ(parse_capture_body(R"({"seconds":0})").refusal, action_refused);
+  EXPECT_EQ(parse_capture_body(R"({"seconds":999,"action":"begin"})").error, action_refused);
+  EXPECT_EQ(parse_capture_body(R"({"seconds":0})").error, action_refused);
 }
 
 TEST(CaptureCommand, CarriesItsSecondsWithEveryAction) {
@@ -90,10 +90,10 @@ TEST(CaptureCommand, CarriesItsSecondsWithEveryAction) {
   for (const std::string action : {"start", "stop", "export"}) {
     for (const auto& row : rows) {
       SCOPED_TRACE(action + " " + row.seconds);
-      const ParsedCaptureCommand parsed =
+      const Parsed<CaptureCommand> parsed =
           parse_capture_body("{\"action\":\"" + action + "\",\"seconds\":" + row.seconds + "}");
-      EXPECT_EQ(parsed.refusal, "");
-      EXPECT_EQ(parsed.command.seconds, row.carried);
+      EXPECT_EQ(parsed.error, "");
+      EXPECT_EQ(parsed.value.seconds, row.carried);
     }
   }
 }
@@ -103,7 +103,7 @@ TEST(CaptureCommand, IsRefusedForSecondsOutOfRangeWithEveryAction) {
     for (const std::string seconds :
          {"0", "-0", "0.5", "0.999", "0.9999", "300.5", "300.0001", "301", "999", "-1", "-120", "65537",
           "65656", "4294967416", "1e38", "-1e38", "1e-30"}) {
-      EXPECT_EQ(parse_capture_body("{\"action\":\"" + action + "\",\"seconds\":" + seconds + "}").refusal,
+      EXPECT_EQ(parse_capture_body("{\"action\":\"" + action + "\",\"seconds\":" + seconds + "}").error,
                 seconds_refused)
           << action << " " << seconds;
     }
@@ -117,9 +117,9 @@ TEST(CaptureCommand, Carries120SecondsWhereTheBodyHasNoNumber) {
           R"(,"seconds":[60])", R"(,"seconds":{})", R"(,"seconds":)", R"(,"seconds")", R"(,"Seconds":60)",
           R"(,"seconds":nan)", R"(,"seconds":inf)", R"(,"seconds":-inf)", R"(,"seconds":1e999)"}) {
       SCOPED_TRACE(action + rest);
-      const ParsedCaptureCommand parsed = parse_capture_body("{\"action\":\"" + action + "\"" + rest + "}");
-      EXPECT_EQ(parsed.refusal, "");
-      EXPECT_EQ(parsed.command.seconds, 120);
+      const Parsed<CaptureCommand> parsed = parse_capture_body("{\"action\":\"" + action + "\"" + rest + "}");
+      EXPECT_EQ(parsed.error, "");
+      EXPECT_EQ(parsed.value.seconds, 120);
     }
   }
 }

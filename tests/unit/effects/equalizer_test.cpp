@@ -32,8 +32,9 @@ constexpr float infinity = std::numeric_limits<float>::infinity();
 // What comes of a body: the refusal, or an empty text. The body lies in a block of its exact size.
 std::string refusal_of(const std::string& body, EqSettings& settings) {
   const ExactBlock block(body);
-  std::string_view error;
-  return parse_eq(block.view(), settings, error) ? std::string() : std::string(error);
+  const Parsed<EqSettings> parsed = parse_eq(block.view(), settings);
+  settings = parsed.value;
+  return std::string(parsed.error);
 }
 std::string refusal_of(const std::string& body) {
   EqSettings settings;

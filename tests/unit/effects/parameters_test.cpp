@@ -53,9 +53,9 @@ TEST(AlgorithmBody, ChangesTheKeysThatAreThereAndNoOther) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
     const ExactBlock body(row.body);
-    AlgorithmParameters parameters = present();
-    EXPECT_EQ(apply_algorithm_body(body.view(), parameters), "");
-    EXPECT_TRUE(same(parameters, row.expected));
+    const Parsed<AlgorithmParameters> parsed = parse_algorithm_body(body.view(), present());
+    EXPECT_EQ(parsed.error, "");
+    EXPECT_TRUE(same(parsed.value, row.expected));
   }
 }
 
@@ -64,13 +64,9 @@ TEST(AlgorithmBody, SwitchesTheLimiterOnAndOffWhateverItWas) {
     SCOPED_TRACE(before);
     AlgorithmParameters parameters = present();
     parameters.limiter_enabled = before;
-    EXPECT_EQ(apply_algorithm_body("{}", parameters), "");
-    EXPECT_EQ(parameters.limiter_enabled, before);
-    EXPECT_EQ(apply_algorithm_body(R"({"limiter_enabled":false})", parameters), "");
-    EXPECT_FALSE(parameters.limiter_enabled);
-    parameters.limiter_enabled = before;
-    EXPECT_EQ(apply_algorithm_body(R"({"limiter_enabled":true})", parameters), "");
-    EXPECT_TRUE(parameters.limiter_enabled);
+    EXPECT_EQ(parse_algorithm_body("{}", parameters).value.limiter_enabled, before);
+    EXPECT_FALSE(parse_algorithm_body(R"({"limiter_enabled":false})", parameters).value.limiter_enabled);
+    EXPECT_TRUE(parse_algorithm_body(R"({"limiter_enabled":true})", parameters).value.limiter_enabled);
   }
 }
 
@@ -110,8 +106,7 @@ TEST(AlgorithmBody, IsRefusedForItsFirstKeyThatIsOutOfRange) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
     const ExactBlock body(row.body);
-    AlgorithmParameters parameters = present();
-    EXPECT_EQ(apply_algorithm_body(body.view(), parameters), row.message);
+    EXPECT_EQ(parse_algorithm_body(body.view(), present()).error, row.message);
   }
 }
 
@@ -131,12 +126,12 @@ TEST(FootstepBody, NeedsBypassAndStrength) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.body);
     const ExactBlock body(row.body);
-    const auto footstep = parse_footstep_body(body.view());
-    ASSERT_TRUE(footstep);
-    EXPECT_EQ(footstep->bypass, row.bypass);
-    EXPECT_EQ(footstep->bypass_all, row.bypass_all);
-    EXPECT_EQ(footstep->enhance_strength, row.strength);
-    EXPECT_EQ(footstep->raw, 0u);
+    const auto [footstep, error] = parse_footstep_body(body.view());
+    EXPECT_EQ(error, "");
+    EXPECT_EQ(footstep.bypass, row.bypass);
+    EXPECT_EQ(footstep.bypass_all, row.bypass_all);
+    EXPECT_EQ(footstep.enhance_strength, row.strength);
+    EXPECT_EQ(footstep.raw, 0u);
   }
 }
 
@@ -150,7 +145,7 @@ TEST(FootstepBody, IsRefusedWithoutEitherOrBeyondTheRange) {
         R"({"bypass":"false","enhance_strength":0.5})"}) {
     SCOPED_TRACE(row);
     const ExactBlock body(row);
-    EXPECT_FALSE(parse_footstep_body(body.view()));
+    EXPECT_EQ(parse_footstep_body(body.view()).error, "bypass and enhance_strength (0..1) are required");
   }
 }
 
