@@ -14,9 +14,11 @@ constexpr std::uint32_t status_ok = 200;
 void check_session(SessionCheckCells& cells, const std::string& service_url, const std::string& account_hash,
                    const std::string& token) {
   const SessionCheckResult result = account_session_check(service_url, account_hash, token);
-  if (result.completed && !result.active) cells.superseded = true;
-  if (result.completed && result.next_check_seconds != 0) cells.interval_s = result.next_check_seconds;
-  cells.running = false;
+  if (result.completed && !result.active) cells.session_superseded = true;
+  if (result.completed && result.next_check_seconds != 0) {
+    cells.session_check_interval = result.next_check_seconds;
+  }
+  cells.session_check_running = false;
 }
 
 }  // namespace
@@ -46,7 +48,7 @@ void account_session_release(std::string_view service_url, std::string_view acco
 
 bool start_session_check(std::shared_ptr<SessionCheckCells> cells, std::string service_url,
                          std::string account_hash, std::string token) {
-  if (cells->running.exchange(true)) return false;
+  if (cells->session_check_running.exchange(true)) return false;
   // The check begins once its thread is on its own: with the thread library of our compiler for Windows, a
   // thread that ends while it is being detached damages the library's list of threads, and either thread may
   // then wait for good.

@@ -26,9 +26,9 @@ void account_session_release(std::string_view service_url, std::string_view acco
 
 // All that the loop and the session-check thread share. The thread may outlive the loop.
 struct SessionCheckCells {
-  std::atomic<bool> running{false};     // a thread is in flight; one at most
-  std::atomic<bool> superseded{false};  // the session is no longer active; taken by the loop
-  std::atomic<std::uint32_t> interval_s{120};
+  std::atomic<bool> session_check_running{false};  // a thread is in flight; one at most
+  std::atomic<bool> session_superseded{false};     // the session is no longer active; the loop takes it
+  std::atomic<std::uint32_t> session_check_interval{120};  // seconds
 };
 
 // Checks on a thread of its own, which is not waited for. False, with nothing started, while another is in

@@ -10,29 +10,29 @@ namespace {
 
 constexpr std::int64_t ns_per_s = 1'000'000'000;
 
-// When the periodic work was last done, by the steady clock.
+// When the periodic work was last done, nanoseconds of the steady clock.
 struct LastDone {
-  std::int64_t tick_ns;
-  std::int64_t check_ns;
+  std::int64_t last_tick;
+  std::int64_t last_check;
 };
 
 // The fraction of a second is lost at each tick.
-void count_usage(AccountSession& session, std::int64_t now_ns, LastDone& last) {
-  if (now_ns - last.tick_ns < tick_period_s * ns_per_s) return;
-  add_usage(session, (now_ns - last.tick_ns) / ns_per_s);
-  last.tick_ns = now_ns;
+void count_usage(AccountSession& session, std::int64_t now_ns, LastDone& done) {
+  if (now_ns - done.last_tick < tick_period_s * ns_per_s) return;
+  add_usage(session, (now_ns - done.last_tick) / ns_per_s);
+  done.last_tick = now_ns;
 }
 
 void sign_out_when_superseded(AccountState& account) {
-  if (!account.check->superseded.exchange(false)) return;
+  if (!account.check->session_superseded.exchange(false)) return;
   clear_session(account.session);
   write_standard_output("The account has signed in on another device. This machine is now signed out.\n");
 }
 
 // The interval counts from one decision to the next, whether or not a check is started.
-void check_session(const AccountState& account, std::int64_t now_ns, LastDone& last) {
-  if (now_ns - last.check_ns < account.check->interval_s * ns_per_s) return;
-  last.check_ns = now_ns;
+void check_session(const AccountState& account, std::int64_t now_ns, LastDone& done) {
+  if (now_ns - done.last_check < account.check->session_check_interval * ns_per_s) return;
+  done.last_check = now_ns;
   const AccountSession& session = account.session;
   if (account.service_url.empty() || session.token.empty() || session.account_hash.empty()) return;
   start_session_check(account.check, account.service_url, session.account_hash, session.token);
@@ -49,12 +49,12 @@ void serve_one(const Socket& listener, ServiceState& state) {
 }  // namespace
 
 void serve_until_stopped(const Socket& listener, ServiceState& state) {
-  LastDone last{steady_now_ns(), steady_now_ns()};
+  LastDone done{steady_now_ns(), steady_now_ns()};
   while (!stop_requested) {
     const std::int64_t now_ns = steady_now_ns();
-    count_usage(state.account.session, now_ns, last);
+    count_usage(state.account.session, now_ns, done);
     sign_out_when_superseded(state.account);
-    check_session(state.account, now_ns, last);
+    check_session(state.account, now_ns, done);
     serve_one(listener, state);
   }
 }

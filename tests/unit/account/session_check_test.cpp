@@ -152,9 +152,9 @@ class SessionCheckThread : public FreshMachine {
 };
 
 TEST_F(SessionCheckThread, BeginsWithNothingInFlightAndTwoMinutes) {
-  EXPECT_FALSE(cells_->running);
-  EXPECT_FALSE(cells_->superseded);
-  EXPECT_EQ(cells_->interval_s, 120u);
+  EXPECT_FALSE(cells_->session_check_running);
+  EXPECT_FALSE(cells_->session_superseded);
+  EXPECT_EQ(cells_->session_check_interval, 120u);
 }
 
 TEST_F(SessionCheckThread, LeavesItsAnswerInTheCells) {
@@ -177,52 +177,52 @@ TEST_F(SessionCheckThread, LeavesItsAnswerInTheCells) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.status) + ' ' + row.body);
-    cells_->superseded = false;
-    cells_->interval_s = 77;
+    cells_->session_superseded = false;
+    cells_->session_check_interval = 77;
     answer_next(row.status, row.body);
     ASSERT_TRUE(start());
     ASSERT_TRUE(wait_for_check(*cells_));
-    EXPECT_EQ(cells_->superseded, row.superseded);
-    EXPECT_EQ(cells_->interval_s, row.interval_s);
+    EXPECT_EQ(cells_->session_superseded, row.superseded);
+    EXPECT_EQ(cells_->session_check_interval, row.interval_s);
     EXPECT_EQ(take_requests(), (Requests{check_request}));
   }
 }
 
 TEST_F(SessionCheckThread, LeavesEverythingWhereTheServiceCannotBeReached) {
-  cells_->interval_s = 77;
+  cells_->session_check_interval = 77;
   ASSERT_TRUE(start());
   ASSERT_TRUE(wait_for_check(*cells_));
-  EXPECT_FALSE(cells_->superseded);
-  EXPECT_EQ(cells_->interval_s, 77u);
+  EXPECT_FALSE(cells_->session_superseded);
+  EXPECT_EQ(cells_->session_check_interval, 77u);
 }
 
 // The loop takes the flag; an answer that comes meanwhile does not put it back.
 TEST_F(SessionCheckThread, NeverTakesTheEndOfASessionBack) {
-  cells_->superseded = true;
+  cells_->session_superseded = true;
   answer_next(200, R"({"active":true})");
   ASSERT_TRUE(start());
   ASSERT_TRUE(wait_for_check(*cells_));
-  EXPECT_TRUE(cells_->superseded);
+  EXPECT_TRUE(cells_->session_superseded);
 }
 
 TEST_F(SessionCheckThread, IsRefusedWhileAnotherIsInFlight) {
   HeldBackService held_back;
   ASSERT_TRUE(start());
-  EXPECT_TRUE(cells_->running);
+  EXPECT_TRUE(cells_->session_check_running);
   ASSERT_TRUE(wait_until([] { return count_calls("WinHttpReceiveResponse") == 1; }));
   for (int attempt = 0; attempt < 3; ++attempt) {
     EXPECT_FALSE(start());
-    EXPECT_TRUE(cells_->running);
+    EXPECT_TRUE(cells_->session_check_running);
   }
   answer_next(200, R"({"next_check_seconds":5})");
   held_back.let_go();
   ASSERT_TRUE(wait_for_check(*cells_));
-  EXPECT_EQ(cells_->interval_s, 5u);
+  EXPECT_EQ(cells_->session_check_interval, 5u);
   EXPECT_EQ(take_requests(), (Requests{check_request}));
   answer_next(200, R"({"active":false})");
   EXPECT_TRUE(start());
   ASSERT_TRUE(wait_for_check(*cells_));
-  EXPECT_TRUE(cells_->superseded);
+  EXPECT_TRUE(cells_->session_superseded);
   EXPECT_EQ(take_requests(), (Requests{check_request}));
 }
 

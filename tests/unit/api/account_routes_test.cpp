@@ -77,9 +77,9 @@ class AccountRoutes : public FreshMachine {
   }
 
   void expect_cells(std::uint32_t interval_s) const {
-    EXPECT_EQ(account_.check->interval_s, interval_s);
-    EXPECT_FALSE(account_.check->running);
-    EXPECT_FALSE(account_.check->superseded);
+    EXPECT_EQ(account_.check->session_check_interval, interval_s);
+    EXPECT_FALSE(account_.check->session_check_running);
+    EXPECT_FALSE(account_.check->session_superseded);
   }
 
   AccountState account_;
@@ -367,7 +367,7 @@ TEST_F(AccountRoutes, ChangeTheSpacingOfTheChecksOnlyWhereTheServiceNamesOne) {
       {"0", 77}, {"1", 1}, {"4000000000", 4'000'000'000u}, {"-5", 77}, {"\"5\"", 77}, {"5.9", 5}};
   for (const auto& [value, interval_s] : rows) {
     SCOPED_TRACE(value);
-    account_.check->interval_s = 77;
+    account_.check->session_check_interval = 77;
     static_cast<void>(
         poll(R"({"status":"issued","account_hash":"h","session_check_seconds":)" + value + "}"));
     expect_cells(interval_s);

@@ -228,13 +228,13 @@ TEST_F(AccountLoop, SignsOutASupersededSessionAndSaysSoOnce) {
   session().usage_seconds = 7;
   session().public_id = "P1";
   session().primary_known = true;
-  cells().superseded = true;
+  cells().session_superseded = true;
   serve_until(1'000);
   AccountSession expected;
   expected.usage_seconds = 7;
   expected.public_id = "P1";
   EXPECT_EQ(session(), expected);
-  EXPECT_FALSE(cells().superseded);
+  EXPECT_FALSE(cells().session_superseded);
   EXPECT_EQ(memory::system().standard_output, signed_out_line);
   EXPECT_EQ(calls_of("stdout"), 1);
   EXPECT_TRUE(http_log().empty());
@@ -243,16 +243,16 @@ TEST_F(AccountLoop, SignsOutASupersededSessionAndSaysSoOnce) {
 // An answer may be about a session that has gone meanwhile.
 TEST_F(AccountLoop, SaysSoWhereNobodyIsSignedInAnyMore) {
   session() = AccountSession();
-  cells().superseded = true;
+  cells().session_superseded = true;
   serve_until(1'000);
   EXPECT_EQ(session(), AccountSession());
   EXPECT_EQ(memory::system().standard_output, signed_out_line);
 }
 
 TEST_F(AccountLoop, CountsThenSignsOutThenChecks) {
-  cells().interval_s = 30;
+  cells().session_check_interval = 30;
   serve_until(60'000, [&](std::int64_t at_ms) {
-    if (at_ms == 29'750) cells().superseded = true;
+    if (at_ms == 29'750) cells().session_superseded = true;
   });
   EXPECT_EQ(session().usage_seconds, 30);
   EXPECT_EQ(session().account_hash, "");
@@ -260,7 +260,7 @@ TEST_F(AccountLoop, CountsThenSignsOutThenChecks) {
 }
 
 TEST_F(AccountLoop, SignsOutBeforeItServesTheNextRequest) {
-  cells().superseded = true;
+  cells().session_superseded = true;
   const auto client =
       memory::connect_client({"GET /api/v1/status HTTP/1.1\r\nHost: localhost:17831\r\n"
                               "X-Velmora-Token: " +
@@ -284,7 +284,7 @@ TEST_F(AccountLoop, ChecksAtTheSameIntervalAfterAFailure) {
   answer_next(401, R"({"active":false,"next_check_seconds":5})");
   serve_until(361'000);
   EXPECT_EQ(checked_at_ms_, (Times{120'000, 240'000, 360'000}));
-  EXPECT_EQ(cells().interval_s, 120u);
+  EXPECT_EQ(cells().session_check_interval, 120u);
   EXPECT_EQ(session().account_hash, "h");
   EXPECT_EQ(memory::system().standard_output, "");
 }
@@ -299,8 +299,8 @@ TEST_F(AccountLoop, TakesAnIntervalFromAnAnswerAtOnce) {
 
 TEST_F(AccountLoop, CountsAChangedIntervalFromTheLastDecision) {
   serve_until(175'000, [&](std::int64_t at_ms) {
-    if (at_ms == 99'750) cells().interval_s = 30;  // more than that has passed: at once
-    if (at_ms == 140'000) cells().interval_s = 45;
+    if (at_ms == 99'750) cells().session_check_interval = 30;  // more than that has passed: at once
+    if (at_ms == 140'000) cells().session_check_interval = 45;
   });
   EXPECT_EQ(checked_at_ms_, (Times{100'000, 130'000, 175'000}));
 }
@@ -314,7 +314,7 @@ TEST_F(AccountLoop, DecidesWhetherOrNotSomebodyIsSignedIn) {
 }
 
 TEST_F(AccountLoop, ChecksNothingWithoutAServiceAHashOrAToken) {
-  cells().interval_s = 1;
+  cells().session_check_interval = 1;
   const std::function<void()> takings[] = {[&] { state_.account.service_url.clear(); },
                                            [&] { session().account_hash.clear(); },
                                            [&] { session().token.clear(); }};
@@ -324,7 +324,7 @@ TEST_F(AccountLoop, ChecksNothingWithoutAServiceAHashOrAToken) {
     sign_in();
     take_away();
     serve_until(3'000);
-    EXPECT_FALSE(cells().running);
+    EXPECT_FALSE(cells().session_check_running);
     EXPECT_TRUE(http_log().empty());
   }
 }
@@ -332,13 +332,13 @@ TEST_F(AccountLoop, ChecksNothingWithoutAServiceAHashOrAToken) {
 TEST_F(AccountLoop, HasOneCheckInFlightAtMost) {
   HeldBackService held_back;
   lets_checks_fly_ = true;
-  cells().interval_s = 1;
+  cells().session_check_interval = 1;
   serve_until(10'000, [&](std::int64_t at_ms) {
     if (at_ms == 1'000) {
       ASSERT_TRUE(wait_until([] { return count_calls("WinHttpReceiveResponse") == 1; }));
     }
     if (at_ms == 8'000) {
-      EXPECT_TRUE(cells().running);
+      EXPECT_TRUE(cells().session_check_running);
       EXPECT_EQ(take_requests(), (Requests{check_request}));
       seen_checks_ = 0;
       answer_next(200, R"({"next_check_seconds":2})");
@@ -370,7 +370,7 @@ TEST_F(AccountLoop, SignsOutInThePassBehindTheAnswer) {
 
 TEST_F(AccountLoop, TakesAnIntervalOfMoreThanACenturyForWhatItIs) {
   constexpr std::int64_t interval_ms = 4'000'000'000'000;
-  cells().interval_s = 4'000'000'000u;
+  cells().session_check_interval = 4'000'000'000u;
   const std::int64_t start_ns = memory::system().now_ns;
   serve_until(interval_ms, [&](std::int64_t at_ms) {
     if (at_ms == 1'000) memory::system().now_ns = start_ns + (interval_ms - 1'000) * ns_per_ms;
@@ -382,16 +382,16 @@ TEST_F(AccountLoop, TakesAnIntervalOfMoreThanACenturyForWhatItIs) {
 TEST_F(AccountLoop, MayEndBeforeACheck) {
   HeldBackService held_back;
   lets_checks_fly_ = true;
-  cells().interval_s = 1;
+  cells().session_check_interval = 1;
   serve_until(1'000);
   const std::shared_ptr<SessionCheckCells> cells = state_.account.check;
   state_.account = AccountState();
-  EXPECT_TRUE(cells->running);
+  EXPECT_TRUE(cells->session_check_running);
   answer_next(200, R"({"active":false})");
   held_back.let_go();
   ASSERT_TRUE(wait_for_check(*cells));
-  EXPECT_TRUE(cells->superseded);
-  EXPECT_FALSE(state_.account.check->superseded);
+  EXPECT_TRUE(cells->session_superseded);
+  EXPECT_FALSE(state_.account.check->session_superseded);
 }
 
 }  // namespace

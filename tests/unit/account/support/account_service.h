@@ -102,7 +102,7 @@ template <typename Condition>
 
 // The check in flight, if there is one, has ended.
 [[nodiscard]] inline bool wait_for_check(const SessionCheckCells& cells) {
-  return wait_until([&] { return !cells.running; });
+  return wait_until([&] { return !cells.session_check_running; });
 }
 
 // How often an operation of the exchange was called.
