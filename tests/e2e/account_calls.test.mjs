@@ -1,4 +1,4 @@
-// The calls to WinHTTP of an exchange with the account service, held one by one to the tables of docs/windows.md by
+// The calls to WinHTTP of an exchange with the account service, held one by one to the tables of calls.md by
 // Wine's own call trace.
 import assert from 'node:assert/strict';
 import test from 'node:test';

@@ -1,4 +1,4 @@
-// The calls to Windows that binding makes, held one by one to the tables of docs/windows.md by Wine's own call trace.
+// The calls to Windows that binding makes, held one by one to the tables of calls.md by Wine's own call trace.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 
@@ -60,7 +60,7 @@ const short_names = [
   [guid, 'GUID'],
 ];
 
-const documented = documented_roads('The calls', '| call | key | path or value | handed over | result |');
+const documented = documented_roads('Binding, call by call', '| call | key | path or value | handed over | result |');
 
 // ---- the calls ----
 

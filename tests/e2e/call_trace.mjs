@@ -75,9 +75,9 @@ export function must_be_null(...args) {
   for (const argument of args) assert.equal(argument.value, 0n, 'an argument without use is null');
 }
 
-// The tables below the headings of a section of docs/windows.md: rows as lists of cells without their code marks.
+// The tables below the headings of a section of calls.md: rows as lists of cells without their code marks.
 export function documented_roads(heading, columns) {
-  const document = fs.readFileSync(new URL('../../docs/windows.md', import.meta.url), 'utf8');
+  const document = fs.readFileSync(new URL('./calls.md', import.meta.url), 'utf8');
   const [, rest] = document.split(`\n## ${heading}\n`);
   assert.ok(rest, `the document has the section ${heading}`);
   const tables = {};

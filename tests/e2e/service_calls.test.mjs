@@ -1,5 +1,5 @@
 // The calls to Windows that the restart of the audio service and the probes make, held one by one to the tables of
-// docs/windows.md by Wine's own call trace.
+// calls.md by Wine's own call trace.
 import assert from 'node:assert/strict';
 import test from 'node:test';
 
