@@ -9,10 +9,12 @@ const root = join(dirname(fileURLToPath(import.meta.url)), "..");
 process.chdir(root);
 
 // The rooms of src/ and those that each may include: what its CMake library links, and what that links in turn.
-function read_rooms() {
+function readRooms() {
   const links = {};
   for (const file of files.filter((name) => /^src\/[a-z]+\/CMakeLists\.txt$/.test(name))) {
-    for (const [, name, list] of readFileSync(file, "utf8").matchAll(/velmora_library\(velmora_(\w+)([^)]*)\)/g)) {
+    for (const [, name, list] of readFileSync(file, "utf8").matchAll(
+      /velmora_library\(velmora_(\w+)([^)]*)\)/g,
+    )) {
       links[name] = [...(list.split("LINKS")[1] ?? "").matchAll(/velmora_(\w+)/g)].map(([, room]) => room);
     }
   }
@@ -31,93 +33,109 @@ const storeys = [
   ["api"],
   ["service"],
 ];
-const storey_of = (room) => storeys.findIndex((row) => row.includes(room));
-const windows_headers =
+const storeyOf = (room) => storeys.findIndex((row) => row.includes(room));
+const windowsHeaders =
   /^(windows|winsock2|ws2tcpip|winhttp|audiopolicy|endpointvolume|mmdeviceapi|propidl|tlhelp32|sddl|bcrypt|objbase|shellapi|io|winreg|winsvc)\.h$/;
 // Where a failed allocation is an answer to the client.
-const handles_exceptions = new Set(["src/endpoints/selection.cpp"]);
-const raw_calls = {
-  sockets: /(?<![\w.>])(?:::)?(?:recv|send|bind|listen|accept4?|select|ppoll|closesocket|setsockopt|WSA[A-Z]\w+)\(/,
+const handlesExceptions = new Set(["src/endpoints/selection.cpp"]);
+const rawCalls = {
+  sockets:
+    /(?<![\w.>])(?:::)?(?:recv|send|bind|listen|accept4?|select|ppoll|closesocket|setsockopt|WSA[A-Z]\w+)\(/,
   registry: /\bReg[A-Z]\w+W?\(/,
 };
 // Functions that come in an 8-bit and a wide form, called without saying which.
-const unsuffixed = /\b(CreateFile|OpenFileMapping|CreateFileMapping|GetModuleFileName|LoadLibrary|ShellExecute)\(/;
-const lines_before_a_reason = 500;
+const unsuffixed =
+  /\b(CreateFile|OpenFileMapping|CreateFileMapping|GetModuleFileName|LoadLibrary|ShellExecute)\(/;
+const linesBeforeAReason = 500;
 
 const breaches = [];
-const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclude-standard"], { encoding: "utf8" })
+const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclude-standard"], {
+  encoding: "utf8",
+})
   .split("\n")
   .filter((file) => file && existsSync(file));
-const rooms = read_rooms();
-const is_code = (file) => /\.(h|cpp|c)$/.test(file);
+const rooms = readRooms();
+const isCode = (file) => /\.(h|cpp|c)$/.test(file);
 
-const room_of = (path) => path.split("/")[0];
+const roomOf = (path) => path.split("/")[0];
 
-function check_includes(file, line, say) {
+function checkIncludes(file, line, say) {
   const include = line.match(/^\s*#\s*include\s*([<"])([^>"]+)[>"]/);
   if (!include) return;
   const [, mark, header] = include;
   if (header !== header.toLowerCase()) say("header names are lower case");
-  const for_windows =
+  const forWindows =
     file.startsWith("src/platform/windows/") || /^tests\/(.*windows|programs\/(audio|service)\/)/.test(file);
-  if (mark === "<" && windows_headers.test(header) && !for_windows) {
+  if (mark === "<" && windowsHeaders.test(header) && !forWindows) {
     say("Windows headers stand in src/platform/windows/ and the tests' own files for Windows alone");
   }
   if (mark !== '"' || !file.startsWith("src/")) return;
-  const from = room_of(file.slice(4));
-  const to = room_of(header);
+  const from = roomOf(file.slice(4));
+  const to = roomOf(header);
   if (!rooms[to]) say(`includes are written from src/, and ${header} leads to no room`);
   else if (from !== to && !rooms[from]?.has(to)) say(`${from} may not use ${to}`);
   const answer = header.match(/^platform\/(windows|posix|hosted)\//)?.[1];
-  const from_answer = file.match(/^src\/platform\/(windows|posix|hosted)\//)?.[1];
+  const fromAnswer = file.match(/^src\/platform\/(windows|posix|hosted)\//)?.[1];
   // What Linux lacks is hosted, and its own calls keep the machine of it.
-  const may_look = answer === from_answer || (answer === "hosted" && from_answer === "posix");
-  if (answer && !may_look) say("no room looks below the platform seam");
+  const mayLook = answer === fromAnswer || (answer === "hosted" && fromAnswer === "posix");
+  if (answer && !mayLook) say("no room looks below the platform seam");
 }
 
-function check_line(file, line, say) {
-  check_includes(file, line, say);
+function checkLine(file, line, say) {
+  checkIncludes(file, line, say);
   const code = line.replace(/\/\/.*/, "").replace(/"(?:[^"\\]|\\.)*"/g, '""');
   if (!file.startsWith("src/")) return;
   if (/^\s*#\s*if.*(_WIN32|__linux__|__unix__|__MINGW)/.test(code)) {
     say("the build chooses the platform, never an #if");
   }
-  if (/\b(throw|try|catch)\b/.test(code) && !handles_exceptions.has(file)) say("failures travel as values");
+  if (/\b(throw|try|catch)\b/.test(code) && !handlesExceptions.has(file)) say("failures travel as values");
   if (/\bvirtual\b|\bdynamic_cast\b/.test(code)) say("there is no class hierarchy");
-  for (const [wrapper, call] of Object.entries(raw_calls)) {
-    if (call.test(code) && !file.endsWith(`/${wrapper}.cpp`)) say(`raw calls of ${wrapper} stand in their wrapper`);
+  for (const [wrapper, call] of Object.entries(rawCalls)) {
+    if (call.test(code) && !file.endsWith(`/${wrapper}.cpp`))
+      say(`raw calls of ${wrapper} stand in their wrapper`);
   }
   if (file.startsWith("src/platform/windows/")) {
-    if (unsuffixed.test(code) || /\b[A-Z]\w+[a-z]A\(/.test(code)) say("only the wide functions (…W) are called");
+    if (unsuffixed.test(code) || /\b[A-Z]\w+[a-z]A\(/.test(code))
+      say("only the wide functions (…W) are called");
   }
 }
 
 for (const [room, reached] of Object.entries(rooms)) {
   for (const other of reached) {
-    if (storey_of(room) < 0 || storey_of(other) >= storey_of(room)) breaches.push(`src/: ${room} may not link ${other}`);
+    if (storeyOf(room) < 0 || storeyOf(other) >= storeyOf(room))
+      breaches.push(`src/: ${room} may not link ${other}`);
   }
 }
 
-for (const file of files.filter(is_code)) {
+for (const file of files.filter(isCode)) {
   const text = readFileSync(file, "utf8");
   const lines = text.split("\n");
   lines.forEach((line, index) =>
-    check_line(file, line, (rule) => breaches.push(`${file}:${index + 1}: ${rule}`)));
+    checkLine(file, line, (rule) => breaches.push(`${file}:${index + 1}: ${rule}`)),
+  );
   const say = (rule) => breaches.push(`${file}:1: ${rule}`);
-  if (lines.length > lines_before_a_reason && !/\b(Long because|One file because)\b/.test(lines.slice(0, 12).join(" "))) {
-    say(`above ${lines_before_a_reason} lines only with a reason ("One file because ...") in the top comment`);
+  if (
+    lines.length > linesBeforeAReason &&
+    !/\b(Long because|One file because)\b/.test(lines.slice(0, 12).join(" "))
+  ) {
+    say(`above ${linesBeforeAReason} lines only with a reason ("One file because ...") in the top comment`);
   }
   if (!file.startsWith("src/")) continue;
   if (file.endsWith(".h") && !text.includes("#pragma once")) say("a header is included once");
-  if (basename(file) !== "main.cpp" && !/^namespace velmora/m.test(text)) say("everything lives in namespace velmora");
+  if (basename(file) !== "main.cpp" && !/^namespace velmora/m.test(text))
+    say("everything lives in namespace velmora");
 }
 
 // Every source has its test, and every test file is one that the build picks up.
-for (const file of files.filter((name) => /^src\/(?!platform\/).*\.cpp$/.test(name) && basename(name) !== "main.cpp")) {
+for (const file of files.filter(
+  (name) => /^src\/(?!platform\/).*\.cpp$/.test(name) && basename(name) !== "main.cpp",
+)) {
   const test = file.replace(/^src\//, "tests/unit/").replace(/\.cpp$/, "_test.cpp");
   if (!existsSync(test)) breaches.push(`${file}:1: has no ${test}`);
 }
-for (const file of files.filter((name) => /^src\/platform\/[a-z_]+\.h$/.test(name) && !["owner.h", "errors.h"].includes(basename(name)))) {
+for (const file of files.filter(
+  (name) => /^src\/platform\/[a-z_]+\.h$/.test(name) && !["owner.h", "errors.h"].includes(basename(name)),
+)) {
   const test = `tests/platform/${basename(file, ".h")}_contract_test.cpp`;
   if (!existsSync(test)) breaches.push(`${file}:1: has no ${test}`);
 }
@@ -126,5 +144,5 @@ for (const file of files.filter((name) => /^tests\/.*_test\.cpp$/.test(name))) {
 }
 
 for (const breach of breaches) console.log(breach);
-console.log(`${files.filter(is_code).length} files looked at, ${breaches.length} breaches`);
+console.log(`${files.filter(isCode).length} files looked at, ${breaches.length} breaches`);
 process.exit(breaches.length === 0 ? 0 : 1);

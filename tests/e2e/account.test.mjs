@@ -1,445 +1,547 @@
 // The sign-in: what the page gets from each route, and what the account service gets in turn.
-import assert from 'node:assert/strict';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import test from "node:test";
 
-import { json_reply } from '../programs/account/service.mjs';
+import { jsonReply } from "../programs/account/service.mjs";
 import {
-  account_request_bytes,
-  answer_bytes,
+  accountRequestBytes,
+  answerBytes,
   ask,
-  is_native,
-  issued_fields,
-  json_document,
-  no_session,
-  refusal_bytes,
-  session_of,
-  sign_in,
-  start_account_service,
-  start_service,
-  start_service_for,
-  undo_wine_escapes,
-  utf8_bytes,
-} from './harness.mjs';
+  isNative,
+  issuedFields,
+  jsonDocument,
+  noSession,
+  refusalBytes,
+  sessionOf,
+  signIn,
+  startAccountService,
+  startService,
+  startServiceFor,
+  undoWineEscapes,
+  utf8Bytes,
+} from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
 
 const routes = {
-  register: ['POST', '/api/v1/account/register'],
-  password: ['POST', '/api/v1/account/password'],
-  qrcode: ['POST', '/api/v1/account/qrcode'],
-  poll: ['GET', '/api/v1/account/poll?state=attempt'],
-  referrer: ['POST', '/api/v1/account/referrer'],
-  unbind: ['POST', '/api/v1/account/unbind'],
-  logout: ['POST', '/api/v1/account/logout'],
+  register: ["POST", "/api/v1/account/register"],
+  password: ["POST", "/api/v1/account/password"],
+  qrcode: ["POST", "/api/v1/account/qrcode"],
+  poll: ["GET", "/api/v1/account/poll?state=attempt"],
+  referrer: ["POST", "/api/v1/account/referrer"],
+  unbind: ["POST", "/api/v1/account/unbind"],
+  logout: ["POST", "/api/v1/account/logout"],
 };
 const remote = {
-  register: '/api/v1/auth/register',
-  password: '/api/v1/auth/password',
-  qrcode: '/api/v1/auth/qrcode',
-  poll: '/api/v1/auth/poll',
-  referrer: '/api/v1/session/referrer',
-  unbind: '/api/v1/session/unbind',
+  register: "/api/v1/auth/register",
+  password: "/api/v1/auth/password",
+  qrcode: "/api/v1/auth/qrcode",
+  poll: "/api/v1/auth/poll",
+  referrer: "/api/v1/session/referrer",
+  unbind: "/api/v1/session/unbind",
 };
 const credentials = '{"username":"user","password":"secret"}';
 const bodies = { register: credentials, password: credentials, referrer: '{"public_id":"10002"}' };
 
 const call = (service, route, body = bodies[route]) => ask(service, ...routes[route], body);
-const done = (text) => answer_bytes(200, 'OK', json_document, utf8_bytes(text));
-const refused = (status, reason, message) => refusal_bytes(status, reason, utf8_bytes(message));
-const bad_request = (message) => refused(400, 'Bad Request', message);
+const done = (text) => answerBytes(200, "OK", jsonDocument, utf8Bytes(text));
+const refused = (status, reason, message) => refusalBytes(status, reason, utf8Bytes(message));
+const badRequest = (message) => refused(400, "Bad Request", message);
 // How a failed call shows, by route.
-const call_failed = {
-  register: bad_request,
-  password: (message) => refused(401, 'Unauthorized', message),
-  qrcode: (message) => refused(502, 'Bad Gateway', message),
-  poll: (message) => refused(502, 'Bad Gateway', message),
+const callFailed = {
+  register: badRequest,
+  password: (message) => refused(401, "Unauthorized", message),
+  qrcode: (message) => refused(502, "Bad Gateway", message),
+  poll: (message) => refused(502, "Bad Gateway", message),
 };
-const login_routes = ['register', 'password', 'qrcode'];
-const unreadable = '账号服务返回的内容无法识别';
+const loginRoutes = ["register", "password", "qrcode"];
+const unreadable = "账号服务返回的内容无法识别";
 
 // What came since the last look, as the service saw it, without Wine's escapes.
-function take_requests(account) {
-  return account.requests.splice(0).map(({ head, body }) => undo_wine_escapes(head) + body);
+function takeRequests(account) {
+  return account.requests.splice(0).map(({ head, body }) => undoWineEscapes(head) + body);
 }
 
 // The machine's id in requests, learnt from one.
-async function machine_id_of(service, account) {
-  account.answer(remote.qrcode, json_reply({ state: 's', qr_data_url: 'q' }));
-  await call(service, 'qrcode');
+async function machineIdOf(service, account) {
+  account.answer(remote.qrcode, jsonReply({ state: "s", qr_data_url: "q" }));
+  await call(service, "qrcode");
   return JSON.parse(account.requests.pop().body).machine_id;
 }
 
-test('without an account service each route but the logout says so', limits, async (t) => {
-  const service = await start_service(t);
-  for (const route of login_routes) {
-    const message = '未配置账号服务，请用 --account-service 指定';
-    assert.equal(await call(service, route), refused(501, 'Not Implemented', message), route);
-    assert.equal(await call(service, route, 'no JSON'), refused(501, 'Not Implemented', message), route);
+test("without an account service each route but the logout says so", limits, async (t) => {
+  const service = await startService(t);
+  for (const route of loginRoutes) {
+    const message = "未配置账号服务，请用 --account-service 指定";
+    assert.equal(await call(service, route), refused(501, "Not Implemented", message), route);
+    assert.equal(await call(service, route, "no JSON"), refused(501, "Not Implemented", message), route);
   }
-  for (const route of ['poll', 'referrer', 'unbind']) {
-    assert.equal(await call(service, route), refused(501, 'Not Implemented', '未配置账号服务'), route);
+  for (const route of ["poll", "referrer", "unbind"]) {
+    assert.equal(await call(service, route), refused(501, "Not Implemented", "未配置账号服务"), route);
   }
-  const no_state = await ask(service, 'GET', '/api/v1/account/poll');
-  assert.equal(no_state, refused(501, 'Not Implemented', '未配置账号服务'));
-  assert.equal(await call(service, 'logout'), done('{"ok":true}'));
+  const noState = await ask(service, "GET", "/api/v1/account/poll");
+  assert.equal(noState, refused(501, "Not Implemented", "未配置账号服务"));
+  assert.equal(await call(service, "logout"), done('{"ok":true}'));
   await service.stop();
 });
 
-test('an empty address is none', limits, async (t) => {
-  const service = await start_service(t, { more: ['--account-service', ''] });
-  assert.equal(await call(service, 'poll'), refused(501, 'Not Implemented', '未配置账号服务'));
+test("an empty address is none", limits, async (t) => {
+  const service = await startService(t, { more: ["--account-service", ""] });
+  assert.equal(await call(service, "poll"), refused(501, "Not Implemented", "未配置账号服务"));
   await service.stop();
 });
 
-test('an address that is no URL is told as such by each route', limits, async (t) => {
-  for (const url of ['127.0.0.1:80', 'account.invalid', 'http//x', '://x', 'ftp://127.0.0.1']) {
-    const service = await start_service_for(t, url);
-    for (const route of [...login_routes, 'poll']) {
-      assert.equal(await call(service, route), call_failed[route]('账号服务地址无法解析'), `${url} ${route}`);
+test("an address that is no URL is told as such by each route", limits, async (t) => {
+  for (const url of ["127.0.0.1:80", "account.invalid", "http//x", "://x", "ftp://127.0.0.1"]) {
+    const service = await startServiceFor(t, url);
+    for (const route of [...loginRoutes, "poll"]) {
+      assert.equal(await call(service, route), callFailed[route]("账号服务地址无法解析"), `${url} ${route}`);
     }
     await service.stop();
   }
 });
 
-test('requests that lack what they need are refused and nothing is asked', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("requests that lack what they need are refused and nothing is asked", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const incomplete = [
-    '', '{}', 'no JSON', '{"username":"user"}', '{"password":"secret"}', '{"username":"","password":"secret"}',
-    '{"username":"user","password":""}', '{"username":12,"password":"secret"}', '{"username":"user","password":null}',
-    '{"username":"user","password":"secret', '{"username":"us\ner","password":"secret"}',
+    "",
+    "{}",
+    "no JSON",
+    '{"username":"user"}',
+    '{"password":"secret"}',
+    '{"username":"","password":"secret"}',
+    '{"username":"user","password":""}',
+    '{"username":12,"password":"secret"}',
+    '{"username":"user","password":null}',
+    '{"username":"user","password":"secret',
+    '{"username":"us\ner","password":"secret"}',
   ];
   for (const body of incomplete) {
-    assert.equal(await call(service, 'register', body), bad_request('请填写用户名和密码'), body);
-    assert.equal(await call(service, 'password', body), bad_request('请填写用户名和密码'), body);
+    assert.equal(await call(service, "register", body), badRequest("请填写用户名和密码"), body);
+    assert.equal(await call(service, "password", body), badRequest("请填写用户名和密码"), body);
   }
-  for (const target of ['', '?', '?stat=abc', '?state', '?State=abc', '?x=1&y=2']) {
-    assert.equal(await ask(service, 'GET', `/api/v1/account/poll${target}`), bad_request('缺少 state'), target);
+  for (const target of ["", "?", "?stat=abc", "?state", "?State=abc", "?x=1&y=2"]) {
+    assert.equal(
+      await ask(service, "GET", `/api/v1/account/poll${target}`),
+      badRequest("缺少 state"),
+      target,
+    );
   }
   // A missing id is told ahead of a missing session.
-  for (const body of ['', '{}', '{"public_id":""}', '{"public_id":7}']) {
-    assert.equal(await call(service, 'referrer', body), bad_request('请填写推荐人的用户 ID'), body);
+  for (const body of ["", "{}", '{"public_id":""}', '{"public_id":7}']) {
+    assert.equal(await call(service, "referrer", body), badRequest("请填写推荐人的用户 ID"), body);
   }
-  assert.equal(await call(service, 'referrer'), bad_request('请先扫码登录'));
-  assert.equal(await call(service, 'unbind'), bad_request('请先扫码登录，再更换常用电脑'));
+  assert.equal(await call(service, "referrer"), badRequest("请先扫码登录"));
+  assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
   assert.equal(account.connections, 0);
   await service.stop();
 });
 
-test('each operation goes out byte by byte', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const machine = await machine_id_of(service, account);
-  account.answer(remote.register, json_reply({ state: 's' }));
-  account.answer(remote.password, json_reply({ state: 's' }));
-  account.answer(remote.referrer, json_reply({}));
-  account.answer(remote.unbind, json_reply({}));
-  await sign_in(service, account, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
+test("each operation goes out byte by byte", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  const machine = await machineIdOf(service, account);
+  account.answer(remote.register, jsonReply({ state: "s" }));
+  account.answer(remote.password, jsonReply({ state: "s" }));
+  account.answer(remote.referrer, jsonReply({}));
+  account.answer(remote.unbind, jsonReply({}));
+  await signIn(service, account, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
   account.requests.length = 0;
   // Only quotes and backslashes are escaped: control bytes and UTF-8 go out as they are.
   const odd = '"a\\"b\\\\c\\/d\\n\\t\\b用户\x7f"';
-  const odd_wire = '"a\\"b\\\\c/d\n\t\b用户\x7f"';
+  const oddWire = '"a\\"b\\\\c/d\n\t\b用户\x7f"';
   const session = '"account_hash":"ha\\"s\\\\h","token":"to\\"k\\\\en"';
   const rows = [
-    ['register', credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
-    ['register', '{"referrer_public_id":"","password":"secret","username":"user"}',
-      `{"username":"user","password":"secret","machine_id":"${machine}"}`],
-    ['register', '{"referrer_public_id":"10002","password":"secret","username":"user"}',
-      `{"username":"user","password":"secret","machine_id":"${machine}","referrer_public_id":"10002"}`],
-    ['register', `{"username":${odd},"password":${odd},"referrer_public_id":${odd}}`,
-      `{"username":${odd_wire},"password":${odd_wire},"machine_id":"${machine}","referrer_public_id":${odd_wire}}`],
-    ['password', credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
-    ['password', `{"username":${odd},"password":${odd},"referrer_public_id":"x"}`,
-      `{"username":${odd_wire},"password":${odd_wire},"machine_id":"${machine}"}`],
-    ['qrcode', undefined, `{"machine_id":"${machine}"}`],
-    ['qrcode', 'anything', `{"machine_id":"${machine}"}`],
-    ['referrer', '{"public_id":"10002"}', `{${session},"public_id":"10002"}`],
-    ['referrer', `{"public_id":${odd}}`, `{${session},"public_id":${odd_wire}}`],
-    ['unbind', undefined, `{${session}}`],
+    ["register", credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
+    [
+      "register",
+      '{"referrer_public_id":"","password":"secret","username":"user"}',
+      `{"username":"user","password":"secret","machine_id":"${machine}"}`,
+    ],
+    [
+      "register",
+      '{"referrer_public_id":"10002","password":"secret","username":"user"}',
+      `{"username":"user","password":"secret","machine_id":"${machine}","referrer_public_id":"10002"}`,
+    ],
+    [
+      "register",
+      `{"username":${odd},"password":${odd},"referrer_public_id":${odd}}`,
+      `{"username":${oddWire},"password":${oddWire},"machine_id":"${machine}","referrer_public_id":${oddWire}}`,
+    ],
+    ["password", credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
+    [
+      "password",
+      `{"username":${odd},"password":${odd},"referrer_public_id":"x"}`,
+      `{"username":${oddWire},"password":${oddWire},"machine_id":"${machine}"}`,
+    ],
+    ["qrcode", undefined, `{"machine_id":"${machine}"}`],
+    ["qrcode", "anything", `{"machine_id":"${machine}"}`],
+    ["referrer", '{"public_id":"10002"}', `{${session},"public_id":"10002"}`],
+    ["referrer", `{"public_id":${odd}}`, `{${session},"public_id":${oddWire}}`],
+    ["unbind", undefined, `{${session}}`],
   ];
   for (const [route, body, wire] of rows) {
-    const answer = await call(service, route, body === undefined ? undefined : utf8_bytes(body));
+    const answer = await call(service, route, body === undefined ? undefined : utf8Bytes(body));
     assert.match(answer, /^HTTP\/1\.1 200 OK\r\n/, `${route} ${body}`);
-    const expected = account_request_bytes(account, 'POST', remote[route], utf8_bytes(wire));
-    assert.deepEqual(take_requests(account), [expected], `${route} ${body}`);
+    const expected = accountRequestBytes(account, "POST", remote[route], utf8Bytes(wire));
+    assert.deepEqual(takeRequests(account), [expected], `${route} ${body}`);
   }
-  assert.deepEqual(await call(service, 'logout', '{"any":"body"}'), done('{"ok":true}'));
-  assert.deepEqual(take_requests(account), []);
+  assert.deepEqual(await call(service, "logout", '{"any":"body"}'), done('{"ok":true}'));
+  assert.deepEqual(takeRequests(account), []);
   await service.stop();
 });
 
-test('a password of the largest request goes out whole', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  account.answer(remote.password, json_reply({ state: 's' }));
+test("a password of the largest request goes out whole", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  account.answer(remote.password, jsonReply({ state: "s" }));
   // Each backslash is escaped on the way in and on the way out.
-  const secret = '\\\\'.repeat(32_000);
-  const answer = await call(service, 'password', `{"username":"user","password":"${secret}"}`);
+  const secret = "\\\\".repeat(32_000);
+  const answer = await call(service, "password", `{"username":"user","password":"${secret}"}`);
   assert.equal(answer, done('{"ok":true,"state":"s"}'));
-  assert.equal(JSON.parse(account.requests[0].body).password, '\\'.repeat(32_000));
+  assert.equal(JSON.parse(account.requests[0].body).password, "\\".repeat(32_000));
   await service.stop();
 });
 
-test('a state goes out as it came', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  account.answer(remote.poll, json_reply({ status: 'pending' }));
+test("a state goes out as it came", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  account.answer(remote.poll, jsonReply({ status: "pending" }));
   const rows = [
-    ['?state=abc', 'abc'],
-    ['?x=1&state=abc&y=2', 'abc'],
-    ['?mystate=abc', 'abc'],
-    ['?state=', ''],
-    ['?state=&state=abc', ''],
-    ['?state=abc&state=def', 'abc'],
-    ['?state=state=abc', 'state=abc'],
-    ['?state=%20a%zz%', '%20a%zz%'],
-    ['?state=a+b', 'a+b'],
-    ['?state="<>{}|^`\'', '"<>{}|^`\''],
-    ['?state=a\\b', 'a\\b'],
-    ['?state=a?b/../c//d;e=f', 'a?b/../c//d;e=f'],
-    ['?state=a#b', 'a#b'],
-    ['?state=用户', '用户'],
+    ["?state=abc", "abc"],
+    ["?x=1&state=abc&y=2", "abc"],
+    ["?mystate=abc", "abc"],
+    ["?state=", ""],
+    ["?state=&state=abc", ""],
+    ["?state=abc&state=def", "abc"],
+    ["?state=state=abc", "state=abc"],
+    ["?state=%20a%zz%", "%20a%zz%"],
+    ["?state=a+b", "a+b"],
+    ["?state=\"<>{}|^`'", "\"<>{}|^`'"],
+    ["?state=a\\b", "a\\b"],
+    ["?state=a?b/../c//d;e=f", "a?b/../c//d;e=f"],
+    ["?state=a#b", "a#b"],
+    ["?state=用户", "用户"],
   ];
   for (const [query, state] of rows) {
-    const answer = await ask(service, 'GET', `/api/v1/account/poll${utf8_bytes(query)}`);
+    const answer = await ask(service, "GET", `/api/v1/account/poll${utf8Bytes(query)}`);
     assert.equal(answer, done('{"status":"pending","detail":"","nickname":"","public_id":""}'), query);
-    const target = `${remote.poll}?state=${utf8_bytes(state)}`;
-    assert.deepEqual(take_requests(account), [account_request_bytes(account, 'GET', target)], query);
+    const target = `${remote.poll}?state=${utf8Bytes(state)}`;
+    assert.deepEqual(takeRequests(account), [accountRequestBytes(account, "GET", target)], query);
   }
   await service.stop();
 });
 
-test('a slash at the end of the address stays, and so does a path', limits, async (t) => {
-  const account = await start_account_service(t);
-  const endings = ['/', '/base', '/base/', '/base?key=1&rest='];
+test("a slash at the end of the address stays, and so does a path", limits, async (t) => {
+  const account = await startAccountService(t);
+  const endings = ["/", "/base", "/base/", "/base?key=1&rest="];
   // Wine loses a query that follows no path.
-  if (is_native) endings.push('?key=1&rest=');
+  if (isNative) endings.push("?key=1&rest=");
   for (const ending of endings) {
-    const service = await start_service_for(t, account.url + ending);
-    await call(service, 'poll');
-    const target = `${ending.startsWith('/') ? '' : '/'}${ending}${remote.poll}?state=attempt`;
-    const expected = account_request_bytes(account, 'GET', target);
-    assert.deepEqual(take_requests(account), [expected], ending);
+    const service = await startServiceFor(t, account.url + ending);
+    await call(service, "poll");
+    const target = `${ending.startsWith("/") ? "" : "/"}${ending}${remote.poll}?state=attempt`;
+    const expected = accountRequestBytes(account, "GET", target);
+    assert.deepEqual(takeRequests(account), [expected], ending);
     await service.stop();
   }
 });
 
-test('a login attempt that the account service opens is passed on', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a login attempt that the account service opens is passed on", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const rows = [
-    ['register', '{"state":"s1","public_id":"10001","referrer_note":"谢谢"}',
-      '{"ok":true,"state":"s1","public_id":"10001","referrer_note":"谢谢"}'],
-    ['register', '{"state":"s1"}', '{"ok":true,"state":"s1","public_id":"","referrer_note":""}'],
-    ['register', '{"state":""}', '{"ok":true,"state":"","public_id":"","referrer_note":""}'],
-    ['password', '{"state":"s1","public_id":"10001"}', '{"ok":true,"state":"s1"}'],
-    ['password', '{"state":"a\\"b\\\\c\\n\\u7528\\b"}', '{"ok":true,"state":"a\\"b\\\\c\\n用b"}'],
-    ['password', '{"deep":[{"state" : \r\n "s1"}]}', '{"ok":true,"state":"s1"}'],
-    ['password', '{"state":"s1","state":"s2"}', '{"ok":true,"state":"s1"}'],
-    ['password', '{"state":"not closed', '{"ok":true,"state":"not closed"}'],
-    ['password', '{"state":"ends\\', '{"ok":true,"state":"ends\\\\"}'],
-    ['password', '{"state":"\\uD83D\\uDE00"}', '{"ok":true,"state":"\ufffd\ufffd"}'],
-    ['password', '{"state":"\\uzzzz\\u12"}', '{"ok":true,"state":"zzzz\\u0012"}'],
-    ['qrcode', '{"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}',
-      '{"ok":true,"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}'],
-    ['qrcode', '{"state":"","qr_data_url":""}', '{"ok":true,"state":"","qr_data_url":""}'],
+    [
+      "register",
+      '{"state":"s1","public_id":"10001","referrer_note":"谢谢"}',
+      '{"ok":true,"state":"s1","public_id":"10001","referrer_note":"谢谢"}',
+    ],
+    ["register", '{"state":"s1"}', '{"ok":true,"state":"s1","public_id":"","referrer_note":""}'],
+    ["register", '{"state":""}', '{"ok":true,"state":"","public_id":"","referrer_note":""}'],
+    ["password", '{"state":"s1","public_id":"10001"}', '{"ok":true,"state":"s1"}'],
+    ["password", '{"state":"a\\"b\\\\c\\n\\u7528\\b"}', '{"ok":true,"state":"a\\"b\\\\c\\n用b"}'],
+    ["password", '{"deep":[{"state" : \r\n "s1"}]}', '{"ok":true,"state":"s1"}'],
+    ["password", '{"state":"s1","state":"s2"}', '{"ok":true,"state":"s1"}'],
+    ["password", '{"state":"not closed', '{"ok":true,"state":"not closed"}'],
+    ["password", '{"state":"ends\\', '{"ok":true,"state":"ends\\\\"}'],
+    ["password", '{"state":"\\uD83D\\uDE00"}', '{"ok":true,"state":"\ufffd\ufffd"}'],
+    ["password", '{"state":"\\uzzzz\\u12"}', '{"ok":true,"state":"zzzz\\u0012"}'],
+    [
+      "qrcode",
+      '{"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}',
+      '{"ok":true,"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}',
+    ],
+    ["qrcode", '{"state":"","qr_data_url":""}', '{"ok":true,"state":"","qr_data_url":""}'],
   ];
   for (const [route, reply, answer] of rows) {
-    account.answer(remote[route], { body: utf8_bytes(reply) });
+    account.answer(remote[route], { body: utf8Bytes(reply) });
     assert.equal(await call(service, route), done(answer), `${route} ${reply}`);
   }
-  assert.deepEqual(await session_of(service), no_session);
+  assert.deepEqual(await sessionOf(service), noSession);
   await service.stop();
 });
 
-test('replies of 200 that say nothing usable are told as unreadable', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("replies of 200 that say nothing usable are told as unreadable", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const rows = [
-    '', '{', '{}', 'no JSON', '<html></html>', '\0\0\0\0', '\xff\xfe\xfd', '{"state', '{"state"', '{"state":',
-    '{"state": ', '{"state":null}', '{"state":12}', '{"state":true}', '{"state":\t"s1"}', '{"State":"s1"}',
-    '["state"]', '{"status":null}', '{"status":12}', '{"status', '{"status":', '[[[[[[[['.repeat(1000),
+    "",
+    "{",
+    "{}",
+    "no JSON",
+    "<html></html>",
+    "\0\0\0\0",
+    "\xff\xfe\xfd",
+    '{"state',
+    '{"state"',
+    '{"state":',
+    '{"state": ',
+    '{"state":null}',
+    '{"state":12}',
+    '{"state":true}',
+    '{"state":\t"s1"}',
+    '{"State":"s1"}',
+    '["state"]',
+    '{"status":null}',
+    '{"status":12}',
+    '{"status',
+    '{"status":',
+    "[[[[[[[[".repeat(1000),
   ];
   for (const body of rows) {
-    for (const route of [...login_routes, 'poll']) {
+    for (const route of [...loginRoutes, "poll"]) {
       account.answer(remote[route], { body });
-      assert.equal(await call(service, route), call_failed[route](unreadable), `${route} ${body.slice(0, 40)}`);
+      assert.equal(
+        await call(service, route),
+        callFailed[route](unreadable),
+        `${route} ${body.slice(0, 40)}`,
+      );
     }
   }
   for (const body of ['{"state":"s1"}', '{"qr_data_url":"q"}', '{"state":"s1","qr_data_url":null}']) {
     account.answer(remote.qrcode, { body });
-    assert.equal(await call(service, 'qrcode'), call_failed.qrcode(unreadable), body);
+    assert.equal(await call(service, "qrcode"), callFailed.qrcode(unreadable), body);
   }
-  assert.deepEqual(await session_of(service), no_session);
+  assert.deepEqual(await sessionOf(service), noSession);
   await service.stop();
 });
 
-test('another status than 200 refuses a login attempt, in the words of the account service', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const rows = [
-    [403, '{"detail":"密码错误"}', '密码错误'],
-    [403, '{"detail":"a\\"b"}', 'a\\"b'],
-    [403, '{"detail":""}', ''],
-    [403, '{"detail":null}', '账号服务返回 403'],
-    [403, '{"state":"s1"}', '账号服务返回 403'],
-    [403, '', '账号服务返回 403'],
-    [401, '{"detail":"no"}', 'no'],
-    [407, '{}', '账号服务返回 407'],
-    [404, 'not found', '账号服务返回 404'],
-    [500, '{"detail":"broken"}', 'broken'],
-    [503, '<html>', '账号服务返回 503'],
-    [201, '{"state":"s1","qr_data_url":"q"}', '账号服务返回 201'],
-    [999, '{}', '账号服务返回 999'],
-  ];
-  for (const [status, body, message] of rows) {
-    for (const route of login_routes) {
-      account.answer(remote[route], { status, reason: 'As It Is', body: utf8_bytes(body) });
-      assert.equal(await call(service, route), call_failed[route](message), `${route} ${status} ${body}`);
+test(
+  "another status than 200 refuses a login attempt, in the words of the account service",
+  limits,
+  async (t) => {
+    const account = await startAccountService(t);
+    const service = await startServiceFor(t, account);
+    const rows = [
+      [403, '{"detail":"密码错误"}', "密码错误"],
+      [403, '{"detail":"a\\"b"}', 'a\\"b'],
+      [403, '{"detail":""}', ""],
+      [403, '{"detail":null}', "账号服务返回 403"],
+      [403, '{"state":"s1"}', "账号服务返回 403"],
+      [403, "", "账号服务返回 403"],
+      [401, '{"detail":"no"}', "no"],
+      [407, "{}", "账号服务返回 407"],
+      [404, "not found", "账号服务返回 404"],
+      [500, '{"detail":"broken"}', "broken"],
+      [503, "<html>", "账号服务返回 503"],
+      [201, '{"state":"s1","qr_data_url":"q"}', "账号服务返回 201"],
+      [999, "{}", "账号服务返回 999"],
+    ];
+    for (const [status, body, message] of rows) {
+      for (const route of loginRoutes) {
+        account.answer(remote[route], { status, reason: "As It Is", body: utf8Bytes(body) });
+        assert.equal(await call(service, route), callFailed[route](message), `${route} ${status} ${body}`);
+      }
     }
-  }
-  await service.stop();
-});
+    await service.stop();
+  },
+);
 
-test('a poll passes the progress on, whatever the status of the reply', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a poll passes the progress on, whatever the status of the reply", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const rows = [
     [200, '{"status":"pending"}', '{"status":"pending","detail":"","nickname":"","public_id":""}'],
     [200, '{"status":""}', '{"status":"","detail":"","nickname":"","public_id":""}'],
     [200, '{"status":"ISSUED"}', '{"status":"ISSUED","detail":"","nickname":"","public_id":""}'],
     [200, '{"status":"issued "}', '{"status":"issued ","detail":"","nickname":"","public_id":""}'],
-    [403, '{"status":"expired","detail":"二维码已过期"}',
-      '{"status":"expired","detail":"二维码已过期","nickname":"","public_id":""}'],
-    [500, '{"status":"scanned","nickname":"用户\\n"}',
-      '{"status":"scanned","detail":"","nickname":"用户\\n","public_id":""}'],
-    [200, '{"status":"pending","detail":"unclosed', '{"status":"pending","detail":"unclosed","nickname":"","public_id":""}'],
+    [
+      403,
+      '{"status":"expired","detail":"二维码已过期"}',
+      '{"status":"expired","detail":"二维码已过期","nickname":"","public_id":""}',
+    ],
+    [
+      500,
+      '{"status":"scanned","nickname":"用户\\n"}',
+      '{"status":"scanned","detail":"","nickname":"用户\\n","public_id":""}',
+    ],
+    [
+      200,
+      '{"status":"pending","detail":"unclosed',
+      '{"status":"pending","detail":"unclosed","nickname":"","public_id":""}',
+    ],
     // What does not sign in is not read as a sign-in's.
-    [200, '{"status":"pending","displaced_machine":"other","detail":"d"}',
-      '{"status":"pending","detail":"d","nickname":"","public_id":""}'],
+    [
+      200,
+      '{"status":"pending","displaced_machine":"other","detail":"d"}',
+      '{"status":"pending","detail":"d","nickname":"","public_id":""}',
+    ],
     // The key inside another text is taken for the field.
-    [200, '{"detail":"\\"status\\":\\"x\\"","status":"pending"}',
-      '{"status":"pending","detail":"\\"status\\":\\"x\\"","nickname":"","public_id":""}'],
-    [200, '{"nickname":"a","a":"status","status":"x"}',
-      '{"status":"x","detail":"","nickname":"a","public_id":""}'],
+    [
+      200,
+      '{"detail":"\\"status\\":\\"x\\"","status":"pending"}',
+      '{"status":"pending","detail":"\\"status\\":\\"x\\"","nickname":"","public_id":""}',
+    ],
+    [
+      200,
+      '{"nickname":"a","a":"status","status":"x"}',
+      '{"status":"x","detail":"","nickname":"a","public_id":""}',
+    ],
   ];
   for (const [status, reply, answer] of rows) {
-    account.answer(remote.poll, { status, reason: 'As It Is', body: utf8_bytes(reply) });
-    assert.equal(await call(service, 'poll'), done(answer), reply);
+    account.answer(remote.poll, { status, reason: "As It Is", body: utf8Bytes(reply) });
+    assert.equal(await call(service, "poll"), done(answer), reply);
   }
-  assert.deepEqual(await session_of(service), no_session);
+  assert.deepEqual(await sessionOf(service), noSession);
   await service.stop();
 });
 
-test('a reply with a public id keeps it without signing in', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a reply with a public id keeps it without signing in", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   account.answer(
     remote.poll,
-    json_reply({ status: 'scanned', public_id: '10001', account_hash: 'hash-1', session_token: 'credential-1' }),
-    json_reply({ status: 'scanned', public_id: '' }),
-    json_reply({ status: 'scanned' }),
+    jsonReply({
+      status: "scanned",
+      public_id: "10001",
+      account_hash: "hash-1",
+      session_token: "credential-1",
+    }),
+    jsonReply({ status: "scanned", public_id: "" }),
+    jsonReply({ status: "scanned" }),
   );
   const scanned = (id) => done(`{"status":"scanned","detail":"","nickname":"","public_id":"${id}"}`);
-  assert.equal(await call(service, 'poll'), scanned('10001'));
-  assert.deepEqual(await session_of(service), { ...no_session, public_id: '10001' });
+  assert.equal(await call(service, "poll"), scanned("10001"));
+  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
   // An empty one, or none, changes nothing.
-  assert.equal(await call(service, 'poll'), scanned(''));
-  assert.equal(await call(service, 'poll'), scanned(''));
-  assert.deepEqual(await session_of(service), { ...no_session, public_id: '10001' });
+  assert.equal(await call(service, "poll"), scanned(""));
+  assert.equal(await call(service, "poll"), scanned(""));
+  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
   await service.stop();
 });
 
-test('what is issued without an account signs nobody in', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("what is issued without an account signs nobody in", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const answer = (id) =>
-    done(`{"status":"error","detail":"账号服务未返回账号标识，无法完成登录","nickname":"n","public_id":"${id}"}`);
-  const fields = { status: 'issued', detail: 'd', nickname: 'n', session_token: 'credential-1', displaced_machine: 'm' };
+    done(
+      `{"status":"error","detail":"账号服务未返回账号标识，无法完成登录","nickname":"n","public_id":"${id}"}`,
+    );
+  const fields = {
+    status: "issued",
+    detail: "d",
+    nickname: "n",
+    session_token: "credential-1",
+    displaced_machine: "m",
+  };
   account.answer(
     remote.poll,
-    json_reply(fields),
-    json_reply({ ...fields, account_hash: '' }),
-    json_reply({ ...fields, account_hash: null, public_id: '10001', invite_url: 'i', primary_machine_id: 'p' }),
+    jsonReply(fields),
+    jsonReply({ ...fields, account_hash: "" }),
+    jsonReply({
+      ...fields,
+      account_hash: null,
+      public_id: "10001",
+      invite_url: "i",
+      primary_machine_id: "p",
+    }),
   );
-  assert.equal(await call(service, 'poll'), answer(''));
-  assert.equal(await call(service, 'poll'), answer(''));
-  assert.deepEqual(await session_of(service), no_session);
-  assert.equal(await call(service, 'poll'), answer('10001'));
-  assert.deepEqual(await session_of(service), { ...no_session, public_id: '10001' });
+  assert.equal(await call(service, "poll"), answer(""));
+  assert.equal(await call(service, "poll"), answer(""));
+  assert.deepEqual(await sessionOf(service), noSession);
+  assert.equal(await call(service, "poll"), answer("10001"));
+  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
 
   // Nor does it change who is signed in.
-  await sign_in(service, account);
-  const before = await session_of(service);
-  account.answer(remote.poll, json_reply(fields));
-  assert.equal(await call(service, 'poll'), answer(''));
-  assert.deepEqual(await session_of(service), before);
-  account.answer('/api/v1/session/release', json_reply({}));
+  await signIn(service, account);
+  const before = await sessionOf(service);
+  account.answer(remote.poll, jsonReply(fields));
+  assert.equal(await call(service, "poll"), answer(""));
+  assert.deepEqual(await sessionOf(service), before);
+  account.answer("/api/v1/session/release", jsonReply({}));
   await service.stop();
 });
 
-test('what is issued signs in, and the status document shows all of it but the credential', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const reply = {
-    ...issued_fields,
-    detail: '欢迎',
-    nickname: '用户',
-    public_id: '10001',
-    referral_open: true,
-    referrer: '10002',
-    invite_url: 'https://velmora.invalid/i?a=1&b=2',
-    primary_machine_id: 'machine "1"',
-  };
-  account.answer(remote.poll, json_reply(reply));
-  const begin = Math.floor(Date.now() / 1000);
-  assert.equal(await call(service, 'poll'), done('{"status":"issued","detail":"欢迎","nickname":"用户","public_id":"10001"}'));
-  const session = await session_of(service);
-  assert.ok(session.signed_in_unix >= begin && session.signed_in_unix <= Date.now() / 1000);
-  assert.ok(session.usage_seconds >= 0);
-  assert.deepEqual(Object.entries({ ...session, signed_in_unix: 0, usage_seconds: 0 }), [
-    ['account', 'hash-1'],
-    ['signed_in', true],
-    ['usage_seconds', 0],
-    ['signed_in_unix', 0],
-    ['primary_machine_id', 'machine "1"'],
-    ['primary_known', true],
-    ['public_id', '10001'],
-    ['referral_open', true],
-    ['referrer', '10002'],
-    ['invite_url', 'https://velmora.invalid/i?a=1&b=2'],
-  ]);
+test(
+  "what is issued signs in, and the status document shows all of it but the credential",
+  limits,
+  async (t) => {
+    const account = await startAccountService(t);
+    const service = await startServiceFor(t, account);
+    const reply = {
+      ...issuedFields,
+      detail: "欢迎",
+      nickname: "用户",
+      public_id: "10001",
+      referral_open: true,
+      referrer: "10002",
+      invite_url: "https://velmora.invalid/i?a=1&b=2",
+      primary_machine_id: 'machine "1"',
+    };
+    account.answer(remote.poll, jsonReply(reply));
+    const begin = Math.floor(Date.now() / 1000);
+    assert.equal(
+      await call(service, "poll"),
+      done('{"status":"issued","detail":"欢迎","nickname":"用户","public_id":"10001"}'),
+    );
+    const session = await sessionOf(service);
+    assert.ok(session.signed_in_unix >= begin && session.signed_in_unix <= Date.now() / 1000);
+    assert.ok(session.usage_seconds >= 0);
+    assert.deepEqual(Object.entries({ ...session, signed_in_unix: 0, usage_seconds: 0 }), [
+      ["account", "hash-1"],
+      ["signed_in", true],
+      ["usage_seconds", 0],
+      ["signed_in_unix", 0],
+      ["primary_machine_id", 'machine "1"'],
+      ["primary_known", true],
+      ["public_id", "10001"],
+      ["referral_open", true],
+      ["referrer", "10002"],
+      ["invite_url", "https://velmora.invalid/i?a=1&b=2"],
+    ]);
 
-  // A new sign-in takes its place, and what its reply lacks becomes empty.
-  await sign_in(service, account, { account_hash: 'hash-2' });
-  assert.deepEqual(
-    { ...(await session_of(service)), signed_in_unix: 0, usage_seconds: 0 },
-    { ...no_session, account: 'hash-2', signed_in: true, primary_known: true },
-  );
-  account.answer('/api/v1/session/release', json_reply({}));
-  await service.stop();
-});
+    // A new sign-in takes its place, and what its reply lacks becomes empty.
+    await signIn(service, account, { account_hash: "hash-2" });
+    assert.deepEqual(
+      { ...(await sessionOf(service)), signed_in_unix: 0, usage_seconds: 0 },
+      { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
+    );
+    account.answer("/api/v1/session/release", jsonReply({}));
+    await service.stop();
+  },
+);
 
-test('a device that loses its session is named in place of the detail', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a device that loses its session is named in place of the detail", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const rows = [
     ['办公室"1"', '已登录。另一台设备（办公室\\"1\\"）上的 Velmora 将在两分钟内自动退出。'],
-    ['', 'of the service'],
-    [null, 'of the service'],
+    ["", "of the service"],
+    [null, "of the service"],
   ];
   for (const [displaced_machine, detail] of rows) {
-    account.answer(remote.poll, json_reply({ ...issued_fields, detail: 'of the service', displaced_machine }));
+    account.answer(remote.poll, jsonReply({ ...issuedFields, detail: "of the service", displaced_machine }));
     const answer = done(`{"status":"issued","detail":"${detail}","nickname":"","public_id":""}`);
-    assert.equal(await call(service, 'poll'), answer);
+    assert.equal(await call(service, "poll"), answer);
   }
-  account.answer('/api/v1/session/release', json_reply({}));
+  account.answer("/api/v1/session/release", jsonReply({}));
   await service.stop();
 });
 
-test('a referral is open by exactly these bytes of the reply', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a referral is open by exactly these bytes of the reply", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const rows = [
     ['"referral_open":true', true],
     ['"deep":{"referral_open":true}', true],
@@ -452,108 +554,130 @@ test('a referral is open by exactly these bytes of the reply', limits, async (t)
     ['"referral_open":false', false],
     ['"x":1', false],
   ];
-  for (const [field, is_open] of rows) {
-    account.answer(remote.poll, { body: `{"status":"issued","account_hash":"h","session_token":"t",${field}}` });
-    await call(service, 'poll');
-    assert.equal((await session_of(service)).referral_open, is_open, field);
+  for (const [field, isOpen] of rows) {
+    account.answer(remote.poll, {
+      body: `{"status":"issued","account_hash":"h","session_token":"t",${field}}`,
+    });
+    await call(service, "poll");
+    assert.equal((await sessionOf(service)).referral_open, isOpen, field);
   }
-  account.answer('/api/v1/session/release', json_reply({}));
+  account.answer("/api/v1/session/release", jsonReply({}));
   await service.stop();
 });
 
-test('a referrer is named once, and a primary computer freed', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const fields = { referral_open: true, primary_machine_id: 'machine-1', referrer: '' };
-  const outcomes = (done_text, failed_text) => [
-    [200, '{}', true, done_text],
-    [200, '{"detail":"好"}', true, '好'],
-    [200, '{"detail":""}', true, ''],
-    [200, '', true, done_text],
-    [200, '{"ok":false}', true, done_text],
-    [201, '{}', false, `${failed_text}（201）`],
-    [400, '{"detail":"不行"}', false, '不行'],
-    [400, '{"detail":""}', false, ''],
-    [409, '{}', false, `${failed_text}（409）`],
-    [500, '<html>', false, `${failed_text}（500）`],
+test("a referrer is named once, and a primary computer freed", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  const fields = { referral_open: true, primary_machine_id: "machine-1", referrer: "" };
+  const outcomes = (doneText, failedText) => [
+    [200, "{}", true, doneText],
+    [200, '{"detail":"好"}', true, "好"],
+    [200, '{"detail":""}', true, ""],
+    [200, "", true, doneText],
+    [200, '{"ok":false}', true, doneText],
+    [201, "{}", false, `${failedText}（201）`],
+    [400, '{"detail":"不行"}', false, "不行"],
+    [400, '{"detail":""}', false, ""],
+    [409, "{}", false, `${failedText}（409）`],
+    [500, "<html>", false, `${failedText}（500）`],
   ];
-  for (const [status, body, ok, detail] of outcomes('已绑定推荐人', '绑定失败')) {
-    await sign_in(service, account, fields);
-    account.answer(remote.referrer, { status, reason: 'As It Is', body: utf8_bytes(body) });
-    assert.equal(await call(service, 'referrer'), done(`{"ok":${ok},"detail":"${detail}"}`), `${status} ${body}`);
-    const { referral_open, referrer, primary_machine_id } = await session_of(service);
-    const expected = { referral_open: !ok, referrer: ok ? '10002' : '', primary_machine_id: 'machine-1' };
+  for (const [status, body, ok, detail] of outcomes("已绑定推荐人", "绑定失败")) {
+    await signIn(service, account, fields);
+    account.answer(remote.referrer, { status, reason: "As It Is", body: utf8Bytes(body) });
+    assert.equal(
+      await call(service, "referrer"),
+      done(`{"ok":${ok},"detail":"${detail}"}`),
+      `${status} ${body}`,
+    );
+    const { referral_open, referrer, primary_machine_id } = await sessionOf(service);
+    const expected = { referral_open: !ok, referrer: ok ? "10002" : "", primary_machine_id: "machine-1" };
     assert.deepEqual({ referral_open, referrer, primary_machine_id }, expected);
   }
-  for (const [status, body, ok, detail] of outcomes('已解绑，请重新扫码登录', '解绑失败')) {
-    await sign_in(service, account, fields);
-    account.answer(remote.unbind, { status, reason: 'As It Is', body: utf8_bytes(body) });
-    assert.equal(await call(service, 'unbind'), done(`{"ok":${ok},"detail":"${detail}"}`), `${status} ${body}`);
-    const { signed_in, referral_open, primary_known, primary_machine_id } = await session_of(service);
-    const expected = { signed_in: true, referral_open: true, primary_known: true, primary_machine_id: ok ? '' : 'machine-1' };
+  for (const [status, body, ok, detail] of outcomes("已解绑，请重新扫码登录", "解绑失败")) {
+    await signIn(service, account, fields);
+    account.answer(remote.unbind, { status, reason: "As It Is", body: utf8Bytes(body) });
+    assert.equal(
+      await call(service, "unbind"),
+      done(`{"ok":${ok},"detail":"${detail}"}`),
+      `${status} ${body}`,
+    );
+    const { signed_in, referral_open, primary_known, primary_machine_id } = await sessionOf(service);
+    const expected = {
+      signed_in: true,
+      referral_open: true,
+      primary_known: true,
+      primary_machine_id: ok ? "" : "machine-1",
+    };
     assert.deepEqual({ signed_in, referral_open, primary_known, primary_machine_id }, expected);
   }
   // What does not reach the account service is a refusal as well.
-  await sign_in(service, account, fields);
-  const before = await session_of(service);
+  await signIn(service, account, fields);
+  const before = await sessionOf(service);
   await account.close();
   const failed = done('{"ok":false,"detail":"连接账号服务失败（错误 12029）"}');
-  assert.equal(await call(service, 'referrer'), failed);
-  assert.equal(await call(service, 'unbind'), failed);
-  assert.deepEqual(await session_of(service), before);
+  assert.equal(await call(service, "referrer"), failed);
+  assert.equal(await call(service, "unbind"), failed);
+  assert.deepEqual(await sessionOf(service), before);
   await service.stop();
 });
 
-test('a session without a credential can name no referrer and free no computer', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  account.answer(remote.poll, json_reply({ status: 'issued', account_hash: 'hash-1' }));
-  await call(service, 'poll');
-  assert.equal((await session_of(service)).signed_in, true);
+test("a session without a credential can name no referrer and free no computer", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  account.answer(remote.poll, jsonReply({ status: "issued", account_hash: "hash-1" }));
+  await call(service, "poll");
+  assert.equal((await sessionOf(service)).signed_in, true);
   account.requests.length = 0;
-  assert.equal(await call(service, 'referrer'), bad_request('请先扫码登录'));
-  assert.equal(await call(service, 'unbind'), bad_request('请先扫码登录，再更换常用电脑'));
+  assert.equal(await call(service, "referrer"), badRequest("请先扫码登录"));
+  assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
   await service.stop();
   assert.deepEqual(account.requests, []);
 });
 
-test('a logout forgets the session here and keeps what is only shown', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  assert.equal(await call(service, 'logout'), done('{"ok":true}'));
-  await sign_in(service, account, {
-    public_id: '10001', referral_open: true, referrer: '10002', invite_url: 'i', primary_machine_id: 'm',
+test("a logout forgets the session here and keeps what is only shown", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  assert.equal(await call(service, "logout"), done('{"ok":true}'));
+  await signIn(service, account, {
+    public_id: "10001",
+    referral_open: true,
+    referrer: "10002",
+    invite_url: "i",
+    primary_machine_id: "m",
   });
   const asked = account.requests.length;
-  assert.equal(await call(service, 'logout'), done('{"ok":true}'));
-  const session = await session_of(service);
+  assert.equal(await call(service, "logout"), done('{"ok":true}'));
+  const session = await sessionOf(service);
   assert.ok(session.usage_seconds >= 0);
   assert.deepEqual(
     { ...session, usage_seconds: 0 },
-    { ...no_session, public_id: '10001', referral_open: true, referrer: '10002', invite_url: 'i' },
+    { ...noSession, public_id: "10001", referral_open: true, referrer: "10002", invite_url: "i" },
   );
-  assert.equal(await call(service, 'logout'), done('{"ok":true}'));
-  assert.equal(await call(service, 'unbind'), bad_request('请先扫码登录，再更换常用电脑'));
+  assert.equal(await call(service, "logout"), done('{"ok":true}'));
+  assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
   await service.stop();
   assert.equal(account.requests.length, asked);
 });
 
-test('nothing else is answered while a poll waits for the account service', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("nothing else is answered while a poll waits for the account service", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   let release;
-  account.answer(remote.poll, json_reply({ status: 'pending' }, { hold: new Promise((resolve) => (release = resolve)) }));
-  const polled = call(service, 'poll');
-  await account.wait_for_requests(remote.poll, 1);
-  let is_answered = false;
-  const other = session_of(service).then((session) => {
-    is_answered = true;
+  account.answer(
+    remote.poll,
+    jsonReply({ status: "pending" }, { hold: new Promise((resolve) => (release = resolve)) }),
+  );
+  const polled = call(service, "poll");
+  await account.waitForRequests(remote.poll, 1);
+  let isAnswered = false;
+  const other = sessionOf(service).then((session) => {
+    isAnswered = true;
     return session;
   });
   await new Promise((resolve) => setTimeout(resolve, 300));
-  assert.equal(is_answered, false);
+  assert.equal(isAnswered, false);
   release();
   assert.equal(await polled, done('{"status":"pending","detail":"","nickname":"","public_id":""}'));
-  assert.deepEqual(await other, no_session);
+  assert.deepEqual(await other, noSession);
   await service.stop();
 });

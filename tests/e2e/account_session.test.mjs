@@ -1,89 +1,90 @@
 // The session: the checks that ask whether it is still this machine's, its end here and elsewhere, and its release.
-import assert from 'node:assert/strict';
-import fs from 'node:fs';
-import os from 'node:os';
-import path from 'node:path';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+import test from "node:test";
 
-import { json_reply } from '../programs/account/service.mjs';
+import { jsonReply } from "../programs/account/service.mjs";
 import {
-  account_request_bytes,
+  accountRequestBytes,
   ask,
-  is_native,
-  issued_fields,
+  isNative,
+  issuedFields,
   launch,
-  make_directory,
-  no_session,
+  makeDirectory,
+  noSession,
   poll,
-  session_of,
-  sign_in,
+  sessionOf,
+  signIn,
   sleep,
-  start_account_service,
-  start_service,
-  start_service_for,
-} from './harness.mjs';
+  startAccountService,
+  startService,
+  startServiceFor,
+} from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
-const check = '/api/v1/session/check';
-const release = '/api/v1/session/release';
-const interval_ms = 1000;
-const superseded_line = 'The account has signed in on another device. This machine is now signed out.\n';
+const check = "/api/v1/session/check";
+const release = "/api/v1/session/release";
+const intervalMs = 1000;
+const supersededLine = "The account has signed in on another device. This machine is now signed out.\n";
 const credentials = '{"account_hash":"hash-1","token":"credential-1"}';
 
 // A service with its account service, signed in and checked each second. Releases are taken.
-async function start_signed_in(t, fields = {}, options = {}) {
-  const account = await start_account_service(t);
-  account.answer(check, json_reply({ active: true }));
-  account.answer(release, json_reply({}));
-  const service = await start_service_for(t, account, options);
-  await sign_in(service, account, { session_check_seconds: 1, ...fields });
+async function startSignedIn(t, fields = {}, options = {}) {
+  const account = await startAccountService(t);
+  account.answer(check, jsonReply({ active: true }));
+  account.answer(release, jsonReply({}));
+  const service = await startServiceFor(t, account, options);
+  await signIn(service, account, { session_check_seconds: 1, ...fields });
   return { account, service };
 }
 
-const checks = (account) => account.requests_to(check);
-const releases = (account) => account.requests_to(release);
-const bytes_of = ({ head, body }) => head + body;
-const logout = (service) => ask(service, 'POST', '/api/v1/account/logout');
+const checks = (account) => account.requestsTo(check);
+const releases = (account) => account.requestsTo(release);
+const bytesOf = ({ head, body }) => head + body;
+const logout = (service) => ask(service, "POST", "/api/v1/account/logout");
 
-function make_hold() {
-  let let_go;
-  const hold = new Promise((resolve) => (let_go = resolve));
-  return { hold, let_go };
+function makeHold() {
+  let letGo;
+  const hold = new Promise((resolve) => (letGo = resolve));
+  return { hold, letGo };
 }
 
-async function wait_for_sign_out(service) {
-  return poll('the sign-out', async () => {
-    const session = await session_of(service);
+async function waitForSignOut(service) {
+  return poll("the sign-out", async () => {
+    const session = await sessionOf(service);
     return session.signed_in ? undefined : session;
   });
 }
 
 // Nothing comes to the path for a while in which a check at each second would have.
-async function stays_silent(account, path_name, milliseconds = 2500) {
-  const before = account.requests_to(path_name).length;
+async function staysSilent(account, pathName, milliseconds = 2500) {
+  const before = account.requestsTo(pathName).length;
   await sleep(milliseconds);
-  assert.equal(account.requests_to(path_name).length, before);
+  assert.equal(account.requestsTo(pathName).length, before);
 }
 
-test('the checks of a session go out byte by byte, as far apart as the sign-in says', limits, async (t) => {
-  const { account, service } = await start_signed_in(t, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
-  const seen = await account.wait_for_requests(check, 3);
+test("the checks of a session go out byte by byte, as far apart as the sign-in says", limits, async (t) => {
+  const { account, service } = await startSignedIn(t, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
+  const seen = await account.waitForRequests(check, 3);
   const body = '{"account_hash":"ha\\"s\\\\h","token":"to\\"k\\\\en"}';
-  for (const request of seen) assert.equal(bytes_of(request), account_request_bytes(account, 'POST', check, body));
-  assert.equal((await session_of(service)).signed_in, true);
+  for (const request of seen)
+    assert.equal(bytesOf(request), accountRequestBytes(account, "POST", check, body));
+  assert.equal((await sessionOf(service)).signed_in, true);
   await service.stop();
-  assert.deepEqual(releases(account).map(bytes_of), [account_request_bytes(account, 'POST', release, body)]);
+  assert.deepEqual(releases(account).map(bytesOf), [accountRequestBytes(account, "POST", release, body)]);
 });
 
-test('the first check waits for the interval that each start begins with', limits, async (t) => {
-  const { account, service } = await start_signed_in(t, { session_check_seconds: 0 });
-  await stays_silent(account, check);
+test("the first check waits for the interval that each start begins with", limits, async (t) => {
+  const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
+  await staysSilent(account, check);
   assert.equal(checks(account).length, 0);
   await service.stop();
   assert.equal(releases(account).length, 1);
 });
 
-test('a check may change the interval to any number but 0', limits, async (t) => {
+test("a check may change the interval to any number but 0", limits, async (t) => {
   const rows = [
     // What a check answers, and whether another follows within 2.5 seconds.
     ['{"active":true,"next_check_seconds":0}', true],
@@ -97,57 +98,57 @@ test('a check may change the interval to any number but 0', limits, async (t) =>
     ['{"active":true,"next_check_seconds":30.9x', false],
   ];
   await Promise.all(
-    rows.map(async ([body, goes_on]) => {
-      const { account, service } = await start_signed_in(t);
+    rows.map(async ([body, goesOn]) => {
+      const { account, service } = await startSignedIn(t);
       account.answer(check, { body });
-      await account.wait_for_requests(check, 1);
-      if (goes_on) {
-        await account.wait_for_requests(check, 3);
+      await account.waitForRequests(check, 1);
+      if (goesOn) {
+        await account.waitForRequests(check, 3);
       } else {
-        await stays_silent(account, check);
+        await staysSilent(account, check);
         // A sign-in sets it anew, and the change counts from the last decision, at once.
-        await sign_in(service, account, { session_check_seconds: 1 });
-        await account.wait_for_requests(check, 2);
+        await signIn(service, account, { session_check_seconds: 1 });
+        await account.waitForRequests(check, 2);
       }
       await service.stop();
     }),
   );
 });
 
-test('a longer interval counts from the check before', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  account.answer(check, json_reply({ next_check_seconds: 4 }), json_reply({ next_check_seconds: 1 }));
-  const [first, second, third] = await account.wait_for_requests(check, 3);
+test("a longer interval counts from the check before", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  account.answer(check, jsonReply({ next_check_seconds: 4 }), jsonReply({ next_check_seconds: 1 }));
+  const [first, second, third] = await account.waitForRequests(check, 3);
   // Halves of the intervals: what is late in coming makes one distance shorter and the next one longer.
-  assert.ok(second.at_ms - first.at_ms >= 2 * interval_ms, `${second.at_ms - first.at_ms} ms`);
-  assert.ok(third.at_ms - second.at_ms >= interval_ms / 2, `${third.at_ms - second.at_ms} ms`);
+  assert.ok(second.atMs - first.atMs >= 2 * intervalMs, `${second.atMs - first.atMs} ms`);
+  assert.ok(third.atMs - second.atMs >= intervalMs / 2, `${third.atMs - second.atMs} ms`);
   await service.stop();
 });
 
-test('two checks are never in flight at once', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  const { hold, let_go } = make_hold();
-  account.answer(check, json_reply({ active: true }, { hold }), json_reply({ active: true }));
-  await account.wait_for_requests(check, 1);
-  await stays_silent(account, check, 3500);
+test("two checks are never in flight at once", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  const { hold, letGo } = makeHold();
+  account.answer(check, jsonReply({ active: true }, { hold }), jsonReply({ active: true }));
+  await account.waitForRequests(check, 1);
+  await staysSilent(account, check, 3500);
   assert.equal(checks(account).length, 1);
   // The service answers meanwhile: the check has a thread of its own.
-  assert.equal((await session_of(service)).signed_in, true);
-  let_go();
-  await account.wait_for_requests(check, 2);
+  assert.equal((await sessionOf(service)).signed_in, true);
+  letGo();
+  await account.waitForRequests(check, 2);
   await service.stop();
 });
 
-test('a check that fails, or says nothing against the session, changes nothing', limits, async (t) => {
+test("a check that fails, or says nothing against the session, changes nothing", limits, async (t) => {
   const rows = [
     { status: 401, body: '{"active":false,"next_check_seconds":30}' },
     { status: 403, body: '{"active":false,"next_check_seconds":30}' },
-    { status: 404, body: '' },
+    { status: 404, body: "" },
     { status: 500, body: '{"active":false,"next_check_seconds":30}' },
     { status: 201, body: '{"active":false,"next_check_seconds":30}' },
-    { body: '' },
-    { body: '{' },
-    { body: 'no JSON' },
+    { body: "" },
+    { body: "{" },
+    { body: "no JSON" },
     { body: '\0\xff\xfe"active":' },
     { body: '{"active": false}' },
     { body: '{"active" :false}' },
@@ -155,207 +156,225 @@ test('a check that fails, or says nothing against the session, changes nothing',
     { body: '{"active":False}' },
     { body: '{"active":0}' },
     { body: '{"active":null,"next_check_seconds":null}' },
-    { body: '{"active":fals', content_length: 100, then: 'end' },
-    { cut: 0, then: 'end' },
-    { cut: 0, then: 'reset' },
-    { raw: 'no HTTP at all', then: 'end' },
-    { body: ' '.repeat(2_097_153) + '"active":false' },
+    { body: '{"active":fals', contentLength: 100, then: "end" },
+    { cut: 0, then: "end" },
+    { cut: 0, then: "reset" },
+    { raw: "no HTTP at all", then: "end" },
+    { body: " ".repeat(2_097_153) + '"active":false' },
   ];
   await Promise.all(
     [0, 1, 2, 3].map(async (first) => {
-      const own_rows = rows.filter((_, index) => index % 4 === first);
-      const { account, service } = await start_signed_in(t);
-      account.answer(check, ...own_rows, json_reply({ active: true }));
-      const before = await session_of(service);
+      const ownRows = rows.filter((_, index) => index % 4 === first);
+      const { account, service } = await startSignedIn(t);
+      account.answer(check, ...ownRows, jsonReply({ active: true }));
+      const before = await sessionOf(service);
       // The one behind the last row comes at the interval that was there before.
-      await account.wait_for_requests(check, own_rows.length + 1);
-      const { usage_seconds, ...session } = await session_of(service);
+      await account.waitForRequests(check, ownRows.length + 1);
+      const { usage_seconds, ...session } = await sessionOf(service);
       assert.ok(usage_seconds >= before.usage_seconds);
       assert.deepEqual({ ...session, usage_seconds: before.usage_seconds }, before);
       await service.stop();
-      assert.equal(service.output.includes(superseded_line), false);
+      assert.equal(service.output.includes(supersededLine), false);
       assert.equal(releases(account).length, 1);
     }),
   );
 });
 
-test('an account service that is gone ends no session and holds up no exit', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  await account.wait_for_requests(check, 1);
+test("an account service that is gone ends no session and holds up no exit", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  await account.waitForRequests(check, 1);
   await account.close();
   await sleep(2500);
-  assert.equal((await session_of(service)).signed_in, true);
+  assert.equal((await sessionOf(service)).signed_in, true);
   await service.stop();
 });
 
-test('a sign-in on another device signs this one out', limits, async (t) => {
-  const { account, service } = await start_signed_in(t, {
-    public_id: '10001',
+test("a sign-in on another device signs this one out", limits, async (t) => {
+  const { account, service } = await startSignedIn(t, {
+    public_id: "10001",
     referral_open: true,
-    invite_url: 'https://velmora.invalid/i',
-    primary_machine_id: 'machine-1',
+    invite_url: "https://velmora.invalid/i",
+    primary_machine_id: "machine-1",
   });
-  await account.wait_for_requests(check, 1);
+  await account.waitForRequests(check, 1);
   account.answer(check, { body: '{"active":false,"detail":"elsewhere","next_check_seconds":1}' });
-  const session = await wait_for_sign_out(service);
+  const session = await waitForSignOut(service);
   assert.deepEqual(
     { ...session, usage_seconds: 0 },
-    { ...no_session, public_id: '10001', referral_open: true, invite_url: 'https://velmora.invalid/i' },
+    { ...noSession, public_id: "10001", referral_open: true, invite_url: "https://velmora.invalid/i" },
   );
-  await stays_silent(account, check);
-  assert.equal(service.output.split(superseded_line).length, 2);
+  await staysSilent(account, check);
+  assert.equal(service.output.split(supersededLine).length, 2);
   await service.stop();
-  assert.ok(service.output.endsWith(superseded_line), service.output);
+  assert.ok(service.output.endsWith(supersededLine), service.output);
   assert.equal(releases(account).length, 0);
 });
 
-test('somebody signed out elsewhere may sign in again', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
+test("somebody signed out elsewhere may sign in again", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
   account.answer(check, { body: '{"active":false}' });
-  await wait_for_sign_out(service);
-  account.answer(check, json_reply({ active: true }));
-  await sign_in(service, account);
+  await waitForSignOut(service);
+  account.answer(check, jsonReply({ active: true }));
+  await signIn(service, account);
   const before = checks(account).length;
-  await account.wait_for_requests(check, before + 1);
-  assert.equal((await session_of(service)).signed_in, true);
+  await account.waitForRequests(check, before + 1);
+  assert.equal((await sessionOf(service)).signed_in, true);
   await service.stop();
-  assert.deepEqual(releases(account).map(({ body }) => body), [credentials]);
+  assert.deepEqual(
+    releases(account).map(({ body }) => body),
+    [credentials],
+  );
 });
 
-test('the answer to a check counts for the session that it finds', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  const { hold, let_go } = make_hold();
+test("the answer to a check counts for the session that it finds", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  const { hold, letGo } = makeHold();
   account.answer(check, { body: '{"active":false}', hold });
-  await account.wait_for_requests(check, 1);
+  await account.waitForRequests(check, 1);
   await logout(service);
-  await sign_in(service, account, { account_hash: 'hash-2', session_token: 'credential-2' });
-  assert.equal((await session_of(service)).signed_in, true);
-  let_go();
-  await wait_for_sign_out(service);
+  await signIn(service, account, { account_hash: "hash-2", session_token: "credential-2" });
+  assert.equal((await sessionOf(service)).signed_in, true);
+  letGo();
+  await waitForSignOut(service);
   await service.stop();
   assert.equal(releases(account).length, 0);
 });
 
-test('a logout sends nothing, and nothing follows it', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  await account.wait_for_requests(check, 1);
+test("a logout sends nothing, and nothing follows it", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  await account.waitForRequests(check, 1);
   await logout(service);
   // A check may have been on its way.
-  await sleep(interval_ms / 2);
-  await stays_silent(account, check);
+  await sleep(intervalMs / 2);
+  await staysSilent(account, check);
   await service.stop();
   assert.equal(releases(account).length, 0);
-  assert.equal(service.output.includes(superseded_line), false);
+  assert.equal(service.output.includes(supersededLine), false);
 });
 
-test('a session without a credential is neither checked nor released', limits, async (t) => {
-  const { account, service } = await start_signed_in(t, { session_token: '' });
-  assert.equal((await session_of(service)).signed_in, true);
-  await stays_silent(account, check);
+test("a session without a credential is neither checked nor released", limits, async (t) => {
+  const { account, service } = await startSignedIn(t, { session_token: "" });
+  assert.equal((await sessionOf(service)).signed_in, true);
+  await staysSilent(account, check);
   await service.stop();
-  assert.deepEqual(account.requests.map(({ path: name }) => name), ['/api/v1/auth/poll']);
+  assert.deepEqual(
+    account.requests.map(({ path: name }) => name),
+    ["/api/v1/auth/poll"],
+  );
 });
 
-test('a session is released once, whatever comes of it', limits, async (t) => {
+test("a session is released once, whatever comes of it", limits, async (t) => {
   const rows = [
-    { body: '{}' },
-    { status: 500, body: 'broken' },
-    { status: 401, body: '' },
-    { cut: 0, then: 'end' },
-    { cut: 0, then: 'reset' },
-    { raw: 'no HTTP at all', then: 'end' },
-    { body: 'x'.repeat(3_000_000) },
+    { body: "{}" },
+    { status: 500, body: "broken" },
+    { status: 401, body: "" },
+    { cut: 0, then: "end" },
+    { cut: 0, then: "reset" },
+    { raw: "no HTTP at all", then: "end" },
+    { body: "x".repeat(3_000_000) },
   ];
   for (const row of rows) {
-    const { account, service } = await start_signed_in(t, { session_check_seconds: 0 });
+    const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
     account.answer(release, row);
     await service.stop();
-    const seen = releases(account).map(bytes_of);
-    assert.deepEqual(seen, [account_request_bytes(account, 'POST', release, credentials)], JSON.stringify(row).slice(0, 80));
+    const seen = releases(account).map(bytesOf);
+    assert.deepEqual(
+      seen,
+      [accountRequestBytes(account, "POST", release, credentials)],
+      JSON.stringify(row).slice(0, 80),
+    );
   }
 });
 
-test('each way of stopping releases the session', limits, async (t) => {
-  for (const signal of is_native ? ['SIGINT', 'SIGTERM', 'SIGQUIT', 'SIGHUP'] : ['SIGINT']) {
-    const { account, service } = await start_signed_in(t, { session_check_seconds: 0 });
+test("each way of stopping releases the session", limits, async (t) => {
+  for (const signal of isNative ? ["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"] : ["SIGINT"]) {
+    const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
     service.signal(signal);
-    const end = await service.wait_for_end();
-    if (end.signal === null) assert.deepEqual(releases(account).map(({ body }) => body), [credentials], signal);
+    const end = await service.waitForEnd();
+    if (end.signal === null)
+      assert.deepEqual(
+        releases(account).map(({ body }) => body),
+        [credentials],
+        signal,
+      );
   }
 });
 
-test('the exit waits for no check, and ends in good order', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
-  const { hold } = make_hold();
-  account.answer(check, json_reply({ active: false }, { hold }));
-  await account.wait_for_requests(check, 1);
+test("the exit waits for no check, and ends in good order", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
+  const { hold } = makeHold();
+  account.answer(check, jsonReply({ active: false }, { hold }));
+  await account.waitForRequests(check, 1);
   await service.stop();
-  assert.deepEqual(releases(account).map(({ body }) => body), [credentials]);
+  assert.deepEqual(
+    releases(account).map(({ body }) => body),
+    [credentials],
+  );
   assert.equal(checks(account).length, 1);
 });
 
-test('the exit while checks come and go ends in good order', limits, async (t) => {
+test("the exit while checks come and go ends in good order", limits, async (t) => {
   await Promise.all(
-    [0, 5, 30, 120].map(async (delay_ms) => {
-      const { account, service } = await start_signed_in(t);
-      account.answer(check, { body: '{"active":true}', drip: { bytes: 16, every_ms: 5 } });
-      await account.wait_for_requests(check, 1);
-      await sleep(delay_ms);
+    [0, 5, 30, 120].map(async (delayMs) => {
+      const { account, service } = await startSignedIn(t);
+      account.answer(check, { body: '{"active":true}', drip: { bytes: 16, everyMs: 5 } });
+      await account.waitForRequests(check, 1);
+      await sleep(delayMs);
       await service.stop();
       assert.equal(releases(account).length, 1);
     }),
   );
 });
 
-test('each run begins signed out', limits, async (t) => {
-  const { account, service } = await start_signed_in(t);
+test("each run begins signed out", limits, async (t) => {
+  const { account, service } = await startSignedIn(t);
   await service.stop();
-  const next = await start_service_for(t, account);
-  assert.deepEqual(await session_of(next), no_session);
+  const next = await startServiceFor(t, account);
+  assert.deepEqual(await sessionOf(next), noSession);
   await next.stop();
   assert.equal(releases(account).length, 1);
 });
 
-test('a sign-in of the same user sets the time anew, and one of another as well', limits, async (t) => {
-  const { account, service } = await start_signed_in(t, { session_check_seconds: 0 });
-  const first = await session_of(service);
+test("a sign-in of the same user sets the time anew, and one of another as well", limits, async (t) => {
+  const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
+  const first = await sessionOf(service);
   await sleep(1100);
-  await sign_in(service, account);
-  const second = await session_of(service);
+  await signIn(service, account);
+  const second = await sessionOf(service);
   assert.ok(second.signed_in_unix > first.signed_in_unix);
   await sleep(1100);
-  await sign_in(service, account, { account_hash: 'hash-2' });
-  assert.ok((await session_of(service)).signed_in_unix > second.signed_in_unix);
+  await signIn(service, account, { account_hash: "hash-2" });
+  assert.ok((await sessionOf(service)).signed_in_unix > second.signed_in_unix);
   await service.stop();
 });
 
-test('the credential of a session shows nowhere', limits, async (t) => {
-  const secret = 'C0FFEE-not-to-be-seen';
-  const account = await start_account_service(t);
-  account.answer(check, json_reply({ active: true, detail: `about ${secret.length}` }));
-  const service = await start_service_for(t, account, { more: ['--verbose'] });
+test("the credential of a session shows nowhere", limits, async (t) => {
+  const secret = "C0FFEE-not-to-be-seen";
+  const account = await startAccountService(t);
+  account.answer(check, jsonReply({ active: true, detail: `about ${secret.length}` }));
+  const service = await startServiceFor(t, account, { more: ["--verbose"] });
   const seen = [];
   const say = async (...request) => seen.push(await ask(service, ...request));
-  const fields = { ...issued_fields, session_token: secret, session_check_seconds: 1, displaced_machine: 'm' };
-  account.answer('/api/v1/auth/poll', json_reply(fields));
-  await say('GET', '/api/v1/account/poll?state=a');
-  account.answer('/api/v1/auth/poll', json_reply({ ...fields, account_hash: '' }));
-  await say('GET', '/api/v1/account/poll?state=a');
-  account.answer('/api/v1/auth/poll', json_reply({ session_token: secret }));
-  await say('GET', '/api/v1/account/poll?state=a');
-  const replies = [{ status: 500, body: 'x' }, { cut: 0, then: 'end' }, { body: '{}' }];
+  const fields = { ...issuedFields, session_token: secret, session_check_seconds: 1, displaced_machine: "m" };
+  account.answer("/api/v1/auth/poll", jsonReply(fields));
+  await say("GET", "/api/v1/account/poll?state=a");
+  account.answer("/api/v1/auth/poll", jsonReply({ ...fields, account_hash: "" }));
+  await say("GET", "/api/v1/account/poll?state=a");
+  account.answer("/api/v1/auth/poll", jsonReply({ session_token: secret }));
+  await say("GET", "/api/v1/account/poll?state=a");
+  const replies = [{ status: 500, body: "x" }, { cut: 0, then: "end" }, { body: "{}" }];
   for (const reply of replies) {
-    account.answer('/api/v1/session/referrer', reply);
-    account.answer('/api/v1/session/unbind', reply);
-    await say('POST', '/api/v1/account/referrer', '{"public_id":"10002"}');
-    await say('POST', '/api/v1/account/unbind');
-    await say('GET', '/api/v1/status');
+    account.answer("/api/v1/session/referrer", reply);
+    account.answer("/api/v1/session/unbind", reply);
+    await say("POST", "/api/v1/account/referrer", '{"public_id":"10002"}');
+    await say("POST", "/api/v1/account/unbind");
+    await say("GET", "/api/v1/status");
   }
-  for (const request of await account.wait_for_requests(check, 1)) assert.ok(request.body.includes(secret));
+  for (const request of await account.waitForRequests(check, 1)) assert.ok(request.body.includes(secret));
   account.answer(check, { body: '{"active":false}' });
-  await wait_for_sign_out(service);
-  await say('GET', '/api/v1/status');
-  await say('POST', '/api/v1/account/logout');
+  await waitForSignOut(service);
+  await say("GET", "/api/v1/status");
+  await say("POST", "/api/v1/account/logout");
   await service.stop();
   for (const answer of seen) assert.equal(answer.includes(secret), false, answer);
   assert.equal((service.output + service.errors).includes(secret), false);
@@ -364,86 +383,95 @@ test('the credential of a session shows nowhere', limits, async (t) => {
 // ---- the file that an earlier version left ----
 
 // Where the machine's common data is for the program, and the environment that says so.
-function common_data_places() {
-  const prefix = process.env.WINEPREFIX ?? path.join(os.homedir(), '.wine');
-  if (!is_native) return [['of the prefix', path.join(prefix, 'drive_c', 'ProgramData'), {}]];
-  const given = make_directory();
-  const drives = make_directory();
-  const below_drives = path.join(drives, 'c', 'ProgramData');
-  const state = make_directory();
-  const below_state = path.join(state, 'velmora', 'drives', 'c', 'ProgramData');
-  const drive_variables = { VELMORA_DRIVES: drives };
+function commonDataPlaces() {
+  const prefix = process.env.WINEPREFIX ?? path.join(os.homedir(), ".wine");
+  if (!isNative) return [["of the prefix", path.join(prefix, "drive_c", "ProgramData"), {}]];
+  const given = makeDirectory();
+  const drives = makeDirectory();
+  const belowDrives = path.join(drives, "c", "ProgramData");
+  const state = makeDirectory();
+  const belowState = path.join(state, "velmora", "drives", "c", "ProgramData");
+  const driveVariables = { VELMORA_DRIVES: drives };
   return [
-    ['given', given, { ProgramData: given }],
-    ['not given', below_drives, drive_variables],
-    ['given as empty', below_drives, { ...drive_variables, ProgramData: '' }],
-    ['of 260 characters', below_drives, { ...drive_variables, ProgramData: `/${'x'.repeat(259)}` }],
-    ['named with a drive', path.join(drives, 'd', 'data'), { ...drive_variables, ProgramData: 'D:\\data' }],
-    ['of 259 characters', `/tmp/${path.basename(make_directory())}/`.padEnd(130, 'x') + '/'.padEnd(129, 'y'), undefined],
-    ['among the state', below_state, { XDG_STATE_HOME: state, VELMORA_DRIVES: '' }],
+    ["given", given, { ProgramData: given }],
+    ["not given", belowDrives, driveVariables],
+    ["given as empty", belowDrives, { ...driveVariables, ProgramData: "" }],
+    ["of 260 characters", belowDrives, { ...driveVariables, ProgramData: `/${"x".repeat(259)}` }],
+    ["named with a drive", path.join(drives, "d", "data"), { ...driveVariables, ProgramData: "D:\\data" }],
+    [
+      "of 259 characters",
+      `/tmp/${path.basename(makeDirectory())}/`.padEnd(130, "x") + "/".padEnd(129, "y"),
+      undefined,
+    ],
+    ["among the state", belowState, { XDG_STATE_HOME: state, VELMORA_DRIVES: "" }],
   ].map(([what, place, env]) => [what, place, env ?? { ProgramData: place }]);
 }
 
-test('a session file of an earlier version is removed at the start', limits, async (t) => {
-  for (const [what, place, env] of common_data_places()) {
-    const directory = path.join(place, 'Velmora');
-    const file = path.join(directory, 'session.json');
+test("a session file of an earlier version is removed at the start", limits, async (t) => {
+  for (const [what, place, env] of commonDataPlaces()) {
+    const directory = path.join(place, "Velmora");
+    const file = path.join(directory, "session.json");
     fs.mkdirSync(directory, { recursive: true });
     fs.writeFileSync(file, '{"token":"credential-0"}');
-    fs.writeFileSync(path.join(directory, 'session.json.kept'), 'x');
-    const service = await start_service(t, { env });
+    fs.writeFileSync(path.join(directory, "session.json.kept"), "x");
+    const service = await startService(t, { env });
     assert.equal(fs.existsSync(file), false, what);
-    assert.equal(fs.existsSync(path.join(directory, 'session.json.kept')), true, what);
-    fs.rmSync(path.join(directory, 'session.json.kept'));
+    assert.equal(fs.existsSync(path.join(directory, "session.json.kept")), true, what);
+    fs.rmSync(path.join(directory, "session.json.kept"));
     await service.stop();
   }
 });
 
-test('a session file that cannot be removed, or is none, is passed over', limits, async (t) => {
-  const [[, place, env]] = common_data_places();
-  const directory = path.join(place, 'Velmora');
-  const file = path.join(directory, 'session.json');
+test("a session file that cannot be removed, or is none, is passed over", limits, async (t) => {
+  const [[, place, env]] = commonDataPlaces();
+  const directory = path.join(place, "Velmora");
+  const file = path.join(directory, "session.json");
   fs.mkdirSync(directory, { recursive: true });
   fs.rmSync(file, { recursive: true, force: true });
-  t.after(() => fs.rmSync(is_native ? directory : file, { recursive: true, force: true }));
-  await (await start_service(t, { env })).stop();
+  t.after(() => fs.rmSync(isNative ? directory : file, { recursive: true, force: true }));
+  await (await startService(t, { env })).stop();
 
   fs.mkdirSync(file);
-  await (await start_service(t, { env })).stop();
+  await (await startService(t, { env })).stop();
   assert.ok(fs.statSync(file).isDirectory());
-  fs.writeFileSync(path.join(file, 'inside'), '');
-  await (await start_service(t, { env })).stop();
-  assert.ok(fs.existsSync(path.join(file, 'inside')));
+  fs.writeFileSync(path.join(file, "inside"), "");
+  await (await startService(t, { env })).stop();
+  assert.ok(fs.existsSync(path.join(file, "inside")));
   fs.rmSync(file, { recursive: true });
 
-  if (is_native) {
+  if (isNative) {
     fs.rmSync(directory, { recursive: true });
-    await (await start_service(t, { env })).stop();
-    assert.equal(fs.existsSync(directory), false, 'nothing is made');
-    fs.writeFileSync(directory, 'a file where the directory would be');
-    await (await start_service(t, { env })).stop();
-    assert.equal(fs.readFileSync(directory, 'utf8'), 'a file where the directory would be');
+    await (await startService(t, { env })).stop();
+    assert.equal(fs.existsSync(directory), false, "nothing is made");
+    fs.writeFileSync(directory, "a file where the directory would be");
+    await (await startService(t, { env })).stop();
+    assert.equal(fs.readFileSync(directory, "utf8"), "a file where the directory would be");
   }
 });
 
-test('a session file stays when the start fails', limits, async (t) => {
-  const [[, place, env]] = common_data_places();
-  const directory = path.join(place, 'Velmora');
-  const file = path.join(directory, 'session.json');
+test("a session file stays when the start fails", limits, async (t) => {
+  const [[, place, env]] = commonDataPlaces();
+  const directory = path.join(place, "Velmora");
+  const file = path.join(directory, "session.json");
   fs.mkdirSync(directory, { recursive: true });
-  const first = await start_service(t, { env });
-  fs.writeFileSync(file, '{}');
+  const first = await startService(t, { env });
+  fs.writeFileSync(file, "{}");
   t.after(() => fs.rmSync(file, { force: true }));
-  const second = await start_second(t, first, env);
+  const second = await startSecond(t, first, env);
   assert.equal(second.code, 9);
   assert.equal(fs.existsSync(file), true);
   await first.stop();
 });
 
 // Another service at the port of one that runs; it ends by itself.
-async function start_second(t, first, env) {
-  const args = ['--port', String(first.port), '--web-root', first.child.spawnargs.at(first.child.spawnargs.indexOf('--web-root') + 1)];
-  const program = first.child.spawnargs[is_native ? 0 : 1];
-  const second = launch(t, program, [...args, '--control-map', first.mapping], { env });
-  return second.wait_for_end();
+async function startSecond(t, first, env) {
+  const args = [
+    "--port",
+    String(first.port),
+    "--web-root",
+    first.child.spawnargs.at(first.child.spawnargs.indexOf("--web-root") + 1),
+  ];
+  const program = first.child.spawnargs[isNative ? 0 : 1];
+  const second = launch(t, program, [...args, "--control-map", first.mapping], { env });
+  return second.waitForEnd();
 }

@@ -3,263 +3,358 @@
 //
 // Wine's HTTP library differs in places from the one that it stands in for. Where a table has two columns, the second
 // is Wine's.
-import assert from 'node:assert/strict';
-import { createHash } from 'node:crypto';
-import fs from 'node:fs';
-import net from 'node:net';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import { createHash } from "node:crypto";
+import fs from "node:fs";
+import net from "node:net";
+import test from "node:test";
 
-import { make_authority } from '../programs/account/authority.mjs';
-import { json_reply } from '../programs/account/service.mjs';
+import { makeAuthority } from "../programs/account/authority.mjs";
+import { jsonReply } from "../programs/account/service.mjs";
 import {
-  account_request_bytes,
-  answer_bytes,
+  accountRequestBytes,
+  answerBytes,
   ask,
-  free_port,
-  is_native,
-  is_wine,
-  json_document,
-  make_directory,
-  refusal_bytes,
+  freePort,
+  isNative,
+  isWine,
+  jsonDocument,
+  makeDirectory,
+  refusalBytes,
   run,
-  sign_in,
-  start_account_service,
-  start_service,
-  start_service_for,
-  utf8_bytes,
-} from './harness.mjs';
+  signIn,
+  startAccountService,
+  startService,
+  startServiceFor,
+  utf8Bytes,
+} from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
-const remote_poll = '/api/v1/auth/poll';
-const remote_password = '/api/v1/auth/password';
+const remotePoll = "/api/v1/auth/poll";
+const remotePassword = "/api/v1/auth/password";
 
-const poll = (service) => ask(service, 'GET', '/api/v1/account/poll?state=attempt');
-const password = (service) => ask(service, 'POST', '/api/v1/account/password', '{"username":"user","password":"secret"}');
-const bad_gateway = (message) => refusal_bytes(502, 'Bad Gateway', utf8_bytes(message));
+const poll = (service) => ask(service, "GET", "/api/v1/account/poll?state=attempt");
+const password = (service) =>
+  ask(service, "POST", "/api/v1/account/password", '{"username":"user","password":"secret"}');
+const badGateway = (message) => refusalBytes(502, "Bad Gateway", utf8Bytes(message));
 
 // What a poll came to: 'arrived' for the status that the replies below tell, 'unreadable', 'too large', or the number of
 // the error.
 const pending = '{"status":"pending"}';
 const outcomes = new Map([
-  [answer_bytes(200, 'OK', json_document, '{"status":"pending","detail":"","nickname":"","public_id":""}'), 'arrived'],
-  [bad_gateway('账号服务返回的内容无法识别'), 'unreadable'],
-  [bad_gateway('账号服务返回内容过大'), 'too large'],
+  [
+    answerBytes(200, "OK", jsonDocument, '{"status":"pending","detail":"","nickname":"","public_id":""}'),
+    "arrived",
+  ],
+  [badGateway("账号服务返回的内容无法识别"), "unreadable"],
+  [badGateway("账号服务返回内容过大"), "too large"],
 ]);
 
-function outcome_of(answer) {
-  const number = Number(/（错误 ([0-9]+)）/.exec(Buffer.from(answer, 'latin1').toString())?.[1]);
-  if (answer === bad_gateway(`连接账号服务失败（错误 ${number}）`)) return number;
+function outcomeOf(answer) {
+  const number = Number(/（错误 ([0-9]+)）/.exec(Buffer.from(answer, "latin1").toString())?.[1]);
+  if (answer === badGateway(`连接账号服务失败（错误 ${number}）`)) return number;
   return outcomes.get(answer) ?? answer;
 }
 
-const expected_here = (native, wine = native) => (is_native ? native : wine);
+const expectedHere = (native, wine = native) => (isNative ? native : wine);
 
 // A list of outcomes is for where it depends on which end is faster.
-function assert_outcome(answer, expected, what) {
-  const outcome = outcome_of(answer);
+function assertOutcome(answer, expected, what) {
+  const outcome = outcomeOf(answer);
   assert.ok([expected].flat().includes(outcome), `${what}: ${outcome} in place of ${expected}`);
 }
 
-const plain = (lines, body = pending) => `${lines.join('\r\n')}\r\n\r\n${body}`;
+const plain = (lines, body = pending) => `${lines.join("\r\n")}\r\n\r\n${body}`;
 
 // The most memory that a running program has had at once.
-function peak_mib(service) {
-  const [, kib] = /\nVmHWM:\s+([0-9]+) kB\n/.exec(fs.readFileSync(`/proc/${service.child.pid}/status`, 'utf8'));
+function peakMib(service) {
+  const [, kib] = /\nVmHWM:\s+([0-9]+) kB\n/.exec(
+    fs.readFileSync(`/proc/${service.child.pid}/status`, "utf8"),
+  );
   return Number(kib) / 1024;
 }
 // For replies of which none is large: far more than the service needs, also with a sanitizer in it.
-const most_mib = 128;
+const mostMib = 128;
 
-test('replies in every shape and out of shape', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const end = { then: 'end' };
-  const reset = { then: 'reset' };
+test("replies in every shape and out of shape", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  const end = { then: "end" };
+  const reset = { then: "reset" };
   const rows = [
-    ['with a length', { body: pending }, 'arrived'],
-    ['in chunks', { body: pending, framing: 'chunked' }, 'arrived'],
-    ['in chunks of one byte', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'],
-      `${[...pending].map((byte) => `1\r\n${byte}\r\n`).join('')}0\r\n\r\n`) }, 'arrived'],
-    ['in chunks with a trailer', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'],
-      `14\r\n${pending}\r\n0\r\nX: y\r\n\r\n`) }, 'arrived'],
-    ['up to the end of the connection', { body: pending, framing: 'close' }, 'arrived'],
-    ['byte by byte', { body: pending, drip: { bytes: 1, every_ms: 1 } }, 'arrived'],
-    ['of the first version of HTTP', { raw: plain(['HTTP/1.0 200 OK']), ...end }, 'arrived'],
-    ['with bare line feeds', { raw: `HTTP/1.1 200 OK\nContent-Length: 20\n\n${pending}` }, 'arrived'],
-    ['behind an interim reply', { raw: `HTTP/1.1 100 Continue\r\n\r\n${plain(['HTTP/1.1 200 OK', 'Content-Length: 20'])}` },
-      'arrived', 12152],
-    ['without a word for the status', { raw: plain(['HTTP/1.1 200']), ...end }, 'arrived', 12152],
-    ['with a coding that nobody asked for', { headers: [['Content-Encoding', 'gzip']], body: pending }, 'arrived'],
-    ['with a head of 60,000 bytes', { headers: [['X', 'y'.repeat(60_000)]], body: pending }, 'arrived'],
-    ['with five hundred headers', { headers: Array.from({ length: 500 }, (_, index) => [`X${index}`, 'y']), body: pending }, 'arrived'],
-    ['of status 204', { raw: 'HTTP/1.1 204 No Content\r\n\r\n' }, 'unreadable'],
-    ['of status 304', { raw: 'HTTP/1.1 304 Not Modified\r\n\r\n' }, 'unreadable'],
-    ['that wants a password', { status: 401, headers: [['WWW-Authenticate', 'Basic realm="x"']], body: pending }, 'arrived'],
-    ['that wants a password for a proxy', { status: 407, headers: [['Proxy-Authenticate', 'Basic realm="x"']], body: pending }, 'arrived'],
+    ["with a length", { body: pending }, "arrived"],
+    ["in chunks", { body: pending, framing: "chunked" }, "arrived"],
+    [
+      "in chunks of one byte",
+      {
+        raw: plain(
+          ["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"],
+          `${[...pending].map((byte) => `1\r\n${byte}\r\n`).join("")}0\r\n\r\n`,
+        ),
+      },
+      "arrived",
+    ],
+    [
+      "in chunks with a trailer",
+      {
+        raw: plain(
+          ["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"],
+          `14\r\n${pending}\r\n0\r\nX: y\r\n\r\n`,
+        ),
+      },
+      "arrived",
+    ],
+    ["up to the end of the connection", { body: pending, framing: "close" }, "arrived"],
+    ["byte by byte", { body: pending, drip: { bytes: 1, everyMs: 1 } }, "arrived"],
+    ["of the first version of HTTP", { raw: plain(["HTTP/1.0 200 OK"]), ...end }, "arrived"],
+    ["with bare line feeds", { raw: `HTTP/1.1 200 OK\nContent-Length: 20\n\n${pending}` }, "arrived"],
+    [
+      "behind an interim reply",
+      { raw: `HTTP/1.1 100 Continue\r\n\r\n${plain(["HTTP/1.1 200 OK", "Content-Length: 20"])}` },
+      "arrived",
+      12152,
+    ],
+    ["without a word for the status", { raw: plain(["HTTP/1.1 200"]), ...end }, "arrived", 12152],
+    [
+      "with a coding that nobody asked for",
+      { headers: [["Content-Encoding", "gzip"]], body: pending },
+      "arrived",
+    ],
+    ["with a head of 60,000 bytes", { headers: [["X", "y".repeat(60_000)]], body: pending }, "arrived"],
+    [
+      "with five hundred headers",
+      { headers: Array.from({ length: 500 }, (_, index) => [`X${index}`, "y"]), body: pending },
+      "arrived",
+    ],
+    ["of status 204", { raw: "HTTP/1.1 204 No Content\r\n\r\n" }, "unreadable"],
+    ["of status 304", { raw: "HTTP/1.1 304 Not Modified\r\n\r\n" }, "unreadable"],
+    [
+      "that wants a password",
+      { status: 401, headers: [["WWW-Authenticate", 'Basic realm="x"']], body: pending },
+      "arrived",
+    ],
+    [
+      "that wants a password for a proxy",
+      { status: 407, headers: [["Proxy-Authenticate", 'Basic realm="x"']], body: pending },
+      "arrived",
+    ],
 
     // What breaks off in its body is as good as what ends.
-    ['shorter than its length', { body: pending, content_length: 1000, ...end }, 'arrived'],
-    ['reset in its body', { body: pending, content_length: 1000, ...reset }, ['arrived', 'unreadable', 12030],
-      ['arrived', 'unreadable', 10054]],
-    ['ended within a chunk', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `40\r\n${pending}`), ...end }, 'arrived'],
-    ['ended in its key', { body: pending, cut: 47, ...end }, 'unreadable'],
-    ['without a body that its length names', { body: '', content_length: 20, ...end }, 'unreadable'],
-    ['with a chunk of no size', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `zz\r\n${pending}`), ...end }, 'unreadable'],
-    ['with a length beyond all numbers', { raw: plain(['HTTP/1.1 200 OK', `Content-Length: ${'9'.repeat(40)}`]), ...end }, 'arrived'],
+    ["shorter than its length", { body: pending, contentLength: 1000, ...end }, "arrived"],
+    [
+      "reset in its body",
+      { body: pending, contentLength: 1000, ...reset },
+      ["arrived", "unreadable", 12030],
+      ["arrived", "unreadable", 10054],
+    ],
+    [
+      "ended within a chunk",
+      { raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `40\r\n${pending}`), ...end },
+      "arrived",
+    ],
+    ["ended in its key", { body: pending, cut: 47, ...end }, "unreadable"],
+    ["without a body that its length names", { body: "", contentLength: 20, ...end }, "unreadable"],
+    [
+      "with a chunk of no size",
+      { raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `zz\r\n${pending}`), ...end },
+      "unreadable",
+    ],
+    [
+      "with a length beyond all numbers",
+      { raw: plain(["HTTP/1.1 200 OK", `Content-Length: ${"9".repeat(40)}`]), ...end },
+      "arrived",
+    ],
 
-    ['ended ahead of its head', { body: pending, cut: 0, ...end }, 12030, 12152],
-    ['reset ahead of its head', { body: pending, cut: 0, ...reset }, 12030, [12152, 12030, 10054]],
-    ['ended in its first line', { body: pending, cut: 14, ...end }, [12030, 12152], ['unreadable', 12152]],
-    ['ended in its head', { body: pending, cut: 25, ...end }, [12030, 12152], ['unreadable', 12152]],
-    ['reset in its head', { body: pending, cut: 25, ...reset }, [12030, 12152], ['unreadable', 12152, 10054]],
-    ['that is no HTTP', { raw: pending, ...end }, 12152],
-    ['that is no HTTP, in lines', { raw: `220 mail.invalid ESMTP\r\n\r\n${pending}`, ...end }, 12152],
-    ['that is a refusal of TLS', { raw: '\x15\x03\x01\x00\x02\x02\x0a', ...end }, 12152],
-    ['with zero bytes', { raw: '\0'.repeat(100), ...end }, 12152],
-    ['with a header that is none', { raw: plain(['HTTP/1.1 200 OK', 'no colon']), ...end }, 12152, 'arrived'],
-    ['with a length below zero', { raw: plain(['HTTP/1.1 200 OK', 'Content-Length: -5']), ...end }, 12152, 'arrived'],
-    ['with a length that is no number', { raw: plain(['HTTP/1.1 200 OK', 'Content-Length: abc']), ...end }, 12152, 'unreadable'],
-    ['of a status that is no number', { raw: plain(['HTTP/1.1 abc OK']), ...end }, 12152, 'arrived'],
+    ["ended ahead of its head", { body: pending, cut: 0, ...end }, 12030, 12152],
+    ["reset ahead of its head", { body: pending, cut: 0, ...reset }, 12030, [12152, 12030, 10054]],
+    ["ended in its first line", { body: pending, cut: 14, ...end }, [12030, 12152], ["unreadable", 12152]],
+    ["ended in its head", { body: pending, cut: 25, ...end }, [12030, 12152], ["unreadable", 12152]],
+    ["reset in its head", { body: pending, cut: 25, ...reset }, [12030, 12152], ["unreadable", 12152, 10054]],
+    ["that is no HTTP", { raw: pending, ...end }, 12152],
+    ["that is no HTTP, in lines", { raw: `220 mail.invalid ESMTP\r\n\r\n${pending}`, ...end }, 12152],
+    ["that is a refusal of TLS", { raw: "\x15\x03\x01\x00\x02\x02\x0a", ...end }, 12152],
+    ["with zero bytes", { raw: "\0".repeat(100), ...end }, 12152],
+    ["with a header that is none", { raw: plain(["HTTP/1.1 200 OK", "no colon"]), ...end }, 12152, "arrived"],
+    [
+      "with a length below zero",
+      { raw: plain(["HTTP/1.1 200 OK", "Content-Length: -5"]), ...end },
+      12152,
+      "arrived",
+    ],
+    [
+      "with a length that is no number",
+      { raw: plain(["HTTP/1.1 200 OK", "Content-Length: abc"]), ...end },
+      12152,
+      "unreadable",
+    ],
+    ["of a status that is no number", { raw: plain(["HTTP/1.1 abc OK"]), ...end }, 12152, "arrived"],
   ];
-  if (is_native) {
+  if (isNative) {
     rows.push(
       // Wine takes more than the length says, and waits for it.
-      ['longer than its length', { body: pending, content_length: 5 }, 'unreadable'],
+      ["longer than its length", { body: pending, contentLength: 5 }, "unreadable"],
       // Wine leaves these unread, and uses the connection again.
-      ['with trailers without end', { raw: plain(['HTTP/1.1 200 OK', 'Transfer-Encoding: chunked'], `14\r\n${pending}\r\n0\r\n`),
-        endless: 'X: y\r\n' }, 'arrived'],
+      [
+        "with trailers without end",
+        {
+          raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `14\r\n${pending}\r\n0\r\n`),
+          endless: "X: y\r\n",
+        },
+        "arrived",
+      ],
       // Wine reads these for as long as they come.
-      ['with a head without end', { raw: 'HTTP/1.1 200 OK\r\n', endless: 'X: y\r\n' }, 12182],
-      ['with a line without end', { raw: 'HTTP/1.1 200 OK\r\nX: ', endless: 'y' }, 12182],
-      ['behind interim replies without end', { raw: '', endless: 'HTTP/1.1 103 Early\r\nX: y\r\n\r\n' }, 12182],
+      ["with a head without end", { raw: "HTTP/1.1 200 OK\r\n", endless: "X: y\r\n" }, 12182],
+      ["with a line without end", { raw: "HTTP/1.1 200 OK\r\nX: ", endless: "y" }, 12182],
+      [
+        "behind interim replies without end",
+        { raw: "", endless: "HTTP/1.1 103 Early\r\nX: y\r\n\r\n" },
+        12182,
+      ],
     );
   }
   for (const [what, reply, native, wine] of rows) {
-    account.answer(remote_poll, reply);
-    assert_outcome(await poll(service), expected_here(native, wine), what);
-    if (is_native) assert.ok(peak_mib(service) < most_mib, `${what}: ${peak_mib(service)} MiB`);
-    account.answer(remote_poll, { body: pending });
-    assert_outcome(await poll(service), 'arrived', `an ordinary reply behind one ${what}`);
+    account.answer(remotePoll, reply);
+    assertOutcome(await poll(service), expectedHere(native, wine), what);
+    if (isNative) assert.ok(peakMib(service) < mostMib, `${what}: ${peakMib(service)} MiB`);
+    account.answer(remotePoll, { body: pending });
+    assertOutcome(await poll(service), "arrived", `an ordinary reply behind one ${what}`);
   }
   await service.stop();
 });
 
-test('a reply of 2,097,152 bytes arrives, and one more byte is too many', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
+test("a reply of 2,097,152 bytes arrives, and one more byte is too many", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
   const limit = 2_097_152;
   const body = (bytes) => pending.padEnd(bytes);
-  for (const framing of ['length', 'chunked', 'close']) {
-    for (const [bytes, outcome] of [[limit - 1, 'arrived'], [limit, 'arrived'], [limit + 1, 'too large'], [3 * limit, 'too large']]) {
-      account.answer(remote_poll, { body: body(bytes), framing });
-      assert_outcome(await poll(service), outcome, `${bytes} bytes, ${framing}`);
+  for (const framing of ["length", "chunked", "close"]) {
+    for (const [bytes, outcome] of [
+      [limit - 1, "arrived"],
+      [limit, "arrived"],
+      [limit + 1, "too large"],
+      [3 * limit, "too large"],
+    ]) {
+      account.answer(remotePoll, { body: body(bytes), framing });
+      assertOutcome(await poll(service), outcome, `${bytes} bytes, ${framing}`);
     }
   }
   // All of it is looked at.
   const last = '"status":"pending"';
-  account.answer(remote_poll, { body: last.padStart(limit) });
-  assert_outcome(await poll(service), 'arrived', 'the field at its end');
-  account.answer(remote_password, { status: 403, body: body(limit + 1) });
-  const refused = refusal_bytes(401, 'Unauthorized', utf8_bytes('账号服务返回内容过大'));
+  account.answer(remotePoll, { body: last.padStart(limit) });
+  assertOutcome(await poll(service), "arrived", "the field at its end");
+  account.answer(remotePassword, { status: 403, body: body(limit + 1) });
+  const refused = refusalBytes(401, "Unauthorized", utf8Bytes("账号服务返回内容过大"));
   assert.equal(await password(service), refused);
   await service.stop();
 });
 
 // Wine has another order of headers in a request that follows a redirection.
-function lines_of(bytes) {
-  const lines = bytes.split('\r\n');
-  return is_native ? lines : lines.sort();
+function linesOf(bytes) {
+  const lines = bytes.split("\r\n");
+  return isNative ? lines : lines.sort();
 }
 
-test('redirections are followed, ten of them', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  const to = (status, location) => ({ status, reason: 'Elsewhere', headers: [['Location', location]], body: '{"status":"left","state":"left"}' });
+test("redirections are followed, ten of them", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  const to = (status, location) => ({
+    status,
+    reason: "Elsewhere",
+    headers: [["Location", location]],
+    body: '{"status":"left","state":"left"}',
+  });
   // A whole address, and one of this service alone. Wine knows three of the five.
-  for (const status of is_native ? [301, 302, 303, 307, 308] : [301, 302, 307]) {
-    for (const location of ['/other', `http://127.0.0.1:${account.port}/other`]) {
+  for (const status of isNative ? [301, 302, 303, 307, 308] : [301, 302, 307]) {
+    for (const location of ["/other", `http://127.0.0.1:${account.port}/other`]) {
       account.requests.length = 0;
-      account.answer(remote_poll, to(status, location));
-      account.answer('/other', { body: pending });
-      assert_outcome(await poll(service), 'arrived', `${status} ${location}`);
-      assert.deepEqual(account.requests.map(({ head }) => lines_of(head)), [
-        lines_of(account_request_bytes(account, 'GET', `${remote_poll}?state=attempt`)),
-        lines_of(account_request_bytes(account, 'GET', '/other')),
-      ]);
+      account.answer(remotePoll, to(status, location));
+      account.answer("/other", { body: pending });
+      assertOutcome(await poll(service), "arrived", `${status} ${location}`);
+      assert.deepEqual(
+        account.requests.map(({ head }) => linesOf(head)),
+        [
+          linesOf(accountRequestBytes(account, "GET", `${remotePoll}?state=attempt`)),
+          linesOf(accountRequestBytes(account, "GET", "/other")),
+        ],
+      );
     }
   }
   // Only 307 and 308 send the body once more. Wine 8 ends the others with a number of its own (12019).
-  for (const status of is_native ? [301, 302, 303, 307, 308] : [307]) {
+  for (const status of isNative ? [301, 302, 303, 307, 308] : [307]) {
     account.requests.length = 0;
-    account.answer(remote_password, to(status, '/other'));
-    account.answer('/other', { body: '{"state":"arrived"}' });
-    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'), status);
+    account.answer(remotePassword, to(status, "/other"));
+    account.answer("/other", { body: '{"state":"arrived"}' });
+    assert.equal(
+      await password(service),
+      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
+      status,
+    );
     const [first, second] = account.requests;
     const kept = status === 307 || status === 308;
     const expected = kept
-      ? account_request_bytes(account, 'POST', '/other', first.body)
-      : account_request_bytes(account, 'GET', '/other');
-    assert.deepEqual(lines_of(second.head + second.body), lines_of(expected), status);
+      ? accountRequestBytes(account, "POST", "/other", first.body)
+      : accountRequestBytes(account, "GET", "/other");
+    assert.deepEqual(linesOf(second.head + second.body), linesOf(expected), status);
     assert.equal(account.requests.length, 2);
   }
 
   const chain = (length) => {
-    account.answer(remote_poll, to(302, '/step?1'));
-    account.answer('/step', (request) => {
-      const step = Number(request.target.split('?')[1]);
+    account.answer(remotePoll, to(302, "/step?1"));
+    account.answer("/step", (request) => {
+      const step = Number(request.target.split("?")[1]);
       return step < length ? to(302, `/step?${step + 1}`) : { body: pending };
     });
     account.requests.length = 0;
   };
   chain(10);
-  assert_outcome(await poll(service), 'arrived', 'ten redirections');
+  assertOutcome(await poll(service), "arrived", "ten redirections");
   assert.equal(account.requests.length, 11);
   chain(11);
-  assert_outcome(await poll(service), 12156, 'eleven redirections');
+  assertOutcome(await poll(service), 12156, "eleven redirections");
   assert.equal(account.requests.length, 11);
 
-  account.answer(remote_poll, { status: 302, body: pending });
-  assert_outcome(await poll(service), 12150, 'no Location');
+  account.answer(remotePoll, { status: 302, body: pending });
+  assertOutcome(await poll(service), 12150, "no Location");
   // To where nobody is.
-  account.answer(remote_poll, to(302, `http://127.0.0.1:${await free_port()}/`));
-  assert_outcome(await poll(service), 12029, 'nobody there');
+  account.answer(remotePoll, to(302, `http://127.0.0.1:${await freePort()}/`));
+  assertOutcome(await poll(service), 12029, "nobody there");
   await service.stop();
 });
 
-test('a service that is not there has its number', limits, async (t) => {
-  const closing = await start_account_service(t);
+test("a service that is not there has its number", limits, async (t) => {
+  const closing = await startAccountService(t);
   const rows = [
-    ['nobody at the port', `http://127.0.0.1:${await free_port()}`, 12029],
-    ['nobody at the port, by TLS', `https://127.0.0.1:${await free_port()}`, 12029],
-    ['a name that nobody has', 'http://nobody.velmora.invalid', 12007],
-    ['a name that nobody has, by TLS', 'https://nobody.velmora.invalid:1', 12007],
+    ["nobody at the port", `http://127.0.0.1:${await freePort()}`, 12029],
+    ["nobody at the port, by TLS", `https://127.0.0.1:${await freePort()}`, 12029],
+    ["a name that nobody has", "http://nobody.velmora.invalid", 12007],
+    ["a name that nobody has, by TLS", "https://nobody.velmora.invalid:1", 12007],
     // Wine looks for it as for a name.
-    ['an address of version 6', `http://[::1]:${await free_port()}`, expected_here(12029, 12007)],
+    ["an address of version 6", `http://[::1]:${await freePort()}`, expectedHere(12029, 12007)],
   ];
   for (const [what, url, number] of rows) {
-    const service = await start_service_for(t, url);
-    assert_outcome(await poll(service), number, what);
+    const service = await startServiceFor(t, url);
+    assertOutcome(await poll(service), number, what);
     const message = `连接账号服务失败（错误 ${number}）`;
-    assert.equal(await password(service), refusal_bytes(401, 'Unauthorized', utf8_bytes(message)));
+    assert.equal(await password(service), refusalBytes(401, "Unauthorized", utf8Bytes(message)));
     await service.stop();
   }
-  const service = await start_service_for(t, closing);
-  closing.at_connection = 'end';
-  assert_outcome(await poll(service), expected_here(12030, ['unreadable', 12152]), 'closes at once');
-  closing.at_connection = 'reset';
-  assert_outcome(await poll(service), [12029, 12030, ...expected_here([], [12152, 10054])], 'resets at once');
-  closing.at_connection = 'read';
-  closing.answer(remote_poll, { body: pending });
-  assert_outcome(await poll(service), 'arrived', 'is there again');
+  const service = await startServiceFor(t, closing);
+  closing.atConnection = "end";
+  assertOutcome(await poll(service), expectedHere(12030, ["unreadable", 12152]), "closes at once");
+  closing.atConnection = "reset";
+  assertOutcome(await poll(service), [12029, 12030, ...expectedHere([], [12152, 10054])], "resets at once");
+  closing.atConnection = "read";
+  closing.answer(remotePoll, { body: pending });
+  assertOutcome(await poll(service), "arrived", "is there again");
   await service.stop();
 });
 
-test('names, capitals and users in the address', limits, async (t) => {
-  const account = await start_account_service(t);
-  account.answer(remote_poll, { body: pending });
-  for (const url of [account.url.replace('http', 'HTTP'), account.url.replace('127.0.0.1', 'localhost')]) {
-    const service = await start_service_for(t, url);
-    assert_outcome(await poll(service), 'arrived', url);
+test("names, capitals and users in the address", limits, async (t) => {
+  const account = await startAccountService(t);
+  account.answer(remotePoll, { body: pending });
+  for (const url of [account.url.replace("http", "HTTP"), account.url.replace("127.0.0.1", "localhost")]) {
+    const service = await startServiceFor(t, url);
+    assertOutcome(await poll(service), "arrived", url);
     await service.stop();
   }
   const hosts = account.requests.map(({ head }) => /\r\nHost: (.*)\r\n/.exec(head)[1]);
@@ -268,15 +363,15 @@ test('names, capitals and users in the address', limits, async (t) => {
 
 // ---- TLS ----
 
-let made_authority;
+let madeAuthority;
 function authority() {
-  made_authority ??= make_authority(make_directory());
-  return made_authority;
+  madeAuthority ??= makeAuthority(makeDirectory());
+  return madeAuthority;
 }
 
 // Under Wine: the authority among those that the user of the prefix trusts, until the test ends.
-async function trust_in_prefix(t, certificate) {
-  const digest = createHash('sha1').update(certificate).digest();
+async function trustInPrefix(t, certificate) {
+  const digest = createHash("sha1").update(certificate).digest();
   const element = (property, data) => {
     const head = Buffer.alloc(12);
     head.writeUInt32LE(property, 0);
@@ -284,143 +379,159 @@ async function trust_in_prefix(t, certificate) {
     head.writeUInt32LE(data.length, 8);
     return Buffer.concat([head, data]);
   };
-  const sha1_property = 3; // CERT_SHA1_HASH_PROP_ID
-  const certificate_property = 32; // CERT_CERT_PROP_ID
-  const blob = Buffer.concat([element(sha1_property, digest), element(certificate_property, certificate)]);
-  const name = digest.toString('hex').toUpperCase();
+  const sha1Property = 3; // CERT_SHA1_HASH_PROP_ID
+  const certificateProperty = 32; // CERT_CERT_PROP_ID
+  const blob = Buffer.concat([element(sha1Property, digest), element(certificateProperty, certificate)]);
+  const name = digest.toString("hex").toUpperCase();
   const key = `HKCU\\Software\\Microsoft\\SystemCertificates\\Root\\Certificates\\${name}`;
-  const reg = async (...args) => assert.equal((await run(t, 'reg', args)).code, 0);
-  t.after(() => reg('delete', key, '/f'));
-  await reg('add', key, '/v', 'Blob', '/t', 'REG_BINARY', '/d', blob.toString('hex'), '/f');
+  const reg = async (...args) => assert.equal((await run(t, "reg", args)).code, 0);
+  t.after(() => reg("delete", key, "/f"));
+  await reg("add", key, "/v", "Blob", "/t", "REG_BINARY", "/d", blob.toString("hex"), "/f");
 }
 
 // Wine compares no addresses with certificates, only names.
-const local_name = 'localhost';
+const localName = "localhost";
 
-async function poll_by_tls(t, certificate, env, name = local_name) {
-  const account = await start_account_service(t, { certificate });
-  account.answer(remote_poll, { body: pending });
-  const service = await start_service_for(t, account.url.replace('127.0.0.1', name), { env });
+async function pollByTls(t, certificate, env, name = localName) {
+  const account = await startAccountService(t, { certificate });
+  account.answer(remotePoll, { body: pending });
+  const service = await startServiceFor(t, account.url.replace("127.0.0.1", name), { env });
   const answer = await poll(service);
   await service.stop();
-  assert.equal(account.requests.length, outcome_of(answer) === 'arrived' ? 1 : 0, 'a refused peer is told nothing');
+  assert.equal(
+    account.requests.length,
+    outcomeOf(answer) === "arrived" ? 1 : 0,
+    "a refused peer is told nothing",
+  );
   return answer;
 }
 
-test('by TLS, only the service that the address names is spoken to', limits, async (t) => {
-  const { authority_file, authority_der, ...certificates } = authority();
-  assert_outcome(await poll_by_tls(t, certificates.good, {}), expected_here(12175, 12157), 'an unknown authority');
-  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
-  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
-  assert_outcome(await poll_by_tls(t, certificates.good, env), 'arrived', 'good');
-  if (is_native) assert_outcome(await poll_by_tls(t, certificates.good, env, '127.0.0.1'), 'arrived', 'good, an address');
-  for (const name of ['self_signed', 'wrong_name', 'expired']) {
-    assert_outcome(await poll_by_tls(t, certificates[name], env), expected_here(12175, 12157), name);
+test("by TLS, only the service that the address names is spoken to", limits, async (t) => {
+  const { authorityFile, authorityDer, ...certificates } = authority();
+  assertOutcome(
+    await pollByTls(t, certificates.good, {}),
+    expectedHere(12175, 12157),
+    "an unknown authority",
+  );
+  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
+  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
+  assertOutcome(await pollByTls(t, certificates.good, env), "arrived", "good");
+  if (isNative)
+    assertOutcome(await pollByTls(t, certificates.good, env, "127.0.0.1"), "arrived", "good, an address");
+  for (const name of ["selfSigned", "wrongName", "expired"]) {
+    assertOutcome(await pollByTls(t, certificates[name], env), expectedHere(12175, 12157), name);
   }
-  if (is_native) {
-    for (const file of ['/nowhere/at/all.pem', '/dev/null']) {
-      assert_outcome(await poll_by_tls(t, certificates.good, { SSL_CERT_FILE: file }), 12175, file);
+  if (isNative) {
+    for (const file of ["/nowhere/at/all.pem", "/dev/null"]) {
+      assertOutcome(await pollByTls(t, certificates.good, { SSL_CERT_FILE: file }), 12175, file);
     }
-    assert_outcome(await poll_by_tls(t, certificates.good, { SSL_CERT_FILE: '' }), 12175, 'an empty name');
+    assertOutcome(await pollByTls(t, certificates.good, { SSL_CERT_FILE: "" }), 12175, "an empty name");
   }
 });
 
-test('a whole session goes by TLS', limits, async (t) => {
-  const { authority_file, authority_der, good } = authority();
-  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
-  const account = await start_account_service(t, { certificate: good });
-  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
-  const service = await start_service_for(t, account.url.replace('127.0.0.1', local_name), { env });
-  account.answer(remote_password, json_reply({ state: 'attempt' }));
-  account.answer('/api/v1/session/check', json_reply({ active: true }));
-  account.answer('/api/v1/session/release', json_reply({}));
-  assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"attempt"}'));
-  await sign_in(service, account, { session_check_seconds: 1 });
-  await account.wait_for_requests('/api/v1/session/check', 1);
+test("a whole session goes by TLS", limits, async (t) => {
+  const { authorityFile, authorityDer, good } = authority();
+  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
+  const account = await startAccountService(t, { certificate: good });
+  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
+  const service = await startServiceFor(t, account.url.replace("127.0.0.1", localName), { env });
+  account.answer(remotePassword, jsonReply({ state: "attempt" }));
+  account.answer("/api/v1/session/check", jsonReply({ active: true }));
+  account.answer("/api/v1/session/release", jsonReply({}));
+  assert.equal(
+    await password(service),
+    answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"attempt"}'),
+  );
+  await signIn(service, account, { session_check_seconds: 1 });
+  await account.waitForRequests("/api/v1/session/check", 1);
   // The last one is still waiting when the service stops.
-  account.answer('/api/v1/session/check', json_reply({ active: true }, { hold: new Promise(() => {}) }));
-  await account.wait_for_requests('/api/v1/session/check', account.requests_to('/api/v1/session/check').length + 1);
+  account.answer("/api/v1/session/check", jsonReply({ active: true }, { hold: new Promise(() => {}) }));
+  await account.waitForRequests(
+    "/api/v1/session/check",
+    account.requestsTo("/api/v1/session/check").length + 1,
+  );
   await service.stop();
-  assert.deepEqual(account.requests_to('/api/v1/session/release').map(({ body }) => body), [
-    '{"account_hash":"hash-1","token":"credential-1"}',
-  ]);
+  assert.deepEqual(
+    account.requestsTo("/api/v1/session/release").map(({ body }) => body),
+    ['{"account_hash":"hash-1","token":"credential-1"}'],
+  );
 });
 
-test('who speaks TLS where the other does not gets a number', limits, async (t) => {
-  const encrypted = await start_account_service(t, { certificate: authority().good });
-  const plain_service = net.createServer((socket) => {
-    socket.on('error', () => {});
-    socket.end('HTTP/1.1 400 Bad Request\r\n\r\n');
+test("who speaks TLS where the other does not gets a number", limits, async (t) => {
+  const encrypted = await startAccountService(t, { certificate: authority().good });
+  const plainService = net.createServer((socket) => {
+    socket.on("error", () => {});
+    socket.end("HTTP/1.1 400 Bad Request\r\n\r\n");
   });
-  plain_service.listen({ port: 0, host: '127.0.0.1' });
-  await new Promise((resolve) => plain_service.once('listening', resolve));
-  t.after(() => plain_service.close());
-  const closing = await start_account_service(t);
-  closing.at_connection = 'end';
+  plainService.listen({ port: 0, host: "127.0.0.1" });
+  await new Promise((resolve) => plainService.once("listening", resolve));
+  t.after(() => plainService.close());
+  const closing = await startAccountService(t);
+  closing.atConnection = "end";
   const rows = [
     [`http://127.0.0.1:${encrypted.port}`, [12030, 12152], 12152],
-    [`https://127.0.0.1:${plain_service.address().port}`, 12157],
+    [`https://127.0.0.1:${plainService.address().port}`, 12157],
     [`https://127.0.0.1:${closing.port}`, 12157],
   ];
   for (const [url, native, wine] of rows) {
-    const service = await start_service_for(t, url);
-    assert_outcome(await poll(service), expected_here(native, wine), url);
+    const service = await startServiceFor(t, url);
+    assertOutcome(await poll(service), expectedHere(native, wine), url);
     await service.stop();
   }
 });
 
-test('a redirection from TLS to plain text is not followed', limits, async (t) => {
-  const { authority_file, authority_der, good } = authority();
-  if (is_wine) await trust_in_prefix(t, fs.readFileSync(authority_der));
-  const account = await start_account_service(t, { certificate: good });
-  const other = await start_account_service(t);
-  other.answer('/other', { body: pending });
-  account.answer(remote_poll, { status: 302, headers: [['Location', `${other.url}/other`]], body: '{}' });
-  const env = is_native ? { SSL_CERT_FILE: authority_file } : {};
-  const service = await start_service_for(t, account.url.replace('127.0.0.1', local_name), { env });
+test("a redirection from TLS to plain text is not followed", limits, async (t) => {
+  const { authorityFile, authorityDer, good } = authority();
+  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
+  const account = await startAccountService(t, { certificate: good });
+  const other = await startAccountService(t);
+  other.answer("/other", { body: pending });
+  account.answer(remotePoll, { status: 302, headers: [["Location", `${other.url}/other`]], body: "{}" });
+  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
+  const service = await startServiceFor(t, account.url.replace("127.0.0.1", localName), { env });
   const answer = await poll(service);
   await service.stop();
-  assert_outcome(answer, 12156, 'a redirection');
+  assertOutcome(answer, 12156, "a redirection");
   assert.equal(other.connections, 0);
 });
 
 // ---- proxies ----
 
 // Wine's library takes a proxy from its own settings alone.
-if (is_native) {
-  const far_name = 'account.velmora.invalid';
-  const proxy_line = 'Proxy-Connection: Keep-Alive\r\n';
+if (isNative) {
+  const farName = "account.velmora.invalid";
+  const proxyLine = "Proxy-Connection: Keep-Alive\r\n";
 
   // A proxy that leads CONNECT to where it says, or answers it with `reply` as the test account service does, and
   // keeps the heads and all bytes that it hears.
-  async function start_tunnel(t, reply) {
-    const tunnel = { heads: [], heard: '' };
+  async function startTunnel(t, reply) {
+    const tunnel = { heads: [], heard: "" };
     const sockets = new Set();
     const keep = (socket) => {
       sockets.add(socket);
-      socket.on('error', () => {});
+      socket.on("error", () => {});
     };
     const lead = (socket, target) => {
-      const [host, port] = target.split(':');
+      const [host, port] = target.split(":");
       const far = net.connect({ host, port: Number(port) });
       keep(far);
-      far.once('connect', () => socket.write('HTTP/1.1 200 Connection established\r\n\r\n'));
+      far.once("connect", () => socket.write("HTTP/1.1 200 Connection established\r\n\r\n"));
       far.pipe(socket).pipe(far);
     };
     const server = net.createServer((socket) => {
       keep(socket);
-      socket.on('data', (bytes) => {
-        tunnel.heard += bytes.toString('latin1');
+      socket.on("data", (bytes) => {
+        tunnel.heard += bytes.toString("latin1");
       });
-      socket.once('data', (bytes) => {
-        const head = bytes.toString('latin1');
+      socket.once("data", (bytes) => {
+        const head = bytes.toString("latin1");
         tunnel.heads.push(head);
-        if (reply === undefined) return lead(socket, head.split(' ')[1]);
-        socket.end(reply, 'latin1');
+        if (reply === undefined) return lead(socket, head.split(" ")[1]);
+        socket.end(reply, "latin1");
       });
     });
-    server.listen({ port: 0, host: '127.0.0.1' });
-    await new Promise((resolve) => server.once('listening', resolve));
+    server.listen({ port: 0, host: "127.0.0.1" });
+    await new Promise((resolve) => server.once("listening", resolve));
     t.after(() => {
       server.close();
       for (const socket of sockets) socket.destroy();
@@ -429,131 +540,161 @@ if (is_native) {
     return tunnel;
   }
 
-  test('a proxy gets plain requests whole, and looks for the name itself', limits, async (t) => {
-    const proxy = await start_account_service(t);
-    const origin = `http://${far_name}:8080`;
-    proxy.answer(`${origin}${remote_poll}`, { body: pending });
-    proxy.answer(`${origin}${remote_password}`, { body: '{"state":"arrived"}' });
-    const service = await start_service_for(t, origin, { env: { http_proxy: proxy.url } });
-    assert_outcome(await poll(service), 'arrived', 'a poll');
-    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'));
-    const lines = `Host: ${far_name}:8080\r\nUser-Agent: Velmora/1.1\r\n${proxy_line}`;
+  test("a proxy gets plain requests whole, and looks for the name itself", limits, async (t) => {
+    const proxy = await startAccountService(t);
+    const origin = `http://${farName}:8080`;
+    proxy.answer(`${origin}${remotePoll}`, { body: pending });
+    proxy.answer(`${origin}${remotePassword}`, { body: '{"state":"arrived"}' });
+    const service = await startServiceFor(t, origin, { env: { http_proxy: proxy.url } });
+    assertOutcome(await poll(service), "arrived", "a poll");
+    assert.equal(
+      await password(service),
+      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
+    );
+    const lines = `Host: ${farName}:8080\r\nUser-Agent: Velmora/1.1\r\n${proxyLine}`;
     const { head, body } = proxy.requests[1];
-    assert.equal(proxy.requests[0].head, `GET ${origin}${remote_poll}?state=attempt HTTP/1.1\r\n${lines}\r\n`);
-    assert.equal(head, `POST ${origin}${remote_password} HTTP/1.1\r\n${lines}Content-Type: application/json\r\n` +
-      `Content-Length: ${body.length}\r\n\r\n`);
+    assert.equal(proxy.requests[0].head, `GET ${origin}${remotePoll}?state=attempt HTTP/1.1\r\n${lines}\r\n`);
+    assert.equal(
+      head,
+      `POST ${origin}${remotePassword} HTTP/1.1\r\n${lines}Content-Type: application/json\r\n` +
+        `Content-Length: ${body.length}\r\n\r\n`,
+    );
 
-    proxy.answer(`${origin}${remote_poll}`, { status: 302, headers: [['Location', '/other']] });
+    proxy.answer(`${origin}${remotePoll}`, { status: 302, headers: [["Location", "/other"]] });
     proxy.answer(`${origin}/other`, { body: pending });
-    assert_outcome(await poll(service), 'arrived', 'a redirection');
+    assertOutcome(await poll(service), "arrived", "a redirection");
     // It is a reply like any other.
-    proxy.answer(`${origin}${remote_poll}`, { status: 407, headers: [['Proxy-Authenticate', 'Basic realm="x"']], body: pending });
-    assert_outcome(await poll(service), 'arrived', 'a proxy that wants a password');
+    proxy.answer(`${origin}${remotePoll}`, {
+      status: 407,
+      headers: [["Proxy-Authenticate", 'Basic realm="x"']],
+      body: pending,
+    });
+    assertOutcome(await poll(service), "arrived", "a proxy that wants a password");
     await service.stop();
 
     // A target that the library would encode goes out unencoded, and so without the host that a proxy needs.
-    const odd = await start_service_for(t, `${origin}/a#b`, { env: { http_proxy: proxy.url } });
+    const odd = await startServiceFor(t, `${origin}/a#b`, { env: { http_proxy: proxy.url } });
     await poll(odd);
-    assert.equal(proxy.requests.at(-1).head.split('\r\n')[0], `GET /a#b${remote_poll}?state=attempt HTTP/1.1`);
+    assert.equal(proxy.requests.at(-1).head.split("\r\n")[0], `GET /a#b${remotePoll}?state=attempt HTTP/1.1`);
     await odd.stop();
   });
 
-  test('by TLS a proxy hears of the host alone', limits, async (t) => {
-    const { authority_file, good, wrong_name } = authority();
-    const account = await start_account_service(t, { certificate: good });
-    account.answer(remote_poll, { body: pending });
-    account.answer(remote_password, { body: '{"state":"arrived"}' });
-    const host = `${local_name}:${account.port}`;
-    const start_through = ({ url }, address = `https://${host}`) =>
-      start_service_for(t, address, { env: { https_proxy: url, SSL_CERT_FILE: authority_file } });
+  test("by TLS a proxy hears of the host alone", limits, async (t) => {
+    const { authorityFile, good, wrongName } = authority();
+    const account = await startAccountService(t, { certificate: good });
+    account.answer(remotePoll, { body: pending });
+    account.answer(remotePassword, { body: '{"state":"arrived"}' });
+    const host = `${localName}:${account.port}`;
+    const startThrough = ({ url }, address = `https://${host}`) =>
+      startServiceFor(t, address, { env: { https_proxy: url, SSL_CERT_FILE: authorityFile } });
 
-    const tunnel = await start_tunnel(t);
-    const service = await start_through(tunnel);
-    assert_outcome(await poll(service), 'arrived', 'a poll');
-    assert.equal(await password(service), answer_bytes(200, 'OK', json_document, '{"ok":true,"state":"arrived"}'));
+    const tunnel = await startTunnel(t);
+    const service = await startThrough(tunnel);
+    assertOutcome(await poll(service), "arrived", "a poll");
+    assert.equal(
+      await password(service),
+      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
+    );
     await service.stop();
-    const connect = `CONNECT ${host} HTTP/1.1\r\nHost: ${host}\r\nUser-Agent: Velmora/1.1\r\n${proxy_line}\r\n`;
+    const connect = `CONNECT ${host} HTTP/1.1\r\nHost: ${host}\r\nUser-Agent: Velmora/1.1\r\n${proxyLine}\r\n`;
     assert.deepEqual(tunnel.heads, [connect, connect]);
-    assert.deepEqual(account.requests.map(({ head, body }) => head + body), [
-      account_request_bytes(account, 'GET', `${remote_poll}?state=attempt`),
-      account_request_bytes(account, 'POST', remote_password, account.requests[1].body),
-    ].map((request) => request.replace('127.0.0.1', local_name)));
-    for (const secret of ['attempt', 'password', 'secret']) assert.ok(!tunnel.heard.includes(secret), secret);
+    assert.deepEqual(
+      account.requests.map(({ head, body }) => head + body),
+      [
+        accountRequestBytes(account, "GET", `${remotePoll}?state=attempt`),
+        accountRequestBytes(account, "POST", remotePassword, account.requests[1].body),
+      ].map((request) => request.replace("127.0.0.1", localName)),
+    );
+    for (const secret of ["attempt", "password", "secret"]) assert.ok(!tunnel.heard.includes(secret), secret);
 
     // The certificate is the far end's.
-    const elsewhere = await start_account_service(t, { certificate: wrong_name });
-    const refused = await start_through(tunnel, `https://${local_name}:${elsewhere.port}`);
-    assert_outcome(await poll(refused), 12175, 'a certificate of another name');
+    const elsewhere = await startAccountService(t, { certificate: wrongName });
+    const refused = await startThrough(tunnel, `https://${localName}:${elsewhere.port}`);
+    assertOutcome(await poll(refused), 12175, "a certificate of another name");
     await refused.stop();
 
     const before = account.connections;
-    const refusal = plain(['HTTP/1.1 407 Proxy Authentication Required', 'Proxy-Authenticate: Basic realm="x"', 'Content-Length: 20']);
+    const refusal = plain([
+      "HTTP/1.1 407 Proxy Authentication Required",
+      'Proxy-Authenticate: Basic realm="x"',
+      "Content-Length: 20",
+    ]);
     for (const [what, reply, number] of [
-      ['wants a password', refusal, 12030],
-      ['forbids', plain(['HTTP/1.1 403 Forbidden', 'Content-Length: 20']), 12030],
-      ['ends the connection', '', 12030],
-      ['has a long head', plain(['HTTP/1.1 200 OK', ...Array.from({ length: 300 }, () => `X: ${'y'.repeat(1000)}`)]), 12182],
+      ["wants a password", refusal, 12030],
+      ["forbids", plain(["HTTP/1.1 403 Forbidden", "Content-Length: 20"]), 12030],
+      ["ends the connection", "", 12030],
+      [
+        "has a long head",
+        plain(["HTTP/1.1 200 OK", ...Array.from({ length: 300 }, () => `X: ${"y".repeat(1000)}`)]),
+        12182,
+      ],
       // It is the library that ends this one.
-      ['has a long line', plain(['HTTP/1.1 200 OK', `X: ${'y'.repeat(200_000)}`]), 12030],
+      ["has a long line", plain(["HTTP/1.1 200 OK", `X: ${"y".repeat(200_000)}`]), 12030],
     ]) {
-      const own = await start_through(await start_tunnel(t, reply));
-      assert_outcome(await poll(own), number, `a proxy that ${what}`);
+      const own = await startThrough(await startTunnel(t, reply));
+      assertOutcome(await poll(own), number, `a proxy that ${what}`);
       await own.stop();
     }
     assert.equal(account.connections, before);
   });
 
-  test('the environment says which requests go through which proxy', limits, async (t) => {
-    const { authority_file, good } = authority();
-    const account = await start_account_service(t);
-    const encrypted = await start_account_service(t, { certificate: good });
-    const proxy = await start_account_service(t);
-    const tunnel = await start_tunnel(t);
-    for (const at of [account, encrypted]) at.answer(remote_poll, { body: pending });
-    const through = (url) => proxy.answer(`${url}${remote_poll}`, { body: pending });
+  test("the environment says which requests go through which proxy", limits, async (t) => {
+    const { authorityFile, good } = authority();
+    const account = await startAccountService(t);
+    const encrypted = await startAccountService(t, { certificate: good });
+    const proxy = await startAccountService(t);
+    const tunnel = await startTunnel(t);
+    for (const at of [account, encrypted]) at.answer(remotePoll, { body: pending });
+    const through = (url) => proxy.answer(`${url}${remotePoll}`, { body: pending });
     through(account.url);
-    const encrypted_url = encrypted.url.replace('127.0.0.1', local_name);
-    const plain_rows = [
-      [{ http_proxy: proxy.url }, 'proxy'],
-      [{ all_proxy: proxy.url }, 'proxy'],
-      [{ ALL_PROXY: proxy.url }, 'proxy'],
+    const encryptedUrl = encrypted.url.replace("127.0.0.1", localName);
+    const plainRows = [
+      [{ http_proxy: proxy.url }, "proxy"],
+      [{ all_proxy: proxy.url }, "proxy"],
+      [{ ALL_PROXY: proxy.url }, "proxy"],
       // Whoever sends a header `Proxy` to a program behind a web server would set this one.
-      [{ HTTP_PROXY: proxy.url }, 'account'],
-      [{ https_proxy: proxy.url }, 'account'],
-      [{ http_proxy: proxy.url, no_proxy: '127.0.0.1' }, 'account'],
-      [{ http_proxy: proxy.url, NO_PROXY: 'one.invalid,127.0.0.1' }, 'account'],
-      [{ http_proxy: proxy.url, no_proxy: '127.0.0.0/8' }, 'account'],
-      [{ http_proxy: proxy.url, no_proxy: '*' }, 'account'],
-      [{ http_proxy: proxy.url, no_proxy: 'localhost,7.0.0.1' }, 'proxy'],
+      [{ HTTP_PROXY: proxy.url }, "account"],
+      [{ https_proxy: proxy.url }, "account"],
+      [{ http_proxy: proxy.url, no_proxy: "127.0.0.1" }, "account"],
+      [{ http_proxy: proxy.url, NO_PROXY: "one.invalid,127.0.0.1" }, "account"],
+      [{ http_proxy: proxy.url, no_proxy: "127.0.0.0/8" }, "account"],
+      [{ http_proxy: proxy.url, no_proxy: "*" }, "account"],
+      [{ http_proxy: proxy.url, no_proxy: "localhost,7.0.0.1" }, "proxy"],
     ];
-    for (const [env, expected] of plain_rows) {
+    for (const [env, expected] of plainRows) {
       account.requests.length = proxy.requests.length = 0;
-      const service = await start_service_for(t, account, { env });
-      assert_outcome(await poll(service), 'arrived', JSON.stringify(env));
+      const service = await startServiceFor(t, account, { env });
+      assertOutcome(await poll(service), "arrived", JSON.stringify(env));
       await service.stop();
-      assert.deepEqual([proxy.requests.length, account.requests.length], expected === 'proxy' ? [1, 0] : [0, 1], JSON.stringify(env));
+      assert.deepEqual(
+        [proxy.requests.length, account.requests.length],
+        expected === "proxy" ? [1, 0] : [0, 1],
+        JSON.stringify(env),
+      );
     }
-    const encrypted_rows = [
+    const encryptedRows = [
       [{ https_proxy: tunnel.url }, 1],
       [{ HTTPS_PROXY: tunnel.url }, 1],
       [{ all_proxy: tunnel.url }, 1],
       [{ http_proxy: tunnel.url }, 0],
-      [{ https_proxy: tunnel.url, no_proxy: local_name }, 0],
-      [{ https_proxy: tunnel.url, NO_PROXY: local_name }, 0],
+      [{ https_proxy: tunnel.url, no_proxy: localName }, 0],
+      [{ https_proxy: tunnel.url, NO_PROXY: localName }, 0],
     ];
-    for (const [env, expected] of encrypted_rows) {
+    for (const [env, expected] of encryptedRows) {
       tunnel.heads.length = 0;
-      const service = await start_service_for(t, encrypted_url, { env: { ...env, SSL_CERT_FILE: authority_file } });
-      assert_outcome(await poll(service), 'arrived', JSON.stringify(env));
+      const service = await startServiceFor(t, encryptedUrl, {
+        env: { ...env, SSL_CERT_FILE: authorityFile },
+      });
+      assertOutcome(await poll(service), "arrived", JSON.stringify(env));
       await service.stop();
       assert.equal(tunnel.heads.length, expected, JSON.stringify(env));
     }
     for (const [what, url, number] of [
-      ['that nobody listens for', `http://127.0.0.1:${await free_port()}`, 12029],
-      ['of a name that nobody has', 'http://proxy.velmora.invalid', 12007],
+      ["that nobody listens for", `http://127.0.0.1:${await freePort()}`, 12029],
+      ["of a name that nobody has", "http://proxy.velmora.invalid", 12007],
     ]) {
-      const service = await start_service_for(t, account, { env: { http_proxy: url } });
-      assert_outcome(await poll(service), number, `a proxy ${what}`);
+      const service = await startServiceFor(t, account, { env: { http_proxy: url } });
+      assertOutcome(await poll(service), number, `a proxy ${what}`);
       await service.stop();
     }
   });
@@ -562,32 +703,32 @@ if (is_native) {
 // ---- what stays unloaded ----
 
 // Whether a running program has mapped the library of HTTP.
-function has_library(service) {
-  const maps = fs.readFileSync(`/proc/${service.child.pid}/maps`, 'utf8');
+function hasLibrary(service) {
+  const maps = fs.readFileSync(`/proc/${service.child.pid}/maps`, "utf8");
   // What it has mapped of its own is there, so that the place is the right one.
-  assert.ok(maps.includes(is_native ? 'libc.so' : 'ws2_32'), maps);
-  return maps.includes(is_native ? 'libcurl' : 'winhttp');
+  assert.ok(maps.includes(isNative ? "libc.so" : "ws2_32"), maps);
+  return maps.includes(isNative ? "libcurl" : "winhttp");
 }
 
-test('the library of HTTP is loaded by the first request to an account service', limits, async (t) => {
-  const account = await start_account_service(t);
-  const service = await start_service_for(t, account);
-  await ask(service, 'POST', '/api/v1/account/password', '{}');
-  await ask(service, 'GET', '/api/v1/account/poll');
-  await ask(service, 'POST', '/api/v1/account/logout');
-  assert.equal(has_library(service), false);
+test("the library of HTTP is loaded by the first request to an account service", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  await ask(service, "POST", "/api/v1/account/password", "{}");
+  await ask(service, "GET", "/api/v1/account/poll");
+  await ask(service, "POST", "/api/v1/account/logout");
+  assert.equal(hasLibrary(service), false);
   await poll(service);
-  assert.equal(has_library(service), true);
+  assert.equal(hasLibrary(service), true);
   await service.stop();
 });
 
-test('without an account service the library of HTTP is never loaded', limits, async (t) => {
-  const service = await start_service(t);
+test("without an account service the library of HTTP is never loaded", limits, async (t) => {
+  const service = await startService(t);
   await poll(service);
   await password(service);
-  for (const route of ['register', 'qrcode', 'referrer', 'unbind', 'logout']) {
-    await ask(service, 'POST', `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
+  for (const route of ["register", "qrcode", "referrer", "unbind", "logout"]) {
+    await ask(service, "POST", `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
   }
-  assert.equal(has_library(service), false);
+  assert.equal(hasLibrary(service), false);
   await service.stop();
 });

@@ -1,155 +1,168 @@
 // Clients that dawdle, leave, lie or come in crowds. After each of them the service still answers.
-import assert from 'node:assert/strict';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import test from "node:test";
 
 import {
   Client,
   answers,
-  assert_answers,
+  assertAnswers,
   exchange,
-  put_bytes,
-  read_record,
-  request_bytes,
+  putBytes,
+  readRecord,
+  requestBytes,
   sleep,
-  start_service,
-} from './harness.mjs';
+  startService,
+} from "./harness.mjs";
 
-const algorithm = '/api/v1/render/effects/algorithm';
-const request_limit = 65_536;
+const algorithm = "/api/v1/render/effects/algorithm";
+const requestLimit = 65_536;
 
-function put_head(service, length) {
+function putHead(service, length) {
   return (
     `PUT ${algorithm} HTTP/1.1\r\nHost: 127.0.0.1:${service.port}\r\n` +
     `X-Velmora-Token: ${service.token}\r\nContent-Length: ${length}\r\n\r\n`
   );
 }
 
-test('no client ends the service', { timeout: 90_000 }, async (t) => {
-  const service = await start_service(t);
-  const before = await read_record(t, service.mapping);
-  const bytes = put_bytes(service, algorithm, '{"stereo_link":1}');
-  const half_head = bytes.slice(0, 30);
-  const half_body = bytes.slice(0, -5);
+test("no client ends the service", { timeout: 90_000 }, async (t) => {
+  const service = await startService(t);
+  const before = await readRecord(t, service.mapping);
+  const bytes = putBytes(service, algorithm, '{"stereo_link":1}');
+  const halfHead = bytes.slice(0, 30);
+  const halfBody = bytes.slice(0, -5);
 
   // A case passes when the service answers afterwards.
   const check = (name, act) =>
     t.test(name, async () => {
       await act();
-      await assert_answers(service);
+      await assertAnswers(service);
     });
 
-  await check('a request of one byte at a time is answered', async () => {
+  await check("a request of one byte at a time is answered", async () => {
     const client = await Client.connect(service);
     for (const byte of bytes) await client.send(byte);
     assert.deepEqual(await client.answer(), { bytes: answers.done, reset: false });
   });
 
-  await check('a request in two pieces, cut at every place round the end of its head, is answered', async () => {
-    const end = bytes.indexOf('\r\n\r\n');
-    for (let cut = end - 2; cut <= end + 6; ++cut) {
-      const client = await Client.connect(service);
-      await client.send(bytes.slice(0, cut));
-      await sleep(5);
-      await client.send(bytes.slice(cut));
-      assert.deepEqual(await client.answer(), { bytes: answers.done, reset: false }, `cut at ${cut}`);
-    }
-  });
+  await check(
+    "a request in two pieces, cut at every place round the end of its head, is answered",
+    async () => {
+      const end = bytes.indexOf("\r\n\r\n");
+      for (let cut = end - 2; cut <= end + 6; ++cut) {
+        const client = await Client.connect(service);
+        await client.send(bytes.slice(0, cut));
+        await sleep(5);
+        await client.send(bytes.slice(cut));
+        assert.deepEqual(await client.answer(), { bytes: answers.done, reset: false }, `cut at ${cut}`);
+      }
+    },
+  );
 
-  await check('a client that ends its side after its request is answered', async () => {
+  await check("a client that ends its side after its request is answered", async () => {
     const client = await Client.connect(service);
     await client.send(bytes);
-    client.half_close();
+    client.halfClose();
     assert.deepEqual(await client.answer(), { bytes: answers.done, reset: false });
   });
 
-  for (const [where, sent] of [['its head', half_head], ['its body', half_body], ['its first byte', '']]) {
+  for (const [where, sent] of [
+    ["its head", halfHead],
+    ["its body", halfBody],
+    ["its first byte", ""],
+  ]) {
     await check(`a client that ends its side before the end of ${where} is told so`, async () => {
       const client = await Client.connect(service);
-      if (sent !== '') await client.send(sent);
-      client.half_close();
-      assert.deepEqual(await client.answer(), { bytes: answers.invalid_request, reset: false });
+      if (sent !== "") await client.send(sent);
+      client.halfClose();
+      assert.deepEqual(await client.answer(), { bytes: answers.invalidRequest, reset: false });
     });
-    for (const leave of ['reset', 'leave']) {
+    for (const leave of ["reset", "leave"]) {
       await check(`a client that goes by ${leave} before the end of ${where}`, async () => {
         const client = await Client.connect(service);
-        if (sent !== '') await client.send(sent);
+        if (sent !== "") await client.send(sent);
         await sleep(20);
         client[leave]();
       });
     }
   }
 
-  for (const leave of ['reset', 'leave', 'half_close']) {
+  for (const leave of ["reset", "leave", "halfClose"]) {
     await check(`a client that goes by ${leave} without reading its answer`, async () => {
       for (let round = 0; round < 10; ++round) {
         const client = await Client.connect(service, { reads: false });
-        await client.send(request_bytes(service));
+        await client.send(requestBytes(service));
         client[leave]();
       }
     });
   }
 
-  await check('a client that goes at once after its request', async () => {
+  await check("a client that goes at once after its request", async () => {
     const client = await Client.connect(service);
     client.push(bytes);
-    client.socket.once('drain', () => client.reset());
+    client.socket.once("drain", () => client.reset());
     client.reset();
   });
 
-  const lengths = [String(request_limit), '1000000000', '4294967296', '9223372036854775808', '18446744073709486079'];
+  const lengths = [
+    String(requestLimit),
+    "1000000000",
+    "4294967296",
+    "9223372036854775808",
+    "18446744073709486079",
+  ];
   for (const length of lengths) {
     await check(`a content length of ${length} is refused before any of it is sent`, async () => {
       const client = await Client.connect(service);
-      await client.send(put_head(service, length));
-      assert.deepEqual(await client.answer(), { bytes: answers.invalid_request, reset: false });
+      await client.send(putHead(service, length));
+      assert.deepEqual(await client.answer(), { bytes: answers.invalidRequest, reset: false });
     });
   }
-  for (const length of ['18446744073709551615', '18446744073709551516']) {
+  for (const length of ["18446744073709551615", "18446744073709551516"]) {
     await check(`a content length of ${length} runs over and ends the reading at once`, async () => {
-      assert.equal(await exchange(service, put_head(service, length)), answers.done);
+      assert.equal(await exchange(service, putHead(service, length)), answers.done);
     });
   }
 
-  await check('a request of exactly 65536 bytes, in small pieces, is answered', async () => {
-    const length = request_limit - put_head(service, 65_000).length;
-    const whole = put_head(service, length) + '{"stereo_link":1}'.padEnd(length, ' ');
+  await check("a request of exactly 65536 bytes, in small pieces, is answered", async () => {
+    const length = requestLimit - putHead(service, 65_000).length;
+    const whole = putHead(service, length) + '{"stereo_link":1}'.padEnd(length, " ");
     const client = await Client.connect(service);
     for (let at = 0; at < whole.length; at += 1499) await client.send(whole.slice(at, at + 1499));
     assert.deepEqual(await client.answer(), { bytes: answers.done, reset: false });
   });
-  await check('a request of 65537 bytes is refused by its head', async () => {
-    const length = request_limit + 1 - put_head(service, 65_000).length;
-    assert.equal(await exchange(service, put_head(service, length)), answers.invalid_request);
+  await check("a request of 65537 bytes is refused by its head", async () => {
+    const length = requestLimit + 1 - putHead(service, 65_000).length;
+    assert.equal(await exchange(service, putHead(service, length)), answers.invalidRequest);
   });
-  await check('a request of 65537 bytes that is sent whole', async () => {
-    const length = request_limit + 1 - put_head(service, 65_000).length;
+  await check("a request of 65537 bytes that is sent whole", async () => {
+    const length = requestLimit + 1 - putHead(service, 65_000).length;
     const client = await Client.connect(service);
-    client.push(put_head(service, length) + ' '.repeat(length));
+    client.push(putHead(service, length) + " ".repeat(length));
     // What the service has not read turns its close into a reset, so the answer may be lost on the way.
     const { bytes: received } = await client.answer();
-    assert.ok(received === '' || received === answers.invalid_request);
+    assert.ok(received === "" || received === answers.invalidRequest);
   });
-  await check('a megabyte without the end of a head', async () => {
+  await check("a megabyte without the end of a head", async () => {
     const client = await Client.connect(service);
-    client.push('x'.repeat(1_000_000));
+    client.push("x".repeat(1_000_000));
     const { bytes: received } = await client.answer();
-    assert.ok(received === '' || received === answers.invalid_request);
+    assert.ok(received === "" || received === answers.invalidRequest);
   });
 
-  await check('an idle client holds the service until it leaves', async () => {
-    for (const leave of ['leave', 'reset', 'half_close']) {
+  await check("an idle client holds the service until it leaves", async () => {
+    for (const leave of ["leave", "reset", "halfClose"]) {
       const idle = await Client.connect(service);
       await sleep(30);
       const next = await Client.connect(service);
       next.push(bytes);
-      assert.ok(await next.is_silent_for(300), 'the next client waits');
+      assert.ok(await next.isSilentFor(300), "the next client waits");
       idle[leave]();
       assert.deepEqual(await next.answer(), { bytes: answers.done, reset: false });
       idle.leave();
     }
   });
 
-  await check('200 connections that leave at once', async () => {
+  await check("200 connections that leave at once", async () => {
     await Promise.all(
       Array.from({ length: 200 }, async (_, index) => {
         const client = await Client.connect(service);
@@ -159,15 +172,15 @@ test('no client ends the service', { timeout: 90_000 }, async (t) => {
     );
   });
 
-  await check('200 requests at once are answered, every one', async () => {
+  await check("200 requests at once are answered, every one", async () => {
     const received = await Promise.all(Array.from({ length: 200 }, () => exchange(service, bytes)));
     assert.deepEqual(new Set(received), new Set([answers.done]));
   });
 
-  await check('200 requests one after the other are answered, every one', async () => {
+  await check("200 requests one after the other are answered, every one", async () => {
     for (let round = 0; round < 200; ++round) assert.equal(await exchange(service, bytes), answers.done);
   });
 
-  assert.deepEqual(await read_record(t, service.mapping), before);
+  assert.deepEqual(await readRecord(t, service.mapping), before);
   await service.stop();
 });

@@ -1,32 +1,32 @@
 // Which requests are read, which are local, which carry the token, and what the others are told.
-import assert from 'node:assert/strict';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import test from "node:test";
 
 import {
   Client,
-  answer_bytes,
+  answerBytes,
   answers,
-  assert_answers,
+  assertAnswers,
   exchange,
-  make_web_root,
-  put_bytes,
-  request_bytes,
-  start_service,
-} from './harness.mjs';
+  makeWebRoot,
+  putBytes,
+  requestBytes,
+  startService,
+} from "./harness.mjs";
 
-const page_answer = answer_bytes(200, 'OK', 'text/html; charset=utf-8', 'help\n');
-const footstep = '/api/v1/render/effects/footstep';
-const algorithm = '/api/v1/render/effects/algorithm';
-const request_limit = 65_536;
+const pageAnswer = answerBytes(200, "OK", "text/html; charset=utf-8", "help\n");
+const footstep = "/api/v1/render/effects/footstep";
+const algorithm = "/api/v1/render/effects/algorithm";
+const requestLimit = 65_536;
 
-function start_gate_service(t) {
-  return start_service(t, { web_root: make_web_root({ 'help.html': 'help\n' }) });
+function startGateService(t) {
+  return startService(t, { webRoot: makeWebRoot({ "help.html": "help\n" }) });
 }
 
-test('only local requests pass', { timeout: 60_000 }, async (t) => {
-  const service = await start_gate_service(t);
+test("only local requests pass", { timeout: 60_000 }, async (t) => {
+  const service = await startGateService(t);
   const { port } = service;
-  const other_port = port + 1;
+  const otherPort = port + 1;
 
   const hosts = [
     [`127.0.0.1:${port}`, true],
@@ -35,11 +35,11 @@ test('only local requests pass', { timeout: 60_000 }, async (t) => {
     [`LocalHost:${port}`, true],
     [`  127.0.0.1:${port}\t`, true],
     [null, false],
-    ['', false],
-    ['127.0.0.1', false],
-    ['localhost', false],
-    [`127.0.0.1:${other_port}`, false],
-    [`localhost:${other_port}`, false],
+    ["", false],
+    ["127.0.0.1", false],
+    ["localhost", false],
+    [`127.0.0.1:${otherPort}`, false],
+    [`localhost:${otherPort}`, false],
     [`127.0.0.1:0${port}`, false],
     [`127.0.0.1:${port}0`, false],
     [`127.0.0.1:${port}.`, false],
@@ -55,9 +55,9 @@ test('only local requests pass', { timeout: 60_000 }, async (t) => {
     [`127.0.0.1 :${port}`, false],
   ];
   for (const [host, passes] of hosts) {
-    await t.test(`Host ${JSON.stringify(host)} ${passes ? 'passes' : 'is refused'}`, async () => {
-      const bytes = request_bytes(service, { target: '/help.html', host });
-      assert.equal(await exchange(service, bytes), passes ? page_answer : answers.not_local);
+    await t.test(`Host ${JSON.stringify(host)} ${passes ? "passes" : "is refused"}`, async () => {
+      const bytes = requestBytes(service, { target: "/help.html", host });
+      assert.equal(await exchange(service, bytes), passes ? pageAnswer : answers.notLocal);
     });
   }
 
@@ -67,46 +67,52 @@ test('only local requests pass', { timeout: 60_000 }, async (t) => {
     [`HTTP://LOCALHOST:${port}`, true],
     [`Http://LocalHost:${port}`, true],
     [`HTTP://127.0.0.1:${port}`, false],
-    ['', false],
-    ['null', false],
-    ['http://127.0.0.1', false],
+    ["", false],
+    ["null", false],
+    ["http://127.0.0.1", false],
     [`https://127.0.0.1:${port}`, false],
     [`https://localhost:${port}`, false],
-    [`http://127.0.0.1:${other_port}`, false],
-    [`http://localhost:${other_port}`, false],
+    [`http://127.0.0.1:${otherPort}`, false],
+    [`http://localhost:${otherPort}`, false],
     [`http://127.0.0.1:${port}/`, false],
     [`http://[::1]:${port}`, false],
     [`127.0.0.1:${port}`, false],
-    ['http://evil.example', false],
+    ["http://evil.example", false],
     [`http://127.0.0.1:${port} http://evil.example`, false],
   ];
   for (const [origin, passes] of origins) {
-    await t.test(`Origin ${JSON.stringify(origin)} ${passes ? 'passes' : 'is refused'}`, async () => {
-      const bytes = request_bytes(service, { target: '/help.html', headers: [['Origin', origin]] });
-      assert.equal(await exchange(service, bytes), passes ? page_answer : answers.not_local);
+    await t.test(`Origin ${JSON.stringify(origin)} ${passes ? "passes" : "is refused"}`, async () => {
+      const bytes = requestBytes(service, { target: "/help.html", headers: [["Origin", origin]] });
+      assert.equal(await exchange(service, bytes), passes ? pageAnswer : answers.notLocal);
     });
   }
 
-  await t.test('a Referer from elsewhere is not looked at', async () => {
-    const headers = [['Referer', 'http://evil.example/']];
-    assert.equal(await exchange(service, request_bytes(service, { target: '/help.html', headers })), page_answer);
+  await t.test("a Referer from elsewhere is not looked at", async () => {
+    const headers = [["Referer", "http://evil.example/"]];
+    assert.equal(
+      await exchange(service, requestBytes(service, { target: "/help.html", headers })),
+      pageAnswer,
+    );
   });
-  await t.test('a Host and an Origin that name the service differently pass', async () => {
-    const headers = [['Origin', `http://localhost:${port}`]];
-    assert.equal(await exchange(service, request_bytes(service, { target: '/help.html', headers })), page_answer);
+  await t.test("a Host and an Origin that name the service differently pass", async () => {
+    const headers = [["Origin", `http://localhost:${port}`]];
+    assert.equal(
+      await exchange(service, requestBytes(service, { target: "/help.html", headers })),
+      pageAnswer,
+    );
   });
-  await assert_answers(service);
+  await assertAnswers(service);
   await service.stop();
 });
 
-test('everything under /api/ needs the token', { timeout: 60_000 }, async (t) => {
-  const token = 'Token-With-Letters-Of-Both-Cases-0';
-  const service = await start_service(t, { token });
+test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) => {
+  const token = "Token-With-Letters-Of-Both-Cases-0";
+  const service = await startService(t, { token });
   const tokens = [
     [token, true],
     [`  ${token}\t `, true],
     [null, false],
-    ['', false],
+    ["", false],
     [token.toLowerCase(), false],
     [token.toUpperCase(), false],
     [token.slice(0, -1), false],
@@ -115,209 +121,295 @@ test('everything under /api/ needs the token', { timeout: 60_000 }, async (t) =>
     [`${token} ${token}`, false],
     [`"${token}"`, false],
     [`Bearer ${token}`, false],
-    ['x'.repeat(token.length), false],
-    ['x'.repeat(30_000), false],
+    ["x".repeat(token.length), false],
+    ["x".repeat(30_000), false],
   ];
   for (const [value, passes] of tokens) {
-    await t.test(`${JSON.stringify(value)?.slice(0, 60)} ${passes ? 'passes' : 'is refused'}`, async () => {
-      const headers = value === null ? [] : [['x-velmora-token', value]];
-      const bytes = request_bytes(service, { target: '/api/v1/nothing', headers });
-      assert.equal(await exchange(service, bytes), passes ? answers.not_found : answers.no_token);
+    await t.test(`${JSON.stringify(value)?.slice(0, 60)} ${passes ? "passes" : "is refused"}`, async () => {
+      const headers = value === null ? [] : [["x-velmora-token", value]];
+      const bytes = requestBytes(service, { target: "/api/v1/nothing", headers });
+      assert.equal(await exchange(service, bytes), passes ? answers.notFound : answers.noToken);
     });
   }
-  await t.test('the last of two token headers counts', async () => {
-    const right_last = [['X-Velmora-Token', 'wrong'], ['x-velmora-token', token]];
-    const wrong_last = [['X-Velmora-Token', token], ['x-velmora-token', 'wrong']];
-    const ask = (headers) => exchange(service, request_bytes(service, { target: '/api/', headers }));
-    assert.equal(await ask(right_last), answers.not_found);
-    assert.equal(await ask(wrong_last), answers.no_token);
+  await t.test("the last of two token headers counts", async () => {
+    const rightLast = [
+      ["X-Velmora-Token", "wrong"],
+      ["x-velmora-token", token],
+    ];
+    const wrongLast = [
+      ["X-Velmora-Token", token],
+      ["x-velmora-token", "wrong"],
+    ];
+    const ask = (headers) => exchange(service, requestBytes(service, { target: "/api/", headers }));
+    assert.equal(await ask(rightLast), answers.notFound);
+    assert.equal(await ask(wrongLast), answers.noToken);
   });
-  await t.test('a token in the query or under another name is none', async () => {
+  await t.test("a token in the query or under another name is none", async () => {
     const target = `/api/v1/nothing?token=${token}`;
-    const headers = [['Authorization', `Bearer ${token}`], ['Cookie', `token=${token}`]];
-    assert.equal(await exchange(service, request_bytes(service, { target, headers })), answers.no_token);
+    const headers = [
+      ["Authorization", `Bearer ${token}`],
+      ["Cookie", `token=${token}`],
+    ];
+    assert.equal(await exchange(service, requestBytes(service, { target, headers })), answers.noToken);
   });
   await service.stop();
 });
 
-test('the first decision that refuses is the one that answers', { timeout: 60_000 }, async (t) => {
-  const service = await start_gate_service(t);
+test("the first decision that refuses is the one that answers", { timeout: 60_000 }, async (t) => {
+  const service = await startGateService(t);
   const { port, token } = service;
-  const good_host = `Host: 127.0.0.1:${port}\r\n`;
-  const bad_host = 'Host: evil.example\r\n';
-  const right_token = `X-Velmora-Token: ${token}\r\n`;
+  const goodHost = `Host: 127.0.0.1:${port}\r\n`;
+  const badHost = "Host: evil.example\r\n";
+  const rightToken = `X-Velmora-Token: ${token}\r\n`;
   const table = [
-    ['an unreadable request before a foreign host', `GET /\r\n${bad_host}\r\n`, answers.invalid_request],
-    ['a bad length before a foreign host', `GET / HTTP/1.1\r\n${bad_host}Content-Length: x\r\n\r\n`, answers.invalid_request],
-    ['a foreign host before a page', `GET / HTTP/1.1\r\n${bad_host}\r\n`, answers.not_local],
-    ['a foreign host before an unknown path', `GET /none HTTP/1.1\r\n${bad_host}\r\n`, answers.not_local],
-    ['a foreign host before the token', `GET /api/ HTTP/1.1\r\n${bad_host}\r\n`, answers.not_local],
-    ['a foreign host with the right token', `GET /api/ HTTP/1.1\r\n${bad_host}${right_token}\r\n`, answers.not_local],
-    ['a foreign origin with the right token', `GET /api/ HTTP/1.1\r\n${good_host}Origin: null\r\n${right_token}\r\n`, answers.not_local],
-    ['an unknown path before the token', `GET /none HTTP/1.1\r\n${good_host}\r\n`, answers.not_found],
-    ['/api without the slash before the token', `GET /api HTTP/1.1\r\n${good_host}\r\n`, answers.not_found],
-    ['the token before an unknown route', `GET /api/none HTTP/1.1\r\n${good_host}\r\n`, answers.no_token],
-    ['the token before a known route', `PUT ${footstep} HTTP/1.1\r\n${good_host}\r\n`, answers.no_token],
-    ['an unknown route with the token', `GET /api/none HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['/api/ with the token', `GET /api/ HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['DELETE on an unknown route', `DELETE /api/v1/none HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['GET on the footstep route', `GET ${footstep} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['GET on the algorithm route', `GET ${algorithm} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['POST on the footstep route', `POST ${footstep} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['put in lower case', `put ${algorithm} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['a slash behind the route', `PUT ${algorithm}/ HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['a fragment behind the route', `PUT ${algorithm}#x HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['a query behind the route', `PUT ${algorithm}?x=/y HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.done],
-    ['the route in upper case', `PUT ${algorithm.toUpperCase()} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
-    ['the route percent-encoded', `PUT ${algorithm.replace('algorithm', '%61lgorithm')} HTTP/1.1\r\n${good_host}${right_token}\r\n`, answers.not_found],
+    ["an unreadable request before a foreign host", `GET /\r\n${badHost}\r\n`, answers.invalidRequest],
+    [
+      "a bad length before a foreign host",
+      `GET / HTTP/1.1\r\n${badHost}Content-Length: x\r\n\r\n`,
+      answers.invalidRequest,
+    ],
+    ["a foreign host before a page", `GET / HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
+    ["a foreign host before an unknown path", `GET /none HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
+    ["a foreign host before the token", `GET /api/ HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
+    [
+      "a foreign host with the right token",
+      `GET /api/ HTTP/1.1\r\n${badHost}${rightToken}\r\n`,
+      answers.notLocal,
+    ],
+    [
+      "a foreign origin with the right token",
+      `GET /api/ HTTP/1.1\r\n${goodHost}Origin: null\r\n${rightToken}\r\n`,
+      answers.notLocal,
+    ],
+    ["an unknown path before the token", `GET /none HTTP/1.1\r\n${goodHost}\r\n`, answers.notFound],
+    ["/api without the slash before the token", `GET /api HTTP/1.1\r\n${goodHost}\r\n`, answers.notFound],
+    ["the token before an unknown route", `GET /api/none HTTP/1.1\r\n${goodHost}\r\n`, answers.noToken],
+    ["the token before a known route", `PUT ${footstep} HTTP/1.1\r\n${goodHost}\r\n`, answers.noToken],
+    [
+      "an unknown route with the token",
+      `GET /api/none HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    ["/api/ with the token", `GET /api/ HTTP/1.1\r\n${goodHost}${rightToken}\r\n`, answers.notFound],
+    [
+      "DELETE on an unknown route",
+      `DELETE /api/v1/none HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "GET on the footstep route",
+      `GET ${footstep} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "GET on the algorithm route",
+      `GET ${algorithm} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "POST on the footstep route",
+      `POST ${footstep} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    ["put in lower case", `put ${algorithm} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`, answers.notFound],
+    [
+      "a slash behind the route",
+      `PUT ${algorithm}/ HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "a fragment behind the route",
+      `PUT ${algorithm}#x HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "a query behind the route",
+      `PUT ${algorithm}?x=/y HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.done,
+    ],
+    [
+      "the route in upper case",
+      `PUT ${algorithm.toUpperCase()} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
+    [
+      "the route percent-encoded",
+      `PUT ${algorithm.replace("algorithm", "%61lgorithm")} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
+      answers.notFound,
+    ],
   ];
   for (const [what, bytes, expected] of table) {
     await t.test(what, async () => assert.equal(await exchange(service, bytes), expected));
   }
-  await assert_answers(service);
+  await assertAnswers(service);
   await service.stop();
 });
 
-test('what is no request gets 400', { timeout: 60_000 }, async (t) => {
-  const service = await start_gate_service(t);
+test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
+  const service = await startGateService(t);
   const host = `Host: 127.0.0.1:${service.port}\r\n`;
 
   const heads = [
-    ['an empty head', '\r\n\r\n'],
-    ['an empty first line', `\r\nGET / HTTP/1.1\r\n${host}\r\n`],
-    ['a blank first line', ` \t\r\n${host}\r\n`],
-    ['a method alone', `GET\r\n${host}\r\n`],
-    ['no version', `GET /\r\n${host}\r\n`],
-    ['version 2.0', `GET / HTTP/2.0\r\n${host}\r\n`],
-    ['version 0.9', `GET / HTTP/0.9\r\n${host}\r\n`],
-    ['the prefix without its point', `GET / HTTP/1\r\n${host}\r\n`],
-    ['the prefix with another letter for its point', `GET / HTTP/11\r\n${host}\r\n`],
-    ['a lower-case version', `GET / http/1.1\r\n${host}\r\n`],
-    ['a target with a blank', `GET /a b HTTP/1.1\r\n${host}\r\n`],
-    ['the greeting of a secure connection', '\x16\x03\x01\x00\xee\x01\x00\x00\xea\x03\x03\r\n\r\n'],
+    ["an empty head", "\r\n\r\n"],
+    ["an empty first line", `\r\nGET / HTTP/1.1\r\n${host}\r\n`],
+    ["a blank first line", ` \t\r\n${host}\r\n`],
+    ["a method alone", `GET\r\n${host}\r\n`],
+    ["no version", `GET /\r\n${host}\r\n`],
+    ["version 2.0", `GET / HTTP/2.0\r\n${host}\r\n`],
+    ["version 0.9", `GET / HTTP/0.9\r\n${host}\r\n`],
+    ["the prefix without its point", `GET / HTTP/1\r\n${host}\r\n`],
+    ["the prefix with another letter for its point", `GET / HTTP/11\r\n${host}\r\n`],
+    ["a lower-case version", `GET / http/1.1\r\n${host}\r\n`],
+    ["a target with a blank", `GET /a b HTTP/1.1\r\n${host}\r\n`],
+    ["the greeting of a secure connection", "\x16\x03\x01\x00\xee\x01\x00\x00\xea\x03\x03\r\n\r\n"],
   ];
   for (const [what, bytes] of heads) {
-    await t.test(what, async () => assert.equal(await exchange(service, bytes), answers.invalid_request));
+    await t.test(what, async () => assert.equal(await exchange(service, bytes), answers.invalidRequest));
   }
 
   const lengths = [
-    '', '+5', '-5', '-0', '5x', 'x', '0x5', '5 5', '5,5', '5.0', '1e1', '"5"',
-    '18446744073709551616', '99999999999999999999999999', '65536', '4294967296', '9223372036854775807',
+    "",
+    "+5",
+    "-5",
+    "-0",
+    "5x",
+    "x",
+    "0x5",
+    "5 5",
+    "5,5",
+    "5.0",
+    "1e1",
+    '"5"',
+    "18446744073709551616",
+    "99999999999999999999999999",
+    "65536",
+    "4294967296",
+    "9223372036854775807",
   ];
   for (const length of lengths) {
     await t.test(`a content length of ${JSON.stringify(length)}`, async () => {
       const bytes = `GET /help.html HTTP/1.1\r\n${host}Content-Length: ${length}\r\n\r\n`;
-      assert.equal(await exchange(service, bytes), answers.invalid_request);
+      assert.equal(await exchange(service, bytes), answers.invalidRequest);
     });
   }
 
-  await t.test('a head that does not end within 65536 bytes', async () => {
+  await t.test("a head that does not end within 65536 bytes", async () => {
     const start = `GET /help.html HTTP/1.1\r\n${host}X: `;
-    assert.equal(await exchange(service, start.padEnd(request_limit, 'x')), answers.invalid_request);
+    assert.equal(await exchange(service, start.padEnd(requestLimit, "x")), answers.invalidRequest);
   });
-  await t.test('a head that ends one byte too late, by its length alone', async () => {
+  await t.test("a head that ends one byte too late, by its length alone", async () => {
     const start = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${service.token}\r\n`;
-    const line = 'Content-Length: 65000\r\n\r\n';
+    const line = "Content-Length: 65000\r\n\r\n";
     const total = start.length + line.length + 65_000;
-    const filled = `${start}X: ${'x'.repeat(request_limit + 1 - total - 5)}\r\n${line}`;
-    assert.equal(filled.length + 65_000, request_limit + 1);
-    assert.equal(await exchange(service, filled), answers.invalid_request);
+    const filled = `${start}X: ${"x".repeat(requestLimit + 1 - total - 5)}\r\n${line}`;
+    assert.equal(filled.length + 65_000, requestLimit + 1);
+    assert.equal(await exchange(service, filled), answers.invalidRequest);
   });
 
-  const cut_short = [
-    ['nothing at all', ''],
-    ['half a head', `GET /help.html HTTP/1.1\r\n${host}`],
-    ['a head whose end is cut', `GET /help.html HTTP/1.1\r\n${host}\r`],
-    ['a head that ends with bare line feeds', `GET /help.html HTTP/1.1\n${host.replace('\r', '')}\n`],
-    ['half a body', `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n12345`],
-    ['a body without its last byte', `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n123456789`],
+  const cutShort = [
+    ["nothing at all", ""],
+    ["half a head", `GET /help.html HTTP/1.1\r\n${host}`],
+    ["a head whose end is cut", `GET /help.html HTTP/1.1\r\n${host}\r`],
+    ["a head that ends with bare line feeds", `GET /help.html HTTP/1.1\n${host.replace("\r", "")}\n`],
+    ["half a body", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n12345`],
+    ["a body without its last byte", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n123456789`],
   ];
-  for (const [what, bytes] of cut_short) {
+  for (const [what, bytes] of cutShort) {
     await t.test(`${what}, and the client's side ended`, async () => {
       const client = await Client.connect(service);
-      if (bytes !== '') await client.send(bytes);
-      client.half_close();
-      assert.deepEqual(await client.answer(), { bytes: answers.invalid_request, reset: false });
+      if (bytes !== "") await client.send(bytes);
+      client.halfClose();
+      assert.deepEqual(await client.answer(), { bytes: answers.invalidRequest, reset: false });
     });
   }
-  await assert_answers(service);
+  await assertAnswers(service);
   await service.stop();
 });
 
-test('what looks odd is read all the same', { timeout: 60_000 }, async (t) => {
-  const service = await start_gate_service(t);
+test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
+  const service = await startGateService(t);
   const { port, token } = service;
   const address = `127.0.0.1:${port}`;
   const host = `Host: ${address}\r\n`;
   const table = [
-    ['version 1.0', `GET /help.html HTTP/1.0\r\n${host}\r\n`],
-    ['the bare prefix', `GET /help.html HTTP/1.\r\n${host}\r\n`],
-    ['version 1.9x', `GET /help.html HTTP/1.9x\r\n${host}\r\n`],
-    ['a fourth token', `GET /help.html HTTP/1.1 and more\r\n${host}\r\n`],
-    ['other white space between the tokens', `\t GET \v\f/help.html\t\tHTTP/1.1 \r\n${host}\r\n`],
-    ['bare line feeds between the lines', `GET /help.html HTTP/1.1\nHost: ${address}\nX: y\r\n\r\n`],
-    ['HOST in upper case', `GET /help.html HTTP/1.1\r\nHOST: ${address}\r\n\r\n`],
-    ['a blank before the colon', `GET /help.html HTTP/1.1\r\nhost :${address}\r\n\r\n`],
-    ['a blank before the name', `GET /help.html HTTP/1.1\r\n Host:${address}\r\n\r\n`],
-    ['two hosts, the last of them right', `GET /help.html HTTP/1.1\r\nHost: x\r\n${host}\r\n`],
-    ['lines without a colon', `GET /help.html HTTP/1.1\r\nno colon\r\n${host}nor here\r\n\r\n`],
-    ['a line with an empty name', `GET /help.html HTTP/1.1\r\n: x\r\n${host}\r\n`],
-    ['a header of 60000 bytes', `GET /help.html HTTP/1.1\r\nX: ${'x'.repeat(60_000)}\r\n${host}\r\n`],
-    ['a thousand headers', `GET /help.html HTTP/1.1\r\n${'X-Many: x\r\n'.repeat(1000)}${host}\r\n`],
-    ['bytes of every value', `GET /help.html HTTP/1.1\r\nX: \0\x01\x7f\x80\xff\r\n${host}\r\n`],
-    ['a content length of 0', `GET /help.html HTTP/1.1\r\n${host}Content-Length: 0\r\n\r\n`],
-    ['blanks and zeros round a content length', `GET /help.html HTTP/1.1\r\n${host}Content-Length:\t 0005 \r\n\r\n12345`],
-    ['the last of two content lengths', `GET /help.html HTTP/1.1\r\n${host}Content-Length: x\r\nContent-Length: 0\r\n\r\n`],
-    ['a transfer encoding', `GET /help.html HTTP/1.1\r\n${host}Transfer-Encoding: chunked\r\n\r\n`],
-    ['a wish for a continuation', `GET /help.html HTTP/1.1\r\n${host}Expect: 100-continue\r\n\r\n`],
+    ["version 1.0", `GET /help.html HTTP/1.0\r\n${host}\r\n`],
+    ["the bare prefix", `GET /help.html HTTP/1.\r\n${host}\r\n`],
+    ["version 1.9x", `GET /help.html HTTP/1.9x\r\n${host}\r\n`],
+    ["a fourth token", `GET /help.html HTTP/1.1 and more\r\n${host}\r\n`],
+    ["other white space between the tokens", `\t GET \v\f/help.html\t\tHTTP/1.1 \r\n${host}\r\n`],
+    ["bare line feeds between the lines", `GET /help.html HTTP/1.1\nHost: ${address}\nX: y\r\n\r\n`],
+    ["HOST in upper case", `GET /help.html HTTP/1.1\r\nHOST: ${address}\r\n\r\n`],
+    ["a blank before the colon", `GET /help.html HTTP/1.1\r\nhost :${address}\r\n\r\n`],
+    ["a blank before the name", `GET /help.html HTTP/1.1\r\n Host:${address}\r\n\r\n`],
+    ["two hosts, the last of them right", `GET /help.html HTTP/1.1\r\nHost: x\r\n${host}\r\n`],
+    ["lines without a colon", `GET /help.html HTTP/1.1\r\nno colon\r\n${host}nor here\r\n\r\n`],
+    ["a line with an empty name", `GET /help.html HTTP/1.1\r\n: x\r\n${host}\r\n`],
+    ["a header of 60000 bytes", `GET /help.html HTTP/1.1\r\nX: ${"x".repeat(60_000)}\r\n${host}\r\n`],
+    ["a thousand headers", `GET /help.html HTTP/1.1\r\n${"X-Many: x\r\n".repeat(1000)}${host}\r\n`],
+    ["bytes of every value", `GET /help.html HTTP/1.1\r\nX: \0\x01\x7f\x80\xff\r\n${host}\r\n`],
+    ["a content length of 0", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 0\r\n\r\n`],
+    [
+      "blanks and zeros round a content length",
+      `GET /help.html HTTP/1.1\r\n${host}Content-Length:\t 0005 \r\n\r\n12345`,
+    ],
+    [
+      "the last of two content lengths",
+      `GET /help.html HTTP/1.1\r\n${host}Content-Length: x\r\nContent-Length: 0\r\n\r\n`,
+    ],
+    ["a transfer encoding", `GET /help.html HTTP/1.1\r\n${host}Transfer-Encoding: chunked\r\n\r\n`],
+    ["a wish for a continuation", `GET /help.html HTTP/1.1\r\n${host}Expect: 100-continue\r\n\r\n`],
   ];
   for (const [what, bytes] of table) {
-    await t.test(what, async () => assert.equal(await exchange(service, bytes), page_answer));
+    await t.test(what, async () => assert.equal(await exchange(service, bytes), pageAnswer));
   }
 
-  await t.test('of two hosts the first one alone is right', async () => {
+  await t.test("of two hosts the first one alone is right", async () => {
     const bytes = `GET /help.html HTTP/1.1\r\n${host}Host: x\r\n\r\n`;
-    assert.equal(await exchange(service, bytes), answers.not_local);
+    assert.equal(await exchange(service, bytes), answers.notLocal);
   });
 
-  await t.test('a request of exactly 65536 bytes', async () => {
+  await t.test("a request of exactly 65536 bytes", async () => {
     const head = (length) =>
       `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nContent-Length: ${length}\r\n\r\n`;
-    const length = request_limit - head(65_000).length;
-    const bytes = head(length) + '{"stereo_link":2.5}'.padStart(length, ' ');
-    assert.equal(bytes.length, request_limit);
+    const length = requestLimit - head(65_000).length;
+    const bytes = head(length) + '{"stereo_link":2.5}'.padStart(length, " ");
+    assert.equal(bytes.length, requestLimit);
     // The refusal of its last field shows that the body was read to its end.
-    const refused = 'stereo_link must be 0, 1 or 2';
-    const expected = answer_bytes(400, 'Bad Request', 'application/json; charset=utf-8', `{"error":"${refused}"}`);
+    const refused = "stereo_link must be 0, 1 or 2";
+    const expected = answerBytes(
+      400,
+      "Bad Request",
+      "application/json; charset=utf-8",
+      `{"error":"${refused}"}`,
+    );
     assert.equal(await exchange(service, bytes), expected);
   });
 
   // The total passes the limit by running over, and the body is what has arrived behind the head.
-  for (const length of ['18446744073709551615', '18446744073709551516']) {
+  for (const length of ["18446744073709551615", "18446744073709551516"]) {
     await t.test(`a content length of ${length} takes what has arrived`, async () => {
-      const head =
-        `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nContent-Length: ${length}\r\n\r\n`;
+      const head = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nContent-Length: ${length}\r\n\r\n`;
       assert.equal(await exchange(service, head), answers.done);
-      const expected = 'stereo_link must be 0, 1 or 2';
+      const expected = "stereo_link must be 0, 1 or 2";
       assert.ok((await exchange(service, `${head}{"stereo_link":3}`)).endsWith(`{"error":"${expected}"}`));
     });
   }
 
-  await t.test('bytes behind the body are not part of it', async () => {
-    const bytes = put_bytes(service, algorithm, '{}');
+  await t.test("bytes behind the body are not part of it", async () => {
+    const bytes = putBytes(service, algorithm, "{}");
     assert.equal(await exchange(service, `${bytes}{"stereo_link":3}`), answers.done);
   });
-  await t.test('a second request on the same connection is never read', async () => {
-    const bytes = request_bytes(service, { target: '/help.html' });
-    assert.equal(await exchange(service, bytes + bytes), page_answer);
+  await t.test("a second request on the same connection is never read", async () => {
+    const bytes = requestBytes(service, { target: "/help.html" });
+    assert.equal(await exchange(service, bytes + bytes), pageAnswer);
   });
-  await t.test('the chunks of a chunked body are not read', async () => {
+  await t.test("the chunks of a chunked body are not read", async () => {
     const bytes =
       `PUT ${footstep} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nTransfer-Encoding: chunked\r\n\r\n` +
       '27\r\n{"bypass":false,"enhance_strength":0.5}\r\n0\r\n\r\n';
-    const message = 'bypass and enhance_strength (0..1) are required';
+    const message = "bypass and enhance_strength (0..1) are required";
     assert.ok((await exchange(service, bytes)).endsWith(`\r\n\r\n{"error":"${message}"}`));
   });
-  await assert_answers(service);
+  await assertAnswers(service);
   await service.stop();
 });

@@ -1,129 +1,141 @@
 // The machine's id, as the account service gets it, and what the system keeps that it is made of.
-import assert from 'node:assert/strict';
-import { createHash, randomUUID } from 'node:crypto';
-import fs from 'node:fs';
-import os from 'node:os';
-import path from 'node:path';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import { createHash, randomUUID } from "node:crypto";
+import fs from "node:fs";
+import os from "node:os";
+import path from "node:path";
+import test from "node:test";
 
-import { json_reply } from '../programs/account/service.mjs';
-import { ask, is_native, is_wine, make_directory, run, start_account_service, start_service_for } from './harness.mjs';
+import { jsonReply } from "../programs/account/service.mjs";
+import {
+  ask,
+  isNative,
+  isWine,
+  makeDirectory,
+  run,
+  startAccountService,
+  startServiceFor,
+} from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
-const remote_qrcode = '/api/v1/auth/qrcode';
+const remoteQrcode = "/api/v1/auth/qrcode";
 
-async function start_account(t) {
-  const account = await start_account_service(t);
-  account.answer(remote_qrcode, json_reply({ state: 's', qr_data_url: 'q' }));
+async function startAccount(t) {
+  const account = await startAccountService(t);
+  account.answer(remoteQrcode, jsonReply({ state: "s", qr_data_url: "q" }));
   return account;
 }
 
 // The id that the account service gets from a running service.
-async function sent_id(service, account) {
-  await ask(service, 'POST', '/api/v1/account/qrcode');
+async function sentId(service, account) {
+  await ask(service, "POST", "/api/v1/account/qrcode");
   assert.equal(account.requests.length, 1);
   return JSON.parse(account.requests.pop().body).machine_id;
 }
 
 // The same of a service that is started for it.
-async function new_id(t, account, options) {
-  const service = await start_service_for(t, account, options);
-  const id = await sent_id(service, account);
+async function newId(t, account, options) {
+  const service = await startServiceFor(t, account, options);
+  const id = await sentId(service, account);
   await service.stop();
   return id;
 }
 
-const id_of = (origin) => createHash('sha256').update(`velmora machine 1\n${origin}`).digest('hex');
+const idOf = (origin) => createHash("sha256").update(`velmora machine 1\n${origin}`).digest("hex");
 
-test('the machine has one id, which does not tell what it is made of', limits, async (t) => {
-  const account = await start_account(t);
-  const service = await start_service_for(t, account);
-  const id = await sent_id(service, account);
+test("the machine has one id, which does not tell what it is made of", limits, async (t) => {
+  const account = await startAccount(t);
+  const service = await startServiceFor(t, account);
+  const id = await sentId(service, account);
   assert.match(id, /^[0-9a-f]{64}$/);
-  assert.equal(await sent_id(service, account), id);
+  assert.equal(await sentId(service, account), id);
   await service.stop();
-  assert.equal(await new_id(t, account), id);
+  assert.equal(await newId(t, account), id);
 });
 
-if (is_native) {
+if (isNative) {
   // The command that shows a program a system whose /etc has little more than this file, whether ours has one or not.
-  function with_machine_id_file(content) {
-    const directory = make_directory();
-    const settings = path.join(directory, 'etc');
+  function withMachineIdFile(content) {
+    const directory = makeDirectory();
+    const settings = path.join(directory, "etc");
     fs.mkdirSync(settings);
-    fs.copyFileSync('/etc/ld.so.cache', path.join(settings, 'ld.so.cache'));
-    if (content !== null) fs.writeFileSync(path.join(settings, 'machine-id'), content);
-    const script = path.join(directory, 'with_machine_id');
+    fs.copyFileSync("/etc/ld.so.cache", path.join(settings, "ld.so.cache"));
+    if (content !== null) fs.writeFileSync(path.join(settings, "machine-id"), content);
+    const script = path.join(directory, "with_machine_id");
     fs.writeFileSync(script, `#!/bin/sh\nmount --bind ${settings} /etc && exec "$@"\n`, { mode: 0o755 });
-    return ['unshare', '--mount', script];
+    return ["unshare", "--mount", script];
   }
 
-  test('the id is made of the first line of the file, or of the name of the host', limits, async (t) => {
-    const identifier = '0f1e2d3c4b5a69788796a5b4c3d2e1f0';
+  test("the id is made of the first line of the file, or of the name of the host", limits, async (t) => {
+    const identifier = "0f1e2d3c4b5a69788796a5b4c3d2e1f0";
     const named = `name:${os.hostname()}`;
     const rows = [
-      ['a line', `${identifier}\n`, `id:${identifier}`],
-      ['a line without its end', identifier, `id:${identifier}`],
-      ['two lines', `${identifier}\nanother\n`, `id:${identifier}`],
-      ['a line of 63 bytes', `${'x'.repeat(63)}\n`, `id:${'x'.repeat(63)}`],
-      ['a line that is too long', `${'x'.repeat(200)}\n`, `id:${'x'.repeat(63)}`],
-      ['what an image holds before its first start', 'uninitialized\n', named],
-      ['the same without its end', 'uninitialized', named],
-      ['a line that begins in the same way', 'uninitialized1\n', 'id:uninitialized1'],
-      ['an empty line', '\n', named],
-      ['an empty file', '', named],
-      ['no file', null, named],
+      ["a line", `${identifier}\n`, `id:${identifier}`],
+      ["a line without its end", identifier, `id:${identifier}`],
+      ["two lines", `${identifier}\nanother\n`, `id:${identifier}`],
+      ["a line of 63 bytes", `${"x".repeat(63)}\n`, `id:${"x".repeat(63)}`],
+      ["a line that is too long", `${"x".repeat(200)}\n`, `id:${"x".repeat(63)}`],
+      ["what an image holds before its first start", "uninitialized\n", named],
+      ["the same without its end", "uninitialized", named],
+      ["a line that begins in the same way", "uninitialized1\n", "id:uninitialized1"],
+      ["an empty line", "\n", named],
+      ["an empty file", "", named],
+      ["no file", null, named],
     ];
-    const account = await start_account(t);
+    const account = await startAccount(t);
     for (const [what, content, origin] of rows) {
       await t.test(what, async (row) => {
-        assert.equal(await new_id(row, account, { wrapper: with_machine_id_file(content) }), id_of(origin));
+        assert.equal(await newId(row, account, { wrapper: withMachineIdFile(content) }), idOf(origin));
       });
     }
   });
 }
 
-if (is_wine) {
-  const place = ['HKLM\\SOFTWARE\\Microsoft\\Cryptography', '/v', 'MachineGuid', '/reg:64'];
-  const name_place = [
-    'HKLM\\System\\CurrentControlSet\\Control\\ComputerName\\ActiveComputerName',
-    '/v',
-    'ComputerName',
-    '/reg:64',
+if (isWine) {
+  const place = ["HKLM\\SOFTWARE\\Microsoft\\Cryptography", "/v", "MachineGuid", "/reg:64"];
+  const namePlace = [
+    "HKLM\\System\\CurrentControlSet\\Control\\ComputerName\\ActiveComputerName",
+    "/v",
+    "ComputerName",
+    "/reg:64",
   ];
 
-  const is_guid = /^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$/;
+  const isGuid = /^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$/;
 
   // A text of the registry, or undefined where there is none.
-  async function registry_text(t, [key, ...value]) {
-    const { output } = await run(t, 'reg', ['query', key, ...value]);
+  async function registryText(t, [key, ...value]) {
+    const { output } = await run(t, "reg", ["query", key, ...value]);
     return output.match(/ REG_SZ +([^\r\n]+)/)?.[1];
   }
 
-  async function change_registry(t, ...args) {
-    const { code, output, errors } = await run(t, 'reg', args);
-    assert.equal(code, 0, `reg ${args.join(' ')}: ${output}${errors}`);
+  async function changeRegistry(t, ...args) {
+    const { code, output, errors } = await run(t, "reg", args);
+    assert.equal(code, 0, `reg ${args.join(" ")}: ${output}${errors}`);
   }
 
-  test('the id is made of the identifier in the registry, or of the name of the computer', limits, async (t) => {
-    const account = await start_account(t);
-    const name = await registry_text(t, name_place);
-    assert.ok(name, 'the computer has a name');
-    const put = (text) => change_registry(t, 'add', ...place, '/d', text, '/f');
-    // A run that was ended in the middle has left something else.
-    if (!is_guid.test(await registry_text(t, place))) await put(randomUUID());
-    const found = await registry_text(t, place);
-    t.after(() => put(found));
+  test(
+    "the id is made of the identifier in the registry, or of the name of the computer",
+    limits,
+    async (t) => {
+      const account = await startAccount(t);
+      const name = await registryText(t, namePlace);
+      assert.ok(name, "the computer has a name");
+      const put = (text) => changeRegistry(t, "add", ...place, "/d", text, "/f");
+      // A run that was ended in the middle has left something else.
+      if (!isGuid.test(await registryText(t, place))) await put(randomUUID());
+      const found = await registryText(t, place);
+      t.after(() => put(found));
 
-    assert.equal(await new_id(t, account), id_of(`id:${found}`), 'as the system has made it');
-    const another = '6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2';
-    await put(another);
-    assert.equal(await new_id(t, account), id_of(`id:${another}`), 'another one');
-    await put('x'.repeat(63));
-    assert.equal(await new_id(t, account), id_of(`id:${'x'.repeat(63)}`), 'one of 63 characters');
-    await put('x'.repeat(64));
-    assert.equal(await new_id(t, account), id_of(`name:${name}`), 'one that is too long');
-    await change_registry(t, 'delete', ...place, '/f');
-    assert.equal(await new_id(t, account), id_of(`name:${name}`), 'none');
-  });
+      assert.equal(await newId(t, account), idOf(`id:${found}`), "as the system has made it");
+      const another = "6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2";
+      await put(another);
+      assert.equal(await newId(t, account), idOf(`id:${another}`), "another one");
+      await put("x".repeat(63));
+      assert.equal(await newId(t, account), idOf(`id:${"x".repeat(63)}`), "one of 63 characters");
+      await put("x".repeat(64));
+      assert.equal(await newId(t, account), idOf(`name:${name}`), "one that is too long");
+      await changeRegistry(t, "delete", ...place, "/f");
+      assert.equal(await newId(t, account), idOf(`name:${name}`), "none");
+    },
+  );
 }

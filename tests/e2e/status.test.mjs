@@ -1,250 +1,266 @@
 // The status document from outside: its members, and that each shows what is so. That it is asked for changes nothing.
 //
 // A bridge that is closed cannot be had from outside: a service without one does not start. The unit tests have it.
-import assert from 'node:assert/strict';
-import fs from 'node:fs';
-import path from 'node:path';
-import test from 'node:test';
+import assert from "node:assert/strict";
+import fs from "node:fs";
+import path from "node:path";
+import test from "node:test";
 
 import {
-  answer_bytes,
+  answerBytes,
   answers,
   ask,
-  body_of,
-  build_directory,
-  creating_service,
+  bodyOf,
+  buildDirectory,
+  creatingService,
   exchange,
-  is_native,
-  is_wine,
-  json_document,
-  make_directory,
+  isNative,
+  isWine,
+  jsonDocument,
+  makeDirectory,
   poll,
-  read_record,
-  request_bytes,
+  readRecord,
+  requestBytes,
   run,
-  start_effect,
-  start_service,
-  unique_mapping_name,
-} from './harness.mjs';
-import { quiet_system } from './quiet_system.mjs';
-import { Machine, dword_data, export_text, keep_keys, list_data, render_path, text_data } from './registry.mjs';
+  startEffect,
+  startService,
+  uniqueMappingName,
+} from "./harness.mjs";
+import { quietSystem } from "./quiet_system.mjs";
+import { Machine, dwordData, exportText, keepKeys, listData, renderPath, textData } from "./registry.mjs";
 
 const limits = { timeout: 120_000 };
-const quiet = quiet_system();
-const status = '/api/v1/status';
-const footstep = '/api/v1/render/effects/footstep';
-const algorithm = '/api/v1/render/effects/algorithm';
+const quiet = quietSystem();
+const status = "/api/v1/status";
+const footstep = "/api/v1/render/effects/footstep";
+const algorithm = "/api/v1/render/effects/algorithm";
 
-const effect = '{631D9145-CACF-44D7-861B-5D82ADD8C84F}';
-const invalid_argument = -2147024809;
-const not_found = -2147023728;
-const missing_file = -2147024894;
-const unspecified_failure = -2147467259;
+const effect = "{631D9145-CACF-44D7-861B-5D82ADD8C84F}";
+const invalidArgument = -2147024809;
+const notFound = -2147023728;
+const missingFile = -2147024894;
+const unspecifiedFailure = -2147467259;
 const pending = -2147483638;
 
 // ---- the document ----
 
 // Every member in its order, with its type: bool, text, texts, float, and whole numbers by their sign and bits.
 const form = {
-  render: { available: 'bool', volume: 'float', muted: 'bool', error_code: 'i32' },
+  render: { available: "bool", volume: "float", muted: "bool", error_code: "i32" },
   footstep: {
-    bypass: 'bool',
-    bypass_all: 'bool',
-    enhance_strength: 'float',
-    output_trim_db: 'float',
-    mask_time_alpha: 'float',
-    mask_frequency_smooth: 'i32',
-    limiter_enabled: 'bool',
-    limiter_ceiling_db: 'float',
-    stereo_link: 'i32',
+    bypass: "bool",
+    bypass_all: "bool",
+    enhance_strength: "float",
+    output_trim_db: "float",
+    mask_time_alpha: "float",
+    mask_frequency_smooth: "i32",
+    limiter_enabled: "bool",
+    limiter_ceiling_db: "float",
+    stereo_link: "i32",
   },
   session: {
-    account: 'text',
-    signed_in: 'bool',
-    usage_seconds: 'i64',
-    signed_in_unix: 'i64',
-    primary_machine_id: 'text',
-    primary_known: 'bool',
-    public_id: 'text',
-    referral_open: 'bool',
-    referrer: 'text',
-    invite_url: 'text',
+    account: "text",
+    signed_in: "bool",
+    usage_seconds: "i64",
+    signed_in_unix: "i64",
+    primary_machine_id: "text",
+    primary_known: "bool",
+    public_id: "text",
+    referral_open: "bool",
+    referrer: "text",
+    invite_url: "text",
   },
-  versions: { app: 'text', algorithm: 'text' },
-  control_bridge: 'text',
-  control_bridge_available: 'bool',
+  versions: { app: "text", algorithm: "text" },
+  control_bridge: "text",
+  control_bridge_available: "bool",
   apo_diagnostics: {
-    available: 'bool',
-    initialize_attempt_count: 'u64',
-    initialize_runtime_count: 'u32',
-    initialize_discovery_count: 'u32',
-    initialize_count: 'u64',
-    lock_count: 'u64',
-    initialize_data_size: 'u32',
-    initialize_declared_size: 'u32',
-    initialize_structure: 'u32',
-    initialize_processing_mode: 'u32',
-    initialize_for_discovery_only: 'bool',
-    initialize_stage: 'u32',
-    initialize_hresult: 'i32',
-    format_negotiation_count: 'u64',
-    input_format_negotiation_count: 'u32',
-    output_format_negotiation_count: 'u32',
-    get_effects_list_count: 'u32',
-    get_controllable_effects_list_count: 'u32',
-    get_latency_count: 'u32',
-    get_input_channel_count_count: 'u32',
-    last_effect_count: 'u32',
-    last_controllable_effect_count: 'u32',
-    last_latency_nonzero: 'bool',
-    last_input_channel_count: 'u32',
-    get_effects_list_succeeded: 'bool',
-    get_controllable_effects_list_succeeded: 'bool',
-    get_latency_succeeded: 'bool',
-    get_input_channel_count_succeeded: 'bool',
-    lock_attempt_count: 'u64',
-    lock_stage: 'u32',
-    lock_hresult: 'i32',
-    lock_input_sample_rate: 'u32',
-    lock_input_channels: 'u32',
-    lock_input_valid_bits: 'u32',
-    lock_input_container_bytes: 'u32',
-    lock_input_format_type: 'u32',
-    lock_output_sample_rate: 'u32',
-    lock_output_channels: 'u32',
-    lock_output_valid_bits: 'u32',
-    lock_output_container_bytes: 'u32',
-    lock_output_format_type: 'u32',
-    sample_rate: 'u32',
-    channels: 'u32',
-    algorithm_requested: 'bool',
-    pipeline_mode: 'u32',
-    last_algorithm_error: 'i32',
-    applied_valid: 'bool',
-    applied_bypass: 'bool',
-    applied_bypass_all: 'bool',
-    applied_strength: 'float',
-    processing_gain_valid: 'bool',
-    processing_gain_db: 'float',
-    processing_block_count: 'u32',
-    initialized_mode_mask: 'u32',
-    locked_mode_mask: 'u32',
-    processed_mode_mask: 'u32',
-    total_processed_blocks: 'u64',
-    capture_reported: 'bool',
-    capture_state: 'u32',
-    capture_seconds: 'u32',
-    capture_detail_code: 'i32',
+    available: "bool",
+    initialize_attempt_count: "u64",
+    initialize_runtime_count: "u32",
+    initialize_discovery_count: "u32",
+    initialize_count: "u64",
+    lock_count: "u64",
+    initialize_data_size: "u32",
+    initialize_declared_size: "u32",
+    initialize_structure: "u32",
+    initialize_processing_mode: "u32",
+    initialize_for_discovery_only: "bool",
+    initialize_stage: "u32",
+    initialize_hresult: "i32",
+    format_negotiation_count: "u64",
+    input_format_negotiation_count: "u32",
+    output_format_negotiation_count: "u32",
+    get_effects_list_count: "u32",
+    get_controllable_effects_list_count: "u32",
+    get_latency_count: "u32",
+    get_input_channel_count_count: "u32",
+    last_effect_count: "u32",
+    last_controllable_effect_count: "u32",
+    last_latency_nonzero: "bool",
+    last_input_channel_count: "u32",
+    get_effects_list_succeeded: "bool",
+    get_controllable_effects_list_succeeded: "bool",
+    get_latency_succeeded: "bool",
+    get_input_channel_count_succeeded: "bool",
+    lock_attempt_count: "u64",
+    lock_stage: "u32",
+    lock_hresult: "i32",
+    lock_input_sample_rate: "u32",
+    lock_input_channels: "u32",
+    lock_input_valid_bits: "u32",
+    lock_input_container_bytes: "u32",
+    lock_input_format_type: "u32",
+    lock_output_sample_rate: "u32",
+    lock_output_channels: "u32",
+    lock_output_valid_bits: "u32",
+    lock_output_container_bytes: "u32",
+    lock_output_format_type: "u32",
+    sample_rate: "u32",
+    channels: "u32",
+    algorithm_requested: "bool",
+    pipeline_mode: "u32",
+    last_algorithm_error: "i32",
+    applied_valid: "bool",
+    applied_bypass: "bool",
+    applied_bypass_all: "bool",
+    applied_strength: "float",
+    processing_gain_valid: "bool",
+    processing_gain_db: "float",
+    processing_block_count: "u32",
+    initialized_mode_mask: "u32",
+    locked_mode_mask: "u32",
+    processed_mode_mask: "u32",
+    total_processed_blocks: "u64",
+    capture_reported: "bool",
+    capture_state: "u32",
+    capture_seconds: "u32",
+    capture_detail_code: "i32",
   },
   apo_host: {
-    elevated: 'bool',
-    clsid_registered: 'bool',
-    protected_audio_dg_disabled: 'bool',
-    apo_dll_present: 'bool',
-    algorithm_present: 'bool',
-    apo_dll_path: 'text',
-    render_clsid: 'text',
+    elevated: "bool",
+    clsid_registered: "bool",
+    protected_audio_dg_disabled: "bool",
+    apo_dll_present: "bool",
+    algorithm_present: "bool",
+    apo_dll_path: "text",
+    render_clsid: "text",
   },
   audio_engine: {
-    running: 'bool',
-    process_id: 'u32',
-    apo_loaded: 'bool',
-    algorithm_loaded: 'bool',
-    apo_module_path: 'text',
-    error_code: 'i32',
+    running: "bool",
+    process_id: "u32",
+    apo_loaded: "bool",
+    algorithm_loaded: "bool",
+    apo_module_path: "text",
+    error_code: "i32",
   },
-  apo_binding: { endpoint_id: 'text', bound: 'bool', fx_key_present: 'bool', error_code: 'i32', chain: 'texts' },
+  apo_binding: {
+    endpoint_id: "text",
+    bound: "bool",
+    fx_key_present: "bool",
+    error_code: "i32",
+    chain: "texts",
+  },
 };
 
-const whole_number_form = /^(0|-?[1-9][0-9]*)$/;
-const whole_between = (low, high) => (text) =>
-  whole_number_form.test(text) && BigInt(text) >= low && BigInt(text) <= high;
+const wholeNumberForm = /^(0|-?[1-9][0-9]*)$/;
+const wholeBetween = (low, high) => (text) =>
+  wholeNumberForm.test(text) && BigInt(text) >= low && BigInt(text) <= high;
 
 // What each type's text may be.
-const text_form = /^"(?:[\x20\x21\x23-\x5b\x5d-\x7e\x80-\xff]|\\["\\bfnrt]|\\u00[01][0-9a-f])*"$/;
-const is_of_type = {
-  bool: (text) => text === 'true' || text === 'false',
-  text: (text) => text_form.test(text),
-  texts: (text) => text === '[]' || text.slice(1, -1).split(',').every((entry) => text_form.test(entry)),
-  float: (text) => /^-?[0-9]+(\.[0-9]+)?(e[+-][0-9]{2})?$/.test(text) && text.replace(/e.*|\D|^-?0\.0*/g, '').length <= 7,
-  i32: whole_between(-(2n ** 31n), 2n ** 31n - 1n),
-  u32: whole_between(0n, 2n ** 32n - 1n),
-  i64: whole_between(-(2n ** 63n), 2n ** 63n - 1n),
-  u64: whole_between(0n, 2n ** 64n - 1n),
+const textForm = /^"(?:[\x20\x21\x23-\x5b\x5d-\x7e\x80-\xff]|\\["\\bfnrt]|\\u00[01][0-9a-f])*"$/;
+const isOfType = {
+  bool: (text) => text === "true" || text === "false",
+  text: (text) => textForm.test(text),
+  texts: (text) =>
+    text === "[]" ||
+    text
+      .slice(1, -1)
+      .split(",")
+      .every((entry) => textForm.test(entry)),
+  float: (text) =>
+    /^-?[0-9]+(\.[0-9]+)?(e[+-][0-9]{2})?$/.test(text) && text.replace(/e.*|\D|^-?0\.0*/g, "").length <= 7,
+  i32: wholeBetween(-(2n ** 31n), 2n ** 31n - 1n),
+  u32: wholeBetween(0n, 2n ** 32n - 1n),
+  i64: wholeBetween(-(2n ** 63n), 2n ** 63n - 1n),
+  u64: wholeBetween(0n, 2n ** 64n - 1n),
 };
 
 // The text of each member of an object without blanks, in its order. No string of ours holds what looks like a member.
-function members_of(text) {
-  assert.ok(text.startsWith('{') && text.endsWith('}'), text);
+function membersOf(text) {
+  assert.ok(text.startsWith("{") && text.endsWith("}"), text);
   const members = [];
   let depth = 0;
   let begin = 1;
-  let in_string = false;
+  let inString = false;
   for (let at = 1; at < text.length; ++at) {
     const char = text[at];
-    if (in_string) {
-      if (char === '\\') ++at;
-      else if (char === '"') in_string = false;
+    if (inString) {
+      if (char === "\\") ++at;
+      else if (char === '"') inString = false;
       continue;
     }
-    if (char === '"') in_string = true;
-    if ('{['.includes(char)) ++depth;
-    if ((char === ',' && depth === 0) || at === text.length - 1) {
-      const [, key, value] = /^"([a-z_]+)":([^]*)$/.exec(text.slice(begin, at)) ?? assert.fail(text.slice(begin, at));
+    if (char === '"') inString = true;
+    if ("{[".includes(char)) ++depth;
+    if ((char === "," && depth === 0) || at === text.length - 1) {
+      const [, key, value] =
+        /^"([a-z_]+)":([^]*)$/.exec(text.slice(begin, at)) ?? assert.fail(text.slice(begin, at));
       members.push([key, value]);
       begin = at + 1;
     }
-    if ('}]'.includes(char)) --depth;
+    if ("}]".includes(char)) --depth;
   }
   return members;
 }
 
 // Holds the order of the members and the type of each.
-function assert_form(text, wanted = form) {
-  const members = members_of(text);
-  assert.deepEqual(members.map(([key]) => key), Object.keys(wanted));
+function assertForm(text, wanted = form) {
+  const members = membersOf(text);
+  assert.deepEqual(
+    members.map(([key]) => key),
+    Object.keys(wanted),
+  );
   for (const [key, value] of members) {
     const type = wanted[key];
-    if (typeof type === 'object') assert_form(value, type);
-    else assert.ok(is_of_type[type](value), `${key} is ${type}: ${value}`);
+    if (typeof type === "object") assertForm(value, type);
+    else assert.ok(isOfType[type](value), `${key} is ${type}: ${value}`);
   }
 }
 
-async function status_text(service) {
-  const answer = await ask(service, 'GET', status);
-  const text = body_of(answer);
-  assert.equal(answer, answer_bytes(200, 'OK', json_document, text));
+async function statusText(service) {
+  const answer = await ask(service, "GET", status);
+  const text = bodyOf(answer);
+  assert.equal(answer, answerBytes(200, "OK", jsonDocument, text));
   return text;
 }
 
-async function read_status(service) {
-  const text = await status_text(service);
-  assert_form(text);
+async function readStatus(service) {
+  const text = await statusText(service);
+  assertForm(text);
   return JSON.parse(text);
 }
 
 // A member as it stands in the text, whether that is JSON or not.
-function member_text(text, object, key) {
-  const [, members] = members_of(text).find(([name]) => name === object);
-  return members_of(members).find(([name]) => name === key)[1];
+function memberText(text, object, key) {
+  const [, members] = membersOf(text).find(([name]) => name === object);
+  return membersOf(members).find(([name]) => name === key)[1];
 }
 
 // ---- expected values ----
 
 const nobody = {
-  account: '',
+  account: "",
   signed_in: false,
   usage_seconds: 0,
   signed_in_unix: 0,
-  primary_machine_id: '',
+  primary_machine_id: "",
   primary_known: false,
-  public_id: '',
+  public_id: "",
   referral_open: false,
-  referrer: '',
-  invite_url: '',
+  referrer: "",
+  invite_url: "",
 };
 
-const new_footstep = {
+const newFootstep = {
   bypass: true,
   bypass_all: false,
   enhance_strength: 0,
@@ -258,7 +274,7 @@ const new_footstep = {
 
 // Before the effect has reported anything, and with these differences behind it.
 function diagnostics(differences = {}) {
-  const zero = (type) => (type === 'bool' ? false : 0);
+  const zero = (type) => (type === "bool" ? false : 0);
   const entries = Object.entries(form.apo_diagnostics).map(([key, type]) => [key, zero(type)]);
   for (const key of Object.keys(differences)) assert.ok(key in form.apo_diagnostics, key);
   return { ...Object.fromEntries(entries), available: true, ...differences };
@@ -330,7 +346,7 @@ const locked = {
   pipeline_mode: 2,
   locked_mode_mask: 2,
 };
-const processed_by_three = {
+const processedByThree = {
   applied_valid: true,
   applied_bypass: true,
   processing_gain_valid: true,
@@ -339,49 +355,55 @@ const processed_by_three = {
   processed_mode_mask: 2,
   total_processed_blocks: 90,
 };
-const no_format = Object.fromEntries(Object.keys(formats).map((key) => [key, 0]));
-const no_pending = { initialize_hresult: 0, lock_hresult: 0 };
-const whole_life = {
-  ...discovered, ...negotiated, ...answered, ...initialized, ...locked, ...processed_by_three, ...no_pending,
+const noFormat = Object.fromEntries(Object.keys(formats).map((key) => [key, 0]));
+const noPending = { initialize_hresult: 0, lock_hresult: 0 };
+const wholeLife = {
+  ...discovered,
+  ...negotiated,
+  ...answered,
+  ...initialized,
+  ...locked,
+  ...processedByThree,
+  ...noPending,
 };
 
 // ---- machines of the tests' own ----
 
-const guid = '{0000e77f-c0de-4a4d-9f3b-2f8f4d3f00a1}';
-const other_guid = '{0000e780-c0de-4a4d-9f3b-2f8f4d3f00a1}';
-const id_of = (endpoint_guid) => `{0.0.0.00000000}.${endpoint_guid}`;
-const own_path = 'HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Audio';
-const class_path = `HKEY_LOCAL_MACHINE\\SOFTWARE\\Classes\\CLSID\\${effect}`;
-const server_path = `${class_path}\\InprocServer32`;
-const protection_path = 'HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio';
-const chain_value = '{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14';
-const driver_effect = '{9063CBD4-3561-449D-8011-E21BBB69B9DB}';
+const guid = "{0000e77f-c0de-4a4d-9f3b-2f8f4d3f00a1}";
+const otherGuid = "{0000e780-c0de-4a4d-9f3b-2f8f4d3f00a1}";
+const idOf = (endpointGuid) => `{0.0.0.00000000}.${endpointGuid}`;
+const ownPath = "HKEY_LOCAL_MACHINE\\SOFTWARE\\VelmoraStandIn\\Audio";
+const classPath = `HKEY_LOCAL_MACHINE\\SOFTWARE\\Classes\\CLSID\\${effect}`;
+const serverPath = `${classPath}\\InprocServer32`;
+const protectionPath = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio";
+const chainValue = "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14";
+const driverEffect = "{9063CBD4-3561-449D-8011-E21BBB69B9DB}";
 
-function render_keys(endpoint_guid, { state = 1, fx = [], volume, muted } = {}) {
+function renderKeys(endpointGuid, { state = 1, fx = [], volume, muted } = {}) {
   const own = [];
-  if (volume !== undefined) own.push(['Volume', text_data(volume)]);
-  if (muted !== undefined) own.push(['Muted', dword_data(muted)]);
-  const keys = [[`${render_path}\\${endpoint_guid}`, [['DeviceState', dword_data(state)]]]];
-  if (fx) keys.push([`${render_path}\\${endpoint_guid}\\FxProperties`, fx]);
-  if (own.length > 0) keys.push([`${own_path}\\${id_of(endpoint_guid)}`, own]);
+  if (volume !== undefined) own.push(["Volume", textData(volume)]);
+  if (muted !== undefined) own.push(["Muted", dwordData(muted)]);
+  const keys = [[`${renderPath}\\${endpointGuid}`, [["DeviceState", dwordData(state)]]]];
+  if (fx) keys.push([`${renderPath}\\${endpointGuid}\\FxProperties`, fx]);
+  if (own.length > 0) keys.push([`${ownPath}\\${idOf(endpointGuid)}`, own]);
   return keys;
 }
 
-async function start_on(t, keys, env = {}) {
-  const machine = await Machine.make(t, export_text(keys));
-  const service = await start_service(t, { env: { ...quiet(), ...machine.env, ...env } });
+async function startOn(t, keys, env = {}) {
+  const machine = await Machine.make(t, exportText(keys));
+  const service = await startService(t, { env: { ...quiet(), ...machine.env, ...env } });
   return { machine, service };
 }
 
 // ---- the form and the values ----
 
-test('a new service shows a document of all members in their order', limits, async (t) => {
-  const service = await start_service(t, { env: quiet() });
-  const document = await read_status(service);
-  assert.deepEqual(document.footstep, new_footstep);
+test("a new service shows a document of all members in their order", limits, async (t) => {
+  const service = await startService(t, { env: quiet() });
+  const document = await readStatus(service);
+  assert.deepEqual(document.footstep, newFootstep);
   assert.deepEqual(document.session, nobody);
-  assert.deepEqual(document.versions, { app: '1.2.0', algorithm: 'not found' });
-  assert.equal(document.control_bridge, 'shared_memory_v8');
+  assert.deepEqual(document.versions, { app: "1.2.0", algorithm: "not found" });
+  assert.equal(document.control_bridge, "shared_memory_v8");
   assert.equal(document.control_bridge_available, true);
   assert.deepEqual(document.apo_diagnostics, diagnostics());
   assert.equal(document.apo_host.render_clsid, effect);
@@ -390,139 +412,226 @@ test('a new service shows a document of all members in their order', limits, asy
     process_id: 0,
     apo_loaded: false,
     algorithm_loaded: false,
-    apo_module_path: '',
+    apo_module_path: "",
     error_code: 0,
   });
-  if (is_native) assert.equal(document.apo_host.elevated, process.getuid() === 0);
+  if (isNative) assert.equal(document.apo_host.elevated, process.getuid() === 0);
   await service.stop();
 });
 
-test('other methods and paths lead nowhere, and without the token nothing is told', limits, async (t) => {
-  const service = await start_service(t, { env: quiet() });
-  for (const method of ['DELETE', 'POST', 'PUT', 'PATCH', 'HEAD', 'OPTIONS', 'get', 'GETT']) {
-    assert.equal(await ask(service, method, status), answers.not_found, method);
+test("other methods and paths lead nowhere, and without the token nothing is told", limits, async (t) => {
+  const service = await startService(t, { env: quiet() });
+  for (const method of ["DELETE", "POST", "PUT", "PATCH", "HEAD", "OPTIONS", "get", "GETT"]) {
+    assert.equal(await ask(service, method, status), answers.notFound, method);
   }
-  for (const target of [`${status}/`, '/api/v1/Status', '/api/v1/statu', '/api/v1/status2', '/api/v1//status', '/api/v2/status']) {
-    assert.equal(await ask(service, 'GET', target), answers.not_found, target);
+  for (const target of [
+    `${status}/`,
+    "/api/v1/Status",
+    "/api/v1/statu",
+    "/api/v1/status2",
+    "/api/v1//status",
+    "/api/v2/status",
+  ]) {
+    assert.equal(await ask(service, "GET", target), answers.notFound, target);
   }
-  for (const headers of [[], [['X-Velmora-Token', '']], [['X-Velmora-Token', `${service.token.slice(0, -1)}0`]]]) {
-    assert.equal(await exchange(service, request_bytes(service, { target: status, headers })), answers.no_token);
+  for (const headers of [
+    [],
+    [["X-Velmora-Token", ""]],
+    [["X-Velmora-Token", `${service.token.slice(0, -1)}0`]],
+  ]) {
+    assert.equal(
+      await exchange(service, requestBytes(service, { target: status, headers })),
+      answers.noToken,
+    );
   }
-  assert.equal(await ask(service, 'GET', `${status}?detail=none`), await ask(service, 'GET', status));
+  assert.equal(await ask(service, "GET", `${status}?detail=none`), await ask(service, "GET", status));
   await service.stop();
 });
 
 // ---- the effect's life ----
 
-async function start_with_life(t, more) {
-  const service = await start_service(t, { env: quiet() });
-  const standin = await start_effect(t, service.mapping, ['--life', ...more], 'mapping opened');
-  await standin.wait_for_line('life finished');
+async function startWithLife(t, more) {
+  const service = await startService(t, { env: quiet() });
+  const standin = await startEffect(t, service.mapping, ["--life", ...more], "mapping opened");
+  await standin.waitForLine("life finished");
   return { service, standin };
 }
 
-const short_life = ['--life-blocks', '30', '--life-block-ms', '0'];
+const shortLife = ["--life-blocks", "30", "--life-block-ms", "0"];
 
-test('a life shows in every field', limits, async (t) => {
+test("a life shows in every field", limits, async (t) => {
   const writers = [
-    ['the stand-in\'s writers', []],
-    ['the shared writers', ['--through-shared-writers']],
+    ["the stand-in's writers", []],
+    ["the shared writers", ["--through-shared-writers"]],
   ];
   const records = [];
   for (const [what, more] of writers) {
     await t.test(what, async (row) => {
-      const { service, standin } = await start_with_life(row, [...short_life, '--threads', '3', ...more]);
-      await standin.wait_for_line('applied word=0x8000000100000000 bypass=true bypass_all=false strength=0');
-      assert.deepEqual((await read_status(service)).apo_diagnostics, diagnostics(whole_life));
-      records.push(await read_record(row, service.mapping));
+      const { service, standin } = await startWithLife(row, [...shortLife, "--threads", "3", ...more]);
+      await standin.waitForLine("applied word=0x8000000100000000 bypass=true bypass_all=false strength=0");
+      assert.deepEqual((await readStatus(service)).apo_diagnostics, diagnostics(wholeLife));
+      records.push(await readRecord(row, service.mapping));
       await standin.stop();
-      assert.deepEqual((await read_status(service)).apo_diagnostics, diagnostics(whole_life), 'it outlives the effect');
+      assert.deepEqual(
+        (await readStatus(service)).apo_diagnostics,
+        diagnostics(wholeLife),
+        "it outlives the effect",
+      );
       await service.stop();
     });
   }
-  assert.deepEqual(records[0], records[1], 'both definitions of the words leave the same bytes');
+  assert.deepEqual(records[0], records[1], "both definitions of the words leave the same bytes");
 });
 
-test('trouble in a life shows where it stopped', limits, async (t) => {
-  const none_processed = { applied_valid: false };
+test("trouble in a life shows where it stopped", limits, async (t) => {
+  const noneProcessed = { applied_valid: false };
   const rows = [
-    ['initialize', {
-      ...discovered, ...negotiated, ...answered, ...initialized, ...none_processed,
-      initialize_count: 1, initialize_stage: 4, initialize_hresult: -2147024882, initialized_mode_mask: 0,
-    }],
-    ['hang', {
-      ...discovered, ...negotiated, ...answered, ...initialized, ...none_processed,
-      initialize_count: 1, initialize_stage: 4, initialize_hresult: pending, initialized_mode_mask: 0,
-    }],
-    ['lock', {
-      ...discovered, ...negotiated, ...answered, ...initialized, ...none_processed, ...no_format,
-      lock_attempt_count: 1, lock_stage: 2, lock_hresult: -2004287480,
-    }],
-    ['query', {
-      ...whole_life, ...Object.fromEntries(Object.keys(answered).map((key) => [key, diagnostics()[key]])), ...asked,
-    }],
+    [
+      "initialize",
+      {
+        ...discovered,
+        ...negotiated,
+        ...answered,
+        ...initialized,
+        ...noneProcessed,
+        initialize_count: 1,
+        initialize_stage: 4,
+        initialize_hresult: -2147024882,
+        initialized_mode_mask: 0,
+      },
+    ],
+    [
+      "hang",
+      {
+        ...discovered,
+        ...negotiated,
+        ...answered,
+        ...initialized,
+        ...noneProcessed,
+        initialize_count: 1,
+        initialize_stage: 4,
+        initialize_hresult: pending,
+        initialized_mode_mask: 0,
+      },
+    ],
+    [
+      "lock",
+      {
+        ...discovered,
+        ...negotiated,
+        ...answered,
+        ...initialized,
+        ...noneProcessed,
+        ...noFormat,
+        lock_attempt_count: 1,
+        lock_stage: 2,
+        lock_hresult: -2004287480,
+      },
+    ],
+    [
+      "query",
+      {
+        ...wholeLife,
+        ...Object.fromEntries(Object.keys(answered).map((key) => [key, diagnostics()[key]])),
+        ...asked,
+      },
+    ],
   ];
   for (const [fault, differences] of rows) {
     await t.test(fault, async (row) => {
       const records = [];
-      for (const more of [[], ['--through-shared-writers']]) {
+      for (const more of [[], ["--through-shared-writers"]]) {
         // Under Wine a start is dear, and which writers report makes no difference to the service.
-        if (is_wine && more.length > 0) continue;
-        const { service, standin } = await start_with_life(row, [...short_life, '--threads', '3', '--life-fault', fault, ...more]);
-        if (fault === 'query') await standin.until('the report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
-        assert.deepEqual((await read_status(service)).apo_diagnostics, diagnostics(differences));
-        records.push(await read_record(row, service.mapping));
+        if (isWine && more.length > 0) continue;
+        const { service, standin } = await startWithLife(row, [
+          ...shortLife,
+          "--threads",
+          "3",
+          "--life-fault",
+          fault,
+          ...more,
+        ]);
+        if (fault === "query")
+          await standin.until("the report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+        assert.deepEqual((await readStatus(service)).apo_diagnostics, diagnostics(differences));
+        records.push(await readRecord(row, service.mapping));
         await standin.stop();
         await service.stop();
       }
-      if (is_native) assert.deepEqual(records[0], records[1], 'both writers leave the same bytes');
+      if (isNative) assert.deepEqual(records[0], records[1], "both writers leave the same bytes");
     });
   }
 });
 
-test('no report of several instances is lost', limits, async (t) => {
-  const service = await start_service(t, { env: quiet() });
-  const more = ['--life', '--life-blocks', '500', '--life-block-ms', '0', '--instances', '4', '--threads', '3'];
+test("no report of several instances is lost", limits, async (t) => {
+  const service = await startService(t, { env: quiet() });
+  const more = [
+    "--life",
+    "--life-blocks",
+    "500",
+    "--life-block-ms",
+    "0",
+    "--instances",
+    "4",
+    "--threads",
+    "3",
+  ];
   const standins = [];
-  for (const writer of [[], ['--through-shared-writers'], []]) {
-    standins.push(await start_effect(t, service.mapping, [...more, ...writer], 'mapping opened'));
+  for (const writer of [[], ["--through-shared-writers"], []]) {
+    standins.push(await startEffect(t, service.mapping, [...more, ...writer], "mapping opened"));
   }
-  for (const standin of standins) await standin.wait_for_line('life finished');
-  for (const standin of standins) await standin.until('its report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
-  const { apo_diagnostics } = await read_status(service);
+  for (const standin of standins) await standin.waitForLine("life finished");
+  for (const standin of standins)
+    await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const { apo_diagnostics } = await readStatus(service);
   // What is stored whole ends alike in every life, but for the mode: that is of whoever came last.
   assert.ok([1, 2, 3, 4].includes(apo_diagnostics.initialize_processing_mode));
-  const last_block = { processing_block_count: 500, processing_gain_db: 3 };
-  const times_twelve = Object.fromEntries(
-    ['initialize_attempt_count', 'initialize_runtime_count', 'initialize_discovery_count', 'initialize_count',
-      'format_negotiation_count', 'input_format_negotiation_count', 'output_format_negotiation_count',
-      'lock_attempt_count', 'lock_count', ...Object.keys(asked)].map((key) => [key, whole_life[key] * 12]));
-  assert.deepEqual(apo_diagnostics, diagnostics({
-    ...whole_life, ...times_twelve, ...last_block,
-    initialized_mode_mask: 0b11110,
-    locked_mode_mask: 0b11110,
-    processed_mode_mask: 0b11110,
-    total_processed_blocks: 3 * 4 * 3 * 500,
-    initialize_processing_mode: apo_diagnostics.initialize_processing_mode,
-  }));
+  const lastBlock = { processing_block_count: 500, processing_gain_db: 3 };
+  const timesTwelve = Object.fromEntries(
+    [
+      "initialize_attempt_count",
+      "initialize_runtime_count",
+      "initialize_discovery_count",
+      "initialize_count",
+      "format_negotiation_count",
+      "input_format_negotiation_count",
+      "output_format_negotiation_count",
+      "lock_attempt_count",
+      "lock_count",
+      ...Object.keys(asked),
+    ].map((key) => [key, wholeLife[key] * 12]),
+  );
+  assert.deepEqual(
+    apo_diagnostics,
+    diagnostics({
+      ...wholeLife,
+      ...timesTwelve,
+      ...lastBlock,
+      initialized_mode_mask: 0b11110,
+      locked_mode_mask: 0b11110,
+      processed_mode_mask: 0b11110,
+      total_processed_blocks: 3 * 4 * 3 * 500,
+      initialize_processing_mode: apo_diagnostics.initialize_processing_mode,
+    }),
+  );
   for (const standin of standins) await standin.stop();
   await service.stop();
 });
 
-test('a capture command and its report show', limits, async (t) => {
+test("a capture command and its report show", limits, async (t) => {
   const rows = [
-    ['an effect that captures', ['--capture-directory', '/nowhere'], 1, -2147483648],
-    ['an effect without a directory', [], 5, -2147024893],
+    ["an effect that captures", ["--capture-directory", "/nowhere"], 1, -2147483648],
+    ["an effect without a directory", [], 5, -2147024893],
   ];
   for (const [what, more, state, detail] of rows) {
     await t.test(what, async (row) => {
-      const service = await start_service(row, { env: quiet() });
-      const standin = await start_effect(row, service.mapping, more, 'mapping opened');
-      await ask(service, 'POST', '/api/v1/debug/capture', '{"action":"start","seconds":120}');
-      await standin.until('its answer', () => standin.output.match(/^capture .*\n/m) ?? undefined);
-      const { apo_diagnostics } = await read_status(service);
+      const service = await startService(row, { env: quiet() });
+      const standin = await startEffect(row, service.mapping, more, "mapping opened");
+      await ask(service, "POST", "/api/v1/debug/capture", '{"action":"start","seconds":120}');
+      await standin.until("its answer", () => standin.output.match(/^capture .*\n/m) ?? undefined);
+      const { apo_diagnostics } = await readStatus(service);
       assert.deepEqual(
-        ['reported', 'state', 'seconds', 'detail_code'].map((name) => apo_diagnostics[`capture_${name}`]),
+        ["reported", "state", "seconds", "detail_code"].map((name) => apo_diagnostics[`capture_${name}`]),
         [true, state, 120, detail],
       );
       await standin.stop();
@@ -533,37 +642,41 @@ test('a capture command and its report show', limits, async (t) => {
 
 // ---- numbers ----
 
-test('numbers have up to seven significant digits', limits, async (t) => {
-  const service = await start_service(t, { env: quiet() });
-  const standin = await start_effect(t, service.mapping, [], 'mapping opened');
-  await standin.until('its first report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
+test("numbers have up to seven significant digits", limits, async (t) => {
+  const service = await startService(t, { env: quiet() });
+  const standin = await startEffect(t, service.mapping, [], "mapping opened");
+  await standin.until("its first report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
   const strengths = [
-    ['0.6', '0.6'],
-    ['0.1', '0.1'],
-    ['1', '1'],
-    ['0.1234567', '0.1234567'],
-    ['0.12345678', '0.1234568'],
-    ['0.9999999', '0.9999999'],
-    ['0.99999999', '1'],
-    ['0.0001', '0.0001'],
-    ['0.00001', '1e-05'],
-    ['0.000012345678', '1.234568e-05'],
-    ['1e-40', '9.999946e-41'],
-    ['0', '0'],
+    ["0.6", "0.6"],
+    ["0.1", "0.1"],
+    ["1", "1"],
+    ["0.1234567", "0.1234567"],
+    ["0.12345678", "0.1234568"],
+    ["0.9999999", "0.9999999"],
+    ["0.99999999", "1"],
+    ["0.0001", "0.0001"],
+    ["0.00001", "1e-05"],
+    ["0.000012345678", "1.234568e-05"],
+    ["1e-40", "9.999946e-41"],
+    ["0", "0"],
   ];
   for (const [strength, written] of strengths) {
     const mark = standin.mark();
-    assert.equal(await ask(service, 'PUT', footstep, `{"bypass":false,"enhance_strength":${strength}}`), answers.done);
-    await standin.until('its report', () => standin.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
-    const text = await status_text(service);
-    assert_form(text);
-    assert.equal(member_text(text, 'footstep', 'enhance_strength'), written, strength);
-    assert.equal(member_text(text, 'apo_diagnostics', 'applied_strength'), written, strength);
+    assert.equal(
+      await ask(service, "PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`),
+      answers.done,
+    );
+    await standin.until("its report", () => standin.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
+    const text = await statusText(service);
+    assertForm(text);
+    assert.equal(memberText(text, "footstep", "enhance_strength"), written, strength);
+    assert.equal(memberText(text, "apo_diagnostics", "applied_strength"), written, strength);
   }
-  const body = '{"output_trim_db":-7.5,"mask_time_alpha":0.5,"mask_frequency_smooth":1,"limiter_enabled":false,' +
+  const body =
+    '{"output_trim_db":-7.5,"mask_time_alpha":0.5,"mask_frequency_smooth":1,"limiter_enabled":false,' +
     '"limiter_ceiling_db":-11.9,"stereo_link":2}';
-  assert.equal(await ask(service, 'PUT', algorithm, body), answers.done);
-  const [, shown] = members_of(await status_text(service))[1];
+  assert.equal(await ask(service, "PUT", algorithm, body), answers.done);
+  const [, shown] = membersOf(await statusText(service))[1];
   assert.equal(
     shown,
     '{"bypass":false,"bypass_all":false,"enhance_strength":0,"output_trim_db":-7.5,"mask_time_alpha":0.5019608,' +
@@ -573,27 +686,27 @@ test('numbers have up to seven significant digits', limits, async (t) => {
   await service.stop();
 });
 
-test('what is no finite number goes out by its name', limits, async (t) => {
+test("what is no finite number goes out by its name", limits, async (t) => {
   const rows = [
-    ['nan', 'nan'],
-    ['-nan', 'nan'],
-    ['inf', 'inf'],
-    ['-inf', '-inf'],
-    ['-0', '-0'],
-    ['123456789', '1.234568e+08'],
-    ['-1.5', '-1.5'],
+    ["nan", "nan"],
+    ["-nan", "nan"],
+    ["inf", "inf"],
+    ["-inf", "-inf"],
+    ["-0", "-0"],
+    ["123456789", "1.234568e+08"],
+    ["-1.5", "-1.5"],
   ];
   for (const [value, written] of rows) {
     await t.test(value, async (row) => {
-      const service = await start_service(row, { env: quiet() });
-      const more = ['--life', ...short_life, '--applied-strength', value, '--gain', value];
-      const standin = await start_effect(row, service.mapping, more, 'mapping opened');
-      await standin.until('its report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
-      const text = await status_text(service);
-      assert.equal(member_text(text, 'apo_diagnostics', 'applied_strength'), written);
-      assert.equal(member_text(text, 'apo_diagnostics', 'processing_gain_db'), written);
+      const service = await startService(row, { env: quiet() });
+      const more = ["--life", ...shortLife, "--applied-strength", value, "--gain", value];
+      const standin = await startEffect(row, service.mapping, more, "mapping opened");
+      await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+      const text = await statusText(service);
+      assert.equal(memberText(text, "apo_diagnostics", "applied_strength"), written);
+      assert.equal(memberText(text, "apo_diagnostics", "processing_gain_db"), written);
       // Everything else stays what it is.
-      assert_form(text.replace(/("applied_strength"|"processing_gain_db"):[^,]*/g, '$1:0'));
+      assertForm(text.replace(/("applied_strength"|"processing_gain_db"):[^,]*/g, "$1:0"));
       await standin.stop();
       await service.stop();
     });
@@ -602,126 +715,138 @@ test('what is no finite number goes out by its name', limits, async (t) => {
 
 // ---- the machine ----
 
-const volume_of = ({ render }) => [render.available, render.volume, render.muted, render.error_code];
+const volumeOf = ({ render }) => [render.available, render.volume, render.muted, render.error_code];
 
-if (is_native) {
-  test('the endpoint that the service works on shows with its volume and its chain', limits, async (t) => {
-    const chain = [driver_effect, effect];
-    const { machine, service } = await start_on(t, [
-      ...render_keys(guid, { volume: '0.6', muted: 0, fx: [[chain_value, list_data(chain)]] }),
-      ...render_keys(other_guid, { volume: '0.25', muted: 1 }),
-      [own_path, [['DefaultRender', text_data(id_of(guid))]]],
+if (isNative) {
+  test("the endpoint that the service works on shows with its volume and its chain", limits, async (t) => {
+    const chain = [driverEffect, effect];
+    const { machine, service } = await startOn(t, [
+      ...renderKeys(guid, { volume: "0.6", muted: 0, fx: [[chainValue, listData(chain)]] }),
+      ...renderKeys(otherGuid, { volume: "0.25", muted: 1 }),
+      [ownPath, [["DefaultRender", textData(idOf(guid))]]],
     ]);
     const bound = { bound: true, fx_key_present: true, error_code: 0, chain };
     const unbound = { bound: false, fx_key_present: true, error_code: 0, chain: [] };
-    const before = await read_status(service);
-    assert.deepEqual(volume_of(before), [true, 0.6, false, 0]);
-    assert.deepEqual(before.apo_binding, { endpoint_id: id_of(guid), ...bound });
-    assert.ok((await status_text(service)).includes('"volume":0.6,'));
+    const before = await readStatus(service);
+    assert.deepEqual(volumeOf(before), [true, 0.6, false, 0]);
+    assert.deepEqual(before.apo_binding, { endpoint_id: idOf(guid), ...bound });
+    assert.ok((await statusText(service)).includes('"volume":0.6,'));
 
-    const body = JSON.stringify({ endpoint_id: id_of(other_guid) });
-    assert.equal(await ask(service, 'PUT', '/api/v1/devices/render', body), answers.done);
-    const chosen = await read_status(service);
-    assert.deepEqual(volume_of(chosen), [true, 0.25, true, 0]);
-    assert.deepEqual(chosen.apo_binding, { endpoint_id: id_of(other_guid), ...unbound });
+    const body = JSON.stringify({ endpoint_id: idOf(otherGuid) });
+    assert.equal(await ask(service, "PUT", "/api/v1/devices/render", body), answers.done);
+    const chosen = await readStatus(service);
+    assert.deepEqual(volumeOf(chosen), [true, 0.25, true, 0]);
+    assert.deepEqual(chosen.apo_binding, { endpoint_id: idOf(otherGuid), ...unbound });
 
-    assert.equal(await ask(service, 'PUT', '/api/v1/render/volume', '{"volume":0.1}'), answers.done);
-    assert.equal(await ask(service, 'PUT', '/api/v1/render/mute', '{"muted":false}'), answers.done);
-    assert.deepEqual(volume_of(await read_status(service)), [true, 0.1, false, 0]);
+    assert.equal(await ask(service, "PUT", "/api/v1/render/volume", '{"volume":0.1}'), answers.done);
+    assert.equal(await ask(service, "PUT", "/api/v1/render/mute", '{"muted":false}'), answers.done);
+    assert.deepEqual(volumeOf(await readStatus(service)), [true, 0.1, false, 0]);
 
-    assert.equal((await machine.run_tool('bind', id_of(other_guid))).code, 0);
-    const after = await read_status(service);
-    assert.deepEqual(after.apo_binding, { endpoint_id: id_of(other_guid), ...bound, chain: [effect] });
+    assert.equal((await machine.runTool("bind", idOf(otherGuid))).code, 0);
+    const after = await readStatus(service);
+    assert.deepEqual(after.apo_binding, { endpoint_id: idOf(otherGuid), ...bound, chain: [effect] });
     await service.stop();
   });
 
-  test('an endpoint that has gone keeps its id and has neither volume nor chain', limits, async (t) => {
-    const gone = [...render_keys(other_guid)];
-    const { machine, service } = await start_on(t, [...render_keys(guid), ...gone]);
-    const body = JSON.stringify({ endpoint_id: id_of(guid) });
-    assert.equal(await ask(service, 'PUT', '/api/v1/devices/render', body), answers.done);
-    fs.writeFileSync(machine.file, export_text(gone));
-    const document = await read_status(service);
-    assert.deepEqual(volume_of(document), [false, 0, false, not_found]);
+  test("an endpoint that has gone keeps its id and has neither volume nor chain", limits, async (t) => {
+    const gone = [...renderKeys(otherGuid)];
+    const { machine, service } = await startOn(t, [...renderKeys(guid), ...gone]);
+    const body = JSON.stringify({ endpoint_id: idOf(guid) });
+    assert.equal(await ask(service, "PUT", "/api/v1/devices/render", body), answers.done);
+    fs.writeFileSync(machine.file, exportText(gone));
+    const document = await readStatus(service);
+    assert.deepEqual(volumeOf(document), [false, 0, false, notFound]);
     assert.deepEqual(document.apo_binding, {
-      endpoint_id: id_of(guid),
+      endpoint_id: idOf(guid),
       bound: false,
       fx_key_present: false,
-      error_code: missing_file,
+      error_code: missingFile,
       chain: [],
     });
     await service.stop();
   });
 
-  test('the effect in the chain is found whatever the case of its letters', limits, async (t) => {
+  test("the effect in the chain is found whatever the case of its letters", limits, async (t) => {
     const rows = [
-      [[[chain_value, list_data([effect.toLowerCase()])]], true, 0, [effect.toLowerCase()]],
-      [[[chain_value, list_data([driver_effect])]], false, 0, [driver_effect]],
-      [[[chain_value, list_data(['a"b\\c', 'Gerät'])]], false, 0, ['a"b\\c', 'Ger?t']],
-      [[[chain_value, text_data(effect)]], false, -2147023092, []],
+      [[[chainValue, listData([effect.toLowerCase()])]], true, 0, [effect.toLowerCase()]],
+      [[[chainValue, listData([driverEffect])]], false, 0, [driverEffect]],
+      [[[chainValue, listData(['a"b\\c', "Gerät"])]], false, 0, ['a"b\\c', "Ger?t"]],
+      [[[chainValue, textData(effect)]], false, -2147023092, []],
       [[], false, 0, []],
     ];
     for (const [fx, bound, error_code, chain] of rows) {
       await t.test(JSON.stringify(chain), async (row) => {
-        const { service } = await start_on(row, render_keys(guid, { fx }));
-        const { apo_binding } = await read_status(service);
-        assert.deepEqual(apo_binding, { endpoint_id: id_of(guid), bound, fx_key_present: true, error_code, chain });
+        const { service } = await startOn(row, renderKeys(guid, { fx }));
+        const { apo_binding } = await readStatus(service);
+        assert.deepEqual(apo_binding, {
+          endpoint_id: idOf(guid),
+          bound,
+          fx_key_present: true,
+          error_code,
+          chain,
+        });
         await service.stop();
       });
     }
   });
 }
 
-test('without a render endpoint there is no id and no look at its chain', limits, async (t) => {
-  const { service } = await start_on(t, [[render_path, []]]);
-  const document = await read_status(service);
+test("without a render endpoint there is no id and no look at its chain", limits, async (t) => {
+  const { service } = await startOn(t, [[renderPath, []]]);
+  const document = await readStatus(service);
   // Wine without a sound server fails as a whole.
-  assert.deepEqual(volume_of(document), [false, 0, false, is_wine ? unspecified_failure : not_found]);
+  assert.deepEqual(volumeOf(document), [false, 0, false, isWine ? unspecifiedFailure : notFound]);
   assert.deepEqual(document.apo_binding, {
-    endpoint_id: '',
+    endpoint_id: "",
     bound: false,
     fx_key_present: false,
-    error_code: invalid_argument,
+    error_code: invalidArgument,
     chain: [],
   });
   await service.stop();
 });
 
 // Registers a library for the effect's class, and what else the system says of it.
-async function start_installed(t, library, { protection } = {}) {
-  if (is_native) {
-    const keys = [[server_path, [['', text_data(library)]]]];
-    if (protection !== undefined) keys.push([protection_path, [['DisableProtectedAudioDG', dword_data(protection)]]]);
-    const text = export_text(keys).replace('""=', '@=');
+async function startInstalled(t, library, { protection } = {}) {
+  if (isNative) {
+    const keys = [[serverPath, [["", textData(library)]]]];
+    if (protection !== undefined)
+      keys.push([protectionPath, [["DisableProtectedAudioDG", dwordData(protection)]]]);
+    const text = exportText(keys).replace('""=', "@=");
     const machine = await Machine.make(t, text);
-    return start_service(t, { env: { ...quiet(), ...machine.env } });
+    return startService(t, { env: { ...quiet(), ...machine.env } });
   }
-  await keep_keys(t, [class_path, protection_path]);
+  await keepKeys(t, [classPath, protectionPath]);
   const add = async (key, ...more) => {
-    const { code, output, errors } = await run(t, 'reg', ['add', key, ...more, '/f']);
+    const { code, output, errors } = await run(t, "reg", ["add", key, ...more, "/f"]);
     assert.equal(code, 0, output + errors);
   };
-  await add(server_path, '/ve', '/d', library);
+  await add(serverPath, "/ve", "/d", library);
   if (protection !== undefined) {
-    await add(protection_path, '/v', 'DisableProtectedAudioDG', '/t', 'REG_DWORD', '/d', String(protection));
+    await add(protectionPath, "/v", "DisableProtectedAudioDG", "/t", "REG_DWORD", "/d", String(protection));
   }
-  return start_service(t, { env: quiet() });
+  return startService(t, { env: quiet() });
 }
 
-test('the installation shows with its path escaped and its foreign letters lost', limits, async (t) => {
+test("the installation shows with its path escaped and its foreign letters lost", limits, async (t) => {
   const rows = [
-    ['C:\\Velmora\\Gerät\\ä試🔊.dll', 'C:\\\\Velmora\\\\Ger?t\\\\????.dll', undefined, false],
-    ['C:\\Program Files\\Velmora\\velmora_windows_apo.dll', 'C:\\\\Program Files\\\\Velmora\\\\velmora_windows_apo.dll', 1, true],
+    ["C:\\Velmora\\Gerät\\ä試🔊.dll", "C:\\\\Velmora\\\\Ger?t\\\\????.dll", undefined, false],
+    [
+      "C:\\Program Files\\Velmora\\velmora_windows_apo.dll",
+      "C:\\\\Program Files\\\\Velmora\\\\velmora_windows_apo.dll",
+      1,
+      true,
+    ],
     ['\\\\?\\C:\\"x".dll', '\\\\\\\\?\\\\C:\\\\\\"x\\".dll', 2, false],
   ];
   for (const [library, written, protection, disabled] of rows) {
     // The command line of Wine's registry program takes no double quote.
-    if (is_wine && library.includes('"')) continue;
+    if (isWine && library.includes('"')) continue;
     await t.test(library, async (row) => {
-      const service = await start_installed(row, library, { protection });
-      const text = await status_text(service);
-      assert_form(text);
-      assert.equal(member_text(text, 'apo_host', 'apo_dll_path'), `"${written}"`);
+      const service = await startInstalled(row, library, { protection });
+      const text = await statusText(service);
+      assertForm(text);
+      assert.equal(memberText(text, "apo_host", "apo_dll_path"), `"${written}"`);
       const { apo_host } = JSON.parse(text);
       assert.equal(apo_host.clsid_registered, true);
       assert.equal(apo_host.protected_audio_dg_disabled, disabled);
@@ -732,120 +857,132 @@ test('the installation shows with its path escaped and its foreign letters lost'
   }
 });
 
-if (is_native) {
+if (isNative) {
   // A process as the system tells of it.
-  function add_process(root, id, program, mapped = []) {
+  function addProcess(root, id, program, mapped = []) {
     const directory = path.join(root, String(id));
     fs.mkdirSync(directory);
-    fs.symlinkSync(program, path.join(directory, 'exe'));
+    fs.symlinkSync(program, path.join(directory, "exe"));
     const lines = mapped.map((file) => `7f0000000000-7f0000001000 r--p 00000000 00:00 1 ${file}\n`);
-    fs.writeFileSync(path.join(directory, 'maps'), lines.join(''));
+    fs.writeFileSync(path.join(directory, "maps"), lines.join(""));
   }
 
-  test('the engine shows with the libraries that it has loaded', limits, async (t) => {
-    const root = make_directory();
-    add_process(root, 7, '/usr/bin/other');
-    add_process(root, 4_000_000, '/opt/AudioDG.exe', ['/opt/audiodg.exe', '/opt/Gerät/Velmora_Windows_APO.dll', '/opt/fse.dll']);
-    const { service } = await start_on(t, render_keys(guid), { VELMORA_PROC: root });
-    assert.deepEqual((await read_status(service)).audio_engine, {
+  test("the engine shows with the libraries that it has loaded", limits, async (t) => {
+    const root = makeDirectory();
+    addProcess(root, 7, "/usr/bin/other");
+    addProcess(root, 4_000_000, "/opt/AudioDG.exe", [
+      "/opt/audiodg.exe",
+      "/opt/Gerät/Velmora_Windows_APO.dll",
+      "/opt/fse.dll",
+    ]);
+    const { service } = await startOn(t, renderKeys(guid), { VELMORA_PROC: root });
+    assert.deepEqual((await readStatus(service)).audio_engine, {
       running: true,
       process_id: 4_000_000,
       apo_loaded: true,
       algorithm_loaded: true,
-      apo_module_path: '/opt/Ger?t/Velmora_Windows_APO.dll',
+      apo_module_path: "/opt/Ger?t/Velmora_Windows_APO.dll",
       error_code: 0,
     });
-    fs.rmSync(path.join(root, '4000000'), { recursive: true });
-    assert.equal((await read_status(service)).audio_engine.running, false, 'it is looked for each time');
+    fs.rmSync(path.join(root, "4000000"), { recursive: true });
+    assert.equal((await readStatus(service)).audio_engine.running, false, "it is looked for each time");
     await service.stop();
   });
 }
 
 // ---- the algorithm ----
 
-test('the algorithm is shown as it was found at the start', limits, async (t) => {
-  const library = (name) => path.join(build_directory, 'programs', name, 'fse.dll');
+test("the algorithm is shown as it was found at the start", limits, async (t) => {
+  const library = (name) => path.join(buildDirectory, "programs", name, "fse.dll");
   const rows = [
-    ['a library that gives its version', '3.2.1', (file) => fs.copyFileSync(library('versioned'), file)],
-    ['a library without the function', 'unknown', (file) => fs.copyFileSync(library('unversioned'), file)],
-    ['a file that is no library', 'unavailable', (file) => fs.writeFileSync(file, 'no library at all\n'.repeat(99))],
-    ['a directory', 'not found', (file) => fs.mkdirSync(file)],
+    ["a library that gives its version", "3.2.1", (file) => fs.copyFileSync(library("versioned"), file)],
+    ["a library without the function", "unknown", (file) => fs.copyFileSync(library("unversioned"), file)],
+    [
+      "a file that is no library",
+      "unavailable",
+      (file) => fs.writeFileSync(file, "no library at all\n".repeat(99)),
+    ],
+    ["a directory", "not found", (file) => fs.mkdirSync(file)],
   ];
   for (const [what, version, furnish] of rows) {
     await t.test(what, async (row) => {
-      const directory = make_directory();
-      const program = path.join(directory, path.basename(creating_service()));
-      fs.copyFileSync(creating_service(), program);
+      const directory = makeDirectory();
+      const program = path.join(directory, path.basename(creatingService()));
+      fs.copyFileSync(creatingService(), program);
       fs.chmodSync(program, 0o755);
-      furnish(path.join(directory, 'fse.dll'));
-      const service = await start_service(row, { program, env: quiet() });
-      assert.equal((await read_status(service)).versions.algorithm, version);
-      if (is_native) {
-        fs.rmSync(path.join(directory, 'fse.dll'), { recursive: true });
-        assert.equal((await read_status(service)).versions.algorithm, version, 'it is not looked at again');
+      furnish(path.join(directory, "fse.dll"));
+      const service = await startService(row, { program, env: quiet() });
+      assert.equal((await readStatus(service)).versions.algorithm, version);
+      if (isNative) {
+        fs.rmSync(path.join(directory, "fse.dll"), { recursive: true });
+        assert.equal((await readStatus(service)).versions.algorithm, version, "it is not looked at again");
       }
       await service.stop();
     });
   }
 });
 
-test('a number is read and written alike when the algorithm has changed the locale', limits, async (t) => {
-  const directory = make_directory();
-  const program = path.join(directory, path.basename(creating_service()));
-  fs.copyFileSync(creating_service(), program);
+test("a number is read and written alike when the algorithm has changed the locale", limits, async (t) => {
+  const directory = makeDirectory();
+  const program = path.join(directory, path.basename(creatingService()));
+  fs.copyFileSync(creatingService(), program);
   fs.chmodSync(program, 0o755);
-  fs.copyFileSync(path.join(build_directory, 'programs/localized/fse.dll'), path.join(directory, 'fse.dll'));
-  const env = { ...quiet(), LOCPATH: path.join(build_directory, 'locales') };
-  const service = await start_service(t, { program, env });
-  assert.equal(service.algorithm, '4.5.6', 'the locale has a decimal comma');
-  assert.equal(await ask(service, 'PUT', footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
-  const text = await status_text(service);
-  assert.equal(member_text(text, 'footstep', 'enhance_strength'), '0.75');
+  fs.copyFileSync(path.join(buildDirectory, "programs/localized/fse.dll"), path.join(directory, "fse.dll"));
+  const env = { ...quiet(), LOCPATH: path.join(buildDirectory, "locales") };
+  const service = await startService(t, { program, env });
+  assert.equal(service.algorithm, "4.5.6", "the locale has a decimal comma");
+  assert.equal(await ask(service, "PUT", footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
+  const text = await statusText(service);
+  assert.equal(memberText(text, "footstep", "enhance_strength"), "0.75");
   await service.stop();
 });
 
 // ---- it only reads ----
 
-test('a status request changes neither the record nor the machine', limits, async (t) => {
+test("a status request changes neither the record nor the machine", limits, async (t) => {
   const keys = [
-    ...render_keys(guid, { volume: '0.5', fx: [[chain_value, list_data([driver_effect])]] }),
-    [server_path, []],
+    ...renderKeys(guid, { volume: "0.5", fx: [[chainValue, listData([driverEffect])]] }),
+    [serverPath, []],
   ];
-  const machine = await Machine.make(t, export_text(keys));
-  const mapping = unique_mapping_name();
-  const standin = await start_effect(t, mapping, ['--life', ...short_life], 'mapping made');
-  await standin.until('its report', () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const machine = await Machine.make(t, exportText(keys));
+  const mapping = uniqueMappingName();
+  const standin = await startEffect(t, mapping, ["--life", ...shortLife], "mapping made");
+  await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
   const env = { ...quiet(), ...machine.env };
-  const service = await start_service(t, { mapping, env });
-  const record = await read_record(t, mapping);
+  const service = await startService(t, { mapping, env });
+  const record = await readRecord(t, mapping);
   const before = await machine.export();
-  const mark = is_native ? fs.statSync(machine.file, { bigint: true }) : undefined;
+  const mark = isNative ? fs.statSync(machine.file, { bigint: true }) : undefined;
   const texts = [];
-  for (let round = 0; round < 20; ++round) texts.push(await status_text(service));
-  assert.deepEqual(new Set(texts).size, 1, 'nothing moves, so nothing in the document does');
-  assert.deepEqual(await read_record(t, mapping), record);
+  for (let round = 0; round < 20; ++round) texts.push(await statusText(service));
+  assert.deepEqual(new Set(texts).size, 1, "nothing moves, so nothing in the document does");
+  assert.deepEqual(await readRecord(t, mapping), record);
   assert.equal(await machine.export(), before);
-  if (is_native) {
+  if (isNative) {
     const after = fs.statSync(machine.file, { bigint: true });
     assert.deepEqual([after.ino, after.mtimeNs, after.ctimeNs], [mark.ino, mark.mtimeNs, mark.ctimeNs]);
-    assert.deepEqual(fs.readdirSync(path.dirname(machine.file)), [path.basename(machine.file)], 'nothing beside it');
+    assert.deepEqual(
+      fs.readdirSync(path.dirname(machine.file)),
+      [path.basename(machine.file)],
+      "nothing beside it",
+    );
   }
   await service.stop();
   await standin.stop();
 });
 
-if (is_native) {
-  test('a machine that cannot be read any more shows as errors in their fields', limits, async (t) => {
-    const { machine, service } = await start_on(t, render_keys(guid));
-    fs.writeFileSync(machine.file, 'no export at all\n');
-    const document = await read_status(service);
+if (isNative) {
+  test("a machine that cannot be read any more shows as errors in their fields", limits, async (t) => {
+    const { machine, service } = await startOn(t, renderKeys(guid));
+    fs.writeFileSync(machine.file, "no export at all\n");
+    const document = await readStatus(service);
     assert.equal(document.render.available, false);
     assert.ok(document.render.error_code < 0);
-    assert.equal(document.apo_binding.endpoint_id, '');
-    assert.equal(document.apo_binding.error_code, invalid_argument);
+    assert.equal(document.apo_binding.endpoint_id, "");
+    assert.equal(document.apo_binding.error_code, invalidArgument);
     assert.equal(document.apo_host.clsid_registered, false);
-    fs.writeFileSync(machine.file, export_text(render_keys(guid)));
-    assert.equal((await read_status(service)).render.available, true);
+    fs.writeFileSync(machine.file, exportText(renderKeys(guid)));
+    assert.equal((await readStatus(service)).render.available, true);
     await service.stop();
   });
 }

@@ -175,10 +175,13 @@ test("from adding the effect to hearing it, and back", limits, async (t) => {
   });
   assert.notEqual(added.id, before.id);
   assert.equal(existsSync(`/proc/${before.id}`), false);
-  assert.equal(added.initialized, 2);  // the discovery, and for use
+  assert.equal(added.initialized, 2); // the discovery, and for use
   await run.untilBlocksMove();
   await run.untilPlaying(speakers);
-  await run.fetch("/api/v1/render/effects/footstep", { method: "PUT", body: '{"bypass":false,"enhance_strength":0.5}' });
+  await run.fetch("/api/v1/render/effects/footstep", {
+    method: "PUT",
+    body: '{"bypass":false,"enhance_strength":0.5}',
+  });
   await poll("the applied word", async () => {
     const { apo_diagnostics: effect } = await run.status();
     return effect.applied_valid && effect.applied_strength === 0.5 ? true : undefined;
@@ -212,7 +215,10 @@ test("an engine that is kept sees the new chain no earlier than at the next star
   const before = await run.look();
   await run.attach(true);
   // Sound plays on, so the supervisor has gone its rounds.
-  for (const [choice, endpoint] of [["none", undefined], ["default", speakers]]) {
+  for (const [choice, endpoint] of [
+    ["none", undefined],
+    ["default", speakers],
+  ]) {
     assert.equal(run.play(choice).status, 0);
     await run.untilPlaying(endpoint);
   }

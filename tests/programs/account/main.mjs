@@ -6,45 +6,45 @@
 // fields are those of service.mjs; `json` in place of a body is an object to send). Without it the program plays a
 // service whose one user is signed in at the second poll. DIRECTORY gets an authority and its certificates, and the
 // service speaks TLS with the good one.
-import fs from 'node:fs';
-import { parseArgs } from 'node:util';
+import fs from "node:fs";
+import { parseArgs } from "node:util";
 
-import { make_authority } from './authority.mjs';
-import { AccountService, json_reply } from './service.mjs';
+import { makeAuthority } from "./authority.mjs";
+import { AccountService, jsonReply } from "./service.mjs";
 
 const { values } = parseArgs({
-  options: { port: { type: 'string' }, replies: { type: 'string' }, tls: { type: 'string' } },
+  options: { port: { type: "string" }, replies: { type: "string" }, tls: { type: "string" } },
 });
 
 const issued = {
-  status: 'issued',
-  account_hash: 'user-1',
-  nickname: 'User One',
-  session_token: 'credential-of-user-1',
-  public_id: '10001',
+  status: "issued",
+  account_hash: "user-1",
+  nickname: "User One",
+  session_token: "credential-of-user-1",
+  public_id: "10001",
   referral_open: true,
-  invite_url: 'https://velmora.invalid/invite/10001',
-  primary_machine_id: 'machine-1',
+  invite_url: "https://velmora.invalid/invite/10001",
+  primary_machine_id: "machine-1",
   session_check_seconds: 2,
 };
-const usual_replies = {
-  '/api/v1/auth/register': [{ json: { state: 'attempt-1', public_id: '10001', referrer_note: '' } }],
-  '/api/v1/auth/password': [{ json: { state: 'attempt-1' } }],
-  '/api/v1/auth/qrcode': [{ json: { state: 'attempt-1', qr_data_url: 'data:image/png;base64,AAAA' } }],
-  '/api/v1/auth/poll': [{ json: { status: 'pending', detail: 'scan the code' } }, { json: issued }],
-  '/api/v1/session/referrer': [{ json: {} }],
-  '/api/v1/session/unbind': [{ json: {} }],
-  '/api/v1/session/check': [{ json: { active: true } }, { json: { active: false } }],
-  '/api/v1/session/release': [{ json: {} }],
+const usualReplies = {
+  "/api/v1/auth/register": [{ json: { state: "attempt-1", public_id: "10001", referrer_note: "" } }],
+  "/api/v1/auth/password": [{ json: { state: "attempt-1" } }],
+  "/api/v1/auth/qrcode": [{ json: { state: "attempt-1", qr_data_url: "data:image/png;base64,AAAA" } }],
+  "/api/v1/auth/poll": [{ json: { status: "pending", detail: "scan the code" } }, { json: issued }],
+  "/api/v1/session/referrer": [{ json: {} }],
+  "/api/v1/session/unbind": [{ json: {} }],
+  "/api/v1/session/check": [{ json: { active: true } }, { json: { active: false } }],
+  "/api/v1/session/release": [{ json: {} }],
 };
 
-const told = values.replies ? JSON.parse(fs.readFileSync(values.replies, 'utf8')) : usual_replies;
-const certificate = values.tls ? make_authority(values.tls).good : undefined;
+const told = values.replies ? JSON.parse(fs.readFileSync(values.replies, "utf8")) : usualReplies;
+const certificate = values.tls ? makeAuthority(values.tls).good : undefined;
 const service = await AccountService.start({ port: Number(values.port ?? 0), certificate });
 for (const [path, replies] of Object.entries(told)) {
-  service.answer(path, ...replies.map(({ json, ...reply }) => (json ? json_reply(json, reply) : reply)));
+  service.answer(path, ...replies.map(({ json, ...reply }) => (json ? jsonReply(json, reply) : reply)));
 }
-service.on_request = ({ head, body }) => process.stdout.write(Buffer.from(`${head}${body}\n\n`, 'latin1'));
+service.onRequest = ({ head, body }) => process.stdout.write(Buffer.from(`${head}${body}\n\n`, "latin1"));
 service.server.ref();
 process.stdout.write(`${service.url}\n`);
-for (const signal of ['SIGINT', 'SIGTERM']) process.on(signal, () => process.exit(0));
+for (const signal of ["SIGINT", "SIGTERM"]) process.on(signal, () => process.exit(0));

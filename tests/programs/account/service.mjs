@@ -6,69 +6,86 @@
 //   headers          pairs, ahead of those of the framing
 //   body             text
 //   framing          'length' (Content-Length), 'chunked', or 'close' (up to the connection's end)
-//   content_length   what Content-Length says, where that is not the truth
+//   contentLength   what Content-Length says, where that is not the truth
 //   raw              the whole reply, head and all, in place of everything above
 //   hold             a promise: the reply waits for it
 //   endless          text that follows the whole reply again and again, until the peer has gone
 //   cut              how many bytes of the reply go out
-//   drip             { bytes, every_ms }: goes out in such pieces, the first one at once
+//   drip             { bytes, everyMs }: goes out in such pieces, the first one at once
 //   then             what follows the last byte that goes out: 'keep' (the connection waits for another request),
 //                    'end' (closed in good order), 'reset', or 'stall' (neither heard nor said anything any more)
-import { once } from 'node:events';
-import net from 'node:net';
-import tls from 'node:tls';
-import { Worker } from 'node:worker_threads';
+import { once } from "node:events";
+import net from "node:net";
+import tls from "node:tls";
+import { Worker } from "node:worker_threads";
 
 function pause(milliseconds) {
   return new Promise((resolve) => setTimeout(resolve, milliseconds));
 }
 
-const wait_limit_ms = 30_000;
-const look_interval_ms = 5;
+const waitLimitMs = 30_000;
+const lookIntervalMs = 5;
 
-const chunk_bytes = 5;
+const chunkBytes = 5;
 
 function chunked(body) {
-  const chunks = body.match(new RegExp(`[^]{1,${Math.max(chunk_bytes, Math.ceil(body.length / 7))}}`, 'g')) ?? [];
-  return [...chunks.map((chunk) => `${chunk.length.toString(16)}\r\n${chunk}\r\n`), '0\r\n\r\n'].join('');
+  const chunks =
+    body.match(new RegExp(`[^]{1,${Math.max(chunkBytes, Math.ceil(body.length / 7))}}`, "g")) ?? [];
+  return [...chunks.map((chunk) => `${chunk.length.toString(16)}\r\n${chunk}\r\n`), "0\r\n\r\n"].join("");
 }
 
 // The bytes of a reply.
-export function reply_bytes({ status = 200, reason = 'OK', headers = [], body = '', framing = 'length', content_length, raw }) {
+export function replyBytes({
+  status = 200,
+  reason = "OK",
+  headers = [],
+  body = "",
+  framing = "length",
+  contentLength,
+  raw,
+}) {
   if (raw !== undefined) return raw;
   const lines = [`HTTP/1.1 ${status} ${reason}`, ...headers.map(([name, value]) => `${name}: ${value}`)];
-  if (framing === 'length') lines.push(`Content-Length: ${content_length ?? body.length}`);
-  if (framing === 'chunked') lines.push('Transfer-Encoding: chunked');
-  return `${lines.join('\r\n')}\r\n\r\n${framing === 'chunked' ? chunked(body) : body}`;
+  if (framing === "length") lines.push(`Content-Length: ${contentLength ?? body.length}`);
+  if (framing === "chunked") lines.push("Transfer-Encoding: chunked");
+  return `${lines.join("\r\n")}\r\n\r\n${framing === "chunked" ? chunked(body) : body}`;
 }
 
 // A reply with a JSON body.
-export function json_reply(fields, more = {}) {
-  const body = Buffer.from(JSON.stringify(fields)).toString('latin1');
-  return { headers: [['Content-Type', 'application/json']], body, ...more };
+export function jsonReply(fields, more = {}) {
+  const body = Buffer.from(JSON.stringify(fields)).toString("latin1");
+  return { headers: [["Content-Type", "application/json"]], body, ...more };
 }
 
 // Takes a whole request off the front of `received`; undefined while there is none.
-function take_request(connection) {
-  const head_end = connection.received.indexOf('\r\n\r\n');
-  if (head_end < 0) return undefined;
-  const head = connection.received.slice(0, head_end + 4);
+function takeRequest(connection) {
+  const headEnd = connection.received.indexOf("\r\n\r\n");
+  if (headEnd < 0) return undefined;
+  const head = connection.received.slice(0, headEnd + 4);
   const length = Number(/\r\ncontent-length: *([0-9]+)\r\n/i.exec(head)?.[1] ?? 0);
   if (connection.received.length < head.length + length) return undefined;
   const body = connection.received.slice(head.length, head.length + length);
   connection.received = connection.received.slice(head.length + length);
-  const [method, target] = head.split(' ', 2);
-  return { method, target, path: target.split('?')[0], head, body, connection: connection.number, at_ms: Date.now() };
+  const [method, target] = head.split(" ", 2);
+  return {
+    method,
+    target,
+    path: target.split("?")[0],
+    head,
+    body,
+    connection: connection.number,
+    atMs: Date.now(),
+  };
 }
 
 export class AccountService {
-  // With `certificate`, { key, cert } as PEM, it speaks TLS. `at_connection` says how connections begin: 'read', or
+  // With `certificate`, { key, cert } as PEM, it speaks TLS. `atConnection` says how connections begin: 'read', or
   // 'end', 'reset' and 'stall' as above, with nothing read.
-  static async start({ port = 0, host = '127.0.0.1', certificate } = {}) {
+  static async start({ port = 0, host = "127.0.0.1", certificate } = {}) {
     const service = new AccountService();
-    service.scheme = certificate ? 'https' : 'http';
+    service.scheme = certificate ? "https" : "http";
     service.host = host;
-    service.at_connection = 'read';
+    service.atConnection = "read";
     service.requests = [];
     service.replies = new Map();
     service.sockets = new Set();
@@ -76,15 +93,15 @@ export class AccountService {
     service.connections = 0;
     service.server = certificate ? tls.createServer(certificate) : net.createServer();
     // A peer that turns away from a certificate is none of a test's failures.
-    service.server.on('tlsClientError', () => {});
-    service.server.on('connection', (socket) => {
+    service.server.on("tlsClientError", () => {});
+    service.server.on("connection", (socket) => {
       service.sockets.add(socket);
-      socket.on('error', () => {});
-      socket.on('close', () => service.sockets.delete(socket));
+      socket.on("error", () => {});
+      socket.on("close", () => service.sockets.delete(socket));
     });
-    service.server.on(certificate ? 'secureConnection' : 'connection', (socket) => service.#serve(socket));
+    service.server.on(certificate ? "secureConnection" : "connection", (socket) => service.#serve(socket));
     service.server.listen({ port, host });
-    await once(service.server, 'listening');
+    await once(service.server, "listening");
     service.server.unref();
     service.port = service.server.address().port;
     service.url = `${service.scheme}://${host}:${service.port}`;
@@ -97,18 +114,18 @@ export class AccountService {
     this.replies.set(path, replies);
   }
 
-  requests_to(path) {
+  requestsTo(path) {
     return this.requests.filter((request) => request.path === path);
   }
 
   // Resolves to the requests to the path when so many have come in all.
-  async wait_for_requests(path, count) {
-    const deadline = Date.now() + wait_limit_ms;
+  async waitForRequests(path, count) {
+    const deadline = Date.now() + waitLimitMs;
     for (;;) {
-      const seen = this.requests_to(path);
+      const seen = this.requestsTo(path);
       if (seen.length >= count) return seen;
       if (Date.now() > deadline) throw new Error(`${seen.length} of ${count} requests came to ${path}`);
-      await pause(look_interval_ms);
+      await pause(lookIntervalMs);
     }
   }
 
@@ -117,71 +134,71 @@ export class AccountService {
     for (const socket of this.sockets) socket.destroy();
   }
 
-  #next_reply(request) {
+  #nextReply(request) {
     const replies = this.replies.get(request.path);
-    if (replies === undefined) return { status: 404, reason: 'Not Found', body: 'no such path' };
+    if (replies === undefined) return { status: 404, reason: "Not Found", body: "no such path" };
     const reply = replies.length > 1 ? replies.shift() : replies[0];
-    return typeof reply === 'function' ? reply(request) : reply;
+    return typeof reply === "function" ? reply(request) : reply;
   }
 
   #finish(socket, how) {
-    if (how === 'end') socket.end();
+    if (how === "end") socket.end();
     // A TLS connection is reset through the one below it.
-    if (how === 'reset') (socket._parent ?? socket).resetAndDestroy();
-    if (how === 'stall') socket.pause();
+    if (how === "reset") (socket._parent ?? socket).resetAndDestroy();
+    if (how === "stall") socket.pause();
   }
 
   async #serve(socket) {
-    const connection = { number: ++this.connections, received: '' };
-    socket.on('error', () => {});
+    const connection = { number: ++this.connections, received: "" };
+    socket.on("error", () => {});
     socket.setNoDelay(true);
-    if (this.at_connection !== 'read') return this.#finish(socket, this.at_connection);
-    const closed = new Promise((resolve) => socket.once('close', resolve));
-    let is_busy = false;
-    const answer_all = async () => {
-      if (is_busy) return;
-      is_busy = true;
-      for (let request = take_request(connection); request; request = take_request(connection)) {
+    if (this.atConnection !== "read") return this.#finish(socket, this.atConnection);
+    const closed = new Promise((resolve) => socket.once("close", resolve));
+    let isBusy = false;
+    const answerAll = async () => {
+      if (isBusy) return;
+      isBusy = true;
+      for (let request = takeRequest(connection); request; request = takeRequest(connection)) {
         this.requests.push(request);
-        this.on_request?.(request);
-        await this.#answer(socket, closed, await this.#next_reply(request));
+        this.onRequest?.(request);
+        await this.#answer(socket, closed, await this.#nextReply(request));
       }
-      is_busy = false;
+      isBusy = false;
     };
-    socket.setEncoding('latin1');
-    socket.on('data', (text) => {
+    socket.setEncoding("latin1");
+    socket.on("data", (text) => {
       connection.received += text;
-      answer_all();
+      answerAll();
     });
   }
 
-  async #go_on(socket, closed, text) {
-    const piece_bytes = 16_384;
-    const piece = text.repeat(Math.ceil(piece_bytes / text.length));
+  async #goOn(socket, closed, text) {
+    const pieceBytes = 16_384;
+    const piece = text.repeat(Math.ceil(pieceBytes / text.length));
     while (!socket.destroyed) {
-      const taken = new Promise((resolve) => socket.write(piece, 'latin1', resolve));
+      const taken = new Promise((resolve) => socket.write(piece, "latin1", resolve));
       await Promise.race([taken, closed]);
     }
   }
 
   async #answer(socket, closed, reply) {
     await reply.hold;
-    const whole = reply_bytes(reply);
+    const whole = replyBytes(reply);
     const bytes = whole.slice(0, reply.cut ?? whole.length);
     const piece = reply.drip?.bytes ?? Math.max(bytes.length, 1);
     for (let at = 0; at < bytes.length && !socket.destroyed; at += piece) {
-      if (at > 0) await pause(reply.drip.every_ms);
-      const taken = new Promise((resolve) => socket.write(bytes.slice(at, at + piece), 'latin1', resolve));
+      if (at > 0) await pause(reply.drip.everyMs);
+      const taken = new Promise((resolve) => socket.write(bytes.slice(at, at + piece), "latin1", resolve));
       await Promise.race([taken, closed]);
     }
-    if (reply.endless !== undefined) await this.#go_on(socket, closed, reply.endless);
-    this.#finish(socket, reply.then ?? (reply.framing === 'close' ? 'end' : 'keep'));
+    if (reply.endless !== undefined) await this.#goOn(socket, closed, reply.endless);
+    this.#finish(socket, reply.then ?? (reply.framing === "close" ? "end" : "keep"));
   }
 }
 
 // A port that nobody accepts from, with its queue full: a connection to it is neither made nor refused. Resolves to
 // its number and `close`.
-export async function start_deaf_port(host = '127.0.0.1') {
+export async function startDeafPort(host = "127.0.0.1") {
   const source = `
     const { parentPort, workerData } = require('node:worker_threads');
     const server = require('node:net').createServer();
@@ -190,20 +207,20 @@ export async function start_deaf_port(host = '127.0.0.1') {
       setImmediate(() => Atomics.wait(new Int32Array(new SharedArrayBuffer(4)), 0, 0));
     });`;
   const worker = new Worker(source, { eval: true, workerData: host });
-  const [port] = await once(worker, 'message');
+  const [port] = await once(worker, "message");
   const fillers = [];
   const close = async () => {
     for (const filler of fillers) filler.destroy();
     await worker.terminate();
   };
-  const wait_ms = 500;
+  const waitMs = 500;
   for (let count = 0; count < 64; ++count) {
     const filler = net.connect({ port, host });
-    filler.on('error', () => {});
+    filler.on("error", () => {});
     fillers.push(filler);
-    const connected = await Promise.race([once(filler, 'connect').then(() => true), pause(wait_ms)]);
+    const connected = await Promise.race([once(filler, "connect").then(() => true), pause(waitMs)]);
     if (connected !== true) return { port, close };
   }
   await close();
-  throw new Error('the queue of a port never filled');
+  throw new Error("the queue of a port never filled");
 }
