@@ -10,6 +10,7 @@ process.chdir(root);
 
 // The rooms of src/ and those that each may include: what its CMake library links, and what that links in turn.
 function readRooms() {
+  /** @type {Record<string, string[]>} */
   const links = {};
   for (const file of files.filter((name) => /^src\/[a-z]+\/CMakeLists\.txt$/.test(name))) {
     for (const [, name, list] of readFileSync(file, "utf8").matchAll(
@@ -18,6 +19,7 @@ function readRooms() {
       links[name] = [...(list.split("LINKS")[1] ?? "").matchAll(/velmora_(\w+)/g)].map(([, room]) => room);
     }
   }
+  /** @param {string} room @returns {Set<string>} */
   const reach = (room, seen = new Set()) => {
     for (const next of links[room] ?? []) if (!seen.has(next)) reach(next, seen.add(next));
     return seen;
@@ -33,6 +35,7 @@ const storeys = [
   ["api"],
   ["service"],
 ];
+/** @param {string} room */
 const storeyOf = (room) => storeys.findIndex((row) => row.includes(room));
 const windowsHeaders =
   /^(windows|winsock2|ws2tcpip|winhttp|audiopolicy|endpointvolume|mmdeviceapi|propidl|tlhelp32|sddl|bcrypt|objbase|shellapi|io|winreg|winsvc)\.h$/;
@@ -48,6 +51,7 @@ const unsuffixed =
   /\b(CreateFile|OpenFileMapping|CreateFileMapping|GetModuleFileName|LoadLibrary|ShellExecute)\(/;
 const linesBeforeAReason = 500;
 
+/** @type {string[]} */
 const breaches = [];
 const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclude-standard"], {
   encoding: "utf8",
@@ -55,10 +59,13 @@ const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclud
   .split("\n")
   .filter((file) => file && existsSync(file));
 const rooms = readRooms();
+/** @param {string} file */
 const isCode = (file) => /\.(h|cpp|c)$/.test(file);
 
+/** @param {string} path */
 const roomOf = (path) => path.split("/")[0];
 
+/** @param {string} file @param {string} line @param {(rule: string) => void} say */
 function checkIncludes(file, line, say) {
   const include = line.match(/^\s*#\s*include\s*([<"])([^>"]+)[>"]/);
   if (!include) return;
@@ -81,6 +88,7 @@ function checkIncludes(file, line, say) {
   if (answer && !mayLook) say("no room looks below the platform seam");
 }
 
+/** @param {string} file @param {string} line @param {(rule: string) => void} say */
 function checkLine(file, line, say) {
   checkIncludes(file, line, say);
   const code = line.replace(/\/\/.*/, "").replace(/"(?:[^"\\]|\\.)*"/g, '""');
@@ -113,7 +121,7 @@ for (const file of files.filter(isCode)) {
   lines.forEach((line, index) =>
     checkLine(file, line, (rule) => breaches.push(`${file}:${index + 1}: ${rule}`)),
   );
-  const say = (rule) => breaches.push(`${file}:1: ${rule}`);
+  const say = (/** @type {string} */ rule) => breaches.push(`${file}:1: ${rule}`);
   if (
     lines.length > linesBeforeAReason &&
     !/\b(Long because|One file because)\b/.test(lines.slice(0, 12).join(" "))

@@ -6,19 +6,17 @@ import { jsonReply } from "../programs/account/service.mjs";
 import {
   accountRequestBytes,
   answerBytes,
-  ask,
   isNative,
   issuedFields,
   jsonDocument,
   noSession,
   refusalBytes,
-  sessionOf,
-  signIn,
   startAccountService,
   startService,
   startServiceFor,
   undoWineEscapes,
   utf8Bytes,
+  words,
 } from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
@@ -43,7 +41,7 @@ const remote = {
 const credentials = '{"username":"user","password":"secret"}';
 const bodies = { register: credentials, password: credentials, referrer: '{"public_id":"10002"}' };
 
-const call = (service, route, body = bodies[route]) => ask(service, ...routes[route], body);
+const call = (service, route, body = bodies[route]) => service.ask(...routes[route], body);
 const done = (text) => answerBytes(200, "OK", jsonDocument, utf8Bytes(text));
 const refused = (status, reason, message) => refusalBytes(status, reason, utf8Bytes(message));
 const badRequest = (message) => refused(400, "Bad Request", message);
@@ -79,7 +77,7 @@ test("without an account service each route but the logout says so", limits, asy
   for (const route of ["poll", "referrer", "unbind"]) {
     assert.equal(await call(service, route), refused(501, "Not Implemented", "未配置账号服务"), route);
   }
-  const noState = await ask(service, "GET", "/api/v1/account/poll");
+  const noState = await service.ask("GET", "/api/v1/account/poll");
   assert.equal(noState, refused(501, "Not Implemented", "未配置账号服务"));
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
   await service.stop();
@@ -106,27 +104,20 @@ test("requests that lack what they need are refused and nothing is asked", limit
   const service = await startServiceFor(t, account);
   const incomplete = [
     "",
-    "{}",
     "no JSON",
-    '{"username":"user"}',
-    '{"password":"secret"}',
-    '{"username":"","password":"secret"}',
-    '{"username":"user","password":""}',
-    '{"username":12,"password":"secret"}',
-    '{"username":"user","password":null}',
-    '{"username":"user","password":"secret',
     '{"username":"us\ner","password":"secret"}',
+    ...words`
+    {} {"username":"user"} {"password":"secret"} {"username":"","password":"secret"}
+    {"username":"user","password":""} {"username":12,"password":"secret"} {"username":"user","password":null}
+    {"username":"user","password":"secret
+  `,
   ];
   for (const body of incomplete) {
     assert.equal(await call(service, "register", body), badRequest("请填写用户名和密码"), body);
     assert.equal(await call(service, "password", body), badRequest("请填写用户名和密码"), body);
   }
   for (const target of ["", "?", "?stat=abc", "?state", "?State=abc", "?x=1&y=2"]) {
-    assert.equal(
-      await ask(service, "GET", `/api/v1/account/poll${target}`),
-      badRequest("缺少 state"),
-      target,
-    );
+    assert.equal(await service.ask("GET", `/api/v1/account/poll${target}`), badRequest("缺少 state"), target);
   }
   // A missing id is told ahead of a missing session.
   for (const body of ["", "{}", '{"public_id":""}', '{"public_id":7}']) {
@@ -146,12 +137,13 @@ test("each operation goes out byte by byte", limits, async (t) => {
   account.answer(remote.password, jsonReply({ state: "s" }));
   account.answer(remote.referrer, jsonReply({}));
   account.answer(remote.unbind, jsonReply({}));
-  await signIn(service, account, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
+  await service.signIn(account, { account_hash: 'ha"s\\h', session_token: 'to"k\\en' });
   account.requests.length = 0;
   // Only quotes and backslashes are escaped: control bytes and UTF-8 go out as they are.
   const odd = '"a\\"b\\\\c\\/d\\n\\t\\b用户\x7f"';
   const oddWire = '"a\\"b\\\\c/d\n\t\b用户\x7f"';
   const session = '"account_hash":"ha\\"s\\\\h","token":"to\\"k\\\\en"';
+  /** @type {any[][]} */
   const rows = [
     ["register", credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
     [
@@ -225,7 +217,7 @@ test("a state goes out as it came", limits, async (t) => {
     ["?state=用户", "用户"],
   ];
   for (const [query, state] of rows) {
-    const answer = await ask(service, "GET", `/api/v1/account/poll${utf8Bytes(query)}`);
+    const answer = await service.ask("GET", `/api/v1/account/poll${utf8Bytes(query)}`);
     assert.equal(answer, done('{"status":"pending","detail":"","nickname":"","public_id":""}'), query);
     const target = `${remote.poll}?state=${utf8Bytes(state)}`;
     assert.deepEqual(takeRequests(account), [accountRequestBytes(account, "GET", target)], query);
@@ -278,7 +270,7 @@ test("a login attempt that the account service opens is passed on", limits, asyn
     account.answer(remote[route], { body: utf8Bytes(reply) });
     assert.equal(await call(service, route), done(answer), `${route} ${reply}`);
   }
-  assert.deepEqual(await sessionOf(service), noSession);
+  assert.deepEqual(await service.session(), noSession);
   await service.stop();
 });
 
@@ -323,7 +315,7 @@ test("replies of 200 that say nothing usable are told as unreadable", limits, as
     account.answer(remote.qrcode, { body });
     assert.equal(await call(service, "qrcode"), callFailed.qrcode(unreadable), body);
   }
-  assert.deepEqual(await sessionOf(service), noSession);
+  assert.deepEqual(await service.session(), noSession);
   await service.stop();
 });
 
@@ -333,6 +325,7 @@ test(
   async (t) => {
     const account = await startAccountService(t);
     const service = await startServiceFor(t, account);
+    /** @type {any[][]} */
     const rows = [
       [403, '{"detail":"密码错误"}', "密码错误"],
       [403, '{"detail":"a\\"b"}', 'a\\"b'],
@@ -361,6 +354,7 @@ test(
 test("a poll passes the progress on, whatever the status of the reply", limits, async (t) => {
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
+  /** @type {any[][]} */
   const rows = [
     [200, '{"status":"pending"}', '{"status":"pending","detail":"","nickname":"","public_id":""}'],
     [200, '{"status":""}', '{"status":"","detail":"","nickname":"","public_id":""}'],
@@ -403,7 +397,7 @@ test("a poll passes the progress on, whatever the status of the reply", limits, 
     account.answer(remote.poll, { status, reason: "As It Is", body: utf8Bytes(reply) });
     assert.equal(await call(service, "poll"), done(answer), reply);
   }
-  assert.deepEqual(await sessionOf(service), noSession);
+  assert.deepEqual(await service.session(), noSession);
   await service.stop();
 });
 
@@ -423,11 +417,11 @@ test("a reply with a public id keeps it without signing in", limits, async (t) =
   );
   const scanned = (id) => done(`{"status":"scanned","detail":"","nickname":"","public_id":"${id}"}`);
   assert.equal(await call(service, "poll"), scanned("10001"));
-  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
+  assert.deepEqual(await service.session(), { ...noSession, public_id: "10001" });
   // An empty one, or none, changes nothing.
   assert.equal(await call(service, "poll"), scanned(""));
   assert.equal(await call(service, "poll"), scanned(""));
-  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
+  assert.deepEqual(await service.session(), { ...noSession, public_id: "10001" });
   await service.stop();
 });
 
@@ -459,16 +453,16 @@ test("what is issued without an account signs nobody in", limits, async (t) => {
   );
   assert.equal(await call(service, "poll"), answer(""));
   assert.equal(await call(service, "poll"), answer(""));
-  assert.deepEqual(await sessionOf(service), noSession);
+  assert.deepEqual(await service.session(), noSession);
   assert.equal(await call(service, "poll"), answer("10001"));
-  assert.deepEqual(await sessionOf(service), { ...noSession, public_id: "10001" });
+  assert.deepEqual(await service.session(), { ...noSession, public_id: "10001" });
 
   // Nor does it change who is signed in.
-  await signIn(service, account);
-  const before = await sessionOf(service);
+  await service.signIn(account);
+  const before = await service.session();
   account.answer(remote.poll, jsonReply(fields));
   assert.equal(await call(service, "poll"), answer(""));
-  assert.deepEqual(await sessionOf(service), before);
+  assert.deepEqual(await service.session(), before);
   account.answer("/api/v1/session/release", jsonReply({}));
   await service.stop();
 });
@@ -495,7 +489,7 @@ test(
       await call(service, "poll"),
       done('{"status":"issued","detail":"欢迎","nickname":"用户","public_id":"10001"}'),
     );
-    const session = await sessionOf(service);
+    const session = await service.session();
     assert.ok(session.signed_in_unix >= begin && session.signed_in_unix <= Date.now() / 1000);
     assert.ok(session.usage_seconds >= 0);
     assert.deepEqual(Object.entries({ ...session, signed_in_unix: 0, usage_seconds: 0 }), [
@@ -512,9 +506,9 @@ test(
     ]);
 
     // A new sign-in takes its place, and what its reply lacks becomes empty.
-    await signIn(service, account, { account_hash: "hash-2" });
+    await service.signIn(account, { account_hash: "hash-2" });
     assert.deepEqual(
-      { ...(await sessionOf(service)), signed_in_unix: 0, usage_seconds: 0 },
+      { ...(await service.session()), signed_in_unix: 0, usage_seconds: 0 },
       { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
     );
     account.answer("/api/v1/session/release", jsonReply({}));
@@ -542,6 +536,7 @@ test("a device that loses its session is named in place of the detail", limits, 
 test("a referral is open by exactly these bytes of the reply", limits, async (t) => {
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
+  /** @type {any[][]} */
   const rows = [
     ['"referral_open":true', true],
     ['"deep":{"referral_open":true}', true],
@@ -559,7 +554,7 @@ test("a referral is open by exactly these bytes of the reply", limits, async (t)
       body: `{"status":"issued","account_hash":"h","session_token":"t",${field}}`,
     });
     await call(service, "poll");
-    assert.equal((await sessionOf(service)).referral_open, isOpen, field);
+    assert.equal((await service.session()).referral_open, isOpen, field);
   }
   account.answer("/api/v1/session/release", jsonReply({}));
   await service.stop();
@@ -582,26 +577,26 @@ test("a referrer is named once, and a primary computer freed", limits, async (t)
     [500, "<html>", false, `${failedText}（500）`],
   ];
   for (const [status, body, ok, detail] of outcomes("已绑定推荐人", "绑定失败")) {
-    await signIn(service, account, fields);
+    await service.signIn(account, fields);
     account.answer(remote.referrer, { status, reason: "As It Is", body: utf8Bytes(body) });
     assert.equal(
       await call(service, "referrer"),
       done(`{"ok":${ok},"detail":"${detail}"}`),
       `${status} ${body}`,
     );
-    const { referral_open, referrer, primary_machine_id } = await sessionOf(service);
+    const { referral_open, referrer, primary_machine_id } = await service.session();
     const expected = { referral_open: !ok, referrer: ok ? "10002" : "", primary_machine_id: "machine-1" };
     assert.deepEqual({ referral_open, referrer, primary_machine_id }, expected);
   }
   for (const [status, body, ok, detail] of outcomes("已解绑，请重新扫码登录", "解绑失败")) {
-    await signIn(service, account, fields);
+    await service.signIn(account, fields);
     account.answer(remote.unbind, { status, reason: "As It Is", body: utf8Bytes(body) });
     assert.equal(
       await call(service, "unbind"),
       done(`{"ok":${ok},"detail":"${detail}"}`),
       `${status} ${body}`,
     );
-    const { signed_in, referral_open, primary_known, primary_machine_id } = await sessionOf(service);
+    const { signed_in, referral_open, primary_known, primary_machine_id } = await service.session();
     const expected = {
       signed_in: true,
       referral_open: true,
@@ -611,13 +606,13 @@ test("a referrer is named once, and a primary computer freed", limits, async (t)
     assert.deepEqual({ signed_in, referral_open, primary_known, primary_machine_id }, expected);
   }
   // What does not reach the account service is a refusal as well.
-  await signIn(service, account, fields);
-  const before = await sessionOf(service);
+  await service.signIn(account, fields);
+  const before = await service.session();
   await account.close();
   const failed = done('{"ok":false,"detail":"连接账号服务失败（错误 12029）"}');
   assert.equal(await call(service, "referrer"), failed);
   assert.equal(await call(service, "unbind"), failed);
-  assert.deepEqual(await sessionOf(service), before);
+  assert.deepEqual(await service.session(), before);
   await service.stop();
 });
 
@@ -626,7 +621,7 @@ test("a session without a credential can name no referrer and free no computer",
   const service = await startServiceFor(t, account);
   account.answer(remote.poll, jsonReply({ status: "issued", account_hash: "hash-1" }));
   await call(service, "poll");
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   account.requests.length = 0;
   assert.equal(await call(service, "referrer"), badRequest("请先扫码登录"));
   assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
@@ -638,7 +633,7 @@ test("a logout forgets the session here and keeps what is only shown", limits, a
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
-  await signIn(service, account, {
+  await service.signIn(account, {
     public_id: "10001",
     referral_open: true,
     referrer: "10002",
@@ -647,7 +642,7 @@ test("a logout forgets the session here and keeps what is only shown", limits, a
   });
   const asked = account.requests.length;
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
-  const session = await sessionOf(service);
+  const session = await service.session();
   assert.ok(session.usage_seconds >= 0);
   assert.deepEqual(
     { ...session, usage_seconds: 0 },
@@ -662,7 +657,8 @@ test("a logout forgets the session here and keeps what is only shown", limits, a
 test("nothing else is answered while a poll waits for the account service", limits, async (t) => {
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
-  let release;
+  /** @type {(value?: unknown) => void} */
+  let release = () => {};
   account.answer(
     remote.poll,
     jsonReply({ status: "pending" }, { hold: new Promise((resolve) => (release = resolve)) }),
@@ -670,7 +666,7 @@ test("nothing else is answered while a poll waits for the account service", limi
   const polled = call(service, "poll");
   await account.waitForRequests(remote.poll, 1);
   let isAnswered = false;
-  const other = sessionOf(service).then((session) => {
+  const other = service.session().then((session) => {
     isAnswered = true;
     return session;
   });

@@ -6,7 +6,6 @@ import test from "node:test";
 import { jsonReply } from "../programs/account/service.mjs";
 import { callTrace, documentedRoads, hex, low, mustBeNull, ownCalls } from "./call_trace.mjs";
 import {
-  ask,
   creatingService,
   freePort,
   isWine,
@@ -23,10 +22,10 @@ const qrcode = ["POST", "/api/v1/account/qrcode"];
 const poll = ["GET", "/api/v1/account/poll?state=attempt"];
 
 // The rows of a service that is asked once, for an account service at this address.
-async function exchangeRows(t, url, [method, target], status) {
+async function exchangeRows(t, url, /** @type {string[]} */ [method, target], status) {
   const program = creatingService();
   const service = await startServiceFor(t, url, { program, env: callTrace });
-  const answer = await ask(service, method, target);
+  const answer = await service.ask(method, target);
   assert.ok(answer.startsWith(`HTTP/1.1 ${status} `), answer);
   service.signal("SIGINT");
   await service.waitForEnd(startLimitMs);

@@ -8,15 +8,12 @@ import test from "node:test";
 import { jsonReply } from "../programs/account/service.mjs";
 import {
   accountRequestBytes,
-  ask,
   isNative,
   issuedFields,
   launch,
   makeDirectory,
   noSession,
   poll,
-  sessionOf,
-  signIn,
   sleep,
   startAccountService,
   startService,
@@ -36,24 +33,25 @@ async function startSignedIn(t, fields = {}, options = {}) {
   account.answer(check, jsonReply({ active: true }));
   account.answer(release, jsonReply({}));
   const service = await startServiceFor(t, account, options);
-  await signIn(service, account, { session_check_seconds: 1, ...fields });
+  await service.signIn(account, { session_check_seconds: 1, ...fields });
   return { account, service };
 }
 
 const checks = (account) => account.requestsTo(check);
 const releases = (account) => account.requestsTo(release);
 const bytesOf = ({ head, body }) => head + body;
-const logout = (service) => ask(service, "POST", "/api/v1/account/logout");
+const logout = (service) => service.ask("POST", "/api/v1/account/logout");
 
 function makeHold() {
-  let letGo;
+  /** @type {(value?: unknown) => void} */
+  let letGo = () => {};
   const hold = new Promise((resolve) => (letGo = resolve));
   return { hold, letGo };
 }
 
 async function waitForSignOut(service) {
   return poll("the sign-out", async () => {
-    const session = await sessionOf(service);
+    const session = await service.session();
     return session.signed_in ? undefined : session;
   });
 }
@@ -71,7 +69,7 @@ test("the checks of a session go out byte by byte, as far apart as the sign-in s
   const body = '{"account_hash":"ha\\"s\\\\h","token":"to\\"k\\\\en"}';
   for (const request of seen)
     assert.equal(bytesOf(request), accountRequestBytes(account, "POST", check, body));
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   await service.stop();
   assert.deepEqual(releases(account).map(bytesOf), [accountRequestBytes(account, "POST", release, body)]);
 });
@@ -85,6 +83,7 @@ test("the first check waits for the interval that each start begins with", limit
 });
 
 test("a check may change the interval to any number but 0", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     // What a check answers, and whether another follows within 2.5 seconds.
     ['{"active":true,"next_check_seconds":0}', true],
@@ -107,7 +106,7 @@ test("a check may change the interval to any number but 0", limits, async (t) =>
       } else {
         await staysSilent(account, check);
         // A sign-in sets it anew, and the change counts from the last decision, at once.
-        await signIn(service, account, { session_check_seconds: 1 });
+        await service.signIn(account, { session_check_seconds: 1 });
         await account.waitForRequests(check, 2);
       }
       await service.stop();
@@ -133,7 +132,7 @@ test("two checks are never in flight at once", limits, async (t) => {
   await staysSilent(account, check, 3500);
   assert.equal(checks(account).length, 1);
   // The service answers meanwhile: the check has a thread of its own.
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   letGo();
   await account.waitForRequests(check, 2);
   await service.stop();
@@ -167,10 +166,10 @@ test("a check that fails, or says nothing against the session, changes nothing",
       const ownRows = rows.filter((_, index) => index % 4 === first);
       const { account, service } = await startSignedIn(t);
       account.answer(check, ...ownRows, jsonReply({ active: true }));
-      const before = await sessionOf(service);
+      const before = await service.session();
       // The one behind the last row comes at the interval that was there before.
       await account.waitForRequests(check, ownRows.length + 1);
-      const { usage_seconds, ...session } = await sessionOf(service);
+      const { usage_seconds, ...session } = await service.session();
       assert.ok(usage_seconds >= before.usage_seconds);
       assert.deepEqual({ ...session, usage_seconds: before.usage_seconds }, before);
       await service.stop();
@@ -185,7 +184,7 @@ test("an account service that is gone ends no session and holds up no exit", lim
   await account.waitForRequests(check, 1);
   await account.close();
   await sleep(2500);
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   await service.stop();
 });
 
@@ -215,10 +214,10 @@ test("somebody signed out elsewhere may sign in again", limits, async (t) => {
   account.answer(check, { body: '{"active":false}' });
   await waitForSignOut(service);
   account.answer(check, jsonReply({ active: true }));
-  await signIn(service, account);
+  await service.signIn(account);
   const before = checks(account).length;
   await account.waitForRequests(check, before + 1);
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   await service.stop();
   assert.deepEqual(
     releases(account).map(({ body }) => body),
@@ -232,8 +231,8 @@ test("the answer to a check counts for the session that it finds", limits, async
   account.answer(check, { body: '{"active":false}', hold });
   await account.waitForRequests(check, 1);
   await logout(service);
-  await signIn(service, account, { account_hash: "hash-2", session_token: "credential-2" });
-  assert.equal((await sessionOf(service)).signed_in, true);
+  await service.signIn(account, { account_hash: "hash-2", session_token: "credential-2" });
+  assert.equal((await service.session()).signed_in, true);
   letGo();
   await waitForSignOut(service);
   await service.stop();
@@ -254,7 +253,7 @@ test("a logout sends nothing, and nothing follows it", limits, async (t) => {
 
 test("a session without a credential is neither checked nor released", limits, async (t) => {
   const { account, service } = await startSignedIn(t, { session_token: "" });
-  assert.equal((await sessionOf(service)).signed_in, true);
+  assert.equal((await service.session()).signed_in, true);
   await staysSilent(account, check);
   await service.stop();
   assert.deepEqual(
@@ -287,7 +286,9 @@ test("a session is released once, whatever comes of it", limits, async (t) => {
 });
 
 test("each way of stopping releases the session", limits, async (t) => {
-  for (const signal of isNative ? ["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"] : ["SIGINT"]) {
+  /** @type {NodeJS.Signals[]} */
+  const signals = isNative ? ["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"] : ["SIGINT"];
+  for (const signal of signals) {
     const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
     service.signal(signal);
     const end = await service.waitForEnd();
@@ -330,21 +331,21 @@ test("each run begins signed out", limits, async (t) => {
   const { account, service } = await startSignedIn(t);
   await service.stop();
   const next = await startServiceFor(t, account);
-  assert.deepEqual(await sessionOf(next), noSession);
+  assert.deepEqual(await next.session(), noSession);
   await next.stop();
   assert.equal(releases(account).length, 1);
 });
 
 test("a sign-in of the same user sets the time anew, and one of another as well", limits, async (t) => {
   const { account, service } = await startSignedIn(t, { session_check_seconds: 0 });
-  const first = await sessionOf(service);
+  const first = await service.session();
   await sleep(1100);
-  await signIn(service, account);
-  const second = await sessionOf(service);
+  await service.signIn(account);
+  const second = await service.session();
   assert.ok(second.signed_in_unix > first.signed_in_unix);
   await sleep(1100);
-  await signIn(service, account, { account_hash: "hash-2" });
-  assert.ok((await sessionOf(service)).signed_in_unix > second.signed_in_unix);
+  await service.signIn(account, { account_hash: "hash-2" });
+  assert.ok((await service.session()).signed_in_unix > second.signed_in_unix);
   await service.stop();
 });
 
@@ -354,7 +355,8 @@ test("the credential of a session shows nowhere", limits, async (t) => {
   account.answer(check, jsonReply({ active: true, detail: `about ${secret.length}` }));
   const service = await startServiceFor(t, account, { more: ["--verbose"] });
   const seen = [];
-  const say = async (...request) => seen.push(await ask(service, ...request));
+  const say = async (method, target, /** @type {string | undefined} */ body = undefined) =>
+    seen.push(await service.ask(method, target, body));
   const fields = { ...issuedFields, session_token: secret, session_check_seconds: 1, displaced_machine: "m" };
   account.answer("/api/v1/auth/poll", jsonReply(fields));
   await say("GET", "/api/v1/account/poll?state=a");
@@ -383,6 +385,7 @@ test("the credential of a session shows nowhere", limits, async (t) => {
 // ---- the file that an earlier version left ----
 
 // Where the machine's common data is for the program, and the environment that says so.
+/** @returns {any[][]} */
 function commonDataPlaces() {
   const prefix = process.env.WINEPREFIX ?? path.join(os.homedir(), ".wine");
   if (!isNative) return [["of the prefix", path.join(prefix, "drive_c", "ProgramData"), {}]];

@@ -14,7 +14,6 @@ import { jsonReply } from "../programs/account/service.mjs";
 import {
   accountRequestBytes,
   answerBytes,
-  ask,
   freePort,
   isNative,
   isWine,
@@ -22,20 +21,20 @@ import {
   makeDirectory,
   refusalBytes,
   run,
-  signIn,
   startAccountService,
   startService,
   startServiceFor,
   utf8Bytes,
+  listen,
 } from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
 const remotePoll = "/api/v1/auth/poll";
 const remotePassword = "/api/v1/auth/password";
 
-const poll = (service) => ask(service, "GET", "/api/v1/account/poll?state=attempt");
+const poll = (service) => service.ask("GET", "/api/v1/account/poll?state=attempt");
 const password = (service) =>
-  ask(service, "POST", "/api/v1/account/password", '{"username":"user","password":"secret"}');
+  service.ask("POST", "/api/v1/account/password", '{"username":"user","password":"secret"}');
 const badGateway = (message) => refusalBytes(502, "Bad Gateway", utf8Bytes(message));
 
 // What a poll came to: 'arrived' for the status that the replies below tell, 'unreadable', 'too large', or the number of
@@ -68,10 +67,8 @@ const plain = (lines, body = pending) => `${lines.join("\r\n")}\r\n\r\n${body}`;
 
 // The most memory that a running program has had at once.
 function peakMib(service) {
-  const [, kib] = /\nVmHWM:\s+([0-9]+) kB\n/.exec(
-    fs.readFileSync(`/proc/${service.child.pid}/status`, "utf8"),
-  );
-  return Number(kib) / 1024;
+  const status = fs.readFileSync(`/proc/${service.child.pid}/status`, "utf8");
+  return Number(status.match(/\nVmHWM:\s+([0-9]+) kB\n/)?.[1]) / 1024;
 }
 // For replies of which none is large: far more than the service needs, also with a sanitizer in it.
 const mostMib = 128;
@@ -81,6 +78,7 @@ test("replies in every shape and out of shape", limits, async (t) => {
   const service = await startServiceFor(t, account);
   const end = { then: "end" };
   const reset = { then: "reset" };
+  /** @type {any[][]} */
   const rows = [
     ["with a length", { body: pending }, "arrived"],
     ["in chunks", { body: pending, framing: "chunked" }, "arrived"],
@@ -284,17 +282,14 @@ test("redirections are followed, ten of them", limits, async (t) => {
     account.requests.length = 0;
     account.answer(remotePassword, to(status, "/other"));
     account.answer("/other", { body: '{"state":"arrived"}' });
-    assert.equal(
-      await password(service),
-      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
-      status,
-    );
+    const arrived = answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}');
+    assert.equal(await password(service), arrived, `${status}`);
     const [first, second] = account.requests;
     const kept = status === 307 || status === 308;
     const expected = kept
       ? accountRequestBytes(account, "POST", "/other", first.body)
       : accountRequestBytes(account, "GET", "/other");
-    assert.deepEqual(linesOf(second.head + second.body), linesOf(expected), status);
+    assert.deepEqual(linesOf(second.head + second.body), linesOf(expected), `${status}`);
     assert.equal(account.requests.length, 2);
   }
 
@@ -357,7 +352,7 @@ test("names, capitals and users in the address", limits, async (t) => {
     assertOutcome(await poll(service), "arrived", url);
     await service.stop();
   }
-  const hosts = account.requests.map(({ head }) => /\r\nHost: (.*)\r\n/.exec(head)[1]);
+  const hosts = account.requests.map(({ head }) => head.match(/\r\nHost: (.*)\r\n/)?.[1]);
   assert.deepEqual(hosts, [`127.0.0.1:${account.port}`, `localhost:${account.port}`]);
 });
 
@@ -442,7 +437,7 @@ test("a whole session goes by TLS", limits, async (t) => {
     await password(service),
     answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"attempt"}'),
   );
-  await signIn(service, account, { session_check_seconds: 1 });
+  await service.signIn(account, { session_check_seconds: 1 });
   await account.waitForRequests("/api/v1/session/check", 1);
   // The last one is still waiting when the service stops.
   account.answer("/api/v1/session/check", jsonReply({ active: true }, { hold: new Promise(() => {}) }));
@@ -463,14 +458,14 @@ test("who speaks TLS where the other does not gets a number", limits, async (t) 
     socket.on("error", () => {});
     socket.end("HTTP/1.1 400 Bad Request\r\n\r\n");
   });
-  plainService.listen({ port: 0, host: "127.0.0.1" });
-  await new Promise((resolve) => plainService.once("listening", resolve));
+  const plainPort = await listen(plainService);
   t.after(() => plainService.close());
   const closing = await startAccountService(t);
   closing.atConnection = "end";
+  /** @type {any[][]} */
   const rows = [
     [`http://127.0.0.1:${encrypted.port}`, [12030, 12152], 12152],
-    [`https://127.0.0.1:${plainService.address().port}`, 12157],
+    [`https://127.0.0.1:${plainPort}`, 12157],
     [`https://127.0.0.1:${closing.port}`, 12157],
   ];
   for (const [url, native, wine] of rows) {
@@ -505,7 +500,7 @@ if (isNative) {
   // A proxy that leads CONNECT to where it says, or answers it with `reply` as the test account service does, and
   // keeps the heads and all bytes that it hears.
   async function startTunnel(t, reply) {
-    const tunnel = { heads: [], heard: "" };
+    const tunnel = { url: "", heads: /** @type {string[]} */ ([]), heard: "" };
     const sockets = new Set();
     const keep = (socket) => {
       sockets.add(socket);
@@ -530,13 +525,11 @@ if (isNative) {
         socket.end(reply, "latin1");
       });
     });
-    server.listen({ port: 0, host: "127.0.0.1" });
-    await new Promise((resolve) => server.once("listening", resolve));
+    tunnel.url = `http://127.0.0.1:${await listen(server)}`;
     t.after(() => {
       server.close();
       for (const socket of sockets) socket.destroy();
     });
-    tunnel.url = `http://127.0.0.1:${server.address().port}`;
     return tunnel;
   }
 
@@ -575,7 +568,10 @@ if (isNative) {
     // A target that the library would encode goes out unencoded, and so without the host that a proxy needs.
     const odd = await startServiceFor(t, `${origin}/a#b`, { env: { http_proxy: proxy.url } });
     await poll(odd);
-    assert.equal(proxy.requests.at(-1).head.split("\r\n")[0], `GET /a#b${remotePoll}?state=attempt HTTP/1.1`);
+    assert.equal(
+      proxy.requests.at(-1)?.head.split("\r\n")[0],
+      `GET /a#b${remotePoll}?state=attempt HTTP/1.1`,
+    );
     await odd.stop();
   });
 
@@ -619,7 +615,7 @@ if (isNative) {
       'Proxy-Authenticate: Basic realm="x"',
       "Content-Length: 20",
     ]);
-    for (const [what, reply, number] of [
+    for (const [what, reply, number] of /** @type {any[][]} */ ([
       ["wants a password", refusal, 12030],
       ["forbids", plain(["HTTP/1.1 403 Forbidden", "Content-Length: 20"]), 12030],
       ["ends the connection", "", 12030],
@@ -630,7 +626,7 @@ if (isNative) {
       ],
       // It is the library that ends this one.
       ["has a long line", plain(["HTTP/1.1 200 OK", `X: ${"y".repeat(200_000)}`]), 12030],
-    ]) {
+    ])) {
       const own = await startThrough(await startTunnel(t, reply));
       assertOutcome(await poll(own), number, `a proxy that ${what}`);
       await own.stop();
@@ -648,6 +644,7 @@ if (isNative) {
     const through = (url) => proxy.answer(`${url}${remotePoll}`, { body: pending });
     through(account.url);
     const encryptedUrl = encrypted.url.replace("127.0.0.1", localName);
+    /** @type {any[][]} */
     const plainRows = [
       [{ http_proxy: proxy.url }, "proxy"],
       [{ all_proxy: proxy.url }, "proxy"],
@@ -672,6 +669,7 @@ if (isNative) {
         JSON.stringify(env),
       );
     }
+    /** @type {any[][]} */
     const encryptedRows = [
       [{ https_proxy: tunnel.url }, 1],
       [{ HTTPS_PROXY: tunnel.url }, 1],
@@ -689,10 +687,12 @@ if (isNative) {
       await service.stop();
       assert.equal(tunnel.heads.length, expected, JSON.stringify(env));
     }
-    for (const [what, url, number] of [
+    /** @type {any[][]} */
+    const rows = [
       ["that nobody listens for", `http://127.0.0.1:${await freePort()}`, 12029],
       ["of a name that nobody has", "http://proxy.velmora.invalid", 12007],
-    ]) {
+    ];
+    for (const [what, url, number] of rows) {
       const service = await startServiceFor(t, account, { env: { http_proxy: url } });
       assertOutcome(await poll(service), number, `a proxy ${what}`);
       await service.stop();
@@ -713,9 +713,9 @@ function hasLibrary(service) {
 test("the library of HTTP is loaded by the first request to an account service", limits, async (t) => {
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
-  await ask(service, "POST", "/api/v1/account/password", "{}");
-  await ask(service, "GET", "/api/v1/account/poll");
-  await ask(service, "POST", "/api/v1/account/logout");
+  await service.ask("POST", "/api/v1/account/password", "{}");
+  await service.ask("GET", "/api/v1/account/poll");
+  await service.ask("POST", "/api/v1/account/logout");
   assert.equal(hasLibrary(service), false);
   await poll(service);
   assert.equal(hasLibrary(service), true);
@@ -727,7 +727,7 @@ test("without an account service the library of HTTP is never loaded", limits, a
   await poll(service);
   await password(service);
   for (const route of ["register", "qrcode", "referrer", "unbind", "logout"]) {
-    await ask(service, "POST", `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
+    await service.ask("POST", `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
   }
   assert.equal(hasLibrary(service), false);
   await service.stop();

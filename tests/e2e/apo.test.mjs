@@ -20,10 +20,7 @@ import {
 import {
   answerBytes,
   answers,
-  apiBytes,
-  ask,
   builtProgram,
-  exchange,
   isNative,
   isWine,
   jsonDocument,
@@ -31,7 +28,6 @@ import {
   poll,
   programPathText,
   refusalBytes,
-  requestBytes,
   run,
   startService,
 } from "./harness.mjs";
@@ -100,7 +96,7 @@ function serviceKeys(name, needs = [], behaviour = {}) {
 
 const plainServices = [...serviceKeys("Audiosrv"), ...serviceKeys("SonicMonitor", ["Audiosrv"])];
 
-function machineText(services = plainServices, more = []) {
+function machineText(/** @type {any[]} */ services = plainServices, /** @type {any[]} */ more = []) {
   const defaults = [[`${standinPath}\\Audio`, [["DefaultRender", textData(speakers)]]]];
   return exportText([...endpoints, ...defaults, ...services, ...more]);
 }
@@ -125,6 +121,9 @@ const unboundIn = (guid) => ({
   removed: [fxEntry(guid, [foreign, effect])],
   added: [fxEntry(guid, [foreign])],
 });
+/** @typedef {{ removed: string[], added: string[] }} Changes */
+
+/** @type {Changes} */
 const unchanged = { removed: [], added: [] };
 
 // ---- answers ----
@@ -168,9 +167,9 @@ const stopRefused = "Audiosrv did not accept the stop request";
 const startRefused = "Audiosrv did not restart";
 
 // Asks the route, demands the answer, and demands what it changed in the machine.
-async function post(service, machine, body, answer, changes = unchanged) {
+async function post(service, machine, body, answer, /** @type {Changes} */ changes = unchanged) {
   const before = await machine.export();
-  assert.equal(await ask(service, "POST", route, body), answer, body);
+  assert.equal(await service.ask("POST", route, body), answer, body);
   assert.deepEqual(difference(before, await machine.export()), changes, body);
 }
 
@@ -206,7 +205,7 @@ test("what is refused changes nothing, each thing with its own answer", limits, 
   const machine = await Machine.make(t, machineText());
   const service = await startService(t, { env: machine.env });
   const before = await machine.export();
-  for (const [body, answer] of refusals) assert.equal(await ask(service, "POST", route, body), answer, body);
+  for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
   assert.equal(await machine.export(), before);
   await service.stop();
 });
@@ -217,17 +216,17 @@ test("the route takes POST alone, and the token", limits, async (t) => {
   const body = `{"attach":true,"endpoint_id":${quoted(speakers)}}`;
   const before = await machine.export();
   for (const method of ["GET", "PUT", "DELETE", "PATCH"]) {
-    assert.equal(await ask(service, method, route, body), answers.notFound, method);
+    assert.equal(await service.ask(method, route, body), answers.notFound, method);
   }
   for (const target of [`${route}/`, `${route}s`]) {
-    assert.equal(await ask(service, "POST", target, body), answers.notFound, target);
+    assert.equal(await service.ask("POST", target, body), answers.notFound, target);
   }
   assert.equal(
-    await exchange(service, requestBytes(service, { method: "POST", target: route, body })),
+    await service.exchange(service.requestBytes({ method: "POST", target: route, body })),
     answers.noToken,
   );
   assert.equal(
-    await exchange(service, apiBytes(service, "POST", route, body, [["Origin", "http://example.com"]])),
+    await service.exchange(service.apiBytes("POST", route, body, [["Origin", "http://example.com"]])),
     answers.notLocal,
   );
   assert.equal(await machine.export(), before);
@@ -350,7 +349,7 @@ if (isNative) {
       await post(service, machine, bind(), bound(speakers), boundIn(speakersGuid));
       await post(service, machine, bind(',"endpoint_id":""'), again(speakers));
       await post(service, machine, bind(',"endpoint_id":7'), again(speakers));
-      const chosen = await ask(service, "PUT", "/api/v1/devices/render", `{"endpoint_id":${quoted(phones)}}`);
+      const chosen = await service.ask("PUT", "/api/v1/devices/render", `{"endpoint_id":${quoted(phones)}}`);
       assert.ok(chosen.startsWith("HTTP/1.1 200 OK\r\n"), chosen);
       await post(service, machine, bind(), bound(phones), boundIn(phonesGuid));
       await post(service, machine, bind(',"endpoint_id":""'), again(phones));
@@ -381,6 +380,7 @@ if (isNative) {
   });
 
   // How the services behave, and what becomes of the restart. The endpoint is bound in each row.
+  /** @type {Record<string, any[]>} */
   const rows = {
     "a service that is not installed": [[], failedRestart(1060, serviceNotOpened)],
     "a service that may only be looked at": [
@@ -523,8 +523,7 @@ if (isWine) {
       done(false, speakers, "endpoint unbound", notAsked),
       unboundIn(speakersGuid),
     );
-    for (const [body, answer] of refusals)
-      assert.equal(await ask(service, "POST", route, body), answer, body);
+    for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
     assert.equal(logged().words, "");
     await service.stop();
   });
@@ -534,7 +533,7 @@ if (isWine) {
     const service = await startService(t, { env: machine.env });
     const bind = async (restart) =>
       assert.equal(
-        await ask(service, "POST", route, attachBody),
+        await service.ask("POST", route, attachBody),
         done(true, speakers, "endpoint was already bound", restart),
       );
     const quiet = attachBody.replace('}"}', '}","restart_audio":false}');
@@ -581,6 +580,7 @@ const found = (effect, algorithm) => ({
 });
 
 // What lies in the folder, and what is found of it.
+/** @type {any[][]} */
 const installations = [
   ["all of it", allFiles, found(true, true)],
   ["no weights", [apoName, "fse.dll"], found(true, false)],
@@ -617,6 +617,7 @@ test("what is registered counts by its type and its value", limits, async (t) =>
   const text = Buffer.from(`${programPathText(file)}\0`, "utf16le");
   const tooLong = path.join(path.dirname(file), "a".repeat(260));
   const disabled = { protected_audio_dg_disabled: true };
+  /** @type {any[][]} */
   const rows = [
     ["nothing", {}, {}],
     ["protection off, without an effect", { audio: numberData(1) }, disabled],

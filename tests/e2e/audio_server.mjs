@@ -7,6 +7,25 @@ import path from "node:path";
 
 import { buildDirectory, makeDirectory, programPathText, run } from "./harness.mjs";
 
+/** @typedef {import("./harness.mjs").Scope} Scope */
+/**
+ * @typedef {object} Endpoint
+ * @property {string} id
+ * @property {string} [name]
+ * @property {number} [state]
+ * @property {number} [level]
+ * @property {number} [muted]
+ * @property {number} [peak]
+ * @property {(string | number)[][]} [sessions] as [state, process id]
+ * @property {string[]} [more] lines as they are in a script
+ * @typedef {object} Script
+ * @property {Endpoint[]} [render]
+ * @property {Endpoint[]} [capture]
+ * @property {string} [defaultRender]
+ * @property {string} [defaultCapture]
+ * @property {string[]} [faults] lines too
+ */
+
 const serverFile = path.join(buildDirectory, "velmora_test_audio.dll");
 const ownClassKey = "HKLM\\SOFTWARE\\Classes\\CLSID\\{7A1D0F0B-6A0E-4B0D-9C33-3A5E8E1F6C21}";
 
@@ -21,11 +40,13 @@ process.on("exit", () => {
   if (isRegistered) execFileSync("wine", ["regsvr32", "/u", ...registration], { stdio: "ignore" });
 });
 
+/** @param {Scope} t @param {string[]} args */
 async function regsvr32(t, ...args) {
   const { code, output, errors } = await run(t, "regsvr32", args);
   assert.equal(code, 0, `regsvr32 ${args.join(" ")}: ${output}${errors}`);
 }
 
+/** @param {Scope} t */
 async function unregister(t) {
   if (!isRegistered) return;
   isRegistered = false;
@@ -35,6 +56,7 @@ async function unregister(t) {
 // ---- the script ----
 
 // A word of the script, quoted, from a text of UTF-16 units.
+/** @param {string} text */
 export function quoted(text) {
   const escaped = text.replace(/["\\]/g, "\\$&").replace(/[^ -~]/g, (unit) =>
     unit
@@ -45,6 +67,7 @@ export function quoted(text) {
   return `"${escaped}"`;
 }
 
+/** @param {string} flow @param {Endpoint} endpoint */
 const endpointLines = (flow, { id, name, more = [], state, level, muted, peak, sessions = [] }) => [
   `endpoint ${flow} ${quoted(id)}`,
   ...(name === undefined ? [] : [`  name ${quoted(name)}`]),
@@ -55,8 +78,8 @@ const endpointLines = (flow, { id, name, more = [], state, level, muted, peak, s
   ...more.map((line) => `  ${line}`),
 ];
 
-// The script of a machine. An endpoint has `id`, and may have `name`, `state`, `level`, `muted`, `peak`, `sessions` as
-// [state, process id], and `more`, lines as they stand in a script. `faults` are lines too.
+// The script of a machine.
+/** @param {Script} script */
 export function scriptText({ render = [], capture = [], defaultRender, defaultCapture, faults = [] }) {
   return [
     ...render.flatMap((endpoint) => endpointLines("render", endpoint)),
@@ -73,16 +96,18 @@ export function scriptText({ render = [], capture = [], defaultRender, defaultCa
 const nothingLeft = "live references=0 allocations=0";
 
 export class AudioServer {
+  directory = makeDirectory();
+  scriptFile = path.join(this.directory, "script.txt");
+  logFile = path.join(this.directory, "log.txt");
+  env = {
+    VELMORA_TEST_AUDIO: programPathText(this.scriptFile),
+    VELMORA_TEST_AUDIO_LOG: programPathText(this.logFile),
+  };
+
   // Registers it until the test ends. Programs that are to have its endpoints are started with `env`.
+  /** @param {Scope} t */
   static async make(t) {
     const server = new AudioServer();
-    const directory = makeDirectory();
-    server.scriptFile = path.join(directory, "script.txt");
-    server.logFile = path.join(directory, "log.txt");
-    server.env = {
-      VELMORA_TEST_AUDIO: programPathText(server.scriptFile),
-      VELMORA_TEST_AUDIO_LOG: programPathText(server.logFile),
-    };
     fs.writeFileSync(server.logFile, "");
     server.set({});
     t.after(() => unregister(t));
@@ -92,12 +117,14 @@ export class AudioServer {
   }
 
   // Takes away the class that stands in, so that no class is registered at all.
+  /** @param {Scope} t */
   static async removeClass(t) {
     const { code, output, errors } = await run(t, "reg", ["delete", `${ownClassKey}\\InprocServer32`, "/f"]);
     assert.equal(code, 0, output + errors);
   }
 
   // The endpoints from the next request on.
+  /** @param {Script} machine */
   set(machine) {
     fs.writeFileSync(this.scriptFile, scriptText(machine));
   }

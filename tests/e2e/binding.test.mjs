@@ -13,6 +13,7 @@ import {
   makeWebRoot,
   run,
   shippedService,
+  words,
 } from "./harness.mjs";
 import {
   Machine,
@@ -41,14 +42,11 @@ const recordKey = `${recordsPath}\\${guid}`;
 const effect = "{631D9145-CACF-44D7-861B-5D82ADD8C84F}";
 const foreign = "{A9DFDEC6-BAEC-4E5B-AF5D-8BB09F2E9EA4}";
 const driverEffect = "{9063CBD4-3561-449D-8011-E21BBB69B9DB}";
-const defaultModes = [
-  "{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}",
-  "{4780004E-7133-41D8-8C74-660DADD2C0EE}",
-  "{B26FEB0D-EC94-477C-9494-D1AB8E753F6E}",
-  "{98951333-B9CD-48B1-A0A3-FF40682D73F7}",
-  "{FC1CFC9B-B9D6-4CFA-B5E0-4BB2166878B2}",
-  "{9CF2A70B-F377-403B-BD6B-360863E0355C}",
-];
+const defaultModes = words`
+  {C18E2F7E-933D-4965-B7D1-1EEF228D2AF3} {4780004E-7133-41D8-8C74-660DADD2C0EE}
+  {B26FEB0D-EC94-477C-9494-D1AB8E753F6E} {98951333-B9CD-48B1-A0A3-FF40682D73F7}
+  {FC1CFC9B-B9D6-4CFA-B5E0-4BB2166878B2} {9CF2A70B-F377-403B-BD6B-360863E0355C}
+`;
 const driverModes = defaultModes.slice(0, 2);
 
 const chain = "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14";
@@ -81,7 +79,7 @@ const bystanderKeys = [
 ];
 
 // A machine with one endpoint to work on. Values of the effect key follow the bystanders in their order.
-function machineText(fxValues, recordValues = null) {
+function machineText(fxValues, /** @type {string[][] | null} */ recordValues = null) {
   const keys = [...bystanderKeys, [fxKey, [...bystanderValues, ...fxValues]]];
   if (recordValues) keys.push([recordKey, recordValues]);
   return exportText(keys);
@@ -125,6 +123,7 @@ async function changeNothing(machine, action, detail, status = 0, id = guid) {
   if (file) assert.equal(fs.statSync(machine.file).ino, file.ino, "the file has not been written");
 }
 
+/** @param {{ removed?: string[], added?: string[] }} changes */
 function sortedDifference({ removed = [], added = [] }) {
   return { removed: [...removed].sort(), added: [...added].sort() };
 }
@@ -318,6 +317,7 @@ test("a chain of odd bytes is read up to its first empty entry", limits, async (
   // 64 KB and a little more, in entries of 78 bytes.
   const many = Array.from({ length: 841 }, (_, index) => `{${String(index).padStart(36, "0")}}`);
   // Wine's importer ends each text, and breaks down on one byte.
+  /** @type {any[][]} */
   const rows = [
     ["no terminator", utf16(`${foreign}\0${driverEffect}`), [foreign, driverEffect]],
     ["one terminator", utf16(`${foreign}\0`), [foreign]],
@@ -354,6 +354,7 @@ test("a chain of odd bytes is read up to its first empty entry", limits, async (
 });
 
 test("a slot of odd bytes is a text up to its first NUL, or empty", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     ["REG_EXPAND_SZ", hexData(2, utf16(`${driverEffect}\0`)), driverEffect],
     ["REG_MULTI_SZ", hexData(7, utf16(`${driverEffect}\0${foreign}\0\0`)), driverEffect],
@@ -604,6 +605,7 @@ if (isNative) {
 
   test("a file in UTF-16 stays one, and so do its mark and its line ends", limits, async (t) => {
     const text = machineText([[slot, textData(driverEffect)]]);
+    /** @type {any[][]} */
     const rows = [
       ["UTF-16 with mark", (lines) => Buffer.from(`\ufeff${lines}`, "utf16le")],
       ["UTF-16 without mark", (lines) => Buffer.from(lines, "utf16le")],

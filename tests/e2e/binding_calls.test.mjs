@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import test from "node:test";
 
 import { documentedRoads, hex, low, mustBeNull, ownCalls, registryTrace } from "./call_trace.mjs";
-import { builtProgram, isWine, launch, startLimitMs } from "./harness.mjs";
+import { builtProgram, isWine, launch, startLimitMs, words } from "./harness.mjs";
 import {
   Machine,
   dwordData,
@@ -20,14 +20,11 @@ const fxKey = `${renderPath}\\${guid}\\FxProperties`;
 const effect = "{631D9145-CACF-44D7-861B-5D82ADD8C84F}";
 const driverEffect = "{9063CBD4-3561-449D-8011-E21BBB69B9DB}";
 const foreign = "{A9DFDEC6-BAEC-4E5B-AF5D-8BB09F2E9EA4}";
-const defaultModes = [
-  "{C18E2F7E-933D-4965-B7D1-1EEF228D2AF3}",
-  "{4780004E-7133-41D8-8C74-660DADD2C0EE}",
-  "{B26FEB0D-EC94-477C-9494-D1AB8E753F6E}",
-  "{98951333-B9CD-48B1-A0A3-FF40682D73F7}",
-  "{FC1CFC9B-B9D6-4CFA-B5E0-4BB2166878B2}",
-  "{9CF2A70B-F377-403B-BD6B-360863E0355C}",
-];
+const defaultModes = words`
+  {C18E2F7E-933D-4965-B7D1-1EEF228D2AF3} {4780004E-7133-41D8-8C74-660DADD2C0EE}
+  {B26FEB0D-EC94-477C-9494-D1AB8E753F6E} {98951333-B9CD-48B1-A0A3-FF40682D73F7}
+  {FC1CFC9B-B9D6-4CFA-B5E0-4BB2166878B2} {9CF2A70B-F377-403B-BD6B-360863E0355C}
+`;
 const chain = (...entries) => ["{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14", listData(entries)];
 const slot = ["{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},6", textData(driverEffect)];
 const modes = (entries) => ["{d3993a3f-99c2-4402-b5ec-a92a0367664b},6", listData(entries)];
@@ -180,7 +177,7 @@ if (isWine) {
         const calls = await ownCalls(
           program,
           tool,
-          ({ name, args }) => name === "RegOpenKeyExW" && args[1].text?.includes(guid),
+          ({ name, args }) => name === "RegOpenKeyExW" && args[1].text?.includes(guid) === true,
         );
         assert.deepEqual(rowsOf(calls), documented[road]);
       });

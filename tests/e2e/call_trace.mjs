@@ -9,7 +9,21 @@ import { poll } from "./harness.mjs";
 export const callTrace = { WINEDEBUG: "-all,+relay,+pid" };
 export const registryTrace = { WINEDEBUG: "-all,+relay,+reg,+pid" };
 
+/**
+ * @typedef {{ value: bigint, text?: string }} Argument
+ * @typedef {object} Call
+ * @property {string} process_id
+ * @property {string} thread
+ * @property {string} module
+ * @property {string} name
+ * @property {Argument[]} args value, and text where it points to one
+ * @property {bigint} returnsTo
+ * @property {bigint} [result] none while it has not returned
+ * @property {string} [note] what Wine's function of the same name says
+ */
+
 // The addresses that a program takes in memory.
+/** @param {string} file */
 function imageRange(file) {
   const image = fs.readFileSync(file);
   const optionalHeader = image.readUInt32LE(0x3c) + 24;
@@ -26,11 +40,14 @@ const callArgument = /([0-9a-f]{8,16})(?: L?"((?:[^"\\]|\\.)*)")?/g;
 // The program's own calls in their order, each with its `module`, `args` (value, and text where it points to one), its
 // `result` (none while it has not returned), and the `note` of Wine's function of the same name. Calls of Wine's modules among themselves are left out, and so are
 // other processes: `isOwn` knows one call of the program.
+/** @param {import("./harness.mjs").Program} program @param {string} file @param {(call: Call) => boolean} isOwn */
 export async function ownCalls(program, file, isOwn) {
   // The program's last call of all. What it wrote may still be on its way when it has ended.
   await poll("the end of the trace", () => (/Call msvcrt\.exit\(/.test(program.errors) ? true : undefined));
   const { base, end } = imageRange(file);
+  /** @type {Call[]} */
   const calls = [];
+  /** @type {Call[]} */
   const open = [];
   for (const raw of program.errors.split("\n")) {
     const line = raw.trimEnd();
@@ -68,18 +85,23 @@ export async function ownCalls(program, file, isOwn) {
 // ---- the calls and the document ----
 
 // The upper half of a slot means nothing where the argument is of 32 bits.
+/** @param {Argument} argument */
 export const low = ({ value }) => value & 0xffffffffn;
+/** @param {Argument} argument */
 export const hex = (argument) => `0x${low(argument).toString(16)}`;
 
+/** @param {Argument[]} args */
 export function mustBeNull(...args) {
   for (const argument of args) assert.equal(argument.value, 0n, "an argument without use is null");
 }
 
 // The tables below the headings of a section of calls.md: rows as lists of cells without their code marks.
+/** @param {string} heading @param {string} columns */
 export function documentedRoads(heading, columns) {
   const document = fs.readFileSync(new URL("./calls.md", import.meta.url), "utf8");
   const [, rest] = document.split(`\n## ${heading}\n`);
   assert.ok(rest, `the document has the section ${heading}`);
+  /** @type {Record<string, string[][]>} */
   const tables = {};
   for (const part of rest.split("\n## ")[0].split("\n### ").slice(1)) {
     const lines = part.split("\n");

@@ -10,11 +10,6 @@ import { promisify } from "node:util";
 import {
   answerBytes,
   answers,
-  apiBytes,
-  ask,
-  assertAnswers,
-  Client,
-  exchange,
   holdFile,
   isNative,
   jsonDocument,
@@ -23,7 +18,6 @@ import {
   programPathText,
   readRecord,
   refusalBytes,
-  requestBytes,
   run,
   startEffect,
   startService,
@@ -50,9 +44,9 @@ const failure = (message) => refusalBytes(500, "Internal Server Error", message)
 const readyAnswer = (ready, bytes) =>
   answerBytes(200, "OK", jsonDocument, `{"ready":${ready},"bytes":${bytes}}`);
 
-const command = (service, body) => ask(service, "POST", capture, body);
-const ready = (service) => ask(service, "GET", `${capture}/ready`);
-const downloadBytes = (service) => apiBytes(service, "GET", `${capture}/download`);
+const command = (service, body) => service.ask("POST", capture, body);
+const ready = (service) => service.ask("GET", `${capture}/ready`);
+const downloadBytes = (service) => service.apiBytes("GET", `${capture}/download`);
 
 async function startWithCaptures(t, directory, options = {}) {
   return startService(t, { more: ["--capture-directory", programPathText(directory)], ...options });
@@ -165,7 +159,7 @@ function takeApart(answer) {
 }
 
 async function download(service) {
-  const client = await Client.connect(service);
+  const client = await service.connect();
   client.push(downloadBytes(service));
   return takeApart((await client.answer(downloadLimitMs)).bytes);
 }
@@ -216,6 +210,7 @@ async function assertToolsRead(archive, contents) {
 // ---- commands ----
 
 // Body, then action and seconds as they must stand in the word.
+/** @type {any[][]} */
 const commands = [
   ['{"action":"start"}', 1, 120],
   ['{"action":"start"}', 1, 120],
@@ -318,17 +313,17 @@ test("a refused command publishes nothing and deletes nothing", limits, async (t
       ["DELETE", `${capture}/download`],
       ["GET", `${capture}/download/`],
     ]) {
-      assert.equal(await ask(service, method, target, body), answers.notFound, `${method} ${target}`);
+      assert.equal(await service.ask(method, target, body), answers.notFound, `${method} ${target}`);
     }
     const options = { method: "POST", target: capture, body };
-    assert.equal(await exchange(service, requestBytes(service, options)), answers.noToken);
+    assert.equal(await service.exchange(service.requestBytes(options)), answers.noToken);
     const headers = [
       ["X-Velmora-Token", service.token],
       ["Origin", "null"],
     ];
-    assert.equal(await exchange(service, requestBytes(service, { ...options, headers })), answers.notLocal);
-    const plain = requestBytes(service, { target: `${capture}/download` });
-    assert.equal(await exchange(service, plain), answers.noToken);
+    assert.equal(await service.exchange(service.requestBytes({ ...options, headers })), answers.notLocal);
+    const plain = service.requestBytes({ target: `${capture}/download` });
+    assert.equal(await service.exchange(plain), answers.noToken);
     await assertNothingDone();
   });
   await service.stop();
@@ -364,7 +359,7 @@ test("export clears the files of the last one, and start and stop do not", limit
     fs.rmSync(directory, { recursive: true });
     assert.equal(await command(service, '{"action":"export"}'), accepted);
     assert.equal(await ready(service), readyAnswer(false, 0));
-    assert.equal(await exchange(service, downloadBytes(service)), noExport);
+    assert.equal(await service.exchange(downloadBytes(service)), noExport);
     assert.equal(fs.existsSync(directory), false);
   });
   await service.stop();
@@ -398,6 +393,7 @@ test("a file that cannot be deleted does not keep an export from the effect", li
 
 // Spoils one file, and tells what the download then says and how many files are counted. The first file that fails
 // decides, so a fault behind it is not told.
+/** @type {any[][]} */
 const faults = [
   ...names.map((name, index) => [`no ${name}`, (at) => fs.rmSync(at(index)), noExport, index]),
   ...names.map((name, index) => [
@@ -493,7 +489,7 @@ test("what is missing or spoilt is told before the head", limits, async (t) => {
       spoil((index) => path.join(directory, names[index]));
       const counted = bytes ?? sizes.slice(0, goodFiles).reduce((sum, size) => sum + size, 0);
       assert.equal(await ready(service), readyAnswer(goodFiles === 4, counted));
-      assert.equal(await exchange(service, downloadBytes(service)), expected);
+      assert.equal(await service.exchange(downloadBytes(service)), expected);
     });
   }
   await t.test("four files above the limit are ready and yet too large", async () => {
@@ -501,7 +497,7 @@ test("what is missing or spoilt is told before the head", limits, async (t) => {
     for (const name of names) fs.truncateSync(path.join(directory, name), 0x100000000);
     assert.equal(await ready(service), readyAnswer(true, 4 * 0x100000000));
     const expected = failure(`capture file is too large for a zip member: ${names[0]}`);
-    assert.equal(await exchange(service, downloadBytes(service)), expected);
+    assert.equal(await service.exchange(downloadBytes(service)), expected);
   });
   await t.test("whole again", async () => {
     const contents = writeCaptures(directory, sizes);
@@ -519,7 +515,7 @@ if (isNative) {
       fs.chmodSync(path.join(directory, name), 0);
       assert.equal(await ready(service), readyAnswer(true, 100), "it is looked at and not opened");
       assert.equal(
-        await exchange(service, downloadBytes(service)),
+        await service.exchange(downloadBytes(service)),
         failure(`cannot read ${name}`),
         String(index),
       );
@@ -553,12 +549,12 @@ test("the directory is the option, else the registry, else the default", limits,
     ];
     fs.writeFileSync(machine, lines.join("\r\n"));
     const told = { ...env, VELMORA_MACHINE: machine };
-    for (const [what, options, bytes] of [
+    for (const [what, options, bytes] of /** @type {any[][]} */ ([
       ["the default", { env }, 8],
       ["the registry", { env: told }, 12],
       ["the option", { env: told, more: ["--capture-directory", option] }, 4],
       ["an empty option is none", { env: told, more: ["--capture-directory", ""] }, 12],
-    ]) {
+    ])) {
       await t.test(what, async (t) => {
         const service = await startService(t, options);
         assert.equal(await ready(service), readyAnswer(true, bytes));
@@ -573,10 +569,10 @@ test("the directory is the option, else the registry, else the default", limits,
   t.after(() => run(t, "reg", ["delete", ...key]).catch(() => {}));
   const service = await startService(t);
   const withOption = await startWithCaptures(t, option);
-  for (const [directory, bytes] of [
+  for (const [directory, bytes] of /** @type {any[][]} */ ([
     [told, 12],
     [option, 4],
-  ]) {
+  ])) {
     const set = await run(t, "reg", ["add", ...key, "/t", "REG_SZ", "/d", programPathText(directory)]);
     assert.equal(set.code, 0, set.errors);
     assert.equal(await ready(service), readyAnswer(true, bytes), "each request looks anew");
@@ -644,7 +640,7 @@ test("the archive bears the local time", limits, async (t) => {
   const { name, moment } = await download(service);
   const after = Date.now() + 500;
   const local = (year, month, ...rest) => new Date(year, month - 1, ...rest).getTime();
-  const [, ...digits] = /-(\d{4})(\d\d)(\d\d)-(\d\d)(\d\d)(\d\d)\.zip$/.exec(name);
+  const [, ...digits] = /-(\d{4})(\d\d)(\d\d)-(\d\d)(\d\d)(\d\d)\.zip$/.exec(name) ?? [];
   const { date, time } = moment;
   const inWords = [
     1980 + (date >> 9),
@@ -671,7 +667,7 @@ test("from the start of a capture to its archive, with the effect", limits, asyn
   assert.equal(await command(service, '{"action":"stop","seconds":3}'), accepted);
   await effect.waitForLine("capture action=stop seconds=3 sequence=2 state=2");
   assert.equal(await ready(service), readyAnswer(false, 0));
-  assert.equal(await exchange(service, downloadBytes(service)), noExport);
+  assert.equal(await service.exchange(downloadBytes(service)), noExport);
 
   for (const sequence of [3, 4]) {
     assert.equal(await command(service, '{"action":"export","seconds":3}'), accepted);
@@ -701,7 +697,7 @@ const longSizes = [64 * megabyte, 100, 200, 1000];
 const beginningBytes = 1024;
 
 async function beginDownload(service) {
-  const client = await Client.connect(service, { reads: false });
+  const client = await service.connect({ reads: false });
   client.push(downloadBytes(service));
   await client.waitForFirstBytes(beginningBytes, downloadLimitMs);
   return client;
@@ -734,6 +730,7 @@ test("files that change while the archive is on its way", limits, async (t) => {
   const checksums = contents.map(crc32Of);
   const fourth = offsetsOf(longSizes)[3] + 30 + names[3].length;
 
+  /** @type {any[][]} */
   const cutShort = [
     ["the last file gets shorter", () => fs.truncateSync(at(3), 400), fourth + 400],
     ["the last file gets empty", () => fs.truncateSync(at(3), 0), fourth],
@@ -760,7 +757,7 @@ test("files that change while the archive is on its way", limits, async (t) => {
       const { archive, moment } = await endDownload(client);
       assert.equal(archive.length, sentBytes);
       assert.ok(archive.equals(archiveOf(contents, moment, checksums).subarray(0, sentBytes)));
-      await assertAnswers(service);
+      await service.assertAnswers();
     });
   }
   await t.test("the last file grows: it is cut at the size that was summed", async () => {
@@ -797,7 +794,7 @@ test("a client that leaves does not hurt the next one", limits, async (t) => {
   const service = await startWithCaptures(t, directory);
   const contents = writeLongCaptures(directory);
   const leaveAtOnce = async (way) => {
-    const client = await Client.connect(service, { reads: false });
+    const client = await service.connect({ reads: false });
     await client.send(downloadBytes(service));
     client[way]();
   };
@@ -806,13 +803,13 @@ test("a client that leaves does not hurt the next one", limits, async (t) => {
     client[way]();
   };
   for (const way of ["reset", "leave"]) {
-    for (const [when, go] of [
+    for (const [when, go] of /** @type {any[][]} */ ([
       ["before the head", leaveAtOnce],
       ["within the first file", leaveWithin],
-    ]) {
+    ])) {
       await t.test(`${way} ${when}`, async () => {
         await go(way);
-        await assertAnswers(service);
+        await service.assertAnswers();
         await go(way);
         assert.equal(
           await ready(service),
@@ -835,8 +832,8 @@ test("a client that leaves does not hurt the next one", limits, async (t) => {
   });
   await t.test("one that waits long gets all of it, and others wait for it", async () => {
     const client = await beginDownload(service);
-    const other = await Client.connect(service);
-    other.push(requestBytes(service, { target: "/api/" }));
+    const other = await service.connect();
+    other.push(service.requestBytes({ target: "/api/" }));
     assert.ok(await other.isSilentFor(300));
     const { archive, moment } = await endDownload(client);
     assert.ok(archive.equals(archiveOf(contents, moment)));

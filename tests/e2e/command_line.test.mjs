@@ -123,6 +123,7 @@ test("a page that is missing, empty or a directory ends the start with its path"
     empty: (file) => fs.writeFileSync(file, ""),
     "a directory": (file) => fs.mkdirSync(file),
   };
+  /** @type {any[][]} */
   const rows = [];
   for (const page of pageNames) {
     for (const [how, spoil] of Object.entries(spoilers)) rows.push([page, how, spoil]);

@@ -59,6 +59,6 @@ test("Ctrl+C at a terminal ends the service with exit code 0", limits, async (t)
     program.said(),
   );
   await assertAnswers({ port, token: developmentToken });
-  program.child.stdin.write("\x03");
+  program.child.stdin?.write("\x03");
   assert.deepEqual(await program.waitForEnd(), { code: 0, signal: null });
 });

@@ -5,7 +5,7 @@
 import assert from "node:assert/strict";
 import test from "node:test";
 
-import { answers, ask, bodyOf, isNative, readRecord, startEffect, startService } from "./harness.mjs";
+import { answers, bodyOf, isNative, readRecord, startEffect, startService, words } from "./harness.mjs";
 import { quietSystem } from "./quiet_system.mjs";
 
 const limits = { timeout: 240_000 };
@@ -102,19 +102,11 @@ const raisedBehind = {
   capture: "capture_state",
 };
 
-const counts = [
-  "initialize_attempt_count",
-  "initialize_runtime_count",
-  "initialize_discovery_count",
-  "initialize_count",
-  "lock_count",
-  "lock_attempt_count",
-  "total_processed_blocks",
-  "get_effects_list_count",
-  "get_controllable_effects_list_count",
-  "get_latency_count",
-  "get_input_channel_count_count",
-];
+const counts = words`
+  initialize_attempt_count initialize_runtime_count initialize_discovery_count initialize_count lock_count
+  lock_attempt_count total_processed_blocks get_effects_list_count get_controllable_effects_list_count
+  get_latency_count get_input_channel_count_count
+`;
 const masks = ["initialized_mode_mask", "locked_mode_mask", "processed_mode_mask"];
 
 // The words of `now` were read one after the other, so that `before`, read earlier, tells which reports are there.
@@ -134,7 +126,7 @@ function assertConsistent(now, before) {
 // ---- the writers ----
 
 async function readDiagnostics(service) {
-  return JSON.parse(bodyOf(await ask(service, "GET", status))).apo_diagnostics;
+  return JSON.parse(bodyOf(await service.ask("GET", status))).apo_diagnostics;
 }
 
 // Four threads in two processes, so that each of the four queries is one thread's.
@@ -163,7 +155,7 @@ async function startHammers(t, service, rounds) {
 // The hammers are at work for as long as `wanted` stands in the record.
 async function publish(service, wanted, strength = 0.5) {
   const body = `{"bypass":false,"bypass_all":${wanted},"enhance_strength":${strength}}`;
-  assert.equal(await ask(service, "PUT", footstep, body), answers.done);
+  assert.equal(await service.ask("PUT", footstep, body), answers.done);
 }
 
 // Lets the hammers go, and reads so many documents while they write, or all until they are done by themselves. Gives the

@@ -10,18 +10,16 @@ import test from "node:test";
 import {
   answerBytes,
   answers,
-  ask,
   bodyOf,
   devicesDocument,
-  exchange,
   isNative,
   jsonDocument,
   makeDirectory,
   makeSmallDisk,
   missingMountRight,
   refusalBytes,
-  requestBytes,
   startService,
+  words,
 } from "./harness.mjs";
 import { startPulse } from "./pulse.mjs";
 import {
@@ -53,10 +51,10 @@ const badMute = refusalBytes(400, "Bad Request", "muted must be a boolean");
 const noMute = refusalBytes(503, "Service Unavailable", "Windows endpoint mute update failed");
 
 const listAnswer = (list) => answerBytes(200, "OK", jsonDocument, devicesDocument(list));
-const list = (service) => ask(service, "GET", devices);
-const choose = (service, route, id) => ask(service, "PUT", route, JSON.stringify({ endpoint_id: id }));
-const setVolume = (service, level) => ask(service, "PUT", volume, `{"volume":${level}}`);
-const setMute = (service, muted) => ask(service, "PUT", mute, `{"muted":${muted}}`);
+const list = (service) => service.ask("GET", devices);
+const choose = (service, route, id) => service.ask("PUT", route, JSON.stringify({ endpoint_id: id }));
+const setVolume = (service, level) => service.ask("PUT", volume, `{"volume":${level}}`);
+const setMute = (service, muted) => service.ask("PUT", mute, `{"muted":${muted}}`);
 
 // ---- machines of the tests' own ----
 
@@ -76,7 +74,10 @@ const captureId = (guid) => `{0.0.1.00000000}.${guid}`;
 
 // An endpoint's keys. `named` are the values of its properties, `own` those that Windows keeps elsewhere, and
 // `sessions` the values of each session.
-function endpointKeys(id, { state = 1, named = [], fx = [], own = [], sessions = [] } = {}) {
+function endpointKeys(
+  id,
+  /** @type {any} */ { state = 1, named = [], fx = [], own = [], sessions = [] } = {},
+) {
   const guid = id.slice(id.indexOf(".{") + 1);
   const key = `${id === renderId(guid) ? renderPath : capturePath}\\${guid}`;
   const keys = [
@@ -89,7 +90,10 @@ function endpointKeys(id, { state = 1, named = [], fx = [], own = [], sessions =
   return keys;
 }
 
-function machineText(endpoints, { render, capture } = {}) {
+function machineText(
+  endpoints,
+  /** @type {{ render?: string, capture?: string }} */ { render, capture } = {},
+) {
   const defaults = [];
   if (render) defaults.push(["DefaultRender", textData(render)]);
   if (capture) defaults.push(["DefaultCapture", textData(capture)]);
@@ -155,7 +159,7 @@ async function startInStudio(t) {
 }
 
 // Nothing is chosen and nothing is changed.
-async function assertUntouched({ service, machine, before }) {
+async function assertUntouched(/** @type {any} */ { service, machine, before }) {
   assert.equal(await list(service), before);
   if (machine) assert.equal(await machine.export(), studioText());
 }
@@ -239,7 +243,7 @@ test("an id that chooses nothing is refused, and the choice stays", limits, asyn
   for (const route of [renderChoice, captureChoice]) {
     for (const [body, refusal] of rows) {
       await t.test(`${route} ${shortened(body)}`, async () => {
-        assert.equal(await ask(studioService.service, "PUT", route, body), refusal);
+        assert.equal(await studioService.service.ask("PUT", route, body), refusal);
         await assertUntouched(studioService);
       });
     }
@@ -255,22 +259,9 @@ const badVolumes = [
   '{"volume"}',
   ...[
     "",
-    "1.0001",
-    "1.0000001",
-    "2",
-    "1e99",
-    "-0.1",
-    "-1e-30",
-    "-1",
-    '"0.5"',
-    "nan",
-    "inf",
-    "-inf",
-    "infinity",
-    "null",
-    "true",
-    "[0.5]",
-    '{"level":0.5}',
+    ...words`
+    1.0001 1.0000001 2 1e99 -0.1 -1e-30 -1 "0.5" nan inf -inf infinity null true [0.5] {"level":0.5}
+  `,
   ].map((text) => `{"volume":${text}}`),
 ];
 
@@ -293,7 +284,7 @@ test("a volume or mute that is none is refused, and nothing is set", limits, asy
   ];
   for (const [route, body, refusal] of rows) {
     await t.test(`${route} ${body}`, async () => {
-      assert.equal(await ask(studioService.service, "PUT", route, body), refusal);
+      assert.equal(await studioService.service.ask("PUT", route, body), refusal);
       await assertUntouched(studioService);
     });
   }
@@ -324,7 +315,7 @@ test("another method, and a path that is only like one of these, leads nowhere",
   );
   for (const [method, target, body] of rows) {
     await t.test(`${method} ${target}`, async () => {
-      assert.equal(await ask(studioService.service, method, target, body), answers.notFound);
+      assert.equal(await studioService.service.ask(method, target, body), answers.notFound);
     });
   }
   await assertUntouched(studioService);
@@ -340,8 +331,8 @@ test("without the token nothing is told and nothing is done", limits, async (t) 
     [["X-Velmora-Token", `${service.token.slice(0, -1)}0`]],
   ]) {
     for (const [method, target, body] of validRequests(studioService)) {
-      const request = requestBytes(service, { method, target, body, headers });
-      assert.equal(await exchange(service, request), answers.noToken);
+      const request = service.requestBytes({ method, target, body, headers });
+      assert.equal(await service.exchange(request), answers.noToken);
     }
   }
   await assertUntouched(studioService);
@@ -351,10 +342,10 @@ test("without the token nothing is told and nothing is done", limits, async (t) 
 test("what stands behind a question mark is no part of the path", limits, async (t) => {
   const studioService = await startInStudio(t);
   const { service, before } = studioService;
-  assert.equal(await ask(service, "GET", `${devices}?flow=render`), before);
-  assert.equal(await ask(service, "PUT", `${captureChoice}?/render`, escapedId("")), noId);
-  assert.equal(await ask(service, "PUT", `${volume}?volume=1`, "{}"), badVolume);
-  assert.equal(await ask(service, "PUT", `${mute}?`, "{}"), badMute);
+  assert.equal(await service.ask("GET", `${devices}?flow=render`), before);
+  assert.equal(await service.ask("PUT", `${captureChoice}?/render`, escapedId("")), noId);
+  assert.equal(await service.ask("PUT", `${volume}?volume=1`, "{}"), badVolume);
+  assert.equal(await service.ask("PUT", `${mute}?`, "{}"), badMute);
   await assertUntouched(studioService);
   await service.stop();
 });
@@ -408,6 +399,7 @@ if (isNative) {
     const { machine, service } = await startOn(t, laptopText);
     const listBefore = listAnswer(laptop);
     assert.equal(await list(service), listBefore);
+    /** @type {import("./harness.mjs").Devices} */
     const now = { ...laptop };
     for (const { id } of [...laptop.render, ...laptop.render]) {
       assert.equal(await choose(service, renderChoice, id), answers.done);
@@ -518,6 +510,7 @@ if (isNative) {
   });
 
   test("a peak is shown as the meter gives it, unless it is no finite number", limits, async (t) => {
+    /** @type {any[][]} */
     const rows = [
       ["0", 0],
       ["0.25", 0.25],
@@ -633,6 +626,7 @@ if (isNative) {
     const off = (id) => [id, { state: 4, named: [nameValue("off")] }];
     const renderAlone = { render: [{ id: speakers.id, name: "r" }], defaultRender: speakers.id };
     const captureAlone = { capture: [{ id: microphone.id, name: "c" }], defaultCapture: microphone.id };
+    /** @type {any[][]} */
     const rows = [
       ["none at all", exportText([]), { error_code: notFoundCode }],
       [
@@ -766,7 +760,7 @@ if (isNative) {
       [escapedId("\xff"), notSelected],
     ]) {
       for (const route of [renderChoice, captureChoice]) {
-        assert.equal(await ask(service, "PUT", route, body), refusal);
+        assert.equal(await service.ask("PUT", route, body), refusal);
       }
       assert.equal(await list(service), chosen);
     }
@@ -790,6 +784,7 @@ if (isNative) {
   );
 
   test("a chosen endpoint that goes away stays chosen until another one is", limits, async (t) => {
+    /** @type {any[][]} */
     const rows = [
       ["its key is gone", { without: [headphones.id] }],
       ["it is unplugged", { headphonesState: 8 }],
@@ -862,7 +857,7 @@ if (isNative) {
     ];
     for (const [body, kept] of rows) {
       await t.test(body, async () => {
-        assert.equal(await ask(service, "PUT", volume, body), answers.done);
+        assert.equal(await service.ask("PUT", volume, body), answers.done);
         assert.deepEqual(difference(studioText(), await machine.export()), {
           removed: [],
           added: [keyEntry(`${ownPath}\\${headphones.id}`), volumeEntry(headphones.id, kept)],
@@ -875,6 +870,7 @@ if (isNative) {
 
   test("a mute reaches the machine, and one that changes nothing is no error", limits, async (t) => {
     const { machine, service } = await startOn(t, studioText());
+    /** @type {any[][]} */
     const rows = [
       ['{"muted":false}', null],
       ['{"muted":true}', true],
@@ -886,7 +882,7 @@ if (isNative) {
     for (const [body, kept] of rows) {
       const before = await machine.export();
       const { ino } = fs.statSync(machine.file);
-      assert.equal(await ask(service, "PUT", mute, body), answers.done, body);
+      assert.equal(await service.ask("PUT", mute, body), answers.done, body);
       const added =
         kept === null ? [] : [keyEntry(`${ownPath}\\${headphones.id}`), muteEntry(headphones.id, kept)];
       assert.deepEqual(difference(studioText(), await machine.export()), { removed: [], added }, body);
@@ -927,6 +923,7 @@ if (isNative) {
     "a machine that can no longer be read is told by the error code, and the service goes on",
     limits,
     async (t) => {
+      /** @type {any[][]} */
       const rows = [
         ["malformed", (file) => fs.writeFileSync(file, `${studioText()}[HKEY_LOCAL_MACHINE\r\n`)],
         ["empty", (file) => fs.writeFileSync(file, "")],
@@ -1027,6 +1024,6 @@ test("many lists and choices in a row leave the service as it was", limits, asyn
     assert.equal(await choose(service, renderChoice, "x"), noSuchEndpoint);
     await assertUntouched(studioService);
   }
-  assert.equal(await ask(service, "GET", devices, '{"endpoint_id":"x"}'), studioService.before);
+  assert.equal(await service.ask("GET", devices, '{"endpoint_id":"x"}'), studioService.before);
   await service.stop();
 });

@@ -7,7 +7,6 @@ import { AudioServer, quoted } from "./audio_server.mjs";
 import {
   answerBytes,
   answers,
-  ask,
   bodyOf,
   devicesDocument,
   isWine,
@@ -17,6 +16,7 @@ import {
   startEffect,
   startService,
   uniqueMappingName,
+  words,
 } from "./harness.mjs";
 
 const limits = { timeout: 300_000 };
@@ -36,12 +36,12 @@ const signed = (status) => status | 0;
 const hex = (status) => `0x${status.toString(16).padStart(8, "0")}`;
 
 const listAnswer = (list) => answerBytes(200, "OK", jsonDocument, devicesDocument(list));
-const getList = (service) => ask(service, "GET", devices);
+const getList = (service) => service.ask("GET", devices);
 const utf8Bytes = (text) => Buffer.from(text, "utf8").toString("latin1");
 const choose = (service, route, id) =>
-  ask(service, "PUT", route, utf8Bytes(JSON.stringify({ endpoint_id: id })));
-const setVolume = (service, level) => ask(service, "PUT", "/api/v1/render/volume", `{"volume":${level}}`);
-const setMute = (service, muted) => ask(service, "PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
+  service.ask("PUT", route, utf8Bytes(JSON.stringify({ endpoint_id: id })));
+const setVolume = (service, level) => service.ask("PUT", "/api/v1/render/volume", `{"volume":${level}}`);
+const setMute = (service, muted) => service.ask("PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
 
 // A process id that no process has: no id is that large.
 const nobody = 4_294_967_280;
@@ -187,9 +187,8 @@ function withoutDefault(list, flow) {
 }
 
 function withoutSession(list, { id, index }) {
-  const states = [speakers, headphones, microphone]
-    .find((endpoint) => endpoint.id === id)
-    .sessions.map(([state]) => state);
+  const found = [speakers, headphones, microphone].find((endpoint) => endpoint.id === id);
+  const states = found?.sessions.map(([state]) => state) ?? [];
   if (states[index] !== 1) return;
   entryOf(list, id).sessions.splice(states.slice(0, index).filter((state) => state === 1).length, 1);
 }
@@ -246,19 +245,12 @@ const failures = {
 
 // Calls that hand out a pointer, which may be null although they succeed. The class object is for COM itself, which
 // cannot live with that.
-const handsOut = new Set([
-  "IClassFactory.CreateInstance",
-  "IMMDeviceEnumerator.EnumAudioEndpoints",
-  "IMMDeviceEnumerator.GetDefaultAudioEndpoint",
-  "IMMDeviceEnumerator.GetDevice",
-  "IMMDeviceCollection.Item",
-  "IMMDevice.Activate",
-  "IMMDevice.OpenPropertyStore",
-  "IMMDevice.GetId",
-  "IAudioSessionManager2.GetSessionEnumerator",
-  "IAudioSessionEnumerator.GetSession",
-  "IAudioSessionControl.QueryInterface",
-]);
+const handsOut = new Set(words`
+  IClassFactory.CreateInstance IMMDeviceEnumerator.EnumAudioEndpoints
+  IMMDeviceEnumerator.GetDefaultAudioEndpoint IMMDeviceEnumerator.GetDevice IMMDeviceCollection.Item
+  IMMDevice.Activate IMMDevice.OpenPropertyStore IMMDevice.GetId IAudioSessionManager2.GetSessionEnumerator
+  IAudioSessionEnumerator.GetSession IAudioSessionControl.QueryInterface
+`);
 
 function listAfter(call, status) {
   const list = listed();
@@ -365,6 +357,7 @@ async function missingDefaults(t) {
     Object.fromEntries(Object.entries(machine).filter(([name]) => !names.includes(name)));
   const noRender = { ...machine, render: [unplugged], defaultRender: undefined };
   const noCapture = { ...machine, capture: [], defaultCapture: undefined };
+  /** @type {any[][]} */
   const rows = [
     ["no endpoint at all", {}, { error_code: error }],
     ["no default of render", unset("defaultRender"), { render, capture, defaultCapture }],
@@ -482,7 +475,7 @@ async function peaks(t) {
     ["inf", 0],
     ["-inf", 0],
   ];
-  const capture = rows.map(([peak], index) => ({ id: `{${index}}`, name: peak, peak }));
+  const capture = rows.map((/** @type {any[]} */ [peak], index) => ({ id: `{${index}}`, name: peak, peak }));
   server.set({ capture, defaultCapture: "{0}" });
   assert.equal(
     await getList(service),
@@ -619,6 +612,7 @@ async function noEnumerator(t) {
 
 async function choiceFaults(t) {
   const { server, service } = await start(t);
+  /** @type {any[][]} */
   const roads = [
     [renderChoice, headphones.id, 0, [speakers.id, headphones.id]],
     [captureChoice, lineIn.id, 1, [microphone.id, lineIn.id]],
@@ -684,6 +678,7 @@ async function goneSelection(t) {
   const { render, capture, ...defaults } = listed();
   const chosen = { ...defaults, selectedRender: headphones.id, selectedCapture: lineIn.id };
   const left = { render: render.slice(0, 1), capture: capture.slice(0, 1), ...chosen };
+  /** @type {any[][]} */
   const ways = [
     [
       { ...machine, render: [speakers], capture: [microphone] },
@@ -701,10 +696,10 @@ async function goneSelection(t) {
     server.set(given);
     assert.equal(await getList(service), listAnswer(left), "it is the choice, but no entry is");
     server.takeCalls();
-    for (const [askFor, refusal] of [
+    for (const [askFor, refusal] of /** @type {any[][]} */ ([
       [() => setVolume(service, 0.5), noVolume],
       [() => setMute(service, true), noMute],
-    ]) {
+    ])) {
       assert.equal(await askFor(), refusal);
       assert.deepEqual(
         server.takeCalls(),
@@ -807,6 +802,7 @@ async function volumeFaults(t) {
     server.set(machine);
     if (isChosen) assert.equal(await choose(service, renderChoice, id), answers.done);
     server.takeLines();
+    /** @type {any[][]} */
     const roads = [
       [(it) => setVolume(it, 0.5), levelCall(id, 0.5), noVolume],
       [(it) => setMute(it, true), muteCall(id, 1), noMute],
@@ -856,6 +852,7 @@ async function counts(t) {
   const withoutSessions = { ...list, render: [{ ...list.render[0], sessions: [] }, list.render[1]] };
   const endpoints = "IMMDeviceCollection.GetCount";
   const sessionsOfOne = "IAudioSessionEnumerator.GetCount 1";
+  /** @type {any[][]} */
   const rows = [
     [`${endpoints} 1 0xffffffff`, { ...list, capture: [], error_code: outOfRange }],
     [`${endpoints} 2 0xffffffff`, { ...list, error_code: outOfRange }],

@@ -9,7 +9,6 @@ import test from "node:test";
 import {
   answerBytes,
   answers,
-  ask,
   bodyOf,
   builtProgram,
   devicesDocument,
@@ -35,10 +34,10 @@ const noVolume = refusalBytes(503, "Service Unavailable", "Windows endpoint volu
 const noMute = refusalBytes(503, "Service Unavailable", "Windows endpoint mute update failed");
 
 const listAnswer = (found) => answerBytes(200, "OK", jsonDocument, devicesDocument(found));
-const list = (service) => ask(service, "GET", devices);
-const choose = (service, route, id) => ask(service, "PUT", route, JSON.stringify({ endpoint_id: id }));
-const setVolume = (service, level) => ask(service, "PUT", "/api/v1/render/volume", `{"volume":${level}}`);
-const setMute = (service, muted) => ask(service, "PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
+const list = (service) => service.ask("GET", devices);
+const choose = (service, route, id) => service.ask("PUT", route, JSON.stringify({ endpoint_id: id }));
+const setVolume = (service, level) => service.ask("PUT", "/api/v1/render/volume", `{"volume":${level}}`);
+const setMute = (service, muted) => service.ask("PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
 
 const defaultName = "PulseAudio"; // Wine's own text
 const sinks = [
@@ -84,6 +83,7 @@ async function registeredName(t, id) {
 
 const idNamed = (endpoints, wanted) => endpoints.find(({ name }) => name === wanted).id;
 
+/** @param {import("./harness.mjs").Scope} t @param {{ sinks?: string[][], sources?: string[][] }} given */
 async function startOnSinks(t, given = { sinks, sources }) {
   const pulse = await startPulse(t, given);
   const service = await startService(t, { env: pulse.env });
@@ -111,6 +111,7 @@ if (isWine) {
 
   test("each endpoint can be chosen, and the default again", limits, async (t) => {
     const { service, found } = await startOnSinks(t);
+    /** @type {import("./harness.mjs").Devices} */
     const now = { ...found };
     for (const id of [...found.render.map((endpoint) => endpoint.id), found.defaultRender]) {
       assert.equal(await choose(service, renderChoice, id), answers.done);

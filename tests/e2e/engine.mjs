@@ -19,6 +19,15 @@ import {
 } from "./harness.mjs";
 import { dwordData, exportText, textData } from "./registry.mjs";
 
+/** @typedef {import("./harness.mjs").Scope} Scope */
+/** @typedef {import("node:stream").Writable} Writable */
+/** @typedef {import("node:stream").Readable} Readable */
+/**
+ * @typedef {{ effect?: string, audio?: string }} Registration `effect` is the data of the class id's default value,
+ *   `audio` that of DisableProtectedAudioDG, as an export writes them.
+ * @typedef {typeof nothingFound} Probes
+ */
+
 export const engineProgram = path.join(buildDirectory, "programs/engine/audiodg.exe");
 export const effectLibrary = path.join(buildDirectory, "programs/effect/velmora_windows_apo.dll");
 export const algorithmLibrary = path.join(buildDirectory, "programs/versioned/fse.dll");
@@ -29,29 +38,40 @@ const audioKey = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVe
 
 // ---- the engine ----
 
+/** @type {Set<import("node:child_process").ChildProcess>} */
 const engines = new Set();
 process.on("exit", () => {
   for (const engine of engines) engine.kill("SIGKILL");
 });
 
 export class Engine {
-  // Starts an engine that has loaded these libraries, paths of this system. `program` is the engine's own file.
-  static async start(t, libraries = [], program = engineProgram) {
-    const engine = new Engine();
-    const args = libraries.flatMap((library) => ["--load", programPathText(library)]);
-    const command = isWine ? ["wine", program, ...args] : [program, ...args];
-    engine.program = program;
-    engine.output = "";
-    engine.child = spawn(command[0], command.slice(1), { stdio: ["pipe", "pipe", "ignore"] });
-    engines.add(engine.child);
-    engine.child.stdin.on("error", () => {});
-    engine.child.stdout.setEncoding("latin1").on("data", (text) => (engine.output += text));
-    engine.ended = new Promise((resolve) => {
-      engine.child.on("exit", (code, signal) => {
-        engines.delete(engine.child);
+  output = "";
+  process_id = 0;
+
+  /** @param {string} program @param {import("node:child_process").ChildProcessByStdio<Writable, Readable, null>} child */
+  constructor(program, child) {
+    this.program = program;
+    this.child = child;
+    this.ended = new Promise((resolve) => {
+      child.on("exit", (code, signal) => {
+        engines.delete(child);
         resolve({ code, signal });
       });
     });
+  }
+
+  // Starts an engine that has loaded these libraries, paths of this system. `program` is the engine's own file.
+  /** @param {Scope} t @param {string[]} libraries */
+  static async start(t, libraries = [], program = engineProgram) {
+    const args = libraries.flatMap((library) => ["--load", programPathText(library)]);
+    const command = isWine ? ["wine", program, ...args] : [program, ...args];
+    const engine = new Engine(
+      program,
+      spawn(command[0], command.slice(1), { stdio: ["pipe", "pipe", "ignore"] }),
+    );
+    engines.add(engine.child);
+    engine.child.stdin.on("error", () => {});
+    engine.child.stdout.setEncoding("latin1").on("data", (text) => (engine.output += text));
     t.after(async () => {
       engine.child.kill("SIGKILL");
       await within(waitLimitMs, () => "the end of the engine", engine.ended);
@@ -63,6 +83,7 @@ export class Engine {
     return engine;
   }
 
+  /** @param {RegExp} form */
   until(form, limitMs = waitLimitMs) {
     return poll(
       `${form} in ${JSON.stringify(this.output)}`,
@@ -71,6 +92,7 @@ export class Engine {
     );
   }
 
+  /** @param {string} order @param {string} library @param {string} done */
   async obey(order, library, done) {
     const from = this.output.length;
     this.child.stdin.write(`${order} ${programPathText(library)}\n`);
@@ -79,10 +101,12 @@ export class Engine {
     assert.equal(this.output.slice(from), line);
   }
 
+  /** @param {string} library */
   load(library) {
     return this.obey("load", library, "loaded");
   }
 
+  /** @param {string} library */
   unload(library) {
     return this.obey("unload", library, "unloaded");
   }
@@ -96,9 +120,9 @@ export class Engine {
 
 // ---- the installation ----
 
-// What is registered: `effect` is the data of the class id's default value, `audio` that of DisableProtectedAudioDG, as
-// an export writes them.
+/** @param {Registration} registration */
 function registrationText({ effect, audio }) {
+  /** @type {import("./registry.mjs").Key[]} */
   const keys = [];
   if (effect !== undefined) keys.push([`${classKey}\\InprocServer32`, [["", effect]]]);
   if (audio !== undefined) keys.push([audioKey, [["DisableProtectedAudioDG", audio]]]);
@@ -110,6 +134,7 @@ function registrationText({ effect, audio }) {
 const removal = `[-${classKey}]\r\n\r\n[-${audioKey}]\r\n\r\n`;
 
 // Registers it for the tool, until the test ends. Gives the environment with which it finds the registration.
+/** @param {Scope} t @param {Registration} registration @returns {Promise<Record<string, string>>} */
 export async function registerEffect(t, registration) {
   const file = path.join(makeDirectory(), "registration.reg");
   const text = registrationText(registration);
@@ -117,6 +142,7 @@ export async function registerEffect(t, registration) {
     fs.writeFileSync(file, text);
     return { VELMORA_MACHINE: file };
   }
+  /** @param {string} keys */
   const importText = async (keys) => {
     fs.writeFileSync(file, `\ufeff${exportText([])}${keys}`, "utf16le");
     const { code, output, errors } = await run(t, "reg", ["import", programPathText(file)]);
@@ -128,12 +154,14 @@ export async function registerEffect(t, registration) {
   return {};
 }
 
+/** @param {string} file */
 export const registered = (file) => textData(programPathText(file));
 export const numberData = dwordData;
 
 // ---- the probes ----
 
 // The processes of this system that the tool shall see, natively; under Wine it sees those of the prefix.
+/** @param {number[]} processIds @returns {Record<string, string>} */
 export function visibleProcesses(...processIds) {
   if (isWine) return {};
   const root = makeDirectory();
@@ -159,6 +187,7 @@ const nothingFound = {
 };
 
 // What the tool prints when nothing is there but what is told here.
+/** @param {Partial<Probes>} found */
 export function probesText(found = {}) {
   const fields = { ...nothingFound, ...found };
   assert.equal(Object.keys(fields).length, Object.keys(nothingFound).length, "fields that exist");
@@ -168,6 +197,7 @@ export function probesText(found = {}) {
 }
 
 // Runs the tool and demands what it finds. `wrapped` puts a program in front of it, natively.
+/** @param {Scope} t @param {Record<string, string>} env @param {Partial<Probes>} found @param {{ wrapped?: string[] }} options */
 export async function assertProbes(t, env, found, { wrapped = [] } = {}) {
   const tool = builtProgram("velmora_print_engine");
   const [file, ...args] = [...wrapped, tool];
@@ -177,22 +207,24 @@ export async function assertProbes(t, env, found, { wrapped = [] } = {}) {
 
 // ---- the audio service, under Wine ----
 
-const standinService = builtProgram("velmora_test_service");
+const testService = builtProgram("velmora_test_service");
 
 // Registers the test service as the audio service until the test ends. Gives the words that it has logged since the last
 // look, in the order of their times.
+/** @param {Scope} t @param {string[]} options */
 export async function installAudioService(t, options = []) {
   const log = path.join(makeDirectory(), "service.log");
   const args = ["install", "Audiosrv", "--log", programPathText(log), ...options];
-  assert.deepEqual(await run(t, standinService, args), { code: 0, signal: null, output: "", errors: "" });
-  t.after(() => run(t, standinService, ["remove", "Audiosrv"]));
+  assert.deepEqual(await run(t, testService, args), { code: 0, signal: null, output: "", errors: "" });
+  t.after(() => run(t, testService, ["remove", "Audiosrv"]));
   let known = 0;
   const text = () => (fs.existsSync(log) ? fs.readFileSync(log, "utf8") : "");
   const look = () => {
     const lines = text().split("\n").slice(0, -1);
-    const entries = lines.slice(known).map((line) => line.match(/^([0-9]+) Audiosrv ([a-z]+)$/).slice(1));
+    const entries = lines.slice(known).map((line) => line.split(" Audiosrv "));
     known = lines.length;
     const times = entries.map(([time]) => Number(time));
+    for (const line of lines) assert.match(line, /^[0-9]+ Audiosrv [a-z]+$/);
     assert.deepEqual(
       times,
       [...times].sort((a, b) => a - b),

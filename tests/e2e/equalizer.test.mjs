@@ -5,18 +5,14 @@ import test from "node:test";
 import {
   answerBytes,
   answers,
-  ask,
-  assertAnswers,
   bodyOf,
   equalizerDocument,
   equalizerIn,
-  exchange,
   jsonDocument,
   numberText,
   readRecord,
   recordBytes,
   refusalBytes,
-  requestBytes,
   shippedService,
   someBands,
   startEffect,
@@ -31,8 +27,8 @@ const equalizer = "/api/v1/render/effects/eq";
 const blockBegin = 0xc0;
 const blockEnd = 0x1c8;
 
-const get = (service) => ask(service, "GET", equalizer);
-const put = (service, body) => ask(service, "PUT", equalizer, body);
+const get = (service) => service.ask("GET", equalizer);
+const put = (service, body) => service.ask("PUT", equalizer, body);
 const documentAnswer = (setting) => answerBytes(200, "OK", jsonDocument, equalizerDocument(setting));
 
 function outsideBlock(record) {
@@ -136,6 +132,7 @@ test("the service as shipped sets the equalizer in a record that the effect has 
 
 // Body, and what it changes in the setting of the row above it. `first` is the first band's change alone.
 const plainBand = { type: 1, freq_hz: 1000, gain_db: 3, q: 1 };
+/** @type {any[][]} */
 const accepts = [
   ["fifteen bands alone keep bypass and fade", bodyWith(), {}],
   ["bypass", bodyWith({}, { more: ',"bypass":false' }), { bypass: false }],
@@ -291,7 +288,7 @@ test("what is refused is told by its first fault and leaves the record alone", l
   });
   await t.test("other methods and paths", async () => {
     for (const method of ["POST", "DELETE", "PATCH", "HEAD", "put"]) {
-      assert.equal(await ask(service, method, equalizer, bodyWith()), answers.notFound);
+      assert.equal(await service.ask(method, equalizer, bodyWith()), answers.notFound);
     }
     for (const path of [
       `${equalizer}/`,
@@ -299,7 +296,7 @@ test("what is refused is told by its first fault and leaves the record alone", l
       equalizer.toUpperCase(),
       equalizer.replace("eq", "%65q"),
     ]) {
-      assert.equal(await ask(service, "PUT", path, bodyWith()), answers.notFound);
+      assert.equal(await service.ask("PUT", path, bodyWith()), answers.notFound);
     }
     assert.deepEqual(await readRecord(t, mapping), before);
   });
@@ -308,15 +305,15 @@ test("what is refused is told by its first fault and leaves the record alone", l
     const token = ["X-Velmora-Token", service.token];
     const fromElsewhere = [token, ["Origin", "http://evil.example"]];
     assert.equal(
-      await exchange(service, requestBytes(service, { ...options, headers: fromElsewhere })),
+      await service.exchange(service.requestBytes({ ...options, headers: fromElsewhere })),
       answers.notLocal,
     );
-    assert.equal(await exchange(service, requestBytes(service, options)), answers.noToken);
+    assert.equal(await service.exchange(service.requestBytes(options)), answers.noToken);
     assert.deepEqual(await readRecord(t, mapping), before);
   });
   assert.equal(await put(service, bodyWith()), answers.done, "the next good one is taken");
   await effect.waitForLine("equalizer revision=2 bypass=false fade_ms=50");
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
   await effect.stop();
 });

@@ -2,17 +2,7 @@
 import assert from "node:assert/strict";
 import test from "node:test";
 
-import {
-  Client,
-  answerBytes,
-  answers,
-  assertAnswers,
-  exchange,
-  makeWebRoot,
-  putBytes,
-  requestBytes,
-  startService,
-} from "./harness.mjs";
+import { answerBytes, answers, makeWebRoot, startService, words } from "./harness.mjs";
 
 const pageAnswer = answerBytes(200, "OK", "text/html; charset=utf-8", "help\n");
 const footstep = "/api/v1/render/effects/footstep";
@@ -28,6 +18,7 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
   const { port } = service;
   const otherPort = port + 1;
 
+  /** @type {any[][]} */
   const hosts = [
     [`127.0.0.1:${port}`, true],
     [`localhost:${port}`, true],
@@ -56,11 +47,12 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
   ];
   for (const [host, passes] of hosts) {
     await t.test(`Host ${JSON.stringify(host)} ${passes ? "passes" : "is refused"}`, async () => {
-      const bytes = requestBytes(service, { target: "/help.html", host });
-      assert.equal(await exchange(service, bytes), passes ? pageAnswer : answers.notLocal);
+      const bytes = service.requestBytes({ target: "/help.html", host });
+      assert.equal(await service.exchange(bytes), passes ? pageAnswer : answers.notLocal);
     });
   }
 
+  /** @type {any[][]} */
   const origins = [
     [`http://127.0.0.1:${port}`, true],
     [`http://localhost:${port}`, true],
@@ -82,26 +74,20 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
   ];
   for (const [origin, passes] of origins) {
     await t.test(`Origin ${JSON.stringify(origin)} ${passes ? "passes" : "is refused"}`, async () => {
-      const bytes = requestBytes(service, { target: "/help.html", headers: [["Origin", origin]] });
-      assert.equal(await exchange(service, bytes), passes ? pageAnswer : answers.notLocal);
+      const bytes = service.requestBytes({ target: "/help.html", headers: [["Origin", origin]] });
+      assert.equal(await service.exchange(bytes), passes ? pageAnswer : answers.notLocal);
     });
   }
 
   await t.test("a Referer from elsewhere is not looked at", async () => {
     const headers = [["Referer", "http://evil.example/"]];
-    assert.equal(
-      await exchange(service, requestBytes(service, { target: "/help.html", headers })),
-      pageAnswer,
-    );
+    assert.equal(await service.exchange(service.requestBytes({ target: "/help.html", headers })), pageAnswer);
   });
   await t.test("a Host and an Origin that name the service differently pass", async () => {
     const headers = [["Origin", `http://localhost:${port}`]];
-    assert.equal(
-      await exchange(service, requestBytes(service, { target: "/help.html", headers })),
-      pageAnswer,
-    );
+    assert.equal(await service.exchange(service.requestBytes({ target: "/help.html", headers })), pageAnswer);
   });
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -126,9 +112,10 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
   ];
   for (const [value, passes] of tokens) {
     await t.test(`${JSON.stringify(value)?.slice(0, 60)} ${passes ? "passes" : "is refused"}`, async () => {
+      /** @type {any[][]} */
       const headers = value === null ? [] : [["x-velmora-token", value]];
-      const bytes = requestBytes(service, { target: "/api/v1/nothing", headers });
-      assert.equal(await exchange(service, bytes), passes ? answers.notFound : answers.noToken);
+      const bytes = service.requestBytes({ target: "/api/v1/nothing", headers });
+      assert.equal(await service.exchange(bytes), passes ? answers.notFound : answers.noToken);
     });
   }
   await t.test("the last of two token headers counts", async () => {
@@ -140,7 +127,7 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
       ["X-Velmora-Token", token],
       ["x-velmora-token", "wrong"],
     ];
-    const ask = (headers) => exchange(service, requestBytes(service, { target: "/api/", headers }));
+    const ask = (headers) => service.exchange(service.requestBytes({ target: "/api/", headers }));
     assert.equal(await ask(rightLast), answers.notFound);
     assert.equal(await ask(wrongLast), answers.noToken);
   });
@@ -150,7 +137,7 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
       ["Authorization", `Bearer ${token}`],
       ["Cookie", `token=${token}`],
     ];
-    assert.equal(await exchange(service, requestBytes(service, { target, headers })), answers.noToken);
+    assert.equal(await service.exchange(service.requestBytes({ target, headers })), answers.noToken);
   });
   await service.stop();
 });
@@ -239,9 +226,9 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
     ],
   ];
   for (const [what, bytes, expected] of table) {
-    await t.test(what, async () => assert.equal(await exchange(service, bytes), expected));
+    await t.test(what, async () => assert.equal(await service.exchange(bytes), expected));
   }
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -264,38 +251,27 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     ["the greeting of a secure connection", "\x16\x03\x01\x00\xee\x01\x00\x00\xea\x03\x03\r\n\r\n"],
   ];
   for (const [what, bytes] of heads) {
-    await t.test(what, async () => assert.equal(await exchange(service, bytes), answers.invalidRequest));
+    await t.test(what, async () => assert.equal(await service.exchange(bytes), answers.invalidRequest));
   }
 
   const lengths = [
     "",
-    "+5",
-    "-5",
-    "-0",
-    "5x",
-    "x",
-    "0x5",
     "5 5",
-    "5,5",
-    "5.0",
-    "1e1",
-    '"5"',
-    "18446744073709551616",
-    "99999999999999999999999999",
-    "65536",
-    "4294967296",
-    "9223372036854775807",
+    ...words`
+    +5 -5 -0 5x x 0x5 5,5 5.0 1e1 "5" 18446744073709551616 99999999999999999999999999 65536 4294967296
+    9223372036854775807
+  `,
   ];
   for (const length of lengths) {
     await t.test(`a content length of ${JSON.stringify(length)}`, async () => {
       const bytes = `GET /help.html HTTP/1.1\r\n${host}Content-Length: ${length}\r\n\r\n`;
-      assert.equal(await exchange(service, bytes), answers.invalidRequest);
+      assert.equal(await service.exchange(bytes), answers.invalidRequest);
     });
   }
 
   await t.test("a head that does not end within 65536 bytes", async () => {
     const start = `GET /help.html HTTP/1.1\r\n${host}X: `;
-    assert.equal(await exchange(service, start.padEnd(requestLimit, "x")), answers.invalidRequest);
+    assert.equal(await service.exchange(start.padEnd(requestLimit, "x")), answers.invalidRequest);
   });
   await t.test("a head that ends one byte too late, by its length alone", async () => {
     const start = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${service.token}\r\n`;
@@ -303,7 +279,7 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     const total = start.length + line.length + 65_000;
     const filled = `${start}X: ${"x".repeat(requestLimit + 1 - total - 5)}\r\n${line}`;
     assert.equal(filled.length + 65_000, requestLimit + 1);
-    assert.equal(await exchange(service, filled), answers.invalidRequest);
+    assert.equal(await service.exchange(filled), answers.invalidRequest);
   });
 
   const cutShort = [
@@ -316,13 +292,13 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
   ];
   for (const [what, bytes] of cutShort) {
     await t.test(`${what}, and the client's side ended`, async () => {
-      const client = await Client.connect(service);
+      const client = await service.connect();
       if (bytes !== "") await client.send(bytes);
       client.halfClose();
       assert.deepEqual(await client.answer(), { bytes: answers.invalidRequest, reset: false });
     });
   }
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -360,12 +336,12 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
     ["a wish for a continuation", `GET /help.html HTTP/1.1\r\n${host}Expect: 100-continue\r\n\r\n`],
   ];
   for (const [what, bytes] of table) {
-    await t.test(what, async () => assert.equal(await exchange(service, bytes), pageAnswer));
+    await t.test(what, async () => assert.equal(await service.exchange(bytes), pageAnswer));
   }
 
   await t.test("of two hosts the first one alone is right", async () => {
     const bytes = `GET /help.html HTTP/1.1\r\n${host}Host: x\r\n\r\n`;
-    assert.equal(await exchange(service, bytes), answers.notLocal);
+    assert.equal(await service.exchange(bytes), answers.notLocal);
   });
 
   await t.test("a request of exactly 65536 bytes", async () => {
@@ -382,34 +358,34 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
       "application/json; charset=utf-8",
       `{"error":"${refused}"}`,
     );
-    assert.equal(await exchange(service, bytes), expected);
+    assert.equal(await service.exchange(bytes), expected);
   });
 
   // The total passes the limit by running over, and the body is what has arrived behind the head.
   for (const length of ["18446744073709551615", "18446744073709551516"]) {
     await t.test(`a content length of ${length} takes what has arrived`, async () => {
       const head = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nContent-Length: ${length}\r\n\r\n`;
-      assert.equal(await exchange(service, head), answers.done);
+      assert.equal(await service.exchange(head), answers.done);
       const expected = "stereo_link must be 0, 1 or 2";
-      assert.ok((await exchange(service, `${head}{"stereo_link":3}`)).endsWith(`{"error":"${expected}"}`));
+      assert.ok((await service.exchange(`${head}{"stereo_link":3}`)).endsWith(`{"error":"${expected}"}`));
     });
   }
 
   await t.test("bytes behind the body are not part of it", async () => {
-    const bytes = putBytes(service, algorithm, "{}");
-    assert.equal(await exchange(service, `${bytes}{"stereo_link":3}`), answers.done);
+    const bytes = service.putBytes(algorithm, "{}");
+    assert.equal(await service.exchange(`${bytes}{"stereo_link":3}`), answers.done);
   });
   await t.test("a second request on the same connection is never read", async () => {
-    const bytes = requestBytes(service, { target: "/help.html" });
-    assert.equal(await exchange(service, bytes + bytes), pageAnswer);
+    const bytes = service.requestBytes({ target: "/help.html" });
+    assert.equal(await service.exchange(bytes + bytes), pageAnswer);
   });
   await t.test("the chunks of a chunked body are not read", async () => {
     const bytes =
       `PUT ${footstep} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nTransfer-Encoding: chunked\r\n\r\n` +
       '27\r\n{"bypass":false,"enhance_strength":0.5}\r\n0\r\n\r\n';
     const message = "bypass and enhance_strength (0..1) are required";
-    assert.ok((await exchange(service, bytes)).endsWith(`\r\n\r\n{"error":"${message}"}`));
+    assert.ok((await service.exchange(bytes)).endsWith(`\r\n\r\n{"error":"${message}"}`));
   });
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });

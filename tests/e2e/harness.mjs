@@ -5,13 +5,53 @@
 // Every wait has a limit, given in milliseconds. Text from programs and sockets is held byte by byte (latin1), so
 // that comparisons are exact.
 import assert from "node:assert/strict";
-import { execFileSync, spawn } from "node:child_process";
+import { execFileSync, spawn, spawnSync } from "node:child_process";
+import { once } from "node:events";
 import fs from "node:fs";
 import net from "node:net";
 import os from "node:os";
 import path from "node:path";
 
 import { AccountService, jsonReply } from "../programs/account/service.mjs";
+
+/**
+ * @typedef {import("node:net").Socket} Socket
+ * @typedef {import("../programs/account/service.mjs").AccountOptions} AccountOptions
+ * @typedef {{ after(end: () => unknown): void }} Scope What a program or file lives as long as: a test, or a file's tests.
+ * @typedef {string[]} Pair A name and a value
+ * @typedef {object} ProgramOptions
+ * @property {Record<string, string | undefined>} [env]
+ * @property {string} [cwd]
+ * @property {boolean} [ofSystem] it is a program of this system, whatever the target
+ * @property {string[]} [wrapper] a command of this system that starts the one behind it
+ * @property {boolean} [withInput] standard input is `child.stdin`, else there is none
+ * @typedef {object} OwnServiceOptions
+ * @property {string} [program] which copy of the service; by default the one that can make its mapping by itself
+ * @property {string | null} [token] null: the service makes one
+ * @property {number} [port]
+ * @property {string} [mapping]
+ * @property {string} [webRoot]
+ * @property {string[]} [more] further arguments
+ * @typedef {ProgramOptions & OwnServiceOptions} ServiceOptions
+ * @typedef {{ port: number, token?: string }} Peer
+ * @typedef {{ reads?: boolean }} ConnectOptions
+ * @typedef {{ method?: string, target?: string, host?: string | null, headers?: Pair[], body?: string }} RequestOptions
+ * @typedef {{ type: number, freq_hz: number, gain_db: number, q: number }} Band
+ * @typedef {{ bypass: boolean, fade_ms: number, bands: Band[] }} Equalizer
+ * @typedef {{ id: string, name: string, peak?: number, sessions?: unknown[], bound?: boolean }} Endpoint
+ * @typedef {object} Devices
+ * @property {Endpoint[]} [render]
+ * @property {Endpoint[]} [capture]
+ * @property {string} [defaultRender]
+ * @property {string} [defaultCapture]
+ * @property {string} [selectedRender]
+ * @property {string} [selectedCapture]
+ * @property {number} [error_code]
+ */
+/**
+ * @template T
+ * @typedef {new (file: string, args: string[], options?: ProgramOptions) => T} ProgramClass
+ */
 
 export const isWine = process.env.VELMORA_TARGET === "wine";
 export const isNative = !isWine;
@@ -28,9 +68,13 @@ export const recordBytes = 576;
 
 // ---- what must be ended, whatever happens ----
 
+/** @type {Set<Program>} */
 const alive = new Set();
+/** @type {Set<string>} */
 const directories = new Set();
+/** @type {Set<string>} */
 const mappingNames = new Set();
+/** @type {Set<string>} */
 const disks = new Set();
 
 function endEverything() {
@@ -46,14 +90,18 @@ for (const signal of ["SIGTERM", "SIGINT", "SIGHUP"]) process.on(signal, () => p
 
 // ---- waiting ----
 
+/** @param {number} milliseconds */
 export function sleep(milliseconds) {
   return new Promise((resolve) => setTimeout(resolve, milliseconds));
 }
 
 // The promise's value, or a failure that names what was waited for. The timer keeps this process alive: sockets and
 // programs do not, so that a failed test never hangs on what it left.
+/** @template T @param {number} limitMs @param {() => string} what @param {Promise<T>} promise @returns {Promise<T>} */
 export async function within(limitMs, what, promise) {
+  /** @type {NodeJS.Timeout | undefined} */
   let timer;
+  /** @type {Promise<never>} */
   const expired = new Promise((_, reject) => {
     timer = setTimeout(() => reject(new Error(`waited ${limitMs} ms for ${what()}`)), limitMs);
   });
@@ -66,6 +114,7 @@ export async function within(limitMs, what, promise) {
 
 // Looks again and again until `look` gives something other than undefined. It ends with its limit, unlike a loop of
 // the test's own, which would keep a failed test running.
+/** @template T @param {string} what @param {() => T | undefined | Promise<T | undefined>} look @returns {Promise<T>} */
 export async function poll(what, look, limitMs = waitLimitMs) {
   const deadline = Date.now() + limitMs;
   for (;;) {
@@ -74,6 +123,31 @@ export async function poll(what, look, limitMs = waitLimitMs) {
     if (Date.now() > deadline) throw new Error(`waited ${limitMs} ms for ${what}`);
     await sleep(pollIntervalMs);
   }
+}
+
+// ---- rights that a container may lack ----
+
+/** @type {string | undefined} */
+let mountRefusal;
+
+// For the `skip` option of a test that mounts: undefined where mounts are allowed, else the right that is missing. ./test
+// lists these tests as not run. It counts any other skip as a failure.
+export function missingMountRight() {
+  mountRefusal ??= spawnSync(
+    "unshare",
+    ["--mount", "mount", "-t", "tmpfs", "velmora-test", makeDirectory()],
+    { encoding: "utf8", env: { ...process.env, LC_ALL: "C" } },
+  ).stderr;
+  const isRefused = /Operation not permitted|[Pp]ermission denied|must be superuser/.test(mountRefusal);
+  return isRefused ? "not run: needs CAP_SYS_ADMIN (mounts)" : undefined;
+}
+
+// ---- tables ----
+
+// The words of a template text, as they are written: a backslash is one.
+/** @param {TemplateStringsArray} text */
+export function words(text) {
+  return text.raw[0].trim().split(/\s+/);
 }
 
 // ---- files ----
@@ -86,13 +160,16 @@ export function makeDirectory(name = "") {
   return path.join(directory, name);
 }
 
+/** @param {string} directory */
 function unmount(directory) {
   // Lazily: whoever still uses it keeps it until then, and nothing of it stays in the tree.
   execFileSync("umount", ["--lazy", directory]);
   disks.delete(directory);
 }
 
-// A disk of its own with room for so many bytes, in pages of 4096, until the test ends. Needs root, as ./test does.
+// A disk of its own with room for so many bytes, in pages of 4096, until the test ends. Such a test
+// skips on missingMountRight().
+/** @param {Scope} t @param {number} bytes */
 export function makeSmallDisk(t, bytes) {
   const directory = makeDirectory();
   execFileSync("mount", ["-t", "tmpfs", "-o", `size=${bytes}`, "velmora-test", directory]);
@@ -102,6 +179,7 @@ export function makeSmallDisk(t, bytes) {
 }
 
 // A path as the program under test writes it.
+/** @param {string} systemPath */
 export function programPathText(systemPath) {
   return isWine ? `Z:${systemPath.replaceAll("/", "\\")}` : systemPath;
 }
@@ -109,6 +187,7 @@ export function programPathText(systemPath) {
 export const pageNames = ["index.html", "advanced.html", "velmora-eq.js", "help.html"];
 
 // A web root of the tests' own. A page given as null is left out.
+/** @param {Record<string, string | Buffer | null>} pages */
 export function makeWebRoot(pages = {}, name = "") {
   const directory = makeDirectory(name);
   for (const page of pageNames) {
@@ -120,6 +199,7 @@ export function makeWebRoot(pages = {}, name = "") {
 
 // ---- programs ----
 
+/** @param {string} name */
 export function builtProgram(name) {
   return path.join(buildDirectory, name + programSuffix);
 }
@@ -127,6 +207,7 @@ export function builtProgram(name) {
 // The service as it is shipped.
 export const shippedService = builtProgram("velmora_control_demo");
 
+/** @type {string | undefined} */
 let patchedCopy;
 
 // The service that can make a mapping by itself. Natively it is the program as it stands. Wine 8 refuses one trustee
@@ -148,7 +229,7 @@ export function creatingService() {
 
 // The native service without root's right to pass over the modes of files.
 export function makeUnprivilegedService() {
-  if (process.getuid() !== 0) return shippedService;
+  if (process.getuid?.() !== 0) return shippedService;
   const script = path.join(makeDirectory(), "velmora_control_demo");
   const command = `exec setpriv --bounding-set=-dac_override,-dac_read_search ${shippedService} "$@"`;
   fs.writeFileSync(script, `#!/bin/sh\n${command}\n`, { mode: 0o755 });
@@ -173,7 +254,9 @@ const personalVariables =
   /^(VELMORA_(MACHINE|DRIVES|PROC)|ProgramData|XDG_STATE_HOME|SSL_CERT_FILE|(https?|all|no)_proxy)$/i;
 
 // The environment of a program: that of the tests without the person's, on drives of its own, and `more`.
+/** @type {string | undefined} */
 let commonDrives;
+/** @param {Record<string, string | undefined>} more */
 function environmentWith(more) {
   commonDrives ??= makeDirectory();
   const inherited = Object.entries(process.env).filter(([name]) => !personalVariables.test(name));
@@ -182,21 +265,24 @@ function environmentWith(more) {
 
 // A started program, its output so far, and its end.
 export class Program {
-  // With `ofSystem` true it is a program of this system, whatever the target. `wrapper` is a command of this system
-  // that starts the one behind it. With `withInput` true standard input is `child.stdin`, else there is none.
+  /** @param {string} file @param {string[]} args @param {ProgramOptions} options */
   constructor(file, args, { env = {}, cwd, ofSystem = false, wrapper = [], withInput = false } = {}) {
     const command = [...wrapper, ...(isWine && !ofSystem ? ["wine"] : []), file, ...args];
     const environment = environmentWith(env);
     this.name = `${path.basename(file)} ${args.join(" ")}`;
     this.output = "";
     this.errors = "";
+    /** @type {Set<() => void>} */
     this.watchers = new Set();
+    /** @type {{ code: number | null, signal: NodeJS.Signals | null } | undefined} */
+    this.end = undefined;
     this.child = spawn(command[0], command.slice(1), {
       cwd,
       env: environment,
       stdio: [withInput ? "pipe" : "ignore", "pipe", "pipe"],
     });
     alive.add(this);
+    /** @type {Promise<{ code: number | null, signal: NodeJS.Signals | null }>} */
     this.exited = new Promise((resolve, reject) => {
       this.child.on("error", reject);
       const closed = new Promise((drained) => this.child.once("close", drained));
@@ -209,11 +295,12 @@ export class Program {
       });
     });
     this.exited.catch(() => {});
-    this.collect(this.child.stdout, "output");
-    this.collect(this.child.stderr, "errors");
+    this.collect(/** @type {Socket} */ (this.child.stdout), "output");
+    this.collect(/** @type {Socket} */ (this.child.stderr), "errors");
     this.child.unref();
   }
 
+  /** @param {Socket} stream @param {"output" | "errors"} field */
   collect(stream, field) {
     stream.setEncoding("latin1");
     stream.on("data", (text) => {
@@ -233,8 +320,10 @@ export class Program {
   }
 
   // Waits until `look` gives something other than undefined, looking whenever the program has written.
+  /** @template T @param {string} what @param {() => T | undefined} look @returns {Promise<T>} */
   until(what, look, limitMs = waitLimitMs) {
-    let watcher;
+    let watcher = () => {};
+    /** @type {Promise<T>} */
     const found = new Promise((resolve, reject) => {
       watcher = () => {
         const value = look();
@@ -255,6 +344,7 @@ export class Program {
     return this.output.length;
   }
 
+  /** @param {string} line */
   async waitForLine(line, from = 0, limitMs = waitLimitMs) {
     const wanted = `\n${line}\n`;
     await this.until(
@@ -267,6 +357,7 @@ export class Program {
     );
   }
 
+  /** @param {NodeJS.Signals} name */
   signal(name) {
     this.child.kill(name);
   }
@@ -280,6 +371,7 @@ export class Program {
   }
 
   // Ends it as Ctrl+C does, and demands a clean end.
+  /** @param {NodeJS.Signals} signal */
   async stop(signal = "SIGINT") {
     this.signal(signal);
     const end = await this.waitForEnd();
@@ -289,9 +381,10 @@ export class Program {
   }
 }
 
-// Starts a program that the test's end takes down, however it ends.
-export function launch(t, file, args, options) {
-  const program = new Program(file, args, options);
+// Starts a program, of the class `kind`, that the test's end takes down.
+/** @template {Program} [T=Program] @param {Scope} t @param {string} file @param {string[]} args @param {ProgramOptions} [options] @param {ProgramClass<T>} [kind] @returns {T} */
+export function launch(t, file, args, options, kind = /** @type {ProgramClass<any>} */ (Program)) {
+  const program = new kind(file, args, options);
   t.after(async () => {
     program.kill();
     await program.waitForEnd().catch(() => {});
@@ -305,12 +398,14 @@ const neverBegan = "ShellExecuteEx failed: Internal error.";
 const lostServer = "wine client error:";
 const mostStarts = 3;
 
+/** @param {Program} program */
 function hasFailedInWine({ end, output, errors }) {
   if (!isWine || end === undefined || end.code === 0) return false;
   return (output + errors).includes(neverBegan) || (output === "" && errors.includes(lostServer));
 }
 
 // Runs a program to its end. `errors` and `output` are bytes.
+/** @param {Scope} t @param {string} file @param {string[]} args @param {ProgramOptions} [options] */
 export async function run(t, file, args, options) {
   for (let start = 1; ; ++start) {
     const program = launch(t, file, args, options);
@@ -321,9 +416,10 @@ export async function run(t, file, args, options) {
 }
 
 // Starts a program and waits until `look` finds what it wants in the output. Gives the program and what was found.
-async function launchUntil(t, file, args, options, what, look) {
+/** @template F @template {Program} [T=Program] @param {Scope} t @param {string} file @param {string[]} args @param {ProgramOptions} options @param {string} what @param {(output: string) => F | undefined} look @param {ProgramClass<T>} [kind] @returns {Promise<[T, F]>} */
+async function launchUntil(t, file, args, options, what, look, kind) {
   for (let start = 1; ; ++start) {
-    const program = launch(t, file, args, options);
+    const program = launch(t, file, args, options, kind);
     try {
       return [program, await program.until(what, () => look(program.output), startLimitMs)];
     } catch (error) {
@@ -337,6 +433,7 @@ async function launchUntil(t, file, args, options, what, look) {
 // Below the range that the system gives to clients, so that no client of another test takes it.
 let nextPort = 10_000 + ((process.pid * 37) % 20_000);
 
+/** @param {number} port @returns {Promise<boolean>} */
 function isFree(port) {
   return new Promise((resolve) => {
     const server = net.createServer();
@@ -353,16 +450,71 @@ export async function freePort() {
   }
 }
 
+// The service, and what its clients ask it. The functions of the same names say more.
+export class Service extends Program {
+  port = 0;
+  token = "";
+  algorithm = "";
+  mapping = "";
+  webRoot = "";
+
+  /** @param {ConnectOptions} [options] */
+  connect(options) {
+    return Client.connect(this, options);
+  }
+
+  /** @param {RequestOptions} [options] */
+  requestBytes(options) {
+    return requestBytes(this, options);
+  }
+
+  /** @param {string} method @param {string} target @param {string} [body] @param {Pair[]} [headers] */
+  apiBytes(method, target, body, headers) {
+    return apiBytes(this, method, target, body, headers);
+  }
+
+  /** @param {string} target @param {string} [body] @param {Pair[]} [headers] */
+  putBytes(target, body, headers) {
+    return putBytes(this, target, body, headers);
+  }
+
+  /** @param {string} bytes */
+  exchange(bytes) {
+    return exchange(this, bytes);
+  }
+
+  // Asks with the session token. `body` is the text that goes out, byte by byte.
+  /** @param {string} method @param {string} target @param {string} [body] */
+  ask(method, target, body) {
+    return this.exchange(this.apiBytes(method, target, body));
+  }
+
+  assertAnswers() {
+    return assertAnswers(this);
+  }
+
+  // The session as the status document shows it.
+  async session() {
+    return JSON.parse(utf8Text(bodyOf(await this.ask("GET", "/api/v1/status")))).session;
+  }
+
+  // Signs in by one poll. `fields` come on top of the issued ones.
+  /** @param {AccountService} account @param {Record<string, unknown>} fields */
+  async signIn(account, fields = {}) {
+    account.answer("/api/v1/auth/poll", jsonReply({ ...issuedFields, ...fields }));
+    const answer = await this.ask("GET", "/api/v1/account/poll?state=attempt");
+    assert.equal(JSON.parse(utf8Text(bodyOf(answer))).status, "issued", answer);
+  }
+}
+
 const bannerForm =
   /^Velmora 1\.2\.0 {2}\(algorithm ([^\n]*)\)\n {2}Open: http:\/\/127\.0\.0\.1:([0-9]+)\/\?token=([^\n]*)\n(?:[^]*\n)? {2}Press Ctrl\+C to stop\.\n/;
 
+/** @type {string | undefined} */
 let commonWebRoot;
 
-// Starts the service and waits for its whole banner. Gives the program with `port`, `token` and `algorithm` as the
-// banner names them.
-//   program   which copy of the service; the one that can make its mapping by itself when not given
-//   token     null: let the service make one
-//   port, mapping, webRoot, more, env, cwd, wrapper
+// Starts the service and waits for its whole banner.
+/** @param {Scope} t @param {ServiceOptions} options */
 export async function startService(t, options = {}) {
   const {
     program = creatingService(),
@@ -375,31 +527,21 @@ export async function startService(t, options = {}) {
   const webRoot = options.webRoot ?? commonWebRoot;
   const args = ["--port", String(port), "--web-root", programPathText(webRoot), "--control-map", mapping];
   if (token !== null) args.push("--token", token);
-  const look = (output) => output.match(bannerForm) ?? undefined;
-  const [service, [, algorithm, portText, tokenText]] = await launchUntil(
-    t,
-    program,
-    [...args, ...more],
-    options,
-    "the banner",
-    look,
-  );
+  const look = (/** @type {string} */ output) => output.match(bannerForm) ?? undefined;
+  const start = [...args, ...more];
+  const [service, found] = await launchUntil(t, program, start, options, "the banner", look, Service);
+  const [, algorithm, portText, tokenText] = found;
   return Object.assign(service, { algorithm, port: Number(portText), token: tokenText, mapping, webRoot });
 }
 
 // ---- the test effect and the record ----
 
+/** @param {Scope} t @param {string} mapping @param {string[]} more @param {string} [firstLine] */
 export async function startEffect(t, mapping, more = [], firstLine = undefined) {
   const args = ["--control-map", mapping, ...more];
-  const look = (output) => output.match(/^(mapping (?:made|opened))\n/)?.[1];
-  const [effect, line] = await launchUntil(
-    t,
-    builtProgram("velmora_test_effect"),
-    args,
-    {},
-    "its mapping",
-    look,
-  );
+  const look = (/** @type {string} */ output) => output.match(/^(mapping (?:made|opened))\n/)?.[1];
+  const program = builtProgram("velmora_test_effect");
+  const [effect, line] = await launchUntil(t, program, args, {}, "its mapping", look);
   if (firstLine !== undefined) assert.equal(line, firstLine);
   return effect;
 }
@@ -407,6 +549,7 @@ export async function startEffect(t, mapping, more = [], firstLine = undefined) 
 // Under Wine: another program holds a file so that it can be read, but neither written nor deleted. The command
 // interpreter opens its input in that way and keeps it for as long as the program runs that it starts. Resolves, when
 // it is held, to what waits for its release, which comes by itself.
+/** @param {Scope} t @param {string} file */
 export async function holdFile(t, file) {
   const heldMs = 5000;
   const effect = `${programPathText(builtProgram("velmora_test_effect"))} --control-map ${uniqueMappingName()}`;
@@ -424,6 +567,7 @@ export async function holdFile(t, file) {
 }
 
 // The record's bytes, as another process sees them.
+/** @param {Scope} t @param {string} mapping */
 export async function readRecord(t, mapping) {
   const printed = await run(t, builtProgram("velmora_print_record"), [mapping]);
   assert.equal(printed.errors, "");
@@ -441,6 +585,7 @@ export async function readRecord(t, mapping) {
 // ---- the equalizer, as a body gives it and as the record holds it ----
 
 // A number as the service writes it: 32 bits, then six significant digits as C's %g.
+/** @param {number} value */
 export function numberText(value) {
   const narrow = Math.fround(value);
   if (narrow === 0) return Object.is(narrow, -0) ? "-0" : "0";
@@ -452,6 +597,7 @@ export function numberText(value) {
 }
 
 // The document that the service makes of a setting.
+/** @param {Equalizer} setting */
 export function equalizerDocument({ bypass, fade_ms, bands }) {
   const bandTexts = bands.map(
     ({ type, freq_hz, gain_db, q }) =>
@@ -461,6 +607,7 @@ export function equalizerDocument({ bypass, fade_ms, bands }) {
 }
 
 // The setting and its revision, as the record's bytes say.
+/** @param {Buffer} record */
 export function equalizerIn(record) {
   const word = record.readBigUInt64LE(0xc8);
   const bands = Array.from({ length: 15 }, (_, index) => {
@@ -494,6 +641,7 @@ export function someBands(shift = 0) {
 
 // The list's document. An endpoint has `id` and `name`, and may have `peak`, `sessions` and, of render, `bound`. The
 // marks follow from the ids.
+/** @param {Devices} devices */
 export function devicesDocument({
   render = [],
   capture = [],
@@ -503,6 +651,7 @@ export function devicesDocument({
   selectedCapture = defaultCapture,
   error_code = 0,
 } = {}) {
+  /** @param {Endpoint} endpoint @param {string} defaultId @param {string} selectedId */
   const entry = ({ id, name, peak = 0, sessions = [] }, defaultId, selectedId, more = "") =>
     `{"id":${JSON.stringify(id)},"name":${JSON.stringify(name)},"is_default":${id === defaultId},` +
     `"is_selected":${id === selectedId},"peak":${numberText(peak)},"sessions":${JSON.stringify(sessions)}${more}}`;
@@ -519,8 +668,19 @@ export function devicesDocument({
   return Buffer.from(document, "utf8").toString("latin1");
 }
 
+/** @param {number | bigint} word */
 export function hexWord(word) {
   return `0x${word.toString(16).padStart(16, "0")}`;
+}
+
+// ---- listening ----
+
+// Starts listening, on any port of this machine by default. Gives the port.
+/** @param {import("node:net").Server} server */
+export async function listen(server, port = 0) {
+  server.listen({ port, host: "127.0.0.1" });
+  await once(server, "listening");
+  return /** @type {net.AddressInfo} */ (server.address()).port;
 }
 
 // ---- the client ----
@@ -536,6 +696,7 @@ const fixedHeaders = [
 export const jsonDocument = "application/json; charset=utf-8";
 
 // A whole answer as its bytes must be.
+/** @param {number} status @param {string} reason @param {string} contentType @param {string} body */
 export function answerBytes(status, reason, contentType, body) {
   const head = [
     `HTTP/1.1 ${status} ${reason}`,
@@ -546,6 +707,7 @@ export function answerBytes(status, reason, contentType, body) {
   return `${head.join("\r\n")}\r\n\r\n${body}`;
 }
 
+/** @param {number} status @param {string} reason @param {string} message */
 export function refusalBytes(status, reason, message) {
   return answerBytes(status, reason, jsonDocument, `{"error":"${message}"}`);
 }
@@ -559,11 +721,13 @@ export const answers = {
 };
 
 // The body of an answer.
+/** @param {string} answer */
 export function bodyOf(answer) {
   return answer.slice(answer.indexOf("\r\n\r\n") + 4);
 }
 
 // The bytes of a request. Headers are pairs, sent in their order; Host stands first unless `host` is null.
+/** @param {Peer} service @param {RequestOptions} options */
 export function requestBytes(service, { method = "GET", target = "/", host, headers = [], body } = {}) {
   const lines = [`${method} ${target} HTTP/1.1`];
   if (host !== null) lines.push(`Host: ${host ?? `127.0.0.1:${service.port}`}`);
@@ -573,37 +737,46 @@ export function requestBytes(service, { method = "GET", target = "/", host, head
 }
 
 // The bytes of a request with the session token.
+/** @param {Peer} service @param {string} method @param {string} target @param {string} [body] @param {Pair[]} headers */
 export function apiBytes(service, method, target, body, headers = []) {
   return requestBytes(service, {
     method,
     target,
     body,
-    headers: [["X-Velmora-Token", service.token], ...headers],
+    headers: [["X-Velmora-Token", service.token ?? ""], ...headers],
   });
 }
 
+/** @param {Peer} service @param {string} target @param {string} [body] @param {Pair[]} headers */
 export function putBytes(service, target, body, headers = []) {
   return apiBytes(service, "PUT", target, body, headers);
 }
 
 // One connection to the service. What it sends and when it leaves is the test's choice.
 export class Client {
-  // With `reads` false it leaves the answer where it is, but for the first piece that the runtime takes by itself.
-  static async connect(service, { reads = true } = {}) {
-    const client = new Client();
-    client.received = "";
-    client.socket = net.connect({ port: service.port, host: "127.0.0.1", allowHalfOpen: true });
-    client.socket.setNoDelay(true);
-    client.socket.unref();
-    client.answered = new Promise((resolve) => {
-      client.socket.on("end", () => resolve({ bytes: client.received, reset: false }));
-      client.socket.on("error", (error) => resolve({ bytes: client.received, reset: true, error }));
-      client.socket.on("close", () => resolve({ bytes: client.received, reset: false }));
+  /** @param {Socket} socket */
+  constructor(socket) {
+    this.received = "";
+    this.socket = socket;
+    /** @type {Promise<{ bytes: string, reset: boolean, error?: Error }>} */
+    this.answered = new Promise((resolve) => {
+      socket.on("end", () => resolve({ bytes: this.received, reset: false }));
+      socket.on("error", (error) => resolve({ bytes: this.received, reset: true, error }));
+      socket.on("close", () => resolve({ bytes: this.received, reset: false }));
     });
+  }
+
+  // With `reads` false it leaves the answer where it is, but for the first piece that the runtime takes by itself.
+  /** @param {Peer} service @param {ConnectOptions} options */
+  static async connect(service, { reads = true } = {}) {
+    const socket = net.connect({ port: service.port, host: "127.0.0.1", allowHalfOpen: true });
+    const client = new Client(socket);
+    socket.setNoDelay(true);
+    socket.unref();
     if (reads) client.startReading();
     const connected = new Promise((resolve, reject) => {
-      client.socket.once("connect", resolve);
-      client.socket.once("error", reject);
+      socket.once("connect", resolve);
+      socket.once("error", reject);
     });
     await within(waitLimitMs, () => `a connection to port ${service.port}`, connected);
     return client;
@@ -612,18 +785,20 @@ export class Client {
   // For a client that was connected with `reads` false: takes what has come and all that follows.
   startReading() {
     this.socket.setEncoding("latin1");
-    this.socket.on("data", (text) => {
+    this.socket.on("data", (/** @type {string} */ text) => {
       this.received += text;
     });
   }
 
   // Resolves when the system has taken the bytes. A peer that is gone is no failure here.
+  /** @param {string} bytes */
   async send(bytes) {
-    const taken = new Promise((resolve) => this.socket.write(bytes, "latin1", () => resolve()));
+    const taken = new Promise((resolve) => this.socket.write(bytes, "latin1", resolve));
     await within(waitLimitMs, () => "the socket to take bytes", taken);
   }
 
   // As send, but waits for nothing: for a peer that stops reading.
+  /** @param {string} bytes */
   push(bytes) {
     this.socket.write(bytes, "latin1", () => {});
   }
@@ -643,6 +818,7 @@ export class Client {
 
   // For a client that was connected with `reads` false: waits until so many bytes of the answer have come, at most the
   // few thousand that the runtime takes by itself, and leaves them where they are.
+  /** @param {number} count */
   async waitForFirstBytes(count, limitMs = waitLimitMs) {
     const look = () => (this.socket.readableLength >= count ? true : undefined);
     await poll(`${count} bytes of an answer`, look, limitMs);
@@ -658,6 +834,7 @@ export class Client {
   }
 
   // Whether the service is silent for this long.
+  /** @param {number} milliseconds */
   async isSilentFor(milliseconds) {
     const silent = Symbol("silent");
     const first = await Promise.race([this.answered, sleep(milliseconds).then(() => silent)]);
@@ -666,17 +843,14 @@ export class Client {
 }
 
 // Sends bytes in one piece and gives all that comes back.
+/** @param {Peer} service @param {string} bytes */
 export async function exchange(service, bytes) {
   const client = await Client.connect(service);
   client.push(bytes);
   return (await client.answer()).bytes;
 }
 
-// Asks with the session token. `body` is the text that goes out, byte by byte.
-export function ask(service, method, target, body) {
-  return exchange(service, apiBytes(service, method, target, body));
-}
-
+/** @param {Peer} service */
 export async function assertAnswers(service) {
   assert.equal(await exchange(service, requestBytes(service, { target: "/api/" })), answers.noToken);
 }
@@ -684,15 +858,18 @@ export async function assertAnswers(service) {
 // ---- the account service ----
 
 // A text as the bytes of its UTF-8, the way in which answers are read here, and the other way round.
+/** @param {string} text */
 export function utf8Bytes(text) {
   return Buffer.from(text).toString("latin1");
 }
 
+/** @param {string} bytes */
 export function utf8Text(bytes) {
   return Buffer.from(bytes, "latin1").toString();
 }
 
 // A test account service that ends with the test.
+/** @param {Scope} t @param {AccountOptions} [options] */
 export async function startAccountService(t, options) {
   const account = await AccountService.start(options);
   t.after(() => account.close());
@@ -700,6 +877,7 @@ export async function startAccountService(t, options) {
 }
 
 // The service with a test account service behind it, or with an address of the test's own.
+/** @param {Scope} t @param {AccountService | string} account @param {ServiceOptions} options */
 export function startServiceFor(t, account, options = {}) {
   const url = typeof account === "string" ? account : account.url;
   return startService(t, { ...options, more: ["--account-service", url, ...(options.more ?? [])] });
@@ -707,19 +885,6 @@ export function startServiceFor(t, account, options = {}) {
 
 // What the service reads when a login attempt has come to its end.
 export const issuedFields = { status: "issued", account_hash: "hash-1", session_token: "credential-1" };
-
-// Signs in by one poll. `fields` come on top of those above.
-export async function signIn(service, account, fields = {}) {
-  account.answer("/api/v1/auth/poll", jsonReply({ ...issuedFields, ...fields }));
-  const answer = await ask(service, "GET", "/api/v1/account/poll?state=attempt");
-  assert.equal(JSON.parse(utf8Text(bodyOf(answer))).status, "issued", answer);
-}
-
-// The session as the status document shows it.
-export async function sessionOf(service) {
-  const document = bodyOf(await ask(service, "GET", "/api/v1/status"));
-  return JSON.parse(utf8Text(document)).session;
-}
 
 export const noSession = {
   account: "",
@@ -736,6 +901,7 @@ export const noSession = {
 
 // A head without the escapes that Wine's library makes in a target by itself. It leaves a percent sign alone, so that
 // what a test escapes on its own must be none of these.
+/** @param {string} head */
 export function undoWineEscapes(head) {
   if (isNative) return head;
   const madeByIt = /%(?:0[1-9A-F]|1[0-9A-F]|2[23]|3[CE]|5[CE]|60|7[BCDF]|[89A-F][0-9A-F])/g;
@@ -748,6 +914,7 @@ export function undoWineEscapes(head) {
 
 // A request as the account service sees it, but for Wine's escapes. Wine's library adds a line of its own, and has an
 // order of its own.
+/** @param {AccountService} account @param {string} method @param {string} target */
 export function accountRequestBytes(account, method, target, body = "") {
   const host = `Host: 127.0.0.1:${account.port}`;
   const userAgent = "User-Agent: Velmora/1.1";

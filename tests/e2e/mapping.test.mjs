@@ -10,14 +10,13 @@ import {
   answers,
   assertAnswers,
   creatingService,
-  exchange,
   freePort,
   isWine,
   launch,
+  listen,
   makeWebRoot,
   poll,
   programPathText,
-  putBytes,
   readRecord,
   run,
   shippedService,
@@ -26,7 +25,6 @@ import {
   startService,
   uniqueMappingName,
   waitLimitMs,
-  within,
 } from "./harness.mjs";
 
 const limits = { timeout: 90_000 };
@@ -107,7 +105,7 @@ test(
     const record = await finishedRecord(t, mapping);
     const service = await startService(t, { program: shippedService, mapping });
     assert.deepEqual(await readRecord(t, mapping), record);
-    await assertAnswers(service);
+    await service.assertAnswers();
     await service.stop();
     await effect.stop();
   },
@@ -140,6 +138,7 @@ test("a service waits for a creator that gets done meanwhile", limits, async (t)
   const { effect, mapping } = await startHeldCreator(t);
   const port = await freePort();
   const env = isWine ? callTrace : {};
+  /** @type {any} */
   let service;
   for (let attempt = 0; attempt < 20; ++attempt) {
     service = launch(t, shippedService, serviceArguments(port, mapping), { env });
@@ -170,11 +169,12 @@ async function putParameters(service) {
     [algorithm, '{"output_trim_db":-7.5,"stereo_link":2}'],
   ];
   for (const [target, body] of requests) {
-    assert.equal(await exchange(service, putBytes(service, target, body)), answers.done);
+    assert.equal(await service.exchange(service.putBytes(target, body)), answers.done);
   }
 }
 
 test("the parameters outlive a service that is killed", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     ["the service made the mapping", false],
     ["the effect made the mapping", true],
@@ -316,7 +316,7 @@ const serves = [
 ];
 
 async function serveOneAndStop(service) {
-  assert.equal(await exchange(service, putBytes(service, algorithm, '{"output_trim_db":-1}')), answers.done);
+  assert.equal(await service.exchange(service.putBytes(algorithm, '{"output_trim_db":-1}')), answers.done);
   await service.until("its next wait", () => {
     const closed = service.errors.lastIndexOf(".closesocket(");
     return closed !== -1 && service.errors.lastIndexOf(".select(") > closed ? true : undefined;
@@ -399,6 +399,7 @@ if (isWine) {
     });
 
     // The count of looks is bounded, and only a record that may still become ready is waited for.
+    /** @type {any[][]} */
     const unready = [
       ["unfinished", 100],
       ["magic", 100],
@@ -419,13 +420,9 @@ if (isWine) {
     await t.test("a port that is taken", async (row) => {
       const holder = net.createServer();
       row.after(() => holder.close());
-      await within(
-        waitLimitMs,
-        () => "a port to hold",
-        new Promise((resolve) => holder.listen({ port: 0, host: "127.0.0.1" }, resolve)),
-      );
+      const port = await listen(holder);
       const mapping = uniqueMappingName();
-      const calls = await callsOfRefused(row, creatingService(), 9, holder.address().port, mapping);
+      const calls = await callsOfRefused(row, creatingService(), 9, port, mapping);
       assert.deepEqual(shownCalls(calls), [
         opens(mapping),
         ...makes(mapping),

@@ -4,17 +4,7 @@ import fs from "node:fs";
 import path from "node:path";
 import test from "node:test";
 
-import {
-  Client,
-  answerBytes,
-  answers,
-  exchange,
-  isNative,
-  makeWebRoot,
-  requestBytes,
-  sleep,
-  startService,
-} from "./harness.mjs";
+import { answerBytes, answers, isNative, makeWebRoot, sleep, startService } from "./harness.mjs";
 
 const mark = "__VELMORA_UI_STAMP__";
 const html = "text/html; charset=utf-8";
@@ -44,7 +34,7 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
   const before = Math.floor(Date.now() / 1000);
   const service = await startService(t, { webRoot });
   const after = Math.ceil(Date.now() / 1000);
-  const get = (target, more = {}) => exchange(service, requestBytes(service, { target, ...more }));
+  const get = (target, more = {}) => service.exchange(service.requestBytes({ target, ...more }));
 
   const advanced = (await get("/advanced.html")).split("\r\n\r\n")[1];
   const [stamp] = stampForm.exec(advanced) ?? [""];
@@ -117,11 +107,11 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
     await t.test(
       `a client that goes by ${leave} in the middle of an answer that it does not read`,
       async () => {
-        const held = await Client.connect(service, { reads: false });
-        await held.send(requestBytes(service, { target: "/velmora-eq.js" }));
+        const held = await service.connect({ reads: false });
+        await held.send(service.requestBytes({ target: "/velmora-eq.js" }));
         // The answer is larger than what the sockets hold: the service stands in its send until the client goes.
-        const next = await Client.connect(service);
-        next.push(requestBytes(service));
+        const next = await service.connect();
+        next.push(service.requestBytes());
         assert.ok(await next.isSilentFor(300), "the service stands in its send");
         held[leave]();
         assert.equal((await next.answer()).bytes, index);
@@ -135,8 +125,8 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
   if (isNative) {
     await t.test("a client that leaves before a long answer costs nothing", async () => {
       for (const leave of ["leave", "reset", "leave", "reset"]) {
-        const client = await Client.connect(service, { reads: false });
-        await client.send(requestBytes(service, { target: "/velmora-eq.js" }));
+        const client = await service.connect({ reads: false });
+        await client.send(service.requestBytes({ target: "/velmora-eq.js" }));
         client[leave]();
         assert.equal(await get("/"), index);
       }
@@ -154,7 +144,7 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
   await t.test("a new start shows the change", async (row) => {
     fs.writeFileSync(path.join(webRoot, "help.html"), "new");
     const again = await startService(row, { webRoot });
-    const fresh = (target) => exchange(again, requestBytes(again, { target }));
+    const fresh = (target) => again.exchange(again.requestBytes({ target }));
     assert.equal(await fresh("/"), pageAnswer(html, "changed"));
     assert.equal(await fresh("/help.html"), pageAnswer(html, "new"));
     await again.stop();
@@ -163,10 +153,10 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
 
 test("a stop lets a blocked answer run to its end", { timeout: 60_000 }, async (t) => {
   const service = await startService(t, { webRoot: makeWebRoot(pages) });
-  const client = await Client.connect(service, { reads: false });
-  await client.send(requestBytes(service, { target: "/velmora-eq.js" }));
-  const next = await Client.connect(service);
-  next.push(requestBytes(service));
+  const client = await service.connect({ reads: false });
+  await client.send(service.requestBytes({ target: "/velmora-eq.js" }));
+  const next = await service.connect();
+  next.push(service.requestBytes());
   assert.ok(await next.isSilentFor(300), "the service stands in its send");
   next.leave();
   for (let round = 0; round < 2; ++round) {

@@ -4,12 +4,9 @@ import test from "node:test";
 
 import {
   answers,
-  assertAnswers,
   builtProgram,
-  exchange,
   hexWord,
   isNative,
-  putBytes,
   readRecord,
   recordBytes,
   refusalBytes,
@@ -18,6 +15,7 @@ import {
   startEffect,
   startService,
   uniqueMappingName,
+  words,
 } from "./harness.mjs";
 
 const limits = { timeout: 90_000 };
@@ -82,7 +80,7 @@ function algorithmLine(state) {
 const firstAlgorithm = { trim: 0, alpha: 0, smooth: 0, limiter: true, ceiling: -10, link: 1 };
 
 function put(service, target, body) {
-  return exchange(service, putBytes(service, target, body));
+  return service.exchange(service.putBytes(target, body));
 }
 
 // The record but for the words that the test has changed on purpose.
@@ -145,31 +143,19 @@ const footstepAccepts = [
 const footstepRefusal = refusalBytes(400, "Bad Request", "bypass and enhance_strength (0..1) are required");
 const footstepRejects = [
   "",
-  "{}",
-  "null",
-  '{"bypass":false}',
-  '{"enhance_strength":0.5}',
-  '{"bypass_all":true}',
-  '{"bypass_all":true,"enhance_strength":0.5}',
-  '{"bypass":false,"enhance_strength":1.01}',
-  '{"bypass":false,"enhance_strength":1.0000001}',
-  '{"bypass":false,"enhance_strength":-0.01}',
-  '{"bypass":false,"enhance_strength":-1e-45}',
-  '{"bypass":false,"enhance_strength":1e39}',
-  '{"bypass":false,"enhance_strength":inf}',
-  '{"bypass":false,"enhance_strength":nan}',
-  '{"bypass":false,"enhance_strength":"0.5"}',
-  '{"bypass":false,"enhance_strength":null}',
-  '{"bypass":false,"enhance_strength":}',
-  '{"bypass":false,"enhance_strength"',
-  '{"bypass":0,"enhance_strength":0.5}',
-  '{"bypass":"false","enhance_strength":0.5}',
-  '{"bypass":False,"enhance_strength":0.5}',
-  '{"bypass":fals,"enhance_strength":0.5}',
-  '{"Bypass":false,"enhance_strength":0.5}',
-  "{'bypass':false,'enhance_strength':0.5}",
-  '{"bypass":"false","bypass":true,"enhance_strength":0.4}',
-  '{"bypass":true,"enhance_strength":2,"enhance_strength":0.4}',
+  ...words`
+  {} null {"bypass":false} {"enhance_strength":0.5} {"bypass_all":true}
+  {"bypass_all":true,"enhance_strength":0.5} {"bypass":false,"enhance_strength":1.01}
+  {"bypass":false,"enhance_strength":1.0000001} {"bypass":false,"enhance_strength":-0.01}
+  {"bypass":false,"enhance_strength":-1e-45} {"bypass":false,"enhance_strength":1e39}
+  {"bypass":false,"enhance_strength":inf} {"bypass":false,"enhance_strength":nan}
+  {"bypass":false,"enhance_strength":"0.5"} {"bypass":false,"enhance_strength":null}
+  {"bypass":false,"enhance_strength":} {"bypass":false,"enhance_strength" {"bypass":0,"enhance_strength":0.5}
+  {"bypass":"false","enhance_strength":0.5} {"bypass":False,"enhance_strength":0.5}
+  {"bypass":fals,"enhance_strength":0.5} {"Bypass":false,"enhance_strength":0.5}
+  {'bypass':false,'enhance_strength':0.5} {"bypass":"false","bypass":true,"enhance_strength":0.4}
+  {"bypass":true,"enhance_strength":2,"enhance_strength":0.4}
+`,
 ];
 
 const trimRefusal = refusalBytes(400, "Bad Request", "output_trim_db must be between -60 and 20");
@@ -179,6 +165,7 @@ const ceilingRefusal = refusalBytes(400, "Bad Request", "limiter_ceiling_db must
 const linkRefusal = refusalBytes(400, "Bad Request", "stereo_link must be 0, 1 or 2");
 
 // Body, and what it changes in the state that stands.
+/** @type {any[][]} */
 const algorithmAccepts = [
   ['{"output_trim_db":-60}', { trim: -600 }],
   ['{"output_trim_db":20}', { trim: 200 }],
@@ -239,6 +226,7 @@ test("a PUT reaches the record and the effect", limits, async (t) => {
     assertFirstRecord(first, true);
   });
 
+  /** @type {any[]} */
   let state = [true, false, 0];
   for (const [body, ...stored] of footstepAccepts) {
     await t.test(`footstep ${body} is taken`, async (row) => {
@@ -301,11 +289,11 @@ test("a PUT reaches the record and the effect", limits, async (t) => {
   await t.test("a request that does not pass the gate changes nothing", async () => {
     const body = '{"bypass":false,"enhance_strength":0.875,"output_trim_db":1}';
     for (const target of [footstep, algorithm]) {
-      const bytes = putBytes(service, target, body);
-      assert.equal(await exchange(service, bytes.replace(service.token, "x".repeat(32))), answers.noToken);
-      assert.equal(await exchange(service, bytes.replace("Host: 127", "Host: 128")), answers.notLocal);
-      assert.equal(await exchange(service, bytes.replace("PUT", "POST")), answers.notFound);
-      assert.equal(await exchange(service, bytes.replace("HTTP/1.1", "HTTP/2.0")), answers.invalidRequest);
+      const bytes = service.putBytes(target, body);
+      assert.equal(await service.exchange(bytes.replace(service.token, "x".repeat(32))), answers.noToken);
+      assert.equal(await service.exchange(bytes.replace("Host: 127", "Host: 128")), answers.notLocal);
+      assert.equal(await service.exchange(bytes.replace("PUT", "POST")), answers.notFound);
+      assert.equal(await service.exchange(bytes.replace("HTTP/1.1", "HTTP/2.0")), answers.invalidRequest);
     }
   });
 
@@ -347,18 +335,18 @@ test("a number of 60000 digits is read like a short one", limits, async (t) => {
   for (const [what, number] of longRejects) {
     await t.test(`${what}: refused`, async () => {
       assert.equal(await put(service, footstep, bodyOf(number)), footstepRefusal);
-      await assertAnswers(service);
+      await service.assertAnswers();
     });
   }
   await t.test("one that counts as absent where it may be absent: taken", async () => {
     assert.equal(await put(service, algorithm, `{"output_trim_db":${"9".repeat(60_000)}}`), answers.done);
-    await assertAnswers(service);
+    await service.assertAnswers();
   });
   assert.deepEqual(await readRecord(t, service.mapping), first);
   for (const [what, number, strength] of longAccepts) {
     await t.test(`${what}: taken as ${strength}`, async (row) => {
       assert.equal(await put(service, footstep, bodyOf(number)), answers.done);
-      await assertAnswers(service);
+      await service.assertAnswers();
       const record = await readRecord(row, service.mapping);
       assert.equal(
         hexWord(record.readBigUInt64LE(footstepAt)),
@@ -420,7 +408,7 @@ test("the parameters live as long as anybody holds the mapping", limits, async (
   await t.test("what a killed service leaves is not taken up", async (row) => {
     const fresh = await startService(row, { mapping });
     assertFirstRecord(await readRecord(row, mapping), false);
-    await assertAnswers(fresh);
+    await fresh.assertAnswers();
     await fresh.stop();
   });
 

@@ -8,13 +8,8 @@ import test from "node:test";
 import {
   answerBytes,
   answers,
-  apiBytes,
-  ask,
-  assertAnswers,
   bodyOf,
-  Client,
   equalizerDocument,
-  exchange,
   holdFile,
   isNative,
   isWine,
@@ -26,9 +21,9 @@ import {
   programPathText,
   readRecord,
   refusalBytes,
-  requestBytes,
   someBands,
   startService,
+  words,
 } from "./harness.mjs";
 
 const limits = { timeout: 120_000 };
@@ -47,13 +42,13 @@ const notWritten = refusalBytes(500, "Internal Server Error", "cannot write the 
 const presetAnswer = (bytes) => answerBytes(200, "OK", jsonDocument, bytes);
 const bytesOf = (text) => Buffer.from(text, "utf8").toString("latin1");
 
-const get = (service, name) => ask(service, "GET", `${collection}/${name}`);
-const put = (service, name, body) => ask(service, "PUT", `${collection}/${name}`, body);
-const remove = (service, name) => ask(service, "DELETE", `${collection}/${name}`);
+const get = (service, name) => service.ask("GET", `${collection}/${name}`);
+const put = (service, name, body) => service.ask("PUT", `${collection}/${name}`, body);
+const remove = (service, name) => service.ask("DELETE", `${collection}/${name}`);
 
 // The listed names, sorted: their order is the file system's own.
 async function list(service) {
-  const answer = await ask(service, "GET", collection);
+  const answer = await service.ask("GET", collection);
   const body = bodyOf(answer);
   assert.equal(answer, answerBytes(200, "OK", jsonDocument, body));
   const { presets, ...more } = JSON.parse(Buffer.from(body, "latin1").toString("utf8"));
@@ -88,7 +83,7 @@ test("the whole life of a preset", limits, async (t) => {
   const service = await startWithPresets(t, directory);
 
   await t.test("nothing is made before the first one is kept", async () => {
-    assert.equal(await ask(service, "GET", collection), presetAnswer('{"presets":[]}'));
+    assert.equal(await service.ask("GET", collection), presetAnswer('{"presets":[]}'));
     assert.equal(await get(service, "first"), noSuchPreset);
     assert.equal(await remove(service, "first"), noSuchPreset);
     const refused = refusalBytes(400, "Bad Request", "bands must contain exactly 15 entries");
@@ -97,7 +92,7 @@ test("the whole life of a preset", limits, async (t) => {
   });
 
   const live = { bypass: false, fade_ms: 50, bands: someBands(3) };
-  assert.equal(await ask(service, "PUT", equalizer, JSON.stringify(live)), answers.done);
+  assert.equal(await service.ask("PUT", equalizer, JSON.stringify(live)), answers.done);
   const liveRecord = await readRecord(t, service.mapping);
 
   await t.test("saved: the file holds the checked setting and no more", async () => {
@@ -125,9 +120,9 @@ test("the whole life of a preset", limits, async (t) => {
     assert.equal(await get(service, "second"), noSuchPreset);
   });
   await t.test("put to the live equalizer", async () => {
-    assert.equal(await ask(service, "PUT", equalizer, bodyOf(await get(service, "first"))), answers.done);
+    assert.equal(await service.ask("PUT", equalizer, bodyOf(await get(service, "first"))), answers.done);
     const expected = equalizerDocument({ ...settingOf(), fade_ms: 12.3 });
-    assert.equal(bodyOf(await ask(service, "GET", equalizer)), expected);
+    assert.equal(bodyOf(await service.ask("GET", equalizer)), expected);
   });
   await t.test("replaced by a shorter one without a question", async () => {
     const short = {
@@ -228,25 +223,17 @@ test("a name is the file that its bytes say", limits, async (t) => {
       });
       assert.deepEqual(await list(service), [name]);
       assert.equal(await get(service, target), presetAnswer(equalizerDocument(settingOf())));
-      assert.equal(await ask(service, "POST", `${collection}/${target}`), badMethod);
+      assert.equal(await service.ask("POST", `${collection}/${target}`), badMethod);
       assert.equal(await remove(service, target), answers.done);
       assert.deepEqual(treeOf(home), { presets: "directory" });
     });
   }
 
   // Bytes that are no UTF-8 become replacement signs, and so does every way to write a dot or a slash in too many.
-  const illFormed = [
-    "%ff",
-    "%80%80",
-    "%c0%ae%c0%ae%c0%afescape",
-    "%c0%ae%c0%ae%c1%9cescape",
-    "%e0%80%ae%e0%80%ae%e0%80%afescape",
-    "%f0%80%80%ae%f0%80%80%ae%f0%80%80%afescape",
-    "%ed%a0%80",
-    "%ed%bc%af",
-    "%f4%90%80%80",
-    "cut%e4%b8",
-  ];
+  const illFormed = words`
+    %ff %80%80 %c0%ae%c0%ae%c0%afescape %c0%ae%c0%ae%c1%9cescape %e0%80%ae%e0%80%ae%e0%80%afescape
+    %f0%80%80%ae%f0%80%80%ae%f0%80%80%afescape %ed%a0%80 %ed%bc%af %f4%90%80%80 cut%e4%b8
+  `;
   for (const target of illFormed) {
     await t.test(`${target} stays in the directory`, async () => {
       assert.equal(await put(service, target, body), answers.done);
@@ -411,11 +398,11 @@ test("no name leads out of the directory, whatever the method", limits, async (t
     await t.test(JSON.stringify(name.slice(0, 60)), async () => {
       const target = `${collection}/${name}`;
       for (const method of ["GET", "DELETE", "POST", "HEAD", "get", "PATCH"]) {
-        assert.equal(await ask(service, method, target), badName, method);
+        assert.equal(await service.ask(method, target), badName, method);
       }
-      assert.equal(await ask(service, "PUT", target, body), badName);
+      assert.equal(await service.ask("PUT", target, body), badName);
       assert.equal(
-        await ask(service, "PUT", target, "no setting"),
+        await service.ask("PUT", target, "no setting"),
         badName,
         "the name is looked at before the body",
       );
@@ -423,7 +410,7 @@ test("no name leads out of the directory, whatever the method", limits, async (t
   }
   assert.deepEqual(treeOf(home), before);
   assert.equal(fs.existsSync("/tmp/escape.json"), false);
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -457,7 +444,7 @@ test("methods and paths are judged in their order", limits, async (t) => {
   ];
   for (const [method, target, expected] of table) {
     await t.test(`${method} ${target}`, async () =>
-      assert.equal(await ask(service, method, target, body), expected),
+      assert.equal(await service.ask(method, target, body), expected),
     );
   }
   await t.test("the token and the origin come first", async () => {
@@ -466,8 +453,8 @@ test("methods and paths are judged in their order", limits, async (t) => {
       ["X-Velmora-Token", service.token],
       ["Origin", "null"],
     ];
-    assert.equal(await exchange(service, requestBytes(service, { ...options, headers })), answers.notLocal);
-    assert.equal(await exchange(service, requestBytes(service, options)), answers.noToken);
+    assert.equal(await service.exchange(service.requestBytes({ ...options, headers })), answers.notLocal);
+    assert.equal(await service.exchange(service.requestBytes(options)), answers.noToken);
   });
   assert.equal(fs.existsSync(directory), false, "none of it made the directory");
   await service.stop();
@@ -682,10 +669,10 @@ test("names of devices", { timeout: 120_000 }, async (t) => {
         ["DELETE"],
         ["DELETE"],
       ]) {
-        const client = await Client.connect(service);
-        client.push(apiBytes(service, method, `${collection}/${name}`, body));
+        const client = await service.connect();
+        client.push(service.apiBytes(method, `${collection}/${name}`, body));
         spoken.push((await client.answer(10_000)).bytes);
-        await assertAnswers(service);
+        await service.assertAnswers();
       }
       const asFile = [
         noSuchPreset,

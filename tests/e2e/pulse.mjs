@@ -6,8 +6,11 @@ import path from "node:path";
 import { launch, makeDirectory, poll, run } from "./harness.mjs";
 import { devicesPath, keepKeys, setText } from "./registry.mjs";
 
+/** @typedef {import("./harness.mjs").Scope} Scope */
+
 const driversKey = "HKEY_CURRENT_USER\\Software\\Wine\\Drivers";
 
+/** @param {string} socket @returns {Promise<true | undefined>} */
 function takesConnections(socket) {
   return new Promise((resolve) => {
     const connection = net.connect(socket);
@@ -20,10 +23,12 @@ function takesConnections(socket) {
 }
 
 // A text within the single quotes of a module's argument.
+/** @param {string} text */
 const escaped = (text) => text.replace(/["'\\]/g, "\\$&");
 
 // Wine's endpoints come from a sound server and from no other driver. What Wine notes of them in the registry is taken
 // out again when the test ends. `socket` is where the server listens; nobody has to. Gives the environment of programs.
+/** @param {Scope} t @param {string} socket */
 export async function useSoundServer(t, socket) {
   await keepKeys(t, [devicesPath, driversKey]);
   await setText(t, driversKey, "Audio", "pulse");
@@ -38,6 +43,7 @@ export async function useSoundServer(t, socket) {
 
 // Starts it. Sinks and sources are given as [name, description]; the first ones are the defaults. Gives the environment
 // of programs that use it, and `removeSink`.
+/** @param {Scope} t @param {{ sinks?: string[][], sources?: string[][] }} devices */
 export async function startPulse(t, { sinks = [], sources = [] } = {}) {
   const directory = makeDirectory();
   const socket = path.join(directory, "native");
@@ -70,6 +76,7 @@ export async function startPulse(t, { sinks = [], sources = [] } = {}) {
     return takesConnections(socket);
   });
   if (server.errors.includes("Failed to load module")) throw new Error(`not all modules: ${server.said()}`);
+  /** @param {string[]} args */
   const control = async (...args) => {
     const { code, output, errors } = await run(t, "pactl", args, { env, ofSystem: true });
     if (code !== 0) throw new Error(`pactl ${args.join(" ")}: ${output}${errors}`);
@@ -77,11 +84,12 @@ export async function startPulse(t, { sinks = [], sources = [] } = {}) {
   };
   return {
     env: clientEnv,
+    /** @param {string} name */
     removeSink: async (name) => {
       const modulesNow = (await control("list", "short", "modules"))
         .split("\n")
         .map((line) => line.split("\t"));
-      const [number] = modulesNow.find(([, , args]) => args?.includes(`sink_name=${name} `));
+      const [number] = modulesNow.find(([, , args]) => args?.includes(`sink_name=${name} `)) ?? [];
       await control("unload-module", number);
     },
   };

@@ -9,7 +9,9 @@ import { useSoundServer } from "./pulse.mjs";
 // the system shows no processes, and none of those that run here is taken for the engine. Under Wine the way to the sound
 // server is a matter of the registry, which is put back behind the last test; nobody listens there.
 export function quietSystem() {
+  /** @type {(() => unknown)[]} */
   const endings = [];
+  /** @type {Record<string, string> | undefined} */
   let environment;
   before(async () => {
     if (isNative) environment = { VELMORA_PROC: makeDirectory() };

@@ -9,6 +9,9 @@ import path from "node:path";
 
 import { builtProgram, isWine, makeDirectory, programPathText, run } from "./harness.mjs";
 
+/** @typedef {import("./harness.mjs").Scope} Scope */
+/** @typedef {any[]} Key [path, values]: a path, and the values below it as [name, data] */
+
 const root = "HKEY_LOCAL_MACHINE\\";
 export const devicesPath = `${root}SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices`;
 export const renderPath = `${devicesPath}\\Audio\\Render`;
@@ -20,19 +23,23 @@ const fullLineColumns = 77;
 
 // ---- data of values ----
 
+/** @param {number} type @param {Iterable<number>} bytes */
 export function hexData(type, bytes) {
   return `hex(${type.toString(16)}):${[...bytes].map((byte) => byte.toString(16).padStart(2, "0")).join(",")}`;
 }
 
+/** @param {string} text */
 export function textData(text) {
   return `"${text.replaceAll("\\", "\\\\").replaceAll('"', '\\"')}"`;
 }
 
 // REG_MULTI_SZ.
+/** @param {string[]} entries */
 export function listData(entries) {
   return hexData(7, Buffer.from([...entries, ""].map((entry) => `${entry}\0`).join(""), "utf16le"));
 }
 
+/** @param {number} value */
 export function dwordData(value) {
   return `dword:${value.toString(16).padStart(8, "0")}`;
 }
@@ -40,11 +47,13 @@ export function dwordData(value) {
 // ---- exports as text ----
 
 // A long list of bytes in lines, as Windows breaks it.
+/** @param {string} line */
 export function wrap(line) {
   if (!line.includes("=hex")) return line;
   const lines = [""];
   for (const piece of line.split(/(?<=,)/)) {
-    if (lines.at(-1).endsWith(",") && lines.at(-1).length >= fullLineColumns) lines.push("  ");
+    const last = lines[lines.length - 1];
+    if (last.endsWith(",") && last.length >= fullLineColumns) lines.push("  ");
     lines[lines.length - 1] += piece;
   }
   return lines.join("\\\r\n");
@@ -52,6 +61,7 @@ export function wrap(line) {
 
 // The export of a machine with these keys, given as [path, values] with values as [name, data]. The keys above them are
 // there too.
+/** @param {Key[]} keys */
 export function exportText(keys) {
   const machine = new Map();
   for (const [key, values] of keys) {
@@ -67,13 +77,19 @@ export function exportText(keys) {
     return a < b ? -1 : 1;
   });
   const blocks = sorted.map(([key, values]) =>
-    [`[${key}]`, ...values.map(([name, data]) => wrap(`"${name}"=${data}`)), "\r\n"].join("\r\n"),
+    [
+      `[${key}]`,
+      ...values.map((/** @type {string[]} */ [name, data]) => wrap(`"${name}"=${data}`)),
+      "\r\n",
+    ].join("\r\n"),
   );
   return header + blocks.join("");
 }
 
 // An export as one entry for each key, `[KEY]`, and for each value, `[KEY] "NAME"=DATA`, in its order.
+/** @param {string} text */
 export function entriesOf(text) {
+  /** @type {string[]} */
   const entries = [];
   let key = "";
   for (const line of text.replaceAll("\\\r\n  ", "").split("\r\n")) {
@@ -84,6 +100,7 @@ export function entriesOf(text) {
 }
 
 // What differs between two exports, sorted. Whatever stands in both must have kept its order.
+/** @param {string} before @param {string} after */
 export function difference(before, after) {
   const [oldEntries, newEntries] = [entriesOf(before), entriesOf(after)];
   const [oldSet, newSet] = [new Set(oldEntries), new Set(newEntries)];
@@ -98,33 +115,40 @@ export function difference(before, after) {
   };
 }
 
+/** @param {string} key */
 export function keyEntry(key) {
   return `[${key}]`;
 }
 
+/** @param {string} key @param {string} name @param {string} data */
 export function valueEntry(key, name, data) {
   return `[${key}] "${name}"=${data}`;
 }
 
 // The export without the keys above the binding records, which stay once they have been made.
+/** @param {string} text */
 export function withoutRecordParents(text) {
   return text.replace(`[${velmoraPath}]\r\n\r\n`, "").replace(`[${recordsPath}]\r\n\r\n`, "");
 }
 
 // ---- machines ----
 
+/** @param {string} key */
 const systemName = (key) => key.replace(root, "HKLM\\");
 
+/** @param {Scope} t @param {string[]} args */
 async function reg(t, ...args) {
   return run(t, "reg", args);
 }
 
+/** @param {Scope} t @param {string[]} args */
 async function regSucceeds(t, ...args) {
   const { code, output, errors } = await reg(t, ...args);
   assert.equal(code, 0, `reg ${args.join(" ")}: ${output}${errors}`);
 }
 
 // False when the key is missing; any other failure is one.
+/** @param {Scope} t @param {string[]} args */
 async function regFinds(t, ...args) {
   const { code, output, errors } = await reg(t, ...args);
   const said = `reg ${args.join(" ")}: ${code} ${output}${errors}`;
@@ -133,11 +157,13 @@ async function regFinds(t, ...args) {
 }
 
 // A key that is not there is as good as deleted.
+/** @param {Scope} t @param {string} key */
 async function deleteKey(t, key) {
   await regFinds(t, "delete", systemName(key), "/f");
 }
 
 // The first of these keys, from the topmost down, that is missing.
+/** @param {Scope} t @param {string[]} keys */
 async function firstMissing(t, keys) {
   for (const key of keys) {
     if (!(await regFinds(t, "query", systemName(key)))) return [key];
@@ -146,6 +172,7 @@ async function firstMissing(t, keys) {
 }
 
 // Under Wine: these keys, and all below them, are put back at the test's end to what they are now.
+/** @param {Scope} t @param {string[]} keys */
 export async function keepKeys(t, keys) {
   for (const key of keys) {
     const file = path.join(makeDirectory(), "kept.reg");
@@ -158,16 +185,19 @@ export async function keepKeys(t, keys) {
 }
 
 // Under Wine: writes a REG_SZ; a key that is missing is made.
+/** @param {Scope} t @param {string} key @param {string} name @param {string} text */
 export async function setText(t, key, name, text) {
   await regSucceeds(t, "add", systemName(key), "/v", name, "/d", text, "/f");
 }
 
 // Under Wine: makes a key.
+/** @param {Scope} t @param {string} key */
 export async function addKey(t, key) {
   await regSucceeds(t, "add", systemName(key), "/f");
 }
 
 // An export of one key as its blocks, each with an empty line behind it; empty when the key is missing.
+/** @param {Scope} t @param {string} key */
 export async function blocksBelow(t, key) {
   const file = path.join(makeDirectory(), "export.reg");
   if (!(await regFinds(t, "export", systemName(key), programPathText(file), "/y"))) return "";
@@ -176,22 +206,26 @@ export async function blocksBelow(t, key) {
   return text.slice(header.length).replace(/(\r\n)*$/, "\r\n\r\n");
 }
 
+/** @param {string} text */
 function blocksOf(text) {
   return text.split(/(?=^\[)/m).slice(1);
 }
 
+/** @param {string} block */
 const blockKey = (block) => block.slice(1, block.indexOf("]\r\n"));
 
+/** @param {string} key @param {string} above */
 const isBelow = (key, above) => key === above || key.startsWith(`${above}\\`);
 
 // The keys that a machine's end removes: each endpoint and each record, whole.
 const ownKeyForm = /^.*\\(?:MMDevices\\Audio\\(?:Render|Capture)|Velmora\\DevBinding)\\\{[^\\]*\}/;
 
+/** @param {Scope} t @param {string} text */
 async function putIntoRegistry(t, text) {
   const blocks = blocksOf(text).filter((block) =>
     [devicesPath, velmoraPath].some((above) => isBelow(blockKey(block), above)),
   );
-  const endpoints = new Set(blocks.map((block) => blockKey(block).match(ownKeyForm)?.[0]).filter(Boolean));
+  const endpoints = new Set(blocks.flatMap((block) => blockKey(block).match(ownKeyForm) ?? []));
   const own = new Set(
     [...endpoints].flatMap((key) => [key, `${recordsPath}\\${key.slice(key.lastIndexOf("\\") + 1)}`]),
   );
@@ -215,11 +249,19 @@ async function putIntoRegistry(t, text) {
 }
 
 export class Machine {
+  file = "";
+  /** @type {Record<string, string>} */
+  env = {};
+
+  /** @param {Scope} t */
+  constructor(t) {
+    this.test = t;
+  }
+
   // A machine from the text of an export with CR LF.
+  /** @param {Scope} t @param {string} text */
   static async make(t, text) {
-    const machine = new Machine();
-    machine.test = t;
-    machine.env = {};
+    const machine = new Machine(t);
     if (isWine) {
       await putIntoRegistry(t, text);
     } else {
@@ -237,6 +279,7 @@ export class Machine {
     return header + devices + (await blocksBelow(this.test, velmoraPath));
   }
 
+  /** @param {string[]} args */
   async runTool(...args) {
     return run(this.test, builtProgram("velmora_bind_endpoint"), args, { env: this.env });
   }

@@ -6,11 +6,11 @@ import path from "node:path";
 import test from "node:test";
 
 import {
-  assertAnswers,
   creatingService,
   isNative,
   isWine,
   launch,
+  listen,
   makeDirectory,
   makeSmallDisk,
   missingMountRight,
@@ -43,6 +43,7 @@ if (isWine) {
 }
 
 test("the self-test begins where its option stands", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     [["--self-test", "--bad"], passed],
     [["--self-test", "--port", "0"], passed],
@@ -102,6 +103,7 @@ if (isNative) {
   }
 
   test("it fails on a mapping that somebody else has put in its place", limits, async (t) => {
+    /** @type {any[][]} */
     const rows = [
       ["with a life in it", ["--life", "--life-blocks", "1"]],
       ["of another layout", ["--fault", "version"]],
@@ -140,7 +142,7 @@ test("a service and its effect go on undisturbed", limits, async (t) => {
     passed,
   );
   assert.deepEqual(await readRecord(t, mapping), record);
-  await assertAnswers(service);
+  await service.assertAnswers();
   await standin.stop();
   await service.stop();
 });
@@ -148,7 +150,6 @@ test("a service and its effect go on undisturbed", limits, async (t) => {
 test("it opens no socket on the port that it is told", limits, async (t) => {
   const holder = net.createServer();
   t.after(() => holder.close());
-  await new Promise((resolve) => holder.listen({ port: 0, host: "127.0.0.1" }, resolve));
-  const { port } = holder.address();
+  const port = await listen(holder);
   assert.deepEqual(await selfTest(t, {}, ["--port", String(port), "--self-test"]), passed);
 });

@@ -13,15 +13,7 @@ import {
   registerEffect,
   registered,
 } from "./engine.mjs";
-import {
-  ask,
-  builtProgram,
-  creatingService,
-  isWine,
-  launch,
-  startLimitMs,
-  startService,
-} from "./harness.mjs";
+import { builtProgram, creatingService, isWine, launch, startLimitMs, startService } from "./harness.mjs";
 import { Machine, dwordData, exportText, listData, renderPath } from "./registry.mjs";
 
 const guid = "{7e1f3c55-90a4-4a4e-b2a9-3d1c6f0e8a21}";
@@ -37,12 +29,13 @@ const boundMachine = exportText([
 // ---- what is asked for ----
 
 // The calls of a service that is asked once. `before` starts what the call is to meet.
-async function serviceCalls(t, body, status = 200, before = async () => {}) {
+/** @param {(service: import("./harness.mjs").Service) => Promise<unknown>} [before] */
+async function serviceCalls(t, body, status = 200, before = undefined) {
   await Machine.make(t, boundMachine);
   const program = creatingService();
   const service = await startService(t, { program, env: registryTrace });
-  await before(service);
-  const answer = await ask(service, "POST", "/api/v1/render/apo", body);
+  await before?.(service);
+  const answer = await service.ask("POST", "/api/v1/render/apo", body);
   assert.ok(answer.startsWith(`HTTP/1.1 ${status} `), answer);
   service.signal("SIGINT");
   await service.waitForEnd(startLimitMs);
@@ -67,7 +60,7 @@ const roads = {
   "Restart of a service that runs": async (t) => {
     await installAudioService(t, ["--stop-ms", "500", "--start-ms", "500"]);
     const start = async (service) => {
-      const answer = await ask(service, "POST", "/api/v1/render/apo", bindBody);
+      const answer = await service.ask("POST", "/api/v1/render/apo", bindBody);
       assert.ok(answer.includes('"audio_restarted":true'), answer);
     };
     const rows = rowsOf(await serviceCalls(t, bindBody, 200, start));

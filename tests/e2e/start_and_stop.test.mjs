@@ -68,7 +68,7 @@ test("the banner shows the given token and nothing else is printed", limits, asy
     `  Open: http://127.0.0.1:${service.port}/?token=${tokenBytes}\n` +
     "  Press Ctrl+C to stop.\n";
   assert.equal(service.output, expected);
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
   assert.equal(service.output, expected);
 });
@@ -79,7 +79,7 @@ test("a generated token is 48 lower-case hexadecimal digits and never the same",
   for (const service of services) {
     assert.match(service.token, /^[0-9a-f]{48}$/);
     tokens.add(service.token);
-    assert.equal(await exchange(service, putBytes(service, "/api/v1/none", "")), answers.notFound);
+    assert.equal(await service.exchange(service.putBytes("/api/v1/none", "")), answers.notFound);
     await service.stop();
   }
   assert.equal(tokens.size, 2);
@@ -154,11 +154,11 @@ test("the program as shipped needs a system that takes its descriptor", limits, 
     // With a mapping that is there already it needs no descriptor.
     await startEffect(t, mapping, [], "mapping made");
     const service = await startService(t, { program: shippedService, mapping });
-    await assertAnswers(service);
+    await service.assertAnswers();
     return service.stop();
   }
   const service = await startService(t, { program: shippedService });
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -195,7 +195,7 @@ test("a second instance on the same port ends with exit code 9", limits, async (
     9,
     takenPortLines(port),
   );
-  await assertAnswers(service);
+  await service.assertAnswers();
   await service.stop();
 });
 
@@ -204,22 +204,22 @@ test("a restart right after a stop binds the same port", limits, async (t) => {
   for (let round = 0; round < 3; ++round) {
     const service = await startService(t, { port });
     // The service closes first, so its side of these connections is the one that lingers.
-    for (let request = 0; request < 5; ++request) await assertAnswers(service);
+    for (let request = 0; request < 5; ++request) await service.assertAnswers();
     await service.stop();
   }
 });
 
 test("a stop ends the service although a page was just asked for", limits, async (t) => {
   const service = await startService(t);
-  const clients = await Promise.all([1, 2, 3].map(() => Client.connect(service)));
-  for (const client of clients) client.push(requestBytes(service));
+  const clients = await Promise.all([1, 2, 3].map(() => service.connect()));
+  for (const client of clients) client.push(service.requestBytes());
   await service.stop();
 });
 
 test("a stop waits for the running exchange and does not disturb it", limits, async (t) => {
   const service = await startService(t);
-  const client = await Client.connect(service);
-  const bytes = putBytes(service, footstep, '{"bypass":false,"enhance_strength":0.5}');
+  const client = await service.connect();
+  const bytes = service.putBytes(footstep, '{"bypass":false,"enhance_strength":0.5}');
   await client.send(bytes.slice(0, 40));
   await sleep(100);
   service.signal("SIGINT");
@@ -235,7 +235,7 @@ test("a stop waits for the running exchange and does not disturb it", limits, as
 
 test("a stop is noticed when the client that held the service has left", limits, async (t) => {
   const service = await startService(t);
-  const client = await Client.connect(service);
+  const client = await service.connect();
   await sleep(100);
   service.signal("SIGINT");
   service.signal("SIGINT");
@@ -249,7 +249,7 @@ test("a stop is noticed when the client that held the service has left", limits,
 // The other stop signals are the native system's: Wine turns an interrupt alone into a console event.
 if (isNative) {
   test("each stop signal ends the service with exit code 0", limits, async (t) => {
-    for (const signal of ["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"]) {
+    for (const signal of /** @type {const} */ (["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"])) {
       await t.test(signal, async (row) => {
         const service = await startService(row);
         await service.stop(signal);
@@ -263,16 +263,16 @@ test("a service whose output nobody reads serves on", limits, async (t) => {
   const args = [...serviceArguments(port, uniqueMappingName()), "--token", developmentToken, "--verbose"];
   const start = async () => {
     const program = launch(t, creatingService(), args);
-    program.child.stdout.destroy();
-    program.child.stderr.destroy();
+    program.child.stdout?.destroy();
+    program.child.stderr?.destroy();
     const listening = () => Client.connect({ port }).catch(() => program.end);
-    return [program, await poll("the service to listen", listening, startLimitMs)];
+    return { service: program, first: await poll("the service to listen", listening, startLimitMs) };
   };
-  let [service, first] = await start();
+  let { service, first } = await start();
   // What Wine says of a program that it could not start is not read either.
-  if (isWine && service.end !== undefined) [service, first] = await start();
+  if (isWine && service.end !== undefined) ({ service, first } = await start());
   assert.equal(service.end, undefined, "it runs");
-  first.leave();
+  if (first instanceof Client) first.leave();
   await assertAnswers({ port });
   service.signal("SIGINT");
   const exited = new Promise((resolve) =>
@@ -301,7 +301,7 @@ if (isNative) {
     async (t) => {
       const ordinary = await startService(t);
       const firstRecord = await readRecord(t, ordinary.mapping);
-      const page = await exchange(ordinary, requestBytes(ordinary, { target: "/help.html" }));
+      const page = await ordinary.exchange(ordinary.requestBytes({ target: "/help.html" }));
       const [banner] = ordinary.output.split("  Open:");
       await ordinary.stop();
 
@@ -341,7 +341,7 @@ if (isNative) {
         assert.deepEqual(await readRecord(row, service.mapping), firstRecord);
       });
     }
-    await assertAnswers(service);
+    await service.assertAnswers();
     await service.stop();
   });
 }
@@ -361,7 +361,7 @@ test("the browser is opened on the address of the banner", limits, async (t) => 
   await poll("the browser", () => (fs.existsSync(seen) ? true : undefined), startLimitMs);
   const address = `http://127.0.0.1:${service.port}/?token=${service.token}`;
   assert.equal(fs.readFileSync(seen, "utf8"), `1\n${address}\n`);
-  await assertAnswers(service);
+  await service.assertAnswers();
   assert.ok(service.output.endsWith("  Press Ctrl+C to stop.\n"));
   await service.stop();
 });
@@ -374,7 +374,7 @@ if (isNative) {
     await service.waitForLine(
       "  (could not open a browser automatically -- copy the address above into one)",
     );
-    await assertAnswers(service);
+    await service.assertAnswers();
     await service.stop();
   });
 
@@ -389,7 +389,7 @@ if (isNative) {
     const browser = Number(fs.readFileSync(processFile, "utf8"));
     t.after(() => process.kill(browser, "SIGKILL"));
     assert.ok(browser > 1);
-    await assertAnswers(service);
+    await service.assertAnswers();
     // The end of its output shows that the browser does not hold the pipe either.
     await service.stop();
     const again = await startService(t, { port: service.port });

@@ -9,22 +9,20 @@ import test from "node:test";
 import {
   answerBytes,
   answers,
-  ask,
   bodyOf,
   buildDirectory,
   creatingService,
-  exchange,
   isNative,
   isWine,
   jsonDocument,
   makeDirectory,
   poll,
   readRecord,
-  requestBytes,
   run,
   startEffect,
   startService,
   uniqueMappingName,
+  words,
 } from "./harness.mjs";
 import { quietSystem } from "./quiet_system.mjs";
 import { Machine, dwordData, exportText, keepKeys, listData, renderPath, textData } from "./registry.mjs";
@@ -227,7 +225,7 @@ function assertForm(text, wanted = form) {
 }
 
 async function statusText(service) {
-  const answer = await ask(service, "GET", status);
+  const answer = await service.ask("GET", status);
   const text = bodyOf(answer);
   assert.equal(answer, answerBytes(200, "OK", jsonDocument, text));
   return text;
@@ -241,8 +239,8 @@ async function readStatus(service) {
 
 // A member as it stands in the text, whether that is JSON or not.
 function memberText(text, object, key) {
-  const [, members] = membersOf(text).find(([name]) => name === object);
-  return membersOf(members).find(([name]) => name === key)[1];
+  const find = (members, wanted) => membersOf(members).find(([name]) => name === wanted)?.[1] ?? "";
+  return find(find(text, object), key);
 }
 
 // ---- expected values ----
@@ -379,7 +377,7 @@ const protectionPath = "HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\Cur
 const chainValue = "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14";
 const driverEffect = "{9063CBD4-3561-449D-8011-E21BBB69B9DB}";
 
-function renderKeys(endpointGuid, { state = 1, fx = [], volume, muted } = {}) {
+function renderKeys(endpointGuid, /** @type {any} */ { state = 1, fx = [], volume, muted } = {}) {
   const own = [];
   if (volume !== undefined) own.push(["Volume", textData(volume)]);
   if (muted !== undefined) own.push(["Muted", dwordData(muted)]);
@@ -415,14 +413,14 @@ test("a new service shows a document of all members in their order", limits, asy
     apo_module_path: "",
     error_code: 0,
   });
-  if (isNative) assert.equal(document.apo_host.elevated, process.getuid() === 0);
+  if (isNative) assert.equal(document.apo_host.elevated, process.getuid?.() === 0);
   await service.stop();
 });
 
 test("other methods and paths lead nowhere, and without the token nothing is told", limits, async (t) => {
   const service = await startService(t, { env: quiet() });
   for (const method of ["DELETE", "POST", "PUT", "PATCH", "HEAD", "OPTIONS", "get", "GETT"]) {
-    assert.equal(await ask(service, method, status), answers.notFound, method);
+    assert.equal(await service.ask(method, status), answers.notFound, method);
   }
   for (const target of [
     `${status}/`,
@@ -432,19 +430,16 @@ test("other methods and paths lead nowhere, and without the token nothing is tol
     "/api/v1//status",
     "/api/v2/status",
   ]) {
-    assert.equal(await ask(service, "GET", target), answers.notFound, target);
+    assert.equal(await service.ask("GET", target), answers.notFound, target);
   }
   for (const headers of [
     [],
     [["X-Velmora-Token", ""]],
     [["X-Velmora-Token", `${service.token.slice(0, -1)}0`]],
   ]) {
-    assert.equal(
-      await exchange(service, requestBytes(service, { target: status, headers })),
-      answers.noToken,
-    );
+    assert.equal(await service.exchange(service.requestBytes({ target: status, headers })), answers.noToken);
   }
-  assert.equal(await ask(service, "GET", `${status}?detail=none`), await ask(service, "GET", status));
+  assert.equal(await service.ask("GET", `${status}?detail=none`), await service.ask("GET", status));
   await service.stop();
 });
 
@@ -460,6 +455,7 @@ async function startWithLife(t, more) {
 const shortLife = ["--life-blocks", "30", "--life-block-ms", "0"];
 
 test("a life shows in every field", limits, async (t) => {
+  /** @type {any[][]} */
   const writers = [
     ["the stand-in's writers", []],
     ["the shared writers", ["--through-shared-writers"]],
@@ -485,6 +481,7 @@ test("a life shows in every field", limits, async (t) => {
 
 test("trouble in a life shows where it stopped", limits, async (t) => {
   const noneProcessed = { applied_valid: false };
+  /** @type {any[][]} */
   const rows = [
     [
       "initialize",
@@ -565,17 +562,9 @@ test("trouble in a life shows where it stopped", limits, async (t) => {
 
 test("no report of several instances is lost", limits, async (t) => {
   const service = await startService(t, { env: quiet() });
-  const more = [
-    "--life",
-    "--life-blocks",
-    "500",
-    "--life-block-ms",
-    "0",
-    "--instances",
-    "4",
-    "--threads",
-    "3",
-  ];
+  const more = words`
+    --life --life-blocks 500 --life-block-ms 0 --instances 4 --threads 3
+  `;
   const standins = [];
   for (const writer of [[], ["--through-shared-writers"], []]) {
     standins.push(await startEffect(t, service.mapping, [...more, ...writer], "mapping opened"));
@@ -619,6 +608,7 @@ test("no report of several instances is lost", limits, async (t) => {
 });
 
 test("a capture command and its report show", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     ["an effect that captures", ["--capture-directory", "/nowhere"], 1, -2147483648],
     ["an effect without a directory", [], 5, -2147024893],
@@ -627,7 +617,7 @@ test("a capture command and its report show", limits, async (t) => {
     await t.test(what, async (row) => {
       const service = await startService(row, { env: quiet() });
       const standin = await startEffect(row, service.mapping, more, "mapping opened");
-      await ask(service, "POST", "/api/v1/debug/capture", '{"action":"start","seconds":120}');
+      await service.ask("POST", "/api/v1/debug/capture", '{"action":"start","seconds":120}');
       await standin.until("its answer", () => standin.output.match(/^capture .*\n/m) ?? undefined);
       const { apo_diagnostics } = await readStatus(service);
       assert.deepEqual(
@@ -663,7 +653,7 @@ test("numbers have up to seven significant digits", limits, async (t) => {
   for (const [strength, written] of strengths) {
     const mark = standin.mark();
     assert.equal(
-      await ask(service, "PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`),
+      await service.ask("PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`),
       answers.done,
     );
     await standin.until("its report", () => standin.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
@@ -675,7 +665,7 @@ test("numbers have up to seven significant digits", limits, async (t) => {
   const body =
     '{"output_trim_db":-7.5,"mask_time_alpha":0.5,"mask_frequency_smooth":1,"limiter_enabled":false,' +
     '"limiter_ceiling_db":-11.9,"stereo_link":2}';
-  assert.equal(await ask(service, "PUT", algorithm, body), answers.done);
+  assert.equal(await service.ask("PUT", algorithm, body), answers.done);
   const [, shown] = membersOf(await statusText(service))[1];
   assert.equal(
     shown,
@@ -733,13 +723,13 @@ if (isNative) {
     assert.ok((await statusText(service)).includes('"volume":0.6,'));
 
     const body = JSON.stringify({ endpoint_id: idOf(otherGuid) });
-    assert.equal(await ask(service, "PUT", "/api/v1/devices/render", body), answers.done);
+    assert.equal(await service.ask("PUT", "/api/v1/devices/render", body), answers.done);
     const chosen = await readStatus(service);
     assert.deepEqual(volumeOf(chosen), [true, 0.25, true, 0]);
     assert.deepEqual(chosen.apo_binding, { endpoint_id: idOf(otherGuid), ...unbound });
 
-    assert.equal(await ask(service, "PUT", "/api/v1/render/volume", '{"volume":0.1}'), answers.done);
-    assert.equal(await ask(service, "PUT", "/api/v1/render/mute", '{"muted":false}'), answers.done);
+    assert.equal(await service.ask("PUT", "/api/v1/render/volume", '{"volume":0.1}'), answers.done);
+    assert.equal(await service.ask("PUT", "/api/v1/render/mute", '{"muted":false}'), answers.done);
     assert.deepEqual(volumeOf(await readStatus(service)), [true, 0.1, false, 0]);
 
     assert.equal((await machine.runTool("bind", idOf(otherGuid))).code, 0);
@@ -752,7 +742,7 @@ if (isNative) {
     const gone = [...renderKeys(otherGuid)];
     const { machine, service } = await startOn(t, [...renderKeys(guid), ...gone]);
     const body = JSON.stringify({ endpoint_id: idOf(guid) });
-    assert.equal(await ask(service, "PUT", "/api/v1/devices/render", body), answers.done);
+    assert.equal(await service.ask("PUT", "/api/v1/devices/render", body), answers.done);
     fs.writeFileSync(machine.file, exportText(gone));
     const document = await readStatus(service);
     assert.deepEqual(volumeOf(document), [false, 0, false, notFound]);
@@ -767,6 +757,7 @@ if (isNative) {
   });
 
   test("the effect in the chain is found whatever the case of its letters", limits, async (t) => {
+    /** @type {any[][]} */
     const rows = [
       [[[chainValue, listData([effect.toLowerCase()])]], true, 0, [effect.toLowerCase()]],
       [[[chainValue, listData([driverEffect])]], false, 0, [driverEffect]],
@@ -807,7 +798,7 @@ test("without a render endpoint there is no id and no look at its chain", limits
 });
 
 // Registers a library for the effect's class, and what else the system says of it.
-async function startInstalled(t, library, { protection } = {}) {
+async function startInstalled(t, library, /** @type {{ protection?: number }} */ { protection } = {}) {
   if (isNative) {
     const keys = [[serverPath, [["", textData(library)]]]];
     if (protection !== undefined)
@@ -829,6 +820,7 @@ async function startInstalled(t, library, { protection } = {}) {
 }
 
 test("the installation shows with its path escaped and its foreign letters lost", limits, async (t) => {
+  /** @type {any[][]} */
   const rows = [
     ["C:\\Velmora\\Gerät\\ä試🔊.dll", "C:\\\\Velmora\\\\Ger?t\\\\????.dll", undefined, false],
     [
@@ -893,7 +885,8 @@ if (isNative) {
 // ---- the algorithm ----
 
 test("the algorithm is shown as it was found at the start", limits, async (t) => {
-  const library = (name) => path.join(buildDirectory, "programs", name, "fse.dll");
+  const library = (name) => path.join(buildDirectory, "standins", name, "fse.dll");
+  /** @type {any[][]} */
   const rows = [
     ["a library that gives its version", "3.2.1", (file) => fs.copyFileSync(library("versioned"), file)],
     ["a library without the function", "unknown", (file) => fs.copyFileSync(library("unversioned"), file)],
@@ -952,7 +945,7 @@ test("a status request changes neither the record nor the machine", limits, asyn
   const service = await startService(t, { mapping, env });
   const record = await readRecord(t, mapping);
   const before = await machine.export();
-  const mark = isNative ? fs.statSync(machine.file, { bigint: true }) : undefined;
+  const mark = isNative ? fs.statSync(machine.file, { bigint: true }) : null;
   const texts = [];
   for (let round = 0; round < 20; ++round) texts.push(await statusText(service));
   assert.deepEqual(new Set(texts).size, 1, "nothing moves, so nothing in the document does");
@@ -960,7 +953,7 @@ test("a status request changes neither the record nor the machine", limits, asyn
   assert.equal(await machine.export(), before);
   if (isNative) {
     const after = fs.statSync(machine.file, { bigint: true });
-    assert.deepEqual([after.ino, after.mtimeNs, after.ctimeNs], [mark.ino, mark.mtimeNs, mark.ctimeNs]);
+    assert.deepEqual([after.ino, after.mtimeNs, after.ctimeNs], [mark?.ino, mark?.mtimeNs, mark?.ctimeNs]);
     assert.deepEqual(
       fs.readdirSync(path.dirname(machine.file)),
       [path.basename(machine.file)],

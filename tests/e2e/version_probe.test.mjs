@@ -5,14 +5,7 @@ import fs from "node:fs";
 import path from "node:path";
 import test from "node:test";
 
-import {
-  assertAnswers,
-  buildDirectory,
-  creatingService,
-  isNative,
-  makeDirectory,
-  startService,
-} from "./harness.mjs";
+import { buildDirectory, creatingService, isNative, makeDirectory, startService } from "./harness.mjs";
 
 // A copy of the program in a directory of its own, with whatever `furnish` puts beside it.
 function copyProgram(furnish, directoryName) {
@@ -32,6 +25,7 @@ test(
   "the banner names the version of the algorithm library",
   { timeout: 60_000, concurrency: 2 },
   async (t) => {
+    /** @type {any[][]} */
     const rows = [
       [
         "a library that gives its version",
@@ -67,7 +61,7 @@ test(
           const program = copyProgram(furnish, /named (.*)$/.exec(what)?.[1]);
           const service = await startService(row, { program });
           assert.equal(service.algorithm, version);
-          await assertAnswers(service);
+          await service.assertAnswers();
           await service.stop();
         }),
       ),

@@ -20,6 +20,8 @@ import { join } from "node:path";
 import { after, test } from "node:test";
 import { fileURLToPath } from "node:url";
 
+import { listen } from "../e2e/harness.mjs";
+
 const root = fileURLToPath(new URL("../..", import.meta.url));
 const token = "run-script-test-token-0123456789abcdef";
 const program = join(root, "build/native/velmora_control_demo");
@@ -30,9 +32,8 @@ const commonDrives = mkdtempSync(join(tmpdir(), "velmora-run-"));
 after(() => rmSync(commonDrives, { recursive: true, force: true }));
 
 async function freePort() {
-  const server = net.createServer().listen(0, "127.0.0.1");
-  await new Promise((done) => server.once("listening", done));
-  const { port } = server.address();
+  const server = net.createServer();
+  const port = await listen(server);
   await new Promise((done) => server.close(done));
   return port;
 }
@@ -139,11 +140,11 @@ test("both programs have the same capture directory, given or not", limits, asyn
   const folder = mkdtempSync(join(tmpdir(), "velmora-run-"));
   t.after(() => rmSync(folder, { recursive: true, force: true }));
   const given = join(folder, "given captures");
-  for (const [options, directory] of [
+  for (const [options, directory] of /** @type {any[][]} */ ([
     [[], join(folder, "drives/c/ProgramData/Velmora/wav")],
     [["--capture-directory", given], given],
     [["--capture-directory", "D:\\captures"], join(folder, "drives/d/captures")],
-  ]) {
+  ])) {
     const port = await freePort();
     const run = await startRun(t, port, options, { VELMORA_DRIVES: join(folder, "drives") });
     await said(run, "Press Ctrl+C to stop.");
@@ -212,7 +213,7 @@ test("the engine has the effect loaded that the built-in machine has installed",
     assert.deepEqual(written, installed ?? written, round);
     installed = written;
     assert.deepEqual(probes(t, run, environment), {
-      elevated: String(process.getuid() === 0),
+      elevated: String(process.getuid?.() === 0),
       clsid_registered: "true",
       protected_audio_dg_disabled: "true",
       apo_dll_present: "true",
@@ -312,10 +313,9 @@ test("a client that sends nothing does not keep ./run from ending", limits, asyn
 });
 
 test("a service that cannot start ends ./run with its own exit code", limits, async (t) => {
-  const holder = net.createServer().listen(0, "127.0.0.1");
+  const holder = net.createServer();
   t.after(() => holder.close());
-  await new Promise((done) => holder.once("listening", done));
-  const run = await startRun(t, holder.address().port);
+  const run = await startRun(t, await listen(holder));
   assert.equal(await run.ended, 9);
   assert.match(run.said, /Another control service is already running on this port\.\n/);
   assertNothingLeft(run);

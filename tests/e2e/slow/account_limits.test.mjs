@@ -12,16 +12,12 @@ import test from "node:test";
 
 import { jsonReply, startDeafPort } from "../../programs/account/service.mjs";
 import {
-  Client,
   answerBytes,
-  apiBytes,
   isNative,
   jsonDocument,
   makeDirectory,
   poll,
   refusalBytes,
-  sessionOf,
-  signIn,
   sleep,
   startAccountService,
   startServiceFor,
@@ -47,8 +43,8 @@ const tooSlow = badGateway("连接账号服务失败（错误 12002）");
 // A poll's answer, and how long it took.
 async function timedPoll(service) {
   const begin = performance.now();
-  const client = await Client.connect(service);
-  client.push(apiBytes(service, "GET", "/api/v1/account/poll?state=attempt"));
+  const client = await service.connect();
+  client.push(service.apiBytes("GET", "/api/v1/account/poll?state=attempt"));
   const { bytes } = await client.answer(slowestAnswerMs);
   return { answer: bytes, tookMs: performance.now() - begin };
 }
@@ -87,7 +83,8 @@ async function startSilentNameServer(t) {
 }
 
 test("the limits on each wait", limits, async (t) => {
-  const row = (what, body) => t.test(what, { timeout: 120_000 }, body);
+  const row = (what, body, /** @type {string | undefined} */ skip = undefined) =>
+    t.test(what, { timeout: 120_000, skip }, body);
   const withReply = (what, reply, answer, limitMs) =>
     row(what, async (own) => {
       const service = await startForReply(own, reply);
@@ -157,7 +154,7 @@ test("the limits on each wait", limits, async (t) => {
         const account = await startAccountService(own);
         account.answer(release, { cut: 0, then: "stall" });
         const service = await startServiceFor(own, account);
-        await signIn(service, account);
+        await service.signIn(account);
         const begin = performance.now();
         service.signal("SIGINT");
         assert.deepEqual(await service.waitForEnd(slowestAnswerMs), { code: 0, signal: null });
@@ -169,10 +166,10 @@ test("the limits on each wait", limits, async (t) => {
         account.answer(check, { cut: 0, then: "stall" }, jsonReply({ active: true }));
         account.answer(release, jsonReply({}));
         const service = await startServiceFor(own, account);
-        await signIn(service, account, { session_check_seconds: 1 });
+        await service.signIn(account, { session_check_seconds: 1 });
         const [first, second] = await account.waitForRequests(check, 2);
         assertWaited(second.atMs - first.atMs, 10_000, "the check");
-        assert.equal((await sessionOf(service)).signed_in, true);
+        assert.equal((await service.session()).signed_in, true);
         await service.stop();
       }),
     );
@@ -185,14 +182,14 @@ test("usage counts every 30 seconds, while somebody is signed in", limits, async
   account.answer(release, jsonReply({}));
   const begin = performance.now();
   const service = await startServiceFor(t, account);
-  await signIn(service, account);
-  assert.equal((await sessionOf(service)).usage_seconds, 0);
+  await service.signIn(account);
+  assert.equal((await service.session()).usage_seconds, 0);
   const firstCount = (limitMs) =>
     poll(
       "the count",
       async () => {
         await sleep(200);
-        const { usage_seconds } = await sessionOf(service);
+        const { usage_seconds } = await service.session();
         return usage_seconds === 0 ? undefined : usage_seconds;
       },
       limitMs,
@@ -201,21 +198,21 @@ test("usage counts every 30 seconds, while somebody is signed in", limits, async
   assert.ok(counted >= 30 && counted <= (performance.now() - begin) / 1000, `${counted} s`);
 
   // The same user anew keeps it, another one begins at 0.
-  await signIn(service, account);
-  assert.equal((await sessionOf(service)).usage_seconds, counted);
-  await signIn(service, account, { account_hash: "hash-2" });
-  assert.equal((await sessionOf(service)).usage_seconds, 0);
+  await service.signIn(account);
+  assert.equal((await service.session()).usage_seconds, counted);
+  await service.signIn(account, { account_hash: "hash-2" });
+  assert.equal((await service.session()).usage_seconds, 0);
   const ofSecond = await firstCount(60_000);
   assert.ok(ofSecond >= 30 && ofSecond <= (performance.now() - begin) / 1000, `${ofSecond} s`);
 
   // It is shown on after the sign-out, and counts no further.
-  const client = await Client.connect(service);
-  client.push(apiBytes(service, "POST", "/api/v1/account/logout"));
+  const client = await service.connect();
+  client.push(service.apiBytes("POST", "/api/v1/account/logout"));
   await client.answer();
-  assert.equal((await sessionOf(service)).usage_seconds, ofSecond);
+  assert.equal((await service.session()).usage_seconds, ofSecond);
   await sleep(31_000);
-  assert.equal((await sessionOf(service)).usage_seconds, ofSecond);
-  await signIn(service, account, { account_hash: "hash-2" });
-  assert.equal((await sessionOf(service)).usage_seconds, 0);
+  assert.equal((await service.session()).usage_seconds, ofSecond);
+  await service.signIn(account, { account_hash: "hash-2" });
+  assert.equal((await service.session()).usage_seconds, 0);
   await service.stop();
 });

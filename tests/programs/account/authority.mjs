@@ -21,9 +21,12 @@ commonName = supplied
 
 // The certificates by name, each as { key, cert }: `good`, `wrongName`, `expired`, `selfSigned`. `authorityFile` is
 // the authority's own certificate, PEM; `authorityDer` the same as DER.
+/** @param {string} directory */
 export function makeAuthority(directory) {
+  /** @param {string[]} args */
   const openssl = (...args) =>
     execFileSync("openssl", args, { cwd: directory, stdio: ["ignore", "pipe", "pipe"] });
+  /** @param {string} name */
   const at = (name) => path.join(directory, name);
   fs.writeFileSync(at("authority.conf"), configuration);
   fs.writeFileSync(at("index.txt"), "");
@@ -47,12 +50,14 @@ export function makeAuthority(directory) {
   );
   openssl("x509", "-in", "authority.pem", "-outform", "DER", "-out", "authority.der");
 
+  /** @param {string} name */
   const certificate = (name) => ({
     key: fs.readFileSync(at(`${name}.key`), "utf8"),
     cert: fs.readFileSync(at(`${name}.pem`), "utf8"),
   });
   const here = "subjectAltName=DNS:localhost,IP:127.0.0.1";
   const elsewhere = "subjectAltName=DNS:elsewhere.invalid";
+  /** @param {string} name @param {string} names @param {string[]} dates */
   const signed = (name, names, dates) => {
     const commonName = names === here ? "localhost" : "elsewhere.invalid";
     openssl(

@@ -27,6 +27,7 @@ const issued = {
   primary_machine_id: "machine-1",
   session_check_seconds: 2,
 };
+/** @type {Record<string, (import("./service.mjs").Reply & { json?: object })[]>} */
 const usualReplies = {
   "/api/v1/auth/register": [{ json: { state: "attempt-1", public_id: "10001", referrer_note: "" } }],
   "/api/v1/auth/password": [{ json: { state: "attempt-1" } }],
@@ -38,13 +39,15 @@ const usualReplies = {
   "/api/v1/session/release": [{ json: {} }],
 };
 
+/** @type {typeof usualReplies} */
 const told = values.replies ? JSON.parse(fs.readFileSync(values.replies, "utf8")) : usualReplies;
 const certificate = values.tls ? makeAuthority(values.tls).good : undefined;
 const service = await AccountService.start({ port: Number(values.port ?? 0), certificate });
 for (const [path, replies] of Object.entries(told)) {
   service.answer(path, ...replies.map(({ json, ...reply }) => (json ? jsonReply(json, reply) : reply)));
 }
-service.onRequest = ({ head, body }) => process.stdout.write(Buffer.from(`${head}${body}\n\n`, "latin1"));
+service.onRequest = (/** @type {{ head: string, body: string }} */ { head, body }) =>
+  process.stdout.write(Buffer.from(`${head}${body}\n\n`, "latin1"));
 service.server.ref();
 process.stdout.write(`${service.url}\n`);
 for (const signal of ["SIGINT", "SIGTERM"]) process.on(signal, () => process.exit(0));

@@ -1,24 +1,33 @@
 // Stands in for the account service: answers each path as it is told, in good order or out of it, and keeps every
 // request byte by byte. Texts are bytes (latin1) in both directions.
 //
-// A reply is an object; what it does not say is as in an ordinary reply:
-//   status, reason   200 and 'OK'
-//   headers          pairs, ahead of those of the framing
-//   body             text
-//   framing          'length' (Content-Length), 'chunked', or 'close' (up to the connection's end)
-//   contentLength   what Content-Length says, where that is not the truth
-//   raw              the whole reply, head and all, in place of everything above
-//   hold             a promise: the reply waits for it
-//   endless          text that follows the whole reply again and again, until the peer has gone
-//   cut              how many bytes of the reply go out
-//   drip             { bytes, everyMs }: goes out in such pieces, the first one at once
-//   then             what follows the last byte that goes out: 'keep' (the connection waits for another request),
-//                    'end' (closed in good order), 'reset', or 'stall' (neither heard nor said anything any more)
 import { once } from "node:events";
 import net from "node:net";
 import tls from "node:tls";
 import { Worker } from "node:worker_threads";
 
+/**
+ * @typedef {net.Socket} Socket
+ * @typedef {object} Reply What a reply leaves out is as in an ordinary one.
+ * @property {number} [status] by default 200
+ * @property {string} [reason]
+ * @property {string[][]} [headers] pairs; they come ahead of those of the framing
+ * @property {string} [body]
+ * @property {string} [framing] "length" (Content-Length), "chunked", or "close" (up to the connection's end)
+ * @property {string | number} [contentLength] the value of Content-Length, where that is not the truth
+ * @property {string} [raw] the whole reply, head and all, in place of everything above
+ * @property {Promise<unknown>} [hold] the reply waits for it
+ * @property {string} [endless] follows the whole reply again and again, until the peer has gone
+ * @property {number} [cut] how many bytes of the reply go out
+ * @property {{ bytes: number, everyMs: number }} [drip] goes out in such pieces, the first one at once
+ * @property {string} [then] what follows the last byte: "keep" (the connection waits for another request), "end"
+ *   (closed in good order), "reset", or "stall" (nothing is read or sent any more)
+ * @typedef {NonNullable<ReturnType<typeof takeRequest>>} Request
+ * @typedef {{ key: string, cert: string }} Certificate PEM
+ * @typedef {{ port?: number, host?: string, certificate?: Certificate }} AccountOptions
+ */
+
+/** @param {number} milliseconds */
 function pause(milliseconds) {
   return new Promise((resolve) => setTimeout(resolve, milliseconds));
 }
@@ -28,6 +37,7 @@ const lookIntervalMs = 5;
 
 const chunkBytes = 5;
 
+/** @param {string} body */
 function chunked(body) {
   const chunks =
     body.match(new RegExp(`[^]{1,${Math.max(chunkBytes, Math.ceil(body.length / 7))}}`, "g")) ?? [];
@@ -35,6 +45,7 @@ function chunked(body) {
 }
 
 // The bytes of a reply.
+/** @param {Reply} reply */
 export function replyBytes({
   status = 200,
   reason = "OK",
@@ -52,12 +63,14 @@ export function replyBytes({
 }
 
 // A reply with a JSON body.
+/** @param {object} fields @param {Reply} more @returns {Reply} */
 export function jsonReply(fields, more = {}) {
   const body = Buffer.from(JSON.stringify(fields)).toString("latin1");
   return { headers: [["Content-Type", "application/json"]], body, ...more };
 }
 
 // Takes a whole request off the front of `received`; undefined while there is none.
+/** @param {{ number: number, received: string }} connection */
 function takeRequest(connection) {
   const headEnd = connection.received.indexOf("\r\n\r\n");
   if (headEnd < 0) return undefined;
@@ -79,46 +92,60 @@ function takeRequest(connection) {
 }
 
 export class AccountService {
-  // With `certificate`, { key, cert } as PEM, it speaks TLS. `atConnection` says how connections begin: 'read', or
-  // 'end', 'reset' and 'stall' as above, with nothing read.
+  url = "";
+  port = 0;
+  // How connections begin: "read", or "end", "reset" and "stall" as in a reply, with nothing read.
+  atConnection = "read";
+  connections = 0;
+  /** @type {Request[]} */
+  requests = [];
+  /** @type {Map<string, (Reply | ((request: Request) => Reply | Promise<Reply>))[]>} */
+  replies = new Map();
+  /** @type {Set<Socket>} */
+  sockets = new Set();
+  /** @type {((request: Request) => void) | undefined} */
+  onRequest;
+
+  /** @param {net.Server} server */
+  constructor(server) {
+    this.server = server;
+  }
+
+  // With `certificate` it speaks TLS.
+  /** @param {AccountOptions} options */
   static async start({ port = 0, host = "127.0.0.1", certificate } = {}) {
-    const service = new AccountService();
-    service.scheme = certificate ? "https" : "http";
-    service.host = host;
-    service.atConnection = "read";
-    service.requests = [];
-    service.replies = new Map();
-    service.sockets = new Set();
-    service.watchers = new Set();
-    service.connections = 0;
-    service.server = certificate ? tls.createServer(certificate) : net.createServer();
+    const service = new AccountService(certificate ? tls.createServer(certificate) : net.createServer());
     // A peer that turns away from a certificate is none of a test's failures.
     service.server.on("tlsClientError", () => {});
-    service.server.on("connection", (socket) => {
+    service.server.on("connection", (/** @type {Socket} */ socket) => {
       service.sockets.add(socket);
       socket.on("error", () => {});
       socket.on("close", () => service.sockets.delete(socket));
     });
-    service.server.on(certificate ? "secureConnection" : "connection", (socket) => service.#serve(socket));
+    const event = certificate ? "secureConnection" : "connection";
+    service.server.on(event, (/** @type {Socket} */ socket) => service.#serve(socket));
     service.server.listen({ port, host });
     await once(service.server, "listening");
     service.server.unref();
-    service.port = service.server.address().port;
-    service.url = `${service.scheme}://${host}:${service.port}`;
+    service.port = /** @type {net.AddressInfo} */ (service.server.address()).port;
+    service.url = `${certificate ? "https" : "http"}://${host}:${service.port}`;
     return service;
   }
 
   // How a path is answered, one reply after the other; the last one stays. A function of the request gives a reply
   // for each.
+  /** @param {string} path @param {(Reply | ((request: Request) => Reply | Promise<Reply>))[]} replies */
   answer(path, ...replies) {
     this.replies.set(path, replies);
   }
 
+  /** @param {string} path */
   requestsTo(path) {
     return this.requests.filter((request) => request.path === path);
   }
 
   // Resolves to the requests to the path when so many have come in all.
+  /** @param {string} path @param {number} count */
   async waitForRequests(path, count) {
     const deadline = Date.now() + waitLimitMs;
     for (;;) {
@@ -134,20 +161,26 @@ export class AccountService {
     for (const socket of this.sockets) socket.destroy();
   }
 
+  /** @param {Request} request */
   #nextReply(request) {
     const replies = this.replies.get(request.path);
     if (replies === undefined) return { status: 404, reason: "Not Found", body: "no such path" };
-    const reply = replies.length > 1 ? replies.shift() : replies[0];
+    const reply = replies[0];
+    if (replies.length > 1) replies.shift();
     return typeof reply === "function" ? reply(request) : reply;
   }
 
+  /** @param {Socket} socket @param {string} how */
   #finish(socket, how) {
     if (how === "end") socket.end();
     // A TLS connection is reset through the one below it.
-    if (how === "reset") (socket._parent ?? socket).resetAndDestroy();
+    /** @type {{ _parent?: Socket }} */
+    const { _parent: below } = /** @type {any} */ (socket);
+    if (how === "reset") (below ?? socket).resetAndDestroy();
     if (how === "stall") socket.pause();
   }
 
+  /** @param {Socket} socket */
   async #serve(socket) {
     const connection = { number: ++this.connections, received: "" };
     socket.on("error", () => {});
@@ -172,6 +205,7 @@ export class AccountService {
     });
   }
 
+  /** @param {Socket} socket @param {Promise<unknown>} closed @param {string} text */
   async #goOn(socket, closed, text) {
     const pieceBytes = 16_384;
     const piece = text.repeat(Math.ceil(pieceBytes / text.length));
@@ -181,13 +215,14 @@ export class AccountService {
     }
   }
 
+  /** @param {Socket} socket @param {Promise<unknown>} closed @param {Reply} reply */
   async #answer(socket, closed, reply) {
     await reply.hold;
     const whole = replyBytes(reply);
     const bytes = whole.slice(0, reply.cut ?? whole.length);
     const piece = reply.drip?.bytes ?? Math.max(bytes.length, 1);
     for (let at = 0; at < bytes.length && !socket.destroyed; at += piece) {
-      if (at > 0) await pause(reply.drip.everyMs);
+      if (at > 0) await pause(reply.drip?.everyMs ?? 0);
       const taken = new Promise((resolve) => socket.write(bytes.slice(at, at + piece), "latin1", resolve));
       await Promise.race([taken, closed]);
     }
@@ -208,6 +243,7 @@ export async function startDeafPort(host = "127.0.0.1") {
     });`;
   const worker = new Worker(source, { eval: true, workerData: host });
   const [port] = await once(worker, "message");
+  /** @type {Socket[]} */
   const fillers = [];
   const close = async () => {
     for (const filler of fillers) filler.destroy();
