@@ -319,37 +319,33 @@ test("replies of 200 that say nothing usable are told as unreadable", limits, as
   await service.stop();
 });
 
-test(
-  "another status than 200 refuses a login attempt, in the words of the account service",
-  limits,
-  async (t) => {
-    const account = await startAccountService(t);
-    const service = await startServiceFor(t, account);
-    /** @type {any[][]} */
-    const rows = [
-      [403, '{"detail":"密码错误"}', "密码错误"],
-      [403, '{"detail":"a\\"b"}', 'a\\"b'],
-      [403, '{"detail":""}', ""],
-      [403, '{"detail":null}', "账号服务返回 403"],
-      [403, '{"state":"s1"}', "账号服务返回 403"],
-      [403, "", "账号服务返回 403"],
-      [401, '{"detail":"no"}', "no"],
-      [407, "{}", "账号服务返回 407"],
-      [404, "not found", "账号服务返回 404"],
-      [500, '{"detail":"broken"}', "broken"],
-      [503, "<html>", "账号服务返回 503"],
-      [201, '{"state":"s1","qr_data_url":"q"}', "账号服务返回 201"],
-      [999, "{}", "账号服务返回 999"],
-    ];
-    for (const [status, body, message] of rows) {
-      for (const route of loginRoutes) {
-        account.answer(remote[route], { status, reason: "As It Is", body: utf8Bytes(body) });
-        assert.equal(await call(service, route), callFailed[route](message), `${route} ${status} ${body}`);
-      }
+test("a status other than 200 refuses a login in the account service's words", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  /** @type {any[][]} */
+  const rows = [
+    [403, '{"detail":"密码错误"}', "密码错误"],
+    [403, '{"detail":"a\\"b"}', 'a\\"b'],
+    [403, '{"detail":""}', ""],
+    [403, '{"detail":null}', "账号服务返回 403"],
+    [403, '{"state":"s1"}', "账号服务返回 403"],
+    [403, "", "账号服务返回 403"],
+    [401, '{"detail":"no"}', "no"],
+    [407, "{}", "账号服务返回 407"],
+    [404, "not found", "账号服务返回 404"],
+    [500, '{"detail":"broken"}', "broken"],
+    [503, "<html>", "账号服务返回 503"],
+    [201, '{"state":"s1","qr_data_url":"q"}', "账号服务返回 201"],
+    [999, "{}", "账号服务返回 999"],
+  ];
+  for (const [status, body, message] of rows) {
+    for (const route of loginRoutes) {
+      account.answer(remote[route], { status, reason: "As It Is", body: utf8Bytes(body) });
+      assert.equal(await call(service, route), callFailed[route](message), `${route} ${status} ${body}`);
     }
-    await service.stop();
-  },
-);
+  }
+  await service.stop();
+});
 
 test("a poll passes the progress on, whatever the status of the reply", limits, async (t) => {
   const account = await startAccountService(t);
@@ -467,54 +463,50 @@ test("what is issued without an account signs nobody in", limits, async (t) => {
   await service.stop();
 });
 
-test(
-  "what is issued signs in, and the status document shows all of it but the credential",
-  limits,
-  async (t) => {
-    const account = await startAccountService(t);
-    const service = await startServiceFor(t, account);
-    const reply = {
-      ...issuedFields,
-      detail: "欢迎",
-      nickname: "用户",
-      public_id: "10001",
-      referral_open: true,
-      referrer: "10002",
-      invite_url: "https://velmora.invalid/i?a=1&b=2",
-      primary_machine_id: 'machine "1"',
-    };
-    account.answer(remote.poll, jsonReply(reply));
-    const begin = Math.floor(Date.now() / 1000);
-    assert.equal(
-      await call(service, "poll"),
-      done('{"status":"issued","detail":"欢迎","nickname":"用户","public_id":"10001"}'),
-    );
-    const session = await service.session();
-    assert.ok(session.signed_in_unix >= begin && session.signed_in_unix <= Date.now() / 1000);
-    assert.ok(session.usage_seconds >= 0);
-    assert.deepEqual(Object.entries({ ...session, signed_in_unix: 0, usage_seconds: 0 }), [
-      ["account", "hash-1"],
-      ["signed_in", true],
-      ["usage_seconds", 0],
-      ["signed_in_unix", 0],
-      ["primary_machine_id", 'machine "1"'],
-      ["primary_known", true],
-      ["public_id", "10001"],
-      ["referral_open", true],
-      ["referrer", "10002"],
-      ["invite_url", "https://velmora.invalid/i?a=1&b=2"],
-    ]);
+test("an issued session signs in, and the status shows all but the credential", limits, async (t) => {
+  const account = await startAccountService(t);
+  const service = await startServiceFor(t, account);
+  const reply = {
+    ...issuedFields,
+    detail: "欢迎",
+    nickname: "用户",
+    public_id: "10001",
+    referral_open: true,
+    referrer: "10002",
+    invite_url: "https://velmora.invalid/i?a=1&b=2",
+    primary_machine_id: 'machine "1"',
+  };
+  account.answer(remote.poll, jsonReply(reply));
+  const begin = Math.floor(Date.now() / 1000);
+  assert.equal(
+    await call(service, "poll"),
+    done('{"status":"issued","detail":"欢迎","nickname":"用户","public_id":"10001"}'),
+  );
+  const session = await service.session();
+  assert.ok(session.signed_in_unix >= begin && session.signed_in_unix <= Date.now() / 1000);
+  assert.ok(session.usage_seconds >= 0);
+  assert.deepEqual(Object.entries({ ...session, signed_in_unix: 0, usage_seconds: 0 }), [
+    ["account", "hash-1"],
+    ["signed_in", true],
+    ["usage_seconds", 0],
+    ["signed_in_unix", 0],
+    ["primary_machine_id", 'machine "1"'],
+    ["primary_known", true],
+    ["public_id", "10001"],
+    ["referral_open", true],
+    ["referrer", "10002"],
+    ["invite_url", "https://velmora.invalid/i?a=1&b=2"],
+  ]);
 
-    // A new sign-in takes its place, and what its reply lacks becomes empty.
-    await service.signIn(account, { account_hash: "hash-2" });
-    assert.deepEqual(
-      { ...(await service.session()), signed_in_unix: 0, usage_seconds: 0 },
-      { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
-    );
-    account.answer("/api/v1/session/release", jsonReply({}));
-    await service.stop();
-  },
-);
+  // A new sign-in takes its place, and what its reply lacks becomes empty.
+  await service.signIn(account, { account_hash: "hash-2" });
+  assert.deepEqual(
+    { ...(await service.session()), signed_in_unix: 0, usage_seconds: 0 },
+    { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
+  );
+  account.answer("/api/v1/session/release", jsonReply({}));
+  await service.stop();
+});
 
 test("a device that loses its session is named in place of the detail", limits, async (t) => {
   const account = await startAccountService(t);

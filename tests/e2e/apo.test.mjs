@@ -166,12 +166,31 @@ const serviceNotOpened = "Audiosrv could not be opened (run the control service 
 const stopRefused = "Audiosrv did not accept the stop request";
 const startRefused = "Audiosrv did not restart";
 
-// Asks the route, demands the answer, and demands what it changed in the machine.
-async function post(service, machine, body, answer, /** @type {Changes} */ changes = unchanged) {
-  const before = await machine.export();
-  assert.equal(await service.ask("POST", route, body), answer, body);
-  assert.deepEqual(difference(before, await machine.export()), changes, body);
+// A service on a machine. `asks` asks the route, and demands the answer and what it changed in the machine.
+async function startOn(t, text = machineText()) {
+  const machine = await Machine.make(t, text);
+  const service = await startService(t, { env: machine.env });
+  const asks = async (body, answer, /** @type {Changes} */ changes = unchanged) => {
+    const before = await machine.export();
+    assert.equal(await service.ask("POST", route, body), answer, body);
+    assert.deepEqual(difference(before, await machine.export()), changes, body);
+  };
+  return { machine, service, asks };
 }
+
+// Answers, and the changes that go with them.
+/** @returns {[string, Changes]} */
+const nowBound = (restart, id = speakers, guid = speakersGuid) => [
+  done(true, id, "endpoint bound", restart),
+  boundIn(guid),
+];
+/** @returns {[string, Changes]} */
+const nowUnbound = (restart, id = speakers, guid = speakersGuid) => [
+  done(false, id, "endpoint unbound", restart),
+  unboundIn(guid),
+];
+const alreadyBound = (restart) => done(true, speakers, "endpoint was already bound", restart);
+const notBound = (restart) => done(false, speakers, "endpoint was not bound", restart);
 
 // ---- refusals ----
 
@@ -202,8 +221,7 @@ const refusals = [
 ];
 
 test("what is refused changes nothing, each thing with its own answer", limits, async (t) => {
-  const machine = await Machine.make(t, machineText());
-  const service = await startService(t, { env: machine.env });
+  const { machine, service } = await startOn(t);
   const before = await machine.export();
   for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
   assert.equal(await machine.export(), before);
@@ -211,8 +229,7 @@ test("what is refused changes nothing, each thing with its own answer", limits, 
 });
 
 test("the route takes POST alone, and the token", limits, async (t) => {
-  const machine = await Machine.make(t, machineText());
-  const service = await startService(t, { env: machine.env });
+  const { machine, service } = await startOn(t);
   const body = `{"attach":true,"endpoint_id":${quoted(speakers)}}`;
   const before = await machine.export();
   for (const method of ["GET", "PUT", "DELETE", "PATCH"]) {
@@ -221,13 +238,10 @@ test("the route takes POST alone, and the token", limits, async (t) => {
   for (const target of [`${route}/`, `${route}s`]) {
     assert.equal(await service.ask("POST", target, body), answers.notFound, target);
   }
-  assert.equal(
-    await service.exchange(service.requestBytes({ method: "POST", target: route, body })),
-    answers.noToken,
-  );
-  assert.equal(
-    await service.exchange(service.apiBytes("POST", route, body, [["Origin", "http://example.com"]])),
+  await service.expectFor(answers.noToken, service.requestBytes({ method: "POST", target: route, body }));
+  await service.expectFor(
     answers.notLocal,
+    service.apiBytes("POST", route, body, [["Origin", "http://example.com"]]),
   );
   assert.equal(await machine.export(), before);
   await service.stop();
@@ -236,53 +250,18 @@ test("the route takes POST alone, and the token", limits, async (t) => {
 // ---- binding without a restart ----
 
 test("an endpoint is bound and unbound without a restart", limits, async (t) => {
-  const machine = await Machine.make(t, machineText());
+  const { machine, service, asks } = await startOn(t);
   const before = await machine.export();
-  const service = await startService(t, { env: machine.env });
   const body = (attach, id) => `{"attach":${attach},"endpoint_id":${quoted(id)},"restart_audio":false}`;
-  await post(
-    service,
-    machine,
-    body(false, speakers),
-    done(false, speakers, "endpoint was not bound", notAsked),
-  );
-  await post(
-    service,
-    machine,
-    body(true, speakers),
-    done(true, speakers, "endpoint bound", notAsked),
-    boundIn(speakersGuid),
-  );
-  await post(
-    service,
-    machine,
-    body(true, speakers),
-    done(true, speakers, "endpoint was already bound", notAsked),
-  );
-  await post(
-    service,
-    machine,
-    body(false, speakers),
-    done(false, speakers, "endpoint unbound", notAsked),
-    unboundIn(speakersGuid),
-  );
+  await asks(body(false, speakers), notBound(notAsked));
+  await asks(body(true, speakers), ...nowBound(notAsked));
+  await asks(body(true, speakers), alreadyBound(notAsked));
+  await asks(body(false, speakers), ...nowUnbound(notAsked));
   assert.equal(await machine.export(), before);
   // The endpoint is told as it was asked for, though only its GUID counts.
   for (const id of [phonesGuid, `"\\.${phonesGuid}`, `{0.0.0.00000000}.${phonesGuid.toUpperCase()}`]) {
-    await post(
-      service,
-      machine,
-      body(true, id),
-      done(true, id, "endpoint bound", notAsked),
-      boundIn(phonesGuid),
-    );
-    await post(
-      service,
-      machine,
-      body(false, id),
-      done(false, id, "endpoint unbound", notAsked),
-      unboundIn(phonesGuid),
-    );
+    await asks(body(true, id), ...nowBound(notAsked, id, phonesGuid));
+    await asks(body(false, id), ...nowUnbound(notAsked, id, phonesGuid));
   }
   assert.equal(await machine.export(), before);
   await service.stop();
@@ -294,33 +273,19 @@ const attachBody = `{"attach":true,"endpoint_id":${JSON.stringify(speakers)}}`;
 
 if (isNative) {
   test("a restart follows each bind and unbind, also one with nothing to do", limits, async (t) => {
-    const machine = await Machine.make(t, machineText());
+    const { machine, service, asks } = await startOn(t);
     const before = await machine.export();
-    const service = await startService(t, { env: machine.env });
     const detachBody = attachBody.replace("true", "false");
-    await post(
-      service,
-      machine,
-      attachBody,
-      done(true, speakers, "endpoint bound", restarted),
-      boundIn(speakersGuid),
-    );
-    await post(service, machine, attachBody, done(true, speakers, "endpoint was already bound", restarted));
-    await post(
-      service,
-      machine,
-      detachBody,
-      done(false, speakers, "endpoint unbound", restarted),
-      unboundIn(speakersGuid),
-    );
-    await post(service, machine, detachBody, done(false, speakers, "endpoint was not bound", restarted));
+    await asks(attachBody, ...nowBound(restarted));
+    await asks(attachBody, alreadyBound(restarted));
+    await asks(detachBody, ...nowUnbound(restarted));
+    await asks(detachBody, notBound(restarted));
     assert.equal(await machine.export(), before);
     await service.stop();
   });
 
   test("only false itself leaves the restart out", limits, async (t) => {
-    const machine = await Machine.make(t, machineText());
-    const service = await startService(t, { env: machine.env });
+    const { service, asks } = await startOn(t);
     const rows = [
       ["", restarted],
       [',"restart_audio":true', restarted],
@@ -332,50 +297,44 @@ if (isNative) {
     ];
     for (const [field, restart] of rows) {
       const body = `{"attach":false,"endpoint_id":${quoted(speakers)}${field}}`;
-      await post(service, machine, body, done(false, speakers, "endpoint was not bound", restart));
+      await asks(body, notBound(restart));
     }
     await service.stop();
   });
 
-  test(
-    "the endpoint is the one that is given, else the chosen one, else the default one",
-    limits,
-    async (t) => {
-      const machine = await Machine.make(t, machineText());
-      const service = await startService(t, { env: machine.env });
-      const bind = (endpoint_id = "") => `{"attach":true${endpoint_id},"restart_audio":false}`;
-      const bound = (id) => done(true, id, "endpoint bound", notAsked);
-      const again = (id) => done(true, id, "endpoint was already bound", notAsked);
-      await post(service, machine, bind(), bound(speakers), boundIn(speakersGuid));
-      await post(service, machine, bind(',"endpoint_id":""'), again(speakers));
-      await post(service, machine, bind(',"endpoint_id":7'), again(speakers));
-      const chosen = await service.ask("PUT", "/api/v1/devices/render", `{"endpoint_id":${quoted(phones)}}`);
-      assert.ok(chosen.startsWith("HTTP/1.1 200 OK\r\n"), chosen);
-      await post(service, machine, bind(), bound(phones), boundIn(phonesGuid));
-      await post(service, machine, bind(',"endpoint_id":""'), again(phones));
-      await post(service, machine, bind(`,"endpoint_id":${quoted(speakers)}`), again(speakers));
-      // One that goes away stays chosen.
-      fs.writeFileSync(
-        machine.file,
-        (await machine.export()).replaceAll(phonesGuid, missingGuid.replace("e15", "e16")),
-      );
-      await post(service, machine, bind(), notOpened);
-      await service.stop();
-    },
-  );
+  test("the endpoint is the given one, else the chosen one, else the default", limits, async (t) => {
+    const { machine, service, asks } = await startOn(t);
+    const bind = (endpoint_id = "") => `{"attach":true${endpoint_id},"restart_audio":false}`;
+    const bound = (id) => done(true, id, "endpoint bound", notAsked);
+    const again = (id) => done(true, id, "endpoint was already bound", notAsked);
+    await asks(bind(), bound(speakers), boundIn(speakersGuid));
+    await asks(bind(',"endpoint_id":""'), again(speakers));
+    await asks(bind(',"endpoint_id":7'), again(speakers));
+    const chosen = await service.ask("PUT", "/api/v1/devices/render", `{"endpoint_id":${quoted(phones)}}`);
+    assert.ok(chosen.startsWith("HTTP/1.1 200 OK\r\n"), chosen);
+    await asks(bind(), bound(phones), boundIn(phonesGuid));
+    await asks(bind(',"endpoint_id":""'), again(phones));
+    await asks(bind(`,"endpoint_id":${quoted(speakers)}`), again(speakers));
+    // One that goes away stays chosen.
+    fs.writeFileSync(
+      machine.file,
+      (await machine.export()).replaceAll(phonesGuid, missingGuid.replace("e15", "e16")),
+    );
+    await asks(bind(), notOpened);
+    await service.stop();
+  });
 
   test("without any endpoint there is none to bind", limits, async (t) => {
-    const machine = await Machine.make(t, exportText(plainServices));
-    const service = await startService(t, { env: machine.env });
+    const { service, asks } = await startOn(t, exportText(plainServices));
     for (const body of [
       '{"attach":true}',
       '{"attach":false,"endpoint_id":""}',
       '{"attach":true,"endpoint_id":5}',
     ]) {
-      await post(service, machine, body, noEndpoint);
+      await asks(body, noEndpoint);
     }
-    await post(service, machine, '{"attach":"true","endpoint_id":""}', noAttach);
-    await post(service, machine, `{"attach":true,"endpoint_id":${quoted(speakers)}}`, notOpened);
+    await asks('{"attach":"true","endpoint_id":""}', noAttach);
+    await asks(`{"attach":true,"endpoint_id":${quoted(speakers)}}`, notOpened);
     await service.stop();
   });
 
@@ -418,17 +377,10 @@ if (isNative) {
   };
   for (const [what, [services, restart, more = []]] of Object.entries(rows)) {
     test(`restart: ${what}`, limits, async (t) => {
-      const machine = await Machine.make(t, machineText(services, more));
-      const service = await startService(t, { env: machine.env });
-      await post(
-        service,
-        machine,
-        attachBody,
-        done(true, speakers, "endpoint bound", restart),
-        boundIn(speakersGuid),
-      );
+      const { service, asks } = await startOn(t, machineText(services, more));
+      await asks(attachBody, ...nowBound(restart));
       // The binding stands, and the service answers the next one.
-      await post(service, machine, attachBody, done(true, speakers, "endpoint was already bound", restart));
+      await asks(attachBody, alreadyBound(restart));
       await service.stop();
     });
   }
@@ -442,16 +394,9 @@ if (isNative) {
       // How long a dependent starts is its own business.
       ...serviceKeys("SonicMonitor", ["Audiosrv"], { StopMs: dependentStopMs, StartMs: 0xffffffff }),
     ];
-    const machine = await Machine.make(t, machineText(services));
-    const service = await startService(t, { env: machine.env });
+    const { service, asks } = await startOn(t, machineText(services));
     const begin = process.hrtime.bigint();
-    await post(
-      service,
-      machine,
-      attachBody,
-      done(true, speakers, "endpoint bound", restarted),
-      boundIn(speakersGuid),
-    );
+    await asks(attachBody, ...nowBound(restarted));
     const waitedMs = Number(process.hrtime.bigint() - begin) / 1e6;
     assert.ok(waitedMs >= stopMs + startMs + dependentStopMs, `${waitedMs} ms`);
     await service.stop();
@@ -460,20 +405,13 @@ if (isNative) {
   test("where the bind is refused, the service runs on", limits, async (t) => {
     // A service that was stopped here could not be started again.
     const cannotStart = serviceKeys("Audiosrv", [], { StartError: 1058 });
-    const machine = await Machine.make(t, machineText(cannotStart, readOnly(renderPath)));
-    const service = await startService(t, { env: machine.env });
-    await post(service, machine, attachBody, notOpened);
-    await post(service, machine, attachBody.replace("true", "false"), notOpened);
+    const { machine, service, asks } = await startOn(t, machineText(cannotStart, readOnly(renderPath)));
+    await asks(attachBody, notOpened);
+    await asks(attachBody.replace("true", "false"), notOpened);
     // One that stands still would be started now, and only one that runs can refuse to stop.
     fs.writeFileSync(machine.file, machineText(serviceKeys("Audiosrv", [], { StopError: 1052 })));
     const restart = failedRestart(1052, stopRefused);
-    await post(
-      service,
-      machine,
-      attachBody,
-      done(true, speakers, "endpoint bound", restart),
-      boundIn(speakersGuid),
-    );
+    await asks(attachBody, ...nowBound(restart));
     await service.stop();
   });
 }
@@ -482,68 +420,37 @@ if (isNative) {
 
 if (isWine) {
   test("without an audio service the endpoint is bound all the same", limits, async (t) => {
-    const machine = await Machine.make(t, machineText());
-    const service = await startService(t, { env: machine.env });
+    const { service, asks } = await startOn(t);
     const restart = failedRestart(1060, serviceNotOpened);
-    await post(
-      service,
-      machine,
-      attachBody,
-      done(true, speakers, "endpoint bound", restart),
-      boundIn(speakersGuid),
-    );
-    await post(service, machine, attachBody, done(true, speakers, "endpoint was already bound", restart));
+    await asks(attachBody, ...nowBound(restart));
+    await asks(attachBody, alreadyBound(restart));
     await service.stop();
   });
 
   test("the audio service logs that it was stopped and started, once for each restart", limits, async (t) => {
     const [stopMs, startMs] = [150, 120];
-    const machine = await Machine.make(t, machineText());
     const logged = await installAudioService(t, ["--stop-ms", String(stopMs), "--start-ms", String(startMs)]);
-    const service = await startService(t, { env: machine.env });
+    const { service, asks } = await startOn(t);
     // It has not been started yet.
-    await post(
-      service,
-      machine,
-      attachBody,
-      done(true, speakers, "endpoint bound", restarted),
-      boundIn(speakersGuid),
-    );
+    await asks(attachBody, ...nowBound(restarted));
     assert.equal(logged().words, "start running");
-    await post(service, machine, attachBody, done(true, speakers, "endpoint was already bound", restarted));
+    await asks(attachBody, alreadyBound(restarted));
     const { words, times } = logged();
     assert.equal(words, "stop stopped start running");
     assert.ok(times[1] - times[0] >= stopMs && times[3] - times[2] >= startMs, `${times}`);
     // Neither what is refused nor a bind without restart reaches the service.
     const quiet = `{"attach":false,"endpoint_id":${quoted(speakers)},"restart_audio":false}`;
-    await post(
-      service,
-      machine,
-      quiet,
-      done(false, speakers, "endpoint unbound", notAsked),
-      unboundIn(speakersGuid),
-    );
+    await asks(quiet, ...nowUnbound(notAsked));
     for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
     assert.equal(logged().words, "");
     await service.stop();
   });
 
   test("a service on its way takes no stop request, and a disabled one is not started", limits, async (t) => {
-    const machine = await Machine.make(t, machineText());
-    const service = await startService(t, { env: machine.env });
-    const bind = async (restart) =>
-      assert.equal(
-        await service.ask("POST", route, attachBody),
-        done(true, speakers, "endpoint was already bound", restart),
-      );
+    const { service, asks } = await startOn(t);
+    const bind = async (restart) => service.expect(alreadyBound(restart), "POST", route, attachBody);
     const quiet = attachBody.replace('}"}', '}","restart_audio":false}');
-    await post(
-      service,
-      machine,
-      quiet,
-      done(true, speakers, "endpoint bound", notAsked),
-      boundIn(speakersGuid),
-    );
+    await asks(quiet, ...nowBound(notAsked));
     let logged = await installAudioService(t, ["--start-ms", "forever"]);
     const started = await run(t, "sc", ["start", "Audiosrv"]);
     assert.equal(started.code, 0, started.output);
@@ -715,21 +622,17 @@ test("a loaded effect whose path is beyond ASCII is found", limits, async (t) =>
 });
 
 if (isNative) {
-  test(
-    "an engine that may not be looked into runs, and what it has loaded is not known",
-    limits,
-    async (t) => {
-      const nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--bounding-set=-all"];
-      const engine = await Engine.start(t, [effectLibrary, algorithmLibrary]);
-      const env = await registerEffect(t, {});
-      fs.chmodSync(path.dirname(env.VELMORA_MACHINE), 0o755);
-      const seen = { ...env, ...visibleProcesses(engine.process_id) };
-      const unknown = { elevated: false, error_code: win32Status(5), program: "" };
-      await assertProbes(t, seen, loaded(engine, unknown), { wrapped: nobody });
-      await assertProbes(t, seen, loaded(engine, { ...effectLoaded(), ...algorithm_loaded }));
-      await engine.stop();
-    },
-  );
+  test("an engine that denies access is reported as running, its modules unknown", limits, async (t) => {
+    const nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--bounding-set=-all"];
+    const engine = await Engine.start(t, [effectLibrary, algorithmLibrary]);
+    const env = await registerEffect(t, {});
+    fs.chmodSync(path.dirname(env.VELMORA_MACHINE), 0o755);
+    const seen = { ...env, ...visibleProcesses(engine.process_id) };
+    const unknown = { elevated: false, error_code: win32Status(5), program: "" };
+    await assertProbes(t, seen, loaded(engine, unknown), { wrapped: nobody });
+    await assertProbes(t, seen, loaded(engine, { ...effectLoaded(), ...algorithm_loaded }));
+    await engine.stop();
+  });
 
   test("processes that cannot be listed are an error, and no engine", limits, async (t) => {
     const env = await registerEffect(t, {});

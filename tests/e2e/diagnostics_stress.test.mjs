@@ -155,7 +155,7 @@ async function startHammers(t, service, rounds) {
 // The hammers are at work for as long as `wanted` stands in the record.
 async function publish(service, wanted, strength = 0.5) {
   const body = `{"bypass":false,"bypass_all":${wanted},"enhance_strength":${strength}}`;
-  assert.equal(await service.ask("PUT", footstep, body), answers.done);
+  await service.expect(answers.done, "PUT", footstep, body);
 }
 
 // Lets the hammers go, and reads so many documents while they write, or all until they are done by themselves. Gives the

@@ -8,12 +8,26 @@ import path from "node:path";
 import test from "node:test";
 
 import {
-  answerBytes,
+  devices,
+  renderChoice,
+  captureChoice,
+  volume,
+  mute,
+  noId,
+  noSuchEndpoint,
+  notSelected,
+  noVolume,
+  noMute,
+  listAnswer,
+  list,
+  choose,
+  setVolume,
+  setMute,
+} from "./endpoint_routes.mjs";
+import {
   answers,
   bodyOf,
-  devicesDocument,
   isNative,
-  jsonDocument,
   makeDirectory,
   makeSmallDisk,
   missingMountRight,
@@ -36,25 +50,9 @@ import {
 } from "./registry.mjs";
 
 const limits = { timeout: 120_000 };
-const devices = "/api/v1/devices";
-const renderChoice = "/api/v1/devices/render";
-const captureChoice = "/api/v1/devices/capture";
-const volume = "/api/v1/render/volume";
-const mute = "/api/v1/render/mute";
 
-const noId = refusalBytes(400, "Bad Request", "endpoint_id must be a non-empty string");
-const noSuchEndpoint = refusalBytes(404, "Not Found", "active endpoint not found for this direction");
-const notSelected = refusalBytes(503, "Service Unavailable", "Windows endpoint selection failed");
 const badVolume = refusalBytes(400, "Bad Request", "volume must be between 0 and 1");
-const noVolume = refusalBytes(503, "Service Unavailable", "Windows endpoint volume update failed");
 const badMute = refusalBytes(400, "Bad Request", "muted must be a boolean");
-const noMute = refusalBytes(503, "Service Unavailable", "Windows endpoint mute update failed");
-
-const listAnswer = (list) => answerBytes(200, "OK", jsonDocument, devicesDocument(list));
-const list = (service) => service.ask("GET", devices);
-const choose = (service, route, id) => service.ask("PUT", route, JSON.stringify({ endpoint_id: id }));
-const setVolume = (service, level) => service.ask("PUT", volume, `{"volume":${level}}`);
-const setMute = (service, muted) => service.ask("PUT", mute, `{"muted":${muted}}`);
 
 // ---- machines of the tests' own ----
 
@@ -243,7 +241,7 @@ test("an id that chooses nothing is refused, and the choice stays", limits, asyn
   for (const route of [renderChoice, captureChoice]) {
     for (const [body, refusal] of rows) {
       await t.test(`${route} ${shortened(body)}`, async () => {
-        assert.equal(await studioService.service.ask("PUT", route, body), refusal);
+        await studioService.service.expect(refusal, "PUT", route, body);
         await assertUntouched(studioService);
       });
     }
@@ -284,7 +282,7 @@ test("a volume or mute that is none is refused, and nothing is set", limits, asy
   ];
   for (const [route, body, refusal] of rows) {
     await t.test(`${route} ${body}`, async () => {
-      assert.equal(await studioService.service.ask("PUT", route, body), refusal);
+      await studioService.service.expect(refusal, "PUT", route, body);
       await assertUntouched(studioService);
     });
   }
@@ -315,7 +313,7 @@ test("another method, and a path that is only like one of these, leads nowhere",
   );
   for (const [method, target, body] of rows) {
     await t.test(`${method} ${target}`, async () => {
-      assert.equal(await studioService.service.ask(method, target, body), answers.notFound);
+      await studioService.service.expect(answers.notFound, method, target, body);
     });
   }
   await assertUntouched(studioService);
@@ -332,7 +330,7 @@ test("without the token nothing is told and nothing is done", limits, async (t) 
   ]) {
     for (const [method, target, body] of validRequests(studioService)) {
       const request = service.requestBytes({ method, target, body, headers });
-      assert.equal(await service.exchange(request), answers.noToken);
+      await service.expectFor(answers.noToken, request);
     }
   }
   await assertUntouched(studioService);
@@ -342,10 +340,10 @@ test("without the token nothing is told and nothing is done", limits, async (t) 
 test("what stands behind a question mark is no part of the path", limits, async (t) => {
   const studioService = await startInStudio(t);
   const { service, before } = studioService;
-  assert.equal(await service.ask("GET", `${devices}?flow=render`), before);
-  assert.equal(await service.ask("PUT", `${captureChoice}?/render`, escapedId("")), noId);
-  assert.equal(await service.ask("PUT", `${volume}?volume=1`, "{}"), badVolume);
-  assert.equal(await service.ask("PUT", `${mute}?`, "{}"), badMute);
+  await service.expect(before, "GET", `${devices}?flow=render`);
+  await service.expect(noId, "PUT", `${captureChoice}?/render`, escapedId(""));
+  await service.expect(badVolume, "PUT", `${volume}?volume=1`, "{}");
+  await service.expect(badMute, "PUT", `${mute}?`, "{}");
   await assertUntouched(studioService);
   await service.stop();
 });
@@ -760,7 +758,7 @@ if (isNative) {
       [escapedId("\xff"), notSelected],
     ]) {
       for (const route of [renderChoice, captureChoice]) {
-        assert.equal(await service.ask("PUT", route, body), refusal);
+        await service.expect(refusal, "PUT", route, body);
       }
       assert.equal(await list(service), chosen);
     }
@@ -768,20 +766,16 @@ if (isNative) {
     await service.stop();
   });
 
-  test(
-    "without a choice the default is followed, and a choice stays when the default changes",
-    limits,
-    async (t) => {
-      const { machine, service } = await startOn(t, studioText());
-      fs.writeFileSync(machine.file, studioText({ render: speakers.id }));
-      const moved = { ...studio, defaultRender: speakers.id };
-      assert.equal(await list(service), listAnswer(moved));
-      assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
-      fs.writeFileSync(machine.file, studioText());
-      assert.equal(await list(service), listAnswer({ ...studio, selectedRender: speakers.id }));
-      await service.stop();
-    },
-  );
+  test("without a choice the default is followed; a choice outlives a new default", limits, async (t) => {
+    const { machine, service } = await startOn(t, studioText());
+    fs.writeFileSync(machine.file, studioText({ render: speakers.id }));
+    const moved = { ...studio, defaultRender: speakers.id };
+    assert.equal(await list(service), listAnswer(moved));
+    assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
+    fs.writeFileSync(machine.file, studioText());
+    assert.equal(await list(service), listAnswer({ ...studio, selectedRender: speakers.id }));
+    await service.stop();
+  });
 
   test("a chosen endpoint that goes away stays chosen until another one is", limits, async (t) => {
     /** @type {any[][]} */
@@ -857,7 +851,7 @@ if (isNative) {
     ];
     for (const [body, kept] of rows) {
       await t.test(body, async () => {
-        assert.equal(await service.ask("PUT", volume, body), answers.done);
+        await service.expect(answers.done, "PUT", volume, body);
         assert.deepEqual(difference(studioText(), await machine.export()), {
           removed: [],
           added: [keyEntry(`${ownPath}\\${headphones.id}`), volumeEntry(headphones.id, kept)],
@@ -919,47 +913,39 @@ if (isNative) {
 
   // ---- a machine that fails ----
 
-  test(
-    "a machine that can no longer be read is told by the error code, and the service goes on",
-    limits,
-    async (t) => {
-      /** @type {any[][]} */
-      const rows = [
-        ["malformed", (file) => fs.writeFileSync(file, `${studioText()}[HKEY_LOCAL_MACHINE\r\n`)],
-        ["empty", (file) => fs.writeFileSync(file, "")],
-        ["gone", (file) => fs.rmSync(file)],
-      ];
-      for (const [what, spoil] of rows) {
-        await t.test(what, async (row) => {
-          const { machine, service } = await startOn(row, studioText());
-          assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
-          spoil(machine.file);
-          const spoilt = fs.existsSync(machine.file) ? await machine.export() : null;
-          const unreadable = listAnswer({ error_code: unreadableCode });
-          assert.equal(await list(service), unreadable);
-          assert.equal(await choose(service, renderChoice, headphones.id), notSelected);
-          assert.equal(await choose(service, captureChoice, lineIn.id), notSelected);
-          assert.equal(await setVolume(service, 0.5), noVolume);
-          assert.equal(await setMute(service, true), noMute);
-          assert.equal(await list(service), unreadable);
-          assert.equal(
-            fs.existsSync(machine.file) ? await machine.export() : null,
-            spoilt,
-            "it is left alone",
-          );
+  test("the error code reports an unreadable machine, and the service goes on", limits, async (t) => {
+    /** @type {any[][]} */
+    const rows = [
+      ["malformed", (file) => fs.writeFileSync(file, `${studioText()}[HKEY_LOCAL_MACHINE\r\n`)],
+      ["empty", (file) => fs.writeFileSync(file, "")],
+      ["gone", (file) => fs.rmSync(file)],
+    ];
+    for (const [what, spoil] of rows) {
+      await t.test(what, async (row) => {
+        const { machine, service } = await startOn(row, studioText());
+        assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
+        spoil(machine.file);
+        const spoilt = fs.existsSync(machine.file) ? await machine.export() : null;
+        const unreadable = listAnswer({ error_code: unreadableCode });
+        assert.equal(await list(service), unreadable);
+        assert.equal(await choose(service, renderChoice, headphones.id), notSelected);
+        assert.equal(await choose(service, captureChoice, lineIn.id), notSelected);
+        assert.equal(await setVolume(service, 0.5), noVolume);
+        assert.equal(await setMute(service, true), noMute);
+        assert.equal(await list(service), unreadable);
+        assert.equal(fs.existsSync(machine.file) ? await machine.export() : null, spoilt, "it is left alone");
 
-          fs.writeFileSync(machine.file, studioText());
-          assert.equal(
-            await list(service),
-            listAnswer({ ...studio, selectedRender: speakers.id }),
-            "the choice stood",
-          );
-          assert.equal(await setVolume(service, 0.5), answers.done);
-          await service.stop();
-        });
-      }
-    },
-  );
+        fs.writeFileSync(machine.file, studioText());
+        assert.equal(
+          await list(service),
+          listAnswer({ ...studio, selectedRender: speakers.id }),
+          "the choice stood",
+        );
+        assert.equal(await setVolume(service, 0.5), answers.done);
+        await service.stop();
+      });
+    }
+  });
 
   // The service on a machine that stands on a disk of its own.
   async function startOnDisk(t, disk) {
@@ -975,24 +961,20 @@ if (isNative) {
     assert.deepEqual(fs.readdirSync(path.dirname(file)).sort(), ["filler", "machine.reg"]);
   }
 
-  test(
-    "a machine that may only be read keeps its volume",
-    { ...limits, skip: missingMountRight() },
-    async (t) => {
-      const disk = makeSmallDisk(t, 65_536);
-      fs.writeFileSync(path.join(disk.directory, "filler"), "");
-      const started = await startOnDisk(t, disk);
-      disk.makeReadOnly();
-      await assertNotWritten(started);
-      assert.equal(await choose(started.service, renderChoice, speakers.id), answers.done);
-      await assertNotWritten(started);
-      assert.equal(await list(started.service), listAnswer({ ...studio, selectedRender: speakers.id }));
-      await started.service.stop();
-    },
-  );
+  test("a read-only machine keeps its volume", { ...limits, skip: missingMountRight() }, async (t) => {
+    const disk = makeSmallDisk(t, 65_536);
+    fs.writeFileSync(path.join(disk.directory, "filler"), "");
+    const started = await startOnDisk(t, disk);
+    disk.makeReadOnly();
+    await assertNotWritten(started);
+    assert.equal(await choose(started.service, renderChoice, speakers.id), answers.done);
+    await assertNotWritten(started);
+    assert.equal(await list(started.service), listAnswer({ ...studio, selectedRender: speakers.id }));
+    await started.service.stop();
+  });
 
   test(
-    "a full disk keeps the machine as it was, and takes a change when there is room again",
+    "a full disk keeps the machine, and takes a change when there is room",
     { ...limits, skip: missingMountRight() },
     async (t) => {
       const pageBytes = 4096;
@@ -1024,6 +1006,6 @@ test("many lists and choices in a row leave the service as it was", limits, asyn
     assert.equal(await choose(service, renderChoice, "x"), noSuchEndpoint);
     await assertUntouched(studioService);
   }
-  assert.equal(await service.ask("GET", devices, '{"endpoint_id":"x"}'), studioService.before);
+  await service.expect(studioService.before, "GET", devices, '{"endpoint_id":"x"}');
   await service.stop();
 });

@@ -5,43 +5,39 @@ import test from "node:test";
 
 import { AudioServer, quoted } from "./audio_server.mjs";
 import {
-  answerBytes,
+  captureChoice,
+  list as getList,
+  listAnswer,
+  noMute,
+  noSuchEndpoint,
+  noVolume,
+  notSelected,
+  renderChoice,
+  setMute,
+  setVolume,
+} from "./endpoint_routes.mjs";
+import {
   answers,
   bodyOf,
-  devicesDocument,
   isWine,
-  jsonDocument,
   refusalBytes,
   run,
   startEffect,
   startService,
   uniqueMappingName,
+  utf8Bytes,
   words,
 } from "./harness.mjs";
 
 const limits = { timeout: 300_000 };
-const devices = "/api/v1/devices";
-const renderChoice = "/api/v1/devices/render";
-const captureChoice = "/api/v1/devices/capture";
-
-const noSuchEndpoint = refusalBytes(404, "Not Found", "active endpoint not found for this direction");
-const notSelected = refusalBytes(503, "Service Unavailable", "Windows endpoint selection failed");
-const noVolume = refusalBytes(503, "Service Unavailable", "Windows endpoint volume update failed");
-const noMute = refusalBytes(503, "Service Unavailable", "Windows endpoint mute update failed");
 
 const statusFailed = 0x80004005;
 const statusUnexpected = 0x8000ffff;
 const statusNotFound = 0x80070490;
 const signed = (status) => status | 0;
-const hex = (status) => `0x${status.toString(16).padStart(8, "0")}`;
-
-const listAnswer = (list) => answerBytes(200, "OK", jsonDocument, devicesDocument(list));
-const getList = (service) => service.ask("GET", devices);
-const utf8Bytes = (text) => Buffer.from(text, "utf8").toString("latin1");
 const choose = (service, route, id) =>
   service.ask("PUT", route, utf8Bytes(JSON.stringify({ endpoint_id: id })));
-const setVolume = (service, level) => service.ask("PUT", "/api/v1/render/volume", `{"volume":${level}}`);
-const setMute = (service, muted) => service.ask("PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
+const hex = (status) => `0x${status.toString(16).padStart(8, "0")}`;
 
 // A process id that no process has: no id is that large.
 const nobody = 4_294_967_280;
@@ -901,11 +897,7 @@ if (isWine) {
   test("a peak is shown as it is read, and one that is no number as 0", limits, peaks);
   test("active sessions are shown by the programs of their processes", limits, sessions);
   test("without an enumerator everything is empty, and the choices stand", limits, noEnumerator);
-  test(
-    "an endpoint of the wrong direction, or one that is not there letter by letter, is no choice",
-    limits,
-    choices,
-  );
+  test("an endpoint of the wrong direction or another spelling is no choice", limits, choices);
   test("each failed call of a choice refuses it", limits, choiceFaults);
   test("a chosen endpoint that went away stays the choice", limits, goneSelection);
   test("volume and mute arrive at the endpoint of choice, call by call", limits, volume);

@@ -7,37 +7,24 @@ import path from "node:path";
 import test from "node:test";
 
 import {
-  answerBytes,
-  answers,
-  bodyOf,
-  builtProgram,
-  devicesDocument,
-  isWine,
-  jsonDocument,
-  makeDirectory,
-  refusalBytes,
-  run,
-  startService,
-} from "./harness.mjs";
+  renderChoice,
+  captureChoice,
+  noId,
+  noSuchEndpoint,
+  notSelected,
+  noVolume,
+  noMute,
+  listAnswer,
+  list,
+  choose,
+  setVolume,
+  setMute,
+} from "./endpoint_routes.mjs";
+import { answers, bodyOf, builtProgram, isWine, makeDirectory, run, startService } from "./harness.mjs";
 import { startPulse, useSoundServer } from "./pulse.mjs";
 import { addKey, blocksBelow, keepKeys, renderPath, velmoraPath } from "./registry.mjs";
 
 const limits = { timeout: 120_000 };
-const devices = "/api/v1/devices";
-const renderChoice = "/api/v1/devices/render";
-const captureChoice = "/api/v1/devices/capture";
-
-const noId = refusalBytes(400, "Bad Request", "endpoint_id must be a non-empty string");
-const noSuchEndpoint = refusalBytes(404, "Not Found", "active endpoint not found for this direction");
-const notSelected = refusalBytes(503, "Service Unavailable", "Windows endpoint selection failed");
-const noVolume = refusalBytes(503, "Service Unavailable", "Windows endpoint volume update failed");
-const noMute = refusalBytes(503, "Service Unavailable", "Windows endpoint mute update failed");
-
-const listAnswer = (found) => answerBytes(200, "OK", jsonDocument, devicesDocument(found));
-const list = (service) => service.ask("GET", devices);
-const choose = (service, route, id) => service.ask("PUT", route, JSON.stringify({ endpoint_id: id }));
-const setVolume = (service, level) => service.ask("PUT", "/api/v1/render/volume", `{"volume":${level}}`);
-const setMute = (service, muted) => service.ask("PUT", "/api/v1/render/mute", `{"muted":${muted}}`);
 
 const defaultName = "PulseAudio"; // Wine's own text
 const sinks = [
@@ -222,24 +209,20 @@ if (isWine) {
     await service.stop();
   });
 
-  test(
-    "without a sound server every route tells of its failure, and the service goes on",
-    limits,
-    async (t) => {
-      const service = await startService(t, {
-        env: await useSoundServer(t, path.join(makeDirectory(), "nobody")),
-      });
-      const failed = listAnswer({ error_code: -2147467259 });
-      const id = "{0.0.0.00000000}.{FD47D9CC-4218-4135-9CE2-0C195C87405B}";
-      for (let round = 0; round < 2; ++round) {
-        assert.equal(await list(service), failed);
-        for (const route of [renderChoice, captureChoice])
-          assert.equal(await choose(service, route, id), notSelected);
-        assert.equal(await setVolume(service, 0.5), noVolume);
-        assert.equal(await setMute(service, true), noMute);
-      }
+  test("without a sound server every route reports it, and the service goes on", limits, async (t) => {
+    const service = await startService(t, {
+      env: await useSoundServer(t, path.join(makeDirectory(), "nobody")),
+    });
+    const failed = listAnswer({ error_code: -2147467259 });
+    const id = "{0.0.0.00000000}.{FD47D9CC-4218-4135-9CE2-0C195C87405B}";
+    for (let round = 0; round < 2; ++round) {
       assert.equal(await list(service), failed);
-      await service.stop();
-    },
-  );
+      for (const route of [renderChoice, captureChoice])
+        assert.equal(await choose(service, route, id), notSelected);
+      assert.equal(await setVolume(service, 0.5), noVolume);
+      assert.equal(await setMute(service, true), noMute);
+    }
+    assert.equal(await list(service), failed);
+    await service.stop();
+  });
 }

@@ -288,7 +288,7 @@ test("what is refused is told by its first fault and leaves the record alone", l
   });
   await t.test("other methods and paths", async () => {
     for (const method of ["POST", "DELETE", "PATCH", "HEAD", "put"]) {
-      assert.equal(await service.ask(method, equalizer, bodyWith()), answers.notFound);
+      await service.expect(answers.notFound, method, equalizer, bodyWith());
     }
     for (const path of [
       `${equalizer}/`,
@@ -296,7 +296,7 @@ test("what is refused is told by its first fault and leaves the record alone", l
       equalizer.toUpperCase(),
       equalizer.replace("eq", "%65q"),
     ]) {
-      assert.equal(await service.ask("PUT", path, bodyWith()), answers.notFound);
+      await service.expect(answers.notFound, "PUT", path, bodyWith());
     }
     assert.deepEqual(await readRecord(t, mapping), before);
   });
@@ -304,11 +304,8 @@ test("what is refused is told by its first fault and leaves the record alone", l
     const options = { method: "PUT", target: equalizer, body: bodyWith() };
     const token = ["X-Velmora-Token", service.token];
     const fromElsewhere = [token, ["Origin", "http://evil.example"]];
-    assert.equal(
-      await service.exchange(service.requestBytes({ ...options, headers: fromElsewhere })),
-      answers.notLocal,
-    );
-    assert.equal(await service.exchange(service.requestBytes(options)), answers.noToken);
+    await service.expectFor(answers.notLocal, service.requestBytes({ ...options, headers: fromElsewhere }));
+    await service.expectFor(answers.noToken, service.requestBytes(options));
     assert.deepEqual(await readRecord(t, mapping), before);
   });
   assert.equal(await put(service, bodyWith()), answers.done, "the next good one is taken");

@@ -48,7 +48,7 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
   for (const [host, passes] of hosts) {
     await t.test(`Host ${JSON.stringify(host)} ${passes ? "passes" : "is refused"}`, async () => {
       const bytes = service.requestBytes({ target: "/help.html", host });
-      assert.equal(await service.exchange(bytes), passes ? pageAnswer : answers.notLocal);
+      await service.expectFor(passes ? pageAnswer : answers.notLocal, bytes);
     });
   }
 
@@ -75,17 +75,17 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
   for (const [origin, passes] of origins) {
     await t.test(`Origin ${JSON.stringify(origin)} ${passes ? "passes" : "is refused"}`, async () => {
       const bytes = service.requestBytes({ target: "/help.html", headers: [["Origin", origin]] });
-      assert.equal(await service.exchange(bytes), passes ? pageAnswer : answers.notLocal);
+      await service.expectFor(passes ? pageAnswer : answers.notLocal, bytes);
     });
   }
 
   await t.test("a Referer from elsewhere is not looked at", async () => {
     const headers = [["Referer", "http://evil.example/"]];
-    assert.equal(await service.exchange(service.requestBytes({ target: "/help.html", headers })), pageAnswer);
+    await service.expectFor(pageAnswer, service.requestBytes({ target: "/help.html", headers }));
   });
   await t.test("a Host and an Origin that name the service differently pass", async () => {
     const headers = [["Origin", `http://localhost:${port}`]];
-    assert.equal(await service.exchange(service.requestBytes({ target: "/help.html", headers })), pageAnswer);
+    await service.expectFor(pageAnswer, service.requestBytes({ target: "/help.html", headers }));
   });
   await service.assertAnswers();
   await service.stop();
@@ -115,7 +115,7 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
       /** @type {any[][]} */
       const headers = value === null ? [] : [["x-velmora-token", value]];
       const bytes = service.requestBytes({ target: "/api/v1/nothing", headers });
-      assert.equal(await service.exchange(bytes), passes ? answers.notFound : answers.noToken);
+      await service.expectFor(passes ? answers.notFound : answers.noToken, bytes);
     });
   }
   await t.test("the last of two token headers counts", async () => {
@@ -137,7 +137,7 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
       ["Authorization", `Bearer ${token}`],
       ["Cookie", `token=${token}`],
     ];
-    assert.equal(await service.exchange(service.requestBytes({ target, headers })), answers.noToken);
+    await service.expectFor(answers.noToken, service.requestBytes({ target, headers }));
   });
   await service.stop();
 });
@@ -226,7 +226,7 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
     ],
   ];
   for (const [what, bytes, expected] of table) {
-    await t.test(what, async () => assert.equal(await service.exchange(bytes), expected));
+    await t.test(what, () => service.expectFor(expected, bytes));
   }
   await service.assertAnswers();
   await service.stop();
@@ -251,7 +251,7 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     ["the greeting of a secure connection", "\x16\x03\x01\x00\xee\x01\x00\x00\xea\x03\x03\r\n\r\n"],
   ];
   for (const [what, bytes] of heads) {
-    await t.test(what, async () => assert.equal(await service.exchange(bytes), answers.invalidRequest));
+    await t.test(what, () => service.expectFor(answers.invalidRequest, bytes));
   }
 
   const lengths = [
@@ -265,13 +265,13 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
   for (const length of lengths) {
     await t.test(`a content length of ${JSON.stringify(length)}`, async () => {
       const bytes = `GET /help.html HTTP/1.1\r\n${host}Content-Length: ${length}\r\n\r\n`;
-      assert.equal(await service.exchange(bytes), answers.invalidRequest);
+      await service.expectFor(answers.invalidRequest, bytes);
     });
   }
 
   await t.test("a head that does not end within 65536 bytes", async () => {
     const start = `GET /help.html HTTP/1.1\r\n${host}X: `;
-    assert.equal(await service.exchange(start.padEnd(requestLimit, "x")), answers.invalidRequest);
+    await service.expectFor(answers.invalidRequest, start.padEnd(requestLimit, "x"));
   });
   await t.test("a head that ends one byte too late, by its length alone", async () => {
     const start = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${service.token}\r\n`;
@@ -279,7 +279,7 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     const total = start.length + line.length + 65_000;
     const filled = `${start}X: ${"x".repeat(requestLimit + 1 - total - 5)}\r\n${line}`;
     assert.equal(filled.length + 65_000, requestLimit + 1);
-    assert.equal(await service.exchange(filled), answers.invalidRequest);
+    await service.expectFor(answers.invalidRequest, filled);
   });
 
   const cutShort = [
@@ -336,12 +336,12 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
     ["a wish for a continuation", `GET /help.html HTTP/1.1\r\n${host}Expect: 100-continue\r\n\r\n`],
   ];
   for (const [what, bytes] of table) {
-    await t.test(what, async () => assert.equal(await service.exchange(bytes), pageAnswer));
+    await t.test(what, () => service.expectFor(pageAnswer, bytes));
   }
 
   await t.test("of two hosts the first one alone is right", async () => {
     const bytes = `GET /help.html HTTP/1.1\r\n${host}Host: x\r\n\r\n`;
-    assert.equal(await service.exchange(bytes), answers.notLocal);
+    await service.expectFor(answers.notLocal, bytes);
   });
 
   await t.test("a request of exactly 65536 bytes", async () => {
@@ -358,14 +358,14 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
       "application/json; charset=utf-8",
       `{"error":"${refused}"}`,
     );
-    assert.equal(await service.exchange(bytes), expected);
+    await service.expectFor(expected, bytes);
   });
 
   // The total passes the limit by running over, and the body is what has arrived behind the head.
   for (const length of ["18446744073709551615", "18446744073709551516"]) {
     await t.test(`a content length of ${length} takes what has arrived`, async () => {
       const head = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${token}\r\nContent-Length: ${length}\r\n\r\n`;
-      assert.equal(await service.exchange(head), answers.done);
+      await service.expectFor(answers.done, head);
       const expected = "stereo_link must be 0, 1 or 2";
       assert.ok((await service.exchange(`${head}{"stereo_link":3}`)).endsWith(`{"error":"${expected}"}`));
     });
@@ -373,11 +373,11 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
 
   await t.test("bytes behind the body are not part of it", async () => {
     const bytes = service.putBytes(algorithm, "{}");
-    assert.equal(await service.exchange(`${bytes}{"stereo_link":3}`), answers.done);
+    await service.expectFor(answers.done, `${bytes}{"stereo_link":3}`);
   });
   await t.test("a second request on the same connection is never read", async () => {
     const bytes = service.requestBytes({ target: "/help.html" });
-    assert.equal(await service.exchange(bytes + bytes), pageAnswer);
+    await service.expectFor(pageAnswer, bytes + bytes);
   });
   await t.test("the chunks of a chunked body are not read", async () => {
     const bytes =

@@ -489,6 +489,18 @@ export class Service extends Program {
     return this.exchange(this.apiBytes(method, target, body));
   }
 
+  // Asks with the session token, and demands this answer.
+  /** @param {string} expected @param {string} method @param {string} target @param {string} [body] */
+  async expect(expected, method, target, body) {
+    assert.equal(await this.ask(method, target, body), expected);
+  }
+
+  // The same of a request that is given as its bytes.
+  /** @param {string} expected @param {string} bytes */
+  async expectFor(expected, bytes) {
+    assert.equal(await this.exchange(bytes), expected);
+  }
+
   assertAnswers() {
     return assertAnswers(this);
   }

@@ -66,7 +66,7 @@ if (isNative) {
   }
 
   test(
-    "the id is made of the first line of the file, or of the name of the host",
+    "the id comes from the file's first line, or the host name",
     { ...limits, skip: missingMountRight() },
     async (t) => {
       const identifier = "0f1e2d3c4b5a69788796a5b4c3d2e1f0";
@@ -117,29 +117,25 @@ if (isWine) {
     assert.equal(code, 0, `reg ${args.join(" ")}: ${output}${errors}`);
   }
 
-  test(
-    "the id is made of the identifier in the registry, or of the name of the computer",
-    limits,
-    async (t) => {
-      const account = await startAccount(t);
-      const name = await registryText(t, namePlace);
-      assert.ok(name, "the computer has a name");
-      const put = (text) => changeRegistry(t, "add", ...place, "/d", text, "/f");
-      // A run that was ended in the middle has left something else.
-      if (!isGuid.test((await registryText(t, place)) ?? "")) await put(randomUUID());
-      const found = await registryText(t, place);
-      t.after(() => put(found));
+  test("the id comes from the registry, or the computer's name", limits, async (t) => {
+    const account = await startAccount(t);
+    const name = await registryText(t, namePlace);
+    assert.ok(name, "the computer has a name");
+    const put = (text) => changeRegistry(t, "add", ...place, "/d", text, "/f");
+    // A run that was ended in the middle has left something else.
+    if (!isGuid.test((await registryText(t, place)) ?? "")) await put(randomUUID());
+    const found = await registryText(t, place);
+    t.after(() => put(found));
 
-      assert.equal(await newId(t, account), idOf(`id:${found}`), "as the system has made it");
-      const another = "6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2";
-      await put(another);
-      assert.equal(await newId(t, account), idOf(`id:${another}`), "another one");
-      await put("x".repeat(63));
-      assert.equal(await newId(t, account), idOf(`id:${"x".repeat(63)}`), "one of 63 characters");
-      await put("x".repeat(64));
-      assert.equal(await newId(t, account), idOf(`name:${name}`), "one that is too long");
-      await changeRegistry(t, "delete", ...place, "/f");
-      assert.equal(await newId(t, account), idOf(`name:${name}`), "none");
-    },
-  );
+    assert.equal(await newId(t, account), idOf(`id:${found}`), "as the system has made it");
+    const another = "6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2";
+    await put(another);
+    assert.equal(await newId(t, account), idOf(`id:${another}`), "another one");
+    await put("x".repeat(63));
+    assert.equal(await newId(t, account), idOf(`id:${"x".repeat(63)}`), "one of 63 characters");
+    await put("x".repeat(64));
+    assert.equal(await newId(t, account), idOf(`name:${name}`), "one that is too long");
+    await changeRegistry(t, "delete", ...place, "/f");
+    assert.equal(await newId(t, account), idOf(`name:${name}`), "none");
+  });
 }

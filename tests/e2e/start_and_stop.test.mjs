@@ -79,7 +79,7 @@ test("a generated token is 48 lower-case hexadecimal digits and never the same",
   for (const service of services) {
     assert.match(service.token, /^[0-9a-f]{48}$/);
     tokens.add(service.token);
-    assert.equal(await service.exchange(service.putBytes("/api/v1/none", "")), answers.notFound);
+    await service.expectFor(answers.notFound, service.putBytes("/api/v1/none", ""));
     await service.stop();
   }
   assert.equal(tokens.size, 2);
@@ -295,40 +295,36 @@ if (isNative) {
   const launchWithout = (t, redirections, args) =>
     launch(t, "/bin/sh", ["-c", `exec "$0" "$@" ${redirections}`, creatingService(), ...args]);
 
-  test(
-    "a service that is started without standard streams harms neither record nor answers",
-    limits,
-    async (t) => {
-      const ordinary = await startService(t);
-      const firstRecord = await readRecord(t, ordinary.mapping);
-      const page = await ordinary.exchange(ordinary.requestBytes({ target: "/help.html" }));
-      const [banner] = ordinary.output.split("  Open:");
-      await ordinary.stop();
+  test("a service without standard streams keeps its record and its answers", limits, async (t) => {
+    const ordinary = await startService(t);
+    const firstRecord = await readRecord(t, ordinary.mapping);
+    const page = await ordinary.exchange(ordinary.requestBytes({ target: "/help.html" }));
+    const [banner] = ordinary.output.split("  Open:");
+    await ordinary.stop();
 
-      for (const [what, redirections] of closedStreams) {
-        await t.test(`without ${what}`, async (row) => {
-          const [port, mapping] = [await freePort(), uniqueMappingName()];
-          const args = [...serviceArguments(port, mapping), "--token", developmentToken, "--verbose"];
-          const service = launchWithout(row, redirections, args);
-          const client = await poll(
-            "the service to listen",
-            () => Client.connect({ port }).catch(() => undefined),
-            startLimitMs,
-          );
-          client.push(requestBytes({ port }, { target: "/help.html" }));
-          assert.deepEqual(await client.answer(), { bytes: page, reset: false });
-          assert.deepEqual(await readRecord(row, mapping), firstRecord);
-          assert.equal(
-            await exchange({ port }, putBytes({ port, token: developmentToken }, footstep, "{}")),
-            refusalBytes(400, "Bad Request", "bypass and enhance_strength (0..1) are required"),
-          );
-          await service.stop();
-          const speaks = what !== "standard output" && what !== "any standard stream";
-          assert.equal(service.output.slice(0, banner.length), speaks ? banner : "");
-        });
-      }
-    },
-  );
+    for (const [what, redirections] of closedStreams) {
+      await t.test(`without ${what}`, async (row) => {
+        const [port, mapping] = [await freePort(), uniqueMappingName()];
+        const args = [...serviceArguments(port, mapping), "--token", developmentToken, "--verbose"];
+        const service = launchWithout(row, redirections, args);
+        const client = await poll(
+          "the service to listen",
+          () => Client.connect({ port }).catch(() => undefined),
+          startLimitMs,
+        );
+        client.push(requestBytes({ port }, { target: "/help.html" }));
+        assert.deepEqual(await client.answer(), { bytes: page, reset: false });
+        assert.deepEqual(await readRecord(row, mapping), firstRecord);
+        assert.equal(
+          await exchange({ port }, putBytes({ port, token: developmentToken }, footstep, "{}")),
+          refusalBytes(400, "Bad Request", "bypass and enhance_strength (0..1) are required"),
+        );
+        await service.stop();
+        const speaks = what !== "standard output" && what !== "any standard stream";
+        assert.equal(service.output.slice(0, banner.length), speaks ? banner : "");
+      });
+    }
+  });
 
   test("a start that fails without standard streams leaves the record unharmed", limits, async (t) => {
     const service = await startService(t);

@@ -16,7 +16,7 @@ import {
   isWine,
   jsonDocument,
   makeDirectory,
-  poll,
+  noSession,
   readRecord,
   run,
   startEffect,
@@ -245,19 +245,6 @@ function memberText(text, object, key) {
 
 // ---- expected values ----
 
-const nobody = {
-  account: "",
-  signed_in: false,
-  usage_seconds: 0,
-  signed_in_unix: 0,
-  primary_machine_id: "",
-  primary_known: false,
-  public_id: "",
-  referral_open: false,
-  referrer: "",
-  invite_url: "",
-};
-
 const newFootstep = {
   bypass: true,
   bypass_all: false,
@@ -399,7 +386,7 @@ test("a new service shows a document of all members in their order", limits, asy
   const service = await startService(t, { env: quiet() });
   const document = await readStatus(service);
   assert.deepEqual(document.footstep, newFootstep);
-  assert.deepEqual(document.session, nobody);
+  assert.deepEqual(document.session, noSession);
   assert.deepEqual(document.versions, { app: "1.2.0", algorithm: "not found" });
   assert.equal(document.control_bridge, "shared_memory_v8");
   assert.equal(document.control_bridge_available, true);
@@ -437,9 +424,9 @@ test("other methods and paths lead nowhere, and without the token nothing is tol
     [["X-Velmora-Token", ""]],
     [["X-Velmora-Token", `${service.token.slice(0, -1)}0`]],
   ]) {
-    assert.equal(await service.exchange(service.requestBytes({ target: status, headers })), answers.noToken);
+    await service.expectFor(answers.noToken, service.requestBytes({ target: status, headers }));
   }
-  assert.equal(await service.ask("GET", `${status}?detail=none`), await service.ask("GET", status));
+  await service.expect(await service.ask("GET", status), "GET", `${status}?detail=none`);
   await service.stop();
 });
 
@@ -652,10 +639,7 @@ test("numbers have up to seven significant digits", limits, async (t) => {
   ];
   for (const [strength, written] of strengths) {
     const mark = standin.mark();
-    assert.equal(
-      await service.ask("PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`),
-      answers.done,
-    );
+    await service.expect(answers.done, "PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`);
     await standin.until("its report", () => standin.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
     const text = await statusText(service);
     assertForm(text);
@@ -665,7 +649,7 @@ test("numbers have up to seven significant digits", limits, async (t) => {
   const body =
     '{"output_trim_db":-7.5,"mask_time_alpha":0.5,"mask_frequency_smooth":1,"limiter_enabled":false,' +
     '"limiter_ceiling_db":-11.9,"stereo_link":2}';
-  assert.equal(await service.ask("PUT", algorithm, body), answers.done);
+  await service.expect(answers.done, "PUT", algorithm, body);
   const [, shown] = membersOf(await statusText(service))[1];
   assert.equal(
     shown,
@@ -723,13 +707,13 @@ if (isNative) {
     assert.ok((await statusText(service)).includes('"volume":0.6,'));
 
     const body = JSON.stringify({ endpoint_id: idOf(otherGuid) });
-    assert.equal(await service.ask("PUT", "/api/v1/devices/render", body), answers.done);
+    await service.expect(answers.done, "PUT", "/api/v1/devices/render", body);
     const chosen = await readStatus(service);
     assert.deepEqual(volumeOf(chosen), [true, 0.25, true, 0]);
     assert.deepEqual(chosen.apo_binding, { endpoint_id: idOf(otherGuid), ...unbound });
 
-    assert.equal(await service.ask("PUT", "/api/v1/render/volume", '{"volume":0.1}'), answers.done);
-    assert.equal(await service.ask("PUT", "/api/v1/render/mute", '{"muted":false}'), answers.done);
+    await service.expect(answers.done, "PUT", "/api/v1/render/volume", '{"volume":0.1}');
+    await service.expect(answers.done, "PUT", "/api/v1/render/mute", '{"muted":false}');
     assert.deepEqual(volumeOf(await readStatus(service)), [true, 0.1, false, 0]);
 
     assert.equal((await machine.runTool("bind", idOf(otherGuid))).code, 0);
@@ -742,7 +726,7 @@ if (isNative) {
     const gone = [...renderKeys(otherGuid)];
     const { machine, service } = await startOn(t, [...renderKeys(guid), ...gone]);
     const body = JSON.stringify({ endpoint_id: idOf(guid) });
-    assert.equal(await service.ask("PUT", "/api/v1/devices/render", body), answers.done);
+    await service.expect(answers.done, "PUT", "/api/v1/devices/render", body);
     fs.writeFileSync(machine.file, exportText(gone));
     const document = await readStatus(service);
     assert.deepEqual(volumeOf(document), [false, 0, false, notFound]);
