@@ -3,9 +3,9 @@
 # What the product is built with.
 # The headers of libcurl; the library itself is loaded when an account service is first asked.
 build_packages=(g++ cmake ninja-build libcurl4-openssl-dev)
-# What `./test --quick` needs beside it. npm brings the one library of the browser tests; unzip, libarchive-tools and
-# python3 open the archives that the service makes; openssl makes the certificates of the test account service;
-# bsdutils has `script`, which gives a program a terminal.
+# What `./test --quick` needs beside it. npm installs package.json's tools; unzip, libarchive-tools and python3 open the
+# archives that the service makes; openssl makes the certificates of the test account service; bsdutils has
+# `script`, which gives a program a terminal.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
 # What the Windows program is built and run with. PulseAudio gives Wine its audio endpoints.

@@ -89,7 +89,7 @@ test("an empty address is none", limits, async (t) => {
   await service.stop();
 });
 
-test("an address that is no URL is told as such by each route", limits, async (t) => {
+test("each route reports an address that is not a URL", limits, async (t) => {
   for (const url of ["127.0.0.1:80", "account.invalid", "http//x", "://x", "ftp://127.0.0.1"]) {
     const service = await startServiceFor(t, url);
     for (const route of [...loginRoutes, "poll"]) {
@@ -119,7 +119,7 @@ test("requests that lack what they need are refused and nothing is asked", limit
   for (const target of ["", "?", "?stat=abc", "?state", "?State=abc", "?x=1&y=2"]) {
     assert.equal(await service.ask("GET", `/api/v1/account/poll${target}`), badRequest("缺少 state"), target);
   }
-  // A missing id is told ahead of a missing session.
+  // A missing id is reported before a missing session.
   for (const body of ["", "{}", '{"public_id":""}', '{"public_id":7}']) {
     assert.equal(await call(service, "referrer", body), badRequest("请填写推荐人的用户 ID"), body);
   }
@@ -274,7 +274,7 @@ test("a login attempt that the account service opens is passed on", limits, asyn
   await service.stop();
 });
 
-test("replies of 200 that say nothing usable are told as unreadable", limits, async (t) => {
+test("unusable replies of status 200 are reported as unreadable", limits, async (t) => {
   const account = await startAccountService(t);
   const service = await startServiceFor(t, account);
   const rows = [

@@ -68,7 +68,7 @@ function mustBeZero(...args) {
   mustBeNull(...args.map((argument) => ({ value: low(argument) })));
 }
 
-// What a call hands over. `on` says that it works on the handle that stands first, and `gives` names the one that it
+// What a call hands over. `on` says that it works on the first handle, and `gives` names the one that it
 // gives.
 const shown = {
   LoadLibraryExW: {

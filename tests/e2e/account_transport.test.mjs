@@ -1,7 +1,7 @@
 // The way to the account service: replies in every shape and out of shape, redirections, TLS, proxies, and what stays
 // unloaded.
 //
-// Wine's HTTP library differs in places from the one that it stands in for. Where a table has two columns, the second
+// Wine's HTTP library differs in places from the one that it replaces. Where a table has two columns, the second
 // is Wine's.
 import assert from "node:assert/strict";
 import { createHash } from "node:crypto";
@@ -37,7 +37,7 @@ const password = (service) =>
   service.ask("POST", "/api/v1/account/password", '{"username":"user","password":"secret"}');
 const badGateway = (message) => refusalBytes(502, "Bad Gateway", utf8Bytes(message));
 
-// What a poll came to: 'arrived' for the status that the replies below tell, 'unreadable', 'too large', or the number of
+// What a poll came to: 'arrived' for the status of the replies below, 'unreadable', 'too large', or the number of
 // the error.
 const pending = '{"status":"pending"}';
 const outcomes = new Map([
@@ -261,7 +261,7 @@ test("redirections are followed, ten of them", limits, async (t) => {
     headers: [["Location", location]],
     body: '{"status":"left","state":"left"}',
   });
-  // A whole address, and one of this service alone. Wine knows three of the five.
+  // A whole address, and one of this service only. Wine knows three of the five.
   for (const status of isNative ? [301, 302, 303, 307, 308] : [301, 302, 307]) {
     for (const location of ["/other", `http://127.0.0.1:${account.port}/other`]) {
       account.requests.length = 0;
@@ -309,8 +309,8 @@ test("redirections are followed, ten of them", limits, async (t) => {
   assert.equal(account.requests.length, 11);
 
   account.answer(remotePoll, { status: 302, body: pending });
-  assertOutcome(await poll(service), 12150, "no Location");
-  // To where nobody is.
+  assertOutcome(await poll(service), expectedHere("arrived", 12150), "no place");
+  // To a port without a listener.
   account.answer(remotePoll, to(302, `http://127.0.0.1:${await freePort()}/`));
   assertOutcome(await poll(service), 12029, "nobody there");
   await service.stop();
@@ -492,7 +492,7 @@ test("a redirection from TLS to plain text is not followed", limits, async (t) =
 
 // ---- proxies ----
 
-// Wine's library takes a proxy from its own settings alone.
+// Wine's library takes a proxy only from its own settings.
 if (isNative) {
   const farName = "account.velmora.invalid";
   const proxyLine = "Proxy-Connection: Keep-Alive\r\n";
@@ -575,7 +575,7 @@ if (isNative) {
     await odd.stop();
   });
 
-  test("by TLS a proxy hears of the host alone", limits, async (t) => {
+  test("by TLS a proxy sees only the host", limits, async (t) => {
     const { authorityFile, good, wrongName } = authority();
     const account = await startAccountService(t, { certificate: good });
     account.answer(remotePoll, { body: pending });

@@ -228,7 +228,7 @@ test("what is refused changes nothing, each thing with its own answer", limits, 
   await service.stop();
 });
 
-test("the route takes POST alone, and the token", limits, async (t) => {
+test("the route takes only POST, with the token", limits, async (t) => {
   const { machine, service } = await startOn(t);
   const body = `{"attach":true,"endpoint_id":${quoted(speakers)}}`;
   const before = await machine.export();
@@ -258,7 +258,7 @@ test("an endpoint is bound and unbound without a restart", limits, async (t) => 
   await asks(body(true, speakers), alreadyBound(notAsked));
   await asks(body(false, speakers), ...nowUnbound(notAsked));
   assert.equal(await machine.export(), before);
-  // The endpoint is told as it was asked for, though only its GUID counts.
+  // The answer repeats the id as it was given, though only its GUID counts.
   for (const id of [phonesGuid, `"\\.${phonesGuid}`, `{0.0.0.00000000}.${phonesGuid.toUpperCase()}`]) {
     await asks(body(true, id), ...nowBound(notAsked, id, phonesGuid));
     await asks(body(false, id), ...nowUnbound(notAsked, id, phonesGuid));
@@ -379,7 +379,7 @@ if (isNative) {
     test(`restart: ${what}`, limits, async (t) => {
       const { service, asks } = await startOn(t, machineText(services, more));
       await asks(attachBody, ...nowBound(restart));
-      // The binding stands, and the service answers the next one.
+      // The binding stays, and the service answers the next request.
       await asks(attachBody, alreadyBound(restart));
       await service.stop();
     });
@@ -408,7 +408,7 @@ if (isNative) {
     const { machine, service, asks } = await startOn(t, machineText(cannotStart, readOnly(renderPath)));
     await asks(attachBody, notOpened);
     await asks(attachBody.replace("true", "false"), notOpened);
-    // One that stands still would be started now, and only one that runs can refuse to stop.
+    // A stopped service would be started now, and only a running one can refuse to stop.
     fs.writeFileSync(machine.file, machineText(serviceKeys("Audiosrv", [], { StopError: 1052 })));
     const restart = failedRestart(1052, stopRefused);
     await asks(attachBody, ...nowBound(restart));
@@ -500,7 +500,7 @@ const installations = [
   ["nothing", [], found(false, false)],
 ];
 
-test("an installation is told by the files where the registration leads", limits, async (t) => {
+test("the files at the registered path decide what is installed", limits, async (t) => {
   const seen = visibleProcesses();
   for (const [what, files, state] of installations) {
     const file = path.join(folderWith(files), apoName);
@@ -586,7 +586,7 @@ test("the engine is seen with what it has loaded, for as long as it runs", limit
   await assertProbes(t, seen, {});
 });
 
-test("names count in whatever case, and whole", limits, async (t) => {
+test("names match in any case, and whole", limits, async (t) => {
   const env = await registerEffect(t, {});
   const copy = (file, name) => {
     const target = path.join(makeDirectory(), name);

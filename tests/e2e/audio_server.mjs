@@ -1,5 +1,5 @@
-// Endpoints of the tests' own under Wine: the test COM server of tests/programs/audio in place of Wine's. Its
-// header tells of the script and of the log.
+// Endpoints of the tests' own under Wine: the stand-in COM server of tests/programs/audio in place of Wine's. Its
+// header describes the script and the log.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
 import fs from "node:fs";
@@ -116,7 +116,7 @@ export class AudioServer {
     return server;
   }
 
-  // Takes away the class that stands in, so that no class is registered at all.
+  // Removes the stand-in class, so that no class is registered at all.
   /** @param {Scope} t */
   static async removeClass(t) {
     const { code, output, errors } = await run(t, "reg", ["delete", `${ownClassKey}\\InprocServer32`, "/f"]);

@@ -279,7 +279,7 @@ test("an id without a GUID is refused", limits, async (t) => {
   assert.equal(await machine.export(), before);
 });
 
-test("an endpoint without the effect key is left alone", limits, async (t) => {
+test("an endpoint without the effect key stays unchanged", limits, async (t) => {
   const machine = await Machine.make(t, exportText([[`${endpointKey}\\Properties`, []]]));
   for (const action of ["bind", "unbind"]) await changeNothing(machine, action, notOpened, 0x80070002);
   await assertSays(machine, ["look", guid], "status 0x80070002\nfx_key_present false\nbound false\n");
@@ -403,7 +403,7 @@ function replaceInKey(text, key, edit) {
   return text.slice(0, begin) + edit(text.slice(begin, end)) + text.slice(end);
 }
 
-test("a laptop is bound and unbound, and the text tells exactly what changed", limits, async (t) => {
+test("a laptop is bound and unbound, and the text shows exactly what changed", limits, async (t) => {
   const laptop = readLaptop();
   const speakers = "{517f1efe-9874-44ab-b8c0-d341131d9da7}";
   const key = `${renderPath}\\${speakers}\\FxProperties`;
@@ -435,7 +435,7 @@ test("a laptop is bound and unbound, and the text tells exactly what changed", l
     sortedDifference({
       removed: [
         valueEntry(key, chain, listData([vendor, effect])),
-        // The record does not tell which of the two lists was there before: both go.
+        // The record does not hold which of the two lists was there before: both go.
         valueEntry(key, modes, listData(vendorModes)),
         valueEntry(key, offloadModes, listData(defaultModes)),
         keyEntry(record),
@@ -446,7 +446,7 @@ test("a laptop is bound and unbound, and the text tells exactly what changed", l
     }),
   );
 
-  // The whole text: the list is gone, and where values keep the order of their coming the slot stands last.
+  // The whole text: the list is gone, and where values keep the order of their coming the slot is last.
   const listLines = wrapValue(modes, listData(vendorModes));
   const slotLine = wrapValue(slot, textData(vendor));
   let expected = replaceInKey(before, key, (block) => block.replace(listLines, ""));
@@ -518,7 +518,7 @@ test("a command line that names no action and endpoint is refused", limits, asyn
   }
 });
 
-// ---- the machine file, on Linux alone ----
+// ---- the machine file, on Linux only ----
 
 if (isNative) {
   const tool = builtProgram("velmora_bind_endpoint");
@@ -661,7 +661,7 @@ if (isNative) {
     });
   });
 
-  test("the built-in machine stands where none is given, and is kept nowhere", limits, async (t) => {
+  test("without a machine file the built-in machine is used, and kept nowhere", limits, async (t) => {
     const [speakers, headphones] = [
       "{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}",
       "{b37523a5-3b4a-4ee2-a463-513755ac0ecd}",

@@ -84,7 +84,7 @@ function short(text) {
   return shortNames.find(([long]) => long === text)?.[1] ?? text;
 }
 
-// The buffer's size stands behind a pointer: Wine's function tells it, last in its note.
+// A pointer leads to the buffer's size: Wine's function traces it, last in its note.
 function bufferText(call, buffer) {
   const size = Number(call.note?.match(/=([0-9]+)\)$/)?.[1]);
   assert.ok(Number.isInteger(size), `the size is told: ${call.note}`);
@@ -131,7 +131,7 @@ const opening = ["RegOpenKeyExW", "RegCreateKeyExW"];
 // The rows of the calls. Every call to the registry is one, so that one more than expected is seen.
 function rowsOf(calls) {
   const known = new Map();
-  // A new handle stands behind a pointer: the next call with a handle that nobody knows has the one just opened.
+  // A pointer leads to a new handle: the next call with a handle that nobody knows has the one just opened.
   let opened;
   const rows = [];
   for (const call of calls) {

@@ -1,4 +1,4 @@
-// The calls that a Windows program makes itself, as Wine's own trace tells them.
+// The calls that a Windows program makes itself, as Wine's own trace shows them.
 import assert from "node:assert/strict";
 import fs from "node:fs";
 

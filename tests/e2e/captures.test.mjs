@@ -59,7 +59,7 @@ function someBytes(count, seed) {
   return bytes;
 }
 
-// Writes the four files in place of whatever stands there, and gives their contents.
+// Writes the four files in place of what is there, and returns their contents.
 function writeCaptures(directory, sizes) {
   return sizes.map((size, index) => {
     const bytes = someBytes(size, index * 50);
@@ -94,7 +94,7 @@ function fields(...widthsAndValues) {
   );
 }
 
-// Where the local headers stand, and the central directory at the end.
+// The offsets of the local headers, and of the central directory at the end.
 function offsetsOf(sizes) {
   const offsets = [0];
   sizes.forEach((size, index) => offsets.push(offsets[index] + 30 + names[index].length + size));
@@ -209,7 +209,7 @@ async function assertToolsRead(archive, contents) {
 
 // ---- commands ----
 
-// Body, then action and seconds as they must stand in the word.
+// Body, then action and seconds as they must be in the word.
 /** @type {any[][]} */
 const commands = [
   ['{"action":"start"}', 1, 120],
@@ -388,8 +388,8 @@ test("a file that cannot be deleted does not keep an export from the effect", li
 
 // ---- what is there, and what comes of it ----
 
-// Spoils one file, and tells what the download then says and how many files are counted. The first file that fails
-// decides, so a fault behind it is not told.
+// Spoils one file. Gives the download's answer, and how many files are counted. The first file that fails
+// decides, so a later fault is not reported.
 /** @type {any[][]} */
 const faults = [
   ...names.map((name, index) => [`no ${name}`, (at) => fs.rmSync(at(index)), noExport, index]),
@@ -463,7 +463,7 @@ const faults = [
     3,
     10 + 20 + 0x100000000,
   ],
-  // Of such a file the system tells a size that its reading does not give.
+  // For such a file the system reports a size that reading it does not give.
   [
     "a file that reads shorter than it is",
     (at) => {
@@ -476,7 +476,7 @@ const faults = [
   ],
 ];
 
-test("what is missing or spoilt is told before the head", limits, async (t) => {
+test("a missing or spoilt file is reported before the head", limits, async (t) => {
   const directory = makeDirectory();
   const service = await startWithCaptures(t, directory);
   const sizes = [10, 20, 30, 40];
@@ -687,7 +687,7 @@ test("from the start of a capture to its archive, with the effect", limits, asyn
 // ---- files that change, and clients that leave, while the archive is on its way ----
 
 const megabyte = 1024 * 1024;
-// More than the sockets of both sides take, so that the service stands within the first file while a client waits.
+// More than the sockets of both sides take, so that the service is within the first file while a client waits.
 const longSizes = [64 * megabyte, 100, 200, 1000];
 
 // Asks for the archive and takes no more than its beginning, of which so much shows that the first file is open.

@@ -86,7 +86,7 @@ const wordRules = {
     (d.capture_detail_code & 0xffff) === d.capture_state,
 };
 
-// The count that tells that a word's first report is whole: of the same round, and raised behind it.
+// The count that shows that a word's first report is whole: of the same round, and raised behind it.
 const raisedBehind = {
   initializeSizes: "initialize_count",
   initializeMode: "initialize_count",
@@ -109,7 +109,7 @@ const counts = words`
 `;
 const masks = ["initialized_mode_mask", "locked_mode_mask", "processed_mode_mask"];
 
-// The words of `now` were read one after the other, so that `before`, read earlier, tells which reports are there.
+// The words of `now` were read one after the other, so that `before`, read earlier, shows which reports are there.
 function assertConsistent(now, before) {
   for (const [word, holds] of Object.entries(wordRules)) {
     if (before[raisedBehind[word]] > 0) assert.ok(holds(now), `${word} is torn: ${JSON.stringify(now)}`);
@@ -152,7 +152,7 @@ async function startHammers(t, service, rounds) {
   return hammers;
 }
 
-// The hammers are at work for as long as `wanted` stands in the record.
+// The hammers are at work for as long as `wanted` is in the record.
 async function publish(service, wanted, strength = 0.5) {
   const body = `{"bypass":false,"bypass_all":${wanted},"enhance_strength":${strength}}`;
   await service.expect(answers.done, "PUT", footstep, body);

@@ -1,7 +1,7 @@
 // The audio endpoints from outside: the list, the choice, volume and mute, and what each route refuses.
 //
-// Natively a machine's export file tells which endpoints there are. Under Wine a sound server of the test's own does,
-// and what is refused stands here; the rest is told by endpoints_pulse.test.mjs.
+// Natively a machine's export file lists the endpoints. Under Wine a sound server of the test's own does,
+// and the refusals are tested here; endpoints_pulse.test.mjs tests the rest.
 import assert from "node:assert/strict";
 import fs from "node:fs";
 import path from "node:path";
@@ -320,7 +320,7 @@ test("another method, and a path that is only like one of these, leads nowhere",
   await studioService.service.stop();
 });
 
-test("without the token nothing is told and nothing is done", limits, async (t) => {
+test("without the token nothing is shown and nothing is done", limits, async (t) => {
   const studioService = await startInStudio(t);
   const { service } = studioService;
   for (const headers of [
@@ -337,7 +337,7 @@ test("without the token nothing is told and nothing is done", limits, async (t) 
   await service.stop();
 });
 
-test("what stands behind a question mark is no part of the path", limits, async (t) => {
+test("the text behind a question mark is not part of the path", limits, async (t) => {
   const studioService = await startInStudio(t);
   const { service, before } = studioService;
   await service.expect(before, "GET", `${devices}?flow=render`);
@@ -589,7 +589,7 @@ if (isNative) {
     await service.stop();
   });
 
-  test("of a path with backslashes only what stands behind the last one is shown", limits, async (t) => {
+  test("only the part of a path behind its last backslash is shown", limits, async (t) => {
     const processes = makeDirectory();
     const rows = [
       ["C:\\Program Files\\Player\\player.exe", "player.exe"],
@@ -618,7 +618,7 @@ if (isNative) {
     await service.stop();
   });
 
-  test("a flow without endpoints is told by the error code", limits, async (t) => {
+  test("the error code reports a flow without endpoints", limits, async (t) => {
     const render = [speakers.id, { named: [nameValue("r")] }];
     const capture = [microphone.id, { named: [nameValue("c")] }];
     const off = (id) => [id, { state: 4, named: [nameValue("off")] }];
@@ -947,7 +947,7 @@ if (isNative) {
     }
   });
 
-  // The service on a machine that stands on a disk of its own.
+  // The service on a machine file on a disk of its own.
   async function startOnDisk(t, disk) {
     const file = path.join(disk.directory, "machine.reg");
     fs.writeFileSync(file, studioText());
@@ -997,7 +997,7 @@ if (isNative) {
   );
 }
 
-// ---- what the service stands ----
+// ---- what the service survives ----
 
 test("many lists and choices in a row leave the service as it was", limits, async (t) => {
   const studioService = await startInStudio(t);

@@ -144,7 +144,7 @@ const wholeListCalls = [
   ...endpointCalls(1, 1, lineIn.id, []),
 ];
 
-// The calls of a log line by line, with what tells one from the other: the operation, its how-manyth call this is, and
+// The calls of a log line by line, with what distinguishes them: the operation, its how-manyth call this is, and
 // the arguments.
 function toldApart(lines) {
   const counts = new Map();
@@ -597,7 +597,7 @@ async function noEnumerator(t) {
     for (const line of server.takeLines())
       assert.match(line, /^(DllGetClassObject|IClassFactory|live references=0)/);
   }
-  // What was chosen stands, and none of the refused choices does.
+  // The accepted choice stays, and none of the refused ones counts.
   server.set(machine);
   assert.equal(await getList(service), listAnswer(chosen));
   server.takeCalls();
@@ -866,7 +866,7 @@ async function counts(t) {
     assert.equal(await getList(service), listAnswer(expected), count);
     server.takeCalls();
   }
-  // A choice is looked for no further than to where it stands.
+  // A choice is looked for no further than to its own place.
   const choices = [
     ["1 0xffffffff", "{nobody}", notSelected],
     ["1 0xffffffff", headphones.id, answers.done],
@@ -891,12 +891,12 @@ async function withoutScript(t) {
 if (isWine) {
   test("the list asks for what it shows, call by call", limits, listCallByCall);
   test("each failed call of a list takes away what it was asked for", limits, listFaults);
-  test("a list stands without a default, and an empty one tells why", limits, missingDefaults);
+  test("a list needs no default, and an empty one says why", limits, missingDefaults);
   test("a name is shown as it is read, and the id in place of one that cannot be read", limits, names);
-  test("ids with quotes, letters of the world and halves of pairs are told apart", limits, ids);
+  test("ids with quotes, letters of the world and halves of pairs are distinguished", limits, ids);
   test("a peak is shown as it is read, and one that is no number as 0", limits, peaks);
   test("active sessions are shown by the programs of their processes", limits, sessions);
-  test("without an enumerator everything is empty, and the choices stand", limits, noEnumerator);
+  test("without an enumerator everything is empty, and the choices stay", limits, noEnumerator);
   test("an endpoint of the wrong direction or another spelling is no choice", limits, choices);
   test("each failed call of a choice refuses it", limits, choiceFaults);
   test("a chosen endpoint that went away stays the choice", limits, goneSelection);

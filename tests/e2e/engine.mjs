@@ -186,7 +186,7 @@ const nothingFound = {
   program: "",
 };
 
-// What the tool prints when nothing is there but what is told here.
+// What the tool prints when it finds nothing but `found`.
 /** @param {Partial<Probes>} found */
 export function probesText(found = {}) {
   const fields = { ...nothingFound, ...found };

@@ -1,4 +1,4 @@
-// The live equalizer: what its route takes and refuses, what then stands in the record, and what the effect sees.
+// The live equalizer: what its route takes and refuses, what the record then holds, and what the effect sees.
 import assert from "node:assert/strict";
 import test from "node:test";
 
@@ -23,7 +23,7 @@ import {
 const limits = { timeout: 120_000 };
 const equalizer = "/api/v1/render/effects/eq";
 
-// What another writer than the equalizer's must have left alone: all but the block at 0xc0..0x1c8.
+// What another writer than the equalizer's must have left unchanged: all but the block at 0xc0..0x1c8.
 const blockBegin = 0xc0;
 const blockEnd = 0x1c8;
 
@@ -130,7 +130,7 @@ test("the service as shipped sets the equalizer in a record that the effect has 
   await effect.stop();
 });
 
-// Body, and what it changes in the setting of the row above it. `first` is the first band's change alone.
+// Body, and what it changes in the setting of the row above it. `first` changes only the first band.
 const plainBand = { type: 1, freq_hz: 1000, gain_db: 3, q: 1 };
 /** @type {any[][]} */
 const accepts = [
@@ -262,7 +262,7 @@ const rejects = [
   ],
 ];
 
-test("what is refused is told by its first fault and leaves the record alone", limits, async (t) => {
+test("a refusal names the first fault and leaves the record unchanged", limits, async (t) => {
   const mapping = uniqueMappingName();
   const effect = await startEffect(t, mapping);
   const service = await startService(t, { mapping });

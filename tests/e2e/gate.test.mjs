@@ -1,4 +1,4 @@
-// Which requests are read, which are local, which carry the token, and what the others are told.
+// Which requests are read, which are local, which carry the token, and how the others are refused.
 import assert from "node:assert/strict";
 import test from "node:test";
 
@@ -148,85 +148,42 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
   const goodHost = `Host: 127.0.0.1:${port}\r\n`;
   const badHost = "Host: evil.example\r\n";
   const rightToken = `X-Velmora-Token: ${token}\r\n`;
+  const signed = goodHost + rightToken;
+  const encoded = algorithm.replace("algorithm", "%61lgorithm");
+  const { done, invalidRequest, notFound, notLocal, noToken } = answers;
+  // What is asked, its first line, the headers, and the answer.
   const table = [
-    ["an unreadable request before a foreign host", `GET /\r\n${badHost}\r\n`, answers.invalidRequest],
+    ["an unreadable request before a foreign host", "GET /", badHost, invalidRequest],
     [
       "a bad length before a foreign host",
-      `GET / HTTP/1.1\r\n${badHost}Content-Length: x\r\n\r\n`,
-      answers.invalidRequest,
+      "GET / HTTP/1.1",
+      `${badHost}Content-Length: x\r\n`,
+      invalidRequest,
     ],
-    ["a foreign host before a page", `GET / HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
-    ["a foreign host before an unknown path", `GET /none HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
-    ["a foreign host before the token", `GET /api/ HTTP/1.1\r\n${badHost}\r\n`, answers.notLocal],
-    [
-      "a foreign host with the right token",
-      `GET /api/ HTTP/1.1\r\n${badHost}${rightToken}\r\n`,
-      answers.notLocal,
-    ],
-    [
-      "a foreign origin with the right token",
-      `GET /api/ HTTP/1.1\r\n${goodHost}Origin: null\r\n${rightToken}\r\n`,
-      answers.notLocal,
-    ],
-    ["an unknown path before the token", `GET /none HTTP/1.1\r\n${goodHost}\r\n`, answers.notFound],
-    ["/api without the slash before the token", `GET /api HTTP/1.1\r\n${goodHost}\r\n`, answers.notFound],
-    ["the token before an unknown route", `GET /api/none HTTP/1.1\r\n${goodHost}\r\n`, answers.noToken],
-    ["the token before a known route", `PUT ${footstep} HTTP/1.1\r\n${goodHost}\r\n`, answers.noToken],
-    [
-      "an unknown route with the token",
-      `GET /api/none HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    ["/api/ with the token", `GET /api/ HTTP/1.1\r\n${goodHost}${rightToken}\r\n`, answers.notFound],
-    [
-      "DELETE on an unknown route",
-      `DELETE /api/v1/none HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "GET on the footstep route",
-      `GET ${footstep} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "GET on the algorithm route",
-      `GET ${algorithm} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "POST on the footstep route",
-      `POST ${footstep} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    ["put in lower case", `put ${algorithm} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`, answers.notFound],
-    [
-      "a slash behind the route",
-      `PUT ${algorithm}/ HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "a fragment behind the route",
-      `PUT ${algorithm}#x HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "a query behind the route",
-      `PUT ${algorithm}?x=/y HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.done,
-    ],
-    [
-      "the route in upper case",
-      `PUT ${algorithm.toUpperCase()} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
-    [
-      "the route percent-encoded",
-      `PUT ${algorithm.replace("algorithm", "%61lgorithm")} HTTP/1.1\r\n${goodHost}${rightToken}\r\n`,
-      answers.notFound,
-    ],
+    ["a foreign host before a page", "GET / HTTP/1.1", badHost, notLocal],
+    ["a foreign host before an unknown path", "GET /none HTTP/1.1", badHost, notLocal],
+    ["a foreign host before the token", "GET /api/ HTTP/1.1", badHost, notLocal],
+    ["a foreign host with the right token", "GET /api/ HTTP/1.1", badHost + rightToken, notLocal],
+    ["a foreign origin with the right token", "GET /api/ HTTP/1.1", `Origin: null\r\n${signed}`, notLocal],
+    ["an unknown path before the token", "GET /none HTTP/1.1", goodHost, notFound],
+    ["/api without the slash before the token", "GET /api HTTP/1.1", goodHost, notFound],
+    ["the token before an unknown route", "GET /api/none HTTP/1.1", goodHost, noToken],
+    ["the token before a known route", `PUT ${footstep} HTTP/1.1`, goodHost, noToken],
+    ["an unknown route with the token", "GET /api/none HTTP/1.1", signed, notFound],
+    ["/api/ with the token", "GET /api/ HTTP/1.1", signed, notFound],
+    ["DELETE on an unknown route", "DELETE /api/v1/none HTTP/1.1", signed, notFound],
+    ["GET on the footstep route", `GET ${footstep} HTTP/1.1`, signed, notFound],
+    ["GET on the algorithm route", `GET ${algorithm} HTTP/1.1`, signed, notFound],
+    ["POST on the footstep route", `POST ${footstep} HTTP/1.1`, signed, notFound],
+    ["put in lower case", `put ${algorithm} HTTP/1.1`, signed, notFound],
+    ["a slash behind the route", `PUT ${algorithm}/ HTTP/1.1`, signed, notFound],
+    ["a fragment behind the route", `PUT ${algorithm}#x HTTP/1.1`, signed, notFound],
+    ["a query behind the route", `PUT ${algorithm}?x=/y HTTP/1.1`, signed, done],
+    ["the route in upper case", `PUT ${algorithm.toUpperCase()} HTTP/1.1`, signed, notFound],
+    ["the route percent-encoded", `PUT ${encoded} HTTP/1.1`, signed, notFound],
   ];
-  for (const [what, bytes, expected] of table) {
-    await t.test(what, () => service.expectFor(expected, bytes));
+  for (const [what, line, headers, expected] of table) {
+    await t.test(what, () => service.expectFor(expected, `${line}\r\n${headers}\r\n`));
   }
   await service.assertAnswers();
   await service.stop();
@@ -273,7 +230,7 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     const start = `GET /help.html HTTP/1.1\r\n${host}X: `;
     await service.expectFor(answers.invalidRequest, start.padEnd(requestLimit, "x"));
   });
-  await t.test("a head that ends one byte too late, by its length alone", async () => {
+  await t.test("a head that ends one byte too late, only by its length", async () => {
     const start = `PUT ${algorithm} HTTP/1.1\r\n${host}X-Velmora-Token: ${service.token}\r\n`;
     const line = "Content-Length: 65000\r\n\r\n";
     const total = start.length + line.length + 65_000;
@@ -339,7 +296,7 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
     await t.test(what, () => service.expectFor(pageAnswer, bytes));
   }
 
-  await t.test("of two hosts the first one alone is right", async () => {
+  await t.test("of two hosts only the first is right", async () => {
     const bytes = `GET /help.html HTTP/1.1\r\n${host}Host: x\r\n\r\n`;
     await service.expectFor(answers.notLocal, bytes);
   });

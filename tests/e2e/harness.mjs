@@ -66,7 +66,7 @@ const pollIntervalMs = 20;
 export const developmentToken = "0123456789abcdef0123456789abcdef";
 export const recordBytes = 576;
 
-// ---- what must be ended, whatever happens ----
+// ---- what must be ended in any case ----
 
 /** @type {Set<Program>} */
 const alive = new Set();
@@ -162,7 +162,7 @@ export function makeDirectory(name = "") {
 
 /** @param {string} directory */
 function unmount(directory) {
-  // Lazily: whoever still uses it keeps it until then, and nothing of it stays in the tree.
+  // Lazily: whoever still uses it keeps it until then, and it leaves the tree at once.
   execFileSync("umount", ["--lazy", directory]);
   disks.delete(directory);
 }
@@ -210,7 +210,7 @@ export const shippedService = builtProgram("velmora_control_demo");
 /** @type {string | undefined} */
 let patchedCopy;
 
-// The service that can make a mapping by itself. Natively it is the program as it stands. Wine 8 refuses one trustee
+// The service that can make a mapping by itself. Natively it is the shipped program. Wine 8 refuses one trustee
 // of the mapping's descriptor, WR; in a copy it is renamed to WD, which has the same length.
 export function creatingService() {
   if (isNative) return shippedService;
@@ -219,7 +219,7 @@ export function creatingService() {
   const refused = Buffer.from(";;;WR)", "utf16le");
   const place = image.indexOf(refused);
   assert.notEqual(place, -1, "the program holds the descriptor as one wide text");
-  assert.equal(image.indexOf(refused, place + 1), -1, "the descriptor stands in the program once");
+  assert.equal(image.indexOf(refused, place + 1), -1, "the descriptor is in the program once");
   Buffer.from(";;;WD)", "utf16le").copy(image, place);
   const copy = path.join(makeDirectory(), path.basename(shippedService));
   fs.writeFileSync(copy, image, { mode: 0o755 });
@@ -738,7 +738,7 @@ export function bodyOf(answer) {
   return answer.slice(answer.indexOf("\r\n\r\n") + 4);
 }
 
-// The bytes of a request. Headers are pairs, sent in their order; Host stands first unless `host` is null.
+// The bytes of a request. Headers are pairs, sent in their order; Host is first unless `host` is null.
 /** @param {Peer} service @param {RequestOptions} options */
 export function requestBytes(service, { method = "GET", target = "/", host, headers = [], body } = {}) {
   const lines = [`${method} ${target} HTTP/1.1`];
@@ -911,7 +911,7 @@ export const noSession = {
   invite_url: "",
 };
 
-// A head without the escapes that Wine's library makes in a target by itself. It leaves a percent sign alone, so that
+// A head without the escapes that Wine's library makes in a target by itself. It leaves a percent sign unchanged, so that
 // what a test escapes on its own must be none of these.
 /** @param {string} head */
 export function undoWineEscapes(head) {

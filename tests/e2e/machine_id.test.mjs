@@ -42,7 +42,7 @@ async function newId(t, account, options) {
 
 const idOf = (origin) => createHash("sha256").update(`velmora machine 1\n${origin}`).digest("hex");
 
-test("the machine has one id, which does not tell what it is made of", limits, async (t) => {
+test("the machine has one id, which does not reveal what it is made of", limits, async (t) => {
   const account = await startAccount(t);
   const service = await startServiceFor(t, account);
   const id = await sentId(service, account);

@@ -107,8 +107,8 @@ test("a slow creator fails the start, and the next start finds it done", limits,
   await effect.stop();
 });
 
-// Whether the service pauses with the record in hand. Natively the system tells what a process has mapped and that it
-// sleeps; under Wine the trace tells.
+// Whether the service pauses with the record in hand. Natively the system shows what a process has mapped and that it
+// sleeps; under Wine the trace shows it.
 function isWaiting(service, mapping) {
   if (isWine) return service.errors.includes(".Sleep(00000001)");
   try {
@@ -222,8 +222,8 @@ const pointer =
 const handle = ({ value }, known) =>
   value === 0xffffffffffffffffn ? "none" : (known.get(value) ?? "unknown");
 
-// The calls that are looked at, with the form of each argument. `gives` names what the result stands for in later
-// calls, `ends` says that the first argument stands for nothing any more.
+// The calls that are looked at, with the form of each argument. `gives` names the result's name in later
+// calls, `ends` says that the first argument has no meaning any more.
 const watched = {
   BCryptGenRandom: { args: [whole, pointer("buffer"), number, number] },
   OpenFileMappingW: { args: [number, number, text], gives: "mapping" },
@@ -322,7 +322,7 @@ async function serveOneAndStop(service) {
 }
 
 if (isWine) {
-  test("the descriptor stands in the program once, as one wide text with its end", limits, () => {
+  test("the descriptor is in the program once, as one wide text with its end", limits, () => {
     const image = fs.readFileSync(shippedService);
     const wanted = Buffer.from(`${descriptorText}\0`, "utf16le");
     const place = image.indexOf(wanted);

@@ -59,7 +59,7 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
   for (const [target, expected] of table) {
     await t.test(`GET ${target} is served whole, with every header`, async () => {
       const received = await get(target);
-      // A difference in twenty megabytes is better told by its place than printed.
+      // A difference in twenty megabytes is better shown by its place than printed.
       if (expected.length > 100_000) {
         assert.equal(received.length, expected.length);
         assert.ok(received === expected, "every byte is the same");
@@ -107,7 +107,7 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
     await t.test(`a client goes by ${leave} in the middle of an unread answer`, async () => {
       const held = await service.connect({ reads: false });
       await held.send(service.requestBytes({ target: "/velmora-eq.js" }));
-      // The answer is larger than what the sockets hold: the service stands in its send until the client goes.
+      // The answer is larger than what the sockets hold: the service waits in its send until the client goes.
       const next = await service.connect();
       next.push(service.requestBytes());
       assert.ok(await next.isSilentFor(300), "the service stands in its send");

@@ -22,7 +22,7 @@ const limits = { timeout: 90_000 };
 const footstep = "/api/v1/render/effects/footstep";
 const algorithm = "/api/v1/render/effects/algorithm";
 
-// Where the words stand in the record, written down here a second time on purpose.
+// The words' offsets in the record, written down a second time on purpose.
 const footstepAt = 0x10;
 const appliedAt = 0x80;
 const algorithmAt = 0xb8;
@@ -164,7 +164,7 @@ const smoothRefusal = refusalBytes(400, "Bad Request", "mask_frequency_smooth mu
 const ceilingRefusal = refusalBytes(400, "Bad Request", "limiter_ceiling_db must be between -12 and 0");
 const linkRefusal = refusalBytes(400, "Bad Request", "stereo_link must be 0, 1 or 2");
 
-// Body, and what it changes in the state that stands.
+// Body, and what it changes in the current state.
 /** @type {any[][]} */
 const algorithmAccepts = [
   ['{"output_trim_db":-60}', { trim: -600 }],
@@ -272,7 +272,7 @@ test("a PUT reaches the record and the effect", limits, async (t) => {
     });
   }
 
-  await t.test("an algorithm PUT changes its own word alone", async (row) => {
+  await t.test("an algorithm PUT changes only its own word", async (row) => {
     const record = await readRecord(row, mapping);
     assert.equal(record.readBigUInt64LE(algorithmAt), algorithmWord(values));
     assert.equal(without(record, [algorithmAt]), without(beforeFootstepRejects, [algorithmAt]));

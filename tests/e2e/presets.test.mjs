@@ -65,7 +65,7 @@ async function startWithPresets(t, directory, options = {}) {
   return startService(t, { more: ["--preset-directory", programPathText(directory)], ...options });
 }
 
-// Every file below a directory with its content; what is no file stands there by its kind.
+// Every file below a directory with its content; anything else by its kind.
 function treeOf(directory, below = "") {
   const found = {};
   for (const entry of fs.readdirSync(path.join(directory, below), { withFileTypes: true })) {
@@ -173,7 +173,7 @@ test("the whole life of a preset", limits, async (t) => {
   await service.stop();
 });
 
-test("presets lie beside the captures unless they are told where", limits, async (t) => {
+test("presets lie beside the captures unless an option says where", limits, async (t) => {
   const home = makeDirectory();
   const captures = programPathText(path.join(home, "wav"));
   const service = await startService(t, { more: ["--capture-directory", captures] });
@@ -182,7 +182,7 @@ test("presets lie beside the captures unless they are told where", limits, async
   await service.stop();
 });
 
-// What stands behind the collection's path, and the file that it names.
+// What follows the collection's path, and the file that it names.
 const longLetter = "\u4e2d";
 const names = [
   ["normal", "normal"],
@@ -395,7 +395,7 @@ test("files that were put there by hand", limits, async (t) => {
   await t.test("the regular ones are listed, whatever their names", async () => {
     assert.deepEqual(await list(service), [".", "a.b", "by hand", "empty", "link", "odd"]);
   });
-  await t.test("bytes come as they stand", async () => {
+  await t.test("bytes come unchanged", async () => {
     assert.equal(await get(service, "odd"), presetAnswer(oddBytes.toString("latin1")));
     assert.equal(await get(service, "by+hand"), presetAnswer(bytesOf('\ufeff{ "bands": "whatever" }\r\n')));
     assert.equal(await get(service, "link"), presetAnswer("behind the link"));
@@ -546,7 +546,7 @@ test("a disk that may only be read", { ...limits, skip: missingMountRight() }, a
   assert.equal(await get(service, "kept"), presetAnswer("kept"));
   assert.equal(await put(service, "kept", body), notWritten);
   assert.equal(await put(service, "fresh", body), notWritten);
-  // Wine deletes at the last close, when nobody is left to be told that it failed.
+  // Wine deletes at the last close, when nobody is left to hear that it failed.
   assert.equal(await remove(service, "kept"), isWine ? answers.done : noSuchPreset);
   assert.deepEqual(treeOf(disk.directory), { "kept.json": "kept" });
   await service.stop();
@@ -559,7 +559,7 @@ test("a disk that may only be read", { ...limits, skip: missingMountRight() }, a
   });
 });
 
-// Names that mean a device to Windows, whatever stands behind their dot, and one that Windows has taken for a device
+// Names that mean a device to Windows, whatever follows their dot, and one that Windows has taken for a device
 // at times and Wine does not. A device that is opened may never answer, so each answer has its limit.
 test("names of devices", { timeout: 120_000 }, async (t) => {
   const directory = path.join(makeDirectory(), "presets");

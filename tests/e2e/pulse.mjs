@@ -1,5 +1,5 @@
 // A PulseAudio of a test's own, which gives Wine its audio endpoints: its sinks play into nothing, its sources are
-// silent. It is reached by the environment alone, and a sound server of the user's is left out of it.
+// silent. It is reached only by the environment, and a sound server of the user's is left out of it.
 import net from "node:net";
 import path from "node:path";
 

@@ -5,7 +5,7 @@ import { after, before } from "node:test";
 import { isNative, makeDirectory } from "./harness.mjs";
 import { useSoundServer } from "./pulse.mjs";
 
-// To be called once, outside of the tests. Gives what tells the environment of programs, from the first test on. Natively
+// To be called once, outside of the tests. Gives a function that returns the environment of programs, from the first test on. Natively
 // the system shows no processes, and none of those that run here is taken for the engine. Under Wine the way to the sound
 // server is a matter of the registry, which is put back behind the last test; nobody listens there.
 export function quietSystem() {

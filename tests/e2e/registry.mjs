@@ -99,7 +99,7 @@ export function entriesOf(text) {
   return entries;
 }
 
-// What differs between two exports, sorted. Whatever stands in both must have kept its order.
+// What differs between two exports, sorted. Entries in both must have kept their order.
 /** @param {string} before @param {string} after */
 export function difference(before, after) {
   const [oldEntries, newEntries] = [entriesOf(before), entriesOf(after)];

@@ -42,7 +42,7 @@ if (isWine) {
   });
 }
 
-test("the self-test begins where its option stands", limits, async (t) => {
+test("the self-test begins at its option", limits, async (t) => {
   /** @type {any[][]} */
   const rows = [
     [["--self-test", "--bad"], passed],
@@ -147,7 +147,7 @@ test("a service and its effect go on undisturbed", limits, async (t) => {
   await service.stop();
 });
 
-test("it opens no socket on the port that it is told", limits, async (t) => {
+test("it opens no socket on the given port", limits, async (t) => {
   const holder = net.createServer();
   t.after(() => holder.close());
   const port = await listen(holder);

@@ -98,7 +98,7 @@ const localMachine = 0xffffffff80000002n;
 const thisProcess = 0xffffffffffffffffn;
 const invalidHandle = 0xffffffffffffffffn;
 
-// The buffer's size stands behind a pointer: Wine's function tells it, last in its note.
+// A pointer leads to the buffer's size: Wine's function traces it, last in its note.
 const notedSize = (call) => Number(call.note?.match(/=([0-9]+)\)$/)?.[1]);
 
 function processText(argument, engineId) {

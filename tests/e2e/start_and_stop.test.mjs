@@ -121,8 +121,8 @@ test("an option that is given twice takes its last value", limits, async (t) => 
 });
 
 test("without an option the port is 17831", limits, async (t) => {
-  // A service of the machine's user may hold the port: being refused at it names it too. The control map that stands
-  // without an option is that user's, so it is left alone.
+  // A service of the machine's user may hold the port: being refused at it names it too. The control map that applies
+  // without an option is that user's, so it is not touched.
   const args = ["--web-root", programPathText(makeWebRoot()), "--control-map", uniqueMappingName()];
   const refusal = takenPortLines(defaultPort);
   const service = launch(t, creatingService(), args);
@@ -246,7 +246,7 @@ test("a stop is noticed when the client that held the service has left", limits,
   assert.equal(service.errors, "");
 });
 
-// The other stop signals are the native system's: Wine turns an interrupt alone into a console event.
+// The other stop signals are the native system's: Wine turns only an interrupt into a console event.
 if (isNative) {
   test("each stop signal ends the service with exit code 0", limits, async (t) => {
     for (const signal of /** @type {const} */ (["SIGINT", "SIGTERM", "SIGQUIT", "SIGHUP"])) {
@@ -282,7 +282,7 @@ test("a service whose output nobody reads serves on", limits, async (t) => {
 });
 
 // A stream that is closed at the start is a number that the next thing opened would take, and the banner would go into
-// it. On Windows a program without a stream has no handle for it, and nothing else can come to stand for the stream.
+// it. On Windows a program without a stream has no handle for it, and nothing else can take the stream's place.
 if (isNative) {
   const closedStreams = [
     ["standard input", "<&-"],

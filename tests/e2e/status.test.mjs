@@ -1,6 +1,6 @@
 // The status document from outside: its members, and that each shows what is so. That it is asked for changes nothing.
 //
-// A bridge that is closed cannot be had from outside: a service without one does not start. The unit tests have it.
+// A closed bridge cannot be tested from outside: a service without one does not start. The unit tests do it.
 import assert from "node:assert/strict";
 import fs from "node:fs";
 import path from "node:path";
@@ -237,7 +237,7 @@ async function readStatus(service) {
   return JSON.parse(text);
 }
 
-// A member as it stands in the text, whether that is JSON or not.
+// A member as it is in the text, whether that is JSON or not.
 function memberText(text, object, key) {
   const find = (members, wanted) => membersOf(members).find(([name]) => name === wanted)?.[1] ?? "";
   return find(find(text, object), key);
@@ -404,7 +404,7 @@ test("a new service shows a document of all members in their order", limits, asy
   await service.stop();
 });
 
-test("other methods and paths lead nowhere, and without the token nothing is told", limits, async (t) => {
+test("other methods and paths lead nowhere, and without the token nothing is shown", limits, async (t) => {
   const service = await startService(t, { env: quiet() });
   for (const method of ["DELETE", "POST", "PUT", "PATCH", "HEAD", "OPTIONS", "get", "GETT"]) {
     assert.equal(await service.ask(method, status), answers.notFound, method);
@@ -834,7 +834,7 @@ test("the installation shows with its path escaped and its foreign letters lost"
 });
 
 if (isNative) {
-  // A process as the system tells of it.
+  // A process as the system shows it.
   function addProcess(root, id, program, mapped = []) {
     const directory = path.join(root, String(id));
     fs.mkdirSync(directory);

@@ -82,7 +82,7 @@ function processesOf(run) {
 // The one that was started last.
 const engineOf = (run) => [...run.said.matchAll(/^engine ([0-9]+)$/gm)].at(-1)?.[1];
 
-// The engine is told nothing of the mapping, and its id may belong to another program by now.
+// The engine does not get the mapping's name, and its id may belong to another program by now.
 function engineIsThere(run) {
   const id = engineOf(run);
   try {
@@ -163,7 +163,7 @@ test("both programs have the same capture directory, given or not", limits, asyn
   }
 });
 
-// What the probes find when they see this engine alone.
+// What the probes find when they see only this engine.
 function probes(t, run, environment) {
   const processes = mkdtempSync(join(tmpdir(), "velmora-run-"));
   t.after(() => rmSync(processes, { recursive: true, force: true }));

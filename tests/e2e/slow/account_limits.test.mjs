@@ -2,7 +2,7 @@
 // wait; there is none on the whole.
 //
 // Wine's HTTP library has no limit of its own on the wait for the head of a reply and on that for an answer to TLS's
-// first words, whatever it is told: there only the other limits can be seen.
+// first words, whatever its settings: there only the other limits can be seen.
 import assert from "node:assert/strict";
 import dgram from "node:dgram";
 import { once } from "node:events";

@@ -1,4 +1,4 @@
-// The test account service as a program: tells its URL, then every request as it came, until it is interrupted.
+// The test account service as a program: prints its URL, then every request as it came, until it is interrupted.
 //
 //   node main.mjs [--port N] [--replies FILE] [--tls DIRECTORY]
 //

@@ -1,4 +1,4 @@
-// Stands in for the account service: answers each path as it is told, in good order or out of it, and keeps every
+// The stand-in account service: answers each path as the test says, well-formed or not, and keeps every
 // request byte by byte. Texts are bytes (latin1) in both directions.
 //
 import { once } from "node:events";
