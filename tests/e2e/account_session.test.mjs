@@ -159,7 +159,7 @@ test("a check that fails, or says nothing against the session, changes nothing",
     { cut: 0, then: "end" },
     { cut: 0, then: "reset" },
     { raw: "no HTTP at all", then: "end" },
-    { body: " ".repeat(2_097_153) + '"active":false' },
+    { body: `${" ".repeat(2_097_153)}"active":false` },
   ];
   await Promise.all(
     [0, 1, 2, 3].map(async (first) => {

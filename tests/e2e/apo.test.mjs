@@ -50,7 +50,7 @@ const limits = { timeout: 120_000 };
 const capturePath = renderPath.replace(/Render$/, "Capture");
 const root = "HKEY_LOCAL_MACHINE\\";
 const servicesPath = `${root}SYSTEM\\CurrentControlSet\\Services`;
-const standinPath = `${root}SOFTWARE\\VelmoraStandIn`;
+const machinePath = `${root}SOFTWARE\\VelmoraStandIn`;
 
 const speakersGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e11}";
 const phonesGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e12}";
@@ -90,14 +90,14 @@ function serviceKeys(name, needs = [], behaviour = {}) {
   const values = Object.entries(behaviour).map(([value, number]) => [value, dwordData(number)]);
   return [
     [`${servicesPath}\\${name}`, needs.length === 0 ? [] : [["DependOnService", listData(needs)]]],
-    ...(values.length === 0 ? [] : [[`${standinPath}\\Services\\${name}`, values]]),
+    ...(values.length === 0 ? [] : [[`${machinePath}\\Services\\${name}`, values]]),
   ];
 }
 
 const plainServices = [...serviceKeys("Audiosrv"), ...serviceKeys("SonicMonitor", ["Audiosrv"])];
 
 function machineText(/** @type {any[]} */ services = plainServices, /** @type {any[]} */ more = []) {
-  const defaults = [[`${standinPath}\\Audio`, [["DefaultRender", textData(speakers)]]]];
+  const defaults = [[`${machinePath}\\Audio`, [["DefaultRender", textData(speakers)]]]];
   return exportText([...endpoints, ...defaults, ...services, ...more]);
 }
 
@@ -105,7 +105,7 @@ function machineText(/** @type {any[]} */ services = plainServices, /** @type {a
 function readOnly(...keys) {
   return [
     [
-      `${standinPath}\\Access`,
+      `${machinePath}\\Access`,
       keys.map((key) => [key.replace(root, "").replaceAll("\\", "\\\\"), dwordData(0x20019)]),
     ],
   ];

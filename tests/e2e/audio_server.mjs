@@ -1,4 +1,4 @@
-// Endpoints of the tests' own under Wine: the stand-in COM server of tests/programs/audio in place of Wine's. Its
+// Endpoints of the tests' own under Wine: the COM server of tests/programs/audio in place of Wine's. Its
 // header describes the script and the log.
 import assert from "node:assert/strict";
 import { execFileSync } from "node:child_process";
@@ -116,7 +116,7 @@ export class AudioServer {
     return server;
   }
 
-  // Removes the stand-in class, so that no class is registered at all.
+  // Removes the class, so that no class is registered at all.
   /** @param {Scope} t */
   static async removeClass(t) {
     const { code, output, errors } = await run(t, "reg", ["delete", `${ownClassKey}\\InprocServer32`, "/f"]);

@@ -14,6 +14,7 @@ import {
   run,
   startAccountService,
   startServiceFor,
+  missingMountRight,
 } from "./harness.mjs";
 
 const limits = { timeout: 120_000 };

@@ -113,13 +113,13 @@ if (isNative) {
     for (const [what, more] of rows) {
       await t.test(what, async (row) => {
         const { program, id, letGo } = await startHeldSelfTest(row);
-        const standin = await startEffect(row, `Local\\VelmoraSelfTest-${id}`, more, "mapping made");
-        if (more[0] === "--life") await standin.waitForLine("life finished");
+        const effect = await startEffect(row, `Local\\VelmoraSelfTest-${id}`, more, "mapping made");
+        if (more[0] === "--life") await effect.waitForLine("life finished");
         letGo();
         assert.deepEqual(await program.waitForEnd(), { code: failed.code, signal: null });
         assert.equal(program.output, `${id}\n${failed.output}`);
         assert.equal(program.errors, "");
-        await standin.stop();
+        await effect.stop();
         assert.deepEqual(leftMappings(), []);
       });
     }
@@ -134,8 +134,8 @@ if (isNative) {
 test("a service and its effect go on undisturbed", limits, async (t) => {
   const service = await startService(t);
   const mapping = service.mapping;
-  const standin = await startEffect(t, mapping, [], "mapping opened");
-  await standin.until("its first report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const effect = await startEffect(t, mapping, [], "mapping opened");
+  await effect.until("its first report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
   const record = await readRecord(t, mapping);
   assert.deepEqual(
     await selfTest(t, {}, ["--port", String(service.port), "--control-map", mapping, "--self-test"]),
@@ -143,7 +143,7 @@ test("a service and its effect go on undisturbed", limits, async (t) => {
   );
   assert.deepEqual(await readRecord(t, mapping), record);
   await service.assertAnswers();
-  await standin.stop();
+  await effect.stop();
   await service.stop();
 });
 

@@ -265,7 +265,7 @@ function diagnostics(differences = {}) {
   return { ...Object.fromEntries(entries), available: true, ...differences };
 }
 
-// The parts of a life, as the stand-in plays it.
+// The parts of a life, as the test effect plays it.
 const discovered = {
   initialize_attempt_count: 1,
   initialize_discovery_count: 1,
@@ -434,9 +434,9 @@ test("other methods and paths lead nowhere, and without the token nothing is sho
 
 async function startWithLife(t, more) {
   const service = await startService(t, { env: quiet() });
-  const standin = await startEffect(t, service.mapping, ["--life", ...more], "mapping opened");
-  await standin.waitForLine("life finished");
-  return { service, standin };
+  const effect = await startEffect(t, service.mapping, ["--life", ...more], "mapping opened");
+  await effect.waitForLine("life finished");
+  return { service, effect };
 }
 
 const shortLife = ["--life-blocks", "30", "--life-block-ms", "0"];
@@ -444,17 +444,17 @@ const shortLife = ["--life-blocks", "30", "--life-block-ms", "0"];
 test("a life shows in every field", limits, async (t) => {
   /** @type {any[][]} */
   const writers = [
-    ["the stand-in's writers", []],
+    ["the test effect's writers", []],
     ["the shared writers", ["--through-shared-writers"]],
   ];
   const records = [];
   for (const [what, more] of writers) {
     await t.test(what, async (row) => {
-      const { service, standin } = await startWithLife(row, [...shortLife, "--threads", "3", ...more]);
-      await standin.waitForLine("applied word=0x8000000100000000 bypass=true bypass_all=false strength=0");
+      const { service, effect } = await startWithLife(row, [...shortLife, "--threads", "3", ...more]);
+      await effect.waitForLine("applied word=0x8000000100000000 bypass=true bypass_all=false strength=0");
       assert.deepEqual((await readStatus(service)).apo_diagnostics, diagnostics(wholeLife));
       records.push(await readRecord(row, service.mapping));
-      await standin.stop();
+      await effect.stop();
       assert.deepEqual(
         (await readStatus(service)).apo_diagnostics,
         diagnostics(wholeLife),
@@ -527,7 +527,7 @@ test("trouble in a life shows where it stopped", limits, async (t) => {
       for (const more of [[], ["--through-shared-writers"]]) {
         // Under Wine a start is dear, and which writers report makes no difference to the service.
         if (isWine && more.length > 0) continue;
-        const { service, standin } = await startWithLife(row, [
+        const { service, effect } = await startWithLife(row, [
           ...shortLife,
           "--threads",
           "3",
@@ -536,10 +536,10 @@ test("trouble in a life shows where it stopped", limits, async (t) => {
           ...more,
         ]);
         if (fault === "query")
-          await standin.until("the report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+          await effect.until("the report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
         assert.deepEqual((await readStatus(service)).apo_diagnostics, diagnostics(differences));
         records.push(await readRecord(row, service.mapping));
-        await standin.stop();
+        await effect.stop();
         await service.stop();
       }
       if (isNative) assert.deepEqual(records[0], records[1], "both writers leave the same bytes");
@@ -552,13 +552,13 @@ test("no report of several instances is lost", limits, async (t) => {
   const more = words`
     --life --life-blocks 500 --life-block-ms 0 --instances 4 --threads 3
   `;
-  const standins = [];
+  const effects = [];
   for (const writer of [[], ["--through-shared-writers"], []]) {
-    standins.push(await startEffect(t, service.mapping, [...more, ...writer], "mapping opened"));
+    effects.push(await startEffect(t, service.mapping, [...more, ...writer], "mapping opened"));
   }
-  for (const standin of standins) await standin.waitForLine("life finished");
-  for (const standin of standins)
-    await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  for (const effect of effects) await effect.waitForLine("life finished");
+  for (const effect of effects)
+    await effect.until("its report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
   const { apo_diagnostics } = await readStatus(service);
   // What is stored whole ends alike in every life, but for the mode: that is of whoever came last.
   assert.ok([1, 2, 3, 4].includes(apo_diagnostics.initialize_processing_mode));
@@ -590,7 +590,7 @@ test("no report of several instances is lost", limits, async (t) => {
       initialize_processing_mode: apo_diagnostics.initialize_processing_mode,
     }),
   );
-  for (const standin of standins) await standin.stop();
+  for (const effect of effects) await effect.stop();
   await service.stop();
 });
 
@@ -603,15 +603,15 @@ test("a capture command and its report show", limits, async (t) => {
   for (const [what, more, state, detail] of rows) {
     await t.test(what, async (row) => {
       const service = await startService(row, { env: quiet() });
-      const standin = await startEffect(row, service.mapping, more, "mapping opened");
+      const effect = await startEffect(row, service.mapping, more, "mapping opened");
       await service.ask("POST", "/api/v1/debug/capture", '{"action":"start","seconds":120}');
-      await standin.until("its answer", () => standin.output.match(/^capture .*\n/m) ?? undefined);
+      await effect.until("its answer", () => effect.output.match(/^capture .*\n/m) ?? undefined);
       const { apo_diagnostics } = await readStatus(service);
       assert.deepEqual(
         ["reported", "state", "seconds", "detail_code"].map((name) => apo_diagnostics[`capture_${name}`]),
         [true, state, 120, detail],
       );
-      await standin.stop();
+      await effect.stop();
       await service.stop();
     });
   }
@@ -621,8 +621,8 @@ test("a capture command and its report show", limits, async (t) => {
 
 test("numbers have up to seven significant digits", limits, async (t) => {
   const service = await startService(t, { env: quiet() });
-  const standin = await startEffect(t, service.mapping, [], "mapping opened");
-  await standin.until("its first report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const effect = await startEffect(t, service.mapping, [], "mapping opened");
+  await effect.until("its first report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
   const strengths = [
     ["0.6", "0.6"],
     ["0.1", "0.1"],
@@ -638,9 +638,9 @@ test("numbers have up to seven significant digits", limits, async (t) => {
     ["0", "0"],
   ];
   for (const [strength, written] of strengths) {
-    const mark = standin.mark();
+    const mark = effect.mark();
     await service.expect(answers.done, "PUT", footstep, `{"bypass":false,"enhance_strength":${strength}}`);
-    await standin.until("its report", () => standin.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
+    await effect.until("its report", () => effect.output.slice(mark).match(/^applied .*\n/m) ?? undefined);
     const text = await statusText(service);
     assertForm(text);
     assert.equal(memberText(text, "footstep", "enhance_strength"), written, strength);
@@ -656,7 +656,7 @@ test("numbers have up to seven significant digits", limits, async (t) => {
     '{"bypass":false,"bypass_all":false,"enhance_strength":0,"output_trim_db":-7.5,"mask_time_alpha":0.5019608,' +
       '"mask_frequency_smooth":1,"limiter_enabled":false,"limiter_ceiling_db":-11.9,"stereo_link":2}',
   );
-  await standin.stop();
+  await effect.stop();
   await service.stop();
 });
 
@@ -674,14 +674,14 @@ test("what is no finite number goes out by its name", limits, async (t) => {
     await t.test(value, async (row) => {
       const service = await startService(row, { env: quiet() });
       const more = ["--life", ...shortLife, "--applied-strength", value, "--gain", value];
-      const standin = await startEffect(row, service.mapping, more, "mapping opened");
-      await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+      const effect = await startEffect(row, service.mapping, more, "mapping opened");
+      await effect.until("its report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
       const text = await statusText(service);
       assert.equal(memberText(text, "apo_diagnostics", "applied_strength"), written);
       assert.equal(memberText(text, "apo_diagnostics", "processing_gain_db"), written);
       // Everything else stays what it is.
       assertForm(text.replace(/("applied_strength"|"processing_gain_db"):[^,]*/g, "$1:0"));
-      await standin.stop();
+      await effect.stop();
       await service.stop();
     });
   }
@@ -869,7 +869,7 @@ if (isNative) {
 // ---- the algorithm ----
 
 test("the algorithm is shown as it was found at the start", limits, async (t) => {
-  const library = (name) => path.join(buildDirectory, "standins", name, "fse.dll");
+  const library = (name) => path.join(buildDirectory, "programs", name, "fse.dll");
   /** @type {any[][]} */
   const rows = [
     ["a library that gives its version", "3.2.1", (file) => fs.copyFileSync(library("versioned"), file)],
@@ -908,7 +908,7 @@ test("a number is read and written alike when the algorithm has changed the loca
   const env = { ...quiet(), LOCPATH: path.join(buildDirectory, "locales") };
   const service = await startService(t, { program, env });
   assert.equal(service.algorithm, "4.5.6", "the locale has a decimal comma");
-  assert.equal(await ask(service, "PUT", footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
+  assert.equal(await service.ask("PUT", footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
   const text = await statusText(service);
   assert.equal(memberText(text, "footstep", "enhance_strength"), "0.75");
   await service.stop();
@@ -923,8 +923,8 @@ test("a status request changes neither the record nor the machine", limits, asyn
   ];
   const machine = await Machine.make(t, exportText(keys));
   const mapping = uniqueMappingName();
-  const standin = await startEffect(t, mapping, ["--life", ...shortLife], "mapping made");
-  await standin.until("its report", () => standin.output.match(/^applied .*\n/m) ?? undefined);
+  const effect = await startEffect(t, mapping, ["--life", ...shortLife], "mapping made");
+  await effect.until("its report", () => effect.output.match(/^applied .*\n/m) ?? undefined);
   const env = { ...quiet(), ...machine.env };
   const service = await startService(t, { mapping, env });
   const record = await readRecord(t, mapping);
@@ -945,7 +945,7 @@ test("a status request changes neither the record nor the machine", limits, asyn
     );
   }
   await service.stop();
-  await standin.stop();
+  await effect.stop();
 });
 
 if (isNative) {

@@ -23,7 +23,7 @@ let runs = 0;
 async function freePort() {
   const server = net.createServer().listen(0, "127.0.0.1");
   await new Promise((done) => server.once("listening", done));
-  const { port } = server.address();
+  const { port } = /** @type {net.AddressInfo} */ (server.address());
   await new Promise((done) => server.close(done));
   return port;
 }
@@ -40,11 +40,20 @@ async function poll(what, ask, limitMs = 60_000) {
 }
 
 class Run {
+  port = 0;
+  map = "";
+  /** What the programs have written so far. */
+  said = "";
+  machine = "";
+  /** @type {any} */
+  child = undefined;
+  /** @type {Promise<number | null>} */
+  ended = Promise.resolve(null);
+
   static async start(t, options = [], environment = {}) {
     const run = new Run();
     run.port = await freePort();
     run.map = `Local\\VelmoraRunEngine-${process.pid}-${runs++}`;
-    run.said = "";
     const own = ["--port", String(run.port), "--token", token, "--control-map", run.map];
     run.child = spawn("./run", [...own, ...options], {
       cwd: root,

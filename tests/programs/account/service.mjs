@@ -1,4 +1,4 @@
-// The stand-in account service: answers each path as the test says, well-formed or not, and keeps every
+// The test account service: answers each path as the test says, well-formed or not, and keeps every
 // request byte by byte. Texts are bytes (latin1) in both directions.
 //
 import { once } from "node:events";
