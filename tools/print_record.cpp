@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 
 #include "base/text.h"
@@ -43,10 +44,10 @@ std::string line_text(std::size_t offset, const Line& line) {
 int print_record(const char* name) {
   SharedMapping mapping;
   SharedView view;
-  std::uint32_t error = open_shared_mapping(wide_from_signed_bytes(name), mapping);
-  if (error == 0) error = map_shared_view(mapping, record_size_bytes, view);
-  if (error != 0) {
-    write_standard_error("mapping failed with error " + std::to_string(error) + '\n');
+  std::optional<std::uint32_t> error = open_shared_mapping(wide_from_signed_bytes(name), mapping);
+  if (!error) error = map_shared_view(mapping, record_size_bytes, view);
+  if (error) {
+    write_standard_error("mapping failed with error " + std::to_string(*error) + '\n');
     return 1;
   }
   auto* bytes = static_cast<unsigned char*>(view.native().data);
