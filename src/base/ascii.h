@@ -1,5 +1,5 @@
-// ASCII text: letter case, white space, percent-decoding. Pure: no locale. Every other byte or UTF-16 unit is
-// left unchanged.
+// ASCII case, white space and percent-decoding. Pure, no locale. Bytes and UTF-16 units outside
+// ASCII are never changed.
 #pragma once
 
 #include <algorithm>
@@ -23,7 +23,7 @@ template <typename Unit>
   return unit >= Unit{'a'} && unit <= Unit{'z'} ? static_cast<Unit>(unit - 'a' + 'A') : unit;
 }
 
-// Equality that ignores the case of ASCII letters (_wcsicmp in the C locale).
+// Compares without regard to the case of ASCII letters, as _wcsicmp does in the C locale.
 [[nodiscard]] constexpr bool equal_ignoring_case(std::string_view left, std::string_view right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](char a, char b) { return ascii_lower(a) == ascii_lower(b); });
@@ -33,18 +33,17 @@ template <typename Unit>
                     [](char16_t a, char16_t b) { return ascii_lower(a) == ascii_lower(b); });
 }
 
-// The C `isspace` in the C locale: blank, \t, \n, \v, \f, \r.
+// isspace() in the C locale: blank, \t, \n, \v, \f, \r.
 [[nodiscard]] constexpr bool is_space(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
-// `text` without the white space at both ends.
+// Removes white space from both ends. The view points into `text`.
 [[nodiscard]] std::string_view trim(std::string_view text);
 [[nodiscard]] std::string trim_copy(std::string_view text);
 
-// `text` with A..Z in lower case. Every other byte is unchanged.
+// Converts A..Z to lower case.
 [[nodiscard]] std::string to_lower_copy(std::string_view text);
 
-// Percent-decoding with `+` as a blank, also in a path. A `%` that two hexadecimal digits do not follow is
-// unchanged.
+// Decodes %XX and turns `+` into a blank, in paths too. A `%` without two hexadecimal digits is kept.
 [[nodiscard]] std::string url_decode(std::string_view text);
 
 }  // namespace velmora

@@ -11,7 +11,7 @@ constexpr std::uint32_t polynomial = 0xEDB88320;
 
 using Table = std::array<std::uint32_t, 256>;
 
-// One zero bit shifted through a register.
+// Shifts one zero bit through the register.
 constexpr std::uint32_t shift_bit(std::uint32_t crc) {
   return (crc >> 1) ^ ((crc & 1) != 0 ? polynomial : 0);
 }
@@ -28,12 +28,12 @@ const Table& table() {
   return entries;
 }
 
-// The low byte of the register through the table. What goes in is xored to the register before.
+// Processes the low byte of the register. The caller has already xored the input into it.
 std::uint32_t take_low_byte(const Table& entries, std::uint32_t crc) {
   return entries[crc & 0xFF] ^ (crc >> 8);
 }
 
-// Registers are polynomials over one bit, modulo the ZIP polynomial, highest power in bit 0. Their product.
+// Multiplies two registers as polynomials over GF(2) modulo the ZIP polynomial. Bit 0 is the highest power.
 constexpr std::uint32_t multiply(std::uint32_t left, std::uint32_t right) {
   std::uint32_t product = 0;
   for (std::uint32_t bit = 0x80000000; bit != 0; bit >>= 1) {
@@ -43,7 +43,7 @@ constexpr std::uint32_t multiply(std::uint32_t left, std::uint32_t right) {
   return product;
 }
 
-// What a register is multiplied with to shift so many zero bytes through it: x to the power of 8 * `count`.
+// Returns x^(8 * count). Multiplying a register by it shifts `count` zero bytes through the register.
 constexpr std::uint32_t zero_bytes(std::size_t count) {
   std::uint32_t result = 0x80000000;  // 1
   std::uint32_t square = 0x00800000;  // x^8
@@ -54,22 +54,21 @@ constexpr std::uint32_t zero_bytes(std::size_t count) {
   return result;
 }
 
-// Each lookup waits for the one before, so one chain leaves most of the processor idle. Several chains run
-// side by side over neighbouring parts of equal length; all but the first start from 0, and since the
-// register is linear in what it starts from and what goes in, they are joined by shifting each over the
-// length of the next.
-constexpr std::size_t chain_count = 8;  // as many as the registers hold
+// Each lookup depends on the previous one, so a single chain leaves most of the processor idle. Several
+// chains therefore run side by side over neighbouring parts of equal length. All but the first start from 0.
+// The CRC is linear, so the results combine by shifting each register over the length of the next part.
+constexpr std::size_t chain_count = 8;  // as many as fit into the processor's registers
 
-// The next four bytes, the first of them lowest.
+// Loads four bytes, little-endian.
 std::uint32_t load_word(const char* data) {
   std::uint32_t word = 0;
   std::memcpy(&word, data, sizeof word);
   return word;
 }
 
-// The chains are variables of their own: g++ keeps an array of them in memory, which is four times as slow.
-// Four bytes go into a register at once, and each of them meets its lookup when the shifts have brought it to
-// the low end.
+// The chains are separate variables because g++ keeps an array in memory, which is four times as slow.
+// Each chain xors four bytes into its register at once. The following shifts bring each byte to the low
+// end for its lookup.
 template <std::size_t part_bytes>
 std::uint32_t take_stripe(const Table& entries, std::uint32_t crc, const char* data) {
   static_assert(part_bytes % 4 == 0 && std::endian::native == std::endian::little);
@@ -102,7 +101,7 @@ std::uint32_t take_stripe(const Table& entries, std::uint32_t crc, const char* d
   return crc;
 }
 
-// Takes stripes off the front of the data for as long as there are any.
+// Processes whole stripes from the front of the data and advances `data` past them.
 template <std::size_t part_bytes>
 std::uint32_t take_stripes(const Table& entries, std::uint32_t crc, const char*& data, std::size_t& length) {
   constexpr std::size_t stripe_bytes = chain_count * part_bytes;
@@ -116,7 +115,8 @@ std::uint32_t take_stripes(const Table& entries, std::uint32_t crc, const char*&
 
 std::uint32_t crc32_update(std::uint32_t crc, const char* data, std::size_t length) {
   const Table& entries = table();
-  // A whole 64 KiB block at once, and what makes the joining worth while in shorter ones.
+  // 8192 covers a whole 64 KiB block per stripe. Shorter input uses 256, the smallest part
+  // that is worth combining.
   crc = take_stripes<8192>(entries, crc, data, length);
   crc = take_stripes<256>(entries, crc, data, length);
   for (; length != 0; ++data, --length) crc = take_low_byte(entries, crc ^ static_cast<unsigned char>(*data));

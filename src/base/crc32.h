@@ -1,4 +1,4 @@
-// CRC-32 as ZIP has it (APPNOTE.TXT 4.4.7): reflected, polynomial 0xEDB88320.
+// CRC-32 as used by ZIP (APPNOTE.TXT 4.4.7): reflected, polynomial 0xEDB88320.
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 
 namespace velmora {
 
-// The register behind `length` more bytes. It starts as 0xFFFFFFFF and the checksum is its complement; both
-// are the caller's. The table of 256 entries is built at the first call and stays.
+// Returns the CRC register after `length` more bytes. The caller starts with 0xFFFFFFFF and complements the
+// final register to get the checksum. The first call builds a static table of 256 entries.
 [[nodiscard]] std::uint32_t crc32_update(std::uint32_t crc, const char* data, std::size_t length);
 
 }  // namespace velmora

@@ -1,4 +1,4 @@
-// A GUID as Windows keeps it (guiddef.h).
+// A GUID in the layout of Windows (guiddef.h).
 #pragma once
 
 #include <array>

@@ -8,7 +8,7 @@ namespace velmora {
 
 inline constexpr std::string_view lower_hex_digits = "0123456789abcdef";
 
-// The value 0..15 of a digit of either case (char or char16_t); -1 for anything else.
+// Returns 0..15 for a digit of either case (char or char16_t), and -1 for anything else.
 template <typename Unit>
 [[nodiscard]] constexpr int hex_digit_value(Unit unit) {
   if (unit >= Unit{'0'} && unit <= Unit{'9'}) return unit - '0';

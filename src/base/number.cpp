@@ -10,7 +10,7 @@
 namespace velmora {
 namespace {
 
-// Far beyond every exponent that matters, and still far from overflow when a text's length is added.
+// Larger than any exponent that matters, and small enough that adding a text length cannot overflow.
 constexpr std::int64_t exponent_limit = 1'000'000'000'000;
 
 int hex_digit(char byte) {
@@ -21,7 +21,8 @@ int hex_digit(char byte) {
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
-// The exponent at the start of `text`, behind `letter` in either case; 0 where it is not complete.
+// Reads the exponent that follows `letter` (either case) at the start of `text`. Returns 0
+// if it is incomplete.
 std::int64_t read_exponent(std::string_view text, char letter) {
   if (text.empty() || (text.front() | 0x20) != letter) return 0;
   text.remove_prefix(1);
@@ -34,9 +35,9 @@ std::int64_t read_exponent(std::string_view text, char letter) {
   return negative ? -exponent : exponent;
 }
 
-// Whether a decimal number that is not zero, and that no float can hold, is too small rather than too large.
+// For a nonzero decimal number out of float range: true for an underflow, false for an overflow.
 bool is_too_small(std::string_view text) {
-  std::int64_t scale = 0;  // of the first digit other than 0: 1 for 1.5, 0 for 0.15
+  std::int64_t scale = 0;  // of the first nonzero digit: 1 for 1.5, 0 for 0.15
   bool found = false;
   bool point = false;
   for (; !text.empty() && (is_digit(text.front()) || (text.front() == '.' && !point));
@@ -52,7 +53,7 @@ bool is_too_small(std::string_view text) {
   return scale + read_exponent(text, 'e') < 0;
 }
 
-// An unsigned decimal number, "inf..." or "nan...".
+// Reads an unsigned decimal number, "inf..." or "nan...".
 std::optional<float> read_decimal(std::string_view text) {
   float number = 0;
   const std::errc error = std::from_chars(text.data(), text.data() + text.size(), number).ec;
@@ -61,11 +62,11 @@ std::optional<float> read_decimal(std::string_view text) {
   return is_too_small(text) ? 0.0f : std::numeric_limits<float>::infinity();
 }
 
-// A hexadecimal number behind its "0x". std::from_chars is not used: it takes a missing digit before "p" and
-// rounds numbers near the least float in its own way.
+// Reads a hexadecimal number after its "0x". std::from_chars would accept a missing digit before "p" and
+// round differently near the smallest float.
 std::optional<float> read_hexadecimal(std::string_view text) {
-  // The digits fill 48 bits, and any bit behind them sets the lowest one. So the double is exact, and the
-  // conversion to float is the only rounding.
+  // Keep 48 bits of digits, and set the lowest bit if any later digit is nonzero. The double is then exact,
+  // so the conversion to float is the only rounding.
   constexpr std::uint64_t full = std::uint64_t{1} << 44;
   std::uint64_t digits = 0;
   std::int64_t exponent = 0;
@@ -98,7 +99,7 @@ std::optional<float> read_hexadecimal(std::string_view text) {
 
 std::optional<float> read_unsigned(std::string_view text) {
   if (text.starts_with("0x") || text.starts_with("0X")) {
-    // Without a digit behind it the number is the 0 in front of the letter.
+    // "0x" without a digit is the number 0, followed by other text.
     return read_hexadecimal(text.substr(2)).value_or(0.0f);
   }
   if (text.starts_with('-')) return std::nullopt;

@@ -1,4 +1,4 @@
-// Numbers in text. Pure: no state, no locale.
+// Parsing numbers. Pure: no state, no locale.
 #pragma once
 
 #include <optional>
@@ -6,9 +6,9 @@
 
 namespace velmora {
 
-// The float at the start of `text`, as C's `strtof` reads it in the C locale and rounding to nearest, but for
-// white space in front, which is no number here. What follows the number is ignored. Beyond the range of a
-// float the result is an infinity or a signed zero. None where no number begins.
+// Reads a float at the start of `text` like strtof in the C locale, rounding to nearest. Unlike strtof, it
+// does not skip leading white space. Text after the number is ignored. Out of range gives an infinity or a
+// signed zero. Returns no value if `text` does not start with a number.
 [[nodiscard]] std::optional<float> read_float(std::string_view text);
 
 }  // namespace velmora

@@ -1,11 +1,11 @@
-// What parsing a text results in.
+// The result of parsing.
 #pragma once
 
 #include <string_view>
 
 namespace velmora {
 
-// A value, or a fixed text that says why there is none. With an error the value has no meaning.
+// A value, or a fixed error message. With an error, `value` is meaningless.
 template <typename Value>
 struct Parsed {
   Value value{};

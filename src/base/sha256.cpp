@@ -12,11 +12,11 @@ constexpr std::size_t round_count = 64;
 
 using State = std::array<std::uint32_t, 8>;
 
-// FIPS 180-4, 5.3.3.
+// Initial hash value (FIPS 180-4, 5.3.3).
 constexpr State initial_state = {0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
                                  0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
 
-// FIPS 180-4, 4.2.2.
+// Round constants (FIPS 180-4, 4.2.2).
 constexpr std::array<std::uint32_t, round_count> round_constants = {
     0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
     0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
@@ -33,7 +33,7 @@ std::uint32_t big_endian_word(std::string_view bytes) {
   return word;
 }
 
-// FIPS 180-4, 6.2.2: the message schedule.
+// Message schedule (FIPS 180-4, 6.2.2).
 std::array<std::uint32_t, round_count> expand_block(std::string_view block) {
   std::array<std::uint32_t, round_count> words{};
   for (std::size_t index = 0; index < 16; ++index) words[index] = big_endian_word(block.substr(index * 4));
@@ -69,7 +69,7 @@ void take_block(State& state, std::string_view block) {
   for (std::size_t index = 0; index < state.size(); ++index) state[index] += added[index];
 }
 
-// The message with its padding and its length in bits (FIPS 180-4, 5.1.1).
+// Appends the padding and the length in bits (FIPS 180-4, 5.1.1).
 std::string padded(std::string_view bytes) {
   std::string message(bytes);
   message += '\x80';

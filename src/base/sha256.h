@@ -9,7 +9,7 @@ namespace velmora {
 
 inline constexpr std::size_t sha256_bytes = 32;
 
-// The digest of some bytes, its first byte first.
+// Returns the digest, first byte first.
 [[nodiscard]] std::array<unsigned char, sha256_bytes> sha256(std::string_view bytes);
 
 }  // namespace velmora

@@ -14,9 +14,9 @@ struct Decoded {
   bool well_formed;
 };
 
-// What the lead byte allows: bytes in all, and the range of the second byte (Unicode 15, table 3-7).
+// The sequence length and the range of the second byte for a lead byte (Unicode 15, table 3-7).
 struct LeadRule {
-  std::size_t length;  // 0: no lead byte
+  std::size_t length;  // 0: not a lead byte
   unsigned char second_low;
   unsigned char second_high;
 };
@@ -34,8 +34,8 @@ LeadRule rule_of_lead(unsigned char lead) {
   return {0, 0, 0};
 }
 
-// Decodes the sequence at the start of `text`, which is not empty. An ill-formed one consumes its maximal
-// subpart, so that what follows it is looked at afresh.
+// Decodes the first sequence of `text`, which must not be empty. An ill-formed sequence consumes its maximal
+// subpart, so decoding resumes right after it.
 Decoded decode_one(std::string_view text) {
   const auto byte_at = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
   const unsigned char lead = byte_at(0);
@@ -86,7 +86,7 @@ void append_utf8(std::string& out, char32_t scalar) {
 bool is_high_surrogate(char16_t unit) { return unit >= 0xD800 && unit < 0xDC00; }
 bool is_low_surrogate(char16_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 
-// The same of UTF-16. An unpaired surrogate is consumed alone.
+// Decodes UTF-16. An unpaired surrogate consumes one unit.
 Decoded decode_one(std::u16string_view text) {
   const char16_t unit = text.front();
   if (is_high_surrogate(unit) && text.size() > 1 && is_low_surrogate(text[1])) {

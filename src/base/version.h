@@ -1,4 +1,4 @@
-// The version of this program. The Windows resource says the same.
+// The version of this program. Keep it equal to the one in the Windows resource (program.rc).
 #pragma once
 
 #include <string_view>

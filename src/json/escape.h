@@ -1,4 +1,4 @@
-// Escaping text for JSON strings. Pure.
+// Escaping for JSON strings. Pure.
 #pragma once
 
 #include <string>
@@ -6,11 +6,11 @@
 
 namespace velmora {
 
-// `text` in a form that may appear between double quotes in JSON (RFC 8259, section 7). UTF-8, 0x7F and the
-// slash are unchanged.
+// Escapes `text` for use between double quotes in JSON (RFC 8259, section 7). UTF-8, 0x7F and
+// the slash are unchanged.
 [[nodiscard]] std::string json_escape(std::string_view text);
 
-// Appends the escaped `text` to `out`.
+// As json_escape, appended to `out`.
 void append_escaped(std::string& out, std::string_view text);
 
 }  // namespace velmora

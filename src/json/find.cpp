@@ -9,7 +9,7 @@
 namespace velmora {
 namespace {
 
-// The body behind the colon that follows the key.
+// Returns the body after the colon that follows the key.
 std::optional<std::string_view> find_value(std::string_view body, std::string_view key) {
   for (std::size_t quote = body.find('"'); quote != std::string_view::npos;
        quote = body.find('"', quote + 1)) {
@@ -22,14 +22,14 @@ std::optional<std::string_view> find_value(std::string_view body, std::string_vi
   return std::nullopt;
 }
 
-// The same, with the white space in front of the value skipped.
+// As find_value, but skips white space before the value.
 std::optional<std::string_view> find_trimmed_value(std::string_view body, std::string_view key) {
   std::optional<std::string_view> value = find_value(body, key);
   while (value && !value->empty() && is_space(value->front())) value->remove_prefix(1);
   return value;
 }
 
-// The byte that a backslash and `letter` stand for.
+// Returns the byte for the escape of a backslash and `letter`.
 std::optional<char> unescape(char letter) {
   switch (letter) {
     case '"':

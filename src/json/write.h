@@ -1,4 +1,4 @@
-// Writing JSON answers: values appended to the text that is being built, without blanks. Pure.
+// Writes JSON without white space, appending to a string. Pure.
 #pragma once
 
 #include <cstdint>
@@ -13,23 +13,22 @@ void append_bool(std::string& out, bool value);
 void append_integer(std::string& out, std::int64_t value);
 void append_unsigned(std::string& out, std::uint64_t value);
 
-// How many digits of a number are written, as by a stream of the standard library in its general format: its
-// default, and what the status document asks for.
+// Significant digits of numbers: the default of the standard library's streams, and the precision
+// of the status document.
 inline constexpr int default_digits = 6;
 inline constexpr int status_digits = 7;
 
-// The number as printf's %g writes it. What is no finite number goes out as inf, -inf and, whatever its sign,
-// nan.
+// Writes the number like printf's %g. Infinities are written as inf and -inf, and NaN of either sign as nan.
 void append_number(std::string& out, float value, int significant_digits = default_digits);
 
-// A string between double quotes, escaped as by json_escape.
+// Writes a quoted string, escaped as by json_escape.
 void append_text(std::string& out, std::string_view text);
 
-// An array of strings.
+// Writes an array of strings.
 void append_texts(std::string& out, const std::vector<std::string>& texts);
 
-// Appends an object member by member, in the order in which they are added, and the closing brace with `end`.
-// A key is written as it stands. Numbers that are floats get `significant_digits`.
+// Writes an object member by member, in the order of the calls. Call end() to write the closing brace. Keys
+// are not escaped. Floats get `significant_digits`.
 class JsonObject {
  public:
   explicit JsonObject(std::string& out, int significant_digits = default_digits)
@@ -40,7 +39,7 @@ class JsonObject {
 
   void add(std::string_view key, std::string_view text) { append_text(begin(key), text); }
   void add(std::string_view key, const std::vector<std::string>& texts) { append_texts(begin(key), texts); }
-  // Exactly these types: what converts to bool by itself, a text for one, is not taken for one.
+  // Arithmetic types only. Otherwise a pointer to text would convert to bool.
   template <typename Value>
   requires std::is_arithmetic_v<Value>
   void add(std::string_view key, Value value) {
@@ -54,7 +53,7 @@ class JsonObject {
       append_unsigned(begin(key), value);
     }
   }
-  // Begins a member: the caller appends its value to the text that it gets.
+  // Starts a member and returns the output, to which the caller appends the value.
   std::string& begin(std::string_view key) {
     if (out_.back() != '{') out_ += ',';
     out_ += '"';
