@@ -1,4 +1,4 @@
-// Time: what tests control.
+// Clocks and sleeping. Behind the platform seam so that tests can control time.
 #pragma once
 
 #include <cstdint>
@@ -6,17 +6,18 @@
 
 namespace velmora {
 
-// Nanoseconds of a clock that never goes back. Its origin means nothing.
+// Nanoseconds of a monotonic clock with an arbitrary origin.
 [[nodiscard]] std::int64_t steady_now_ns();
 
-// The present local time as the system shows it, with the days of the week and of the year; `tm_isdst` may be
-// -1. False, with `out` untouched, when the system cannot tell it.
+// Reads the local time as the system shows it, including tm_wday and tm_yday. `tm_isdst` may be -1. Returns
+// false, leaving `out` unchanged, if the system cannot provide it.
 [[nodiscard]] bool read_local_time(std::tm& out);
 
-// Seconds since 1970-01-01 00:00 UTC, leap seconds not counted. It jumps when somebody sets the clock.
+// Seconds since 1970-01-01 00:00 UTC, without leap seconds. Jumps when somebody sets the clock.
 [[nodiscard]] std::int64_t unix_time_s();
 
-// Sleep of at least so many milliseconds; on Windows up to a tick of its clock (15.6 ms) may be missing.
+// Sleeps for at least `duration_ms` milliseconds. On Windows it may be up to one clock
+// tick (15.6 ms) shorter.
 void sleep_ms(std::uint32_t duration_ms);
 
 }  // namespace velmora

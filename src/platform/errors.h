@@ -1,5 +1,5 @@
-// The Windows error numbers that are used by name, on every system. Each has the name of the header that
-// publishes it, in lower case, and the type that most of its users compare it with.
+// Windows error numbers used by name, on every system. Names are those of the publishing header in lower
+// case. Types are those that most uses compare with.
 #pragma once
 
 #include <cstdint>
@@ -54,7 +54,7 @@ inline constexpr std::uint32_t error_winhttp_secure_channel_error = 12157;
 inline constexpr std::uint32_t error_winhttp_secure_failure = 12175;
 inline constexpr std::uint32_t error_winhttp_header_size_overflow = 12182;
 
-// Windows Sockets: winsock2.h
+// winsock2.h
 inline constexpr int wsaeintr = 10004;
 inline constexpr int wsaebadf = 10009;
 inline constexpr int wsaeacces = 10013;

@@ -1,7 +1,8 @@
-// One HTTP exchange as a client, call by call, in WinHTTP's words and with its numbers (winhttp.h,
-// winerror.h); 0 is success. Nothing calls back: the reply is pulled. Redirections (301, 302, 303, 307, 308)
-// are followed as WinHTTP does by default: 10 at most, else 12156. On Linux one from https to http is 12156,
-// too.
+// A synchronous HTTP client: one exchange, call by call, with the semantics and error numbers of WinHTTP
+// (winhttp.h, winerror.h). 0 is success. There are no callbacks; the caller pulls the reply.
+//
+// Redirections (301, 302, 303, 307, 308) are followed as WinHTTP does by default: up to 10, then error 12156.
+// On Linux a redirection from https to http is 12156 too.
 #pragma once
 
 #include <cstddef>
@@ -15,68 +16,71 @@ namespace velmora {
 
 struct UrlParts {
   std::u16string host;
-  std::uint16_t port = 0;  // the scheme's own where the URL names none
-  std::u16string path;     // with the query, as they stand; may be empty
+  std::uint16_t port = 0;  // the scheme's default if the URL has none
+  std::u16string path;     // including the query, unchanged; may be empty
   bool secure = false;     // https
   bool operator==(const UrlParts&) const = default;
 };
 
-// WinHttpCrackUrl without flags. False, with `out` untouched, for what is no http or https URL with a host.
+// WinHttpCrackUrl without flags. Returns false, leaving `out` unchanged, unless it is an http or https
+// URL with a host.
 [[nodiscard]] bool split_url(std::u16string_view url, UrlParts& out);
 
 struct HttpExchangeKind {
   using Native = std::uintptr_t;
   static constexpr Native none = 0;
-  static void release(Native native) noexcept;  // WinHttpCloseHandle of all that is open, last one first
+  static void release(Native native) noexcept;  // WinHttpCloseHandle of all handles, in reverse order
 };
-// Owner of an exchange. It may be used by one thread at a time, and different ones by different threads.
+// Owner of an exchange. One thread at a time may use it; different threads may use different exchanges.
 using HttpExchange = Owner<HttpExchangeKind>;
 
-// WinHttpOpen with the automatic proxy (4), no proxy name, no bypass list, flags 0 (synchronous). `out` is
-// assigned on success alone.
+// WinHttpOpen with automatic proxy (4), no proxy name, no bypass list and flags 0 (synchronous). `out` is
+// assigned only on success.
 [[nodiscard]] std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& out);
 
-// How long a wait may last, milliseconds. There is no limit on the whole. On Windows these are what WinHTTP
-// is asked for; a host with several addresses, a search for a proxy and the wait for a head may take longer
-// there.
+// Limits of single waits, in milliseconds. The whole exchange has no limit. On Windows they are passed
+// to WinHTTP, which may take longer: for hosts with several addresses, for a proxy search, and while
+// waiting for a head.
 struct HttpTimeouts {
   std::int32_t resolve_ms;
   std::int32_t connect_ms;
-  std::int32_t send_ms;     // for which no byte goes out
-  std::int32_t receive_ms;  // for which no byte comes in
+  std::int32_t send_ms;     // without any byte sent
+  std::int32_t receive_ms;  // without any byte received
 };
 // WinHttpSetTimeouts.
 [[nodiscard]] std::uint32_t set_http_timeouts(const HttpExchange& exchange, const HttpTimeouts& timeouts);
 
-// WinHttpConnect: names the server, and connects to nothing yet.
+// WinHttpConnect: sets the server. Does not connect yet.
 [[nodiscard]] std::uint32_t connect_http(const HttpExchange& exchange, std::u16string_view host,
                                          std::uint16_t port);
 
-// WinHttpOpenRequest: `path` goes out as it stands, but for what WinHTTP escapes by itself.
+// WinHttpOpenRequest. `path` is sent unchanged, apart from what WinHTTP escapes itself.
 [[nodiscard]] std::uint32_t open_http_request(const HttpExchange& exchange, std::u16string_view method,
                                               std::u16string_view path, bool secure);
 
-// WinHttpSendRequest. `header` is one line without its end, or empty for none. 12002: too slow; 12007: the
-// host's name is not known; 12029: nobody answers there; 12157 and 12175: TLS. Some of these may come with
-// the next call only. `body` must stay where it is until receive_http_response has returned: it is read again
-// for a redirection that says the request again.
+// WinHttpSendRequest. `header` is one line without its line end, or empty for none.
+//
+// 12002: timeout; 12007: unknown host name; 12029: cannot connect; 12157 and 12175: TLS errors. Some of these
+// may be returned only by the next call.
+//
+// `body` must stay valid until receive_http_response has returned: a redirection may send it again.
 [[nodiscard]] std::uint32_t send_http_request(const HttpExchange& exchange, std::u16string_view header,
                                               std::string_view body);
 
 // WinHttpReceiveResponse: waits for the head of the reply. 12030: the connection ended; 12150: a redirection
-// has no Location; 12152: no HTTP;
-// 12182: its lines are too many or too long, of the trailers too, which are read with the body.
+// without a Location; 12152: not HTTP; 12182: too many or too long header lines. The limit of 12182 includes
+// trailers, which are read with the body.
 [[nodiscard]] std::uint32_t receive_http_response(const HttpExchange& exchange);
 
-// WinHttpQueryHeaders for the status as a number. `out` is assigned on success alone.
+// WinHttpQueryHeaders for the numeric status. `out` is assigned only on success.
 [[nodiscard]] std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out);
 
 struct HttpRead {
-  std::size_t count;  // bytes; 0 with error 0 is the end of the reply
+  std::size_t count;  // bytes; 0 with error 0: end of the reply
   std::uint32_t error;
 };
-// WinHttpQueryDataAvailable, then WinHttpReadData of what is available, `capacity` bytes at most. The reply's
-// transfer coding is undone.
+// WinHttpQueryDataAvailable, then WinHttpReadData of up to `capacity` available bytes.
+// Transfer coding is removed.
 [[nodiscard]] HttpRead read_http_response(const HttpExchange& exchange, char* buffer, std::size_t capacity);
 
 }  // namespace velmora

@@ -1,14 +1,13 @@
-// The one shape of everything that the platform hands out and wants back.
+// The owner type for all resources of the platform.
 #pragma once
 
 #include <utility>
 
 namespace velmora {
 
-// Move-only owner of one native value; releases it in its destructor. Kind says what it is: `Kind::Native`
-// (its type, made and read below the seam alone), `Kind::none` (the value of a closed owner) and
-// `Kind::release(Native)`, which each system answers for itself. A moved-from owner is closed; moving an
-// owner to itself changes nothing.
+// Move-only owner of one native value, which the destructor releases. `Kind::Native` is the type of the
+// value, created and used only below the platform seam. `Kind::none` is the value of a closed owner. Each
+// system implements `Kind::release(Native)`. A moved-from owner is closed. Self-move has no effect.
 template <typename Kind>
 class Owner {
  public:
@@ -30,7 +29,7 @@ class Owner {
 
   [[nodiscard]] bool is_open() const noexcept { return !(native_ == Kind::none); }
   [[nodiscard]] const Native& native() const noexcept { return native_; }
-  // Releases now. Harmless when closed.
+  // Releases the value now. Does nothing if closed.
   void close() noexcept {
     if (is_open()) Kind::release(std::exchange(native_, Kind::none));
   }

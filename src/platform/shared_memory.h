@@ -1,5 +1,5 @@
-// Named memory that lives for as long as any process holds it. A call that fails returns its Win32 error code
-// on every system (winerror.h), which Windows may leave at 0; one that succeeds returns no value.
+// Named memory that lives while any process holds it. On failure a call returns its Win32 error code on every
+// system (winerror.h), which Windows may leave at 0. On success it returns no value.
 #pragma once
 
 #include <cstddef>
@@ -16,40 +16,40 @@ struct SharedMappingKind {
   static constexpr Native none = ~Native{0};
   static void release(Native native) noexcept;  // CloseHandle
 };
-// Owner of an open mapping object. Close its views first: elsewhere than on Windows it is the mapping's
-// owner alone that keeps the object alive. The last holder's close ends the object and its contents.
+// Owner of an open mapping. Close its views first: on systems other than Windows only the mapping's owner
+// keeps the object alive. When the last holder closes it, the object and its contents are gone.
 using SharedMapping = Owner<SharedMappingKind>;
 
 struct SharedViewKind {
   struct Native {
-    void* data;        // aligned to a page
+    void* data;        // page-aligned
     std::size_t size;  // bytes
     bool operator==(const Native&) const = default;
   };
   static constexpr Native none{nullptr, 0};
   static void release(Native native) noexcept;  // UnmapViewOfFile
 };
-// Owner of a view: memory that is readable and writable until the owner closes.
+// Owner of a view: readable and writable memory, valid until it is closed.
 using SharedView = Owner<SharedViewKind>;
 
-// How making a mapping ended. It succeeded when neither error has a value.
+// The result of creating a mapping. It succeeded if neither error has a value.
 struct CreatedMapping {
   std::optional<std::uint32_t> descriptor_error;  // of ConvertStringSecurityDescriptorToSecurityDescriptorW
   std::optional<std::uint32_t> create_error;      // of CreateFileMappingW
   bool already_existed;                           // another process made it first (ERROR_ALREADY_EXISTS, 183)
 };
 
-// OpenFileMappingW for reading and writing (access 6), not inherited. A missing object is 2, a denied one 5.
-// `out` is assigned on success alone.
+// OpenFileMappingW for reading and writing (access 6), not inherited. 2: missing; 5: access denied. `out` is
+// assigned only on success.
 [[nodiscard]] std::optional<std::uint32_t> open_shared_mapping(std::u16string_view name, SharedMapping& out);
 
-// The security descriptor and CreateFileMappingW for `size` bytes of zeros, open to every local process at
-// every integrity level; the descriptor is freed before the return. `out` is assigned on success alone.
+// Creates a mapping of `size` zero bytes with CreateFileMappingW, open to every local process at every
+// integrity level. The security descriptor is freed before returning. `out` is assigned only on success.
 [[nodiscard]] CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
                                                    SharedMapping& out);
 
-// MapViewOfFile of the first `size` bytes (access 6). An object that is smaller answers 5. `out` is assigned
-// on success alone.
+// MapViewOfFile of the first `size` bytes (access 6). 5: the object is smaller. `out` is
+// assigned only on success.
 [[nodiscard]] std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
                                                            SharedView& out);
 
