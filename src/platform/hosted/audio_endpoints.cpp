@@ -1,4 +1,5 @@
-// The endpoints of the machine in the registry tree, behaving as Core Audio's interfaces do.
+// Audio endpoints of the hosted machine, read from its registry tree. They behave
+// like Core Audio's interfaces.
 #include "platform/audio_endpoints.h"
 
 #include <utility>
@@ -12,13 +13,13 @@
 namespace velmora {
 namespace {
 
-// AUDCLNT_E_DEVICE_INVALIDATED (audioclient.h): an endpoint that is not active, or gone.
+// AUDCLNT_E_DEVICE_INVALIDATED (audioclient.h): the endpoint is inactive or gone.
 constexpr auto status_device_invalidated = static_cast<std::int32_t>(0x88890004u);
-// What SetMute answers when the endpoint is muted, or not, as it is to be (S_FALSE, endpointvolume.h).
+// SetMute returns S_FALSE if nothing changes (endpointvolume.h).
 constexpr std::int32_t status_nothing_changed = 1;
 
-// A negative status stands in place of the call's work, a positive one behind it.
-std::int32_t tell(std::string_view operation, std::u16string_view subject = u"") {
+// Enters a call. A negative status replaces the call; a positive one is the call's result after its work.
+std::int32_t enter_call(std::string_view operation, std::u16string_view subject = u"") {
   const auto answer = static_cast<std::int32_t>(hosted::enter(operation, subject));
   return answer == std::int32_t{error_registry_io_failed} ? hresult_from_win32(answer) : answer;
 }
@@ -47,7 +48,7 @@ std::u16string number_text(std::int64_t number) {
   return {digits.begin(), digits.end()};
 }
 
-// Keeps a changed machine, or puts back the one from before. `status` is the call's own.
+// Keeps the changed registry and returns `status`, or restores `before` and returns the error.
 std::int32_t finish_change(hosted::RegistryTree before, std::int32_t status) {
   const std::int32_t error = hosted::keep_or_undo(std::move(before));
   return error == 0 ? status : hresult_from_win32(error);
@@ -56,19 +57,20 @@ std::int32_t finish_change(hosted::RegistryTree before, std::int32_t status) {
 }  // namespace
 
 void release_audio_object(std::uintptr_t native) noexcept {
-  static_cast<void>(tell("Release"));
+  static_cast<void>(enter_call("Release"));
   hosted::machine_state().audio_objects.erase(native);
 }
 
 std::int32_t create_device_enumerator(DeviceEnumerator& out) {
-  const std::int32_t status = tell("CoCreateInstance");
+  const std::int32_t status = enter_call("CoCreateInstance");
   if (status < 0) return status;
   hold({}, out);
   return status;
 }
 
 std::int32_t get_default_device(const DeviceEnumerator&, EndpointFlow flow, AudioDevice& out) {
-  const std::int32_t status = tell("GetDefaultAudioEndpoint", number_text(static_cast<std::int32_t>(flow)));
+  const std::int32_t status =
+      enter_call("GetDefaultAudioEndpoint", number_text(static_cast<std::int32_t>(flow)));
   if (status < 0) return status;
   std::u16string id = hosted::default_endpoint_of(registry(), flow);
   if (id.empty()) return status_not_found;
@@ -77,7 +79,7 @@ std::int32_t get_default_device(const DeviceEnumerator&, EndpointFlow flow, Audi
 }
 
 std::int32_t get_device(const DeviceEnumerator&, std::u16string_view id, AudioDevice& out) {
-  const std::int32_t status = tell("GetDevice", id);
+  const std::int32_t status = enter_call("GetDevice", id);
   if (status < 0) return status;
   if (!hosted::find_endpoint(registry(), id)) return status_not_found;
   hold({std::u16string(id), {}, {}}, out);
@@ -86,7 +88,7 @@ std::int32_t get_device(const DeviceEnumerator&, std::u16string_view id, AudioDe
 
 std::int32_t list_active_devices(const DeviceEnumerator&, EndpointFlow flow, AudioDeviceList& out,
                                  std::uint32_t& count) {
-  const std::int32_t status = tell("EnumAudioEndpoints", number_text(static_cast<std::int32_t>(flow)));
+  const std::int32_t status = enter_call("EnumAudioEndpoints", number_text(static_cast<std::int32_t>(flow)));
   if (status < 0) return status;
   hosted::AudioObject list;
   for (hosted::TreeEndpoint& endpoint : hosted::endpoints_of(registry(), flow)) {
@@ -98,7 +100,7 @@ std::int32_t list_active_devices(const DeviceEnumerator&, EndpointFlow flow, Aud
 }
 
 std::int32_t get_listed_device(const AudioDeviceList& list, std::uint32_t index, AudioDevice& out) {
-  const std::int32_t status = tell("Item", number_text(index));
+  const std::int32_t status = enter_call("Item", number_text(index));
   if (status < 0) return status;
   const auto& listed = object_of(list.native()).listed;
   if (index >= listed.size()) return status_invalid_argument;
@@ -107,14 +109,14 @@ std::int32_t get_listed_device(const AudioDeviceList& list, std::uint32_t index,
 }
 
 std::int32_t get_device_id(const AudioDevice& device, std::u16string& out) {
-  const std::int32_t status = tell("GetId");
+  const std::int32_t status = enter_call("GetId");
   if (status >= 0) out = object_of(device.native()).id;
   return status;
 }
 
 std::int32_t read_endpoint_name(const AudioDevice& device, std::u16string& out) {
   const std::u16string& id = object_of(device.native()).id;
-  const std::int32_t status = tell("OpenPropertyStore", id);
+  const std::int32_t status = enter_call("OpenPropertyStore", id);
   if (status < 0) return status;
   auto name = hosted::endpoint_name_of(registry(), id);
   if (!name) return status_unexpected;
@@ -124,7 +126,7 @@ std::int32_t read_endpoint_name(const AudioDevice& device, std::u16string& out) 
 
 std::int32_t read_peak_value(const AudioDevice& device, float& out) {
   const std::u16string& id = object_of(device.native()).id;
-  const std::int32_t status = tell("GetPeakValue", id);
+  const std::int32_t status = enter_call("GetPeakValue", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   out = hosted::peak_at(registry(), id, steady_now_ns());
@@ -133,7 +135,7 @@ std::int32_t read_peak_value(const AudioDevice& device, float& out) {
 
 std::int32_t activate_volume(const AudioDevice& device, EndpointVolume& out) {
   const std::u16string& id = object_of(device.native()).id;
-  const std::int32_t status = tell("Activate", id);
+  const std::int32_t status = enter_call("Activate", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   hold({id, {}, {}}, out);
@@ -142,7 +144,7 @@ std::int32_t activate_volume(const AudioDevice& device, EndpointVolume& out) {
 
 std::int32_t get_volume_level(const EndpointVolume& volume, float& out) {
   const std::u16string& id = object_of(volume.native()).id;
-  const std::int32_t status = tell("GetMasterVolumeLevelScalar", id);
+  const std::int32_t status = enter_call("GetMasterVolumeLevelScalar", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   out = hosted::volume_of(registry(), id);
@@ -152,7 +154,7 @@ std::int32_t get_volume_level(const EndpointVolume& volume, float& out) {
 std::int32_t set_volume_level(const EndpointVolume& volume, float level) {
   const hosted::RegistryChange turn = hosted::begin_registry_change();
   const std::u16string& id = object_of(volume.native()).id;
-  const std::int32_t status = tell("SetMasterVolumeLevelScalar", id);
+  const std::int32_t status = enter_call("SetMasterVolumeLevelScalar", id);
   if (status < 0) return status;
   if (!(level >= 0 && level <= 1)) return status_invalid_argument;
   if (!is_active(id)) return status_device_invalidated;
@@ -163,7 +165,7 @@ std::int32_t set_volume_level(const EndpointVolume& volume, float level) {
 
 std::int32_t get_mute(const EndpointVolume& volume, bool& out) {
   const std::u16string& id = object_of(volume.native()).id;
-  const std::int32_t status = tell("GetMute", id);
+  const std::int32_t status = enter_call("GetMute", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   out = hosted::muted_of(registry(), id);
@@ -173,7 +175,7 @@ std::int32_t get_mute(const EndpointVolume& volume, bool& out) {
 std::int32_t set_mute(const EndpointVolume& volume, bool muted) {
   const hosted::RegistryChange turn = hosted::begin_registry_change();
   const std::u16string& id = object_of(volume.native()).id;
-  const std::int32_t status = tell("SetMute", id);
+  const std::int32_t status = enter_call("SetMute", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   if (hosted::muted_of(registry(), id) == muted) return status_nothing_changed;
@@ -184,7 +186,7 @@ std::int32_t set_mute(const EndpointVolume& volume, bool muted) {
 
 std::int32_t list_sessions(const AudioDevice& device, AudioSessionList& out, std::int32_t& count) {
   const std::u16string& id = object_of(device.native()).id;
-  const std::int32_t status = tell("GetSessionEnumerator", id);
+  const std::int32_t status = enter_call("GetSessionEnumerator", id);
   if (status < 0) return status;
   if (!is_active(id)) return status_device_invalidated;
   hosted::AudioObject list{id, {}, hosted::sessions_of(registry(), id)};
@@ -194,7 +196,7 @@ std::int32_t list_sessions(const AudioDevice& device, AudioSessionList& out, std
 }
 
 std::int32_t read_session(const AudioSessionList& list, std::int32_t index, AudioSession& out) {
-  const std::int32_t status = tell("GetSession", number_text(index));
+  const std::int32_t status = enter_call("GetSession", number_text(index));
   if (status < 0) return status;
   const auto& sessions = object_of(list.native()).sessions;
   if (index < 0 || static_cast<std::size_t>(index) >= sessions.size()) return status_invalid_argument;

@@ -34,7 +34,7 @@ std::u16string joined(std::u16string_view path, std::u16string_view name) {
   return std::u16string(path).append(u"\\").append(name);
 }
 
-// What `strtof` reads of a text in the C locale; `otherwise` where it is missing or begins with no number.
+// Reads text like strtof in the C locale. Returns `otherwise` if it is missing or is not a number.
 float float_of(const TreeKey* key, std::u16string_view name, float otherwise) {
   const auto text = find_text(key, name);
   if (!text) return otherwise;
@@ -47,7 +47,7 @@ const TreeKey* own_key_of(const RegistryTree& registry, std::u16string_view id) 
   return find_key(registry, joined(own_path, id));
 }
 
-// The flow of an id, by its beginning.
+// Derives the flow from the prefix of the id.
 std::optional<EndpointFlow> flow_of(std::u16string_view id) {
   for (const EndpointFlow flow : {EndpointFlow::render, EndpointFlow::capture}) {
     if (id.starts_with(words_of(flow).id_prefix)) return flow;

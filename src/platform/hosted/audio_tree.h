@@ -1,9 +1,9 @@
-// The audio endpoints of a machine, read out of its registry. Pure.
+// The audio endpoints of a machine, read from its registry. Pure.
 //
-// Windows keeps endpoints below `MMDevices\Audio\Render` and `...\Capture`: a key for each, with its state
-// and its properties. What Windows keeps elsewhere stands below the hosted machine's own key
-// `SOFTWARE\VelmoraStandIn\Audio`: the defaults (`DefaultRender`, `DefaultCapture`: ids), and below a key
-// named by the id of an endpoint its volume, mute, peak and sessions.
+// Windows keeps endpoints below `MMDevices\Audio\Render` and `...\Capture`: one key each, with its state and
+// properties. Everything else is below the hosted machine's own key `SOFTWARE\VelmoraStandIn\Audio`. There
+// the values `DefaultRender` and `DefaultCapture` hold ids. A subkey named by an endpoint's id holds its
+// volume, mute, peak and sessions.
 #pragma once
 
 #include <cstdint>
@@ -18,38 +18,40 @@
 namespace velmora::hosted {
 
 struct TreeEndpoint {
-  std::u16string id;    // "{0.0.0.00000000}." (render) or "{0.0.1.00000000}." (capture) and the key's name
+  std::u16string id;    // "{0.0.0.00000000}." (render) or "{0.0.1.00000000}." (capture) plus the key's name
   bool active = false;  // DeviceState is 1
 };
 
-// In the order of the keys.
+// Lists the endpoints of a flow, in the order of their keys.
 [[nodiscard]] std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlow flow);
 
-// The endpoint with this id, exact in case.
+// Finds an endpoint by id, case-sensitive.
 [[nodiscard]] std::optional<TreeEndpoint> find_endpoint(const RegistryTree& registry, std::u16string_view id);
 
-// The active endpoint that is named as the default, else the first active one; empty when there is none.
+// Returns the id of the default endpoint if it is active, otherwise of the first active one. Empty
+// if there is none.
 [[nodiscard]] std::u16string default_endpoint_of(const RegistryTree& registry, EndpointFlow flow);
 
-// The friendly name ({a45c254e-df1c-4efd-8020-67d146a850e0},14). Exports often lack it, since Windows makes
-// it of the description (the same,2) and the interface's name ({b3f8fa53-0004-438e-9003-51a46e139bfc},6), as
-// "2 (6)". No value when there is no description either, or when the property is no text.
+// Reads the friendly name ({a45c254e-df1c-4efd-8020-67d146a850e0},14). Exports often lack it: Windows composes
+// it as "DESCRIPTION (INTERFACE)", from the description (same GUID, 2) and the interface name
+// ({b3f8fa53-0004-438e-9003-51a46e139bfc},6). Without an interface name it is the description. No value if the
+// friendly name is not text, or if there is neither a friendly name nor a description.
 [[nodiscard]] std::optional<std::u16string> endpoint_name_of(const RegistryTree& registry,
                                                              std::u16string_view id);
 
-// `Volume` (REG_SZ, a number; 1 where it is missing or none), `Muted` (REG_DWORD) and `Peak` (REG_SZ, any
-// number that strtof reads; 0 where it is missing) of an endpoint.
+// Values of an endpoint: `Volume` (REG_SZ, 0 to 1; default 1), `Muted` (REG_DWORD; default 0) and `Peak`
+// (REG_SZ, any number that strtof reads; default 0).
 [[nodiscard]] float volume_of(const RegistryTree& registry, std::u16string_view id);
 [[nodiscard]] bool muted_of(const RegistryTree& registry, std::u16string_view id);
 [[nodiscard]] float peak_of(const RegistryTree& registry, std::u16string_view id);
-// What a meter shows at a moment of the steady clock: the peak, and where `PeakSwing` (REG_SZ, a number) is
-// given, up to so much above and below it.
+// The meter's value at a time of the steady clock. `PeakSwing` (REG_SZ, a number; default 0) makes it swing
+// around the peak by that much.
 [[nodiscard]] float peak_at(const RegistryTree& registry, std::u16string_view id, std::int64_t now_ns);
 void put_volume(RegistryTree& registry, std::u16string_view id, float level);
 void put_muted(RegistryTree& registry, std::u16string_view id, bool muted);
 
-// The sessions of an endpoint, in the order of the keys below its key `Sessions`: `State` and `ProcessId`
-// (REG_DWORD), 0 where they are missing.
+// Lists the sessions of an endpoint, in the order of the keys below its key `Sessions`. `State` and
+// `ProcessId` (REG_DWORD) default to 0.
 [[nodiscard]] std::vector<AudioSession> sessions_of(const RegistryTree& registry, std::u16string_view id);
 
 }  // namespace velmora::hosted

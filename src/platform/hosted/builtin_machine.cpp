@@ -1,6 +1,6 @@
-// The machine of a native program that has been given none: three audio endpoints, one of them with a
-// driver's effect in the legacy slot and a session that plays, the effect as it is installed, and the
-// services that audio needs.
+// The machine of a native program without VELMORA_MACHINE. It has three audio endpoints, the
+// installed effect and the services that audio needs. One endpoint has a driver's effect in the
+// legacy slot and an active session.
 #include "platform/hosted/machine_state.h"
 
 namespace velmora::hosted {

@@ -1,5 +1,5 @@
-// Paths as POSIX writes them, and those of a machine with drives. Pure text, so that the machine in memory
-// writes them alike on every system.
+// Path operations for POSIX paths and for Windows paths with drives. They only handle text, so the machine in
+// memory gives the same results on every system.
 #include "platform/hosted/paths.h"
 
 #include "base/ascii.h"
@@ -10,7 +10,7 @@ namespace {
 
 bool is_separator(char byte) { return byte == '\\' || byte == '/'; }
 
-// How long the part is that has no parent, where Windows' rules hold for the path; else 0.
+// Length of the root of a Windows path, in bytes. 0 if Windows' rules do not apply to the path.
 std::size_t windows_root_bytes(std::string_view path) {
   constexpr std::size_t drive_root_bytes = 3;
   constexpr std::size_t share_root_bytes = 2;
@@ -30,7 +30,7 @@ bool has_share(std::string_view path) {
 
 std::string join_path(std::string_view directory, std::string_view name) {
   std::string joined(directory);
-  // A drive that is written with a slash keeps to it.
+  // A drive path written with slashes continues with slashes.
   const bool by_backslash = has_share(directory) || (has_drive(directory) && directory[2] == '\\');
   const char separator = by_backslash ? '\\' : '/';
   if (!directory.empty() && directory.back() != '/' && directory.back() != separator) joined += separator;

@@ -17,7 +17,7 @@ namespace {
 constexpr std::uint32_t key_create_sub_key = 0x4;
 constexpr std::uint32_t right_to_delete = 0x10000;
 constexpr std::uint32_t key_all_access = 0xF003F;
-constexpr std::uint32_t key_views = 0x300;  // which view of the registry: no right at all
+constexpr std::uint32_t key_views = 0x300;  // registry view flags, not rights
 
 constexpr std::u16string_view local_machine = u"HKEY_LOCAL_MACHINE";
 
@@ -27,20 +27,20 @@ std::u16string full_path(std::u16string_view path) {
   return full;
 }
 
-// Whether `path` is `above` or stands below it.
+// Whether `path` is `above` or below it.
 bool lies_below(std::u16string_view path, std::u16string_view above) {
   return path.size() >= above.size() && hosted::same_name(path.substr(0, above.size()), above) &&
          (path.size() == above.size() || path[above.size()] == u'\\');
 }
 
-// A path of the access list. It may as well begin with the root, as an export writes keys, and end with a
-// backslash.
+// Completes a path of the access list. It may start with the root, as in exports, and may
+// end with a backslash.
 std::u16string listed_path(std::u16string_view path) {
   if (path.ends_with(u'\\')) path.remove_suffix(1);
   return lies_below(path, local_machine) ? std::u16string(path) : full_path(path);
 }
 
-// The access that the machine grants to a key, by the longest path in its list that holds the key.
+// Returns the access that the longest matching path of the access list grants.
 std::uint32_t granted_access(const hosted::RegistryTree& registry, std::u16string_view path) {
   const hosted::TreeKey* list = hosted::find_key(registry, hosted::access_list_path);
   std::uint32_t granted = key_all_access;
@@ -63,7 +63,7 @@ RegistryKey hold_key(std::u16string path, std::uint32_t access) {
   return RegistryKey(number);
 }
 
-// The key behind a handle for an access that it has to have been opened with; null with the error.
+// The key of a handle. If the handle was not opened with the required access, null and the error.
 struct KeyAccess {
   hosted::TreeKey* key;
   std::int32_t error;
@@ -71,7 +71,7 @@ struct KeyAccess {
 KeyAccess reach_key(const RegistryKey& handle, std::uint32_t access) {
   hosted::MachineState& machine = hosted::machine_state();
   const hosted::OpenKey& open = machine.open_keys.at(handle.native());
-  // The handle is looked at before the key that it leads to.
+  // As in Windows, check the access of the handle before the existence of its key.
   if ((open.access & access) != access) return {nullptr, error_access_denied};
   hosted::TreeKey* key = open.deleted ? nullptr : hosted::find_key(machine.registry, open.path);
   if (key == nullptr) return {nullptr, error_key_deleted};
@@ -101,7 +101,7 @@ std::optional<std::u16string> read_text(const hosted::RegistryTree& registry, st
   return std::u16string(until_nul(units_of(value->bytes, storage)));
 }
 
-// A variable of the machine's own environment, from where Windows keeps it.
+// Finds a machine-wide environment variable where Windows stores it.
 std::optional<std::u16string> find_variable(const hosted::RegistryTree& registry, std::u16string_view name) {
   constexpr std::u16string_view environment =
       u"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Environment";
@@ -114,7 +114,7 @@ std::optional<std::u16string> find_variable(const hosted::RegistryTree& registry
   return read_text(registry, environment, name);
 }
 
-// Replaces each %NAME% that is known, once; everything else stays.
+// Replaces each known %NAME% once. Everything else is unchanged.
 std::u16string expand_variables(const hosted::RegistryTree& registry, std::u16string_view text) {
   std::u16string expanded;
   while (!text.empty()) {
@@ -138,7 +138,7 @@ bool ends_with_nul(std::string_view bytes) {
   return bytes.size() >= 2 && bytes[bytes.size() - 2] == '\0' && bytes.back() == '\0';
 }
 
-// A text as a restricted reading gives it: expanded, and with a terminator in any case.
+// Converts text as RegGetValueW does: expanded and always terminated.
 std::string complete_text(const hosted::RegistryTree& registry, const hosted::TreeValue& value) {
   std::string bytes = value.bytes;
   if (value.type == reg_expand_sz) {
@@ -149,13 +149,13 @@ std::string complete_text(const hosted::RegistryTree& registry, const hosted::Tr
   return bytes;
 }
 
-// The flag that lets a type through (RRF_RT_*, winreg.h). 0 for a type that has none.
+// Returns the RRF_RT_* flag (winreg.h) that accepts a type, or 0 for a type without a flag.
 std::uint32_t restriction_of(std::uint32_t type) {
   constexpr std::uint32_t flags[] = {0x1, 0x2, 0x4, 0x8, 0x10, 0, 0, 0x20, 0, 0, 0, 0x40};
   return type < std::size(flags) ? flags[type] : 0;
 }
 
-// After a failure the buffer's contents mean nothing, and nobody may take them for something.
+// On failure the buffer is undefined. Fill it with garbage so that no caller relies on it.
 RegistryQuery fail_reading(void* buffer, std::uint32_t capacity, RegistryQuery failure) {
   if (buffer != nullptr) std::memset(buffer, 0x5A, capacity);
   return failure;
@@ -219,7 +219,7 @@ RegistryQuery query_registry_value(const RegistryKey& key, std::u16string_view n
   if (buffer == nullptr) return {0, value->type, size};
   if (capacity < size) return fail_reading(buffer, capacity, {error_more_data, value->type, size});
   char* end = std::copy(value->bytes.begin(), value->bytes.end(), static_cast<char*>(buffer));
-  // As the real call does for a text that was stored without its terminator.
+  // Windows also terminates text that was stored without a terminator.
   if (is_text(value->type) && size != 0 && capacity - size >= 2 && !ends_with_nul(value->bytes)) {
     std::fill_n(end, 2, '\0');
   }

@@ -1,4 +1,4 @@
-// Reading exports. Troubles are plain texts, empty where nothing is wrong; the line is the reader's.
+// Reads registry exports. A Trouble is an error message, empty on success; the line number is the reader's.
 #include "platform/hosted/registry_export.h"
 
 #include <algorithm>
@@ -30,7 +30,7 @@ struct Reader {
   std::u16string_view rest;
   std::size_t line = 1;
   RegistryTree tree;
-  TreeKey* key = nullptr;  // the one that values go to
+  TreeKey* key = nullptr;  // receives the values
 };
 
 bool take(Reader& reader, std::u16string_view text) {
@@ -48,8 +48,8 @@ void skip_comment(Reader& reader) {
   reader.rest.remove_prefix(std::min(reader.rest.find_first_of(line_ends), reader.rest.size()));
 }
 
-// `why` tells of anything else that stands here. The editor ends its last line too: a file that does not was
-// cut short.
+// Reports `why` for anything but a line end. The registry editor ends its last line too, so a file
+// without that was truncated.
 Trouble take_line_end(Reader& reader, Trouble why) {
   if (reader.rest.empty()) return "the file ends in the middle of a line";
   if (take(reader, u"\r\n") || take(reader, u"\n")) {
@@ -92,7 +92,7 @@ Trouble read_key_line(Reader& reader) {
   return take_line_end(reader, "more text behind a key");
 }
 
-// Line ends stand for themselves in quotes.
+// Line ends inside quotes are literal.
 Trouble read_quoted(Reader& reader, std::u16string& text) {
   const std::size_t opened = reader.line;
   reader.rest.remove_prefix(1);
@@ -112,7 +112,7 @@ Trouble read_quoted(Reader& reader, std::u16string& text) {
   return "a quote that is not closed";
 }
 
-// The number of hexadecimal digits that come next, if they are `fewest` to `most` and no more follow.
+// Reads a hexadecimal number of `fewest` to `most` digits. No value if more digits follow.
 std::optional<std::uint32_t> take_number(Reader& reader, std::size_t fewest, std::size_t most) {
   std::size_t count = 0;
   while (count < reader.rest.size() && hex_digit_value(reader.rest[count]) >= 0) ++count;
@@ -125,7 +125,7 @@ std::optional<std::uint32_t> take_number(Reader& reader, std::size_t fewest, std
   return number;
 }
 
-// Goes over a backslash at a line's end and the blanks that the next line begins with, where they come next.
+// Skips line continuations: a backslash at the end of a line and the leading blanks of the next one.
 Trouble take_continuation(Reader& reader) {
   while (take(reader, u"\\")) {
     skip_blanks(reader);
@@ -222,7 +222,7 @@ Trouble read_header(Reader& reader) {
   return take(reader, header) ? take_line_end(reader, why) : why;
 }
 
-// The text of a file in UTF-16, or the first place that gives none.
+// The text of a file in UTF-16, or the first encoding error.
 using Decoded = std::variant<std::u16string, ExportTrouble>;
 
 Decoded decode_utf16(std::string_view bytes) {
@@ -252,7 +252,7 @@ Decoded decode_utf8(std::string_view bytes) {
   return text;
 }
 
-// `form` comes out but for its line ends.
+// Sets `form`, except for its line ends.
 Decoded decode(std::string_view bytes, ExportForm& form) {
   if (bytes.starts_with("\xFE\xFF")) return ExportTrouble{1, "big-endian UTF-16"};
   const bool utf16_mark = bytes.starts_with("\xFF\xFE");

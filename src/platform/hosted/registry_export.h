@@ -1,5 +1,5 @@
-// Registry export files: the text that the Windows registry editor writes and reads ("Windows Registry Editor
-// Version 5.00"). Pure.
+// Registry export files, the text format of the Windows registry editor ("Windows Registry
+// Editor Version 5.00"). Pure.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace velmora::hosted {
 
-// How a file was written, so that it can be written back alike.
+// The form of a file, so that it can be written back unchanged.
 struct ExportForm {
   bool utf16 = true;  // little-endian; otherwise UTF-8
   bool byte_order_mark = true;
@@ -24,21 +24,23 @@ struct ParsedExport {
   ExportForm form;
 };
 
-// The first thing that is wrong with a file. Its characters are looked at before its lines.
+// The first error in a file. Encoding errors are found before syntax errors.
 struct ExportTrouble {
   std::size_t line;  // from 1
   std::string why;   // plain English, ASCII
 };
 
-// Reads a whole file. It is taken at its word, strictly: whatever is not the format is trouble, and nothing
-// of the file counts then. Comments are read over. Keys and values come in the order in which the file first
-// names them. A file without a byte order mark is UTF-16 when its second byte is 0, and UTF-8 otherwise.
+// Parses a whole file strictly: any deviation from the format is an error, and then nothing of the file is
+// used. Comments are skipped. Keys and values are in the order of their first mention. A file without a byte
+// order mark is UTF-16 if its second byte is 0, otherwise UTF-8.
 [[nodiscard]] std::variant<ParsedExport, ExportTrouble> parse_export(std::string_view bytes);
 
-// Writes a whole file. Reading it back gives the same tree, for each tree that keeps the bounds of
-// registry_tree.h and has no other roots than HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER, HKEY_CLASSES_ROOT,
-// HKEY_USERS and HKEY_CURRENT_CONFIG. A tree with names that UTF-8 cannot hold (unpaired surrogates) is
-// written in UTF-16, with a byte order mark, whatever the form says.
+// Formats a whole file. Parsing it gives the same tree if the tree respects the bounds of
+// registry_tree.h. Its only roots must be HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER,
+// HKEY_CLASSES_ROOT, HKEY_USERS and HKEY_CURRENT_CONFIG.
+//
+// Names that UTF-8 cannot encode (unpaired surrogates) force UTF-16 with a byte order
+// mark, whatever `form` says.
 [[nodiscard]] std::string format_export(const RegistryTree& tree, const ExportForm& form);
 
 }  // namespace velmora::hosted

@@ -1,4 +1,4 @@
-// Writing exports.
+// Writes registry exports.
 #include <cstdint>
 #include <cstdio>
 
@@ -13,7 +13,7 @@ constexpr std::uint32_t reg_sz = 1;
 constexpr std::uint32_t reg_binary = 3;
 constexpr std::uint32_t reg_dword = 4;
 
-// A list of bytes goes on in the next line once its line has come this far, in characters.
+// A list of bytes continues on the next line after this many characters.
 constexpr std::size_t full_line_columns = 77;
 
 struct Writer {
@@ -36,13 +36,13 @@ std::u16string units_of(std::string_view bytes) {
   return units;
 }
 
-// Whether a value reads back as the same when it is written in quotes; if so, `text` is what goes there.
+// Whether a value survives being written as quoted text. If so, `text` is that text.
 bool is_plain_text(const TreeValue& value, bool utf16, std::u16string& text) {
   if (value.type != reg_sz || value.bytes.size() % 2 != 0) return false;
   text = units_of(value.bytes);
   if (text.empty() || text.back() != u'\0') return false;
   text.pop_back();
-  // Tabs and whole line ends stand for themselves, as the editor writes them.
+  // Tabs and CR LF are literal, as the registry editor writes them.
   for (std::size_t index = 0; index < text.size(); ++index) {
     const bool ends_line = text.compare(index, 2, u"\r\n") == 0;
     if (text[index] < 0x20 && text[index] != u'\t' && !ends_line) return false;
@@ -60,7 +60,7 @@ void write_quoted(Writer& writer, std::u16string_view text) {
   writer.text += u'"';
 }
 
-// `format` is for one unsigned number and comes to at most 15 characters.
+// `format` must take one unsigned number and print at most 15 characters.
 void write_number(Writer& writer, const char* format, std::uint32_t number) {
   char digits[16];
   static_cast<void>(std::snprintf(digits, sizeof digits, format, static_cast<unsigned>(number)));
@@ -111,7 +111,7 @@ void write_value(Writer& writer, const TreeValue& value) {
   writer.text += writer.line_end;
 }
 
-// `path` leads to the key, and is the same again afterwards.
+// `path` is the key's path. It is modified during the call and restored afterwards.
 void write_key(Writer& writer, const TreeKey& key, std::u16string& path) {
   if (key.has_line || !key.values.empty() || key.keys.empty()) {
     writer.text.append(u"[").append(path).append(u"]").append(writer.line_end);
@@ -146,7 +146,7 @@ std::string format_export(const RegistryTree& tree, const ExportForm& form) {
     write_key(writer, root, path);
   }
   if (form.utf16) return encode_utf16(writer.text, form.byte_order_mark);
-  // A name may hold an unpaired surrogate; only the whole file in UTF-16 keeps it.
+  // A name may hold an unpaired surrogate, which only UTF-16 preserves.
   if (!fits_utf8(writer.text)) return format_export(tree, {true, true, form.carriage_returns});
   return (form.byte_order_mark ? "\xEF\xBB\xBF" : "") + utf8_from_wide_replacing(writer.text);
 }

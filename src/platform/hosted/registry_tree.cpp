@@ -15,8 +15,8 @@ bool sorts_before(std::u16string_view left, std::u16string_view right) {
                                       [](char16_t a, char16_t b) { return ascii_upper(a) < ascii_upper(b); });
 }
 
-// The one of this name in a list of keys or values. An export comes in the order of the tree, so the last one
-// is asked for most.
+// Finds a key or value by name in a list. Checks the last entry first: exports follow the tree's order, so it is
+// the most likely match.
 template <typename List>
 auto find_named(List& list, std::u16string_view name) {
   if (!list.empty() && same_name(list.back().name, name)) return std::prev(list.end());
@@ -74,8 +74,8 @@ TreeKey& make_key(TreeKey& from, std::u16string_view path, KeyPlace place) {
   for (std::size_t begin = 0; begin <= path.size();) {
     const std::size_t end = std::min(path.find(u'\\', begin), path.size());
     const std::u16string_view name = path.substr(begin, end - begin);
-    // Of a file, only the key that a line names; while the machine runs, every key that is made. A root needs
-    // none.
+    // When parsing, only keys named by a line of the file get one. At run time every new key gets one.
+    // A root needs none.
     const bool has_line = place == KeyPlace::by_name && key != &from;
     key = &make_child(*key, name, place, has_line);
     begin = end + 1;
@@ -86,7 +86,7 @@ TreeKey& make_key(TreeKey& from, std::u16string_view path, KeyPlace place) {
 
 bool remove_key(TreeKey& from, std::u16string_view path) {
   const std::size_t cut = path.rfind(u'\\');
-  // No key has an empty name, and the empty path in front of the backslash would lead back to `from`.
+  // Key names are never empty. Without this check the empty parent path would resolve to `from`.
   if (cut == 0) return false;
   const bool is_direct = cut == std::u16string_view::npos;
   TreeKey* parent = is_direct ? &from : find_key(from, path.substr(0, cut));

@@ -1,10 +1,14 @@
-// The services of the machine in the registry tree, behaving as the service control manager does. What is
-// installed, and what depends on what, is read where Windows keeps it (`SYSTEM\CurrentControlSet\Services`);
-// what runs is kept in memory. How a service behaves stands below the hosted machine's own key
-// `SOFTWARE\VelmoraStandIn\Services`, in a key of the service's name: `StopMs` and `StartMs` (how long it is
-// on its way, milliseconds; 0xFFFFFFFF: for ever), `StopError` and `StartError` (with which Win32 error it
-// refuses), `State` (what it is in at first). Each change of state is published (`publish_service_state`),
-// those that take time when they are next asked for.
+// Services of the hosted machine, behaving like the service control manager.
+//
+// Installed services and their dependencies are read where Windows keeps them
+// (`SYSTEM\CurrentControlSet\Services`). Running states are kept in memory.
+//
+// The key `SOFTWARE\VelmoraStandIn\Services` configures behaviour, with one subkey per service. `StopMs` and
+// `StartMs` are durations in milliseconds (0xFFFFFFFF: forever). `StopError` and `StartError` are Win32
+// errors to return. `State` is the initial state.
+//
+// Each state change is published (`publish_service_state`). The end of a pending state is published
+// at the next query.
 #include "platform/services.h"
 
 #include <algorithm>
@@ -20,7 +24,7 @@ namespace velmora {
 namespace {
 
 constexpr std::uint32_t key_read = 0x20019;  // winnt.h
-// Types of start (winsvc.h): boot, system and automatic below, on demand and disabled from here on.
+// Start types (winsvc.h): lower values are boot, system and automatic.
 constexpr std::uint32_t start_on_demand = 3;
 constexpr std::uint32_t start_disabled = 4;
 
@@ -42,7 +46,7 @@ std::optional<std::uint32_t> own_number(std::u16string_view name, std::u16string
   return hosted::find_number(key, value);
 }
 
-// A service that starts by itself, as all do whose start is not told, runs at first.
+// Services with an automatic start, or without a start type, are running initially.
 std::uint32_t first_state(std::u16string_view name) {
   if (const auto state = own_number(name, u"State")) return *state;
   const std::uint32_t start = hosted::find_number(installed(name), u"Start").value_or(0);
@@ -77,7 +81,8 @@ void begin_change(std::u16string_view name, std::u16string_view duration, std::u
   hosted::publish_service_state(name, run.state);
 }
 
-// What a service needs. Groups of services, which begin with a plus sign, are not kept here.
+// Returns the dependencies of a service. Names that start with a plus sign are service groups,
+// which are not supported.
 std::vector<std::u16string> needs_of(const hosted::TreeKey& service) {
   std::vector<std::u16string> needs = hosted::find_texts(&service, u"DependOnService");
   std::erase_if(needs, [](const std::u16string& name) { return name.starts_with(u'+'); });
@@ -89,8 +94,8 @@ bool contains_name(const std::vector<std::u16string>& names, std::u16string_view
                      [&](const std::u16string& one) { return hosted::same_name(one, name); });
 }
 
-// Appends the services that need this one, those that need them in front: in this order they can be stopped
-// one by one, as Windows gives them. `seen` ends a ring of needs: those that have been looked at.
+// Appends all dependents of a service, indirect ones first. In this order, which Windows uses too, they can
+// be stopped one by one. `seen` holds visited services, so that a dependency cycle ends.
 void collect_dependents(std::u16string_view name, std::vector<std::u16string>& seen,
                         std::vector<std::u16string>& out) {
   seen.emplace_back(name);
@@ -112,9 +117,9 @@ std::vector<std::u16string> active_dependents_of(std::u16string_view name) {
   return names;
 }
 
-// What a service needs is started with it.
+// Starts the dependencies of a service, then the service.
 std::uint32_t start(std::u16string_view name, std::size_t depth) {
-  constexpr std::size_t most_depth = 64;  // a ring of needs ends here
+  constexpr std::size_t most_depth = 64;  // limits dependency cycles
   const hosted::TreeKey* service = installed(name);
   if (service == nullptr) return error_service_does_not_exist;
   if (depth == most_depth) return error_circular_dependency;
@@ -144,7 +149,7 @@ std::uint32_t stop(std::u16string_view name) {
   return 0;
 }
 
-std::uint32_t tell(std::string_view operation, std::u16string_view subject) {
+std::uint32_t enter_call(std::string_view operation, std::u16string_view subject) {
   return static_cast<std::uint32_t>(hosted::enter(operation, subject));
 }
 
@@ -152,7 +157,7 @@ const hosted::OpenService& opened(const Service& service) {
   return hosted::machine_state().open_services.at(service.native());
 }
 
-// Whether the service was opened for this.
+// Whether the service was opened with this access.
 bool may(const Service& service, std::uint32_t access) { return (opened(service).access & access) == access; }
 
 std::uintptr_t hold(std::u16string_view name, std::uint32_t access) {
@@ -164,7 +169,7 @@ std::uintptr_t hold(std::u16string_view name, std::uint32_t access) {
 
 void let_go(std::uintptr_t native) {
   auto& services = hosted::machine_state().open_services;
-  static_cast<void>(tell("CloseServiceHandle", services.at(native).name));
+  static_cast<void>(enter_call("CloseServiceHandle", services.at(native).name));
   services.erase(native);
 }
 
@@ -179,17 +184,17 @@ void ServiceManagerKind::release(Native native) noexcept { let_go(native); }
 void ServiceKind::release(Native native) noexcept { let_go(native); }
 
 std::uint32_t open_service_manager(ServiceManager& out) {
-  if (const std::uint32_t error = tell("OpenSCManagerW", u"")) return error;
+  if (const std::uint32_t error = enter_call("OpenSCManagerW", u"")) return error;
   out = ServiceManager(hold(u"", 0));
   return 0;
 }
 
 std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std::uint32_t access,
                            Service& out) {
-  if (const std::uint32_t error = tell("OpenServiceW", joined(name, u" ").append(decimal(access))))
+  if (const std::uint32_t error = enter_call("OpenServiceW", joined(name, u" ").append(decimal(access))))
     return error;
   if (installed(name) == nullptr) return error_service_does_not_exist;
-  // Who may only read a service's key may not start or stop it either.
+  // Starting or stopping a service requires write access to its key.
   const bool changes = (access & (service_start | service_stop)) != 0;
   const std::uint32_t wanted = changes ? key_read | key_set_value : key_read;
   if (!hosted::is_granted(hosted::machine_state().registry, joined(services_path, name), wanted)) {
@@ -200,24 +205,24 @@ std::uint32_t open_service(const ServiceManager&, std::u16string_view name, std:
 }
 
 std::uint32_t ask_service_to_stop(const Service& service) {
-  if (const std::uint32_t error = tell("ControlService", opened(service).name)) return error;
+  if (const std::uint32_t error = enter_call("ControlService", opened(service).name)) return error;
   return may(service, service_stop) ? stop(opened(service).name) : error_access_denied;
 }
 
 std::uint32_t start_service(const Service& service) {
-  if (const std::uint32_t error = tell("StartServiceW", opened(service).name)) return error;
+  if (const std::uint32_t error = enter_call("StartServiceW", opened(service).name)) return error;
   return may(service, service_start) ? start(opened(service).name, 0) : error_access_denied;
 }
 
 std::uint32_t query_service_state(const Service& service, std::uint32_t& out) {
-  if (const std::uint32_t error = tell("QueryServiceStatusEx", opened(service).name)) return error;
+  if (const std::uint32_t error = enter_call("QueryServiceStatusEx", opened(service).name)) return error;
   if (!may(service, service_query_status)) return error_access_denied;
   out = run_of(opened(service).name).state;
   return 0;
 }
 
 std::vector<std::u16string> active_dependents(const Service& service) {
-  if (tell("EnumDependentServicesW", opened(service).name) != 0) return {};
+  if (enter_call("EnumDependentServicesW", opened(service).name) != 0) return {};
   if (!may(service, service_enumerate_dependents)) return {};
   return active_dependents_of(opened(service).name);
 }

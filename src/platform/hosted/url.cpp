@@ -1,4 +1,4 @@
-// Splitting a URL as WinHttpCrackUrl does it: nothing is decoded, encoded or normalised.
+// Splits a URL like WinHttpCrackUrl: nothing is decoded, encoded or normalised.
 #include <optional>
 
 #include "base/ascii.h"
@@ -33,7 +33,7 @@ bool split_url(std::u16string_view url, UrlParts& out) {
   std::u16string_view authority = url.substr(0, path);
   if (path != std::u16string_view::npos) parts.path = url.substr(path);
   authority.remove_prefix(authority.rfind(u'@') + 1);
-  // The colons of an IPv6 address stand in brackets.
+  // The colons of an IPv6 address are inside brackets.
   const std::size_t bracket = authority.rfind(u']');
   const std::size_t port = authority.find(u':', bracket == std::u16string_view::npos ? 0 : bracket);
   parts.host = authority.substr(0, port);

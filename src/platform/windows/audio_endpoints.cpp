@@ -19,7 +19,7 @@ static_assert(static_cast<int>(EndpointFlow::capture) == eCapture);
 static_assert(session_active == AudioSessionStateActive);
 static_assert(status_unexpected == E_UNEXPECTED && status_out_of_memory == E_OUTOFMEMORY);
 
-// IAudioMeterInformation as endpointvolume.h publishes it; mingw-w64's header only names it.
+// IAudioMeterInformation as published in endpointvolume.h. mingw-w64's header only declares its name.
 struct MeterInterface;
 struct MeterFunctions {
   HRESULT(STDMETHODCALLTYPE* query_interface)(MeterInterface*, REFIID, void**);
@@ -42,7 +42,7 @@ Interface* pointer_of(std::uintptr_t native) {
   return reinterpret_cast<Interface*>(native);
 }
 
-// What is only needed within one operation: released at its end.
+// An interface used within one operation and released at its end.
 using AudioObject = Owner<AudioObjectKind<struct AnyInterface>>;
 
 template <typename Interface>
@@ -50,7 +50,7 @@ Interface* pointer_of(const AudioObject& object) {
   return pointer_of<Interface>(object.native());
 }
 
-// A text that a call has handed out.
+// Text allocated by a COM call.
 struct ComTextKind {
   using Native = wchar_t*;
   static constexpr Native none = nullptr;
@@ -58,7 +58,7 @@ struct ComTextKind {
 };
 using ComText = Owner<ComTextKind>;
 
-// A property's value, released with what it points to.
+// Owns a property value and what it points to.
 struct PropertyValue {
   PropertyValue() { PropVariantInit(&value); }
   PropertyValue(const PropertyValue&) = delete;
@@ -67,8 +67,8 @@ struct PropertyValue {
   PROPVARIANT value;
 };
 
-// Takes over what a call has handed out. The call stands in a statement of its own: among the arguments here
-// it might come behind the pointer that it sets.
+// Takes ownership of an interface pointer. Make the call in a separate statement before this one: argument
+// evaluation order could read `pointer` before the call sets it.
 template <typename Kind>
 std::int32_t take(HRESULT status, void* pointer, Owner<Kind>& out) {
   if (FAILED(status)) return status;

@@ -12,7 +12,7 @@ std::int64_t steady_now_ns() {
 }
 
 bool read_local_time(std::tm& out) {
-  // The C library would take a variable TZ, which Unix tools set in a form that it does not know, for UTC.
+  // Not localtime(): the C library reads TZ in a format of its own and falls back to UTC for Unix values.
   SYSTEMTIME now;
   GetLocalTime(&now);
   using namespace std::chrono;

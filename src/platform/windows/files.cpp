@@ -11,13 +11,12 @@ namespace {
 
 bool is_separator(char byte) { return byte == '\\' || byte == '/'; }
 
-// Whether the system takes the path for a device: NUL, CON, COM1 and their like, with an extension or a
-// directory in front too, by the rule of the Windows that runs. Asked before anything is opened: a serial
-// port that is only opened to be looked at has already been touched.
+// Whether the running Windows treats the path as a device: NUL, CON, COM1 and the like, even with a directory
+// or an extension. Check this before opening anything: merely opening a serial port affects it.
 bool names_device(const std::wstring& path) {
   constexpr std::wstring_view devices = L"\\\\.\\";
-  // A device's full path is short, so one that does not fit is none; the call then gives the size that it
-  // needs.
+  // A device's full path is short. If the path does not fit, the call returns the required size, and
+  // it is no device.
   std::array<wchar_t, MAX_PATH> full{};
   const DWORD length = GetFullPathNameW(path.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
   return length < full.size() && std::wstring_view(full.data(), length).starts_with(devices);
@@ -27,7 +26,8 @@ FileKind kind_of_attributes(DWORD attributes) {
   return attributes & FILE_ATTRIBUTE_DIRECTORY ? FileKind::directory : FileKind::regular;
 }
 
-// FILE_FLAG_BACKUP_SEMANTICS lets a directory be opened to be looked at, links followed.
+// The handle must be opened with FILE_FLAG_BACKUP_SEMANTICS, which directories need.
+// Links are already resolved.
 FileKind kind_of_open(HANDLE handle) {
   if (GetFileType(handle) != FILE_TYPE_DISK) return FileKind::other;
   BY_HANDLE_FILE_INFORMATION information;
@@ -37,16 +37,16 @@ FileKind kind_of_open(HANDLE handle) {
 
 constexpr DWORD share_all = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// What `error` means of a directory that cannot be listed. The root of an empty drive has not even the names
-// that every other directory has, and systems differ in what they say of a file.
+// Maps the error of a failed listing. The root of an empty drive lacks even `.` and `..`. Systems differ in
+// the error for a file.
 DWORD listing_error(std::string_view path, DWORD error) {
   const FileKind kind = query_file_kind(path);
   if (kind == FileKind::directory) return error == ERROR_FILE_NOT_FOUND ? 0 : error;
   return kind == FileKind::missing ? error : ERROR_DIRECTORY;
 }
 
-// One that is there, or that somebody else has made meanwhile, is a success. What the system says of those
-// differs: a drive's root is 5, all others are 183.
+// Succeeds if the directory exists, even if somebody else created it meanwhile. The error for an existing
+// directory differs: 5 for the root of a drive, otherwise 183.
 std::uint32_t make_directory(std::string_view path) {
   const std::wstring wide = wide_path(path);
   if (CreateDirectoryW(wide.c_str(), nullptr)) return 0;
@@ -59,7 +59,7 @@ std::uint32_t make_directory(std::string_view path) {
 FileKind query_file_kind(std::string_view path) {
   const std::wstring wide = wide_path(path);
   if (names_device(wide)) return FileKind::other;
-  // The attributes can be read where an access list denies every opening.
+  // Attributes are readable even if an access list denies opening the file.
   WIN32_FILE_ATTRIBUTE_DATA data;
   if (!GetFileAttributesExW(wide.c_str(), GetFileExInfoStandard, &data)) return FileKind::missing;
   if (!(data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
@@ -141,7 +141,7 @@ std::uint32_t remove_file(std::string_view path) {
 
 std::uint32_t list_directory(std::string_view path, std::vector<std::string>& names) {
   names.clear();
-  // Joined with nothing, the pattern would name the current directory.
+  // Without this check the pattern would list the current directory.
   if (path.empty()) return ERROR_PATH_NOT_FOUND;
   WIN32_FIND_DATAW entry;
   const std::wstring pattern = wide_path(join_path(path, "*"));

@@ -12,7 +12,7 @@ namespace {
 
 static_assert(WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY == 4 && WINHTTP_FLAG_SECURE == 0x800000);
 
-// WinHTTP is loaded at the first use: a service without an account address starts without it.
+// WinHTTP is loaded on first use: a service without an account address starts without it.
 struct WinHttp {
   HMODULE library = LoadLibraryExW(L"winhttp.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
 
@@ -130,7 +130,7 @@ std::uint32_t send_http_request(const HttpExchange& exchange, std::u16string_vie
                                 std::string_view body) {
   const std::wstring line = header.empty() ? std::wstring() : wide_text(header) + L"\r\n";
   const auto size = static_cast<DWORD>(body.size());
-  // The call takes its data as changeable and changes nothing of it.
+  // The call takes a non-const pointer but does not modify the data.
   void* data = body.empty() ? nullptr : const_cast<char*>(body.data());
   return result_of(winhttp().send_request(exchange_of(exchange).request,
                                           line.empty() ? nullptr : line.c_str(),

@@ -11,7 +11,7 @@
 #include <objbase.h>
 #include <shellapi.h>
 
-// mingw-w64's start-up code would expand `*` and `?` in arguments; ours are taken as they are given.
+// Disables mingw-w64's expansion of `*` and `?` in arguments.
 extern "C" {
 extern int _dowildcard;
 int _dowildcard = 0;
@@ -27,8 +27,7 @@ BOOL WINAPI on_console_event(DWORD event) {
   return handler != nullptr && handler(event) ? TRUE : FALSE;
 }
 
-// A console shows wide text as it is; bytes it would take for those of its own code page, which is not the
-// process's.
+// A console must get wide text: it would interpret bytes in its own code page, which is not the process's.
 void write_console(HANDLE console, std::string_view text) {
   const std::wstring wide = wide_text(wide_from_utf8_replacing(text));
   std::wstring_view rest = wide;
@@ -41,7 +40,7 @@ void write_console(HANDLE console, std::string_view text) {
   }
 }
 
-// Past the C library, whose streams would make two bytes of each line feed.
+// Bypasses the C library, whose streams would write each line feed as two bytes.
 void write_stream(DWORD stream, std::string_view text) {
   const HANDLE handle = GetStdHandle(stream);
   DWORD mode = 0;
@@ -65,7 +64,7 @@ std::string own_module_path() {
 void DynamicLibraryKind::release(Native native) noexcept { FreeLibrary(static_cast<HMODULE>(native)); }
 
 DynamicLibrary load_library(std::string_view path) {
-  // A damaged file is an answer for the caller and not a dialog that holds up the start.
+  // A damaged library must be an error for the caller, not a dialog that blocks the start.
   DWORD former_mode = 0;
   SetThreadErrorMode(GetThreadErrorMode() | SEM_FAILCRITICALERRORS, &former_mode);
   DynamicLibrary library(LoadLibraryW(wide_path(path).c_str()));
@@ -82,8 +81,7 @@ static_assert(COINIT_MULTITHREADED == 0);
 
 void stop_com() { CoUninitialize(); }
 
-// A drive without a disk is an answer for whoever asks for a file there, and not a dialog that holds up the
-// one thread of the service.
+// A drive without a disk must be an error for the caller, not a dialog that blocks the service's only thread.
 void prepare_process() { SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS); }
 
 void write_standard_output(std::string_view text) { write_stream(STD_OUTPUT_HANDLE, text); }
@@ -101,8 +99,8 @@ std::intptr_t open_in_browser(std::string_view address) {
 }
 static_assert(SW_SHOWNORMAL == 1);
 
-// Loaded from the system's own folder: imported, a file of that name beside the program would come first and
-// choose our token.
+// Loads bcrypt.dll from the system's folder. An import would prefer a file of that name beside the program,
+// which could then choose our token.
 bool fill_random(unsigned char* buffer, std::size_t size) {
   const DynamicLibrary library(LoadLibraryExW(L"bcrypt.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32));
   if (!library.is_open()) return false;
@@ -119,7 +117,7 @@ std::u16string guid_text(const Guid& guid) {
   std::array<wchar_t, 40> text{};
   const int count = StringFromGUID2(native, text.data(), static_cast<int>(text.size()));
   if (count <= 0) return {};
-  return {text.begin(), text.begin() + count - 1};  // the count holds the terminator
+  return {text.begin(), text.begin() + count - 1};  // the count includes the terminator
 }
 
 std::string load_machine() { return {}; }
@@ -146,7 +144,7 @@ std::u16string environment_variable(std::u16string_view name) {
   const DWORD size = GetEnvironmentVariableW(wide_name.c_str(), nullptr, 0);
   if (size == 0) return {};
   std::wstring value(size, L'\0');
-  // It may have grown since.
+  // The variable may have grown since.
   const DWORD length = GetEnvironmentVariableW(wide_name.c_str(), value.data(), size);
   return length < size ? std::u16string(value.begin(), value.begin() + length) : std::u16string();
 }

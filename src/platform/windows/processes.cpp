@@ -14,7 +14,7 @@ static_assert(TOKEN_QUERY == 8 && TokenElevation == 20 && sizeof(TOKEN_ELEVATION
 static_assert(TH32CS_SNAPPROCESS == 2 && TH32CS_SNAPMODULE == 8);
 static_assert(sizeof(PROCESSENTRY32W) == 568 && sizeof(MODULEENTRY32W) == 1080);
 
-// A handle of which none is a null pointer.
+// Owner kind for handles whose empty value is a null pointer.
 struct HandleKind {
   using Native = HANDLE;
   static constexpr Native none = nullptr;

@@ -49,10 +49,10 @@ RegistryQuery get_registry_value(std::u16string_view path, std::u16string_view n
                                  std::uint32_t restriction, void* buffer, std::uint32_t capacity) {
   DWORD type = REG_NONE;
   DWORD size = capacity;
-  // Wine 8 expands a REG_EXPAND_SZ into the buffer until it holds as many characters as it has bytes: with a
-  // buffer of the caller's own size it would write beyond it.
+  // Wine 8 expands a REG_EXPAND_SZ up to as many characters as the buffer has bytes, and so overruns it. A
+  // larger buffer avoids that.
   std::vector<BYTE> room(std::size_t{capacity} * sizeof(wchar_t));
-  // The default value is asked for without a name.
+  // A null name selects the default value.
   const std::wstring wide_name = wide_text(name);
   const LSTATUS error =
       RegGetValueW(HKEY_LOCAL_MACHINE, wide_text(path).c_str(), name.empty() ? nullptr : wide_name.c_str(),

@@ -68,7 +68,7 @@ std::vector<std::u16string> active_dependents(const Service& service) {
   DWORD count = 0;
   if (EnumDependentServicesW(handle, SERVICE_ACTIVE, nullptr, 0, &needed, &count)) return {};
   if (GetLastError() != ERROR_MORE_DATA || needed == 0) return {};
-  // The entries stand in front, the texts that they point to behind them.
+  // The buffer holds the entries first, then the texts that they point to.
   const std::size_t entries = needed / sizeof(ENUM_SERVICE_STATUSW) + 1;
   const auto buffer = std::make_unique<ENUM_SERVICE_STATUSW[]>(entries);
   if (!EnumDependentServicesW(handle, SERVICE_ACTIVE, buffer.get(), needed, &needed, &count)) return {};

@@ -7,10 +7,10 @@
 namespace velmora {
 namespace {
 
-// Who may reach the mapping (Security Descriptor String Format, Windows SDK): the owner, Local System and
-// Local Service, the account of the audio engine, have all access; authenticated users, everyone and
-// write-restricted code may read and write; the label is low integrity, so that a process of low integrity
-// may still write. Nothing is inherited.
+// Access to the mapping (Security Descriptor String Format, Windows SDK). The owner, Local System and
+// Local Service (the audio engine's account) have full access. Authenticated users, everyone and
+// write-restricted code may read and write. The label is low integrity, so low-integrity processes may
+// write too. Nothing is inherited.
 constexpr const wchar_t* open_to_all =
     L"D:P(A;;GA;;;OW)(A;;GA;;;SY)(A;;GA;;;LS)(A;;GRGW;;;AU)(A;;GRGW;;;WD)(A;;GRGW;;;WR)S:(ML;;NW;;;LW)";
 
@@ -43,7 +43,7 @@ CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
   const std::wstring wide_name = wide_text(name);
   const HANDLE handle = CreateFileMappingW(INVALID_HANDLE_VALUE, &attributes, PAGE_READWRITE, 0,
                                            static_cast<DWORD>(size), wide_name.c_str());
-  // LocalFree leaves the last error alone when it succeeds, so the two readings below still see the create's.
+  // A successful LocalFree keeps the last error, so both checks below see that of CreateFileMappingW.
   LocalFree(descriptor);
   const DWORD error = GetLastError();
   if (handle == nullptr) return {std::nullopt, error, false};

@@ -15,7 +15,7 @@ constexpr int system_backlog = 0x7fffffff;
 
 SOCKET socket_of(const Socket& socket) { return socket.native(); }
 
-// Winsock makes inheritable sockets; ours stay with this process. A failure leaves a working socket.
+// Winsock sockets are inheritable by default; ours must not be. If this fails, the socket still works.
 Socket own(SOCKET socket) {
   SetHandleInformation(handle_of(socket), HANDLE_FLAG_INHERIT, 0);
   return Socket(socket);
