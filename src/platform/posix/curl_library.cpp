@@ -5,8 +5,8 @@
 namespace velmora {
 namespace {
 
-// libcurl's TLS would take itself down when the process ends, while a check may still be in flight on its
-// thread.
+// libcurl's TLS library would clean up at process exit, while another thread may still be using it. This
+// disables that exit handler.
 void keep_tls_until_the_end(void* library) {
   using Initialise = int(std::uint64_t options, const void* settings);
   constexpr std::uint64_t no_exit_handler = 0x00080000;  // OPENSSL_INIT_NO_ATEXIT, openssl/crypto.h

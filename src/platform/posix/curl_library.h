@@ -1,4 +1,4 @@
-// libcurl, loaded at run time: a service without an account service never has it in its memory.
+// libcurl, loaded at run time, so that a service without an account service never loads it.
 #pragma once
 
 #include <curl/curl.h>
@@ -6,8 +6,8 @@
 
 namespace velmora {
 
-// The functions in use by the library's own names without `curl_`. Null where the library, or this one
-// function of it, is missing.
+// The functions in use, named as in the library but without `curl_`. Null if the library or
+// the function is missing.
 struct Curl {
   void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
 
@@ -41,7 +41,7 @@ struct Curl {
   decltype(curl_url_cleanup)* url_cleanup = find<decltype(curl_url_cleanup)>("curl_url_cleanup");
   decltype(curl_free)* free = find<decltype(curl_free)>("curl_free");
   [[nodiscard]] bool begin() const;
-  // Whether all of them are there and the library is initialised.
+  // Whether all functions were found and the library is initialised.
   bool is_ready = global_init != nullptr && easy_init != nullptr && easy_setopt != nullptr &&
                   easy_getinfo != nullptr && easy_pause != nullptr && easy_cleanup != nullptr &&
                   multi_init != nullptr && multi_add_handle != nullptr && multi_remove_handle != nullptr &&
@@ -51,7 +51,7 @@ struct Curl {
                   slist_append != nullptr && slist_free_all != nullptr && begin();
 };
 
-// Loads the library when first called, and keeps it until the process ends.
+// Loads the library on the first call. It stays loaded until the process ends.
 [[nodiscard]] const Curl& curl();
 
 }  // namespace velmora

@@ -9,7 +9,7 @@
 namespace velmora {
 namespace {
 
-// A variable that holds an absolute path, or nothing.
+// Returns the variable if it is an absolute path, otherwise an empty string.
 std::string read_directory_variable(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr && *value == '/' ? value : std::string();

@@ -1,4 +1,4 @@
-// The machine's own texts are Windows paths. Here a drive is a folder.
+// The machine's texts hold Windows paths. On this system a drive is a directory.
 #pragma once
 
 #include <string>
@@ -6,10 +6,11 @@
 
 namespace velmora {
 
-// Where a path leads on this system: `X:\a\b` and `X:/a/b` to `x/a/b`, and `\\server\share\a` to
-// `unc/server/share/a`, below the folder of the drives. That is VELMORA_DRIVES (absolute), else
-// velmora/drives below the user's state directory (XDG_STATE_HOME, else ~/.local/state). Every other path is
-// unchanged.
+// Maps a Windows path to this system: `X:\a\b` and `X:/a/b` to `x/a/b`, and `\\server\share\a` to
+// `unc/server/share/a`, below the drives directory. Every other path is unchanged.
+//
+// The drives directory is VELMORA_DRIVES (absolute), otherwise velmora/drives in the user's state
+// directory (XDG_STATE_HOME, otherwise ~/.local/state).
 [[nodiscard]] std::string native_path(std::string_view path);
 
 }  // namespace velmora

@@ -1,16 +1,16 @@
-// Linux error numbers in Windows' words.
+// Maps Linux error numbers to Windows error codes.
 #pragma once
 
 #include <cstdint>
 
 namespace velmora {
 
-// The Winsock code (winsock2.h) for an errno of a socket call. Without an equivalent:
-// WSASYSCALLFAILURE (10107).
+// Returns the Winsock code (winsock2.h) for an errno of a socket call. WSASYSCALLFAILURE (10107) if
+// there is no equivalent.
 [[nodiscard]] int winsock_from_errno(int error);
 
-// The Win32 code (winerror.h) for an errno of a file or memory call. Without an equivalent:
-// ERROR_GEN_FAILURE (31).
+// Returns the Win32 code (winerror.h) for an errno of a file or memory call. ERROR_GEN_FAILURE (31) if
+// there is no equivalent.
 [[nodiscard]] std::uint32_t win32_from_errno(int error);
 
 }  // namespace velmora

@@ -16,8 +16,8 @@
 namespace velmora {
 namespace {
 
-// The present errno as Windows tells it of this path: 2 where only the last name of it is missing, 3 where
-// the directory is, or where there is no path at all.
+// Maps the current errno as Windows would for this path: 2 if only its last component is missing, 3 if a
+// directory is missing or the path is empty.
 std::uint32_t error_about(std::string_view path) {
   const std::uint32_t error = win32_from_errno(errno);
   if (error != error_file_not_found) return error;
@@ -26,7 +26,7 @@ std::uint32_t error_about(std::string_view path) {
   return !path.empty() && above_is_there ? error_file_not_found : error_path_not_found;
 }
 
-// A pipe or a device takes nothing: its writer could be held, or ended by a signal.
+// Refuses pipes and devices: writing to one could block or raise a signal.
 std::uint32_t write_all(int descriptor, std::string_view bytes) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0) return win32_from_errno(errno);
@@ -40,7 +40,7 @@ std::uint32_t write_all(int descriptor, std::string_view bytes) {
   return 0;
 }
 
-// The present errno as Windows tells it of a directory that cannot be listed.
+// Maps the current errno as Windows would for a failed directory listing.
 std::uint32_t listing_error(std::string_view path) {
   const std::uint32_t error = win32_from_errno(errno);
   if (error == error_file_not_found) return error_path_not_found;
@@ -72,7 +72,7 @@ std::uint32_t query_file_size(std::string_view path, std::uint64_t& out) {
 void InputFileKind::release(Native native) noexcept { ::close(static_cast<int>(native)); }
 
 std::uint32_t open_for_reading(std::string_view path, InputFile& out) {
-  // Without O_NONBLOCK a pipe in the file's place would hold the open until somebody writes to it.
+  // Without O_NONBLOCK, opening a pipe would block until somebody writes to it.
   const int descriptor = open(native_path(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
   if (descriptor < 0) return error_about(path);
   InputFile file(static_cast<InputFile::Native>(descriptor));
@@ -93,12 +93,12 @@ FileRead read_file_piece(const InputFile& file, char* buffer, std::size_t capaci
 }
 
 std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
-  // A pipe that has taken the file's place is not waited for.
+  // O_NONBLOCK: do not block if a pipe has replaced the file.
   constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   const int descriptor = open(native_path(path).c_str(), flags, 0666);
   if (descriptor < 0) return error_about(path);
   const std::uint32_t error = write_all(descriptor, bytes);
-  // Some file systems tell only at the close that the bytes did not arrive.
+  // Some file systems report write errors only at close.
   const std::uint32_t close_error = ::close(descriptor) == 0 ? 0 : win32_from_errno(errno);
   return error != 0 ? error : close_error;
 }
@@ -127,7 +127,7 @@ std::uint32_t make_directories(std::string_view path) {
   if (path.empty()) return error_path_not_found;
   const std::string whole = native_path(path);
   int error = 0;
-  // Whether one on the way could be made does not matter: the last one tells.
+  // Ignore errors of the parents: only the last component matters.
   for (std::size_t end = 0; end != std::string::npos;) {
     end = whole.find('/', end + 1);
     error = mkdir(whole.substr(0, end).c_str(), 0777) == 0 ? 0 : errno;

@@ -1,7 +1,7 @@
-// The machine of the native program: the export file that VELMORA_MACHINE names, or the built-in one.
+// The machine of the native program: the export file named by VELMORA_MACHINE, or the built-in one.
 //
-// The system's own calls do here what the standard library's file system would: that one brings locales
-// along, which are a megabyte and a tenth of the start.
+// This file uses system calls instead of std::filesystem, which would link locale support. That adds a
+// megabyte to the program and a tenth to its start time.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -28,7 +28,7 @@ namespace velmora {
 namespace hosted {
 namespace {
 
-// What tells whether a file is still the one that we know.
+// Identifies a version of the file, to detect changes.
 struct FileMark {
   dev_t device = 0;
   ino_t number = 0;
@@ -40,11 +40,11 @@ struct FileMark {
 
 struct Hosted {
   MachineState state;
-  std::string file;  // empty: the built-in machine, which is kept nowhere
+  std::string file;  // empty: the built-in machine, which is never stored
   ExportForm form;
-  std::string bytes;  // of the file, as it was read or written last
+  std::string bytes;  // contents of the file when last read or written
   FileMark mark;
-  bool mark_settled = false;  // whatever is written from now on changes the mark
+  bool mark_settled = false;  // any later write changes the mark
   bool loaded = false;
 };
 
@@ -58,15 +58,15 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// All zeros for a file that is not there.
+// All zeros if the file is missing.
 FileMark mark_of(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return {};
   return {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec, status.st_size};
 }
 
-// The times of files go forward in steps of some milliseconds. What another program writes in the same step
-// into the same file, and as long, leaves the mark alone.
+// File times advance in steps of some milliseconds. A write of the same size in the same step does not change
+// the mark, so a mark is reliable only after such a step.
 bool is_settled(const FileMark& mark) {
   constexpr std::int64_t step_ns = 100'000'000;
   timespec now{};
@@ -79,12 +79,12 @@ bool is_regular_file(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-// The path is the system's own, also where it begins as that of a drive does.
+// The path is a native one, even if it starts like a drive.
 bool read_machine_file(const std::string& path, std::string& bytes) {
   return is_regular_file(path) && read_whole_file(has_drive(path) ? "./" + path : path, bytes) == 0;
 }
 
-// Makes a new file with the permissions of the one whose place it will take.
+// Creates a new file with the permissions of the file that it will replace.
 bool write_new(const std::string& path, const std::string& bytes, mode_t permissions) {
   const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (descriptor < 0) return false;
@@ -99,13 +99,13 @@ bool write_new(const std::string& path, const std::string& bytes, mode_t permiss
   return std::fclose(file.release()) == 0 && written;
 }
 
-// Where a path leads, links followed; empty when it leads nowhere.
+// Returns the target of a path, following links. Empty if there is none.
 std::string resolve(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(realpath(path.c_str(), nullptr), std::free);
   return resolved ? resolved.get() : std::string();
 }
 
-// Takes an export in; says what is wrong with it otherwise, and leaves the machine as it was.
+// Loads an export. On an error it returns the message and leaves the machine unchanged.
 std::string take_export(std::string_view bytes, const std::string& name) {
   auto parsed = parse_export(bytes);
   if (const auto* trouble = std::get_if<ExportTrouble>(&parsed)) {
@@ -118,7 +118,7 @@ std::string take_export(std::string_view bytes, const std::string& name) {
   return {};
 }
 
-// Reads the file. Its mark is taken first: a change that comes while it is read shows afterwards.
+// Reads the file. Takes its mark first, so that a change during the read is detected later.
 std::string take_file() {
   const FileMark mark = mark_of(machine().file);
   const bool settled = is_settled(mark);
@@ -139,8 +139,8 @@ std::string machine_file() {
   return file == nullptr ? "" : file;
 }
 
-// Reads what has not been read yet. The built-in machine waits for its first use: most starts of the service
-// never ask.
+// Loads the machine unless it is loaded. The built-in machine is loaded on first use, because most starts of
+// the service never need it.
 bool ensure_loaded() {
   if (machine().loaded) return true;
   machine().file = machine_file();
@@ -148,7 +148,7 @@ bool ensure_loaded() {
   return take_export(builtin_machine, "built-in").empty();
 }
 
-// Another program may have written the file since, the binding tool for one.
+// Reloads the file if another program, such as the binding tool, has changed it.
 bool follow_file() {
   if (!ensure_loaded()) return false;
   if (machine().file.empty()) return true;
@@ -164,7 +164,8 @@ MachineState& machine_state() {
 }
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
-  // What is closed is closed, whatever has become of the file, and a GUID is written without it.
+  // These calls never fail because of the file: closing must always succeed, and writing a GUID
+  // does not use it.
   constexpr std::array<std::string_view, 4> without_file = {"RegCloseKey", "Release", "CloseServiceHandle",
                                                             "StringFromGUID2"};
   if (std::find(without_file.begin(), without_file.end(), operation) != without_file.end()) return 0;
@@ -173,8 +174,7 @@ std::int64_t enter(std::string_view operation, std::u16string_view) {
 
 void RegistryChangeKind::release(Native native) noexcept { ::close(native); }
 
-// A lock on the directory in which the file is replaced. Where it cannot be had, the change itself will fail
-// too.
+// Locks the directory that holds the file. If that fails, the change itself will fail too.
 RegistryChange begin_registry_change() {
   if (!ensure_loaded() || machine().file.empty()) return {};
   const std::string target = resolve(machine().file);
@@ -198,17 +198,17 @@ void publish_service_state(std::u16string_view name, std::uint32_t state) {
 
 bool keep_registry() {
   if (machine().file.empty()) return true;
-  // A link stays a link, and the file that it leads to is replaced.
+  // Replaces the file that a link leads to, and keeps the link.
   const std::string target = resolve(machine().file);
   struct stat status {};
   if (target.empty() || stat(target.c_str(), &status) != 0) return false;
-  // Named after the process, so that no other writer's half is ever renamed. One that is there already was
-  // left by a process that was killed.
+  // The process id in the name keeps writers apart. An existing file of this name is left
+  // from a killed process.
   const std::string temporary = target + ".new-" + std::to_string(getpid());
   static_cast<void>(unlink(temporary.c_str()));
   std::string bytes = format_export(machine().state.registry, machine().form);
   const bool written = write_new(temporary, bytes, status.st_mode);
-  // Of our own file, before anybody else can put another in its place.
+  // Takes the mark of our own file, before another program can replace it.
   const FileMark mark = mark_of(temporary);
   if (!written || std::rename(temporary.c_str(), target.c_str()) != 0) {
     static_cast<void>(unlink(temporary.c_str()));

@@ -1,7 +1,7 @@
-// HTTP exchanges by libcurl, in WinHTTP's words. The library is loaded at the first exchange and never
-// before. Its multi interface is driven here, so that a reply is pulled; what it tells of a transfer (each
-// byte that moves, the name resolved, the connection made) is noted by plain functions of ours, which decide
-// nothing but to end a reply whose header lines are too many.
+// HTTP exchanges over libcurl with WinHTTP's semantics. The library is loaded at the first exchange.
+//
+// The multi interface is driven here, so that the caller pulls the reply. libcurl's callbacks (bytes moved,
+// name resolved, connected) only record progress, and end a reply with too many header lines.
 #include "platform/http_exchange.h"
 
 #include <algorithm>
@@ -17,15 +17,15 @@
 namespace velmora {
 namespace {
 
-constexpr int most_redirections = 10;  // WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS, as it is by default
+constexpr int most_redirections = 10;  // default of WINHTTP_OPTION_MAX_HTTP_AUTOMATIC_REDIRECTS
 constexpr std::size_t most_held_bytes = 65536;
-// Of one transfer, with the heads of interim replies and of a proxy, and with trailers. The library keeps all
-// of them, and has a limit of its own on some alone.
+// Limit for one transfer, including the heads of interim replies, the proxy's head and trailers. libcurl
+// keeps all of them in memory but limits only some.
 constexpr std::size_t most_header_bytes = 262'144;
-constexpr int poll_ms = 50;  // how late a limit may be noticed
+constexpr int poll_ms = 50;  // the largest delay in noticing a timeout
 constexpr std::int64_t ns_per_ms = 1'000'000;
 
-// What a transfer is at, and so which limit counts.
+// The phase of a transfer, which selects its timeout.
 enum class Phase { resolving, connecting, sending, receiving };
 
 struct Exchange {
@@ -45,13 +45,13 @@ struct Exchange {
   int redirections = 0;
 
   Phase phase = Phase::resolving;
-  std::int64_t moved_ns = 0;  // when the phase began, or a byte last moved in it
-  std::size_t unsent = 0;     // of the request's body, bytes
+  std::int64_t moved_ns = 0;  // start of the phase, or the last progress in it
+  std::size_t unsent = 0;     // bytes of the request body
   std::size_t header_bytes = 0;
-  bool has_head = false;  // the head of the reply is whole
+  bool has_head = false;  // the head of the reply is complete
   bool has_ended = false;
   std::uint32_t error = 0;
-  std::string held;  // of the reply's body, not yet read
+  std::string held;  // part of the reply body that the caller has not read yet
   bool is_paused = false;
 };
 
@@ -105,16 +105,16 @@ bool is_too_slow(const Exchange& exchange) {
   return limit_ns > 0 && steady_now_ns() - exchange.moved_ns >= limit_ns;
 }
 
-// What the library calls while it is being driven. `user` is the exchange.
+// Callbacks of libcurl. `user` is the exchange.
 
-// A socket is wanted: the name has been resolved. Each address of it has a wait of its own.
+// libcurl wants a socket, so the name is resolved. Each address gets a connect timeout of its own.
 int note_socket(void* user, curl_socket_t, curlsocktype) {
   auto& exchange = *static_cast<Exchange*>(user);
   if (exchange.phase <= Phase::connecting) enter_phase(exchange, Phase::connecting);
   return CURL_SOCKOPT_OK;
 }
 
-// The connection stands, and its TLS with it.
+// Connected, including TLS.
 int note_connected(void* user, char*, char*, int, int) {
   enter_phase(*static_cast<Exchange*>(user), Phase::sending);
   return CURL_PREREQFUNC_OK;
@@ -122,10 +122,10 @@ int note_connected(void* user, char*, char*, int, int) {
 
 int note_moved(CURL*, curl_infotype what, char*, std::size_t count, void* user) {
   auto& exchange = *static_cast<Exchange*>(user);
-  if (count == 0) return 0;  // a socket that took nothing
+  if (count == 0) return 0;  // the socket took nothing
   if (exchange.phase != Phase::sending && exchange.phase != Phase::receiving) return 0;
   if (what == CURLINFO_DATA_OUT) exchange.unsent -= std::min(count, exchange.unsent);
-  // Once all of the request is out, the reply is what is waited for.
+  // Once the whole request is sent, wait for the reply.
   if (what == CURLINFO_HEADER_OUT || what == CURLINFO_DATA_OUT) {
     enter_phase(exchange, exchange.unsent == 0 ? Phase::receiving : Phase::sending);
   }
@@ -133,7 +133,7 @@ int note_moved(CURL*, curl_infotype what, char*, std::size_t count, void* user) 
   return 0;
 }
 
-// The empty line ends a head; the one of an interim reply (1xx) is followed by another head.
+// An empty line ends a head. After an interim reply (1xx) another head follows.
 std::size_t note_header(char* bytes, std::size_t, std::size_t count, void* user) {
   auto& exchange = *static_cast<Exchange*>(user);
   exchange.header_bytes += count;
@@ -156,18 +156,18 @@ std::size_t note_body(char* bytes, std::size_t, std::size_t count, void* user) {
   return count;
 }
 
-// What a transfer came to. Some codes mean something else once there can be a reply.
+// Maps the result of a transfer. Some codes mean something else once a peer has been contacted.
 std::uint32_t error_at_end(const Exchange& exchange, CURLcode code) {
   if (exchange.header_bytes > most_header_bytes) return error_winhttp_header_size_overflow;
   const bool has_peer = exchange.phase != Phase::resolving;
-  // Not of a URL: it is no HTTP.
+  // The reply is not HTTP; the URL was fine.
   if (has_peer && code == CURLE_UNSUPPORTED_PROTOCOL) return error_winhttp_invalid_server_response;
-  // Not of the memory: a line is longer than the library takes.
+  // A header line is longer than libcurl allows; this is not about memory.
   if (has_peer && code == CURLE_OUT_OF_MEMORY) return error_winhttp_header_size_overflow;
   return error_of(code);
 }
 
-// Lets the transfer go on until it has ended or `is_enough`.
+// Runs the transfer until it has ended or `is_enough` holds.
 template <typename Condition>
 void drive(Exchange& exchange, Condition is_enough) {
   if (exchange.phase == Phase::receiving) exchange.moved_ns = steady_now_ns();
@@ -198,8 +198,8 @@ std::string origin_of(const Exchange& exchange) {
   return (exchange.secure ? "https://" : "http://") + exchange.host + ':' + std::to_string(exchange.port);
 }
 
-// Whether the library sends the target unchanged as a part of the URL, as it has to stand there for a proxy
-// and for relative redirections. What its URLs cannot hold is handed over apart.
+// Whether libcurl can send the target unchanged as part of the URL. Proxies and relative redirections need it
+// there. Other targets are passed separately.
 bool goes_into_url(std::string_view target) {
   return target.starts_with('/') && std::all_of(target.begin(), target.end(), [](char byte) {
            return byte > ' ' && byte < 0x7F && byte != '#';
@@ -216,7 +216,7 @@ void end_transfer(Exchange& exchange) {
   exchange.headers = nullptr;
 }
 
-// WinHTTP sends no Accept, and asks for no leave to send a body.
+// WinHTTP sends neither Accept nor Expect.
 curl_slist* make_headers(const Exchange& exchange) {
   curl_slist* headers = curl().slist_append(nullptr, "Accept:");
   headers = curl().slist_append(headers, "Expect:");
@@ -233,7 +233,7 @@ void set_request(Exchange& exchange) {
     static_cast<void>(curl().easy_setopt(exchange.easy, option, value));
   };
   set(CURLOPT_URL, exchange.url.c_str());
-  // Byte for byte, where the URL is ours. Of a redirection it is the URL's own.
+  // Our own target is sent byte for byte. A redirection uses the target in its URL.
   if (!exchange.target.empty()) set(CURLOPT_REQUEST_TARGET, exchange.target.c_str());
   set(CURLOPT_USERAGENT, exchange.user_agent.c_str());
   set(CURLOPT_HTTPHEADER, exchange.headers);
@@ -252,7 +252,7 @@ void set_transfer(Exchange& exchange) {
     static_cast<void>(curl().easy_setopt(exchange.easy, option, value));
   };
   set(CURLOPT_NOSIGNAL, 1L);
-  // A name that is still being looked for holds up nobody who has given up on it.
+  // Closing does not wait for a name lookup that is still running.
   set(CURLOPT_QUICK_EXIT, 1L);
   set(CURLOPT_PATH_AS_IS, 1L);
   set(CURLOPT_PROTOCOLS_STR, "http,https");
@@ -260,7 +260,7 @@ void set_transfer(Exchange& exchange) {
   set(CURLOPT_FOLLOWLOCATION, 0L);
   set(CURLOPT_CONNECTTIMEOUT_MS,
       static_cast<long>(exchange.timeouts.resolve_ms) + exchange.timeouts.connect_ms);
-  // The tools of this system look for their authorities there; the library does not by itself.
+  // The tools of this system use SSL_CERT_FILE; libcurl ignores it by default.
   const char* authorities = std::getenv("SSL_CERT_FILE");
   if (authorities != nullptr && *authorities != '\0') set(CURLOPT_CAINFO, authorities);
   set(CURLOPT_SOCKOPTFUNCTION, note_socket);
@@ -292,7 +292,7 @@ std::uint32_t begin_transfer(Exchange& exchange) {
                                                                             : error_winhttp_internal_error;
 }
 
-// Where the reply sends us instead; `url` is empty when it does not.
+// The target of a redirection. `url` is empty if the reply is none.
 struct Redirection {
   std::string url;
   std::uint32_t error = 0;
@@ -308,7 +308,7 @@ Redirection redirection_of(const Exchange& exchange) {
   if (curl().easy_header(exchange.easy, "Location", 0, CURLH_HEADER, -1, &location) != CURLHE_OK) {
     return {{}, error_winhttp_header_not_found};
   }
-  // CURLINFO_REDIRECT_URL would come with the end of the reply only.
+  // CURLINFO_REDIRECT_URL is available only at the end of the reply.
   constexpr unsigned leniently = CURLU_URLENCODE | CURLU_ALLOW_SPACE | CURLU_NON_SUPPORT_SCHEME;
   const std::unique_ptr<CURLU, decltype(curl().url_cleanup)> url(curl().url(), curl().url_cleanup);
   char* text = nullptr;
@@ -322,7 +322,7 @@ Redirection redirection_of(const Exchange& exchange) {
   return redirection;
 }
 
-// Not from https to http.
+// Refuses redirections from https to http.
 bool may_follow(const Exchange& exchange, std::string_view url) {
   return !exchange.secure || url.starts_with("https://");
 }
@@ -332,7 +332,7 @@ std::uint32_t follow(Exchange& exchange, std::string url) {
   long status = 0;
   curl().easy_getinfo(exchange.easy, CURLINFO_RESPONSE_CODE, &status);
   end_transfer(exchange);
-  // As browsers do it, and WinHTTP: only 307 and 308 say the same request again.
+  // Only 307 and 308 repeat the same request. Browsers and WinHTTP do the same.
   if (status != 307 && status != 308 && exchange.method == "POST") {
     exchange.method = "GET";
     exchange.body.clear();
@@ -378,7 +378,7 @@ std::uint32_t open_http_request(const HttpExchange& exchange, std::u16string_vie
   Exchange& request = exchange_of(exchange);
   request.method = utf8_from_wide_replacing(method);
   request.target = utf8_from_wide_replacing(path);
-  // A URL without a path asks for the root, also with a query.
+  // A URL without a path requests the root, even with a query.
   if (!request.target.starts_with('/')) request.target.insert(0, 1, '/');
   request.secure = secure;
   request.url = origin_of(request) + '/';

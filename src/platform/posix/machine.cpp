@@ -47,12 +47,12 @@ void report_failure(int failure_pipe) {
   static_cast<void>(!write(failure_pipe, &error, sizeof error));
 }
 
-// In the grandchild: gives up everything that is ours and becomes the browser. Only calls that are safe
+// Runs in the grandchild: drops our descriptors and executes the browser. Uses only calls that are safe
 // between fork and exec.
 [[noreturn]] void become_browser(const char* address, int failure_pipe) {
-  // The pipe may stand where a standard stream belongs, when we were started without them.
+  // If we were started without standard streams, the pipe may have one of their numbers.
   const int failure = fcntl(failure_pipe, F_DUPFD_CLOEXEC, 3);
-  // What whoever started us let us inherit is not for the browser either: its reader would wait for the end.
+  // Descriptors inherited from our parent must not reach the browser: a reader would never see their end.
   close_range(3, ~0u, CLOSE_RANGE_CLOEXEC);
   const int null_device = open("/dev/null", O_RDWR);
   for (int stream = 0; stream <= 2; ++stream) dup2(null_device, stream);
@@ -94,8 +94,8 @@ std::int32_t start_com() { return 0; }
 void stop_com() {}
 
 void prepare_process() {
-  // A closed stream's number would go to the next thing that is opened, and the banner would be written into
-  // that: the shared record, or a connection. Opened in order, each takes the number that it stands for.
+  // Otherwise the next open file or connection would take the number of a closed stream, and the banner would
+  // be written into it. Opening in order gives each stream its own number.
   for (int stream = 0; stream <= 2; ++stream) {
     if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
   }
@@ -108,8 +108,7 @@ void write_standard_error(std::string_view text) { write_stream(STDERR_FILENO, t
 void install_console_handler(bool (*handler)(std::uint32_t event)) {
   console_handler = handler;
   for (const auto& entry : console_signals) {
-    // A hang-up that nohup has set to be ignored stays ignored; the interrupt that a shell ignores for its
-    // background jobs is ours to take.
+    // A SIGHUP ignored by nohup stays ignored. A SIGINT that a shell ignores for background jobs is handled.
     if (entry.signal == SIGHUP && is_ignored(SIGHUP)) continue;
     struct sigaction action {};
     action.sa_handler = on_console_signal;
@@ -126,7 +125,7 @@ std::intptr_t open_in_browser(std::string_view address) {
   if (pipe2(failure_pipe, O_CLOEXEC) != 0) return 0;
   const pid_t child = fork();
   if (child == 0) {
-    // The child ends at once, so that the browser is nobody's child and leaves no zombie.
+    // The child exits at once, so the browser is not our child and leaves no zombie.
     setsid();
     const pid_t grandchild = fork();
     if (grandchild == 0) become_browser(text.c_str(), failure_pipe[1]);
@@ -135,7 +134,7 @@ std::intptr_t open_in_browser(std::string_view address) {
   }
   ::close(failure_pipe[1]);
   int error = 0;
-  // The end of the pipe means that exec has closed it.
+  // End of file means that exec succeeded and closed the pipe.
   const bool failed = child < 0 || read(failure_pipe[0], &error, sizeof error) > 0;
   ::close(failure_pipe[0]);
   if (child > 0) waitpid(child, nullptr, 0);
@@ -159,7 +158,7 @@ std::string machine_identifier() {
   if (!file || std::fgets(line.data(), line.size(), file.get()) == nullptr) return {};
   std::string identifier = line.data();
   identifier.resize(std::min(identifier.find('\n'), identifier.size()));
-  // What an image holds before its first start (machine-id(5)), on all machines alike.
+  // The content before the first boot (machine-id(5)), identical on all machines.
   if (identifier == "uninitialized") return {};
   return identifier;
 }

@@ -1,5 +1,5 @@
-// Processes as /proc tells of them. A process is known by the file name of its program, its modules by the
-// files that it has mapped.
+// Processes from /proc. The name of a process is the file name of its program. Its modules
+// are its mapped files.
 #include "platform/processes.h"
 
 #include <dirent.h>
@@ -24,7 +24,7 @@
 namespace velmora {
 namespace {
 
-// A snapshot: what was read when it was made, and the place of the next entry.
+// A snapshot with an iteration position.
 template <typename Entry>
 struct Listing {
   std::vector<Entry> entries;
@@ -59,7 +59,7 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// Where the system tells of its processes. Tests give their own.
+// The proc directory. Tests set their own.
 std::string process_root() {
   const char* root = std::getenv("VELMORA_PROC");
   return root == nullptr || *root == '\0' ? "/proc" : root;
@@ -69,15 +69,16 @@ std::string process_file(std::uint32_t process_id, std::string_view name) {
   return process_root() + '/' + std::to_string(process_id) + '/' + std::string(name);
 }
 
-// A file that has been replaced or removed since it was opened is told with this behind its name (proc(5)).
-// Windows keeps such a file in its place.
+// /proc appends this to the path of a replaced or removed file (proc(5)). On Windows such a
+// file would still exist.
 std::string_view without_mark(std::string_view path) {
   constexpr std::string_view deleted = " (deleted)";
   if (path.ends_with(deleted)) path.remove_suffix(deleted.size());
   return path;
 }
 
-// Empty where the link cannot be read, errno saying why: another user's, or a process that has gone.
+// Returns the path of a process's program. Empty, with errno set, if the process is another
+// user's or has ended.
 std::string program_of(std::uint32_t process_id) {
   std::array<char, PATH_MAX> path;
   const ssize_t length = readlink(process_file(process_id, "exe").c_str(), path.data(), path.size());
@@ -87,7 +88,7 @@ std::string program_of(std::uint32_t process_id) {
 
 std::string_view file_name_of(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
-// All of a file without its last line feed; empty when it cannot be read.
+// Reads a file without its last line feed. Empty on failure.
 std::string read_text(const std::string& path) {
   std::string text;
   static_cast<void>(read_whole_file(path, text));
@@ -95,9 +96,8 @@ std::string read_text(const std::string& path) {
   return text;
 }
 
-// The name of a process: of its program, or where that is hidden from us the first 15 bytes that the system
-// shows of it to everybody. Empty for what has no program: a process that has ended, a thread of the system's
-// own.
+// Returns the name of a process: its program's, or if that is not accessible, the name in `comm`, which the
+// system truncates to 15 bytes. Empty for processes without a program: ended ones and kernel threads.
 std::u16string name_of_process(std::uint32_t process_id) {
   const std::string program = program_of(process_id);
   if (!program.empty()) return wide_from_utf8_replacing(file_name_of(program));
@@ -105,7 +105,7 @@ std::u16string name_of_process(std::uint32_t process_id) {
   return wide_from_utf8_replacing(read_text(process_file(process_id, "comm")));
 }
 
-// The number that a directory's name is; 0 for every other name.
+// Parses a directory name as a process id. Returns 0 for any other name.
 std::uint32_t process_id_of(std::string_view name) {
   std::uint32_t id = 0;
   for (const char digit : name) {
@@ -115,8 +115,8 @@ std::uint32_t process_id_of(std::string_view name) {
   return id;
 }
 
-// The path at the end of a line of `maps`: "ADDRESS PERMISSIONS OFFSET DEVICE INODE   PATH" (proc(5)). What
-// does not begin with a slash there is no file.
+// Returns the path from a line of `maps`: "ADDRESS PERMISSIONS OFFSET DEVICE INODE   PATH" (proc(5)). A path
+// that does not start with a slash is not a file.
 std::optional<std::string_view> mapped_path(std::string_view line) {
   constexpr int fields_in_front = 5;
   for (int field = 0; field < fields_in_front; ++field) {
@@ -127,7 +127,7 @@ std::optional<std::string_view> mapped_path(std::string_view line) {
   return without_mark(line);
 }
 
-// Appends the files that a process has mapped, each once, in the order of their addresses. An errno, or 0.
+// Appends the mapped files of a process, without duplicates, in address order. Returns 0 or an errno.
 int read_modules(std::FILE* maps, std::vector<ModuleEntry>& modules) {
   std::array<char, PATH_MAX + 128> piece;
   for (;;) {
@@ -162,7 +162,7 @@ std::uint32_t snapshot_processes(ProcessSnapshot& out) {
     const std::uint32_t id = process_id_of(entry->d_name);
     if (id == 0) continue;
     std::u16string name = name_of_process(id);
-    // One without a name has ended since.
+    // A process without a name has ended meanwhile.
     if (!name.empty()) processes.push_back({id, std::move(name)});
   }
   out = ProcessSnapshot(keep_listing(std::move(processes)));
@@ -182,7 +182,7 @@ std::uint32_t snapshot_modules(std::uint32_t process_id, ModuleSnapshot& out) {
   const File maps(std::fopen(process_file(process_id, "maps").c_str(), "rbe"));
   if (!maps) return errno == ENOENT ? error_invalid_parameter : error_access_denied;
   std::vector<ModuleEntry> modules;
-  // Who may not look into a process may open the list all the same, and then cannot read it.
+  // Without permission, opening the list succeeds but reading it fails.
   if (const int error = read_modules(maps.get(), modules)) {
     return error == ESRCH ? error_invalid_parameter : error_access_denied;
   }

@@ -1,9 +1,11 @@
-// A POSIX shared memory object that lives and dies as a Windows mapping does. Every process that has it open
-// holds a shared flock on it. An object that nobody holds is what a killed process left: it counts as missing
-// and is removed by whoever meets it, and the last holder removes it when it closes.
+// A POSIX shared memory object with the lifetime of a Windows mapping.
 //
-// Whoever unlinks the name holds the exclusive lock on the inode that the name leads to, and has looked that
-// it does. So no two processes can be about to unlink it, and nobody can unlink a newer object by mistake.
+// Every process with the object open holds a shared flock on it. The last holder removes it on close. An
+// object without holders was left by a killed process: it counts as missing, and whoever finds it removes it.
+//
+// A process unlinks the name only while it holds the exclusive lock on the inode, and after checking
+// that the name still leads to it. So two processes never unlink it at once, and a newer object is
+// never removed by mistake.
 #include "platform/shared_memory.h"
 
 #include <fcntl.h>
@@ -23,8 +25,8 @@
 namespace velmora {
 namespace {
 
-// Each lost race costs one round. A creator or a remover holds its exclusive lock for microseconds, so a
-// lock that stays for so long belongs to a stopped process, and the start must not hang on it.
+// Each lost race costs one round. Creators and removers hold their exclusive lock for microseconds. A lock
+// held for 200 rounds belongs to a stopped process, and our start must not hang on it.
 constexpr int rounds = 200;
 constexpr std::uint32_t round_pause_ms = 1;
 
@@ -35,7 +37,7 @@ struct DescriptorKind {
 };
 using Descriptor = Owner<DescriptorKind>;
 
-// What an open mapping is: its descriptor and the name by which the last holder removes it.
+// An open mapping: its descriptor, and the name for removing it.
 struct HeldObject {
   Descriptor descriptor;
   std::string name;
@@ -43,7 +45,7 @@ struct HeldObject {
 
 HeldObject* object_of(SharedMapping::Native native) { return reinterpret_cast<HeldObject*>(native); }
 
-// `Local\NAME` is the object `/Local.NAME`.
+// `Local\NAME` becomes `/Local.NAME`.
 std::string object_name(std::u16string_view name) {
   std::string text = "/" + utf8_from_wide_replacing(name);
   for (char& byte : text) {
@@ -52,8 +54,8 @@ std::string object_name(std::u16string_view name) {
   return text;
 }
 
-// A new object is open to every local process, whatever the umask, from its first moment: the effect runs
-// under another account, and what it meets half-made it must be able to wait for.
+// A new object is accessible to every local process from its first moment, whatever the umask. The effect
+// runs under another account and must be able to open a half-made object, to wait for it.
 Descriptor open_object(const std::string& name, int flags) {
   const mode_t former_mask = umask(0);
   Descriptor descriptor(shm_open(name.c_str(), O_RDWR | O_CLOEXEC | flags, 0666));
@@ -82,7 +84,8 @@ bool is_sized(const Descriptor& descriptor) {
   return fstat(descriptor.native(), &held) == 0 && held.st_size > 0;
 }
 
-// Only with the exclusive lock on `descriptor`. A name that leads elsewhere by now is none of our business.
+// Call this only with the exclusive lock on `descriptor`. Does nothing if the name now
+// leads to another object.
 std::uint32_t remove_locked(const std::string& name, const Descriptor& descriptor) {
   if (!name_leads_to(name, descriptor)) return 0;
   if (shm_unlink(name.c_str()) == 0 || errno == ENOENT) return 0;
@@ -95,7 +98,7 @@ SharedMapping hold(Descriptor&& descriptor, const std::string& name) {
 
 enum class Attempt { done, failed, again };
 
-// One round of opening what exists.
+// One attempt to open an existing object.
 Attempt try_open(const std::string& name, SharedMapping& out, std::uint32_t& error) {
   Descriptor descriptor = open_object(name, 0);
   if (!descriptor.is_open()) {
@@ -116,8 +119,8 @@ Attempt try_open(const std::string& name, SharedMapping& out, std::uint32_t& err
   return Attempt::done;
 }
 
-// One round of making it. The object is sized before the exclusive lock becomes a shared one, so that no
-// reader can hold it unsized (touching a page behind the end is SIGBUS).
+// One attempt to create the object. It is sized before the exclusive lock becomes shared, so nobody can hold
+// it unsized. (Accessing a page beyond the end raises SIGBUS.)
 Attempt try_create(const std::string& name, std::size_t size, SharedMapping& out, std::uint32_t& error) {
   Descriptor descriptor = open_object(name, O_CREAT | O_EXCL);
   if (!descriptor.is_open()) {

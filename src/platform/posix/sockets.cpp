@@ -20,7 +20,7 @@ int last_error() { return winsock_from_errno(errno); }
 
 SocketCount counted(std::int64_t result) { return {result, result < 0 ? last_error() : 0}; }
 
-// A stop signal sets a flag and nothing else: the exchange that it interrupts goes on.
+// Repeats a call after a signal: a stop signal only sets a flag and must not break off an exchange.
 template <typename Call>
 auto uninterrupted(Call call) {
   auto result = call();
@@ -43,8 +43,8 @@ std::optional<int> open_tcp_socket(Socket& out) {
 }
 
 std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
-  // Here a port that only waits for old connections to fade is refused unless this is set, and a second
-  // listener is refused all the same: together that is what Winsock's bind does with no option at all.
+  // Without this, bind fails while old connections are in TIME_WAIT. A second listener is still refused.
+  // Winsock's bind behaves like this by default.
   const int on = 1;
   if (setsockopt(descriptor_of(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return last_error();
   sockaddr_in address{};
@@ -57,7 +57,7 @@ std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
 }
 
 std::optional<int> listen_at_maximum(const Socket& socket) {
-  constexpr int system_backlog = 0x7fffffff;  // the kernel cuts it to net.core.somaxconn
+  constexpr int system_backlog = 0x7fffffff;  // the kernel limits it to net.core.somaxconn
   if (listen(descriptor_of(socket), system_backlog) != 0) return last_error();
   return std::nullopt;
 }
@@ -66,7 +66,7 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   pollfd readable{descriptor_of(listener), POLLIN, 0};
   const timespec timeout{timeout_us / 1'000'000, (timeout_us % 1'000'000) * 1000};
   const int count = ppoll(&readable, 1, &timeout, nullptr);
-  // select refuses what is no socket; this call counts it.
+  // select() fails for a closed descriptor; ppoll() counts it as ready.
   if (count > 0 && (readable.revents & POLLNVAL) != 0) return {-1, winsock_from_errno(ENOTSOCK)};
   return counted(count);
 }
