@@ -1,4 +1,4 @@
-// Keeps what Google Benchmark's repetitions took instead of printing it.
+// Collects the times of Google Benchmark's repetitions instead of printing them.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -21,7 +21,7 @@ class Collector : public benchmark::BenchmarkReporter {
                                                       static_cast<double>(run.iterations));
     }
   }
-  // Processor time of one iteration; 0 when there was none of this name.
+  // Median processor time of one iteration, nanoseconds. 0 if no benchmark has this name.
   [[nodiscard]] double median_ns(const std::string& name) const {
     const auto times = times_ns_.find(name);
     return times == times_ns_.end() ? 0 : spread_of(times->second).median;

@@ -1,7 +1,7 @@
-// The download of four capture files beside the plain form of the same two passes, and beside two archivers
-// that store the same files. docs/performance.md says how to read what it prints.
+// Compares the download of four capture files with a plain implementation of the same two passes, and with
+// two archivers that store the same files. docs/performance.md explains the output.
 //
-//   velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--rounds N] [--file-mib N]
+// Usage: velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--rounds N] [--file-mib N]
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -40,7 +40,7 @@ struct Plan {
   std::uint64_t file_mib = 46;
 };
 
-// Seconds until the first byte came, which is the first pass, and from there to the last.
+// Seconds until the first byte (the first pass), and from then to the last byte (the second).
 struct Passes {
   double first = 0;
   double second = 0;
@@ -66,7 +66,7 @@ class ScratchDirectory {
   std::string path_;
 };
 
-// Bytes that no file system and no archiver can make less of.
+// Writes incompressible files.
 void write_files(const std::string& directory, std::uint64_t mib) {
   std::vector<std::uint64_t> block(1024 * 1024 / sizeof(std::uint64_t));
   std::uint64_t state = 1;
@@ -99,7 +99,7 @@ int connect_to(std::uint16_t port) {
   give_up("a server does not listen");
 }
 
-// Reads to the end and counts. The first reading waits for the first pass.
+// Reads to the end of the stream. The first read returns after the first pass.
 Passes drain(int descriptor, std::int64_t start_ns, std::uint64_t least_bytes) {
   static std::array<char, 262144> buffer;
   Passes passes;
@@ -125,7 +125,7 @@ Passes download(std::uint16_t port, std::uint64_t least_bytes) {
   return passes;
 }
 
-// On the processor that the servers have, too.
+// Runs an archiver on the processor of the servers and returns its time in seconds.
 double archive(const std::string& directory, const std::string& archiver, std::uint64_t least_bytes) {
   const long processors = sysconf(_SC_NPROCESSORS_ONLN);
   std::string command = "cd " + directory + " && ";
@@ -140,7 +140,7 @@ double archive(const std::string& directory, const std::string& archiver, std::u
   return passes.whole();
 }
 
-// The service with pages of its own, on the capture files of a directory.
+// Starts the service with small pages and the capture files of a directory.
 ServerProcess start_service(const Plan& plan, std::uint16_t port, const std::string& captures) {
   const std::string pages = captures + "/pages";
   std::filesystem::create_directory(pages);
@@ -198,7 +198,7 @@ void compare_speed(const Plan& plan) {
   const std::uint16_t minimal_port = free_port();
   const ServerProcess minimal({plan.minimal_path, std::to_string(minimal_port), directory.path()});
   Results results;
-  // The first round only warms the caches.
+  // The first round only warms up the caches.
   for (int round = 0; round <= plan.rounds; ++round) {
     give_up_if_interrupted();
     Results discarded;
@@ -214,7 +214,7 @@ void compare_speed(const Plan& plan) {
   print_table(plan, results);
 }
 
-// What the service holds above idle while it sends files of this size.
+// Measures the service's extra memory while it sends files of this size.
 void measure_memory(const Plan& plan, std::uint64_t mib) {
   const ScratchDirectory directory;
   write_files(directory.path(), mib);

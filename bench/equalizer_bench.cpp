@@ -1,5 +1,5 @@
-// The JSON form of an equalizer setting, read and written, beside the plainest means of the C library for the
-// same numbers, in one run. Options are Google Benchmark's.
+// Compares reading and writing an equalizer setting as JSON with the simplest C library calls for the same
+// numbers, in one run. Takes Google Benchmark's options.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -36,7 +36,7 @@ void product_parse_eq(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * body.size()));
 }
 
-// The 61 numbers of the body, each cut out already, through strtof.
+// Parses the 61 numbers of the body, already split, with strtof.
 void bare_strtof(benchmark::State& state) {
   const std::string body = make_body();
   std::vector<std::string> numbers;

@@ -1,7 +1,7 @@
-// The plain form of the download: the same two passes over the same four files, a checksum by one lookup
-// after another and a send for each block. The yardstick of the service's own.
+// A plain implementation of the download, as the baseline for the service: two passes over the same four
+// files. Checksums use one table lookup after another, and each block is one send.
 //
-//   minimal_download PORT DIRECTORY    on 127.0.0.1, until it is ended; exit 1 when it cannot start
+// Usage: velmora_minimal_download PORT DIRECTORY: listens on 127.0.0.1 until killed. Exit code 1: cannot start.
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -70,7 +70,7 @@ static int send_file(int connection, const char* directory, int index) {
   return result;
 }
 
-// Headers have their length and the checksums, and zeros else: what they say costs nothing.
+// Headers have the right length and checksums; all other bytes are zero, because their values cost nothing.
 static void answer(int connection, const char* directory) {
   static const char zeros[64];
   char head[256];

@@ -1,7 +1,7 @@
-// The least that a server of one exchange for each connection can do: the yardstick of the service. It looks
-// at no byte that comes and answers a fixed response.
+// The minimum for a server with one exchange per connection, as the baseline for the service. It ignores the
+// request and sends a fixed response.
 //
-//   velmora_minimal_loop PORT BYTES    on 127.0.0.1, until it is ended; exit 1 when it cannot start
+// Usage: velmora_minimal_loop PORT BYTES: listens on 127.0.0.1 until killed. Exit code 1: cannot start.
 #include <stdlib.h>
 #include <string.h>
 #include <sys/select.h>

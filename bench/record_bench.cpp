@@ -1,5 +1,5 @@
-// The record's operations beside the bare locked instructions that they cannot do without, in one run.
-// docs/performance.md says how to read what it prints. Options are Google Benchmark's.
+// Compares the record's operations with the minimum of locked instructions that they need, in one run.
+// docs/performance.md explains the output. Takes Google Benchmark's options.
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -95,8 +95,8 @@ void bare_read_eq(benchmark::State& state) {
   }
 }
 
-// With the copy that keeps a disturbed reading away from the caller: what the promise of an untouched output
-// costs by itself.
+// Includes the copy that protects the caller from a disturbed read. It shows the cost of leaving the
+// output unchanged on failure.
 void bare_read_eq_apart(benchmark::State& state) {
   EqSettings settings;
   std::array<EqBand, eq_band_count> apart;
@@ -124,7 +124,7 @@ constexpr struct {
   const char* name;
   void (*product)(benchmark::State&);
   void (*bare)(benchmark::State&);
-  double aim;  // of product / bare; 0 for none
+  double aim;  // for product / bare; 0: none
 } pairs[] = {{"publish_footstep", product_publish_footstep, bare_exchange, 1.2},
              {"read_footstep", product_read_footstep, bare_compare_exchange, 1.2},
              {"publish_eq", product_publish_eq, bare_publish_eq, 1.2},
@@ -139,11 +139,11 @@ std::string verdict(double ratio, double aim) {
 }
 
 std::string bare_name(const std::string& name) { return "bare_" + name; }
-// The bare form once more: how far two measurements of the same thing are apart.
+// The bare form measured again, which shows the error of the measurement.
 std::string control_name(const std::string& name) { return "control_" + name; }
 
 int run(int argc, char** argv) {
-  // Repetitions of all programs are shuffled, so that what changes during the run strikes all alike.
+  // Shuffles the repetitions of all benchmarks, so that changes during the run affect all of them equally.
   std::string interleaving = "--benchmark_enable_random_interleaving=true";
   std::string repetitions = "--benchmark_repetitions=41";
   std::string shortest = "--benchmark_min_time=0.02";

@@ -1,7 +1,7 @@
-// The service beside a minimal loop of the same system calls, and a second copy of that loop as the control:
-// requests, start and memory. docs/performance.md says how to read what it prints.
+// Compares requests, start and memory of the service with a minimal loop of the same system calls. A second
+// copy of that loop is the control. docs/performance.md explains the output.
 //
-//   velmora_server_comparison SERVICE MINIMAL_LOOP [--rounds N] [--connections N] [--starts N]
+// Usage: velmora_server_comparison SERVICE MINIMAL_LOOP [--rounds N] [--connections N] [--starts N]
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -30,7 +30,7 @@ constexpr std::size_t large_page_bytes = 20480;
 constexpr std::size_t largest_request_bytes = 65536;
 constexpr std::string_view token = "0123456789abcdef0123456789abcdef0123456789abcdef";
 constexpr std::string_view footstep_body = "{\"bypass\":false,\"bypass_all\":false,\"enhance_strength\":0.5}";
-// What a browser sends along with a request of a page's script.
+// Headers that a browser adds to a script's request.
 constexpr std::string_view browser_headers =
     "Connection: keep-alive\r\n"
     "sec-ch-ua: \"Chromium\";v=\"120\", \"Not?A_Brand\";v=\"8\"\r\n"
@@ -53,24 +53,24 @@ struct Plan {
   std::size_t starts = 101;
 };
 
-// Order of everything that is kept three times.
+// Index into everything that is measured three times.
 enum Contestant : std::size_t { service, minimal, control, contestants };
 using ThreeSets = std::array<std::vector<double>, contestants>;
 
-// One kind of answer, the three servers that give it, and what was measured.
+// One kind of answer, its three servers and the measurements.
 struct Row {
   std::string_view name;
   std::string request;
   std::size_t answer_bytes = 0;
   std::vector<const ServerProcess*> servers;
   std::vector<std::uint16_t> ports;
-  ThreeSets wall_us;       // for each request
-  ThreeSets processor_us;  // for each request
-  // Not so where the service looks at its machine for the answer, which no loop does.
+  ThreeSets wall_us;       // per request
+  ThreeSets processor_us;  // per request
+  // False if the service queries its machine for the answer, which no loop does.
   bool has_aim = true;
 };
 
-// A web root of the sizes that are measured; gone with this object.
+// A temporary web root with pages of the measured sizes. The destructor removes it.
 class WebRoot {
  public:
   WebRoot() {
@@ -113,11 +113,11 @@ std::string footstep_request(std::uint16_t port, std::string_view more_headers) 
   return request_of("PUT /api/v1/render/effects/footstep", port, more_headers, footstep_body);
 }
 
-// A footstep request of the greatest size that the service takes.
+// Returns a footstep request of the largest size that the service accepts.
 std::string largest_request(std::uint16_t port) {
   std::string body(footstep_body);
   std::string request = request_of("PUT /api/v1/render/effects/footstep", port, "", body);
-  constexpr std::size_t digits_of_length = 3;  // 65 thousand instead of some tens
+  constexpr std::size_t digits_of_length = 3;  // the length grows from two digits to five
   body.append(largest_request_bytes - request.size() - digits_of_length, ' ');
   return request_of("PUT /api/v1/render/effects/footstep", port, "", body);
 }
@@ -132,7 +132,7 @@ ServerProcess start_loop(const Plan& plan, std::size_t answer_bytes, std::uint16
   return ServerProcess({plan.loop_path, std::to_string(port), std::to_string(answer_bytes)});
 }
 
-// The servers of all rows: one service for all of them, and two loops for each.
+// The servers of all rows: one service for all rows, and two loops for each row.
 class Field {
  public:
   Field(const Plan& plan, const WebRoot& web_root, std::vector<Row>& rows) {
@@ -151,7 +151,7 @@ class Field {
     port_ = port;
   }
 
-  // Asks for the greatest request too, then tells the service's peak.
+  // Sends the largest request and returns the service's peak memory.
   [[nodiscard]] long peak_kilobytes() const {
     const std::string answer = exchange_when_up(servers_.front(), port_, largest_request(port_)).answer;
     if (!answer.starts_with("HTTP/1.1 200 ")) give_up("the service refused the largest request: " + answer);
@@ -181,7 +181,7 @@ class Field {
   std::uint16_t port_ = 0;
 };
 
-// The difference of a whole and a half queue: what stopping, waking and noticing cost falls out.
+// Subtracts half a queue from a whole one, which cancels the fixed cost of stopping, waking and polling.
 void measure_difference(Row& row, std::size_t who, std::size_t connections, bool half_first) {
   const auto take = [&](std::size_t count) {
     return serve_queue(*row.servers[who], row.ports[who], row.request, row.answer_bytes, count);
@@ -207,7 +207,7 @@ void measure_requests(const Plan& plan, std::vector<Row>& rows) {
   }
 }
 
-// From exec to the first byte of the answer to a footstep, microseconds.
+// Microseconds from exec to the first byte of the answer to a footstep request.
 double measure_start(const Plan& plan, const WebRoot& web_root, std::size_t who, std::size_t answer_bytes) {
   give_up_if_interrupted();
   const std::uint16_t port = free_port();
@@ -239,8 +239,8 @@ void print_header(std::string_view what, std::string_view ratio) {
               "control", std::string(ratio).c_str(), "minimal / control", "aim");
 }
 
-// One line: medians in microseconds, the ratio with its quartiles, the control's ratio, the verdict on the
-// aim; without an aim (empty) there is none.
+// Prints one line: medians in microseconds, the ratio with its quartiles, the control's ratio and the
+// verdict. An empty aim means no verdict.
 void print_line(std::string_view name, const ThreeSets& sets, const Spread& ratio, bool met,
                 std::string_view aim) {
   const double control_ratio = spread_of_ratios(sets[minimal], sets[control]).median;

@@ -22,7 +22,7 @@ namespace velmora::bench {
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;
-int server_processor = -1;  // none: servers run wherever they like
+int server_processor = -1;  // -1: servers run on any processor
 
 void run_on(int processor) {
   cpu_set_t set;
@@ -35,7 +35,7 @@ std::int64_t nanoseconds_of(const timespec& time) {
   return time.tv_sec * std::int64_t{1'000'000'000} + time.tv_nsec;
 }
 
-// In the child. The time of exec goes to the parent through shared memory.
+// Runs in the child. Returns the time of exec to the parent through shared memory.
 [[noreturn]] void become_server(std::vector<char*>& arguments, std::int64_t* started_ns) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (server_processor >= 0) run_on(server_processor);
@@ -116,7 +116,7 @@ ServerProcess::ServerProcess(const std::vector<std::string>& arguments) {
   if (pid_ == 0) become_server(pointers, started_ns);
   close(exec_done[1]);
   char nothing = 0;
-  static_cast<void>(!read(exec_done[0], &nothing, 1));  // ends with the exec that closes the child's end
+  static_cast<void>(!read(exec_done[0], &nothing, 1));  // returns when exec closes the child's end
   close(exec_done[0]);
   started_ns_ = *started_ns;
   munmap(shared, sizeof(std::int64_t));
@@ -158,7 +158,7 @@ std::int64_t ServerProcess::processor_ns() const {
 
 void ServerProcess::forget_peak() const {
   std::ofstream references("/proc/" + std::to_string(pid_) + "/clear_refs");
-  // 5: proc(5), reset of the peak
+  // 5 resets the peak (proc(5)).
   if (!(references << "5" << std::flush)) give_up("the peak of memory cannot be reset");
 }
 

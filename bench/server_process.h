@@ -1,5 +1,4 @@
-// The servers that are measured, as child processes of this one, and the end of the program when a
-// measurement cannot be had.
+// The measured servers as child processes, and the exit when a measurement is impossible.
 #pragma once
 
 #include <sys/types.h>
@@ -10,28 +9,28 @@
 
 namespace velmora::bench {
 
-// Tells why on standard error and exits with 1. Objects of static duration are taken down, and so the servers
+// Prints the reason on standard error and exits with 1. Destroys static objects, and with them the servers
 // and files that they own.
 [[noreturn]] void give_up(const std::string& why);
 
-// From here on Ctrl+C and a request to end are noticed by give_up_if_interrupted.
+// After notice_interruption, Ctrl+C and SIGTERM are only recorded. give_up_if_interrupted acts on them.
 void notice_interruption();
 void give_up_if_interrupted();
 
-// Keeps this process off the processor on which servers run, if there is a second one. To be called once,
-// before the first server. Returns a sentence for the table.
+// Keeps this process off the processor reserved for the servers, if there is more than one. Call it once,
+// before starting the first server. Returns a sentence for the report.
 std::string part_processors();
 
-// Nanoseconds, one clock for all processes.
+// Nanoseconds of a clock that all processes share.
 [[nodiscard]] std::int64_t now_ns();
 
-// A port of 127.0.0.1 that nobody listens on.
+// Returns a free port of 127.0.0.1.
 [[nodiscard]] std::uint16_t free_port();
 
-// One running server; its end asks the process to stop and waits for it.
+// A running server. The destructor asks it to stop and waits for it.
 class ServerProcess {
  public:
-  // Starts `arguments[0]` with its standard output thrown away.
+  // Starts `arguments[0]` and discards its standard output.
   explicit ServerProcess(const std::vector<std::string>& arguments);
   ServerProcess(ServerProcess&& other) noexcept;
   ServerProcess(const ServerProcess&) = delete;
@@ -39,18 +38,18 @@ class ServerProcess {
   ServerProcess& operator=(ServerProcess&&) = delete;
   ~ServerProcess();
 
-  // When exec was called.
+  // The time of the exec call.
   [[nodiscard]] std::int64_t started_ns() const { return started_ns_; }
-  // Gives up when the server has ended by itself.
+  // Gives up if the server has ended.
   void expect_running() const;
-  // Returns once the process is stopped.
+  // Suspends the process (SIGSTOP) and waits until it is stopped.
   void stop() const;
   void go_on() const;
-  // Processor time of the process up to now, nanoseconds.
+  // Processor time used so far, nanoseconds.
   [[nodiscard]] std::int64_t processor_ns() const;
-  // Lets peak_kilobytes begin anew with what is held now.
+  // Resets peak_kilobytes to the current memory use.
   void forget_peak() const;
-  // Most memory that it ever held, kilobytes (VmHWM).
+  // Peak memory, kilobytes (VmHWM).
   [[nodiscard]] long peak_kilobytes() const;
 
  private:

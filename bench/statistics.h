@@ -1,4 +1,4 @@
-// Medians of what was measured.
+// Medians of measurements.
 #pragma once
 
 #include <vector>
@@ -11,11 +11,11 @@ struct Spread {
   double high;  // upper quartile
 };
 
-// Not for an empty set.
+// Returns the median and the quartiles. `values` must not be empty.
 [[nodiscard]] Spread spread_of(std::vector<double> values);
 
-// `numerators[i] / denominators[i]` of sets of the same length that were measured side by side: what slows
-// both down does not show.
+// The spread of `numerators[i] / denominators[i]`. Both sets must have the same length and be measured side
+// by side, so that a common slowdown cancels out.
 [[nodiscard]] Spread spread_of_ratios(const std::vector<double>& numerators,
                                       const std::vector<double>& denominators);
 

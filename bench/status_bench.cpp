@@ -1,5 +1,5 @@
-// The status document, in time and in pieces of memory, and the effect's reports beside one bare locked add,
-// all in one run. docs/performance.md says how to read what it prints. Options are Google Benchmark's.
+// Measures time and allocations of the status document, and compares the effect's reports with one bare
+// locked add, in one run. docs/performance.md explains the output. Takes Google Benchmark's options.
 #include <benchmark/benchmark.h>
 
 #include <atomic>
@@ -44,7 +44,7 @@ constexpr const char* endpoint_id = "{0.0.0.00000000}.{b7decc0c-5d96-4f7f-a65b-e
 
 alignas(64) ControlBridgeRecord record;
 
-// What the compiler may know nothing about.
+// Values that the compiler must not know.
 struct Inputs {
   InitializeAttempt attempt = {96, 96, 4, 1, true};
   StreamFormat format = {48000, 2, 32, 4, 1};
@@ -54,7 +54,7 @@ struct Inputs {
   std::uint32_t index = 2;
 };
 
-// One word's locked add: what no count can do without.
+// A locked add of one word, the minimum for any counter.
 void locked_add(const Inputs&) { std::atomic_ref<std::uint64_t>(record.total_processed_blocks).fetch_add(1); }
 
 void read_all(const Inputs&) {
@@ -65,7 +65,7 @@ void read_all(const Inputs&) {
 
 struct Operation {
   const char* name;
-  int locked;  // locked instructions that it is made of
+  int locked;  // number of locked instructions
   void (*work)(const Inputs&);
 };
 
@@ -103,7 +103,7 @@ void measure_operation(benchmark::State& state, void (*work)(const Inputs&)) {
   }
 }
 
-// Every count of the diagnostics with as many digits as its type has, or with one.
+// Diagnostics whose counts all have the maximum number of digits, or one.
 ControlDiagnostics counts_of_length(bool longest) {
   ControlBridgeRecord filled{};
   initialise_record(filled);
@@ -118,7 +118,7 @@ ControlDiagnostics counts_of_length(bool longest) {
   return read;
 }
 
-// The snapshot of an installed, bound and loaded effect.
+// A snapshot with an installed, bound and loaded effect.
 StatusSnapshot usual_snapshot() {
   StatusSnapshot snapshot;
   snapshot.volume = {true, 0.6f, false, 0};
@@ -152,8 +152,8 @@ AccountSession usual_session() {
   return session;
 }
 
-// The machine in memory: the registry of the built-in one, an audio engine that has loaded the effect, and a
-// record.
+// Sets up the machine in memory: the built-in registry, an audio engine that has loaded the
+// effect, and a record.
 ControlBridge& bridge_of_machine() {
   static ControlBridge bridge;
   if (bridge.is_open()) return bridge;
@@ -189,7 +189,7 @@ const Document documents[] = {
      [] {
        static const AccountSession session = usual_session();
        ControlBridge& bridge = bridge_of_machine();
-       // Its log is the machine's alone and would grow without end.
+       // Only the machine in memory keeps this log, and it would grow without limit.
        memory::system().log.clear();
        return build_status_json(bridge, {true, 0.6f, false, 0}, endpoint_id, session);
      }},
@@ -237,7 +237,7 @@ void print_documents(const Collector& collector) {
 }
 
 int run(int argc, char** argv) {
-  // Repetitions of all programs are shuffled, so that what changes during the run strikes all alike.
+  // Shuffles the repetitions of all benchmarks, so that changes during the run affect all of them equally.
   std::string interleaving = "--benchmark_enable_random_interleaving=true";
   std::string repetitions = "--benchmark_repetitions=41";
   std::string shortest = "--benchmark_min_time=0.02";

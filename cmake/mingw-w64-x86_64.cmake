@@ -1,5 +1,5 @@
-# 64-bit Windows by Debian's mingw-w64. The compiler with posix threads is named in full: without the
-# suffix Debian's alternatives may point to the one whose standard library has no std::thread.
+# 64-bit Windows with Debian's mingw-w64. The names select the compiler with POSIX threads: without the
+# suffix, Debian's alternatives may choose the one without std::thread.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)

@@ -1,4 +1,4 @@
-# The compile options of our own code. Third-party code (the test libraries) gets none of the warnings.
+# Compile options of our own code. They do not apply to third-party code (the test libraries).
 add_library(velmora_options INTERFACE)
 target_compile_features(velmora_options INTERFACE cxx_std_20)
 target_compile_options(velmora_options INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
@@ -6,7 +6,8 @@ target_include_directories(velmora_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 if(WIN32)
   target_compile_definitions(velmora_options INTERFACE
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000006)
-  # One executable that needs no DLL beyond Windows' own, with address randomisation and no executable data.
+  # A single executable that imports only Windows' own DLLs, with address randomisation
+  # and no executable data.
   target_link_options(velmora_options INTERFACE
     -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 elseif(NOT VELMORA_SANITIZE)
@@ -19,8 +20,8 @@ if(VELMORA_SANITIZE)
   add_link_options(-fsanitize=${VELMORA_SANITIZE})
 endif()
 
-# velmora_library(NAME [sources ...] LINKS [libraries ...]): one room of src/. Its link list is the
-# architecture; tools/check_source.mjs holds the includes to it.
+# velmora_library(NAME [sources ...] LINKS [libraries ...]): one directory of src/. The LINKS lists define the
+# architecture; tools/check_source.mjs checks the includes against them.
 function(velmora_library name)
   cmake_parse_arguments(arg "" "" "LINKS" ${ARGN})
   if(arg_UNPARSED_ARGUMENTS)

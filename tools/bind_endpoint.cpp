@@ -1,9 +1,9 @@
-// Looks at, binds or unbinds one render endpoint by hand, over the service's own library.
+// Inspects, binds or unbinds one render endpoint, using the service's own library.
 //
 // Usage: velmora_bind_endpoint look|bind|unbind ENDPOINT_ID
 //
-// Prints the status and what happened; `look` prints the state and the chain. Exit codes: 0 status 0, 1
-// another status, 2 bad usage, 10 (Linux) the machine that VELMORA_MACHINE names cannot be read.
+// Prints the status and the result; `look` prints the state and the chain. Exit codes: 0: status 0; 1:
+// another status; 2: bad usage; 10: the machine named by VELMORA_MACHINE cannot be read (Linux only).
 #include <array>
 #include <charconv>
 #include <cstdint>

@@ -1,17 +1,17 @@
-# Debian packages that the scripts need, and their installation. To be sourced by bash.
+# Debian packages that the scripts need, and a function to install them. Source this file from bash.
 
-# What the product is built with.
-# The headers of libcurl; the library itself is loaded when an account service is first asked.
+# Packages for building the product. Only libcurl's headers are needed: the library is loaded at run time,
+# when an account service is first used.
 build_packages=(g++ cmake ninja-build libcurl4-openssl-dev)
-# What `./test --quick` needs beside it. npm installs package.json's tools; unzip, libarchive-tools and python3 open the
-# archives that the service makes; openssl makes the certificates of the test account service; bsdutils has
-# `script`, which gives a program a terminal.
+# Additional packages for `./test --quick`. npm installs the tools of package.json. unzip,
+# libarchive-tools and python3 open the service's archives. openssl makes certificates for the test account
+# service. bsdutils provides `script`, which gives a program a terminal.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
-# What the Windows program is built and run with. PulseAudio gives Wine its audio endpoints.
+# Packages for building and running the Windows program. PulseAudio provides audio endpoints to Wine.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
 
-# A tool that stands on the path counts, wherever it came from: Node in particular often comes from elsewhere.
+# Accepts any node and npm on the PATH: Node in particular often comes from elsewhere.
 is_installed() {
   case "$1" in
     nodejs) command -v node >/dev/null ;;
@@ -20,7 +20,7 @@ is_installed() {
   esac
 }
 
-# install_packages NAME ...: installs those that are missing; without root it says which they are and fails.
+# install_packages NAME ...: installs missing packages. Without root it lists them and fails.
 install_packages() {
   local package missing=()
   for package in "$@"; do

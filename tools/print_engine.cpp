@@ -1,9 +1,9 @@
-// Prints what the probes of the effect and of the audio engine find, one field to a line, and last the path
-// of the engine's program.
+// Prints what the probes of the effect and the audio engine find, one field per line. The last line is the
+// path of the engine's program.
 //
 // Usage: velmora_print_engine
 //
-// Exit codes: 0 printed, 2 bad usage, 10 (Linux) the machine that VELMORA_MACHINE names cannot be read.
+// Exit codes: 0: printed; 2: bad usage; 10: the machine named by VELMORA_MACHINE cannot be read (Linux only).
 #include <string>
 #include <string_view>
 

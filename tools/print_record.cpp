@@ -1,4 +1,4 @@
-// Prints the 576 bytes of a shared record, 16 to a line. It opens the mapping and never makes one.
+// Prints the 576 bytes of a shared record, 16 per line. Opens an existing mapping and never creates one.
 #include <array>
 #include <atomic>
 #include <cstdint>
