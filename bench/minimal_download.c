@@ -1,7 +1,7 @@
 // A plain implementation of the download, as the baseline for the service: two passes over the same four
 // files. Checksums use one table lookup after another, and each block is one send.
 //
-// Usage: velmora_minimal_download PORT DIRECTORY: listens on 127.0.0.1 until killed. Exit code 1: cannot start.
+// Usage: velmora_minimal_download PORT DIRECTORY: listens on 127.0.0.1 until killed. Exit code 1: no start.
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>

@@ -95,8 +95,7 @@ void bare_read_eq(benchmark::State& state) {
   }
 }
 
-// Includes the copy that protects the caller from a disturbed read. It shows the cost of leaving the
-// output unchanged on failure.
+// Includes the copy that leaves the caller's output unchanged after a disturbed read, to show its cost.
 void bare_read_eq_apart(benchmark::State& state) {
   EqSettings settings;
   std::array<EqBand, eq_band_count> apart;

@@ -152,8 +152,7 @@ AccountSession usual_session() {
   return session;
 }
 
-// Sets up the machine in memory: the built-in registry, an audio engine that has loaded the
-// effect, and a record.
+// The machine in memory: the built-in registry, an engine that has loaded the effect, and a record.
 ControlBridge& bridge_of_machine() {
   static ControlBridge bridge;
   if (bridge.is_open()) return bridge;

@@ -6,8 +6,7 @@ target_include_directories(velmora_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
 if(WIN32)
   target_compile_definitions(velmora_options INTERFACE
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000006)
-  # A single executable that imports only Windows' own DLLs, with address randomisation
-  # and no executable data.
+  # One executable that imports only Windows' own DLLs, with ASLR and no executable data.
   target_link_options(velmora_options INTERFACE
     -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 elseif(NOT VELMORA_SANITIZE)

@@ -1,5 +1,4 @@
-// ASCII case, white space and percent-decoding. Pure, no locale. Bytes and UTF-16 units outside
-// ASCII are never changed.
+// ASCII case, white space and percent-decoding. Pure, no locale. Bytes and units outside ASCII never change.
 #pragma once
 
 #include <algorithm>

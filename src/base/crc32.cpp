@@ -115,8 +115,7 @@ std::uint32_t take_stripes(const Table& entries, std::uint32_t crc, const char*&
 
 std::uint32_t crc32_update(std::uint32_t crc, const char* data, std::size_t length) {
   const Table& entries = table();
-  // 8192 covers a whole 64 KiB block per stripe. Shorter input uses 256, the smallest part
-  // that is worth combining.
+  // 8192 covers a 64 KiB block per stripe. Shorter input uses 256, the smallest part worth combining.
   crc = take_stripes<8192>(entries, crc, data, length);
   crc = take_stripes<256>(entries, crc, data, length);
   for (; length != 0; ++data, --length) crc = take_low_byte(entries, crc ^ static_cast<unsigned char>(*data));

@@ -21,8 +21,7 @@ int hex_digit(char byte) {
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
-// Reads the exponent that follows `letter` (either case) at the start of `text`. Returns 0
-// if it is incomplete.
+// Reads the exponent after `letter` (either case) at the start of `text`. 0 if it is incomplete.
 std::int64_t read_exponent(std::string_view text, char letter) {
   if (text.empty() || (text.front() | 0x20) != letter) return 0;
   text.remove_prefix(1);

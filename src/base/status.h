@@ -1,5 +1,4 @@
-// Status values: 32 bits in the format of an HRESULT (winerror.h). 0 and positive values are
-// success, negative ones failure.
+// Status values, 32 bits like an HRESULT (winerror.h): negative ones are failures, all others successes.
 #pragma once
 
 #include <cstdint>

@@ -15,8 +15,7 @@ namespace velmora {
 // (MultiByteToWideChar with MB_ERR_INVALID_CHARS).
 [[nodiscard]] std::optional<std::u16string> wide_from_utf8_strict(std::string_view text);
 
-// UTF-16 to UTF-8. Each unpaired surrogate becomes U+FFFD (WideCharToMultiByte with code
-// page 65001, flags 0).
+// UTF-16 to UTF-8. Unpaired surrogates become U+FFFD (WideCharToMultiByte with code page 65001, flags 0).
 [[nodiscard]] std::string utf8_from_wide_replacing(std::u16string_view text);
 
 // Conversions for text exchanged with clients: ill-formed text gives an empty result

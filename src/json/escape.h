@@ -6,8 +6,7 @@
 
 namespace velmora {
 
-// Escapes `text` for use between double quotes in JSON (RFC 8259, section 7). UTF-8, 0x7F and
-// the slash are unchanged.
+// Escapes `text` for a JSON string (RFC 8259, section 7). UTF-8, 0x7F and the slash are unchanged.
 [[nodiscard]] std::string json_escape(std::string_view text);
 
 // As json_escape, appended to `out`.

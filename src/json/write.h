@@ -13,8 +13,7 @@ void append_bool(std::string& out, bool value);
 void append_integer(std::string& out, std::int64_t value);
 void append_unsigned(std::string& out, std::uint64_t value);
 
-// Significant digits of numbers: the default of the standard library's streams, and the precision
-// of the status document.
+// Significant digits of numbers: the default of standard streams, and that of the status document.
 inline constexpr int default_digits = 6;
 inline constexpr int status_digits = 7;
 

@@ -16,8 +16,7 @@ namespace velmora {
 // Seconds since 1970-01-01 00:00 UTC, without leap seconds. Jumps when somebody sets the clock.
 [[nodiscard]] std::int64_t unix_time_s();
 
-// Sleeps for at least `duration_ms` milliseconds. On Windows it may be up to one clock
-// tick (15.6 ms) shorter.
+// Sleeps for at least `duration_ms`. On Windows it may be up to one tick (15.6 ms) shorter.
 void sleep_ms(std::uint32_t duration_ms);
 
 }  // namespace velmora

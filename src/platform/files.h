@@ -68,8 +68,7 @@ struct FileRead {
 // surrogate becomes U+FFFD. On failure `names` is empty. 3: nothing exists at the path; 267: not a directory.
 [[nodiscard]] std::uint32_t list_directory(std::string_view path, std::vector<std::string>& names);
 
-// Creates a directory and its missing parents. Succeeds if it already exists. 183: a file exists at the
-// path or above it.
+// Creates a directory and its missing parents. Success if it exists. 183: a file is at the path or above it.
 [[nodiscard]] std::uint32_t make_directories(std::string_view path);
 
 }  // namespace velmora

@@ -22,8 +22,7 @@ struct UrlParts {
   bool operator==(const UrlParts&) const = default;
 };
 
-// WinHttpCrackUrl without flags. Returns false, leaving `out` unchanged, unless it is an http or https
-// URL with a host.
+// WinHttpCrackUrl without flags. False, leaving `out` unchanged, if it is no http or https URL with a host.
 [[nodiscard]] bool split_url(std::u16string_view url, UrlParts& out);
 
 struct HttpExchangeKind {
@@ -79,8 +78,7 @@ struct HttpRead {
   std::size_t count;  // bytes; 0 with error 0: end of the reply
   std::uint32_t error;
 };
-// WinHttpQueryDataAvailable, then WinHttpReadData of up to `capacity` available bytes.
-// Transfer coding is removed.
+// WinHttpQueryDataAvailable, then WinHttpReadData of up to `capacity` bytes, without the transfer coding.
 [[nodiscard]] HttpRead read_http_response(const HttpExchange& exchange, char* buffer, std::size_t capacity);
 
 }  // namespace velmora

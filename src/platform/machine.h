@@ -67,8 +67,7 @@ void install_console_handler(bool (*handler)(std::uint32_t event));
 // Returns false on failure; the buffer is then undefined.
 [[nodiscard]] bool fill_random(unsigned char* buffer, std::size_t size);
 
-// StringFromGUID2 with a buffer of 40 characters: 38 characters, upper-case hexadecimal with
-// braces. Empty on failure.
+// StringFromGUID2 (buffer of 40): 38 characters, upper-case hexadecimal in braces. Empty on failure.
 [[nodiscard]] std::u16string guid_text(const Guid& guid);
 
 // Loads the machine that replaces what this system lacks. Returns an empty string on success, otherwise the

@@ -69,7 +69,7 @@ struct RegistryQuery {
                                                std::uint32_t restriction, void* buffer,
                                                std::uint32_t capacity);
 
-// RegSetValueExW: creates or replaces a value, `size` in bytes. 5: the key was opened without
+// RegSetValueExW: creates or replaces a value of `size` bytes. 5: the key was opened without
 // the right to set.
 [[nodiscard]] std::int32_t set_registry_value(const RegistryKey& key, std::u16string_view name,
                                               std::uint32_t type, const void* data, std::uint32_t size);

@@ -55,8 +55,7 @@ using Service = Owner<ServiceKind>;
 // is already running; 1058: disabled; 1068: a dependency failed to start; 1075: a dependency does not exist.
 [[nodiscard]] std::uint32_t start_service(const Service& service);
 
-// Returns the current state (QueryServiceStatusEx, SC_STATUS_PROCESS_INFO). `out` is
-// assigned only on success.
+// QueryServiceStatusEx with SC_STATUS_PROCESS_INFO: the current state. `out` is assigned only on success.
 [[nodiscard]] std::uint32_t query_service_state(const Service& service, std::uint32_t& out);
 
 // Lists dependent services that are not stopped (EnumDependentServicesW, SERVICE_ACTIVE), in the system's

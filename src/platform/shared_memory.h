@@ -48,8 +48,7 @@ struct CreatedMapping {
 [[nodiscard]] CreatedMapping create_shared_mapping(std::u16string_view name, std::size_t size,
                                                    SharedMapping& out);
 
-// MapViewOfFile of the first `size` bytes (access 6). 5: the object is smaller. `out` is
-// assigned only on success.
+// MapViewOfFile of the first `size` bytes (access 6). 5: a smaller object. `out` is assigned only on success.
 [[nodiscard]] std::optional<std::uint32_t> map_shared_view(const SharedMapping& mapping, std::size_t size,
                                                            SharedView& out);
 

@@ -47,8 +47,7 @@ void stop_sockets();
 // accept() without the peer's address. `out` is assigned only on success.
 [[nodiscard]] std::optional<int> accept_connection(const Socket& listener, Socket& out);
 
-// recv() with flags 0. Count 0: the peer has closed its side. Blocks without limit; signals
-// do not interrupt it.
+// recv() with flags 0. Count 0: the peer has closed its side. Blocks without limit; signals are retried.
 [[nodiscard]] SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capacity);
 
 // send() with flags 0. It may send fewer bytes than given. Blocks without limit. If the peer is gone, this

@@ -1,5 +1,4 @@
-// Audio endpoints of the hosted machine, read from its registry tree. They behave
-// like Core Audio's interfaces.
+// Audio endpoints of the hosted machine's registry tree. They behave like Core Audio's interfaces.
 #include "platform/audio_endpoints.h"
 
 #include <utility>

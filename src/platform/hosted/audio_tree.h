@@ -28,14 +28,13 @@ struct TreeEndpoint {
 // Finds an endpoint by id, case-sensitive.
 [[nodiscard]] std::optional<TreeEndpoint> find_endpoint(const RegistryTree& registry, std::u16string_view id);
 
-// Returns the id of the default endpoint if it is active, otherwise of the first active one. Empty
-// if there is none.
+// Returns the id of the default endpoint if active, else of the first active endpoint, else an empty text.
 [[nodiscard]] std::u16string default_endpoint_of(const RegistryTree& registry, EndpointFlow flow);
 
-// Reads the friendly name ({a45c254e-df1c-4efd-8020-67d146a850e0},14). Exports often lack it: Windows composes
-// it as "DESCRIPTION (INTERFACE)", from the description (same GUID, 2) and the interface name
-// ({b3f8fa53-0004-438e-9003-51a46e139bfc},6). Without an interface name it is the description. No value if the
-// friendly name is not text, or if there is neither a friendly name nor a description.
+// Reads the friendly name ({a45c254e-df1c-4efd-8020-67d146a850e0},14). Exports often lack it: Windows
+// composes it as "DESCRIPTION (INTERFACE)", from the description (same GUID, 2) and the interface name
+// ({b3f8fa53-0004-438e-9003-51a46e139bfc},6). Without an interface name it is the description. No value if
+// the friendly name is not text, or if there is neither a friendly name nor a description.
 [[nodiscard]] std::optional<std::u16string> endpoint_name_of(const RegistryTree& registry,
                                                              std::u16string_view id);
 

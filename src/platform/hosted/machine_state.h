@@ -77,8 +77,7 @@ using RegistryChange = Owner<RegistryChangeKind>;
 // Stores the changed registry. On failure it returns false, and the caller must undo the change.
 [[nodiscard]] bool keep_registry();
 
-// Stores the changed registry, or restores `before`. Returns 0 or
-// ERROR_REGISTRY_IO_FAILED (1016, winerror.h).
+// Stores the changed registry, or restores `before` and returns ERROR_REGISTRY_IO_FAILED (1016, winerror.h).
 [[nodiscard]] std::int32_t keep_or_undo(RegistryTree before);
 
 // Called on each change of a service's state (services.h), in order. The native program appends a line "NAME

@@ -33,8 +33,7 @@ bool lies_below(std::u16string_view path, std::u16string_view above) {
          (path.size() == above.size() || path[above.size()] == u'\\');
 }
 
-// Completes a path of the access list. It may start with the root, as in exports, and may
-// end with a backslash.
+// Completes a path of the access list, which may start with a root and may end with a backslash.
 std::u16string listed_path(std::u16string_view path) {
   if (path.ends_with(u'\\')) path.remove_suffix(1);
   return lies_below(path, local_machine) ? std::u16string(path) : full_path(path);

@@ -15,7 +15,7 @@ bool sorts_before(std::u16string_view left, std::u16string_view right) {
                                       [](char16_t a, char16_t b) { return ascii_upper(a) < ascii_upper(b); });
 }
 
-// Finds a key or value by name in a list. Checks the last entry first: exports follow the tree's order, so it is
+// Finds a key or value by name. Checks the last entry first: exports follow the tree's order, so it is
 // the most likely match.
 template <typename List>
 auto find_named(List& list, std::u16string_view name) {

@@ -58,8 +58,7 @@ enum class KeyPlace {
 // As find_key, but creates missing keys.
 TreeKey& make_key(TreeKey& from, std::u16string_view path, KeyPlace place = KeyPlace::by_name);
 
-// Removes a key and everything below it. Returns false if it is missing. `from` itself is never removed: the
-// empty path gives false.
+// Removes a key and everything below it. False if it is missing, or for the empty path (`from` itself).
 bool remove_key(TreeKey& from, std::u16string_view path);
 
 // Finds a value by name. Null if missing.
@@ -70,8 +69,7 @@ bool remove_key(TreeKey& from, std::u16string_view path);
 [[nodiscard]] std::optional<std::uint32_t> find_number(const TreeKey* key, std::u16string_view name);
 // Returns the texts of a REG_MULTI_SZ value up to the first empty one. Empty in the same cases.
 [[nodiscard]] std::vector<std::u16string> find_texts(const TreeKey* key, std::u16string_view name);
-// Replaces the value in place, keeping the spelling of its name, or adds it. The default value goes
-// first, all others last.
+// Replaces the value in place, keeping its name's spelling, or adds it: the default value first, others last.
 void put_value(TreeKey& key, std::u16string_view name, std::uint32_t type, std::string_view bytes);
 // Returns false if the value is missing.
 bool remove_value(TreeKey& key, std::u16string_view name);

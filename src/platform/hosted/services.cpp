@@ -81,8 +81,7 @@ void begin_change(std::u16string_view name, std::u16string_view duration, std::u
   hosted::publish_service_state(name, run.state);
 }
 
-// Returns the dependencies of a service. Names that start with a plus sign are service groups,
-// which are not supported.
+// Returns the dependencies of a service, without groups of services (names that start with a plus sign).
 std::vector<std::u16string> needs_of(const hosted::TreeKey& service) {
   std::vector<std::u16string> needs = hosted::find_texts(&service, u"DependOnService");
   std::erase_if(needs, [](const std::u16string& name) { return name.starts_with(u'+'); });

@@ -6,8 +6,7 @@
 
 namespace velmora {
 
-// The functions in use, named as in the library but without `curl_`. Null if the library or
-// the function is missing.
+// The functions in use, named without `curl_`. Null if the library or the function is missing.
 struct Curl {
   void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
 

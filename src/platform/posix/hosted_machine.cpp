@@ -164,8 +164,7 @@ MachineState& machine_state() {
 }
 
 std::int64_t enter(std::string_view operation, std::u16string_view) {
-  // These calls never fail because of the file: closing must always succeed, and writing a GUID
-  // does not use it.
+  // These calls never fail because of the file: closing must succeed, and writing a GUID does not use it.
   constexpr std::array<std::string_view, 4> without_file = {"RegCloseKey", "Release", "CloseServiceHandle",
                                                             "StringFromGUID2"};
   if (std::find(without_file.begin(), without_file.end(), operation) != without_file.end()) return 0;
@@ -202,8 +201,7 @@ bool keep_registry() {
   const std::string target = resolve(machine().file);
   struct stat status {};
   if (target.empty() || stat(target.c_str(), &status) != 0) return false;
-  // The process id in the name keeps writers apart. An existing file of this name is left
-  // from a killed process.
+  // The process id keeps writers apart. An existing file of this name is left from a killed process.
   const std::string temporary = target + ".new-" + std::to_string(getpid());
   static_cast<void>(unlink(temporary.c_str()));
   std::string bytes = format_export(machine().state.registry, machine().form);

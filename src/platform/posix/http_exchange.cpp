@@ -107,7 +107,7 @@ bool is_too_slow(const Exchange& exchange) {
 
 // Callbacks of libcurl. `user` is the exchange.
 
-// libcurl wants a socket, so the name is resolved. Each address gets a connect timeout of its own.
+// libcurl wants a socket, so the name is resolved. Each address has its own connect timeout.
 int note_socket(void* user, curl_socket_t, curlsocktype) {
   auto& exchange = *static_cast<Exchange*>(user);
   if (exchange.phase <= Phase::connecting) enter_phase(exchange, Phase::connecting);

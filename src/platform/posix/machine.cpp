@@ -47,8 +47,7 @@ void report_failure(int failure_pipe) {
   static_cast<void>(!write(failure_pipe, &error, sizeof error));
 }
 
-// Runs in the grandchild: drops our descriptors and executes the browser. Uses only calls that are safe
-// between fork and exec.
+// Runs in the grandchild: drops our descriptors and executes the browser, with async-signal-safe calls only.
 [[noreturn]] void become_browser(const char* address, int failure_pipe) {
   // If we were started without standard streams, the pipe may have one of their numbers.
   const int failure = fcntl(failure_pipe, F_DUPFD_CLOEXEC, 3);

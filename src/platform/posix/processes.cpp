@@ -1,5 +1,4 @@
-// Processes from /proc. The name of a process is the file name of its program. Its modules
-// are its mapped files.
+// Processes from /proc. A process is named after its program's file. Its modules are its mapped files.
 #include "platform/processes.h"
 
 #include <dirent.h>
@@ -69,16 +68,14 @@ std::string process_file(std::uint32_t process_id, std::string_view name) {
   return process_root() + '/' + std::to_string(process_id) + '/' + std::string(name);
 }
 
-// /proc appends this to the path of a replaced or removed file (proc(5)). On Windows such a
-// file would still exist.
+// /proc appends this to the path of a replaced or removed file (proc(5)). Windows would keep such a file.
 std::string_view without_mark(std::string_view path) {
   constexpr std::string_view deleted = " (deleted)";
   if (path.ends_with(deleted)) path.remove_suffix(deleted.size());
   return path;
 }
 
-// Returns the path of a process's program. Empty, with errno set, if the process is another
-// user's or has ended.
+// Returns the path of a process's program. Empty, with errno set, if it is not accessible or has ended.
 std::string program_of(std::uint32_t process_id) {
   std::array<char, PATH_MAX> path;
   const ssize_t length = readlink(process_file(process_id, "exe").c_str(), path.data(), path.size());

@@ -84,8 +84,7 @@ bool is_sized(const Descriptor& descriptor) {
   return fstat(descriptor.native(), &held) == 0 && held.st_size > 0;
 }
 
-// Call this only with the exclusive lock on `descriptor`. Does nothing if the name now
-// leads to another object.
+// Requires the exclusive lock on `descriptor`. Does nothing if the name now leads to another object.
 std::uint32_t remove_locked(const std::string& name, const Descriptor& descriptor) {
   if (!name_leads_to(name, descriptor)) return 0;
   if (shm_unlink(name.c_str()) == 0 || errno == ENOENT) return 0;

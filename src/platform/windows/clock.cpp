@@ -12,7 +12,7 @@ std::int64_t steady_now_ns() {
 }
 
 bool read_local_time(std::tm& out) {
-  // Not localtime(): the C library reads TZ in a format of its own and falls back to UTC for Unix values.
+  // Not localtime(): the C library reads TZ in its own format and falls back to UTC for Unix values.
   SYSTEMTIME now;
   GetLocalTime(&now);
   using namespace std::chrono;

@@ -26,8 +26,7 @@ FileKind kind_of_attributes(DWORD attributes) {
   return attributes & FILE_ATTRIBUTE_DIRECTORY ? FileKind::directory : FileKind::regular;
 }
 
-// The handle must be opened with FILE_FLAG_BACKUP_SEMANTICS, which directories need.
-// Links are already resolved.
+// Requires a handle opened with FILE_FLAG_BACKUP_SEMANTICS, which resolves links and accepts directories.
 FileKind kind_of_open(HANDLE handle) {
   if (GetFileType(handle) != FILE_TYPE_DISK) return FileKind::other;
   BY_HANDLE_FILE_INFORMATION information;
