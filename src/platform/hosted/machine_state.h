@@ -26,7 +26,7 @@ struct OpenKey {
 
 // A reference to an interface of the audio endpoints.
 struct AudioObject {
-  std::u16string id;  // of its endpoint; empty for an enumerator or a list
+  std::u16string id;                   // of its endpoint; empty for an enumerator or a list
   std::vector<std::u16string> listed;  // ids of a list
   std::vector<AudioSession> sessions;  // a snapshot, for a list of sessions
 };
@@ -80,9 +80,9 @@ using RegistryChange = Owner<RegistryChangeKind>;
 // Stores the changed registry, or restores `before` and returns ERROR_REGISTRY_IO_FAILED (1016, winerror.h).
 [[nodiscard]] std::int32_t keep_or_undo(RegistryTree before);
 
-// Called on each change of a service's state (services.h), in order. The native program appends a line "NAME
-// STATE" to the file named by VELMORA_SERVICE_LOG, so that other programs can follow its services. It does
-// nothing without that variable or for names outside ASCII. Errors are ignored.
+// Called on each change of a service's state (services.h), in order. The native program appends a line
+// "NAME STATE" to the file named by VELMORA_SERVICE_LOG, so that other programs can follow its services. It
+// does nothing without that variable or for names outside ASCII. Errors are ignored.
 void publish_service_state(std::u16string_view name, std::uint32_t state);
 
 // The key that restricts access. Each value is named by a path under HKEY_LOCAL_MACHINE and holds the access

@@ -1,4 +1,4 @@
-// Tests for Windows paths, as text.
+// Recognises Windows paths by their text.
 #pragma once
 
 #include <string_view>

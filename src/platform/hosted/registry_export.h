@@ -15,8 +15,7 @@ namespace velmora::hosted {
 struct ExportForm {
   bool utf16 = true;  // little-endian; otherwise UTF-8
   bool byte_order_mark = true;
-  bool carriage_returns =
-      true;  // lines end with CR LF, otherwise with LF; as the first line of a file has it
+  bool carriage_returns = true;  // CR LF line ends, otherwise LF; read from the first line
 };
 
 struct ParsedExport {

@@ -122,7 +122,7 @@ int note_connected(void* user, char*, char*, int, int) {
 
 int note_moved(CURL*, curl_infotype what, char*, std::size_t count, void* user) {
   auto& exchange = *static_cast<Exchange*>(user);
-  if (count == 0) return 0;  // the socket took nothing
+  if (count == 0) return 0;  // the socket accepted no bytes
   if (exchange.phase != Phase::sending && exchange.phase != Phase::receiving) return 0;
   if (what == CURLINFO_DATA_OUT) exchange.unsent -= std::min(count, exchange.unsent);
   // Once the whole request is sent, wait for the reply.

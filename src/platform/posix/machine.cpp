@@ -47,7 +47,7 @@ void report_failure(int failure_pipe) {
   static_cast<void>(!write(failure_pipe, &error, sizeof error));
 }
 
-// Runs in the grandchild: drops our descriptors and executes the browser, with async-signal-safe calls only.
+// Runs in the grandchild: drops our descriptors and executes the browser. Its calls are safe after fork.
 [[noreturn]] void become_browser(const char* address, int failure_pipe) {
   // If we were started without standard streams, the pipe may have one of their numbers.
   const int failure = fcntl(failure_pipe, F_DUPFD_CLOEXEC, 3);
@@ -93,8 +93,8 @@ std::int32_t start_com() { return 0; }
 void stop_com() {}
 
 void prepare_process() {
-  // Otherwise the next open file or connection would take the number of a closed stream, and the banner would
-  // be written into it. Opening in order gives each stream its own number.
+  // Opens each closed standard stream on the null device, in order, so that it gets its own number. Otherwise
+  // the next file or connection would get that number, and the banner would be written into it.
   for (int stream = 0; stream <= 2; ++stream) {
     if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", O_RDWR));
   }

@@ -66,7 +66,7 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   pollfd readable{descriptor_of(listener), POLLIN, 0};
   const timespec timeout{timeout_us / 1'000'000, (timeout_us % 1'000'000) * 1000};
   const int count = ppoll(&readable, 1, &timeout, nullptr);
-  // select() fails for a closed descriptor; ppoll() counts it as ready.
+  // select() fails for an invalid descriptor; ppoll() counts it as ready.
   if (count > 0 && (readable.revents & POLLNVAL) != 0) return {-1, winsock_from_errno(ENOTSOCK)};
   return counted(count);
 }
