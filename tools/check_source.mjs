@@ -1,5 +1,5 @@
-// Holds the rules of the source tree that no compiler holds. Prints each breach as FILE:LINE: RULE and exits
-// with 1 if there is any.
+// Checks the rules of the source tree that no compiler checks. Prints each breach as FILE:LINE: RULE and exits with 1
+// if there is any.
 import { execFileSync } from "node:child_process";
 import { existsSync, readFileSync } from "node:fs";
 import { basename, dirname, join } from "node:path";
@@ -8,7 +8,10 @@ import { fileURLToPath } from "node:url";
 const root = join(dirname(fileURLToPath(import.meta.url)), "..");
 process.chdir(root);
 
-// The rooms of src/ and those that each may include: what its CMake library links, and what that links in turn.
+/**
+ * The rooms of src/ (one CMake library each) and the rooms that each links.
+ * @returns {Record<string, string[]>}
+ */
 function readRooms() {
   /** @type {Record<string, string[]>} */
   const links = {};
@@ -19,15 +22,10 @@ function readRooms() {
       links[name] = [...(list.split("LINKS")[1] ?? "").matchAll(/velmora_(\w+)/g)].map(([, room]) => room);
     }
   }
-  /** @param {string} room @returns {Set<string>} */
-  const reach = (room, seen = new Set()) => {
-    for (const next of links[room] ?? []) if (!seen.has(next)) reach(next, seen.add(next));
-    return seen;
-  };
-  return Object.fromEntries(Object.keys(links).map((room) => [room, reach(room)]));
+  return links;
 }
-// From the bottom up. A room links downwards only, and those in one row know nothing of each other.
-const storeys = [
+// From the bottom up. A room links rooms of lower floors only.
+const floors = [
   ["base"],
   ["json", "platform"],
   ["http", "bridge", "binding", "endpoints", "capture", "account"],
@@ -36,7 +34,7 @@ const storeys = [
   ["service"],
 ];
 /** @param {string} room */
-const storeyOf = (room) => storeys.findIndex((row) => row.includes(room));
+const floorOf = (room) => floors.findIndex((row) => row.includes(room));
 const windowsHeaders =
   /^(windows|winsock2|ws2tcpip|winhttp|audiopolicy|endpointvolume|mmdeviceapi|propidl|tlhelp32|sddl|bcrypt|objbase|shellapi|io|winreg|winsvc)\.h$/;
 // Where a failed allocation is an answer to the client.
@@ -59,6 +57,8 @@ const files = execFileSync("git", ["ls-files", "--cached", "--others", "--exclud
   .split("\n")
   .filter((file) => file && existsSync(file));
 const rooms = readRooms();
+// "FROM TO" for each pair of rooms of which one includes a header of the other.
+const used = new Set();
 /** @param {string} file */
 const isCode = (file) => /\.(h|cpp|c)$/.test(file);
 
@@ -74,18 +74,21 @@ function checkIncludes(file, line, say) {
   const forWindows =
     file.startsWith("src/platform/windows/") || /^tests\/(.*windows|programs\/(audio|service)\/)/.test(file);
   if (mark === "<" && windowsHeaders.test(header) && !forWindows) {
-    say("Windows headers stand in src/platform/windows/ and the tests' own files for Windows alone");
+    say("Windows headers are for src/platform/windows/ and the tests' files for Windows");
   }
   if (mark !== '"' || !file.startsWith("src/")) return;
   const from = roomOf(file.slice(4));
   const to = roomOf(header);
-  if (!rooms[to]) say(`includes are written from src/, and ${header} leads to no room`);
-  else if (from !== to && !rooms[from]?.has(to)) say(`${from} may not use ${to}`);
-  const answer = header.match(/^platform\/(windows|posix|hosted)\//)?.[1];
-  const fromAnswer = file.match(/^src\/platform\/(windows|posix|hosted)\//)?.[1];
-  // What Linux lacks is hosted, and its own calls keep the machine of it.
-  const mayLook = answer === fromAnswer || (answer === "hosted" && fromAnswer === "posix");
-  if (answer && !mayLook) say("no room looks below the platform seam");
+  if (!rooms[to]) say(`includes start at src/, and ${header} is in no room`);
+  else if (from !== to) {
+    used.add(`${from} ${to}`);
+    if (!rooms[from]?.includes(to)) say(`${from} does not link ${to}`);
+  }
+  const implementation = header.match(/^platform\/(windows|posix|hosted)\//)?.[1];
+  const own = file.match(/^src\/platform\/(windows|posix|hosted)\//)?.[1];
+  // posix/ keeps the hosted machine's file.
+  const mayInclude = implementation === own || (implementation === "hosted" && own === "posix");
+  if (implementation && !mayInclude) say("implementations of the platform are included by their own only");
 }
 
 /** @param {string} file @param {string} line @param {(rule: string) => void} say */
@@ -100,18 +103,11 @@ function checkLine(file, line, say) {
   if (/\bvirtual\b|\bdynamic_cast\b/.test(code)) say("there is no class hierarchy");
   for (const [wrapper, call] of Object.entries(rawCalls)) {
     if (call.test(code) && !file.endsWith(`/${wrapper}.cpp`))
-      say(`raw calls of ${wrapper} stand in their wrapper`);
+      say(`only the wrapper makes raw calls of ${wrapper}`);
   }
   if (file.startsWith("src/platform/windows/")) {
     if (unsuffixed.test(code) || /\b[A-Z]\w+[a-z]A\(/.test(code))
       say("only the wide functions (…W) are called");
-  }
-}
-
-for (const [room, reached] of Object.entries(rooms)) {
-  for (const other of reached) {
-    if (storeyOf(room) < 0 || storeyOf(other) >= storeyOf(room))
-      breaches.push(`src/: ${room} may not link ${other}`);
   }
 }
 
@@ -134,6 +130,16 @@ for (const file of files.filter(isCode)) {
     say("everything lives in namespace velmora");
 }
 
+// A link list names the rooms below that are included, and no others.
+for (const [room, linked] of Object.entries(rooms)) {
+  for (const other of linked) {
+    if (floorOf(room) < 0 || floorOf(other) >= floorOf(room))
+      breaches.push(`src/${room}/CMakeLists.txt:1: ${room} may not link ${other}`);
+    if (!used.has(`${room} ${other}`))
+      breaches.push(`src/${room}/CMakeLists.txt:1: ${room} links ${other} and includes none of its headers`);
+  }
+}
+
 // Every source has its test, and every test file is one that the build picks up.
 for (const file of files.filter(
   (name) => /^src\/(?!platform\/).*\.cpp$/.test(name) && basename(name) !== "main.cpp",
@@ -152,5 +158,7 @@ for (const file of files.filter((name) => /^tests\/.*_test\.cpp$/.test(name))) {
 }
 
 for (const breach of breaches) console.log(breach);
-console.log(`${files.filter(isCode).length} files looked at, ${breaches.length} breaches`);
+console.log(
+  `${files.filter(isCode).length} files, ${Object.keys(rooms).length} rooms, ${used.size} edges, ${breaches.length} breaches`,
+);
 process.exit(breaches.length === 0 ? 0 : 1);

@@ -7,17 +7,13 @@
 #include <cstdint>
 #include <limits>
 
+#include "base/hex.h"
+
 namespace velmora {
 namespace {
 
 // Larger than any exponent that matters, and small enough that adding a text length cannot overflow.
 constexpr std::int64_t exponent_limit = 1'000'000'000'000;
-
-int hex_digit(char byte) {
-  if (byte >= '0' && byte <= '9') return byte - '0';
-  const char lower = static_cast<char>(byte | 0x20);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
 
 bool is_digit(char byte) { return byte >= '0' && byte <= '9'; }
 
@@ -76,7 +72,7 @@ std::optional<float> read_hexadecimal(std::string_view text) {
       point = true;
       continue;
     }
-    const int digit = hex_digit(text.front());
+    const int digit = hex_digit_value(text.front());
     if (digit < 0) break;
     any = true;
     if (digits < full) {
