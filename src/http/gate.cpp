@@ -8,16 +8,16 @@
 namespace velmora {
 namespace {
 
-// The address is compared exactly, the name in lower case: a client that spells the scheme in upper case
-// passes with the name and not with the address.
+// The address is compared byte for byte, the name in lower case. So a scheme in upper case passes with the
+// name but not with the address.
 bool is_local(std::string_view value, std::string_view scheme, std::uint16_t port) {
   const std::string port_suffix = ':' + std::to_string(port);
   if (!value.ends_with(port_suffix)) return false;
   value.remove_suffix(port_suffix.size());
-  const auto is_scheme_and = [&](std::string_view text, std::string_view host) {
+  const auto is_scheme_with = [&](std::string_view text, std::string_view host) {
     return text.size() == scheme.size() + host.size() && text.starts_with(scheme) && text.ends_with(host);
   };
-  return is_scheme_and(value, "127.0.0.1") || is_scheme_and(to_lower_copy(value), "localhost");
+  return is_scheme_with(value, "127.0.0.1") || is_scheme_with(to_lower_copy(value), "localhost");
 }
 
 }  // namespace
@@ -38,7 +38,7 @@ bool constant_time_equal(std::string_view left, std::string_view right) {
   for (std::size_t index = 0; index < left.size(); ++index) {
     difference |= static_cast<unsigned char>(left[index] ^ right[index]);
   }
-  // The shorter one goes on as zeros, so that the time is that of the longer one.
+  // Pad the shorter string with zeros, so that the time depends only on the longer one.
   for (std::size_t index = left.size(); index < right.size(); ++index) {
     difference |= static_cast<unsigned char>(right[index]);
   }

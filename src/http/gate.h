@@ -1,4 +1,4 @@
-// What lets a request in: it is aimed at us, it comes from our own page, it knows the session token. Pure.
+// Checks that admit a request: Host and Origin name this service, and the session token matches. Pure.
 #pragma once
 
 #include <cstdint>
@@ -8,16 +8,17 @@
 
 namespace velmora {
 
-// The Host is "127.0.0.1:PORT" exactly, or "localhost:PORT" in any case. False without the header.
+// True if the Host header is exactly "127.0.0.1:PORT", or "localhost:PORT" in any case.
 [[nodiscard]] bool host_allowed(const ApiRequest& request, std::uint16_t port);
 
-// There is no Origin, or it is "http://127.0.0.1:PORT" exactly, or "http://localhost:PORT" in any case.
+// True if the Origin header is exactly "http://127.0.0.1:PORT", or "http://localhost:PORT" in any case. Also
+// true without the header.
 [[nodiscard]] bool origin_allowed(const ApiRequest& request, std::uint16_t port);
 
-// Equality in a time that depends on the greater length alone, not on where the two differ.
+// Compares two strings. The time depends only on the longer length, not on where they differ.
 [[nodiscard]] bool constant_time_equal(std::string_view left, std::string_view right);
 
-// The header x-velmora-token is there and equals the session token.
+// True if the header x-velmora-token exists and equals the session token. Compares in constant time.
 [[nodiscard]] bool token_allowed(const ApiRequest& request, std::string_view session_token);
 
 }  // namespace velmora

@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view head_terminator = "\r\n\r\n";
 constexpr std::string_view version_prefix = "HTTP/1.";
 
-// Takes the next line off `rest`: up to a line feed, without it and without one carriage return before it.
+// Removes the next line from `rest`. Returns it without its line feed and one carriage return before that.
 std::string_view take_line(std::string_view& rest) {
   const std::size_t end = rest.find('\n');
   std::string_view line = rest.substr(0, end);
@@ -22,7 +22,7 @@ std::string_view take_line(std::string_view& rest) {
   return line;
 }
 
-// Takes the next run of bytes that are no white space off `rest`. Empty when there is none.
+// Removes the next token from `rest`, with the white space before it, and returns it. Empty if none is left.
 std::string_view take_token(std::string_view& rest) {
   while (!rest.empty() && is_space(rest.front())) rest.remove_prefix(1);
   std::size_t length = 0;
@@ -35,7 +35,7 @@ std::string_view take_token(std::string_view& rest) {
 bool parse_request_line(std::string_view line, ApiRequest& request) {
   request.method = take_token(line);
   request.target = take_token(line);
-  return take_token(line).starts_with(version_prefix);  // and so all three are there
+  return take_token(line).starts_with(version_prefix);  // so all three tokens exist
 }
 
 void parse_header_line(std::string_view line, ApiRequest& request) {
@@ -45,7 +45,7 @@ void parse_header_line(std::string_view line, ApiRequest& request) {
                                    trim_copy(line.substr(colon + 1)));
 }
 
-// Decimal digits only, the whole value, in 64 bits.
+// Accepts only decimal digits that fit into 64 bits. Sets 0 without the header.
 bool parse_content_length(const ApiRequest& request, std::uint64_t& content_length) {
   content_length = 0;
   const auto header = request.headers.find("content-length");
@@ -69,7 +69,7 @@ RequestReader::State RequestReader::take(std::string_view bytes, ApiRequest& req
   if (!body_from_) {
     const std::size_t head_length = buffer_.find(head_terminator, searched_);
     if (head_length == std::string::npos) {
-      // The terminator's first three bytes may have come already.
+      // The terminator may be split: keep its first three bytes in the search.
       searched_ = buffer_.size() - std::min(buffer_.size(), head_terminator.size() - 1);
       return buffer_.size() >= request_limit_bytes ? State::bad : State::incomplete;
     }
@@ -77,12 +77,12 @@ RequestReader::State RequestReader::take(std::string_view bytes, ApiRequest& req
     if (!parse_head(head, request, content_length_)) return State::bad;
     body_from_ = head_length + head_terminator.size();
   }
-  // Unsigned and unchecked on purpose: a length close to 2^64 wraps, passes the limit, and the request ends
-  // at once with whatever has arrived.
+  // Deliberately unsigned and unchecked: a length close to 2^64 wraps and passes the limit. The request then
+  // ends at once with the bytes that have arrived.
   const std::uint64_t total = *body_from_ + content_length_;
   if (total > request_limit_bytes) return State::bad;
   if (buffer_.size() < total) return State::incomplete;
-  // The buffer has served: cut down to the body, it becomes the body.
+  // The buffer is no longer needed: cut it down to the body and move it out.
   buffer_.resize(*body_from_ + std::min<std::uint64_t>(content_length_, buffer_.size() - *body_from_));
   buffer_.erase(0, *body_from_);
   request.body = std::move(buffer_);

@@ -1,5 +1,5 @@
-// Reading one HTTP/1.1 request (RFC 9112, and deliberately little of it): no keep-alive, no chunking, no
-// expectation, no range.
+// Reads one HTTP/1.1 request (RFC 9112). It deliberately supports only a subset: no keep-alive, no chunked
+// coding, no Expect, no ranges.
 #pragma once
 
 #include <cstddef>
@@ -13,43 +13,45 @@
 
 namespace velmora {
 
-// One parsed request. The bytes are as they came.
+// One parsed request. Bytes are as received, except where a field says otherwise.
 struct ApiRequest {
-  std::string method;                          // case kept
-  std::string target;                          // undecoded, query included
-  std::map<std::string, std::string> headers;  // lower-cased name to trimmed value; the last of a name counts
-  std::string body;                            // what Content-Length announced; empty when there is none
+  std::string method;  // case kept
+  std::string target;  // undecoded, with the query
+  std::map<std::string, std::string>
+      headers;       // lower-cased name to trimmed value; the last of equal names wins
+  std::string body;  // at most Content-Length bytes; empty without that header
 };
 
-// Size of each piece that is asked of the socket, bytes.
+// Bytes requested from the socket at a time.
 inline constexpr std::size_t read_chunk_bytes = 4096;
-// The largest request: head, its terminator and the body together, bytes.
+// Largest request in bytes: head, terminator and body together.
 inline constexpr std::size_t request_limit_bytes = 65536;
 
-// Parses a head: the bytes in front of the blank line that ends it. True when the request line and the
-// content length are good; `request` then has all but its body, and `content_length` the announced bytes (0
-// without the header). False leaves both in any state.
+// Parses a head: the bytes before the blank line that ends it. Returns true if the request line and the
+// Content-Length are valid. Then `request` is complete except for its body, and `content_length` is the
+// announced length in bytes (0 without the header). On false, both are unspecified.
 [[nodiscard]] bool parse_head(std::string_view head, ApiRequest& request, std::uint64_t& content_length);
 
-// A request that arrives piece by piece. Pure: bytes go in, and the state tells whether more are wanted.
+// Parses a request that arrives in pieces. Pure: the caller supplies bytes, and the state says what follows.
 class RequestReader {
  public:
   enum class State { incomplete, complete, bad };
 
-  // Takes the next bytes, at most a few kilobytes at a time, and looks again. Not to be called once the
-  // state is no longer incomplete. On complete, `request` is whole; otherwise it is in any state. Each byte
-  // is searched once, however the request is cut.
+  // Appends bytes and parses again. Call it only while the state is incomplete, with a few kilobytes at most:
+  // the size limit is checked after they are appended. `request` is complete on State::complete and
+  // unspecified otherwise. Each byte is searched only once, however the request is split.
   [[nodiscard]] State take(std::string_view bytes, ApiRequest& request);
 
  private:
   std::string buffer_;
-  std::size_t searched_ = 0;              // bytes in which no terminator of the head begins
-  std::optional<std::size_t> body_from_;  // offset of the body, once the head is parsed
+  std::size_t searched_ = 0;              // no head terminator begins in these bytes
+  std::optional<std::size_t> body_from_;  // offset of the body, set once the head is parsed
   std::uint64_t content_length_ = 0;
 };
 
-// Reads one request from a connected socket, blocking for as long as the peer keeps it open and incomplete.
-// False on any failure, all alike: the peer closed or failed too early, or the request is bad or too large.
+// Reads one request from a connected socket. Blocks while the peer keeps the connection open and the request
+// is incomplete. Returns false if the peer closes or fails too early, or if the request is malformed or
+// exceeds the limit.
 [[nodiscard]] bool read_request(const Socket& socket, ApiRequest& request);
 
 }  // namespace velmora

@@ -5,7 +5,7 @@
 namespace velmora {
 namespace {
 
-// The headers that every response but the capture download carries, and the end of the head.
+// The headers of every response except the capture download, and the blank line that ends the head.
 constexpr std::string_view fixed_head =
     "Connection: close\r\n"
     "Cache-Control: no-store\r\n"
