@@ -13,8 +13,8 @@ constexpr std::uint32_t flag_in_upper_half = 0x80000000;
 constexpr std::uint32_t first_stage = 1;
 constexpr std::uint32_t mode_count = 16;
 constexpr std::uint32_t query_count = 4;
-constexpr std::uint64_t most_queries = 255;
-constexpr std::uint64_t greatest_query_value = 63;
+constexpr std::uint64_t max_query_count = 255;
+constexpr std::uint64_t max_query_value = 63;
 constexpr unsigned query_count_bits = 8;
 constexpr unsigned query_value_bits = 6;
 constexpr unsigned query_values_shift = 32;
@@ -22,7 +22,7 @@ constexpr unsigned query_successes_shift = 56;
 
 std::uint32_t lower_half(std::uint64_t word) { return static_cast<std::uint32_t>(word); }
 std::uint32_t upper_half(std::uint64_t word) { return static_cast<std::uint32_t>(word >> 32); }
-// Of a word whose highest bit is a flag.
+// For words whose highest bit is a flag.
 std::uint32_t upper_31_bits(std::uint64_t word) { return upper_half(word) & ~flag_in_upper_half; }
 bool has_top_bit(std::uint64_t word) { return (word & top_bit) != 0; }
 std::int32_t signed_code(std::uint32_t code) { return static_cast<std::int32_t>(code); }
@@ -44,12 +44,12 @@ struct QueryState {
 
 QueryState query_of(std::uint64_t word, EngineQuery query) {
   const auto index = static_cast<std::uint32_t>(query);
-  return {static_cast<std::uint32_t>((word >> query_count_shift(index)) & most_queries),
-          static_cast<std::uint32_t>((word >> query_value_shift(index)) & greatest_query_value),
+  return {static_cast<std::uint32_t>((word >> query_count_shift(index)) & max_query_count),
+          static_cast<std::uint32_t>((word >> query_value_shift(index)) & max_query_value),
           ((word >> query_success_shift(index)) & 1) != 0};
 }
 
-// As pack_format packs it, its type taken from its own byte.
+// Reverses pack_format. The type comes from its own byte.
 StreamFormat unpack_format(std::uint64_t word) {
   return {upper_half(word), static_cast<std::uint8_t>(word), static_cast<std::uint8_t>(word >> 8),
           static_cast<std::uint8_t>(word >> 16), static_cast<std::uint8_t>(word >> 24)};
@@ -178,10 +178,11 @@ std::uint64_t pack_format(const StreamFormat& format) {
 
 std::uint64_t update_query_word(std::uint64_t old, std::uint32_t index, std::uint32_t value, bool success) {
   if (index >= query_count) return old;
-  const std::uint64_t count = std::min(((old >> query_count_shift(index)) & most_queries) + 1, most_queries);
-  const std::uint64_t kept = std::min<std::uint64_t>(value, greatest_query_value);
-  const std::uint64_t replaced = (most_queries << query_count_shift(index)) |
-                                 (greatest_query_value << query_value_shift(index)) |
+  const std::uint64_t count =
+      std::min(((old >> query_count_shift(index)) & max_query_count) + 1, max_query_count);
+  const std::uint64_t kept = std::min<std::uint64_t>(value, max_query_value);
+  const std::uint64_t replaced = (max_query_count << query_count_shift(index)) |
+                                 (max_query_value << query_value_shift(index)) |
                                  (std::uint64_t{1} << query_success_shift(index));
   return (old & ~replaced) | (count << query_count_shift(index)) | (kept << query_value_shift(index)) |
          (std::uint64_t{success} << query_success_shift(index));
@@ -207,7 +208,7 @@ void report_initialize_progress(ControlBridgeRecord& record, std::uint32_t stage
 void report_format_negotiation(ControlBridgeRecord& record, std::uint32_t stage) {
   clear_formats(record);
   report_lock_progress(record, stage, result_pending);
-  // The 65536th of the input side runs into the output side's half.
+  // The 65536th input negotiation overflows into the output count.
   const std::uint32_t one = stage == stage_input_negotiation ? 1 : 0x10000;
   add_to_word(record.format_negotiation_word, one);
 }

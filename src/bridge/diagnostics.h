@@ -1,8 +1,9 @@
-// What the effect tells of its life in the audio engine: the words of the shared record that travel from it.
-// docs/record.md tells their insides. The service reads them; the writers stand for the effect's side and are
-// called by the self-test and by the test effect. Everything here works on any region of the record's size
-// and makes no system call; it allocates nothing and takes no lock, so that the effect may call it from its
-// audio path, on several threads at once.
+// The effect's reports from inside the audio engine: the words of the shared record that the effect writes.
+// docs/record.md describes their bits. The service reads them. The report functions are the effect's side;
+// the self-test and the test effect call them.
+//
+// All functions work on any memory of the record's size, make no system call, allocate nothing and take no
+// lock. The effect may call them from its audio path, on several threads at once.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +12,25 @@
 
 namespace velmora {
 
-// The words of a moment, decoded. Each word is consistent by itself, and two words may be of different
-// moments. These are the values where there is no record.
+// The decoded words. Each word is consistent in itself, but two words may be from different moments. The
+// defaults apply when there is no record.
 struct ControlDiagnostics {
-  std::uint64_t initialize_attempt_count = 0;    // attempts at initialising the effect, of both kinds
+  std::uint64_t initialize_attempt_count = 0;    // attempts to initialise the effect, both kinds
   std::uint32_t initialize_runtime_count = 0;    // for real use
-  std::uint32_t initialize_discovery_count = 0;  // for discovery alone
+  std::uint32_t initialize_discovery_count = 0;  // only for discovery
   std::uint64_t initialize_count = 0;            // initialisations that succeeded
-  std::uint64_t lock_count = 0;                  // streams locked for processing with success
-  std::uint32_t initialize_data_size = 0;        // of the last attempt: bytes of data that it was handed
-  std::uint32_t initialize_declared_size = 0;    // and the size that the data declares of itself
-  std::uint32_t initialize_structure = 0;        // a code for which structure arrived
+  std::uint64_t lock_count = 0;                  // streams locked successfully for processing
+  std::uint32_t initialize_data_size = 0;        // of the last attempt: bytes of data passed in
+  std::uint32_t initialize_declared_size = 0;    // the size that this data states
+  std::uint32_t initialize_structure = 0;        // code of the structure passed in
   std::uint32_t initialize_processing_mode = 0;
   bool initialize_for_discovery_only = false;
-  std::uint32_t initialize_stage = 0;          // how far initialisation has come, a code of the effect's own
-  std::int32_t initialize_hresult = 0;         // its result so far
-  std::uint64_t format_negotiation_count = 0;  // of both kinds
+  std::uint32_t initialize_stage = 0;          // how far initialisation got, the effect's own code
+  std::int32_t initialize_hresult = 0;         // its latest result
+  std::uint64_t format_negotiation_count = 0;  // input and output
   std::uint32_t input_format_negotiation_count = 0;
   std::uint32_t output_format_negotiation_count = 0;
-  std::uint32_t get_effects_list_count = 0;  // queries of the engine; counts stop at 255
+  std::uint32_t get_effects_list_count = 0;  // queries by the engine; each count stops at 255
   std::uint32_t get_controllable_effects_list_count = 0;
   std::uint32_t get_latency_count = 0;
   std::uint32_t get_input_channel_count_count = 0;
@@ -41,10 +42,10 @@ struct ControlDiagnostics {
   bool get_controllable_effects_list_succeeded = false;
   bool get_latency_succeeded = false;
   bool get_input_channel_count_succeeded = false;
-  std::uint64_t lock_attempt_count = 0;  // attempts at locking a stream
-  std::uint32_t lock_stage = 0;          // how far the last lock or negotiation has come
+  std::uint64_t lock_attempt_count = 0;  // attempts to lock a stream
+  std::uint32_t lock_stage = 0;          // how far the last lock or negotiation got
   std::int32_t lock_hresult = 0;
-  std::uint32_t lock_input_sample_rate = 0;  // hertz; the formats offered at the last lock or negotiation
+  std::uint32_t lock_input_sample_rate = 0;  // hertz; formats offered at the last lock or negotiation
   std::uint32_t lock_input_channels = 0;
   std::uint32_t lock_input_valid_bits = 0;
   std::uint32_t lock_input_container_bytes = 0;
@@ -54,52 +55,52 @@ struct ControlDiagnostics {
   std::uint32_t lock_output_valid_bits = 0;
   std::uint32_t lock_output_container_bytes = 0;
   std::uint32_t lock_output_format_type = 0;
-  std::uint32_t sample_rate = 0;  // hertz; of the stream that was last locked with success
+  std::uint32_t sample_rate = 0;  // hertz; of the last stream locked successfully
   std::uint32_t channels = 0;
-  bool algorithm_requested = false;       // the algorithm was asked for on that stream
-  std::uint32_t pipeline_mode = 0;        // a code of the effect's own
+  bool algorithm_requested = false;       // the algorithm was requested for that stream
+  std::uint32_t pipeline_mode = 0;        // the effect's own code
   std::int32_t last_algorithm_error = 0;  // 0: none
-  bool applied_valid = false;             // the effect has reported what it really applied
+  bool applied_valid = false;             // the effect has reported what it applied
   bool applied_bypass = true;
   bool applied_bypass_all = false;
   float applied_strength = 0;
   bool processing_gain_valid = false;        // a gain was measured
   float processing_gain_db = 0;              // decibels
-  std::uint32_t processing_block_count = 0;  // blocks behind this measurement
-  std::uint32_t initialized_mode_mask = 0;   // one bit for each processing mode 0..15
+  std::uint32_t processing_block_count = 0;  // blocks that the gain was measured over
+  std::uint32_t initialized_mode_mask = 0;   // one bit per processing mode 0..15
   std::uint32_t locked_mode_mask = 0;
   std::uint32_t processed_mode_mask = 0;
   std::uint64_t total_processed_blocks = 0;
   bool capture_reported = false;
-  std::uint32_t capture_state = 0;  // a code of the effect's own
+  std::uint32_t capture_state = 0;  // the effect's own code
   std::uint32_t capture_seconds = 0;
-  std::int32_t capture_detail_code = 0;  // bit 31 is always set in it once capture_reported is
+  std::int32_t capture_detail_code = 0;  // bit 31 is set whenever capture_reported is
 };
 
-// Fills `out`. Each word is read once, atomically and without a retry.
+// Fills `out`. Reads each word once, atomically, without retries.
 void read_diagnostics(ControlBridgeRecord& record, ControlDiagnostics& out);
 
-// The result of a step that has been entered and is not finished: left standing, it tells where the effect
-// stopped (E_PENDING, winerror.h).
+// The result of a step that has begun but not finished. If it stays, the stage shows where the effect stopped
+// (E_PENDING, winerror.h).
 inline constexpr std::uint32_t result_pending = 0x8000000A;
-// The stage of a format negotiation on the input side; every other one is on the output side.
+// The stage of an input format negotiation. Every other stage counts as an output negotiation.
 inline constexpr std::uint32_t stage_input_negotiation = 9;
 
 struct InitializeAttempt {
-  std::uint32_t data_size;      // bytes handed to the effect
-  std::uint32_t declared_size;  // what they declare of themselves
+  std::uint32_t data_size;      // bytes passed to the effect
+  std::uint32_t declared_size;  // the size that they state
   std::uint32_t structure;      // 31 bits
   std::uint32_t processing_mode;
-  bool discovery;  // not for real use
+  bool discovery;  // only for discovery, not for real use
 };
 
-// One side of a stream.
+// The format of one side of a stream.
 struct StreamFormat {
   std::uint32_t sample_rate;  // hertz
   std::uint8_t channels;
-  std::uint8_t valid_bits;       // of a sample
-  std::uint8_t container_bytes;  // of a sample
-  std::uint32_t format_type;     // below 256, or the word comes out wrong
+  std::uint8_t valid_bits;       // per sample
+  std::uint8_t container_bytes;  // per sample
+  std::uint32_t format_type;     // below 256; larger values corrupt the word
 };
 
 struct LockedStream {
@@ -112,7 +113,7 @@ struct LockedStream {
 
 enum class ModeKind : std::uint32_t { initialized = 0, locked = 1, processed = 2 };
 
-// What the engine asks of the effect.
+// Queries from the engine to the effect.
 enum class EngineQuery : std::uint32_t {
   effects_list = 0,
   controllable_effects_list = 1,
@@ -120,17 +121,17 @@ enum class EngineQuery : std::uint32_t {
   input_channel_count = 3,
 };
 
-// The packed forms. Pure.
+// Packing of single words. Pure.
 [[nodiscard]] std::uint64_t pack_format(const StreamFormat& format);
-// `old` with one more query `index`: its count (255 at most), its value (cut to 63) and its success. An index
-// above 3 changes nothing.
+// Returns `old` after one more query `index`: its count (at most 255), its value (at most 63) and its
+// success. An index above 3 changes nothing.
 [[nodiscard]] std::uint64_t update_query_word(std::uint64_t old, std::uint32_t index, std::uint32_t value,
                                               bool success);
 
-// The effect's writers. Words that are stored as a whole take the last writer; no count is ever lost.
+// Reports by the effect. In words stored as a whole the last writer wins; no count is ever lost.
 //
-// An attempt is at stage 1 with result_pending until its progress is reported. A negotiation and an attempt
-// at a lock clear both formats first.
+// An initialisation attempt is at stage 1 with result_pending until its progress is reported. A negotiation
+// or a lock attempt first clears both formats.
 void report_initialize_attempt(ControlBridgeRecord& record, const InitializeAttempt& attempt);
 void report_initialize_success(ControlBridgeRecord& record);
 void report_initialize_progress(ControlBridgeRecord& record, std::uint32_t stage, std::uint32_t result);
@@ -145,9 +146,9 @@ void report_processing(ControlBridgeRecord& record, float gain_db, std::uint32_t
 // A mode of 16 or above is ignored.
 void report_mode(ControlBridgeRecord& record, std::uint32_t mode, ModeKind kind);
 void count_processed_block(ControlBridgeRecord& record);
-// `index` is an EngineQuery; a result that is not negative is a success.
+// `index` is an EngineQuery. A result that is not negative is a success.
 void report_query(ControlBridgeRecord& record, std::uint32_t index, std::uint32_t value, std::int32_t result);
-// Bit 31 of `detail` is set on the way, whatever it was.
+// Always sets bit 31 of `detail`.
 void report_capture(ControlBridgeRecord& record, std::uint16_t state, std::uint16_t seconds,
                     std::uint32_t detail);
 

@@ -21,7 +21,7 @@ std::string call_failed(std::string_view call, std::uint32_t error) {
   return std::string(call) + " failed with error " + std::to_string(error);
 }
 
-// Opens the mapping, or makes it. On failure `message` is assigned; on success `created` is.
+// Opens the mapping or, if allowed, creates it. `message` is set on failure; `created` is valid on success.
 bool obtain_mapping(std::u16string_view name, bool may_create, SharedMapping& mapping, bool& created,
                     std::string& message) {
   created = false;
@@ -41,7 +41,7 @@ bool obtain_mapping(std::u16string_view name, bool may_create, SharedMapping& ma
     message = call_failed("CreateFileMappingW", *result.create_error);
     return false;
   }
-  // Another process may have made it since we looked; its mapping is then like an opened one.
+  // Another process may have created it after the open failed. Treat that mapping like an opened one.
   created = !result.already_existed;
   return true;
 }
@@ -104,7 +104,7 @@ void ControlBridge::close() noexcept {
 }
 
 bool ControlBridge::connect(std::u16string_view name, bool may_create, std::string& message) {
-  const std::u16string wanted(name);  // the view may be of our own name, which goes with the close
+  const std::u16string wanted(name);  // a copy: `name` may refer to name_, which close() clears
   close();
   if (!control_mapping_name_valid(wanted)) {
     message = "control mapping name must be Local\\ or Global\\ plus ASCII letters, digits, '.', '-' or '_'";

@@ -1,4 +1,4 @@
-// Getting hold of the shared record: the name, making or opening the mapping, and who closes what.
+// Access to the shared record: the mapping name, creating or opening the mapping, and its ownership.
 #pragma once
 
 #include <cstddef>
@@ -12,18 +12,19 @@
 
 namespace velmora {
 
-// The longest name of a mapping, in UTF-16 units, prefix included.
+// The longest mapping name in UTF-16 units, prefix included.
 inline constexpr std::size_t mapping_name_limit_units = 240;
 
-// `Local\` or `Global\` (case counts) and at least one of a..z, A..Z, 0..9, '.', '-', '_', up to the limit.
+// True for `Local\` or `Global\` (case-sensitive) followed by at least one of a..z, A..Z, 0..9, '.', '-',
+// '_'. The limit applies.
 [[nodiscard]] bool control_mapping_name_valid(std::u16string_view name);
 
-// Waits until the creator of a record has finished it: up to 100 looks, 1 ms apart. False when it is not
-// ready after that, or at once when it is of another layout.
+// Waits for the creator of a record to finish it: up to 100 checks, 1 ms apart. Returns false if it is not
+// ready then, or at once if its layout is incompatible.
 [[nodiscard]] bool wait_for_creator(ControlBridgeRecord& record);
 
-// The owner of the mapping and its view, and the service's access to the record. Move-only; a moved-from
-// bridge is closed. Used from one thread.
+// Owns the mapping and its view, and gives access to the record. Move-only; a moved-from bridge is closed.
+// Use it from one thread.
 class ControlBridge {
  public:
   ControlBridge() = default;
@@ -33,20 +34,20 @@ class ControlBridge {
   ControlBridge& operator=(const ControlBridge&) = delete;
   ~ControlBridge();
 
-  // Opens the mapping, or makes it where it cannot be opened, and fills it if it was made here. What the
-  // object held is closed first, whatever comes of it. `message` says what happened, on success too. An
-  // existing mapping is taken as it stands and no byte of it changes.
+  // Opens the mapping, or creates and initialises it if it cannot be opened. First closes the present
+  // mapping, even if this call fails. `message` says what happened, also on success. An existing mapping is
+  // used as it is; no byte of it changes.
   [[nodiscard]] bool create(std::u16string_view name, std::string& message);
-  // The same without ever making a mapping.
+  // Like create, but never creates a mapping.
   [[nodiscard]] bool open(std::u16string_view name, std::string& message);
-  // Drops view, handle and name, in this order. Harmless when closed.
+  // Releases view, handle and name, in this order. Does nothing when closed.
   void close() noexcept;
   [[nodiscard]] bool is_open() const noexcept { return view_.is_open(); }
   // Empty when closed.
   [[nodiscard]] const std::u16string& name() const noexcept { return name_; }
 
-  // The operations of record.h and diagnostics.h on the shared record. Closed: publications are not_open,
-  // readings are false with the output untouched, and the effect's reports do nothing.
+  // The operations of record.h and diagnostics.h on the shared record. When closed, publications return
+  // not_open, reads return false with the output untouched, and reports do nothing.
   [[nodiscard]] BridgeResult publish_footstep(bool bypass, bool bypass_all, float enhance_strength);
   [[nodiscard]] BridgeResult publish_algorithm(const AlgorithmParameters& parameters);
   [[nodiscard]] BridgeResult publish_eq(const EqSettings& settings);

@@ -24,14 +24,13 @@ constexpr unsigned limiter_ceiling_shift = 32;
 constexpr unsigned output_trim_shift = 48;
 constexpr unsigned fade_shift = 32;
 
-bool strength_allowed(float strength) { return strength >= 0 && strength <= 1; }  // and so finite
+bool strength_allowed(float strength) { return strength >= 0 && strength <= 1; }  // so it is finite
 
-// `value` within the limits, times `scale`, rounded with a half away from zero. What is no number is
-// taken for 0.
+// Returns `value` clamped to the limits, times `scale`, rounded half away from zero. NaN counts as 0.
 long scaled(float value, float low, float high, float scale) {
   if (std::isnan(value)) return 0;
-  // The product is a float's. In double its sum with a half is exact, which spares the C library's rounding:
-  // mingw-w64's takes 0.49999997 for 1.
+  // The product is a float, so adding one half to it in double is exact. This avoids the C library's
+  // rounding: mingw-w64's rounds 0.49999997 to 1.
   const double product = std::clamp(value, low, high) * scale;
   return static_cast<long>(product + (product < 0 ? -0.5 : 0.5));
 }
@@ -49,15 +48,15 @@ void store_bands(ControlBridgeRecord& record, const std::array<EqBand, eq_band_c
   }
 }
 
-// The equalizer as it lies in the record. An attempt keeps to the raw words: what it copies between its
-// locked steps, those have to wait for.
+// The equalizer as raw words. Copying only these keeps an attempt short: its locked operations must wait for
+// all stores before them.
 struct RawEq {
   std::array<EqBandWords, eq_band_count> bands;
   std::uint64_t word;
   std::uint64_t revision;
 };
 
-// One attempt at the equalizer. False, with `raw` in any state, when a writer was or came in between.
+// Makes one attempt to read the equalizer. Returns false, with `raw` unspecified, if a writer was active.
 bool try_read_eq(ControlBridgeRecord& record, RawEq& raw) {
   const std::uint64_t sequence = load_word(record.eq_sequence);
   if (sequence % 2 != 0) return false;
@@ -121,8 +120,8 @@ std::uint64_t pack_eq_word(bool bypass, float fade_ms) {
 }
 
 float band_frequency(std::size_t index) {
-  // 20 * 1000^(index / 14) in float operations. Written out, so that the record begins alike on every system
-  // (the C libraries' powers differ in the last bit) and the start need not load one for this alone.
+  // 20 * 1000^(index / 14) in float arithmetic. The table makes new records identical on all systems, because
+  // the C libraries' pow differs in the last bit. It also saves loading a pow function at start.
   static constexpr std::array<float, eq_band_count> frequencies{
       20.0f,       32.7578773f, 53.6539154f, 87.8794098f, 143.937149f, 235.753754f, 386.139557f, 632.455505f,
       1035.89514f, 1696.68567f, 2778.99146f, 4551.69141f, 7455.18799f, 12210.8018f, 20000.0f};
@@ -182,7 +181,7 @@ void publish_eq(ControlBridgeRecord& record, const EqSettings& settings) {
 }
 
 void publish_capture_request(ControlBridgeRecord& record, std::uint16_t action, std::uint16_t seconds) {
-  // Two steps, and safe: this process is the word's only writer.
+  // Load and store need not be one atomic step: this process is the only writer of the word.
   const auto sequence = static_cast<std::uint32_t>(load_word(record.capture_request) >> 32) + 1u;
   store_word(record.capture_request,
              (std::uint64_t{sequence} << 32) | (std::uint64_t{seconds} << 16) | action);

@@ -1,6 +1,6 @@
-// The 576-byte record that the service shares with the effect: its layout, its packing, and what the
-// service's side does with it. docs/record.md tells it byte by byte. Everything here works on any region of
-// that size and makes no system call.
+// The 576-byte record that the service shares with the effect: its layout, its packed words, and the
+// service's operations on it. docs/record.md describes every byte. All functions work on any memory of that
+// size and make no system call.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ inline constexpr std::uint32_t record_layout_version = 8;
 inline constexpr std::uint32_t record_size_bytes = 576;
 inline constexpr std::size_t eq_band_count = 15;
 
-// One band of the equalizer, as 16 bytes of the record hold it.
+// One equalizer band, stored in 16 bytes of the record.
 struct EqBand {
   std::int32_t type;  // 0..8
   float freq_hz;
@@ -28,12 +28,12 @@ struct EqBand {
 };
 static_assert(sizeof(EqBand) == 16);
 
-// A band's bytes as the two words in which they are shared.
+// A band as the two words in which it is shared.
 using EqBandWords = std::array<std::uint64_t, 2>;
 static_assert(sizeof(EqBandWords) == sizeof(EqBand));
 
-// The record. Its words are touched through the functions below and through no plain load or store, but for
-// `version` and `size`, which stand still once `magic` is there.
+// The shared record. Access its words only through the functions below, never by plain loads or stores. The
+// exceptions are `version` and `size`, which are constant once `magic` is set.
 struct ControlBridgeRecord {
   std::uint32_t magic;
   std::uint32_t version;
@@ -104,7 +104,7 @@ static_assert(offsetof(ControlBridgeRecord, eq_revision) == 0x0D0);
 static_assert(offsetof(ControlBridgeRecord, eq_bands) == 0x0D8);
 static_assert(offsetof(ControlBridgeRecord, reserved_1c8) == 0x1C8);
 
-// The enhancement as the user sets it.
+// The user's settings of the enhancement.
 struct FootstepParameters {
   bool bypass;
   bool bypass_all;
@@ -112,7 +112,7 @@ struct FootstepParameters {
   std::uint64_t raw;       // the word as read
 };
 
-// The algorithm behind it. The record keeps decibels in tenths and `mask_time_alpha` in 1/255.
+// The settings of the algorithm. The record stores decibels in tenths and `mask_time_alpha` in 1/255.
 struct AlgorithmParameters {
   float output_trim_db = 0;                // -120..120 in the record
   float mask_time_alpha = 0;               // 0..1 in the record
@@ -123,70 +123,71 @@ struct AlgorithmParameters {
   std::uint64_t raw = 0;          // the word as read
 };
 
-// The equalizer. These defaults are not the contents of a new record: that one spreads its bands over the
-// axis, and this is what a reader shows that could not read.
+// The settings of the equalizer. These defaults are shown when the record cannot be read. They differ from a
+// new record, which spreads its bands over the frequency axis.
 struct EqSettings {
   EqSettings() { bands.fill({0, 1000.0f, 0.0f, 0.707f}); }
   bool bypass = true;
-  float fade_ms = 20;  // 0..200 in the record, in tenths
+  float fade_ms = 20;  // milliseconds, 0..200; the record stores tenths
   std::array<EqBand, eq_band_count> bands;
   std::uint64_t revision = 0;
 };
 
 // A capture command as the effect reads it.
 struct CaptureRequest {
-  std::uint64_t sequence;  // 32 bits, wrapping; a new command has a new one
+  std::uint64_t sequence;  // 32 bits, wrapping; changes with each command
   std::uint32_t action;
   std::uint32_t seconds;
 };
 
-// What a publication came to. The numbers are part of the contract with the effect's side.
+// The result of a publication. The numbers are part of the contract with the effect.
 enum class BridgeResult : unsigned { done = 0, value_refused = 1, not_open = 6 };
 
-// The packed forms. Pure.
+// Packing and unpacking of single words. Pure.
 [[nodiscard]] std::uint16_t tenths_db(float decibels);
 [[nodiscard]] std::uint64_t pack_footstep(bool bypass, bool bypass_all, float enhance_strength);
 [[nodiscard]] FootstepParameters unpack_footstep(std::uint64_t word);
 [[nodiscard]] std::uint64_t pack_algorithm(const AlgorithmParameters& parameters);
-// The defaults, but for `raw`, where the word's valid bit (bit 0) is clear.
+// Returns the defaults, except for `raw`, if the valid bit (bit 0) is clear.
 [[nodiscard]] AlgorithmParameters unpack_algorithm(std::uint64_t word);
 [[nodiscard]] std::uint64_t pack_eq_word(bool bypass, float fade_ms);
 
-// Centre of band `index` (0..14) in a new record, hertz: 15 points evenly on a logarithmic axis from 20 to
-// 20000.
+// The centre of band `index` (0..14) in a new record, in hertz: 15 evenly spaced points on a logarithmic axis
+// from 20 to 20000.
 [[nodiscard]] float band_frequency(std::size_t index);
 
-// Fills a region with the first contents. To be called once, by the process that made the mapping. `magic` is
-// taken away first and given last, so that no reader takes a half-made record for a finished one.
+// Writes the initial contents. Call it once, in the process that created the mapping. It clears `magic` first
+// and sets it last, so that no reader accepts a half-written record.
 void initialise_record(ControlBridgeRecord& record);
 
-// Whether a record can be used.
+// Whether a record is usable.
 enum class RecordState {
-  ready,         // magic, version and size are ours
-  incompatible,  // the magic is there, the layout is another
-  unfinished,    // the magic is not there: the creator is still at it, or died, or it is no record at all
+  ready,         // magic, version and size match
+  incompatible,  // the magic matches, but not version and size
+  unfinished,    // no magic: the creator is still writing or has died, or it is no record at all
 };
 [[nodiscard]] RecordState inspect_record(ControlBridgeRecord& record);
 
-// The service's side. Publications change one word in one atomic step, or the equalizer under its sequence
-// word; one thread of one process is their only writer.
+// Publications by the service. Each changes one word in one atomic step, or the equalizer under its sequence
+// word. Only one thread of one process may publish.
 //
-// value_refused for a strength that is not finite or not within 0..1; nothing is stored then.
+// value_refused, with nothing stored: the strength is not finite or not within 0..1.
 [[nodiscard]] BridgeResult publish_footstep(ControlBridgeRecord& record, bool bypass, bool bypass_all,
                                             float enhance_strength);
 void publish_algorithm(ControlBridgeRecord& record, const AlgorithmParameters& parameters);
-// `revision` of the settings is not used: the record counts by itself.
+// `settings.revision` is ignored: the record counts revisions itself.
 void publish_eq(ControlBridgeRecord& record, const EqSettings& settings);
 void publish_capture_request(ControlBridgeRecord& record, std::uint16_t action, std::uint16_t seconds);
 
-// Fills `out` whatever it holds; true when the strength is finite and within 0..1.
+// Always fills `out`. Returns true if the strength is finite and within 0..1.
 [[nodiscard]] bool read_footstep(ControlBridgeRecord& record, FootstepParameters& out);
-// Fills `out`; true when the word is valid.
+// Always fills `out`. Returns true if the word is valid.
 [[nodiscard]] bool read_algorithm(ControlBridgeRecord& record, AlgorithmParameters& out);
-// Four attempts at an undisturbed reading. False with `out` untouched when a writer kept all of them out.
+// Makes up to four attempts at a consistent read. Returns false, with `out` untouched, if writers disturbed
+// each of them.
 [[nodiscard]] bool read_eq(ControlBridgeRecord& record, EqSettings& out);
 
-// The effect's side.
+// Read by the effect.
 void read_capture_request(ControlBridgeRecord& record, CaptureRequest& out);
 
 }  // namespace velmora

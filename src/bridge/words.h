@@ -1,6 +1,6 @@
-// The atomic steps by which shared words are touched. All have full barrier strength, loads included: they
-// are compare-exchanges, exchanges and locked adds, also where a plain load would be faster, because the
-// effect's side is built apart from us and relies on that strength. A reader therefore needs a writable view.
+// Atomic operations on the shared words. Except for the guarded accesses at the end, all are full barriers:
+// compare-exchanges, exchanges and locked adds, even where a plain load would be faster. The effect is built
+// separately and relies on that strength. A reader therefore needs a writable view.
 #pragma once
 
 #include <atomic>
@@ -11,7 +11,7 @@ namespace velmora {
 static_assert(std::atomic_ref<std::uint32_t>::is_always_lock_free &&
               std::atomic_ref<std::uint64_t>::is_always_lock_free);
 
-// The present value: a compare-exchange of 0 with 0, which changes nothing.
+// Returns the value. Comparing with 0 and exchanging for 0 changes nothing.
 template <typename Word>
 [[nodiscard]] inline Word load_word(Word& word) {
   Word present = 0;
@@ -29,22 +29,21 @@ inline void add_to_word(Word& word, Word amount) {
   std::atomic_ref<Word>(word).fetch_add(amount);
 }
 
-// Replaces `present` by `value`; false, with `present` the value found, when the word holds another one by
-// now.
+// Stores `value` if the word equals `present`. Otherwise returns false and sets `present` to the value found.
 template <typename Word>
 [[nodiscard]] inline bool exchange_word(Word& word, Word& present, Word value) {
   return std::atomic_ref<Word>(word).compare_exchange_strong(present, value);
 }
 
-// Orders everything before it against everything behind it. An exchange on a local word, since g++ refuses a
-// fence under ThreadSanitizer.
+// Orders all accesses before it before all accesses after it. It exchanges a local word: g++ rejects fences
+// under ThreadSanitizer.
 inline void full_barrier() {
   std::atomic<int> barrier{0};
   barrier.exchange(1);
 }
 
-// Words of a block that a sequence word guards. Nothing tears within a word, and the order is that of plain
-// accesses on x86-64, which is what these compile to.
+// Access to the words of a block that a sequence word guards. A single word never tears. The order is that of
+// plain accesses on x86-64, which is what these compile to.
 [[nodiscard]] inline std::uint64_t load_guarded(std::uint64_t& word) {
   return std::atomic_ref<std::uint64_t>(word).load(std::memory_order_acquire);
 }
