@@ -12,7 +12,7 @@ namespace {
 
 constexpr Guid effect_class = {0x631D9145, 0xCACF, 0x44D7, {0x86, 0x1B, 0x5D, 0x82, 0xAD, 0xD8, 0xC8, 0x4F}};
 
-// An endpoint that is about to be changed.
+// An endpoint opened for a change.
 struct OpenEndpoint {
   RegistryKey key;
   std::string guid;
@@ -20,13 +20,13 @@ struct OpenEndpoint {
   std::string effect;  // the effect's class id
 };
 
-std::int32_t tell(std::string& detail, std::string_view text, std::int32_t status) {
+std::int32_t set_detail(std::string& detail, std::string_view text, std::int32_t status) {
   detail = text;
   return status;
 }
 
 std::int32_t refuse_id(std::string& detail) {
-  return tell(detail, "endpoint id is not a render endpoint identifier", status_invalid_argument);
+  return set_detail(detail, "endpoint id is not a render endpoint identifier", status_invalid_argument);
 }
 
 std::int32_t open_endpoint(std::string_view endpoint_id, OpenEndpoint& endpoint, std::string& detail) {
@@ -34,14 +34,14 @@ std::int32_t open_endpoint(std::string_view endpoint_id, OpenEndpoint& endpoint,
   std::int32_t status = open_fx_properties(endpoint.guid, key_query_value | key_set_value, endpoint.key);
   if (status == status_invalid_argument) return refuse_id(detail);
   if (status != 0) {
-    return tell(
+    return set_detail(
         detail,
         "the endpoint FxProperties key could not be opened for writing (run the control service elevated)",
         status);
   }
   bool present = false;
   status = read_multi_string_value(endpoint.key, composite_chain_name, endpoint.chain, present);
-  if (status != 0) return tell(detail, "the endpoint mode-effect chain could not be read", status);
+  if (status != 0) return set_detail(detail, "the endpoint mode-effect chain could not be read", status);
   endpoint.effect = effect_clsid_text();
   return 0;
 }
@@ -49,28 +49,28 @@ std::int32_t open_endpoint(std::string_view endpoint_id, OpenEndpoint& endpoint,
 std::int32_t write_chain(const OpenEndpoint& endpoint, const BindingPlan& plan, std::string& detail) {
   if (!plan.chain_changes) return 0;
   const std::int32_t status = write_multi_string_value(endpoint.key, composite_chain_name, plan.chain);
-  return status == 0 ? 0 : tell(detail, "the endpoint mode-effect chain could not be written", status);
+  return status == 0 ? 0 : set_detail(detail, "the endpoint mode-effect chain could not be written", status);
 }
 
-// Reads the chain once more; the endpoint then holds what is really there.
+// Reads the chain back into `endpoint` and checks that the effect is in it (`bound`) or is not.
 std::int32_t confirm_chain(OpenEndpoint& endpoint, bool bound, std::string& detail) {
   bool present = false;
   const std::int32_t status =
       read_multi_string_value(endpoint.key, composite_chain_name, endpoint.chain, present);
-  if (status != 0) return tell(detail, "the endpoint mode-effect chain could not be read back", status);
+  if (status != 0) return set_detail(detail, "the endpoint mode-effect chain could not be read back", status);
   if (chain_contains(endpoint.chain, endpoint.effect) == bound) return 0;
-  return tell(detail, "the endpoint mode-effect chain did not keep the change", status_failed);
+  return set_detail(detail, "the endpoint mode-effect chain did not keep the change", status_failed);
 }
 
 std::int32_t leave_bound(const OpenEndpoint& endpoint, std::string& detail) {
   if (!ensure_mode_lists(endpoint.key, read_added_mode_list(endpoint.guid))) {
-    return tell(detail, "endpoint was already bound", 0);
+    return set_detail(detail, "endpoint was already bound", 0);
   }
   write_added_mode_list(endpoint.guid);
-  return tell(detail, "endpoint was already bound; refreshed the mode list", 0);
+  return set_detail(detail, "endpoint was already bound; refreshed the mode list", 0);
 }
 
-// The record goes first: an effect that is neither in the slot nor remembered would be lost to an unbind.
+// Write the record first: an unbind could not restore an effect that is neither in the slot nor recorded.
 bool move_legacy_effect(const OpenEndpoint& endpoint, const BindingPlan& plan) {
   if (plan.moves.empty() || !chain_contains(endpoint.chain, plan.moves)) return false;
   write_migrated_mode_effect(endpoint.guid, plan.moves);
@@ -91,20 +91,20 @@ std::int32_t bind_open_endpoint(OpenEndpoint& endpoint, std::string& detail) {
   endpoint.key.close();
   if (added) write_added_mode_list(endpoint.guid);
   if (moved) {
-    return tell(
+    return set_detail(
         detail,
         "endpoint bound; its existing mode effect was moved into the composite chain because the legacy "
         "slot suppresses it",
         0);
   }
-  return tell(detail, added ? "endpoint bound and a default-mode list was added" : "endpoint bound", 0);
+  return set_detail(detail, added ? "endpoint bound and a default-mode list was added" : "endpoint bound", 0);
 }
 
 std::int32_t unbind_open_endpoint(OpenEndpoint& endpoint, std::string& detail) {
   std::string moved_earlier;
   static_cast<void>(read_migrated_mode_effect(endpoint.guid, moved_earlier));
   const BindingPlan plan = plan_unbind(endpoint.chain, endpoint.effect, moved_earlier);
-  if (has_nothing_to_do(plan)) return tell(detail, "endpoint was not bound", 0);
+  if (has_nothing_to_do(plan)) return set_detail(detail, "endpoint was not bound", 0);
 
   if (const std::int32_t status = write_chain(endpoint, plan, detail); status != 0) return status;
   if (read_added_mode_list(endpoint.guid)) remove_mode_lists(endpoint.key);
@@ -112,7 +112,7 @@ std::int32_t unbind_open_endpoint(OpenEndpoint& endpoint, std::string& detail) {
   if (!plan.restores.empty()) static_cast<void>(write_legacy_mode_effect(endpoint.key, plan.restores));
   endpoint.key.close();
   delete_binding_record(endpoint.guid);
-  return tell(
+  return set_detail(
       detail,
       plan.restores.empty() ? "endpoint unbound" : "endpoint unbound and its original mode effect restored",
       0);

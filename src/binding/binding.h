@@ -1,6 +1,6 @@
-// Puts the effect into a render endpoint's effect chain, takes it out again, and looks whether it is there.
-// Only registry values change; the audio engine sees them when the audio service next starts. Nothing is kept
-// in memory, and a failure leaves what was done so far in place. Results are status values (base/status.h).
+// Adds the effect to a render endpoint's effect chain, removes it, and checks whether it is there. Only
+// registry values change; the audio engine reads them when the audio service next starts. No state is kept in
+// memory, and a failure leaves completed steps in place. Results are status values (base/status.h).
 #pragma once
 
 #include <cstdint>
@@ -11,27 +11,27 @@
 
 namespace velmora {
 
-// The effect's class id as StringFromGUID2 writes it: 38 characters, upper case, with braces. Empty on
-// failure.
+// Returns the effect's class id as StringFromGUID2 writes it: 38 characters, upper case, with braces. The
+// text is empty on failure.
 [[nodiscard]] std::string effect_clsid_text();
 
-// 0: done, or nothing had to be done. `detail` always says in English what happened. The key is opened for
-// change, so both need elevation on a real machine.
+// Return 0 if the change is made or was not needed. `detail` always describes the outcome in English. Both
+// open the key for writing, which requires elevation on a real machine.
 [[nodiscard]] std::int32_t bind_endpoint_effect(std::string_view endpoint_id, std::string& detail);
 [[nodiscard]] std::int32_t unbind_endpoint_effect(std::string_view endpoint_id, std::string& detail);
 
 struct EndpointBindingState {
   bool fx_key_present = false;  // the FxProperties key can be opened for reading
-  bool bound = false;           // the chain holds the effect
+  bool bound = false;           // the chain contains the effect
   Chain chain;
-  std::int32_t error_code = 0;  // the status of the look
+  std::int32_t error_code = 0;  // status of the inspection
 };
 
-// Reads only. Gives the state's error_code.
+// Reads only. Returns the state's error_code.
 [[nodiscard]] std::int32_t inspect_endpoint_binding(std::string_view endpoint_id,
                                                     EndpointBindingState& state);
 
-// Whether the endpoint's chain holds the effect. False as well where the chain cannot be read.
+// True if the endpoint's chain contains the effect. False also if the chain cannot be read.
 [[nodiscard]] bool endpoint_is_bound(std::string_view endpoint_id);
 
 }  // namespace velmora

@@ -1,7 +1,7 @@
-// What binding remembers of each endpoint that its own values can no longer tell: HKEY_LOCAL_MACHINE,
-// SOFTWARE\Velmora\DevBinding, one key for each endpoint, named by its GUID (38 characters, case as in the
-// id). Apart from the two readings nothing tells of a failure: without a record an unbind takes the effect
-// out and leaves the rest.
+// What binding must remember about each endpoint because the endpoint's own values do not show it. The values
+// are in HKEY_LOCAL_MACHINE, SOFTWARE\Velmora\DevBinding, one key per endpoint. The key's name is the
+// endpoint's GUID (38 characters, case as in the id). Write and delete errors are ignored: without a record,
+// an unbind only removes the effect.
 #pragma once
 
 #include <string>
@@ -9,17 +9,17 @@
 
 namespace velmora {
 
-// Whether this system wrote the endpoint's mode lists: AddedModeList, REG_DWORD, is 1.
+// True if this system wrote the endpoint's mode lists: AddedModeList, REG_DWORD, is 1.
 [[nodiscard]] bool read_added_mode_list(std::string_view guid);
 void write_added_mode_list(std::string_view guid);
 
-// The effect that was moved out of the legacy slot: MigratedLegacyModeEffect, REG_SZ of at most 127
-// characters. False, with an empty text, where there is none.
+// Reads the effect that was moved out of the legacy slot: MigratedLegacyModeEffect, REG_SZ of at most 127
+// characters. Returns false, with an empty text, if there is none.
 [[nodiscard]] bool read_migrated_mode_effect(std::string_view guid, std::string& text);
-// Replaces an earlier one, which is then no longer remembered.
+// Replaces any effect recorded earlier.
 void write_migrated_mode_effect(std::string_view guid, std::string_view text);
 
-// Removes the endpoint's key with both values.
+// Deletes the endpoint's key and both values.
 void delete_binding_record(std::string_view guid);
 
 }  // namespace velmora

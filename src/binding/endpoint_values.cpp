@@ -16,8 +16,7 @@ constexpr std::u16string_view effect_key = u"\\FxProperties";
 
 using WideBuffer = std::vector<char16_t>;
 
-// Zeroed room for a value of so many bytes and two characters more, so that a text without its terminator
-// ends.
+// Returns a zeroed buffer for `size` bytes and two more characters, which end a text without a terminator.
 WideBuffer make_buffer(std::uint32_t size) { return WideBuffer(size / sizeof(char16_t) + 2); }
 
 std::int32_t fill_buffer(const RegistryKey& key, std::u16string_view name, WideBuffer& buffer) {
@@ -25,7 +24,7 @@ std::int32_t fill_buffer(const RegistryKey& key, std::u16string_view name, WideB
   return query_registry_value(key, name, buffer.data(), capacity).error;
 }
 
-// The entries of a list up to the first empty one or the buffer's end.
+// Returns the entries of a list, up to the first empty one or the end of the buffer.
 Chain split_entries(std::u16string_view text) {
   Chain entries;
   while (!text.empty() && text.front() != u'\0') {

@@ -4,8 +4,7 @@ namespace velmora {
 
 BindingPlan plan_bind(const Chain& present, std::string_view effect, std::string_view legacy_slot) {
   BindingPlan plan{present, false, {}, {}};
-  // The exact text only: any other spelling is moved and remembered as it stood, so that an unbind gives it
-  // back unchanged.
+  // Compare the exact text: any other spelling is moved and recorded as it is, for an unbind to restore.
   if (legacy_slot != effect) plan.moves = legacy_slot;
   if (!plan.moves.empty()) plan.chain = chain_with(plan.chain, plan.moves);
   plan.chain = chain_with(plan.chain, effect);

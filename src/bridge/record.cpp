@@ -121,7 +121,7 @@ std::uint64_t pack_eq_word(bool bypass, float fade_ms) {
 
 float band_frequency(std::size_t index) {
   // 20 * 1000^(index / 14) in float arithmetic. The table makes new records identical on all systems, because
-  // the C libraries' pow differs in the last bit. It also saves loading a pow function at start.
+  // the C libraries' pow differs in the last bit. It also saves loading a math library at start.
   static constexpr std::array<float, eq_band_count> frequencies{
       20.0f,       32.7578773f, 53.6539154f, 87.8794098f, 143.937149f, 235.753754f, 386.139557f, 632.455505f,
       1035.89514f, 1696.68567f, 2778.99146f, 4551.69141f, 7455.18799f, 12210.8018f, 20000.0f};

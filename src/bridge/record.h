@@ -183,8 +183,8 @@ void publish_capture_request(ControlBridgeRecord& record, std::uint16_t action, 
 [[nodiscard]] bool read_footstep(ControlBridgeRecord& record, FootstepParameters& out);
 // Always fills `out`. Returns true if the word is valid.
 [[nodiscard]] bool read_algorithm(ControlBridgeRecord& record, AlgorithmParameters& out);
-// Makes up to four attempts at a consistent read. Returns false, with `out` untouched, if writers disturbed
-// each of them.
+// Makes up to four attempts at a consistent read. Returns false, with `out` untouched, if a writer disturbed
+// all of these attempts.
 [[nodiscard]] bool read_eq(ControlBridgeRecord& record, EqSettings& out);
 
 // Read by the effect.

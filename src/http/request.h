@@ -15,11 +15,10 @@ namespace velmora {
 
 // One parsed request. Bytes are as received, except where a field says otherwise.
 struct ApiRequest {
-  std::string method;  // case kept
-  std::string target;  // undecoded, with the query
-  std::map<std::string, std::string>
-      headers;       // lower-cased name to trimmed value; the last of equal names wins
-  std::string body;  // at most Content-Length bytes; empty without that header
+  std::string method;                          // case kept
+  std::string target;                          // undecoded, with the query
+  std::map<std::string, std::string> headers;  // lower-cased name to trimmed value; the last one wins
+  std::string body;                            // at most Content-Length bytes; empty without that header
 };
 
 // Bytes requested from the socket at a time.
