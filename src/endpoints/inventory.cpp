@@ -9,8 +9,8 @@
 namespace velmora {
 namespace {
 
-// The room that is reserved ahead: what a system claims to have is not believed without bound.
-constexpr std::uint32_t most_reserved = 1024;
+// Limits the space reserved in advance: the count from the system is not trusted.
+constexpr std::uint32_t max_reserved = 1024;
 
 EndpointInfo describe_endpoint(const AudioDevice& device, const std::u16string& id,
                                std::u16string_view default_id, std::u16string_view working_id) {
@@ -26,7 +26,7 @@ EndpointInfo describe_endpoint(const AudioDevice& device, const std::u16string& 
   return info;
 }
 
-// A flow without a default endpoint is an error only where it has no endpoint at all.
+// A missing default endpoint is an error only if the flow has no endpoints at all.
 std::int32_t error_of_missing_default(std::int32_t default_status,
                                       const std::vector<EndpointInfo>& endpoints) {
   return default_status < 0 && endpoints.empty() ? default_status : 0;
@@ -41,7 +41,7 @@ std::int32_t collect_endpoints(const DeviceEnumerator& enumerator, EndpointFlow 
   std::uint32_t count = 0;
   std::int32_t status = list_active_devices(enumerator, flow, list, count);
   if (status < 0) return status;
-  out.reserve(out.size() + std::min(count, most_reserved));
+  out.reserve(out.size() + std::min(count, max_reserved));
   for (std::uint32_t index = 0; index < count; ++index) {
     AudioDevice device;
     status = get_listed_device(list, index, device);

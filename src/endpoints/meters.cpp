@@ -9,7 +9,7 @@
 namespace velmora {
 namespace {
 
-// What stands behind the last backslash; all of it where there is none.
+// The part after the last backslash, or the whole path.
 std::u16string_view file_name_of(std::u16string_view path) { return path.substr(path.rfind(u'\\') + 1); }
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace velmora {
 namespace {
 
 std::int32_t select_endpoint(EndpointFlow flow, std::string_view id, std::u16string& selected) {
-  // A choice that fails for want of memory is the client's to repeat; the service goes on.
+  // If memory runs out, only this choice fails: the client may repeat it, and the service continues.
   try {
     std::u16string wide_id = wide_from_utf8(id);
     if (wide_id.empty()) return status_invalid_argument;

@@ -41,7 +41,7 @@ EndpointVolumeState read_endpoint_volume(const EndpointController& controller) {
 }
 
 std::int32_t set_endpoint_volume(const EndpointController& controller, float level) {
-  // What is no number is in no range.
+  // Written this way so that NaN is refused.
   if (!(level >= 0 && level <= 1)) return status_invalid_argument;
   EndpointVolume volume;
   const std::int32_t status = open_endpoint_volume(controller, volume);
