@@ -29,12 +29,12 @@ std::string open_member(const CaptureMember& member, InputFile& file) {
   return open_for_reading(member.path, file) == 0 ? std::string() : about("cannot read ", member);
 }
 
-std::string sum_member(CaptureMember& member, CaptureBlock& block) {
+std::string checksum_member(CaptureMember& member, CaptureBlock& block) {
   InputFile file;
   if (std::string error = open_member(member, file); !error.empty()) return error;
   std::uint32_t crc = 0xFFFFFFFF;
   std::uint64_t bytes = 0;
-  // Once it is longer than it was, it has changed, and something that never ends is not waited for.
+  // Stop once the file is longer than when inspected: it has changed, and it may never end.
   while (bytes <= member.size) {
     const std::size_t count = read_file_piece(file, block.bytes.data(), capture_block_bytes).count;
     if (count == 0) break;
@@ -50,7 +50,7 @@ ZipMember header_of(const CaptureMember& member) {
   return {member.name, member.size, member.crc32, member.local_header_offset};
 }
 
-ArchivePiece give_header(CaptureArchive& archive, const CaptureMember& member) {
+ArchivePiece next_header(CaptureArchive& archive, const CaptureMember& member) {
   archive.text.clear();
   put_local_header(archive.text, header_of(member), archive.moment);
   archive.header_sent = true;
@@ -58,7 +58,7 @@ ArchivePiece give_header(CaptureArchive& archive, const CaptureMember& member) {
   return {archive.text, {}};
 }
 
-ArchivePiece give_block(CaptureArchive& archive, const CaptureMember& member) {
+ArchivePiece next_block(CaptureArchive& archive, const CaptureMember& member) {
   if (!archive.file.is_open()) {
     if (std::string error = open_member(member, archive.file); !error.empty()) return {{}, std::move(error)};
   }
@@ -74,7 +74,7 @@ ArchivePiece give_block(CaptureArchive& archive, const CaptureMember& member) {
   return {{archive.block->bytes.data(), count}, {}};
 }
 
-ArchivePiece give_directory(CaptureArchive& archive) {
+ArchivePiece next_directory(CaptureArchive& archive) {
   archive.text.clear();
   for (const CaptureMember& member : archive.members) {
     put_central_entry(archive.text, header_of(member), archive.moment);
@@ -111,7 +111,7 @@ std::string open_capture_archive(std::string_view directory, CaptureArchive& arc
   }
   archive.block = std::make_unique_for_overwrite<CaptureBlock>();
   for (CaptureMember& member : archive.members) {
-    if (std::string error = sum_member(member, *archive.block); !error.empty()) return error;
+    if (std::string error = checksum_member(member, *archive.block); !error.empty()) return error;
   }
   lay_out(archive);
   archive.moment = dos_time_now();
@@ -125,9 +125,9 @@ std::uint64_t archive_bytes(const CaptureArchive& archive) {
 ArchivePiece next_archive_piece(CaptureArchive& archive) {
   if (archive.member < archive.members.size()) {
     const CaptureMember& member = archive.members[archive.member];
-    return archive.header_sent ? give_block(archive, member) : give_header(archive, member);
+    return archive.header_sent ? next_block(archive, member) : next_header(archive, member);
   }
-  return archive.member == archive.members.size() ? give_directory(archive) : ArchivePiece{};
+  return archive.member == archive.members.size() ? next_directory(archive) : ArchivePiece{};
 }
 
 }  // namespace velmora

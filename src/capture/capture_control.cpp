@@ -9,8 +9,8 @@
 namespace velmora {
 namespace {
 
-constexpr float fewest_seconds = 1;
-constexpr float most_seconds = 300;
+constexpr float min_seconds = 1;
+constexpr float max_seconds = 300;
 
 std::optional<CaptureAction> action_of(std::string_view text) {
   if (text == "start") return CaptureAction::start;
@@ -27,7 +27,7 @@ Parsed<CaptureCommand> parse_capture_body(std::string_view body) {
   if (!action) return {command, "action must be start, stop or export"};
   command.action = *action;
   if (const std::optional<float> seconds = json_find_number(body, "seconds")) {
-    if (*seconds < fewest_seconds || *seconds > most_seconds) {
+    if (*seconds < min_seconds || *seconds > max_seconds) {
       return {command, "seconds must be between 1 and 300"};
     }
     command.seconds = static_cast<std::uint16_t>(*seconds);

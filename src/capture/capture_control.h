@@ -1,5 +1,5 @@
-// The commands for the effect's debug captures, and whether an export is complete. The effect records and
-// writes the files; nothing of it is kept here.
+// Commands for the effect's debug captures, and whether an export is complete. The effect records and writes
+// the files; the service keeps no state about them.
 #pragma once
 
 #include <cstdint>
@@ -10,22 +10,22 @@
 
 namespace velmora {
 
-// What goes into the record's capture word.
+// The action codes in the record's capture word.
 enum class CaptureAction : std::uint16_t { start = 1, stop = 2, write_files = 3 };
 
 struct CaptureCommand {
   CaptureAction action = CaptureAction::start;
-  std::uint16_t seconds = 120;  // 1..300, carried by every action
+  std::uint16_t seconds = 120;  // 1..300; sent with every action
 };
 
-// The command in a request body.
+// Parses the command in a request body. A fraction of a second is cut off.
 [[nodiscard]] Parsed<CaptureCommand> parse_capture_body(std::string_view body);
 
-// Whether all four files of the capture directory are regular and not empty. `bytes` is the sum of their
-// sizes, or of those in front of the first that is not.
+// True if all four capture files are regular and not empty. `bytes` is the sum of their sizes, up to the
+// first file that fails.
 [[nodiscard]] bool capture_files_ready(std::uint64_t& bytes);
 
-// Removes the four files. What cannot be removed stays and is not told.
+// Deletes the four files. Errors are ignored.
 void remove_capture_files();
 
 }  // namespace velmora

@@ -1,4 +1,4 @@
-// Where captures live, and what they are called.
+// The directory and the names of capture files.
 #pragma once
 
 #include <array>
@@ -7,12 +7,11 @@
 
 namespace velmora {
 
-// Value of --capture-directory (a path, UTF-8), empty without it. Set once, before the loop.
+// The value of --capture-directory (a path, UTF-8); empty if not given. Set once, before the loop starts.
 inline std::string capture_directory_override;
 
-// The files of one export, in the order in which they are looked at and go into the archive: the signal as
-// the host hands it to the effect, as it goes into the algorithm, as it comes out, and as the host gets it
-// back.
+// The files of one export, in the order of inspection and in the archive. They hold the signal at four
+// points: from the host, into the algorithm, out of the algorithm, and back to the host.
 inline constexpr std::array<std::string_view, 4> capture_file_names = {
     "capture-1-host-in.wav",
     "capture-2-algorithm-in.wav",
@@ -20,9 +19,9 @@ inline constexpr std::array<std::string_view, 4> capture_file_names = {
     "capture-4-host-out.wav",
 };
 
-// The directory in which the effect leaves its captures (UTF-8): --capture-directory, else the text
-// `CaptureDirectory` of HKEY_LOCAL_MACHINE, SOFTWARE\Velmora (64-bit view, at most 259 characters), else
-// C:\ProgramData\Velmora\wav. Looked up afresh each time; whether it exists is not looked at.
+// Returns the directory where the effect writes its captures (UTF-8). This is --capture-directory, else the
+// text `CaptureDirectory` of HKEY_LOCAL_MACHINE, SOFTWARE\Velmora (64-bit view, at most 259 characters), else
+// C:\ProgramData\Velmora\wav. Looked up on each call, without checking that it exists.
 [[nodiscard]] std::string capture_directory();
 
 }  // namespace velmora

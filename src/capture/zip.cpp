@@ -9,7 +9,7 @@ constexpr std::uint32_t end_record_signature = 0x06054B50;
 constexpr std::uint16_t version = 20;  // 2.0
 constexpr std::uint16_t stored = 0;
 
-// What both headers of a member have alike, from the version needed to the length of the extra field.
+// The fields common to both headers of a member, from the version needed to the length of the extra field.
 void put_member_fields(std::string& out, const ZipMember& member, DosTime moment) {
   put_u16_le(out, version);
   put_u16_le(out, 0);  // flags
