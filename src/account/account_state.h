@@ -1,4 +1,4 @@
-// What a running service has of the account.
+// The account data of a running service.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 namespace velmora {
 
 struct AccountState {
-  std::string service_url;  // the account service's base address; empty: there is none
+  std::string service_url;  // base address of the account service; empty: none configured
   AccountSession session;
   std::shared_ptr<SessionCheckCells> check = std::make_shared<SessionCheckCells>();
 };

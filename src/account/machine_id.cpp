@@ -7,7 +7,7 @@
 namespace velmora {
 namespace {
 
-// Whatever else is made of the machine's identifier comes out differently.
+// Domain separation: hashes of the identifier for other purposes differ.
 constexpr std::string_view label = "velmora machine 1\n";
 
 }  // namespace

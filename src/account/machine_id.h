@@ -1,17 +1,17 @@
-// Which machine this is, as the account service knows it.
+// The id by which the account service knows this machine.
 #pragma once
 
 #include <string>
 
 namespace velmora {
 
-// 64 lower-case hexadecimal digits: the same for as long as the system is not installed anew, and, copies of
-// one image apart, on no two machines alike. They are SHA-256 of a fixed label and the system's own
-// identifier of the machine, so that this one never leaves it; where it cannot be read, of the label and the
-// machine's name. Asked for once and kept.
+// Returns 64 lower-case hexadecimal digits. They change only when the system is reinstalled, and differ
+// between machines, except for copies of one image. They are the SHA-256 of a fixed label and the system's
+// machine identifier, so that this identifier never leaves the machine. If it cannot be read, the machine's
+// name replaces it. Computed once and cached.
 [[nodiscard]] const std::string& current_machine_id();
 
-// The same of a given identifier, empty where it cannot be read, and a given name. Pure.
+// The same for a given identifier (empty: it cannot be read) and machine name. Pure.
 [[nodiscard]] std::string machine_id_of(const std::string& identifier, const std::string& name);
 
 }  // namespace velmora

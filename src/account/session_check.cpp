@@ -32,7 +32,7 @@ SessionCheckResult account_session_check(std::string_view service_url, std::stri
                       account_body({{"account_hash", account_hash}, {"token", token}}));
   if (!reply.ok || reply.status != status_ok) return result;
   result.completed = true;
-  // Only these bytes end a session: not even a blank may stand among them.
+  // Only these exact bytes end a session: even one blank among them prevents it.
   result.active = reply.body.find("\"active\":false") == std::string::npos;
   result.detail = account_json_string(reply.body, "detail").value_or("");
   result.next_check_seconds = account_json_uint(reply.body, "next_check_seconds").value_or(0);
@@ -49,9 +49,9 @@ void account_session_release(std::string_view service_url, std::string_view acco
 bool start_session_check(std::shared_ptr<SessionCheckCells> cells, std::string service_url,
                          std::string account_hash, std::string token) {
   if (cells->session_check_running.exchange(true)) return false;
-  // The check begins once its thread is on its own: with the thread library of our compiler for Windows, a
-  // thread that ends while it is being detached damages the library's list of threads, and either thread may
-  // then wait for good.
+  // Start the check only after its thread is detached. In the thread library of our compiler for Windows, a
+  // thread that ends while it is being detached corrupts the list of threads. Either thread may then wait
+  // forever.
   const auto detached = std::make_shared<std::atomic<bool>>(false);
   std::thread([detached, cells = std::move(cells), service_url = std::move(service_url),
                account_hash = std::move(account_hash), token = std::move(token)] {

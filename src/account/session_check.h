@@ -1,4 +1,4 @@
-// Whether the session is still this machine's: asked in the background, given back at the end.
+// Checks in the background whether the session still belongs to this machine, and releases it at the end.
 #pragma once
 
 #include <atomic>
@@ -11,28 +11,28 @@ namespace velmora {
 
 struct SessionCheckResult {
   bool completed = false;                // the account service answered with 200
-  bool active = false;                   // the session is still this machine's
-  std::uint32_t next_check_seconds = 0;  // how far apart the service wants its checks; 0: it does not say
-  std::string detail;                    // the service's text; nobody reads it
+  bool active = false;                   // the session still belongs to this machine
+  std::uint32_t next_check_seconds = 0;  // the interval the service asks for; 0: none given
+  std::string detail;                    // the text from the service; unused
 };
 
-// Asks the account service. Without a hash or a token nothing is asked, and nothing is completed.
+// Asks the account service and waits for the reply. Without a hash or a token it sends nothing and returns an
+// incomplete result.
 [[nodiscard]] SessionCheckResult account_session_check(std::string_view service_url,
                                                        std::string_view account_hash, std::string_view token);
 
-// Gives the session back and waits for the answer, whatever it is. Without a hash or a token nothing is sent.
+// Releases the session and waits for the reply, which is ignored. Without a hash or a token it sends nothing.
 void account_session_release(std::string_view service_url, std::string_view account_hash,
                              std::string_view token);
 
-// All that the loop and the session-check thread share. The thread may outlive the loop.
+// The state shared by the loop and the session-check thread, which may outlive the loop.
 struct SessionCheckCells {
-  std::atomic<bool> session_check_running{false};  // a thread is in flight; one at most
-  std::atomic<bool> session_superseded{false};     // the session is no longer active; the loop takes it
+  std::atomic<bool> session_check_running{false};  // a check is running; at most one
+  std::atomic<bool> session_superseded{false};     // the session is no longer active; the loop resets it
   std::atomic<std::uint32_t> session_check_interval{120};  // seconds
 };
 
-// Checks on a thread of its own, which is not waited for. False, with nothing started, while another is in
-// flight.
+// Starts a check on a detached thread. Returns false, with nothing started, while another check is running.
 bool start_session_check(std::shared_ptr<SessionCheckCells> cells, std::string service_url,
                          std::string account_hash, std::string token);
 

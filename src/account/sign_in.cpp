@@ -13,7 +13,7 @@ std::string text_of(const AccountReply& reply, std::string_view key) {
   return account_json_string(reply.body, key).value_or("");
 }
 
-// What a request that opens a login attempt came to.
+// Interprets the reply to a request that opens a login attempt.
 LoginStart read_start(const AccountReply& reply) {
   if (!reply.ok) return {false, "", reply.error};
   if (reply.status != status_ok) {
@@ -25,8 +25,7 @@ LoginStart read_start(const AccountReply& reply) {
   return {true, *std::move(state), ""};
 }
 
-// What a request about the session came to. `failed` is the beginning of the text for a refusal without a
-// detail.
+// Interprets the reply to a request about the session. `failed` begins the text for an unexplained refusal.
 SessionActionResult read_action(const AccountReply& reply, std::string_view done, std::string_view failed) {
   if (!reply.ok) return {false, reply.error};
   auto detail = account_json_string(reply.body, "detail");
@@ -98,7 +97,7 @@ PollResult account_poll(std::string_view service_url, std::string_view state) {
   result.invite_url = text_of(reply, "invite_url");
   result.primary_machine_id = text_of(reply, "primary_machine_id");
   result.session_check_seconds = account_json_uint(reply.body, "session_check_seconds").value_or(0);
-  // Only these bytes: a blank among them means closed.
+  // Only these exact bytes mean open; a blank among them means closed.
   result.referral_open = reply.body.find("\"referral_open\":true") != std::string::npos;
   return result;
 }

@@ -1,5 +1,5 @@
-// The sign-in's requests to the account service, one function each: what goes out, and what is made of the
-// reply. Errors and details are texts for the user (UTF-8).
+// The sign-in requests to the account service. Each function sends one request and interprets the reply.
+// Errors and details are texts for the user (UTF-8).
 #pragma once
 
 #include <cstdint>
@@ -8,10 +8,10 @@
 
 namespace velmora {
 
-// A login attempt that the service has opened.
+// The result of opening a login attempt.
 struct LoginStart {
   bool ok = false;
-  std::string state;  // names the attempt in the polls that follow
+  std::string state;  // identifies the attempt in the polls that follow
   std::string error;
 };
 
@@ -23,14 +23,14 @@ struct RegisterResult {
 
 struct QrStart {
   LoginStart start;
-  std::string qr_data_url;  // an image for the page, as the service made it
+  std::string qr_data_url;  // an image for the page, as received
 };
 
-// How a login attempt stands. Fields that the reply lacks are empty.
+// The state of a login attempt. Fields missing from the reply are empty.
 struct PollResult {
   bool ok = false;
   std::string error;
-  std::string status;  // the service's own word; "issued" is the one that signs in
+  std::string status;  // the word of the service; only "issued" signs in
   std::string detail;
   std::string account_hash;
   std::string nickname;
@@ -40,7 +40,7 @@ struct PollResult {
   std::string referrer;
   std::string invite_url;
   std::string primary_machine_id;
-  std::uint32_t session_check_seconds = 0;  // 0: not told
+  std::uint32_t session_check_seconds = 0;  // 0: not given
   bool referral_open = false;
 };
 
@@ -56,10 +56,10 @@ struct SessionActionResult {
                                                 std::string_view password, std::string_view machine_id);
 [[nodiscard]] QrStart account_qrcode(std::string_view service_url, std::string_view machine_id);
 
-// `state` goes into the path as it stands.
+// `state` is put into the path unescaped.
 [[nodiscard]] PollResult account_poll(std::string_view service_url, std::string_view state);
 
-// These two want somebody signed in, and send nothing otherwise.
+// Both require a signed-in user and send nothing otherwise.
 [[nodiscard]] SessionActionResult account_bind_referrer(std::string_view service_url,
                                                         std::string_view account_hash, std::string_view token,
                                                         std::string_view public_id);

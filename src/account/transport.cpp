@@ -12,7 +12,7 @@ constexpr std::u16string_view content_type_line = u"Content-Type: application/js
 constexpr HttpTimeouts timeouts = {5'000, 5'000, 10'000, 10'000};
 constexpr std::size_t piece_bytes = 8'192;
 
-// The texts are the user's, whose language they are in.
+// These texts are for the user, in the user's language.
 AccountReply failed(std::string_view error) {
   AccountReply reply;
   reply.error = error;
@@ -23,7 +23,7 @@ AccountReply not_reached(std::uint32_t error) {
   return failed("连接账号服务失败（错误 " + std::to_string(error) + "）");
 }
 
-// What breaks off is as good as what ends: whoever reads the reply survives either.
+// A reply that breaks off is treated like a complete one: its readers cope with either.
 void read_body(const HttpExchange& exchange, AccountReply& reply) {
   std::array<char, piece_bytes> piece;
   for (;;) {

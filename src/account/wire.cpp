@@ -8,7 +8,7 @@
 namespace velmora {
 namespace {
 
-// What stands behind the colon that follows the key's first occurrence.
+// Returns the text after the colon that follows the first occurrence of the key.
 std::optional<std::string_view> find_value(std::string_view text, std::string_view key) {
   std::string quoted = "\"";
   quoted.append(key).append("\"");
@@ -23,8 +23,8 @@ std::string_view skip(std::string_view text, std::string_view bytes) {
   return text.substr(std::min(text.find_first_not_of(bytes), text.size()));
 }
 
-// Takes the four bytes behind \u from the front of `text`; nothing where they are not there, or begin with no
-// hexadecimal digit.
+// Decodes the four bytes after \u at the front of `text`. Does nothing if they are missing or do not begin
+// with a hexadecimal digit.
 void take_unicode_escape(std::string_view& text, std::string& out) {
   constexpr std::size_t digits = 4;
   if (text.size() < digits) return;
@@ -34,7 +34,7 @@ void take_unicode_escape(std::string_view& text, std::string& out) {
   text.remove_prefix(digits);
 }
 
-// Takes what stands behind a backslash from the front of `text`.
+// Decodes the rest of an escape, after its backslash, at the front of `text`.
 void take_escape(std::string_view& text, std::string& out) {
   if (text.empty()) {
     out += '\\';

@@ -24,8 +24,7 @@ struct EndpointController {
 // Empty if there is none or the default cannot be read.
 [[nodiscard]] std::string effective_render_endpoint_id(const EndpointController& controller);
 
-// Returns 0 if an active endpoint of this flow has exactly this id, case included, and status_not_found if
-// none has it.
+// Returns 0 if an active endpoint of this flow has exactly this id, case included, else status_not_found.
 [[nodiscard]] std::int32_t verify_active_endpoint(EndpointFlow flow, std::u16string_view id);
 
 // Choose an active endpoint of the flow by its id (UTF-8). On failure the choice is unchanged.
