@@ -16,8 +16,8 @@ struct SessionCheckResult {
   std::string detail;                    // the text from the service; unused
 };
 
-// Asks the account service and waits for the reply. Without a hash or a token it sends nothing and returns an
-// incomplete result.
+// Asks the account service and waits for the reply. Without a hash or a token it sends nothing, and the
+// result is not completed.
 [[nodiscard]] SessionCheckResult account_session_check(std::string_view service_url,
                                                        std::string_view account_hash, std::string_view token);
 

@@ -8,7 +8,7 @@
 namespace velmora {
 namespace {
 
-// What a body gives for one band.
+// The numbers of one band, not yet checked.
 struct BandNumbers {
   float type = 0;
   float freq_hz = 0;
@@ -27,8 +27,7 @@ std::optional<BandNumbers> find_band_numbers(std::string_view text) {
 
 bool is_within(float value, float low, float high) { return !(value < low) && !(value > high); }
 
-// The first rule that a band breaks; empty when it keeps all of them. A type is cut before it is held against
-// its upper bound, so that 8.9 is 8.
+// Returns the message of the first rule that a band breaks, or empty. Types are truncated: 8.9 is valid.
 std::string_view find_broken_rule(const BandNumbers& band) {
   if (!(band.type >= 0 && band.type < 9)) return "band type must be 0..8";
   if (!is_within(band.freq_hz, 20.0f, 20000.0f)) return "freq_hz must be 20..20000";
@@ -37,8 +36,8 @@ std::string_view find_broken_rule(const BandNumbers& band) {
   return {};
 }
 
-// Takes the next band off the front of `text`, from its brace to the first one that closes: bands are flat,
-// and what stands between them is skipped. Empty when there is no band; `malformed` when one is not closed.
+// Removes the next band from the front of `text`: from its brace to the first closing one, since bands are
+// flat. Text between bands is skipped. Empty if no band is left. `malformed` is set if one is not closed.
 std::string_view take_band_text(std::string_view& text, bool& malformed) {
   malformed = false;
   const std::size_t open = text.find('{');
@@ -51,7 +50,7 @@ std::string_view take_band_text(std::string_view& text, bool& malformed) {
   return band;
 }
 
-// Fills the bands from the array's text; what stands behind the last one is not looked at. Empty on success.
+// Fills the bands from the text of the array; text after the last band is ignored. Returns an error or empty.
 std::string_view parse_bands(std::string_view text, EqSettings& settings) {
   for (EqBand& band : settings.bands) {
     bool malformed = false;

@@ -14,8 +14,8 @@ struct NumberRule {
   std::string_view message;
 };
 
-// In the order in which they are checked. The flag of the limiter, which no value can break, comes between
-// the third and the fourth. "0 or 1" and "0, 1 or 2" say more than is checked: fractions pass and are cut.
+// In order of checking. The limiter flag, which is never out of range, comes between the third and the
+// fourth. Fractions pass and are truncated, although two messages name only integers.
 constexpr NumberRule output_trim_rule{"output_trim_db", -60.0f, 20.0f,
                                       "output_trim_db must be between -60 and 20"};
 constexpr NumberRule mask_time_rule{"mask_time_alpha", 0.0f, 0.95f,
@@ -26,8 +26,8 @@ constexpr NumberRule limiter_ceiling_rule{"limiter_ceiling_db", -12.0f, 0.0f,
                                           "limiter_ceiling_db must be between -12 and 0"};
 constexpr NumberRule stereo_link_rule{"stereo_link", 0.0f, 2.0f, "stereo_link must be 0, 1 or 2"};
 
-// Takes the number of a key into `value`, cut toward zero where that is an integer. False when it is out of
-// range.
+// Assigns the number of a key to `value`, truncated if that is an integer. Returns false if it is out of
+// range. An absent key is no error.
 template <typename Value>
 bool apply_number(std::string_view body, const NumberRule& rule, Value& value) {
   const std::optional<float> number = json_find_number(body, rule.key);

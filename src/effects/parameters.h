@@ -1,4 +1,4 @@
-// Request bodies of the two parameter routes, taken apart and checked. Pure.
+// Parses and checks the request bodies of the two parameter routes. Pure.
 #pragma once
 
 #include <string_view>
@@ -8,13 +8,13 @@
 
 namespace velmora {
 
-// `parameters` with the keys that the body has; an absent one leaves its value. The error is that of the
-// first key that is out of range.
+// Returns `parameters` updated with the keys in the body; absent keys leave their values. The error is that
+// of the first key out of range.
 [[nodiscard]] Parsed<AlgorithmParameters> parse_algorithm_body(std::string_view body,
                                                                AlgorithmParameters parameters);
 
-// The values of a footstep body (`raw` is 0). An error when `bypass` or `enhance_strength` is missing or the
-// strength is not within 0..1. An absent `bypass_all` is false: a client that does not know it switches it
+// Returns the values of a footstep body (`raw` is 0). An error if `bypass` or `enhance_strength` is missing,
+// or the strength is not within 0..1. An absent `bypass_all` is false: clients that do not know it switch it
 // off.
 [[nodiscard]] Parsed<FootstepParameters> parse_footstep_body(std::string_view body);
 

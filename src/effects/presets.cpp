@@ -16,9 +16,9 @@ namespace velmora {
 namespace {
 
 constexpr std::string_view extension = ".json";
-constexpr std::size_t longest_name_bytes = 64;
+constexpr std::size_t max_name_bytes = 64;
 
-bool may_stand_in_name(char byte) {
+bool allowed_in_name(char byte) {
   const bool digit = byte >= '0' && byte <= '9';
   return is_ascii_letter(byte) || digit || byte == ' ' || byte == '-' || byte == '_' ||
          static_cast<unsigned char>(byte) >= 0x80;
@@ -28,8 +28,7 @@ std::string path_of(std::string_view directory, std::string_view name) {
   return join_path(directory, utf8_to_path(name).append(extension));
 }
 
-// The file name in front of its extension, when that is ours. A name that only begins with a dot has no
-// extension.
+// Returns the file name without its extension, if that is ours. The extension by itself is no preset.
 std::optional<std::string_view> stem_of(std::string_view file_name) {
   if (file_name.size() <= extension.size() || !file_name.ends_with(extension)) return std::nullopt;
   return file_name.substr(0, file_name.size() - extension.size());
@@ -38,8 +37,8 @@ std::optional<std::string_view> stem_of(std::string_view file_name) {
 }  // namespace
 
 bool preset_name_valid(std::string_view name) {
-  if (name.empty() || name.size() > longest_name_bytes) return false;
-  if (!std::all_of(name.begin(), name.end(), may_stand_in_name)) return false;
+  if (name.empty() || name.size() > max_name_bytes) return false;
+  if (!std::all_of(name.begin(), name.end(), allowed_in_name)) return false;
   return name.front() != ' ' && name.back() != ' ' && name.back() != '.';
 }
 
@@ -50,7 +49,7 @@ std::string preset_directory() {
 
 std::string list_presets(std::string_view directory) {
   std::vector<std::string> names;
-  // A directory that cannot be read has no presets.
+  // An unreadable directory counts as empty.
   static_cast<void>(list_directory(directory, names));
   std::string body = "{\"presets\":[";
   std::string_view separator;
@@ -72,7 +71,7 @@ std::string read_preset(std::string_view directory, std::string_view name) {
 
 bool write_preset(std::string_view directory, std::string_view name, const EqSettings& settings) {
   const std::string path = path_of(directory, name);
-  // Whether the directory is there afterwards shows when the file is opened.
+  // If this fails, opening the file fails too.
   static_cast<void>(make_directories(directory));
   std::string text;
   write_eq_json(text, settings);

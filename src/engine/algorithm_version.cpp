@@ -18,7 +18,7 @@ std::string probe_algorithm_version() {
   const std::string library_path = join_path(parent_path(own_path), "fse.dll");
   const FileKind kind = query_file_kind(library_path);
   if (kind == FileKind::missing || kind == FileKind::directory) return "not found";
-  // A pipe would hold the loader until somebody wrote to it.
+  // Opening a pipe would block the loader until somebody wrote to it.
   if (kind != FileKind::regular) return "unavailable";
   const DynamicLibrary library = load_library(library_path);
   if (!library.is_open()) return "unavailable";

@@ -1,5 +1,5 @@
-// Stops the Windows audio service with what depends on it, and starts all of it again: an endpoint's effect
-// chain is read when the audio service starts.
+// Restarts the Windows audio service and the services that depend on it: a restart makes it read the effect
+// chains of the endpoints again.
 #pragma once
 
 #include <cstdint>
@@ -9,16 +9,19 @@
 
 namespace velmora {
 
-// Looks every 100 ms, 100 times at most, whether the service is in a state (service_stopped,
-// service_running). False when it does not come to it in time (10 s), and at once when it cannot be asked.
+// Polls every 100 ms, up to 100 times (10 s), until the service is in state `wanted` (service_stopped,
+// service_running). Returns false on timeout, or at once if the state cannot be queried.
 [[nodiscard]] bool wait_for_service_state(const Service& service, std::uint32_t wanted);
 
-// 0: the service runs again. Otherwise a status value (base/status.h). `detail` always says in English what
-// happened. Services that depend on it and ran before are started again in any case, once they have been
-// looked for; what becomes of them is not told, and they are stopped and started in the order in which the
-// system names them. It wants elevation, and blocks: it polls for up to 10 s for each dependent service and
-// 20 s for the audio service, and each stop and start may itself take 30 s in the manager. A process that
-// ends meanwhile leaves the services stopped.
+// Returns 0 if the service runs again, otherwise a status value (base/status.h). `detail` always describes
+// the outcome in English.
+//
+// Running services that depend on it are stopped first and started again afterwards, even on failure. They
+// are handled in the order in which the system lists them, and their errors are ignored.
+//
+// Requires elevation, and blocks. It polls for up to 10 s per dependent service and 20 s for the audio
+// service. Each stop and start may also take 30 s in the service manager. If the process ends meanwhile, the
+// services stay stopped.
 [[nodiscard]] std::int32_t restart_audio_service(std::string& detail);
 
 }  // namespace velmora

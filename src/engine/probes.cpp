@@ -19,7 +19,7 @@ constexpr std::u16string_view engine_name = u"audiodg.exe";
 constexpr std::u16string_view effect_name = u"velmora_windows_apo.dll";
 constexpr std::u16string_view algorithm_name = u"fse.dll";
 
-// The library that is registered for the effect's class; false when none is.
+// Reads the path of the library registered for the effect's class. Returns false if there is none.
 bool read_registered_path(std::u16string& path) {
   std::array<char16_t, 260> buffer{};
   const std::u16string key =
@@ -36,7 +36,7 @@ bool is_one(std::u16string_view key, std::u16string_view name) {
 
 bool is_regular_file(std::string_view path) { return query_file_kind(path) == FileKind::regular; }
 
-// The engine's process. False when there is none; `error` then says whether they could be listed.
+// Finds the engine's process. If it returns false, `error` is 0 if there is none, else the error of listing.
 bool find_engine(std::uint32_t& process_id, std::uint32_t& error) {
   ProcessSnapshot processes;
   error = snapshot_processes(processes);
@@ -68,7 +68,7 @@ EffectInstallState probe_effect_install() {
   if (read_registered_path(registered)) {
     state.clsid_registered = true;
     state.apo_dll_path = ascii_from_wide(registered);
-    // What is shown has lost characters; files are looked for by the path as it is registered.
+    // The displayed path has lost characters, so look for files by the path as registered.
     const std::string path = utf8_from_wide_replacing(registered);
     const std::string directory = parent_path(path);
     state.apo_dll_present = is_regular_file(path);

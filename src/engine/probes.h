@@ -1,5 +1,5 @@
-// Whether the effect is installed, and whether the audio engine has loaded it. Both only read, ask afresh
-// each time and keep nothing.
+// Probes of the effect: whether it is installed, and whether the audio engine has loaded it. Both only read,
+// query the system on each call, and keep nothing.
 #pragma once
 
 #include <cstdint>
@@ -7,28 +7,28 @@
 
 namespace velmora {
 
-// What could not be found out is false or empty.
+// Values that cannot be determined are false or empty.
 struct EffectInstallState {
   bool elevated = false;          // this process runs elevated
-  bool clsid_registered = false;  // the effect's class id names a library
-  // For information: DisableProtectedAudioDG is 1 in
+  bool clsid_registered = false;  // a library is registered for the effect's class id
+  // Informational: DisableProtectedAudioDG is 1 in
   // HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Audio.
   bool protected_audio_dg_disabled = false;
   bool apo_dll_present = false;    // that library is a regular file
   bool algorithm_present = false;  // fse.dll and model_weights.bin are regular files beside it
-  std::string apo_dll_path;        // each character beyond ASCII is a `?`
+  std::string apo_dll_path;        // a non-ASCII character is replaced by `?`
 };
 
 [[nodiscard]] EffectInstallState probe_effect_install();
 
 struct AudioEngineState {
-  bool running = false;  // there is a process audiodg.exe
+  bool running = false;  // a process audiodg.exe exists
   std::uint32_t process_id = 0;
   bool apo_loaded = false;        // the effect is among its modules
-  bool algorithm_loaded = false;  // fse.dll is
-  std::string apo_module_path;    // of the effect's module; each character beyond ASCII is a `?`
-  // A status value (base/status.h): why processes or modules could not be listed. With one, "not loaded"
-  // means "not known".
+  bool algorithm_loaded = false;  // fse.dll is among them
+  std::string apo_module_path;    // path of the effect's module; a non-ASCII character is replaced by `?`
+  // A status value (base/status.h): why processes or modules could not be listed. After an error, a module
+  // that is not loaded may only be unknown.
   std::int32_t error_code = 0;
 };
 
