@@ -15,7 +15,7 @@
 namespace velmora {
 namespace {
 
-// The texts are the user's, whose language they are in.
+// These texts are for the user, in the user's language.
 constexpr std::string_view not_configured = "未配置账号服务";
 constexpr std::string_view not_configured_for_login = "未配置账号服务，请用 --account-service 指定";
 
@@ -54,7 +54,7 @@ void write_action(const Socket& socket, const SessionActionResult& result) {
   write_document(socket, body);
 }
 
-// What the poll's query says: it is neither decoded nor is its key's beginning looked at.
+// Returns the value of `state` in a poll's query, undecoded. A longer key that ends in `state` matches too.
 std::optional<std::string_view> find_state(std::string_view target) {
   constexpr std::string_view key = "state=";
   const std::size_t found = target.find(key);
@@ -71,7 +71,7 @@ void sign_in(AccountState& account, const PollResult& poll) {
   if (poll.session_check_seconds != 0) account.check->session_check_interval = poll.session_check_seconds;
 }
 
-// What the page is told of an attempt.
+// The progress of an attempt as the page gets it.
 struct Progress {
   std::string status;
   std::string detail;
@@ -169,7 +169,7 @@ void post_unbind(const Socket& socket, AccountState& account) {
   const AccountSession& session = account.session;
   if (!is_signed_in(session)) return write_bad_request(socket, "请先扫码登录，再更换常用电脑");
   const SessionActionResult result = account_unbind(account.service_url, session.account_hash, session.token);
-  // The primary computer is now known to be none.
+  // Record that the account now has no primary computer.
   if (result.ok) set_primary_machine(account.session, "");
   write_action(socket, result);
 }

@@ -1,4 +1,4 @@
-// The answers that several routes share. Each writes one response.
+// Answers shared by several routes. Each writes one response.
 #pragma once
 
 #include <string_view>

@@ -16,7 +16,7 @@ std::string choose_endpoint(const ApiRequest& request, const EndpointController&
   return id && !id->empty() ? *std::move(id) : effective_render_endpoint_id(controller);
 }
 
-// What became of the audio service; a restart that was not asked for has neither status nor detail.
+// The outcome of the restart. If it was not requested, status and detail are empty.
 struct Restart {
   bool wanted = false;
   std::int32_t status = 0;

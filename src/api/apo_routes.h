@@ -1,5 +1,4 @@
-// The route that binds the effect to an endpoint and lets the audio engine see it. It writes exactly one
-// response.
+// The route that binds the effect to an endpoint and restarts the audio service. It writes one response.
 #pragma once
 
 #include "endpoints/selection.h"
@@ -8,9 +7,9 @@
 
 namespace velmora {
 
-// POST /api/v1/render/apo: binds (`attach`) the effect to the endpoint `endpoint_id`, or to the one that the
-// service works on, or unbinds it, and restarts the audio service unless `restart_audio` is false. A failed
-// restart stands in the answer: the binding is done by then. It may take tens of seconds
+// POST /api/v1/render/apo: binds (`attach`) or unbinds the effect at `endpoint_id`, or else at the endpoint
+// that the service uses. Then restarts the audio service unless `restart_audio` is false. A failed restart is
+// part of the answer, not an error, because the binding is already changed. This may take tens of seconds
 // (engine/audio_service.h).
 void post_apo(const Socket& socket, const ApiRequest& request, const EndpointController& controller);
 

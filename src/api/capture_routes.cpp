@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view accepted_body = "{\"ok\":true,\"applies_within_seconds\":1}";
 
-// Everything behind the head.
+// Sends everything after the head.
 bool send_archive(const Socket& socket, CaptureArchive& archive, std::string& error) {
   for (;;) {
     ArchivePiece piece = next_archive_piece(archive);
@@ -93,7 +93,7 @@ std::string capture_zip_file_name() {
   std::array<char, 16> stamp{};
   std::size_t length = 0;
   std::tm local_time{};
-  // Where the system cannot tell the time, or tells a year of five digits, the name goes without it.
+  // The name has no time if the system cannot provide it, or if the year has five digits.
   if (read_local_time(local_time)) {
     length = std::strftime(stamp.data(), stamp.size(), "%Y%m%d-%H%M%S", &local_time);
   }

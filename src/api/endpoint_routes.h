@@ -9,15 +9,14 @@
 
 namespace velmora {
 
-// GET /api/v1/devices: all endpoints. What failed stands in the answer.
+// GET /api/v1/devices: all endpoints. An error is part of the answer.
 void get_devices(const Socket& socket, const EndpointController& controller);
 
-// PUT /api/v1/devices/render and /api/v1/devices/capture, told apart by `path`: chooses the endpoint
-// `endpoint_id`.
+// PUT /api/v1/devices/render and /api/v1/devices/capture: chooses `endpoint_id`. `path` selects the flow.
 void put_device(const Socket& socket, const ApiRequest& request, std::string_view path,
                 EndpointController& controller);
 
-// PUT /api/v1/render/volume and /api/v1/render/mute, of the endpoint that the service works on.
+// PUT /api/v1/render/volume and /api/v1/render/mute: for the endpoint that the service uses.
 void put_volume(const Socket& socket, const ApiRequest& request, const EndpointController& controller);
 void put_mute(const Socket& socket, const ApiRequest& request, const EndpointController& controller);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view collection = "/api/v1/eq/presets";
 
-// The live setting, or the defaults where it cannot be read.
+// Returns the live setting, or the defaults if it cannot be read.
 EqSettings read_live_eq(ControlBridge& bridge) {
   EqSettings settings;
   static_cast<void>(bridge.read_eq(settings));
@@ -28,7 +28,7 @@ void get_preset(const Socket& socket, std::string_view directory, std::string_vi
   write_document(socket, bytes);
 }
 
-// What the body leaves out is the default here, whatever the live equalizer is set to.
+// Values that the body lacks take the defaults, whatever the live equalizer is set to.
 void put_preset(const Socket& socket, std::string_view body, std::string_view directory,
                 std::string_view name) {
   const auto [settings, error] = parse_eq(body, {});

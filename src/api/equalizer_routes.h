@@ -9,14 +9,14 @@
 
 namespace velmora {
 
-// Always 200: the defaults where the record cannot be read.
+// Always 200; the defaults if the record cannot be read.
 void get_eq(const Socket& socket, ControlBridge& bridge);
 
-// 400: the body is refused and nothing is published; 503: the record cannot be written. What the body leaves
-// out of `bypass` and `fade_ms` stays as it is.
+// 400: the body is invalid, and nothing is published. 503: the record cannot be written. `bypass` and
+// `fade_ms` keep their values if the body lacks them.
 void put_eq(const Socket& socket, const ApiRequest& request, ControlBridge& bridge);
 
-// Takes every path that begins with /api/v1/eq/presets, whatever the method.
+// Handles every path that begins with /api/v1/eq/presets, with any method.
 void serve_presets(const Socket& socket, const ApiRequest& request, std::string_view path);
 
 }  // namespace velmora

@@ -18,7 +18,7 @@ void add_endpoint(JsonObject& members, const EndpointInfo& endpoint) {
   members.add("sessions", endpoint.sessions);
 }
 
-// A capture endpoint has no effect chain of ours.
+// Whether to look up bindings: the effect is never bound to a capture endpoint.
 enum class Chains { shown, hidden };
 
 void append_endpoints(std::string& out, const std::vector<EndpointInfo>& endpoints, Chains chains) {

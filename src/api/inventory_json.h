@@ -1,4 +1,4 @@
-// The inventory as clients get it.
+// The endpoint inventory as JSON.
 #pragma once
 
 #include <string>
@@ -7,8 +7,7 @@
 
 namespace velmora {
 
-// One JSON object. Whether the effect is bound to a render endpoint is looked up while the text is written;
-// false where the look fails.
+// Returns one JSON object. Looks up whether the effect is bound to each render endpoint; errors count as no.
 [[nodiscard]] std::string endpoint_inventory_json(const EndpointInventory& inventory);
 
 }  // namespace velmora

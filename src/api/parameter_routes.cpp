@@ -6,7 +6,7 @@
 namespace velmora {
 void put_algorithm(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
   AlgorithmParameters present;
-  // What the record holds, or the defaults where its word is not valid: either is a basis for the update.
+  // Start from the record, or from the defaults if its word is not valid.
   static_cast<void>(bridge.read_algorithm(present));
   const auto [parameters, error] = parse_algorithm_body(request.body, present);
   if (!error.empty()) return write_bad_request(socket, error);

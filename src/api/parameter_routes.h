@@ -1,5 +1,5 @@
-// The two routes by which a person tunes the running effect. Each writes exactly one response. A success
-// says that the word was written; what the effect made of it, only the effect can tell.
+// The two routes that tune the running effect. Each writes exactly one response. Success means that the word
+// was written, not that the effect has applied it.
 #pragma once
 
 #include "bridge/mapping.h"
@@ -8,11 +8,10 @@
 
 namespace velmora {
 
-// PUT /api/v1/render/effects/algorithm: a partial update of six values. All are checked before the one
-// publication.
+// PUT /api/v1/render/effects/algorithm: a partial update of six values, all checked before publication.
 void put_algorithm(const Socket& socket, const ApiRequest& request, ControlBridge& bridge);
 
-// PUT /api/v1/render/effects/footstep: switches the enhancement and sets its strength.
+// PUT /api/v1/render/effects/footstep: switches the enhancement on or off and sets its strength.
 void put_footstep(const Socket& socket, const ApiRequest& request, ControlBridge& bridge);
 
 }  // namespace velmora

@@ -15,7 +15,7 @@
 namespace velmora {
 namespace {
 
-// The target up to its first question mark; neither decoded nor normalised.
+// Returns the target up to its first question mark, neither decoded nor normalised.
 std::string_view path_of(const ApiRequest& request) {
   const std::string_view target = request.target;
   return target.substr(0, target.find('?'));
@@ -38,7 +38,7 @@ bool serve_page(const Socket& socket, const ApiRequest& request, std::string_vie
   return false;
 }
 
-// The route chain, tried from the top. All of it stands behind the token.
+// Tries the routes in order. The caller has checked the token.
 void dispatch(const Socket& socket, const ApiRequest& request, std::string_view path, ServiceState& state) {
   ControlBridge& bridge = state.bridge;
   const auto matches = [&](std::string_view method, std::string_view route) {

@@ -1,4 +1,4 @@
-// One connection from accept to close: which answer its request gets.
+// Answers one connection: reads its request and selects the route.
 #pragma once
 
 #include "api/service_state.h"
@@ -6,9 +6,9 @@
 
 namespace velmora {
 
-// Reads one request from the connected socket and writes exactly one response. It never closes the socket.
-// The checks come in a fixed order: the request is whole, its Host and Origin are local, it is a page, it is
-// below /api/, it has the session token, a route takes it.
+// Reads one request from the connected socket and writes exactly one response. Never closes the socket. The
+// order of checks is fixed: complete request, local Host and Origin, page, path below /api/, session token,
+// route.
 void handle_connection(const Socket& socket, ServiceState& state);
 
 }  // namespace velmora

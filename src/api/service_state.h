@@ -1,4 +1,4 @@
-// Everything that requests are answered from.
+// The state that requests are answered from.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace velmora {
 
-// The four pages as they are served: read and stamped at start, and kept in memory.
+// The four pages, read and stamped at start and kept in memory.
 struct UiPages {
   std::string index;
   std::string advanced;
@@ -18,7 +18,7 @@ struct UiPages {
   std::string help;
 };
 
-// It lives from the start of the service to the end of its loop. Only the main thread uses it.
+// Exists from the start of the service to the end of its loop. Used only by the main thread.
 struct ServiceState {
   std::uint16_t port = 0;
   std::string session_token;

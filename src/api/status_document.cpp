@@ -8,7 +8,7 @@
 namespace velmora {
 namespace {
 
-// More than a document has with texts of ordinary lengths, so that it is built in one piece of memory.
+// More than a document with ordinary texts needs, so that it is built without reallocation.
 constexpr std::size_t reserved_bytes = 8192;
 
 void write_render(std::string& out, const EndpointVolumeState& volume) {
@@ -35,7 +35,7 @@ void write_footstep(std::string& out, const FootstepParameters& footstep,
   members.end();
 }
 
-// The session's token is its owner's alone.
+// The token of the session is secret and is left out.
 void write_session(std::string& out, const AccountSession& session) {
   JsonObject members(out);
   members.add("account", session.account_hash);

@@ -1,4 +1,4 @@
-// The status document: one JSON object that shows the whole system.
+// The status document: one JSON object that describes the whole system.
 #pragma once
 
 #include <string>
@@ -12,7 +12,7 @@
 
 namespace velmora {
 
-// What the document is written from. The values are those that stand where nothing could be read.
+// The values of the document. The defaults apply where nothing could be read.
 struct StatusSnapshot {
   EndpointVolumeState volume;
   bool bridge_available = false;  // the enhancement could be read
@@ -26,17 +26,17 @@ struct StatusSnapshot {
   EndpointBindingState binding;  // of the endpoint that the service works on
 };
 
-// Asks the record and the machine; it changes nothing. Without an endpoint (an empty id, UTF-8) no look at
-// its binding takes place, and the snapshot's binding has status_invalid_argument.
+// Reads the record and the machine; changes nothing. If `endpoint_id` (UTF-8) is empty, the binding is not
+// inspected and its error_code is status_invalid_argument.
 [[nodiscard]] StatusSnapshot take_status_snapshot(ControlBridge& bridge, const EndpointVolumeState& volume,
                                                   std::string_view endpoint_id);
 
-// The text of a snapshot. Pure but for algorithm_version. Floats have 7 significant digits; one of the record
-// that is no finite number goes out as nan, inf or -inf, which is no JSON.
+// Returns a snapshot as text. Pure except for algorithm_version. Floats have 7 significant digits. A float in
+// the record that is not finite is written as nan, inf or -inf, which is not JSON.
 [[nodiscard]] std::string write_status_json(const StatusSnapshot& snapshot, std::string_view endpoint_id,
                                             const AccountSession& session);
 
-// Both in one.
+// Takes a snapshot and returns it as text.
 [[nodiscard]] std::string build_status_json(ControlBridge& bridge, const EndpointVolumeState& volume,
                                             std::string_view endpoint_id, const AccountSession& session);
 

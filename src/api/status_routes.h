@@ -8,7 +8,7 @@
 
 namespace velmora {
 
-// GET /api/v1/status. What could not be read shows in the document.
+// GET /api/v1/status. The document shows what could not be read.
 void get_status(const Socket& socket, ControlBridge& bridge, const EndpointController& endpoints,
                 const AccountSession& session);
 
