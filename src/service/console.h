@@ -1,4 +1,4 @@
-// How the console ends the service.
+// Console events that stop the service.
 #pragma once
 
 #include <atomic>
@@ -10,9 +10,10 @@ namespace velmora {
 inline std::atomic<bool> stop_requested{false};
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-// Takes the console events 0, 1, 2 and 6 (Ctrl+C, Ctrl+Break, close, shutdown; wincon.h) by setting
-// stop_requested, and returns true for them alone. The log-off event 5 is left alone on purpose: a service
-// of another session must outlive it. Runs on a thread or in a signal of the system's choice.
+// Handles the console events 0, 1, 2 and 6 (Ctrl+C, Ctrl+Break, close, shutdown; wincon.h): sets
+// stop_requested and returns true. Returns false for all others. The log-off event 5 is deliberately not
+// handled: a service in another session must survive it. The system calls this on a thread or in a signal
+// context of its choice.
 [[nodiscard]] bool console_ctrl_handler(std::uint32_t event);
 
 }  // namespace velmora

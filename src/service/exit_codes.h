@@ -1,4 +1,4 @@
-// The exit codes of the program, which scripts rely on.
+// The exit codes of the program. Scripts rely on them.
 #pragma once
 
 namespace velmora {
@@ -14,7 +14,7 @@ enum class ExitCode : int {
   no_sockets = 7,
   no_listener_socket = 8,
   not_bound = 9,
-  machine_unreadable = 10,  // on Linux alone: the machine that stands in for what it lacks
+  machine_unreadable = 10,  // only on Linux: the machine file cannot be read
 };
 
 }  // namespace velmora

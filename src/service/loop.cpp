@@ -10,13 +10,13 @@ namespace {
 
 constexpr std::int64_t ns_per_s = 1'000'000'000;
 
-// When the periodic work was last done, nanoseconds of the steady clock.
+// When periodic work was last done, in nanoseconds of the steady clock.
 struct LastDone {
   std::int64_t last_tick;
   std::int64_t last_check;
 };
 
-// The fraction of a second is lost at each tick.
+// Each tick discards the fraction of a second.
 void count_usage(AccountSession& session, std::int64_t now_ns, LastDone& done) {
   if (now_ns - done.last_tick < tick_period_s * ns_per_s) return;
   add_usage(session, (now_ns - done.last_tick) / ns_per_s);
@@ -29,7 +29,7 @@ void sign_out_when_superseded(AccountState& account) {
   write_standard_output("The account has signed in on another device. This machine is now signed out.\n");
 }
 
-// The interval counts from one decision to the next, whether or not a check is started.
+// The interval runs from one decision to the next, whether or not a check is started.
 void check_session(const AccountState& account, std::int64_t now_ns, LastDone& done) {
   if (now_ns - done.last_check < account.check->session_check_interval * ns_per_s) return;
   done.last_check = now_ns;

@@ -1,4 +1,4 @@
-// The one loop of the service.
+// The main loop of the service.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,17 @@
 
 namespace velmora {
 
-// How long one wait for a connection lasts, microseconds: the time in which a stop is noticed.
+// The longest wait for a connection, in microseconds. It bounds the delay before a stop is noticed.
 inline constexpr std::int64_t select_timeout_us = 250'000;
 
-// How far apart usage is counted, seconds.
+// The interval between counts of usage, in seconds.
 inline constexpr std::int64_t tick_period_s = 30;
 
-// Takes one connection at a time, from its first byte to its closing, until stop_requested is set. A
-// connection that cannot be had or that fails is passed over. A client that sends nothing holds the service
-// for as long as it stays. Between exchanges it counts usage,
-// signs out when the session-check thread has found the session superseded, and starts that thread when it is
-// due.
+// Serves one connection at a time, from first byte to close, until stop_requested is set. A connection that
+// fails is skipped. A client that sends nothing blocks the service while it stays connected.
+//
+// Between connections the loop counts usage and signs out if a check has found the session superseded. It
+// starts the next check when that is due.
 void serve_until_stopped(const Socket& listener, ServiceState& state);
 
 }  // namespace velmora

@@ -24,14 +24,14 @@ std::optional<std::uint16_t> parse_port(std::string_view text) {
   return static_cast<std::uint16_t>(number);
 }
 
-// The option's flag, or null when it is none without a value.
+// Returns the member of a flag, or null if `argument` is no flag.
 bool* find_flag(Options& options, std::string_view argument) {
   if (argument == "--verbose") return &options.verbose;
   if (argument == "--open-browser") return &options.open_browser;
   return nullptr;
 }
 
-// The option's text, or null when it is none whose value is taken as it stands.
+// Returns the member of an option whose value is used unchanged, or null.
 std::string* find_text(Options& options, std::string_view argument) {
   if (argument == "--web-root") return &options.web_root;
   if (argument == "--control-map") return &options.control_map;
@@ -41,7 +41,7 @@ std::string* find_text(Options& options, std::string_view argument) {
   return nullptr;
 }
 
-// Takes an option and its value. The line to refuse with, or empty.
+// Stores the value of an option. Returns the line to refuse with, or empty.
 std::string_view take_value(Options& options, std::string_view option, std::string_view value) {
   if (option == "--port") {
     const std::optional<std::uint16_t> port = parse_port(value);

@@ -1,4 +1,4 @@
-// The command line. Pure.
+// Parses the command line. Pure.
 #pragma once
 
 #include <cstddef>
@@ -10,14 +10,14 @@
 
 namespace velmora {
 
-// The shortest token that --token takes, bytes.
+// The shortest token that --token accepts, in bytes.
 inline constexpr std::size_t token_minimum_bytes = 32;
 
 struct Options {
   std::uint16_t port = 17831;
   std::string web_root = "D:/proj/velmora/web";          // a path
-  std::optional<std::string> token;                      // without it one is generated
-  std::string control_map = "Global\\VelmoraControlV1";  // checked when the bridge is made
+  std::optional<std::string> token;                      // if absent, one is generated
+  std::string control_map = "Global\\VelmoraControlV1";  // checked when the bridge is created
   std::string capture_directory;                         // a path; empty: none given
   std::string preset_directory;                          // a path; empty: none given
   bool verbose = false;
@@ -25,16 +25,16 @@ struct Options {
   std::string account_service;  // empty: no account service
 };
 
-// What the arguments ask for.
+// The result of parsing.
 struct ParsedCommandLine {
   enum class Action { serve, self_test, refuse };
   Action action = Action::serve;
-  Options options;           // what stood in front of a self-test or a refusal is in it too
-  std::string_view refusal;  // the whole line for standard error; empty unless refused
+  Options options;           // includes the options before a self-test or a refusal
+  std::string_view refusal;  // the complete line for standard error; empty unless refused
 };
 
-// Takes the arguments in order, without the program's own name, up to the first that is refused or is
-// --self-test. An option given twice takes its last value.
+// Parses the arguments (without the program name) in order, up to --self-test or the first that is refused.
+// The last value of a repeated option wins.
 [[nodiscard]] ParsedCommandLine parse_command_line(const std::vector<std::string_view>& arguments);
 
 }  // namespace velmora

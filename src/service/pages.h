@@ -1,4 +1,4 @@
-// The four page files: read once at start, stamped, and served from memory ever after.
+// The four page files: read once at start, stamped, and then served from memory.
 #pragma once
 
 #include <ctime>
@@ -9,14 +9,14 @@
 
 namespace velmora {
 
-// Reads index.html, advanced.html, velmora-eq.js and help.html, in this order, into `pages`. False when one
-// cannot be read or is empty: `unreadable_path` is then its path, and the pages behind it are unchanged.
+// Reads index.html, advanced.html, velmora-eq.js and help.html into `pages`, in this order. Returns false if
+// one cannot be read or is empty. `unreadable_path` is then its path, and the pages after it are unchanged.
 [[nodiscard]] bool read_pages(std::string_view web_root, UiPages& pages, std::string& unreadable_path);
 
-// "YYYY-MM-DD HH:MM:SS" of a local time.
+// Returns a local time as "YYYY-MM-DD HH:MM:SS".
 [[nodiscard]] std::string format_ui_stamp(const std::tm& local_time);
 
-// Puts the stamp in place of every "__VELMORA_UI_STAMP__" of the index and advanced pages, and of no other.
+// Replaces every "__VELMORA_UI_STAMP__" in the index and advanced pages. The other pages are unchanged.
 void stamp_pages(UiPages& pages, std::string_view ui_stamp);
 
 }  // namespace velmora

@@ -16,7 +16,7 @@
 namespace velmora {
 namespace {
 
-// The conjunction of everything that was checked.
+// True while every check has passed.
 class Verdict {
  public:
   void check(bool held) { passed_ = passed_ && held; }
@@ -87,7 +87,7 @@ void check_algorithm(Verdict& verdict, ControlBridge& service, ControlBridge& ef
 
 constexpr StreamFormat tested_format = {48000, 2, 32, 4, 1};
 
-// The effect's life up to an agreed format, with no stream yet.
+// The effect's reports up to a negotiated format, before any stream.
 void check_negotiation(Verdict& verdict, ControlBridge& effect) {
   effect.report_initialize_attempt({96, 96, 4, 1, true});
   effect.report_initialize_success();

@@ -1,12 +1,14 @@
-// A fixed list of assertions over the pure logic, run on the machine where the program stands.
+// A fixed list of assertions about the pure logic, to be run on the machine where the program is installed.
 #pragma once
 
 namespace velmora {
 
-// Evaluates all assertions and prints to standard output "Velmora control self-test passed\n" or "...
-// failed\n". It needs no web root, socket or network; its mapping is private to this process id and gone at
-// the end. It covers the JSON finders, the token, endpoint ids, chain editing, parameters and the effect's
-// reports on their way through a bridge, and the names of presets.
+// Evaluates all assertions and prints "Velmora control self-test passed\n" or "... failed\n" to standard
+// output. Returns true if all hold. Needs no web root, socket or network. Its mapping has the process id in
+// its name and is released at the end.
+//
+// Covers the JSON finders, the token, endpoint ids, chain editing, parameters and reports passed through a
+// bridge, and preset names.
 [[nodiscard]] bool run_self_test();
 
 }  // namespace velmora

@@ -24,13 +24,13 @@
 namespace velmora {
 namespace {
 
-// What a running service has, in the order in which it is had.
+// The options and the state of a running service.
 struct Service {
   const Options& options;
   ServiceState state;
 };
 
-// A path as messages show it: in double quotes, with a backslash in front of each backslash and double quote.
+// Returns a path for messages: in double quotes, with a backslash before each backslash and double quote.
 std::string quoted(std::string_view path) {
   std::string text = "\"";
   for (const char byte : path) {
@@ -40,7 +40,7 @@ std::string quoted(std::string_view path) {
   return text + '"';
 }
 
-// Lower-case hexadecimal digits, without a prefix.
+// Returns lower-case hexadecimal digits without a prefix.
 std::string hexadecimal(std::uint32_t value) {
   std::array<char, 8> digits;
   return std::string(digits.data(), std::to_chars(digits.begin(), digits.end(), value, 16).ptr);
@@ -83,7 +83,7 @@ bool create_bridge(Service& service) {
   return false;
 }
 
-// Binds and listens; the error of whichever failed.
+// Binds and listens. Returns the error of the call that failed.
 std::optional<int> start_listening(const Socket& listener, std::uint16_t port) {
   const std::optional<int> bind_error = bind_loopback(listener, port);
   return bind_error ? bind_error : listen_at_maximum(listener);
@@ -114,13 +114,13 @@ std::string banner_of(const Service& service) {
 }
 
 void show_in_browser(const Service& service) {
-  constexpr std::intptr_t greatest_failure = 32;  // ShellExecuteW, shellapi.h
-  if (open_in_browser(page_address(service, "/")) > greatest_failure) return;
+  constexpr std::intptr_t max_failure = 32;  // ShellExecuteW, shellapi.h
+  if (open_in_browser(page_address(service, "/")) > max_failure) return;
   write_standard_output("  (could not open a browser automatically -- copy the address above into one)\n");
 }
 
-// The last exchange with the account service. It may hold up the end for as long as its waits last.
-void give_session_back(const AccountState& account) {
+// The last exchange with the account service. It may delay the exit by its timeouts.
+void release_session(const AccountState& account) {
   if (account.service_url.empty()) return;
   account_session_release(account.service_url, account.session.account_hash, account.session.token);
 }
@@ -141,7 +141,7 @@ ExitCode listen_and_serve(Service& service) {
   if (service.options.open_browser) show_in_browser(service);
   service.state.port = port;
   serve_until_stopped(listener, service.state);
-  give_session_back(service.state.account);
+  release_session(service.state.account);
   return ExitCode::done;
 }
 
@@ -160,7 +160,7 @@ ExitCode run_with_com(Service& service) {
   }
   const ExitCode code = run_with_sockets(service);
   stop_com();
-  // These two are told when everything is down again.
+  // Report these two only after everything is released.
   if (code == ExitCode::no_sockets) write_standard_error("WSAStartup failed\n");
   if (code == ExitCode::no_listener_socket) write_standard_error("socket failed\n");
   return code;

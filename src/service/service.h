@@ -1,4 +1,4 @@
-// The program from its arguments to its exit code.
+// Runs the program, from its arguments to its exit code.
 #pragma once
 
 #include <string_view>
@@ -9,10 +9,9 @@
 
 namespace velmora {
 
-// Runs the program: the arguments come without the program's own name, the banner goes to standard
-// output, failures to standard error. Returns when the service has been stopped or could not start;
-// everything that was set up is taken down by then, in reverse order, but for the console handler and the
-// process-wide values.
+// Runs the program. The arguments exclude its own name. The banner goes to standard output, errors to
+// standard error. Returns when the service was stopped or could not start. Everything is then released in
+// reverse order, except for the console handler and the process-wide values.
 [[nodiscard]] ExitCode run_program(const std::vector<std::string_view>& arguments);
 
 }  // namespace velmora

@@ -5,7 +5,7 @@
 
 namespace velmora {
 
-// 24 random bytes as 48 lower-case hexadecimal digits. Empty when the system gives none.
+// Returns 24 random bytes as 48 lower-case hexadecimal digits. Empty if the system provides none.
 [[nodiscard]] std::string generate_session_token();
 
 }  // namespace velmora
