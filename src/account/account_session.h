@@ -25,8 +25,7 @@ struct AccountSession {
 // Signs in at the current time. Usage continues if the same user is still signed in, else restarts at 0.
 void begin_session(AccountSession& session, std::string_view account_hash, std::string_view token);
 
-// Signs out. Until the next sign-in, the values that are only displayed remain: usage, public id, referral
-// and invitation.
+// Signs out. The values that are only displayed stay: usage, public id, referral and invitation.
 void clear_session(AccountSession& session);
 
 // Adds to the usage if a user is signed in. Values below 1 are ignored.

@@ -50,8 +50,7 @@ bool start_session_check(std::shared_ptr<SessionCheckCells> cells, std::string s
                          std::string account_hash, std::string token) {
   if (cells->session_check_running.exchange(true)) return false;
   // Start the check only after its thread is detached. In the thread library of our compiler for Windows, a
-  // thread that ends while it is being detached corrupts the list of threads. Either thread may then wait
-  // forever.
+  // thread that ends while it is being detached corrupts the list of threads. Then either may wait forever.
   const auto detached = std::make_shared<std::atomic<bool>>(false);
   std::thread([detached, cells = std::move(cells), service_url = std::move(service_url),
                account_hash = std::move(account_hash), token = std::move(token)] {

@@ -1,6 +1,5 @@
 // The text of requests to the account service and of its replies. Pure. There is no JSON tree. Values are
-// inserted into fixed text. A reader takes the first occurrence of its key, at any depth, even inside another
-// string.
+// inserted into fixed text. A reader takes the first occurrence of its key, even inside another string.
 //
 // The readers accept nearly anything and never fail hard. Those of the API's own bodies (json/find.h) are
 // stricter, and clients of either rely on the difference.

@@ -9,8 +9,7 @@ namespace velmora {
 
 // POST /api/v1/render/apo: binds (`attach`) or unbinds the effect at `endpoint_id`, or else at the endpoint
 // that the service uses. Then restarts the audio service unless `restart_audio` is false. A failed restart is
-// part of the answer, not an error, because the binding is already changed. This may take tens of seconds
-// (engine/audio_service.h).
+// part of the answer: the binding is already changed. May take tens of seconds (engine/audio_service.h).
 void post_apo(const Socket& socket, const ApiRequest& request, const EndpointController& controller);
 
 }  // namespace velmora

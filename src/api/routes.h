@@ -7,8 +7,7 @@
 namespace velmora {
 
 // Reads one request from the connected socket and writes exactly one response. Never closes the socket. The
-// order of checks is fixed: complete request, local Host and Origin, page, path below /api/, session token,
-// route.
+// order of checks is fixed: complete request, local Host and Origin, page, API path, session token, route.
 void handle_connection(const Socket& socket, ServiceState& state);
 
 }  // namespace velmora

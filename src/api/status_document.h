@@ -23,7 +23,7 @@ struct StatusSnapshot {
   EffectInstallState install;
   std::string effect_clsid;
   AudioEngineState engine;
-  EndpointBindingState binding;  // of the endpoint that the service works on
+  EndpointBindingState binding;  // of the endpoint that the service uses
 };
 
 // Reads the record and the machine; changes nothing. If `endpoint_id` (UTF-8) is empty, the binding is not

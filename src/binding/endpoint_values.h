@@ -1,6 +1,5 @@
 // The FxProperties values of a render endpoint that binding reads and writes. Registry text is 8-bit here: a
-// non-ASCII character becomes `?` and is lost when the text is written back. All results are status values
-// (base/status.h).
+// non-ASCII character becomes `?`, and writing it back loses it. Results are status values (base/status.h).
 #pragma once
 
 #include <array>
@@ -39,8 +38,7 @@ constexpr std::array<std::u16string_view, 2> mode_list_names = {
 [[nodiscard]] std::int32_t write_multi_string_value(const RegistryKey& key, std::u16string_view name,
                                                     const Chain& list);
 
-// Reads the effect in the legacy slot. Returns false, with an empty text, if the slot has none or cannot be
-// read.
+// Reads the effect in the legacy slot. Returns false, with an empty text, if there is none to be read.
 [[nodiscard]] bool read_legacy_mode_effect(const RegistryKey& key, std::string& text);
 
 // Writes an effect into the legacy slot.

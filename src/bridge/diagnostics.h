@@ -80,8 +80,8 @@ struct ControlDiagnostics {
 // Fills `out`. Reads each word once, atomically, without retries.
 void read_diagnostics(ControlBridgeRecord& record, ControlDiagnostics& out);
 
-// The result of a step that has begun but not finished. If it stays, the stage shows where the effect stopped
-// (E_PENDING, winerror.h).
+// The result of a step that has begun but not ended. If it stays, the stage shows where the effect stopped.
+// The value is E_PENDING (winerror.h).
 inline constexpr std::uint32_t result_pending = 0x8000000A;
 // The stage of an input format negotiation. Every other stage counts as an output negotiation.
 inline constexpr std::uint32_t stage_input_negotiation = 9;

@@ -35,8 +35,8 @@ template <typename Word>
   return std::atomic_ref<Word>(word).compare_exchange_strong(present, value);
 }
 
-// Orders all accesses before it before all accesses after it. It exchanges a local word: g++ rejects fences
-// under ThreadSanitizer.
+// Orders all accesses before it before all accesses after it. It exchanges a local word instead of using a
+// fence, which g++ rejects under ThreadSanitizer.
 inline void full_barrier() {
   std::atomic<int> barrier{0};
   barrier.exchange(1);

@@ -14,8 +14,7 @@ namespace velmora {
                                                                AlgorithmParameters parameters);
 
 // Returns the values of a footstep body (`raw` is 0). An error if `bypass` or `enhance_strength` is missing,
-// or the strength is not within 0..1. An absent `bypass_all` is false: clients that do not know it switch it
-// off.
+// or the strength is not within 0..1. An absent `bypass_all` is false: clients unaware of it switch it off.
 [[nodiscard]] Parsed<FootstepParameters> parse_footstep_body(std::string_view body);
 
 }  // namespace velmora

@@ -20,8 +20,8 @@ namespace velmora {
 // are handled in the order in which the system lists them, and their errors are ignored.
 //
 // Requires elevation, and blocks. It polls for up to 10 s per dependent service and 20 s for the audio
-// service. Each stop and start may also take 30 s in the service manager. If the process ends meanwhile, the
-// services stay stopped.
+// service. Each stop and start may also take 30 s in the service manager. If the process ends meanwhile, all
+// of these services stay stopped.
 [[nodiscard]] std::int32_t restart_audio_service(std::string& detail);
 
 }  // namespace velmora

@@ -11,8 +11,8 @@ namespace velmora {
 struct EffectInstallState {
   bool elevated = false;          // this process runs elevated
   bool clsid_registered = false;  // a library is registered for the effect's class id
-  // Informational: DisableProtectedAudioDG is 1 in
-  // HKEY_LOCAL_MACHINE\SOFTWARE\Microsoft\Windows NT\CurrentVersion\Audio.
+  // Informational: the value DisableProtectedAudioDG is 1 in the registry key HKEY_LOCAL_MACHINE,
+  // SOFTWARE\Microsoft\Windows NT\CurrentVersion\Audio.
   bool protected_audio_dg_disabled = false;
   bool apo_dll_present = false;    // that library is a regular file
   bool algorithm_present = false;  // fse.dll and model_weights.bin are regular files beside it
@@ -27,8 +27,8 @@ struct AudioEngineState {
   bool apo_loaded = false;        // the effect is among its modules
   bool algorithm_loaded = false;  // fse.dll is among them
   std::string apo_module_path;    // path of the effect's module; a non-ASCII character is replaced by `?`
-  // A status value (base/status.h): why processes or modules could not be listed. After an error, a module
-  // that is not loaded may only be unknown.
+  // A status value (base/status.h): why processes or modules could not be listed. After an error, a false
+  // flag above means "unknown".
   std::int32_t error_code = 0;
 };
 

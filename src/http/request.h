@@ -49,8 +49,7 @@ class RequestReader {
 };
 
 // Reads one request from a connected socket. Blocks while the peer keeps the connection open and the request
-// is incomplete. Returns false if the peer closes or fails too early, or if the request is malformed or
-// exceeds the limit.
+// is incomplete. Returns false if the peer closes or fails too early, or if the request is bad or too large.
 [[nodiscard]] bool read_request(const Socket& socket, ApiRequest& request);
 
 }  // namespace velmora
