@@ -8,6 +8,7 @@
 #include "json/find.h"
 
 namespace velmora {
+
 void get_devices(const Socket& socket, const EndpointController& controller) {
   EndpointInventory inventory;
   inventory_endpoints(controller, inventory);

@@ -4,6 +4,7 @@
 #include "effects/parameters.h"
 
 namespace velmora {
+
 void put_algorithm(const Socket& socket, const ApiRequest& request, ControlBridge& bridge) {
   AlgorithmParameters present;
   // Start from the record, or from the defaults if its word is not valid.

@@ -128,7 +128,7 @@ enum class EngineQuery : std::uint32_t {
 [[nodiscard]] std::uint64_t update_query_word(std::uint64_t old, std::uint32_t index, std::uint32_t value,
                                               bool success);
 
-// Reports by the effect. In words stored as a whole the last writer wins; no count is ever lost.
+// Reports by the effect. In words stored as a whole the last writer wins. Concurrent reports lose no count.
 //
 // An initialisation attempt is at stage 1 with result_pending until its progress is reported. A negotiation
 // or a lock attempt first clears both formats.
