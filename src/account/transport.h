@@ -15,7 +15,7 @@ namespace velmora {
 inline constexpr std::size_t account_reply_limit_bytes = 0x200000;
 
 struct AccountReply {
-  bool ok = false;           // an exchange took place, with any HTTP status
+  bool ok = false;           // a reply came, with any HTTP status, and was not too large
   std::uint32_t status = 0;  // the HTTP status; 0 without a reply
   std::string body;          // as much as arrived
   std::string error;         // for the user (UTF-8); empty when ok

@@ -1,5 +1,5 @@
-// The sign-in routes. Each writes exactly one response. All but the logout may wait for the account service,
-// for which there is no limit on the whole.
+// The sign-in routes. Each writes exactly one response. Valid requests, except for the logout, wait for the
+// account service, with no limit on the whole.
 #pragma once
 
 #include "account/account_state.h"
