@@ -1,0 +1,292 @@
+// What the page keeps in browser storage, so that it knows after a reload what it had seen before. All functions are
+// pure but for readMemory and writeMemory, which are given the storage. A storage that is full, refused or holds
+// something else is no failure: the page then knows less.
+import { devicesFacts, engineFacts } from "./facts.js";
+import { flagOf, listOf, numberOf, objectOf, textOf } from "./read.js";
+
+/**
+ * @typedef {import("./types.js").Kept} Kept
+ * @typedef {import("./types.js").EngineMark} EngineMark
+ * @typedef {import("./types.js").LastSettings} LastSettings
+ * @typedef {import("./types.js").Action} Action
+ * @typedef {Pick<Storage, "getItem" | "setItem">} Store
+ */
+
+const storageKey = "velmora.memory";
+const version = 1;
+const mostDevices = 64;
+
+/** @returns {Kept} */
+export function emptyMemory() {
+  return {
+    added: {},
+    engine: null,
+    restartPending: null,
+    lastSettings: null,
+    lastStrength: null,
+    comparing: false,
+    language: null,
+  };
+}
+
+/**
+ * Objects with the ids of devices as keys: an id may be any text, "__proto__" too.
+ *
+ * @param {[string, string][]} entries
+ * @returns {Record<string, string>}
+ */
+const byId = (entries) => Object.fromEntries(entries);
+
+/** @param {unknown} value */
+function readAdded(value) {
+  /** @type {[string, string][]} */
+  const entries = [];
+  for (const pair of listOf(value)) {
+    const [id, name] = listOf(pair);
+    if (typeof id === "string" && id !== "" && typeof name === "string") entries.push([id, name]);
+  }
+  return byId(entries.slice(-mostDevices));
+}
+
+/**
+ * @param {unknown} value
+ * @returns {EngineMark | null}
+ */
+function readEngine(value) {
+  const { processId, known, lockCount, kind, endpointId } = objectOf(value);
+  const isKind = kind === "add" || kind === "remove" || kind === "restart";
+  if (typeof processId !== "number" || typeof lockCount !== "number" || typeof known !== "boolean")
+    return null;
+  return isKind && typeof endpointId === "string" ? { processId, known, lockCount, kind, endpointId } : null;
+}
+
+/**
+ * @param {unknown} value
+ * @returns {LastSettings["equalizer"]}
+ */
+function readEqualizer(value) {
+  const { bypass, fade_ms: fade, bands } = objectOf(value);
+  const isWhole = (/** @type {unknown} */ band) =>
+    ["type", "freq_hz", "gain_db", "q"].every((key) => numberOf(objectOf(band)[key]) !== undefined);
+  if (flagOf(bypass) === undefined || numberOf(fade) === undefined || !Array.isArray(bands)) return null;
+  if (bands.length !== 15 || !bands.every(isWhole)) return null;
+  return /** @type {LastSettings["equalizer"]} */ (value);
+}
+
+/**
+ * @param {unknown} value
+ * @returns {LastSettings["footstep"] | null}
+ */
+function readFootstep(value) {
+  const { bypass, bypass_all: bypassAll, enhance_strength: strength } = objectOf(value);
+  if (typeof bypass !== "boolean" || typeof bypassAll !== "boolean") return null;
+  if (typeof strength !== "number" || !(strength >= 0 && strength <= 1)) return null;
+  return { bypass, bypass_all: bypassAll, enhance_strength: strength };
+}
+
+/**
+ * @param {unknown} value
+ * @returns {LastSettings | null}
+ */
+function readSettings(value) {
+  const { footstep, preset, equalizer } = objectOf(value);
+  const read = readFootstep(footstep);
+  return read === null
+    ? null
+    : { footstep: read, preset: textOf(preset) ?? "", equalizer: readEqualizer(equalizer) };
+}
+
+/**
+ * @param {string | null} text
+ * @returns {Kept} the empty memory where the text is of another version or no memory; a bad member is left out
+ */
+export function parseMemory(text) {
+  const memory = emptyMemory();
+  let value;
+  try {
+    value = objectOf(JSON.parse(text ?? "null"));
+  } catch {
+    return memory;
+  }
+  if (value.version !== version) return memory;
+  const pending = objectOf(value.restartPending);
+  const [endpointId, processId] = [textOf(pending.endpointId), numberOf(pending.processId)];
+  const strength = numberOf(value.lastStrength);
+  return {
+    added: readAdded(value.added),
+    engine: readEngine(value.engine),
+    restartPending: endpointId && processId !== undefined ? { endpointId, processId } : null,
+    lastSettings: readSettings(value.lastSettings),
+    lastStrength: strength !== undefined && strength > 0 && strength <= 1 ? strength : null,
+    comparing: value.comparing === true,
+    language: value.language === "en" || value.language === "zh" ? value.language : null,
+  };
+}
+
+/**
+ * @param {Kept} kept
+ * @returns {string}
+ */
+export function serializeMemory(kept) {
+  return JSON.stringify({ version, ...kept, added: Object.entries(kept.added) });
+}
+
+/**
+ * @param {() => Store | null | undefined} storage gives the storage; it may throw, as `() => localStorage` does where
+ *   the browser refuses it
+ * @returns {Kept}
+ */
+export function readMemory(storage) {
+  try {
+    return parseMemory(storage()?.getItem(storageKey) ?? null);
+  } catch {
+    return emptyMemory();
+  }
+}
+
+/**
+ * @param {() => Store | null | undefined} storage
+ * @param {Kept} kept
+ * @returns {boolean} false if it could not be kept
+ */
+export function writeMemory(storage, kept) {
+  try {
+    const store = storage();
+    if (!store) return false;
+    store.setItem(storageKey, serializeMemory(kept));
+    return true;
+  } catch {
+    return false;
+  }
+}
+
+// ---- what changes it ----
+
+/**
+ * Takes in a device list: remembers the devices that have the effect. Gives the same object where nothing changed.
+ *
+ * @param {Kept} kept
+ * @param {unknown} devices
+ * @returns {Kept}
+ */
+export function rememberDevices(kept, devices) {
+  const seen = devicesFacts(devices).playback.filter(({ hasEffect }) => hasEffect === true);
+  const news = seen.filter(({ id, name }) => !Object.hasOwn(kept.added, id) || kept.added[id] !== name);
+  if (news.length === 0) return kept;
+  const added = new Map(Object.entries(kept.added));
+  for (const { id, name } of news) added.set(id, name);
+  return { ...kept, added: byId([...added].slice(-mostDevices)) };
+}
+
+/**
+ * Takes in a status document: forgets what the engine's new process has settled, and keeps the strength.
+ *
+ * @param {Kept} kept
+ * @param {unknown} status
+ * @returns {Kept}
+ */
+export function rememberStatus(kept, status) {
+  const { isRunning, processId } = engineFacts(status);
+  let { engine, restartPending, lastStrength } = kept;
+  const isAnother = (/** @type {number} */ old) =>
+    isRunning === true && processId !== undefined && processId !== old;
+  if (engine !== null && engine.known && (isRunning === false || isAnother(engine.processId))) engine = null;
+  if (restartPending !== null && isAnother(restartPending.processId)) restartPending = null;
+  const strength = numberOf(objectOf(objectOf(status).footstep).enhance_strength);
+  if (strength !== undefined && strength > 0 && strength <= 1) lastStrength = strength;
+  const isSame =
+    engine === kept.engine && restartPending === kept.restartPending && lastStrength === kept.lastStrength;
+  return isSame ? kept : { ...kept, engine, restartPending, lastStrength };
+}
+
+/**
+ * The engine as it is before an add, a remove or a restart. Take it from a status document that was read just before
+ * the request is sent.
+ *
+ * @param {Action["kind"]} kind
+ * @param {string} endpointId
+ * @param {unknown} status
+ * @returns {EngineMark}
+ */
+export function markEngine(kind, endpointId, status) {
+  const { isRunning, processId } = engineFacts(status);
+  const lockCount = numberOf(objectOf(objectOf(status).apo_diagnostics).lock_count) ?? 0;
+  const runs = isRunning === true && processId !== undefined;
+  return { processId: runs ? processId : 0, known: isRunning === false || runs, lockCount, kind, endpointId };
+}
+
+/**
+ * Takes in the end of an add, a remove or a restart.
+ *
+ * @param {Kept} kept
+ * @param {Action} action ended
+ * @param {EngineMark} mark from before it
+ * @param {string} [name] of the device
+ * @returns {Kept}
+ */
+export function rememberAction(kept, action, mark, name = "") {
+  const { kind, endpointId, restartsAudio, result } = action;
+  if (result?.status !== 200) return kept;
+  const added = new Map(Object.entries(kept.added));
+  if (kind === "remove") added.delete(endpointId);
+  else added.set(endpointId, name || added.get(endpointId) || "");
+  const hasRestarted = restartsAudio && result.audioRestarted;
+  const isPending = kind !== "remove" && !hasRestarted;
+  const stillPending =
+    kept.restartPending?.endpointId === endpointId || hasRestarted ? null : kept.restartPending;
+  return {
+    ...kept,
+    added: byId([...added].slice(-mostDevices)),
+    engine: hasRestarted ? mark : kept.engine,
+    restartPending: isPending ? { endpointId, processId: mark.processId } : stillPending,
+  };
+}
+
+/**
+ * The settings to offer after the record has gone back to its first values.
+ *
+ * @param {Kept} kept
+ * @param {LastSettings["footstep"]} footstep
+ * @param {LastSettings["equalizer"]} equalizer
+ * @param {string} preset
+ * @returns {Kept}
+ */
+export function rememberSettings(kept, footstep, equalizer, preset) {
+  const { bypass, bypass_all: bypassAll, enhance_strength: strength } = footstep;
+  const settings = { bypass, bypass_all: bypassAll, enhance_strength: strength };
+  const lastStrength = strength > 0 ? strength : kept.lastStrength;
+  return { ...kept, lastSettings: { footstep: settings, equalizer, preset }, lastStrength };
+}
+
+/**
+ * Whether the record holds the values of a new one.
+ *
+ * @param {unknown} status
+ * @param {unknown} equalizer
+ * @returns {boolean} false where that is not known
+ */
+export function holdsFirstValues(status, equalizer) {
+  const document = objectOf(status);
+  const { bypass, bypass_all: bypassAll, enhance_strength: strength } = objectOf(document.footstep);
+  if (document.control_bridge_available !== true) return false;
+  const { bypass: equalizerBypass, bands } = objectOf(equalizer);
+  const isFlat =
+    Array.isArray(bands) && bands.every((band) => objectOf(band).gain_db === 0 && objectOf(band).type === 0);
+  return bypass === true && bypassAll === false && strength === 0 && equalizerBypass === true && isFlat;
+}
+
+/**
+ * The settings to offer, if they would change anything. The person decides; nothing is sent by itself.
+ *
+ * @param {Kept} kept
+ * @param {unknown} status
+ * @param {unknown} equalizer
+ * @returns {LastSettings | null}
+ */
+export function settingsToOffer(kept, status, equalizer) {
+  const { lastSettings: last } = kept;
+  if (last === null || !holdsFirstValues(status, equalizer)) return null;
+  const isOn = !last.footstep.bypass && last.footstep.enhance_strength > 0;
+  const equalizes = last.equalizer !== null && !last.equalizer.bypass;
+  return isOn || equalizes ? last : null;
+}

@@ -1,0 +1,97 @@
+// Why something failed, as sentences of the language tables.
+import { pendingResult } from "./facts.js";
+import { knownServiceTexts } from "./service_texts.js";
+
+/**
+ * @typedef {import("./types.js").Sentence} Sentence
+ * @typedef {import("./facts.js").Facts} Facts
+ */
+
+/** Results of Windows that have words, by number: a Win32 error as it is, others by their HRESULT. */
+const knownResults = new Set([
+  2, 3, 5, 8, 14, 87, 126, 127, 193, 577, 1016, 1051, 1052, 1053, 1055, 1056, 1058, 1060, 1061, 1062, 1067,
+  1068, 1072, 1075, 1115, 1168, 1722, 1804, 0x80004001, 0x80004002, 0x80004005, 0x8000000a, 0x80040154,
+  0x8000ffff, 0x88890003, 0x88890004, 0x88890008, 0x8889000a, 0x88890010,
+]);
+const win32Results = 0x8007;
+
+/**
+ * @param {number} code a status of Windows, signed or unsigned
+ * @returns {string} as Windows writes it, such as 0x80070005
+ */
+export function hexResult(code) {
+  return `0x${(code >>> 0).toString(16).toUpperCase().padStart(8, "0")}`;
+}
+
+/**
+ * The words for a status of Windows.
+ *
+ * @param {number} code signed or unsigned
+ * @returns {Sentence} with the values `code`, the number that people look up, and `hex`
+ */
+export function resultSentence(code) {
+  const unsigned = code >>> 0;
+  const plain = unsigned >>> 16 === win32Results ? unsigned & 0xffff : unsigned;
+  const values = { code: plain < 0x10000 ? String(plain) : hexResult(code), hex: hexResult(code) };
+  if (unsigned === 0) return { key: "result.0", values };
+  if (!knownResults.has(plain)) return { key: "result.unknown", values };
+  return { key: plain < 0x10000 ? `result.${plain}` : `result.${hexResult(code)}`, values };
+}
+
+/**
+ * A text of the service: its sentence where the text is known, else the text as it came.
+ *
+ * @param {string} text
+ * @returns {Sentence}
+ */
+export function serviceSentence(text) {
+  for (const { pattern, key } of knownServiceTexts) {
+    if (typeof pattern === "string") {
+      if (pattern === text) return { key: `service.${key}`, values: {} };
+      continue;
+    }
+    const found = pattern.exec(text);
+    if (found !== null) return { key: `service.${key}`, values: { ...found.groups } };
+  }
+  return { key: text === "" ? "service.none" : "service.unknown", values: { text } };
+}
+
+/**
+ * @param {number | undefined} result
+ */
+const failed = (result) => result !== undefined && result < 0 && result !== pendingResult;
+
+/** Stages in which the effect negotiates a format. */
+const negotiations = [9, 10];
+const unsupportedFormat = 0x88890008 | 0;
+
+/**
+ * Why sound on the chosen device does not go through the effect as set.
+ *
+ * @param {Facts} facts
+ * @param {{differs: boolean, still: boolean}} lasting what has held for long enough to count
+ * @returns {Sentence | undefined}
+ */
+export function failureOf({ engine, effect, moved, chosen }, { differs, still }) {
+  const because = (/** @type {string} */ key, /** @type {number | undefined} */ result) => ({
+    key: `reason.${key}`,
+    values: result === undefined ? {} : { result: resultSentence(result) },
+  });
+  if (chosen === undefined) return undefined;
+  if (engine.isRunning === false) return because("engine", undefined);
+  if (engine.effectLoaded === false) return because("notLoaded", undefined);
+  const enhances = effect.enhancementIsOn === true && (effect.strength ?? 0) > 0;
+  if (engine.algorithmLoaded === false && enhances) return because("algorithmNotLoaded", undefined);
+  if (failed(effect.initializeResult)) return because("initialize", effect.initializeResult);
+  if (failed(effect.lockResult) && moved === false) {
+    const isFormat = effect.lockResult === unsupportedFormat || negotiations.includes(effect.lockStage ?? 0);
+    return because(isFormat ? "format" : "lock", effect.lockResult);
+  }
+  if (effect.algorithmError !== undefined && effect.algorithmError !== 0) {
+    return { key: "reason.algorithm", values: { code: String(effect.algorithmError) } };
+  }
+  if (effect.initializeResult === pendingResult && (differs || still)) return because("hangs", undefined);
+  if (differs) return because(effect.appliedValid === false ? "notApplied" : "differs", undefined);
+  if (still) return because("still", undefined);
+  return undefined;
+}

@@ -1,0 +1,91 @@
+// Every text of the service that the pages put into their own language. The key leads to `service.KEY` in the language
+// tables; named groups become its values.
+
+/** @type {{pattern: string | RegExp, key: string}[]} */
+export const knownServiceTexts = [
+  // The gate.
+  { pattern: "invalid request", key: "invalidRequest" },
+  { pattern: "missing or invalid session token", key: "token" },
+  { pattern: "invalid local origin", key: "origin" },
+  { pattern: "route not found", key: "route" },
+  { pattern: "unsupported method", key: "method" },
+  // Effects.
+  { pattern: "bypass and enhance_strength (0..1) are required", key: "footstep" },
+  { pattern: "output_trim_db must be between -60 and 20", key: "outputTrim" },
+  { pattern: "mask_time_alpha must be between 0 and 0.95", key: "maskTime" },
+  { pattern: "mask_frequency_smooth must be 0 or 1", key: "maskFrequency" },
+  { pattern: "limiter_ceiling_db must be between -12 and 0", key: "limiterCeiling" },
+  { pattern: "stereo_link must be 0, 1 or 2", key: "stereoLink" },
+  { pattern: "shared control bridge update failed", key: "record" },
+  // Equalizer and presets.
+  { pattern: "bands must be an array", key: "bands" },
+  { pattern: "bands must contain exactly 15 entries", key: "bands" },
+  { pattern: "malformed band object", key: "band" },
+  { pattern: "each band needs type, freq_hz, gain_db and q", key: "band" },
+  { pattern: "band type must be 0..8", key: "bandType" },
+  { pattern: "freq_hz must be 20..20000", key: "bandFrequency" },
+  { pattern: "gain_db must be -30..30", key: "bandGain" },
+  { pattern: "q must be 0.1..18", key: "bandQ" },
+  { pattern: "fade_ms must be 1..200", key: "fade" },
+  { pattern: "preset name may contain letters, digits, spaces, - and _ only", key: "presetName" },
+  { pattern: "no such preset", key: "noPreset" },
+  { pattern: "cannot write the preset file", key: "presetFile" },
+  // Captures.
+  { pattern: "action must be start, stop or export", key: "captureAction" },
+  { pattern: "seconds must be between 1 and 300", key: "captureSeconds" },
+  { pattern: "no exported capture found -- export first", key: "noCapture" },
+  { pattern: /^capture file is empty or unreadable: (?<file>.*)$/s, key: "captureUnreadable" },
+  { pattern: /^capture file is too large for a zip member: (?<file>.*)$/s, key: "captureLarge" },
+  { pattern: /^capture file changed while it was being read: (?<file>.*)$/s, key: "captureChanged" },
+  { pattern: /^cannot read (?<file>capture-.*)$/s, key: "captureRead" },
+  // Devices and volume.
+  { pattern: "endpoint_id must be a non-empty string", key: "deviceId" },
+  { pattern: "active endpoint not found for this direction", key: "deviceMissing" },
+  { pattern: "Windows endpoint selection failed", key: "deviceChoice" },
+  { pattern: "volume must be between 0 and 1", key: "volumeRange" },
+  { pattern: "muted must be a boolean", key: "muteRange" },
+  { pattern: "Windows endpoint volume update failed", key: "volume" },
+  { pattern: "Windows endpoint mute update failed", key: "mute" },
+  // Adding and removing.
+  { pattern: "attach must be a boolean", key: "attach" },
+  { pattern: "no render endpoint is selected", key: "noSelection" },
+  { pattern: "endpoint_id must be a render endpoint identifier", key: "notPlayback" },
+  {
+    pattern:
+      "the endpoint FxProperties key could not be opened for writing (run the control service elevated)",
+    key: "chainLocked",
+  },
+  { pattern: "the endpoint mode-effect chain could not be read", key: "chainUnreadable" },
+  { pattern: "the endpoint mode-effect chain could not be read back", key: "chainUnreadable" },
+  { pattern: "the endpoint mode-effect chain could not be written", key: "chainUnwritable" },
+  { pattern: "the endpoint mode-effect chain did not keep the change", key: "chainReverted" },
+  // Restarting audio.
+  { pattern: "the service control manager could not be opened", key: "managerClosed" },
+  { pattern: "Audiosrv could not be opened (run the control service elevated)", key: "audioLocked" },
+  { pattern: "Audiosrv did not accept the stop request", key: "audioKeepsRunning" },
+  { pattern: "Audiosrv did not stop in time", key: "audioStopsSlowly" },
+  { pattern: "Audiosrv did not restart", key: "audioNotStarted" },
+  { pattern: "Audiosrv did not reach the running state", key: "audioStartsSlowly" },
+  { pattern: "audio stack restarted", key: "audioRestarted" },
+  // The account.
+  { pattern: "请填写用户名和密码", key: "accountFields" },
+  { pattern: "缺少 state", key: "accountState" },
+  { pattern: "请填写推荐人的用户 ID", key: "accountReferrer" },
+  { pattern: "请先扫码登录", key: "accountSignIn" },
+  { pattern: "请先扫码登录，再更换常用电脑", key: "accountSignInFirst" },
+  { pattern: "未配置账号服务，请用 --account-service 指定", key: "accountMissing" },
+  { pattern: "未配置账号服务", key: "accountMissing" },
+  { pattern: "账号服务地址无法解析", key: "accountAddress" },
+  { pattern: "无法初始化网络", key: "accountNetwork" },
+  { pattern: "无法连接账号服务", key: "accountUnreachable" },
+  { pattern: "无法创建请求", key: "accountRequest" },
+  { pattern: /^连接账号服务失败（错误 (?<code>-?\d+)）$/, key: "accountFailed" },
+  { pattern: /^账号服务返回 (?<status>\d+)$/, key: "accountStatus" },
+  { pattern: "账号服务返回内容过大", key: "accountLarge" },
+  { pattern: "账号服务返回的内容无法识别", key: "accountUnreadable" },
+  { pattern: "账号服务未返回账号标识，无法完成登录", key: "accountNameless" },
+  {
+    pattern: /^已登录。另一台设备（(?<device>.*)）上的 Velmora 将在两分钟内自动退出。$/s,
+    key: "accountElsewhere",
+  },
+];
