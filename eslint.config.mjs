@@ -50,5 +50,6 @@ export default [
     },
   },
   { files: ["**/*.mjs"], languageOptions: { globals: globals.node } },
-  { files: ["web/**"], languageOptions: { globals: globals.browser } },
+  // A browser test has parts that run in the page.
+  { files: ["web/**", "tests/browser/**", "bench/pages.mjs"], languageOptions: { globals: globals.browser } },
 ];

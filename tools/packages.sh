@@ -1,13 +1,15 @@
 # Debian packages that the scripts need, and a function to install them. Source this file from bash.
 
-# Packages for building the product. Only libcurl's headers are needed: the library is loaded at run time,
-# when an account service is first used.
-build_packages=(g++ cmake ninja-build libcurl4-openssl-dev)
+# Packages for building the product and its pages. Only libcurl's headers are needed: the library is loaded at run
+# time, when an account service is first used. Node, npm and esbuild make the pages.
+build_packages=(g++ cmake ninja-build libcurl4-openssl-dev esbuild nodejs npm)
 # Additional packages for `./test --quick`. npm installs the tools of package.json. unzip,
 # libarchive-tools and python3 open the service's archives. openssl makes certificates for the test account
 # service. bsdutils provides `script`, which gives a program a terminal.
-quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev nodejs npm
+quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
+# Packages for tools/screenshots: Chinese letters, and smaller pictures.
+screenshot_packages=(fonts-wqy-microhei pngquant)
 # Packages for building and running the Windows program. PulseAudio provides audio endpoints to Wine.
 windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
 

@@ -1,189 +1,450 @@
-// A machine with everything that the pages tell of, and pages in a browser whose clock stands still unless a test moves
-// it.
-import fs from 'node:fs';
-import path from 'node:path';
+// The built pages in a real browser, on the native program with a machine of the tests' own.
+import assert from "node:assert/strict";
+import fs from "node:fs";
+import path from "node:path";
+import { after } from "node:test";
 
-import { chromium } from 'playwright-core';
+import { chromium } from "playwright-core";
 
-import { make_directory, poll, start_service, unique_mapping_name, wait_limit_ms } from '../e2e/harness.mjs';
-import { Machine, devices_path, dword_data, export_text, list_data, render_path, text_data } from '../e2e/registry.mjs';
+import {
+  buildDirectory,
+  developmentToken,
+  makeDirectory,
+  poll,
+  startService,
+  uniqueMappingName,
+  waitLimitMs,
+} from "../e2e/harness.mjs";
+import {
+  Machine,
+  devicesPath,
+  dwordData,
+  exportText,
+  listData,
+  renderPath,
+  textData,
+} from "../e2e/registry.mjs";
 
 export const limits = { timeout: 120_000 };
-export const look_again_ms = 2000;
-export const one_look = ['GET /api/v1/devices', 'GET /api/v1/status'];
+export const webRoot = path.join(buildDirectory, "web");
 
-const web_root = path.resolve(import.meta.dirname ?? path.dirname(new URL(import.meta.url).pathname), '../../web');
-const browser_path = process.env.CHROMIUM ?? '/usr/bin/chromium';
-const browser_arguments = ['--headless', '--no-sandbox', '--disable-gpu', '--no-first-run', '--disable-background-networking'];
+// ---- a machine ----
 
-const software = 'HKEY_LOCAL_MACHINE\\SOFTWARE';
-const services_path = 'HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services';
-const own_path = `${software}\\VelmoraStandIn`;
-const friendly_name = '{a45c254e-df1c-4efd-8020-67d146a850e0},14';
-const chain = '{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14';
-export const effect_class = '{631D9145-CACF-44D7-861B-5D82ADD8C84F}';
+const software = "HKEY_LOCAL_MACHINE\\SOFTWARE";
+const servicesPath = "HKEY_LOCAL_MACHINE\\SYSTEM\\CurrentControlSet\\Services";
+const ownPath = `${software}\\VelmoraStandIn`;
+const friendlyName = "{a45c254e-df1c-4efd-8020-67d146a850e0},14";
+const chain = "{d04e05a6-594b-4fb6-a80d-01af5eed7d1d},14";
+const effectClass = "{631D9145-CACF-44D7-861B-5D82ADD8C84F}";
+const flows = {
+  render: { path: renderPath, prefix: "{0.0.0.00000000}.", standard: "DefaultRender" },
+  capture: {
+    path: `${devicesPath}\\Audio\\Capture`,
+    prefix: "{0.0.1.00000000}.",
+    standard: "DefaultCapture",
+  },
+};
 
-const guid_of = (digit) => `{${`${digit}`.repeat(8)}-1111-4222-8333-444444444444}`;
-export const id_of = (digit) => `{0.0.0.00000000}.${guid_of(digit)}`;
+/**
+ * @typedef {object} TestDevice
+ * @property {number} digit names it
+ * @property {string} name
+ * @property {"render" | "capture"} [flow] render, where it is not given
+ * @property {boolean} [bound] has the effect in its chain
+ * @property {boolean} [takesEffects]
+ * @property {number} [volume]
+ * @property {boolean} [muted]
+ * @property {number} [peak]
+ * @property {number[]} [sessions] processes that play
+ *
+ * @typedef {object} Contents
+ * @property {TestDevice[]} [devices] the first of each flow is the default
+ * @property {string | null} [effect] the path of the effect's file; null: it is not registered
+ * @property {Record<string, number>} [audio] how the audio service behaves: StopMs, StopError and so on
+ */
 
-export const speakers = { digit: 1, name: 'Speakers', bound: true };
-export const headphones = { digit: 2, name: 'Headphones' };
+/** @param {number} digit */
+const guidOf = (digit) => `{${`${digit}`.repeat(8)}-1111-4222-8333-444444444444}`;
+/** @param {{digit: number, flow?: "render" | "capture"}} device */
+export const idOf = ({ digit, flow = "render" }) => flows[flow].prefix + guidOf(digit);
 
-// The export of a machine.
-//   endpoints   of render: { digit, name, bound, takes_effects, volume, muted }; the first is the default
-//   effect      the path of the effect's file; null: the effect is not registered
-//   trusted     whether Windows loads what it does not trust
-//   audio       how the audio service behaves, as numbers: { StopMs, StopError, ... }
-export function machine_text({
-  endpoints = [speakers, headphones],
+/** Processes of makeProcesses that play. */
+export const player = 4801;
+export const browserProgram = 4802;
+
+/** @type {TestDevice} */
+export const speakers = {
+  digit: 1,
+  name: "Speakers (High Definition Audio)",
+  bound: true,
+  volume: 0.75,
+  muted: false,
+  peak: 0.25,
+  sessions: [player],
+};
+/** @type {TestDevice} */
+export const headphones = { digit: 2, name: "Headphones (USB Audio)", volume: 0.5, muted: false, peak: 0 };
+/** @type {TestDevice} */
+export const microphone = {
+  digit: 3,
+  flow: "capture",
+  name: "Microphone (High Definition Audio)",
+  peak: 0.1,
+};
+
+/**
+ * @param {TestDevice} device
+ * @returns {[string, [string, string][]][]}
+ */
+function deviceKeys({
+  digit,
+  name,
+  flow = "render",
+  bound,
+  takesEffects = true,
+  volume,
+  muted,
+  peak,
+  sessions = [],
+}) {
+  const device = `${flows[flow].path}\\${guidOf(digit)}`;
+  const own = `${ownPath}\\Audio\\${idOf({ digit, flow })}`;
+  /** @type {[string, string][]} */
+  const sound = [];
+  if (volume !== undefined) sound.push(["Volume", textData(String(volume))]);
+  if (muted !== undefined) sound.push(["Muted", dwordData(Number(muted))]);
+  if (peak !== undefined) sound.push(["Peak", textData(String(peak))]);
+  /** @type {[string, [string, string][]][]} */
+  const keys = [
+    [device, [["DeviceState", dwordData(1)]]],
+    [`${device}\\Properties`, [[friendlyName, textData(name)]]],
+    [own, sound],
+  ];
+  sessions.forEach((process, index) => {
+    keys.push([
+      `${own}\\Sessions\\${index}`,
+      [
+        ["State", dwordData(1)],
+        ["ProcessId", dwordData(process)],
+      ],
+    ]);
+  });
+  if (takesEffects) keys.push([`${device}\\FxProperties`, bound ? [[chain, listData([effectClass])]] : []]);
+  return keys;
+}
+
+/**
+ * The export of a machine.
+ *
+ * @param {Contents} contents
+ */
+export function machineText({
+  devices = [speakers, headphones, microphone],
   effect = null,
-  trusted = true,
   audio = {},
 } = {}) {
+  /** @type {[string, string][]} */
+  const standards = [];
+  for (const flow of /** @type {const} */ (["render", "capture"])) {
+    const first = devices.find((device) => (device.flow ?? "render") === flow);
+    if (first !== undefined) standards.push([flows[flow].standard, textData(idOf(first))]);
+  }
+  const audioValues = Object.entries(audio).map(([name, value]) => [name, dwordData(value)]);
   const keys = [
-    [`${own_path}\\Audio`, endpoints.length > 0 ? [['DefaultRender', text_data(id_of(endpoints[0].digit))]] : []],
-    [`${software}\\Microsoft\\Windows NT\\CurrentVersion\\Audio`, trusted ? [['DisableProtectedAudioDG', dword_data(1)]] : []],
-    [`${services_path}\\Audiosrv`, []],
-    [`${own_path}\\Services\\Audiosrv`, Object.entries(audio).map(([name, value]) => [name, dword_data(value)])],
+    [`${ownPath}\\Audio`, standards],
+    [
+      `${software}\\Microsoft\\Windows NT\\CurrentVersion\\Audio`,
+      [["DisableProtectedAudioDG", dwordData(1)]],
+    ],
+    [`${servicesPath}\\Audiosrv`, []],
+    [`${ownPath}\\Services\\Audiosrv`, audioValues],
+    [flows.capture.path, []],
+    ...devices.flatMap(deviceKeys),
   ];
-  for (const { digit, name, bound, takes_effects = true, volume, muted } of endpoints) {
-    const device = `${render_path}\\${guid_of(digit)}`;
-    const sound = [];
-    if (volume !== undefined) sound.push(['Volume', text_data(String(volume))]);
-    if (muted !== undefined) sound.push(['Muted', dword_data(Number(muted))]);
-    keys.push(
-      [device, [['DeviceState', dword_data(1)]]],
-      [`${device}\\Properties`, [[friendly_name, text_data(name)]]],
-      [`${own_path}\\Audio\\${id_of(digit)}`, sound],
-    );
-    if (takes_effects) keys.push([`${device}\\FxProperties`, bound ? [[chain, list_data([effect_class])]] : []]);
-  }
-  keys.push([`${devices_path}\\Audio\\Capture`, []]);
   if (effect !== null) {
-    keys.push([`${software}\\Classes\\CLSID\\${effect_class}\\InprocServer32`, [['DEFAULT', text_data(effect)]]]);
+    keys.push([
+      `${software}\\Classes\\CLSID\\${effectClass}\\InprocServer32`,
+      [["DEFAULT", textData(effect)]],
+    ]);
   }
-  return export_text(keys).replace('"DEFAULT"=', '@=');
+  return exportText(keys).replace('"DEFAULT"=', "@=");
 }
 
-// As another program writes it: the service never sees a half.
-export function rewrite_text(machine, text) {
-  fs.writeFileSync(`${machine.file}.next`, text);
-  fs.renameSync(`${machine.file}.next`, machine.file);
+/**
+ * A folder with the effect's files, or some of them.
+ *
+ * @param {string[]} names
+ * @returns {string} the path of the effect
+ */
+export function installEffect(names = ["velmora_windows_apo.dll", "fse.dll", "model_weights.bin"]) {
+  const place = makeDirectory();
+  for (const name of names) fs.writeFileSync(path.join(place, name), "");
+  return path.join(place, "velmora_windows_apo.dll");
 }
 
-export const rewrite = (machine, contents) => rewrite_text(machine, machine_text(contents));
+const loadedModules = ["velmora_windows_apo.dll", "fse.dll"];
 
-// A directory with the effect's files, or some of them. Gives the path of the effect.
-export function install_effect(names = ['velmora_windows_apo.dll', 'fse.dll', 'model_weights.bin'], directory = '') {
-  const place = make_directory(directory);
-  for (const name of names) fs.writeFileSync(path.join(place, name), '');
-  return path.join(place, 'velmora_windows_apo.dll');
+/** Processes for the service to see: two players, and an audio engine that a test may end and start. */
+export class Processes {
+  root = makeDirectory();
+
+  constructor() {
+    this.add(player, "player.exe");
+    this.add(browserProgram, "browser.exe");
+    this.startEngine(4711);
+  }
+
+  /**
+   * @param {number} id
+   * @param {string} name
+   * @param {string[]} [modules]
+   */
+  add(id, name, modules = []) {
+    const folder = path.join(this.root, String(id));
+    fs.mkdirSync(folder);
+    fs.symlinkSync(name, path.join(folder, "exe"));
+    const lines = modules.map(
+      (module, index) => `${index + 1}0000-${index + 1}1000 r-xp 0 08:01 7   /windows/${module}\n`,
+    );
+    fs.writeFileSync(path.join(folder, "maps"), lines.join(""));
+  }
+
+  /**
+   * @param {number} id
+   * @param {string[]} [modules]
+   */
+  startEngine(id, modules = loadedModules) {
+    this.engine = id;
+    this.add(id, "audiodg.exe", modules);
+  }
+
+  endEngine() {
+    fs.rmSync(path.join(this.root, String(this.engine)), { recursive: true });
+  }
 }
 
-// Processes for the service to see: an audio engine that has loaded these files, or none for null. Without `readable`
-// its files cannot be listed.
-export function make_processes(modules, readable = true) {
-  const root = make_directory();
-  if (modules === null) return root;
-  const engine = path.join(root, '4711');
-  fs.mkdirSync(engine);
-  fs.symlinkSync('/windows/audiodg.exe', path.join(engine, 'exe'));
-  const lines = modules.map((name, index) => `${index + 1}0000-${index + 1}1000 r-xp 00000000 08:01 7   /windows/${name}\n`);
-  if (readable) fs.writeFileSync(path.join(engine, 'maps'), lines.join(''));
-  return root;
-}
+// ---- what an effect writes into the record ----
 
-// The words of the shared record that an effect writes.
-export const words = { initialize_progress: 0x58, lock_progress: 0x68, applied: 0x80, processing: 0x88, blocks: 0x98 };
+const words = { initializeProgress: 0x58, lockProgress: 0x68, applied: 0x80, blocks: 0x98 };
 
-export function write_word(mapping, offset, value) {
-  const bytes = Buffer.alloc(8);
-  bytes.writeBigUInt64LE(value);
-  const file = fs.openSync(`/dev/shm/${mapping.replace('\\', '.')}`, 'r+');
-  fs.writeSync(file, bytes, 0, 8, offset);
-  fs.closeSync(file);
-}
-
-export function float_bits(value) {
+/** @param {number} value */
+function floatBits(value) {
   const bytes = Buffer.alloc(4);
   bytes.writeFloatLE(value);
   return BigInt(bytes.readUInt32LE());
 }
 
-export function applied_word({ strength, bypass = false, bypass_all = false }) {
-  return float_bits(strength) | (BigInt(bypass) << 32n) | (BigInt(bypass_all) << 33n) | (1n << 63n);
+/** An effect that the test plays: it applies what is published, and its blocks move while it plays. */
+export class Effect {
+  /** @type {ReturnType<typeof setInterval> | undefined} */
+  timer;
+  blocks = 1000n;
+
+  /** @param {string} mapping */
+  constructor(mapping) {
+    this.file = `/dev/shm/${mapping.replace("\\", ".")}`;
+  }
+
+  /**
+   * @param {keyof typeof words} word
+   * @param {bigint} value
+   */
+  write(word, value) {
+    const bytes = Buffer.alloc(8);
+    bytes.writeBigUInt64LE(value);
+    const file = fs.openSync(this.file, "r+");
+    fs.writeSync(file, bytes, 0, 8, words[word]);
+    fs.closeSync(file);
+  }
+
+  /** @param {{strength?: number, bypass?: boolean, bypassAll?: boolean}} applied */
+  apply({ strength = 0, bypass = false, bypassAll = false } = {}) {
+    const flags = (BigInt(bypass) << 32n) | (BigInt(bypassAll) << 33n) | (1n << 63n);
+    this.write("applied", floatBits(strength) | flags);
+  }
+
+  play() {
+    this.timer = setInterval(() => {
+      const record = fs.readFileSync(this.file);
+      this.write("applied", record.readBigUInt64LE(0x10) | (1n << 63n));
+      this.write("blocks", ++this.blocks);
+    }, 20);
+    this.timer.unref();
+  }
+
+  stop() {
+    clearInterval(this.timer);
+  }
 }
 
-// The service on the machine of an export, and one of its pages. `more` are options of the service, `env` variables of
-// its.
-export async function open_page_on(t, text, { page_path = '/', more = [], env = {} } = {}) {
-  const machine = await Machine.make(t, text);
-  const mapping = unique_mapping_name();
-  const service = await start_service(t, { web_root, env: { ...machine.env, ...env }, mapping, more });
-  const browser = await chromium.launch({ executablePath: browser_path, args: browser_arguments });
-  t.after(() => browser.close());
-  const page = await browser.newPage();
-  page.setDefaultTimeout(wait_limit_ms);
-  const complaints = [];
-  page.on('console', (message) => {
-    if (['error', 'warning'].includes(message.type())) complaints.push(message.text());
+// ---- pages ----
+
+/** @type {Promise<import("playwright-core").Browser> | undefined} */
+let sharedBrowser;
+
+function startBrowser() {
+  sharedBrowser ??= chromium.launch({
+    executablePath: process.env.CHROMIUM ?? "/usr/bin/chromium",
+    args: [
+      "--headless",
+      "--no-sandbox",
+      "--disable-gpu",
+      "--no-first-run",
+      "--disable-background-networking",
+    ],
   });
-  page.on('pageerror', (error) => complaints.push(String(error)));
-  const requests = [];
-  const foreign = [];
-  page.on('request', (request) => {
-    const { protocol, host, pathname, search } = new URL(request.url());
-    if (protocol !== 'data:' && host !== `127.0.0.1:${service.port}`) foreign.push(request.url());
-    if (!pathname.startsWith('/api/')) return;
-    requests.push([request.method(), pathname + search, request.postData() ?? ''].join(' ').trim());
+  return sharedBrowser;
+}
+after(async () => (await sharedBrowser)?.close());
+
+/**
+ * The service on a machine, and a page of it.
+ *
+ * @param {import("node:test").TestContext} t
+ * @param {Contents & {more?: string[], page?: string, open?: boolean,
+ *   context?: import("playwright-core").BrowserContextOptions}} options
+ */
+export async function openPage(
+  t,
+  { more = [], page: pagePath = "/", open: opens = true, context: wanted = {}, ...contents } = {},
+) {
+  const given = { effect: installEffect(), ...contents };
+  const machine = await Machine.make(t, machineText(given));
+  const mapping = uniqueMappingName();
+  const processes = new Processes();
+  const env = { ...machine.env, VELMORA_PROC: processes.root };
+  const service = await startService(t, { webRoot, env, mapping, more });
+  const effect = new Effect(mapping);
+  t.after(() => effect.stop());
+  const browser = await startBrowser();
+  const context = await browser.newContext({
+    locale: "en-US",
+    viewport: { width: 1280, height: 800 },
+    ...wanted,
   });
-  await page.clock.install({ time: 0 });
-  await page.clock.pauseAt(1000);
-  const open = async ({ with_token = true } = {}) => {
-    await page.goto(`http://127.0.0.1:${service.port}${page_path}${with_token ? `?token=${service.token}` : ''}`);
-    await settle(page);
+  t.after(() => context.close());
+  const opened = {
+    machine,
+    service,
+    mapping,
+    processes,
+    effect,
+    context,
+    env,
+    /** @type {string[]} */
+    requests: [],
+    /** @type {string[]} */
+    foreign: [],
+    /** @type {string[]} */
+    complaints: [],
+    address: (/** @type {string} */ where, token = service.token) =>
+      `http://127.0.0.1:${service.port}${where}${token ? `?token=${token}` : ""}`,
+    /** @param {Contents} changed */
+    rewrite(changed) {
+      // As another program writes it: the service never sees a half.
+      fs.writeFileSync(`${machine.file}.next`, machineText({ ...given, ...changed }));
+      fs.renameSync(`${machine.file}.next`, machine.file);
+    },
+    async newPage() {
+      const page = await context.newPage();
+      page.setDefaultTimeout(waitLimitMs);
+      page.on("console", (message) => {
+        if (["error", "warning"].includes(message.type())) opened.complaints.push(message.text());
+      });
+      page.on("pageerror", (error) => opened.complaints.push(String(error)));
+      page.on("request", (request) => {
+        const { protocol, host, pathname, search } = new URL(request.url());
+        if (protocol !== "data:" && host !== `127.0.0.1:${service.port}`) opened.foreign.push(request.url());
+        if (!pathname.startsWith("/api/")) return;
+        opened.requests.push(
+          [request.method(), pathname + search, request.postData() ?? ""].join(" ").trim(),
+        );
+      });
+      return page;
+    },
+    /** The requests that change something. */
+    changes: () => opened.requests.filter((request) => !request.startsWith("GET")),
+    page: /** @type {import("playwright-core").Page} */ (/** @type {unknown} */ (undefined)),
   };
-  const end = async () => {
-    await browser.close();
-    await service.stop();
-  };
-  return { machine, service, mapping, page, complaints, requests, foreign, open, end };
+  opened.page = await opened.newPage();
+  if (opens) await opened.page.goto(opened.address(pagePath));
+  return opened;
 }
 
-export function open_page(t, contents = {}, { processes = null, ...options } = {}) {
-  const env = { VELMORA_PROC: processes ?? make_processes(null) };
-  return open_page_on(t, machine_text(contents), { env, ...options });
+/**
+ * Starts the service again where it was.
+ *
+ * @param {import("node:test").TestContext} t
+ * @param {Awaited<ReturnType<typeof openPage>>} opened
+ * @param {string} [token]
+ */
+export function startAgain(t, { service, env }, token = developmentToken) {
+  return startService(t, { webRoot, env, port: service.port, token });
 }
 
-// Waits until nothing is under way. A page that is busy skips a look.
-export async function settle(page) {
-  await page.waitForFunction(() => !velmora.is_busy(), undefined, { polling: 20 });
-}
-
-// Lets the time of one look go by.
-export async function begin_look(page) {
-  await settle(page);
-  await page.clock.runFor(look_again_ms);
-}
-
-// The same, and lets its answers come.
-export async function refresh(page) {
-  await begin_look(page);
-  await settle(page);
-}
-
-// Waits for the text of an element, and names what stands there instead.
-export async function wait_for_text(page, selector, text) {
-  let last;
-  await poll(`${JSON.stringify(text)} in ${selector}`, async () => {
-    last = await page.locator(selector).textContent();
-    return last === text ? true : undefined;
-  }).catch((error) => {
-    throw new Error(`${error.message}; there stands ${JSON.stringify(last)}`);
+/**
+ * @param {import("playwright-core").Page} page
+ * @param {string} id
+ * @param {number} [limitMs]
+ */
+export async function waitForVerdict(page, id, limitMs = waitLimitMs) {
+  /** @type {string | null} */
+  let last = null;
+  await poll(
+    `the verdict ${id}`,
+    async () => {
+      last = await page.locator(".verdict").getAttribute("data-verdict");
+      return last === id ? true : undefined;
+    },
+    limitMs,
+  ).catch((error) => {
+    throw new Error(`${error.message}; it is ${last}`);
   });
 }
 
-export async function keep_picture(page, name) {
-  const directory = process.env.VELMORA_SCREENSHOTS;
-  if (directory) await page.screenshot({ path: path.join(directory, `${name}.png`), fullPage: true });
+/**
+ * @param {import("playwright-core").Page} page
+ * @returns {Promise<string[]>} the headline, the detail and the buttons
+ */
+export async function verdictTexts(page) {
+  const [headline, detail] = [
+    await page.locator("#verdict").innerText(),
+    await page.locator("#verdict-detail").innerText(),
+  ];
+  const buttons = await page.locator(".verdict .actions button").allTextContents();
+  return [headline, detail, ...buttons.map((text) => text.trim())];
 }
+
+/**
+ * @param {import("playwright-core").Page} page
+ * @param {string} text
+ */
+export async function waitForMessage(page, text) {
+  await page.locator(".messages .message > span", { hasText: text }).waitFor();
+}
+
+/**
+ * A document of the service.
+ *
+ * @param {import("../e2e/harness.mjs").Service} service
+ * @param {string} target
+ */
+export async function readDocument(service, target) {
+  const answer = await service.ask("GET", target);
+  return JSON.parse(Buffer.from(answer.slice(answer.indexOf("\r\n\r\n") + 4), "latin1").toString("utf8"));
+}
+
+/**
+ * @param {import("../e2e/harness.mjs").Service} service
+ * @param {string} target
+ * @param {unknown} body
+ */
+export async function putDocument(service, target, body) {
+  assert.match(await service.ask("PUT", target, JSON.stringify(body)), /^HTTP\/1\.1 200 /);
+}
+
+export const paths = {
+  footstep: "/api/v1/render/effects/footstep",
+  equalizer: "/api/v1/render/effects/eq",
+  status: "/api/v1/status",
+};

@@ -341,7 +341,7 @@ test("without root it names the packages that are missing and does nothing", () 
   assert.equal(
     result.stderr,
     "These Debian packages are missing. Install them as root, then start again:\n" +
-      "  apt-get install g++ cmake ninja-build libcurl4-openssl-dev\n",
+      "  apt-get install g++ cmake ninja-build libcurl4-openssl-dev esbuild\n",
   );
   assert.equal(existsSync(join(folder, "called")), false);
   rmSync(folder, { recursive: true });

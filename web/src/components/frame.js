@@ -1,0 +1,71 @@
+// What every page has around its own content: the header with the links, and the footer.
+import { html } from "../view.js";
+
+/** @typedef {import("../view.js").Children} Children */
+/** @typedef {import("../view.js").Translate} Translate */
+/** @typedef {import("../model/types.js").Language} Language */
+
+const pages = [
+  { name: "index", path: "/", key: "header.sound" },
+  { name: "advanced", path: "/advanced.html", key: "header.advanced" },
+  { name: "help", path: "/help.html", key: "header.help" },
+];
+
+/** Each language names the other in its own words. */
+const otherLanguage = /** @type {const} */ ({ en: "zh", zh: "en" });
+
+/**
+ * The address of a page with the token, so that it works in a second tab too.
+ *
+ * @param {string} path
+ * @param {string} token
+ */
+export function pageAddress(path, token) {
+  return token === "" ? path : `${path}?token=${encodeURIComponent(token)}`;
+}
+
+/**
+ * @param {{t: Translate, page: string, token: string, language: Language, onLanguage: (language: Language) => void,
+ *   version?: string, stamp: string, device?: Children, children: Children}} props
+ */
+export function Frame({
+  t,
+  page,
+  token,
+  language,
+  onLanguage,
+  version = "",
+  stamp,
+  device = null,
+  children,
+}) {
+  const other = otherLanguage[language];
+  return html`
+    <header class="bar">
+      <div class="column">
+        <h1>${t("page.title")}</h1>
+        ${device}
+        <nav aria-label=${t("header.pages")}>
+          ${pages.map(
+            ({ name, path, key }) =>
+              html`<a href=${pageAddress(path, token)} aria-current=${name === page ? "page" : undefined}
+                >${t(key)}</a
+              >`,
+          )}
+          <button
+            type="button"
+            lang=${other}
+            title=${t("header.languageTitle")}
+            onClick=${() => onLanguage(other)}
+          >
+            ${t("header.language")}
+          </button>
+        </nav>
+      </div>
+    </header>
+    <main class="column">${children}</main>
+    <footer class="column">
+      <span title=${stamp || undefined}>${t("page.version", { version })}</span>
+    </footer>
+  `;
+}

@@ -1,0 +1,5 @@
+// The bundler gives a style sheet as its text.
+declare module "*.css" {
+  const text: string;
+  export default text;
+}

@@ -1,0 +1,166 @@
+// The first screen: is it on, do I hear it, what next.
+import { createSession } from "../app/session.js";
+import { createSound } from "../app/sound_actions.js";
+import { ControlCard } from "../components/control_card.js";
+import { DeviceSelect, DevicesCard } from "../components/devices_card.js";
+import { EqualizerCard } from "../components/equalizer_card.js";
+import { Frame, pageAddress } from "../components/frame.js";
+import { Message } from "../components/message.js";
+import { Questions } from "../components/questions.js";
+import { VerdictCard } from "../components/verdict_card.js";
+import { devicesFacts } from "../model/facts.js";
+import { plainName } from "../model/format.js";
+import { settingsToOffer } from "../model/memory.js";
+import { flagOf, objectOf } from "../model/read.js";
+import { languageTag, say } from "../texts/index.js";
+import { html, render } from "../view.js";
+
+/**
+ * @typedef {import("../model/types.js").Button} Button
+ * @typedef {import("../model/types.js").LastSettings} LastSettings
+ * @typedef {import("../app/session.js").Session} Session
+ * @typedef {import("../app/sound_actions.js").Sound} Sound
+ */
+
+/**
+ * Carries out a button of the verdict. What restarts audio asks first, unless the verdict itself has just said what that
+ * interrupts.
+ *
+ * @param {Session} session
+ * @param {Sound} sound
+ * @param {Button} button
+ */
+function press(session, sound, { id, values }) {
+  const endpointId = String(values.endpointId ?? sound.chosenDevice());
+  const name = deviceName(session, endpointId);
+  const strength = Number(values.strength);
+  const actions = {
+    retryRestart: () => {
+      const { kind: as, endpointId: target } = session.state.action ?? { kind: "restart", endpointId };
+      sound.ask({ kind: "restart", endpointId: target, name, as });
+    },
+    add: () => sound.changeEffect("add", endpointId, true),
+    addLater: () => sound.changeEffect("add", endpointId, false),
+    addAgain: () => sound.ask({ kind: "add", endpointId, name }),
+    restart: () => sound.ask({ kind: "restart", endpointId, name }),
+    unmute: () => unmute(sound, values),
+    turnOn: () => sound.setFootstep({ bypass: false, bypass_all: false, enhance_strength: strength }),
+    stopBypassing: () => sound.hearOriginal(false),
+    backToVelmora: () => sound.hearOriginal(false),
+    setStrength: () => sound.setStrength(strength),
+    copyReport: sound.copyReport,
+    useDevice: () => sound.choose("device", endpointId),
+    openHelp: () => location.assign(`${pageAddress("/help.html", session.token)}#refused`),
+  };
+  actions[id]();
+}
+
+/**
+ * @param {Sound} sound
+ * @param {Record<string, unknown>} values
+ */
+function unmute(sound, { muted, volume }) {
+  if (muted === true) sound.setMuted(false);
+  if (sound.sound().volume === 0) sound.setVolume(Number(volume));
+}
+
+/**
+ * @param {Session} session
+ * @param {string} endpointId
+ */
+function deviceName({ state }, endpointId) {
+  const device = devicesFacts(state.seen.devices).playback.find(({ id }) => id === endpointId);
+  return plainName(device?.name ?? endpointId);
+}
+
+/** @param {LastSettings} settings */
+function offerKey({ footstep, equalizer, preset }) {
+  const isOn = !footstep.bypass && footstep.enhance_strength > 0;
+  const equalizes = equalizer !== null && !equalizer.bypass;
+  if (isOn && equalizes) return preset ? "control.offerBoth" : "control.offerStrengthAndEqualizer";
+  if (isOn) return "control.offerStrength";
+  return preset ? "control.offerPreset" : "control.offerEqualizer";
+}
+
+/** Draws the page and keeps it up to date. */
+export function openSoundPage() {
+  const session = createSession(draw);
+  const sound = createSound(session);
+  const root = document.documentElement;
+
+  function draw() {
+    const language = session.language();
+    const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
+    const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
+      t(key, values);
+    const verdict = session.judge();
+    root.lang = languageTag(language);
+    document.title = t("page.title");
+    const { state, client } = session;
+    const { controls } = verdict;
+    const settings =
+      controls === "shown" ? settingsToOffer(state.kept, state.seen.now, state.seen.equalizer) : null;
+    const isProtected = flagOf(objectOf(objectOf(state.seen.now).apo_host).protected_audio_dg_disabled);
+    const protectedValue =
+      isProtected === undefined ? "evidence.notRead" : isProtected ? "evidence.yes" : "evidence.no";
+    const isUnderWay = state.action !== null && state.action.endedAt === null;
+    const content = html`<${Frame}
+      t=${t}
+      page="index"
+      token=${session.token}
+      language=${language}
+      onLanguage=${session.setLanguage}
+      version=${session.version()}
+      stamp=${root.dataset.stamp ?? ""}
+      device=${controls !== "hidden" && html`<${DeviceSelect} t=${t} sound=${sound} session=${session} />`}
+    >
+      <${VerdictCard}
+        t=${t}
+        say=${tell}
+        verdict=${verdict}
+        protectedText=${t("evidence.protected", { value: t(protectedValue) })}
+        evidenceIsOpen=${sound.view.evidenceIsOpen}
+        onUnfold=${(/** @type {boolean} */ open) => sound.unfold("evidenceIsOpen", open)}
+        onButton=${(/** @type {Button} */ button) => press(session, sound, button)}
+      />
+      <div class="messages" role="status">
+        ${
+          state.message !== null &&
+          controls !== "hidden" &&
+          html`<${Message} tone=${state.message.tone} text=${tell(state.message.sentence)} />`
+        }
+      </div>
+      ${
+        settings !== null &&
+        html`<div class="message">
+          <span>${t("control.offerText")}</span>
+          <button type="button" class="button" onClick=${() => sound.useLastSettings(settings)}>
+            ${t("control.offer", {
+              settings: {
+                key: offerKey(settings),
+                values: { strength: settings.footstep.enhance_strength, preset: settings.preset },
+              },
+            })}
+          </button>
+        </div>`
+      }
+      ${
+        controls !== "hidden" &&
+        html`<fieldset
+          class="cards ${controls === "dimmed" && client.link().state === "waiting" ? "stale" : ""}"
+          disabled=${isUnderWay}
+        >
+          <${ControlCard} t=${t} sound=${sound} />
+          <${EqualizerCard} t=${t} sound=${sound} />
+          <${DevicesCard} t=${t} sound=${sound} session=${session} />
+        </fieldset>`
+      }
+      <${Questions} t=${t} sound=${sound} session=${session} />
+    <//>`;
+    render(content, document.body);
+  }
+
+  draw();
+  session.start();
+  if (session.token !== "") sound.listPresets();
+}
