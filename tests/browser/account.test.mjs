@@ -69,7 +69,7 @@ test("signing in by password, and what a signed-in person does", limits, async (
     unbind: jsonReply({}),
   });
   const { page, bodiesTo, requests, foreign, changes } = opened;
-  assert.deepEqual(changes(), [], "opening the page sends nothing");
+  assert.deepEqual(await changes(), [], "opening the page sends nothing");
   await signIn(page);
   await page.getByText("pending: 等待确认").waitFor();
   assert.equal(await page.evaluate(() => document.activeElement?.textContent), "Cancel");

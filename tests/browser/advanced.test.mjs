@@ -42,7 +42,7 @@ test("the controls begin as the record is, and each sends its one value", limits
   assert.equal(await page.getByRole("combobox", { name: "Stereo link" }).inputValue(), "2");
   assert.equal(await page.getByRole("switch", { name: "Frequency smoothing" }).isChecked(), true);
   assert.equal(await page.getByRole("switch", { name: "Limiter" }).isChecked(), false);
-  assert.deepEqual(changes(), []);
+  assert.deepEqual(await changes(), []);
 
   await trim.fill("-3.27");
   await trim.press("Enter");
@@ -59,13 +59,13 @@ test("the controls begin as the record is, and each sends its one value", limits
     "the link",
     ({ footstep }) => footstep.limiter_enabled && footstep.stereo_link === 0,
   );
-  assert.equal(changes()[0], 'PUT /api/v1/render/effects/algorithm {"output_trim_db":-3.27}');
+  assert.equal((await changes())[0], 'PUT /api/v1/render/effects/algorithm {"output_trim_db":-3.27}');
   await fieldOf(page, "Equalizer fade").fill("12.34");
   await page.keyboard.press("Enter");
   await poll("the fade", async () =>
     (await readDocument(service, paths.equalizer)).fade_ms === 12.3 ? true : undefined,
   );
-  assert.equal(changes().length, 4);
+  assert.equal((await changes()).length, 4);
 });
 
 test("a capture is exported and downloaded", limits, async (t) => {
@@ -143,7 +143,7 @@ test(
     await poll("the question", () => (requests.includes("GET /api/v1/account/poll") ? true : undefined));
     await page.waitForTimeout(300);
     assert.equal(await page.locator("#account").count(), 0);
-    assert.deepEqual(changes(), []);
+    assert.deepEqual(await changes(), []);
   },
 );
 

@@ -362,8 +362,11 @@ export async function openPage(
       });
       return page;
     },
-    /** The requests that change something. */
-    changes: () => opened.requests.filter((request) => !request.startsWith("GET")),
+    /** The requests that change something. The page reports all that it has sent before it answers this question. */
+    async changes() {
+      await opened.page.evaluate(() => 0);
+      return opened.requests.filter((request) => !request.startsWith("GET"));
+    },
     page: /** @type {import("playwright-core").Page} */ (/** @type {unknown} */ (undefined)),
   };
   opened.page = await opened.newPage();

@@ -41,7 +41,7 @@ test(
     assert.equal(await on.isChecked(), false);
     await type(gain(page), "-3,27");
     await waitForSetting(service, "the gain", ({ bypass, bands }) => !bypass && bands[0].gain_db === -3.27);
-    assert.equal(changes().length, 1);
+    assert.equal((await changes()).length, 1);
     await poll("the field", async () => ((await gain(page).inputValue()) === "-3.27 dB" ? true : undefined));
     assert.equal(await on.isChecked(), true);
 
@@ -75,7 +75,7 @@ test("an emptied or impossible field goes back and sends nothing", limits, async
     assert.equal(await locator.inputValue(), first);
     await locator.blur();
   }
-  assert.deepEqual(changes(), []);
+  assert.deepEqual(await changes(), []);
 });
 
 test(
@@ -145,10 +145,10 @@ test("presets are chosen, saved and deleted, the last after a question", limits,
   assert.equal(equalizerDocument(await settingOf(service)), equalizerDocument({ ...other, bypass: false }));
 
   const remove = page.getByRole("button", { name: "Delete the preset by hand" });
-  const before = changes().length;
+  const before = (await changes()).length;
   await remove.click();
   await page.getByRole("dialog").getByRole("button", { name: "Cancel" }).click();
-  assert.equal(changes().length, before);
+  assert.equal((await changes()).length, before);
   await remove.click();
   await page.getByRole("dialog").getByRole("button", { name: "Delete" }).click();
   await waitForMessage(page, "Deleted");

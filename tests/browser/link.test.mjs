@@ -108,7 +108,7 @@ test("an idle page asks at most twice a second, a hidden one nothing", limits, a
     document.dispatchEvent(new Event("visibilitychange"));
   });
   assert.ok((await count(1000)) >= 4);
-  assert.deepEqual(changes(), []);
+  assert.deepEqual(await changes(), []);
 });
 
 test("the links carry the token, and a second tab follows the first", limits, async (t) => {
@@ -136,7 +136,7 @@ test("the links carry the token, and a second tab follows the first", limits, as
   await page.getByRole("heading", { name: "Help" }).waitFor();
   await page.getByRole("link", { name: "Sound" }).click();
   await page.locator("#strength").waitFor();
-  assert.deepEqual(changes(), []);
+  assert.deepEqual(await changes(), []);
 });
 
 test("documents that are not as they should be leave the page usable", limits, async (t) => {

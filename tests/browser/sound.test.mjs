@@ -56,7 +56,7 @@ test("sound that goes through the effect is heard, with its six checks", limits,
   await waitForVerdict(page, "couldNotStart");
   assert.ok(requests.length > 5);
   assert.deepEqual(
-    [changes(), foreign, complaints],
+    [await changes(), foreign, complaints],
     [[], [], []],
     "a page that is looked at changes nothing",
   );
@@ -93,7 +93,7 @@ test("what keeps a person from hearing it is named, with the next step", limits,
       await waitForVerdict(page, id);
       const [headline, , ...shown] = await verdictTexts(page);
       assert.deepEqual([headline, shown], [wanted, buttons]);
-      assert.deepEqual(changes(), []);
+      assert.deepEqual(await changes(), []);
     });
   }
 });
@@ -106,7 +106,7 @@ test("the verdict's own buttons do what they say", limits, async (t) => {
   await waitForVerdict(page, "muted");
   await page.getByRole("button", { name: "Unmute" }).click();
   await waitForVerdict(page, "off");
-  assert.deepEqual(changes(), [
+  assert.deepEqual(await changes(), [
     'PUT /api/v1/render/mute {"muted":false}',
     'PUT /api/v1/render/volume {"volume":0.2}',
   ]);
@@ -140,7 +140,7 @@ test("switching on at strength 0 sets 50 % in one request, later the last streng
   assert.equal(await enhancement.isChecked(), false);
   await enhancement.click();
   await waitForFootstep(service, [false, false, 0.5]);
-  assert.equal(changes().length, 1);
+  assert.equal((await changes()).length, 1);
   assert.equal(await page.locator(".switch .state").first().textContent(), "On");
 
   await page.getByRole("slider", { name: "Strength" }).fill("0.8");
@@ -189,7 +189,7 @@ test("a dragged slider sends where it comes to rest, one request at a time", lim
     }
   });
   await waitForFootstep(service, [false, false, 0.9]);
-  assert.ok(changes().length <= 3, JSON.stringify(changes()));
+  assert.ok((await changes()).length <= 3, JSON.stringify(await changes()));
   assert.equal(most, 1);
 });
 
@@ -202,7 +202,7 @@ test("settings that vanished are offered again, and sent by one click only", lim
   await putDocument(service, paths.footstep, { bypass: true, enhance_strength: 0 });
   const offer = page.getByRole("button", { name: "Use your last settings (50 %)" });
   await offer.waitFor();
-  assert.equal(changes().length, 1);
+  assert.equal((await changes()).length, 1);
   await page.reload();
   await offer.click();
   await waitForFootstep(service, [false, false, 0.5]);

@@ -179,7 +179,7 @@ function cut(list, flow, index, status) {
 }
 
 function withoutDefault(list, flow) {
-  list[`default_${flowNames[flow]}`] = "";
+  list[flow === 0 ? "defaultRender" : "defaultCapture"] = "";
 }
 
 function withoutSession(list, { id, index }) {
