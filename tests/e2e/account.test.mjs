@@ -80,13 +80,11 @@ test("without an account service each route but the logout says so", limits, asy
   const noState = await service.ask("GET", "/api/v1/account/poll");
   assert.equal(noState, refused(501, "Not Implemented", "未配置账号服务"));
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
-  await service.stop();
 });
 
 test("an empty address is none", limits, async (t) => {
   const service = await startService(t, { more: ["--account-service", ""] });
   assert.equal(await call(service, "poll"), refused(501, "Not Implemented", "未配置账号服务"));
-  await service.stop();
 });
 
 test("each route reports an address that is not a URL", limits, async (t) => {
@@ -126,7 +124,6 @@ test("requests that lack what they need are refused and nothing is asked", limit
   assert.equal(await call(service, "referrer"), badRequest("请先扫码登录"));
   assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
   assert.equal(account.connections, 0);
-  await service.stop();
 });
 
 test("each operation goes out byte by byte", limits, async (t) => {
@@ -181,7 +178,6 @@ test("each operation goes out byte by byte", limits, async (t) => {
   }
   assert.deepEqual(await call(service, "logout", '{"any":"body"}'), done('{"ok":true}'));
   assert.deepEqual(takeRequests(account), []);
-  await service.stop();
 });
 
 test("a password of the largest request goes out whole", limits, async (t) => {
@@ -193,7 +189,6 @@ test("a password of the largest request goes out whole", limits, async (t) => {
   const answer = await call(service, "password", `{"username":"user","password":"${secret}"}`);
   assert.equal(answer, done('{"ok":true,"state":"s"}'));
   assert.equal(JSON.parse(account.requests[0].body).password, "\\".repeat(32_000));
-  await service.stop();
 });
 
 test("a state goes out as it came", limits, async (t) => {
@@ -222,7 +217,6 @@ test("a state goes out as it came", limits, async (t) => {
     const target = `${remote.poll}?state=${utf8Bytes(state)}`;
     assert.deepEqual(takeRequests(account), [accountRequestBytes(account, "GET", target)], query);
   }
-  await service.stop();
 });
 
 test("a slash at the end of the address stays, and so does a path", limits, async (t) => {
@@ -271,7 +265,6 @@ test("a login attempt that the account service opens is passed on", limits, asyn
     assert.equal(await call(service, route), done(answer), `${route} ${reply}`);
   }
   assert.deepEqual(await service.session(), noSession);
-  await service.stop();
 });
 
 test("unusable replies of status 200 are reported as unreadable", limits, async (t) => {
@@ -316,7 +309,6 @@ test("unusable replies of status 200 are reported as unreadable", limits, async 
     assert.equal(await call(service, "qrcode"), callFailed.qrcode(unreadable), body);
   }
   assert.deepEqual(await service.session(), noSession);
-  await service.stop();
 });
 
 test("a status other than 200 refuses a login in the account service's words", limits, async (t) => {
@@ -344,7 +336,6 @@ test("a status other than 200 refuses a login in the account service's words", l
       assert.equal(await call(service, route), callFailed[route](message), `${route} ${status} ${body}`);
     }
   }
-  await service.stop();
 });
 
 test("a poll passes the progress on, whatever the status of the reply", limits, async (t) => {
@@ -394,7 +385,6 @@ test("a poll passes the progress on, whatever the status of the reply", limits, 
     assert.equal(await call(service, "poll"), done(answer), reply);
   }
   assert.deepEqual(await service.session(), noSession);
-  await service.stop();
 });
 
 test("a reply with a public id keeps it without signing in", limits, async (t) => {
@@ -418,7 +408,6 @@ test("a reply with a public id keeps it without signing in", limits, async (t) =
   assert.equal(await call(service, "poll"), scanned(""));
   assert.equal(await call(service, "poll"), scanned(""));
   assert.deepEqual(await service.session(), { ...noSession, public_id: "10001" });
-  await service.stop();
 });
 
 test("what is issued without an account signs nobody in", limits, async (t) => {
@@ -460,7 +449,6 @@ test("what is issued without an account signs nobody in", limits, async (t) => {
   assert.equal(await call(service, "poll"), answer(""));
   assert.deepEqual(await service.session(), before);
   account.answer("/api/v1/session/release", jsonReply({}));
-  await service.stop();
 });
 
 test("an issued session signs in, and the status shows all but the credential", limits, async (t) => {
@@ -505,7 +493,6 @@ test("an issued session signs in, and the status shows all but the credential", 
     { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
   );
   account.answer("/api/v1/session/release", jsonReply({}));
-  await service.stop();
 });
 
 test("a device that loses its session is named in place of the detail", limits, async (t) => {
@@ -522,7 +509,6 @@ test("a device that loses its session is named in place of the detail", limits, 
     assert.equal(await call(service, "poll"), answer);
   }
   account.answer("/api/v1/session/release", jsonReply({}));
-  await service.stop();
 });
 
 test("a referral is open by exactly these bytes of the reply", limits, async (t) => {
@@ -549,7 +535,6 @@ test("a referral is open by exactly these bytes of the reply", limits, async (t)
     assert.equal((await service.session()).referral_open, isOpen, field);
   }
   account.answer("/api/v1/session/release", jsonReply({}));
-  await service.stop();
 });
 
 test("a referrer is named once, and a primary computer freed", limits, async (t) => {
@@ -605,7 +590,6 @@ test("a referrer is named once, and a primary computer freed", limits, async (t)
   assert.equal(await call(service, "referrer"), failed);
   assert.equal(await call(service, "unbind"), failed);
   assert.deepEqual(await service.session(), before);
-  await service.stop();
 });
 
 test("a session without a credential can name no referrer and free no computer", limits, async (t) => {
@@ -667,5 +651,4 @@ test("nothing else is answered while a poll waits for the account service", limi
   release();
   assert.equal(await polled, done('{"status":"pending","detail":"","nickname":"","public_id":""}'));
   assert.deepEqual(await other, noSession);
-  await service.stop();
 });

@@ -7,6 +7,7 @@ import test from "node:test";
 
 import { jsonReply } from "../programs/account/service.mjs";
 import {
+  atEnd,
   accountRequestBytes,
   isNative,
   issuedFields,
@@ -115,13 +116,12 @@ test("a check may change the interval to any number but 0", limits, async (t) =>
 });
 
 test("a longer interval counts from the check before", limits, async (t) => {
-  const { account, service } = await startSignedIn(t);
+  const { account } = await startSignedIn(t);
   account.answer(check, jsonReply({ next_check_seconds: 4 }), jsonReply({ next_check_seconds: 1 }));
   const [first, second, third] = await account.waitForRequests(check, 3);
   // Halves of the intervals: what is late in coming makes one distance shorter and the next one longer.
   assert.ok(second.atMs - first.atMs >= 2 * intervalMs, `${second.atMs - first.atMs} ms`);
   assert.ok(third.atMs - second.atMs >= intervalMs / 2, `${third.atMs - second.atMs} ms`);
-  await service.stop();
 });
 
 test("two checks are never in flight at once", limits, async (t) => {
@@ -135,7 +135,6 @@ test("two checks are never in flight at once", limits, async (t) => {
   assert.equal((await service.session()).signed_in, true);
   letGo();
   await account.waitForRequests(check, 2);
-  await service.stop();
 });
 
 test("a check that fails, or says nothing against the session, changes nothing", limits, async (t) => {
@@ -185,7 +184,6 @@ test("an account service that is gone ends no session and holds up no exit", lim
   await account.close();
   await sleep(2500);
   assert.equal((await service.session()).signed_in, true);
-  await service.stop();
 });
 
 test("a sign-in on another device signs this one out", limits, async (t) => {
@@ -346,7 +344,6 @@ test("a sign-in of the same user sets the time anew, and one of another as well"
   await sleep(1100);
   await service.signIn(account, { account_hash: "hash-2" });
   assert.ok((await service.session()).signed_in_unix > second.signed_in_unix);
-  await service.stop();
 });
 
 test("the credential of a session shows nowhere", limits, async (t) => {
@@ -431,7 +428,7 @@ test("a session file that cannot be removed, or is none, is passed over", limits
   const file = path.join(directory, "session.json");
   fs.mkdirSync(directory, { recursive: true });
   fs.rmSync(file, { recursive: true, force: true });
-  t.after(() => fs.rmSync(isNative ? directory : file, { recursive: true, force: true }));
+  atEnd(t, () => fs.rmSync(isNative ? directory : file, { recursive: true, force: true }));
   await (await startService(t, { env })).stop();
 
   fs.mkdirSync(file);
@@ -459,11 +456,10 @@ test("a session file stays when the start fails", limits, async (t) => {
   fs.mkdirSync(directory, { recursive: true });
   const first = await startService(t, { env });
   fs.writeFileSync(file, "{}");
-  t.after(() => fs.rmSync(file, { force: true }));
+  atEnd(t, () => fs.rmSync(file, { force: true }));
   const second = await startSecond(t, first, env);
   assert.equal(second.code, 9);
   assert.equal(fs.existsSync(file), true);
-  await first.stop();
 });
 
 // Another service at the port of one that runs; it ends by itself.

@@ -12,6 +12,7 @@ import test from "node:test";
 import { makeAuthority } from "../programs/account/authority.mjs";
 import { jsonReply } from "../programs/account/service.mjs";
 import {
+  atEnd,
   accountRequestBytes,
   answerBytes,
   freePort,
@@ -217,7 +218,6 @@ test("replies in every shape and out of shape", limits, async (t) => {
     account.answer(remotePoll, { body: pending });
     assertOutcome(await poll(service), "arrived", `an ordinary reply behind one ${what}`);
   }
-  await service.stop();
 });
 
 test("a reply of 2,097,152 bytes arrives, and one more byte is too many", limits, async (t) => {
@@ -243,7 +243,6 @@ test("a reply of 2,097,152 bytes arrives, and one more byte is too many", limits
   account.answer(remotePassword, { status: 403, body: body(limit + 1) });
   const refused = refusalBytes(401, "Unauthorized", utf8Bytes("账号服务返回内容过大"));
   assert.equal(await password(service), refused);
-  await service.stop();
 });
 
 // Wine has another order of headers in a request that follows a redirection.
@@ -313,7 +312,6 @@ test("redirections are followed, ten of them", limits, async (t) => {
   // To a port without a listener.
   account.answer(remotePoll, to(302, `http://127.0.0.1:${await freePort()}/`));
   assertOutcome(await poll(service), 12029, "nobody there");
-  await service.stop();
 });
 
 test("a service that is not there has its number", limits, async (t) => {
@@ -341,7 +339,6 @@ test("a service that is not there has its number", limits, async (t) => {
   closing.atConnection = "read";
   closing.answer(remotePoll, { body: pending });
   assertOutcome(await poll(service), "arrived", "is there again");
-  await service.stop();
 });
 
 test("names, capitals and users in the address", limits, async (t) => {
@@ -380,7 +377,7 @@ async function trustInPrefix(t, certificate) {
   const name = digest.toString("hex").toUpperCase();
   const key = `HKCU\\Software\\Microsoft\\SystemCertificates\\Root\\Certificates\\${name}`;
   const reg = async (...args) => assert.equal((await run(t, "reg", args)).code, 0);
-  t.after(() => reg("delete", key, "/f"));
+  atEnd(t, () => reg("delete", key, "/f"));
   await reg("add", key, "/v", "Blob", "/t", "REG_BINARY", "/d", blob.toString("hex"), "/f");
 }
 
@@ -459,7 +456,7 @@ test("who speaks TLS where the other does not gets a number", limits, async (t) 
     socket.end("HTTP/1.1 400 Bad Request\r\n\r\n");
   });
   const plainPort = await listen(plainService);
-  t.after(() => plainService.close());
+  atEnd(t, () => plainService.close());
   const closing = await startAccountService(t);
   closing.atConnection = "end";
   /** @type {any[][]} */
@@ -526,7 +523,7 @@ if (isNative) {
       });
     });
     tunnel.url = `http://127.0.0.1:${await listen(server)}`;
-    t.after(() => {
+    atEnd(t, () => {
       server.close();
       for (const socket of sockets) socket.destroy();
     });
@@ -572,7 +569,6 @@ if (isNative) {
       proxy.requests.at(-1)?.head.split("\r\n")[0],
       `GET /a#b${remotePoll}?state=attempt HTTP/1.1`,
     );
-    await odd.stop();
   });
 
   test("by TLS a proxy sees only the host", limits, async (t) => {
@@ -719,7 +715,6 @@ test("the library of HTTP is loaded by the first request to an account service",
   assert.equal(hasLibrary(service), false);
   await poll(service);
   assert.equal(hasLibrary(service), true);
-  await service.stop();
 });
 
 test("without an account service the library of HTTP is never loaded", limits, async (t) => {
@@ -730,5 +725,4 @@ test("without an account service the library of HTTP is never loaded", limits, a
     await service.ask("POST", `/api/v1/account/${route}`, '{"username":"u","password":"p","public_id":"1"}');
   }
   assert.equal(hasLibrary(service), false);
-  await service.stop();
 });

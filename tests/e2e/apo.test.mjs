@@ -225,7 +225,6 @@ test("what is refused changes nothing, each thing with its own answer", limits, 
   const before = await machine.export();
   for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
   assert.equal(await machine.export(), before);
-  await service.stop();
 });
 
 test("the route takes only POST, with the token", limits, async (t) => {
@@ -244,13 +243,12 @@ test("the route takes only POST, with the token", limits, async (t) => {
     service.apiBytes("POST", route, body, [["Origin", "http://example.com"]]),
   );
   assert.equal(await machine.export(), before);
-  await service.stop();
 });
 
 // ---- binding without a restart ----
 
 test("an endpoint is bound and unbound without a restart", limits, async (t) => {
-  const { machine, service, asks } = await startOn(t);
+  const { machine, asks } = await startOn(t);
   const before = await machine.export();
   const body = (attach, id) => `{"attach":${attach},"endpoint_id":${quoted(id)},"restart_audio":false}`;
   await asks(body(false, speakers), notBound(notAsked));
@@ -264,7 +262,6 @@ test("an endpoint is bound and unbound without a restart", limits, async (t) => 
     await asks(body(false, id), ...nowUnbound(notAsked, id, phonesGuid));
   }
   assert.equal(await machine.export(), before);
-  await service.stop();
 });
 
 // ---- the restart, natively: services of the machine, as they behave there ----
@@ -273,7 +270,7 @@ const attachBody = `{"attach":true,"endpoint_id":${JSON.stringify(speakers)}}`;
 
 if (isNative) {
   test("a restart follows each bind and unbind, also one with nothing to do", limits, async (t) => {
-    const { machine, service, asks } = await startOn(t);
+    const { machine, asks } = await startOn(t);
     const before = await machine.export();
     const detachBody = attachBody.replace("true", "false");
     await asks(attachBody, ...nowBound(restarted));
@@ -281,11 +278,10 @@ if (isNative) {
     await asks(detachBody, ...nowUnbound(restarted));
     await asks(detachBody, notBound(restarted));
     assert.equal(await machine.export(), before);
-    await service.stop();
   });
 
   test("only false itself leaves the restart out", limits, async (t) => {
-    const { service, asks } = await startOn(t);
+    const { asks } = await startOn(t);
     const rows = [
       ["", restarted],
       [',"restart_audio":true', restarted],
@@ -299,7 +295,6 @@ if (isNative) {
       const body = `{"attach":false,"endpoint_id":${quoted(speakers)}${field}}`;
       await asks(body, notBound(restart));
     }
-    await service.stop();
   });
 
   test("the endpoint is the given one, else the chosen one, else the default", limits, async (t) => {
@@ -321,11 +316,10 @@ if (isNative) {
       (await machine.export()).replaceAll(phonesGuid, missingGuid.replace("e15", "e16")),
     );
     await asks(bind(), notOpened);
-    await service.stop();
   });
 
   test("without any endpoint there is none to bind", limits, async (t) => {
-    const { service, asks } = await startOn(t, exportText(plainServices));
+    const { asks } = await startOn(t, exportText(plainServices));
     for (const body of [
       '{"attach":true}',
       '{"attach":false,"endpoint_id":""}',
@@ -335,7 +329,6 @@ if (isNative) {
     }
     await asks('{"attach":"true","endpoint_id":""}', noAttach);
     await asks(`{"attach":true,"endpoint_id":${quoted(speakers)}}`, notOpened);
-    await service.stop();
   });
 
   // How the services behave, and what becomes of the restart. The endpoint is bound in each row.
@@ -377,11 +370,10 @@ if (isNative) {
   };
   for (const [what, [services, restart, more = []]] of Object.entries(rows)) {
     test(`restart: ${what}`, limits, async (t) => {
-      const { service, asks } = await startOn(t, machineText(services, more));
+      const { asks } = await startOn(t, machineText(services, more));
       await asks(attachBody, ...nowBound(restart));
       // The binding stays, and the service answers the next request.
       await asks(attachBody, alreadyBound(restart));
-      await service.stop();
     });
   }
 
@@ -394,25 +386,23 @@ if (isNative) {
       // How long a dependent starts is its own business.
       ...serviceKeys("SonicMonitor", ["Audiosrv"], { StopMs: dependentStopMs, StartMs: 0xffffffff }),
     ];
-    const { service, asks } = await startOn(t, machineText(services));
+    const { asks } = await startOn(t, machineText(services));
     const begin = process.hrtime.bigint();
     await asks(attachBody, ...nowBound(restarted));
     const waitedMs = Number(process.hrtime.bigint() - begin) / 1e6;
     assert.ok(waitedMs >= stopMs + startMs + dependentStopMs, `${waitedMs} ms`);
-    await service.stop();
   });
 
   test("where the bind is refused, the service runs on", limits, async (t) => {
     // A service that was stopped here could not be started again.
     const cannotStart = serviceKeys("Audiosrv", [], { StartError: 1058 });
-    const { machine, service, asks } = await startOn(t, machineText(cannotStart, readOnly(renderPath)));
+    const { machine, asks } = await startOn(t, machineText(cannotStart, readOnly(renderPath)));
     await asks(attachBody, notOpened);
     await asks(attachBody.replace("true", "false"), notOpened);
     // A stopped service would be started now, and only a running one can refuse to stop.
     fs.writeFileSync(machine.file, machineText(serviceKeys("Audiosrv", [], { StopError: 1052 })));
     const restart = failedRestart(1052, stopRefused);
     await asks(attachBody, ...nowBound(restart));
-    await service.stop();
   });
 }
 
@@ -420,11 +410,10 @@ if (isNative) {
 
 if (isWine) {
   test("without an audio service the endpoint is bound all the same", limits, async (t) => {
-    const { service, asks } = await startOn(t);
+    const { asks } = await startOn(t);
     const restart = failedRestart(1060, serviceNotOpened);
     await asks(attachBody, ...nowBound(restart));
     await asks(attachBody, alreadyBound(restart));
-    await service.stop();
   });
 
   test("the audio service logs that it was stopped and started, once for each restart", limits, async (t) => {
@@ -443,7 +432,6 @@ if (isWine) {
     await asks(quiet, ...nowUnbound(notAsked));
     for (const [body, answer] of refusals) assert.equal(await service.ask("POST", route, body), answer, body);
     assert.equal(logged().words, "");
-    await service.stop();
   });
 
   test("a service on its way takes no stop request, and a disabled one is not started", limits, async (t) => {
@@ -461,7 +449,6 @@ if (isWine) {
     logged = await installAudioService(t, ["--disabled"]);
     await bind(failedRestart(1058, startRefused));
     assert.equal(logged().words, "");
-    await service.stop();
   });
 }
 

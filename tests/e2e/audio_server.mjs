@@ -5,7 +5,7 @@ import { execFileSync } from "node:child_process";
 import fs from "node:fs";
 import path from "node:path";
 
-import { buildDirectory, makeDirectory, programPathText, run } from "./harness.mjs";
+import { atEnd, buildDirectory, makeDirectory, programPathText, run } from "./harness.mjs";
 
 /** @typedef {import("./harness.mjs").Scope} Scope */
 /**
@@ -110,7 +110,7 @@ export class AudioServer {
     const server = new AudioServer();
     fs.writeFileSync(server.logFile, "");
     server.set({});
-    t.after(() => unregister(t));
+    atEnd(t, () => unregister(t));
     isRegistered = true;
     await regsvr32(t, ...registration);
     return server;

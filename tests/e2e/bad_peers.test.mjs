@@ -172,5 +172,4 @@ test("no client ends the service", { timeout: 90_000 }, async (t) => {
   });
 
   assert.deepEqual(await readRecord(t, service.mapping), before);
-  await service.stop();
 });

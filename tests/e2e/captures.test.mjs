@@ -8,6 +8,7 @@ import test from "node:test";
 import { promisify } from "node:util";
 
 import {
+  atEnd,
   answerBytes,
   answers,
   holdFile,
@@ -245,7 +246,6 @@ test("a command is one word of the record, with a sequence of its own", limits, 
       assert.deepEqual(await readRecord(t, service.mapping), expected);
     });
   }
-  await service.stop();
 });
 
 const refusedCommands = [
@@ -326,7 +326,6 @@ test("a refused command publishes nothing and deletes nothing", limits, async (t
     await service.expectFor(answers.noToken, plain);
     await assertNothingDone();
   });
-  await service.stop();
 });
 
 test("export clears the files of the last one, and start and stop do not", limits, async (t) => {
@@ -359,7 +358,6 @@ test("export clears the files of the last one, and start and stop do not", limit
     await service.expectFor(noExport, downloadBytes(service));
     assert.equal(fs.existsSync(directory), false);
   });
-  await service.stop();
 });
 
 test("a file that cannot be deleted does not keep an export from the effect", limits, async (t) => {
@@ -383,7 +381,6 @@ test("a file that cannot be deleted does not keep an export from the effect", li
   await letGo();
   assert.equal(await command(service, '{"action":"export"}'), accepted);
   assert.deepEqual(fs.readdirSync(directory), []);
-  await service.stop();
 });
 
 // ---- what is there, and what comes of it ----
@@ -500,7 +497,6 @@ test("a missing or spoilt file is reported before the head", limits, async (t) =
     const contents = writeCaptures(directory, sizes);
     assertWhole(await download(service), contents);
   });
-  await service.stop();
 });
 
 if (isNative) {
@@ -517,7 +513,6 @@ if (isNative) {
         String(index),
       );
     }
-    await service.stop();
   });
 }
 
@@ -555,7 +550,6 @@ test("the directory is the option, else the registry, else the default", limits,
       await t.test(what, async (t) => {
         const service = await startService(t, options);
         assert.equal(await ready(service), readyAnswer(true, bytes));
-        await service.stop();
       });
     }
     return;
@@ -563,7 +557,7 @@ test("the directory is the option, else the registry, else the default", limits,
   const key = ["HKLM\\SOFTWARE\\Velmora", "/v", "CaptureDirectory", "/f", "/reg:64"];
   const told = place("told by", "registry");
   writeCaptures(told, [3, 3, 3, 3]);
-  t.after(() => run(t, "reg", ["delete", ...key]).catch(() => {}));
+  atEnd(t, () => run(t, "reg", ["delete", ...key]).catch(() => {}));
   const service = await startService(t);
   const withOption = await startWithCaptures(t, option);
   for (const [directory, bytes] of /** @type {any[][]} */ ([
@@ -578,8 +572,6 @@ test("the directory is the option, else the registry, else the default", limits,
   const removed = await run(t, "reg", ["delete", ...key]);
   assert.equal(removed.code, 0, removed.errors);
   assert.equal(await ready(service), readyAnswer(false, 0));
-  await withOption.stop();
-  await service.stop();
 });
 
 // ---- the archive ----
@@ -625,7 +617,6 @@ test("the archive is exact, and every reader opens it", limits, async (t) => {
     fs.symlinkSync("elsewhere", path.join(directory, names[2]));
     assertWhole(await download(service), contents);
   });
-  await service.stop();
 });
 
 test("the archive bears the local time", limits, async (t) => {
@@ -650,7 +641,6 @@ test("the archive bears the local time", limits, async (t) => {
   for (const stamp of [local(...digits.map(Number)), local(...inWords)]) {
     assert.ok(before < stamp && stamp < after, `${new Date(stamp)}`);
   }
-  await service.stop();
 });
 
 test("from the start of a capture to its archive, with the effect", limits, async (t) => {
@@ -680,8 +670,6 @@ test("from the start of a capture to its archive, with the effect", limits, asyn
       assert.equal(content.readUInt32LE(4), content.length - 8);
     }
   }
-  await service.stop();
-  await effect.stop();
 });
 
 // ---- files that change, and clients that leave, while the archive is on its way ----
@@ -783,7 +771,6 @@ test("files that change while the archive is on its way", limits, async (t) => {
     const { archive, moment } = await endDownload(client);
     assert.ok(archive.equals(archiveOf(contents, moment, checksums)));
   });
-  await service.stop();
 });
 
 test("a client that leaves does not hurt the next one", limits, async (t) => {
@@ -836,5 +823,4 @@ test("a client that leaves does not hurt the next one", limits, async (t) => {
     assert.ok(archive.equals(archiveOf(contents, moment)));
     assert.equal((await other.answer()).bytes, answers.noToken);
   });
-  await service.stop();
 });

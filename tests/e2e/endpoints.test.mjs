@@ -373,7 +373,6 @@ if (isNative) {
       [false, false],
       [true, true],
     ]);
-    await service.stop();
   });
 
   const laptop = {
@@ -414,7 +413,6 @@ if (isNative) {
     assert.equal(await machine.export(), laptopText, "the choice is the service's own");
     const next = await startService(t, { env: machine.env });
     assert.equal(await list(next), listBefore, "it ends with the service");
-    await next.stop();
   });
 
   test("the endpoints that a laptop has without being active cannot be chosen", limits, async (t) => {
@@ -426,7 +424,6 @@ if (isNative) {
     ];
     for (const [route, id] of inactive) assert.equal(await choose(service, route, id), noSuchEndpoint, id);
     assert.equal(await list(service), listAnswer(laptop));
-    await service.stop();
   });
 
   test("a machine that is not given is the built-in one", limits, async (t) => {
@@ -450,7 +447,6 @@ if (isNative) {
     );
     assert.equal(await setVolume(service, 0.5), answers.done);
     assert.equal(await setMute(service, true), answers.done);
-    await service.stop();
   });
 
   test("an endpoint is named by its friendly name, its description or its id", limits, async (t) => {
@@ -504,7 +500,6 @@ if (isNative) {
         error_code: notFoundCode,
       }),
     );
-    await service.stop();
   });
 
   test("a peak is shown as the meter gives it, unless it is no finite number", limits, async (t) => {
@@ -548,7 +543,6 @@ if (isNative) {
         defaultCapture: captureId(guidOf(1)),
       }),
     );
-    await service.stop();
   });
 
   const aboveAllProcesses = 4_194_305; // Linux gives no id above 4194304
@@ -586,7 +580,6 @@ if (isNative) {
         defaultCapture: id,
       }),
     );
-    await service.stop();
   });
 
   test("only the part of a path behind its last backslash is shown", limits, async (t) => {
@@ -615,7 +608,6 @@ if (isNative) {
         error_code: notFoundCode,
       }),
     );
-    await service.stop();
   });
 
   test("the error code reports a flow without endpoints", limits, async (t) => {
@@ -669,7 +661,6 @@ if (isNative) {
         assert.equal(await setVolume(service, 1), hasRender ? answers.done : noVolume);
         assert.equal(await setMute(service, true), hasRender ? answers.done : noMute);
         assert.equal(await list(service), listAnswer(expected));
-        await service.stop();
       });
     }
   });
@@ -693,7 +684,6 @@ if (isNative) {
     await shows(true);
     await act("unbind", "endpoint unbound");
     await shows(false);
-    await service.stop();
   });
 
   test("an endpoint whose chain cannot be read is shown as not bound", limits, async (t) => {
@@ -725,7 +715,6 @@ if (isNative) {
       await list(service),
       listAnswer({ render: inOrder, defaultRender: inOrder[0].id, error_code: notFoundCode }),
     );
-    await service.stop();
   });
 
   // ---- the choice ----
@@ -763,7 +752,6 @@ if (isNative) {
       assert.equal(await list(service), chosen);
     }
     assert.equal(await machine.export(), studioText());
-    await service.stop();
   });
 
   test("without a choice the default is followed; a choice outlives a new default", limits, async (t) => {
@@ -774,7 +762,6 @@ if (isNative) {
     assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
     fs.writeFileSync(machine.file, studioText());
     assert.equal(await list(service), listAnswer({ ...studio, selectedRender: speakers.id }));
-    await service.stop();
   });
 
   test("a chosen endpoint that goes away stays chosen until another one is", limits, async (t) => {
@@ -824,7 +811,6 @@ if (isNative) {
           removed: [],
           added: [valueEntry(ownKey, "Muted", dwordData(1)), valueEntry(ownKey, "Volume", textData("0.5"))],
         });
-        await service.stop();
       });
     }
   });
@@ -859,7 +845,6 @@ if (isNative) {
       });
     }
     assert.equal(await list(service), listAnswer(studio));
-    await service.stop();
   });
 
   test("a mute reaches the machine, and one that changes nothing is no error", limits, async (t) => {
@@ -884,7 +869,6 @@ if (isNative) {
         assert.equal(fs.statSync(machine.file).ino, ino, "it is not written");
     }
     assert.equal(await list(service), listAnswer(studio));
-    await service.stop();
   });
 
   test("volume and mute go to the chosen endpoint, and stay with it", limits, async (t) => {
@@ -942,7 +926,6 @@ if (isNative) {
           "the choice stood",
         );
         assert.equal(await setVolume(service, 0.5), answers.done);
-        await service.stop();
       });
     }
   });

@@ -93,7 +93,6 @@ if (isWine) {
     const byId = (endpoints) => [...endpoints].sort((a, b) => (a.id < b.id ? -1 : 1));
     const again = await foundIn(next);
     assert.deepEqual([byId(again.render), byId(again.capture)], [byId(found.render), byId(found.capture)]);
-    await next.stop();
   });
 
   test("each endpoint can be chosen, and the default again", limits, async (t) => {
@@ -110,7 +109,6 @@ if (isWine) {
       now.selectedCapture = id;
       assert.equal(await list(service), listAnswer(now));
     }
-    await service.stop();
   });
 
   test("only an endpoint of the direction with exactly this id is chosen", limits, async (t) => {
@@ -134,7 +132,6 @@ if (isWine) {
       assert.equal(await choose(service, route, id), refusal, `${route} ${id}`);
       assert.equal(await list(service), chosen);
     }
-    await service.stop();
   });
 
   test("a sink that is gone is neither listed nor chosen", limits, async (t) => {
@@ -155,7 +152,6 @@ if (isWine) {
     assert.equal(await choose(next, renderChoice, gone), noSuchEndpoint);
     assert.equal(await choose(next, captureChoice, goneMonitor), noSuchEndpoint);
     assert.equal(await list(next), listAnswer(left));
-    await next.stop();
   });
 
   test("a mute is taken, and a volume is refused as Wine refuses it", limits, async (t) => {
@@ -168,7 +164,6 @@ if (isWine) {
         assert.equal(await setMute(service, muted), answers.done);
       assert.equal(await list(service), before);
     }
-    await service.stop();
   });
 
   test("the effect is shown as bound to one of the endpoints", limits, async (t) => {
@@ -192,7 +187,6 @@ if (isWine) {
     await shows(true);
     await act("unbind", "endpoint unbound");
     await shows(false);
-    await service.stop();
   });
 
   test("a sound server without sinks leaves the default endpoints", limits, async (t) => {
@@ -206,7 +200,6 @@ if (isWine) {
       [defaultName],
     );
     assert.equal(await list(service), listAnswer(found));
-    await service.stop();
   });
 
   test("without a sound server every route reports it, and the service goes on", limits, async (t) => {
@@ -223,6 +216,5 @@ if (isWine) {
       assert.equal(await setMute(service, true), noMute);
     }
     assert.equal(await list(service), failed);
-    await service.stop();
   });
 }

@@ -6,6 +6,7 @@ import fs from "node:fs";
 import path from "node:path";
 
 import {
+  atEnd,
   buildDirectory,
   builtProgram,
   isWine,
@@ -72,7 +73,7 @@ export class Engine {
     engines.add(engine.child);
     engine.child.stdin.on("error", () => {});
     engine.child.stdout.setEncoding("latin1").on("data", (text) => (engine.output += text));
-    t.after(async () => {
+    atEnd(t, async () => {
       engine.child.kill("SIGKILL");
       await within(waitLimitMs, () => "the end of the engine", engine.ended);
     });
@@ -150,7 +151,7 @@ export async function registerEffect(t, registration) {
   };
   // A test that was killed has left its own.
   await importText(removal + text.replace(exportText([]), ""));
-  t.after(() => importText(removal));
+  atEnd(t, () => importText(removal));
   return {};
 }
 
@@ -216,7 +217,7 @@ export async function installAudioService(t, options = []) {
   const log = path.join(makeDirectory(), "service.log");
   const args = ["install", "Audiosrv", "--log", programPathText(log), ...options];
   assert.deepEqual(await run(t, testService, args), { code: 0, signal: null, output: "", errors: "" });
-  t.after(() => run(t, testService, ["remove", "Audiosrv"]));
+  atEnd(t, () => run(t, testService, ["remove", "Audiosrv"]));
   let known = 0;
   const text = () => (fs.existsSync(log) ? fs.readFileSync(log, "utf8") : "");
   const look = () => {

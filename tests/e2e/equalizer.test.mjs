@@ -78,7 +78,6 @@ test("a new equalizer reads as the record that the service has made", limits, as
     assert.ok(Math.abs(frequency / spread[band] - 1) < 1e-5, `band ${band} at ${frequency} Hz`);
   });
   assert.deepEqual(await readRecord(t, service.mapping), record, "reading changes nothing");
-  await service.stop();
 });
 
 test("a setting comes back as it was put, and the effect sees each one", limits, async (t) => {
@@ -115,7 +114,6 @@ test("a setting comes back as it was put, and the effect sees each one", limits,
     assert.equal(await get(next), documentAnswer(asStored(setting)));
     await next.stop();
   });
-  await effect.stop();
 });
 
 test("the service as shipped sets the equalizer in a record that the effect has made", limits, async (t) => {
@@ -126,8 +124,6 @@ test("the service as shipped sets the equalizer in a record that the effect has 
   assert.equal(await put(service, JSON.stringify(setting)), answers.done);
   await effect.waitForLine("equalizer revision=1 bypass=false fade_ms=200");
   assert.equal(await get(service), documentAnswer(asStored(setting)));
-  await service.stop();
-  await effect.stop();
 });
 
 // Body, and what it changes in the setting of the row above it. `first` changes only the first band.
@@ -197,7 +193,6 @@ test("what is accepted is in the record and comes back", limits, async (t) => {
   }
   assert.equal(numberText(1e-5), "1e-05", "exponents have two digits");
   assert.equal(numberText(32.757877), "32.7579");
-  await service.stop();
 });
 
 const noArray = "bands must be an array";
@@ -311,6 +306,4 @@ test("a refusal names the first fault and leaves the record unchanged", limits, 
   assert.equal(await put(service, bodyWith()), answers.done, "the next good one is taken");
   await effect.waitForLine("equalizer revision=2 bypass=false fade_ms=50");
   await service.assertAnswers();
-  await service.stop();
-  await effect.stop();
 });

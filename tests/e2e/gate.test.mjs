@@ -88,7 +88,6 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
     await service.expectFor(pageAnswer, service.requestBytes({ target: "/help.html", headers }));
   });
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) => {
@@ -139,7 +138,6 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
     ];
     await service.expectFor(answers.noToken, service.requestBytes({ target, headers }));
   });
-  await service.stop();
 });
 
 test("the first decision that refuses is the one that answers", { timeout: 60_000 }, async (t) => {
@@ -186,7 +184,6 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
     await t.test(what, () => service.expectFor(expected, `${line}\r\n${headers}\r\n`));
   }
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
@@ -256,7 +253,6 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     });
   }
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
@@ -344,5 +340,4 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
     assert.ok((await service.exchange(bytes)).endsWith(`\r\n\r\n{"error":"${message}"}`));
   });
   await service.assertAnswers();
-  await service.stop();
 });

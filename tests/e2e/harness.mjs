@@ -88,6 +88,39 @@ function endEverything() {
 process.on("exit", endEverything);
 for (const signal of ["SIGTERM", "SIGINT", "SIGHUP"]) process.on(signal, () => process.exit(1));
 
+// ---- the end of a test ----
+
+/** @type {WeakMap<Scope, (() => unknown)[]>} */
+const endings = new WeakMap();
+
+// What a test started ends with the test, the latest first. A failure fails the test, and the rest ends all the same.
+/** @param {Scope} t @param {() => unknown} end */
+export function atEnd(t, end) {
+  const known = endings.get(t);
+  if (known) return void known.push(end);
+  const ends = [end];
+  endings.set(t, ends);
+  t.after(async () => {
+    const failures = [];
+    for (let next = ends.pop(); next; next = ends.pop()) {
+      try {
+        await next();
+      } catch (error) {
+        failures.push(error);
+      }
+    }
+    if (failures.length > 0) throw failures[0];
+  });
+}
+
+// A program that the test leaves running must end cleanly then.
+/** @param {Scope} t @param {Program} program */
+function stopAtEnd(t, program) {
+  atEnd(t, async () => {
+    if (!program.end) await program.stop();
+  });
+}
+
 // ---- waiting ----
 
 /** @param {number} milliseconds */
@@ -174,7 +207,7 @@ export function makeSmallDisk(t, bytes) {
   const directory = makeDirectory();
   execFileSync("mount", ["-t", "tmpfs", "-o", `size=${bytes}`, "velmora-test", directory]);
   disks.add(directory);
-  t.after(() => unmount(directory));
+  atEnd(t, () => unmount(directory));
   return { directory, makeReadOnly: () => execFileSync("mount", ["-o", "remount,ro", directory]) };
 }
 
@@ -385,7 +418,7 @@ export class Program {
 /** @template {Program} [T=Program] @param {Scope} t @param {string} file @param {string[]} args @param {ProgramOptions} [options] @param {ProgramClass<T>} [kind] @returns {T} */
 export function launch(t, file, args, options, kind = /** @type {ProgramClass<any>} */ (Program)) {
   const program = new kind(file, args, options);
-  t.after(async () => {
+  atEnd(t, async () => {
     program.kill();
     await program.waitForEnd().catch(() => {});
   });
@@ -525,7 +558,7 @@ const bannerForm =
 /** @type {string | undefined} */
 let commonWebRoot;
 
-// Starts the service and waits for its whole banner.
+// Starts the service and waits for its whole banner. It must end cleanly with the test.
 /** @param {Scope} t @param {ServiceOptions} options */
 export async function startService(t, options = {}) {
   const {
@@ -542,6 +575,7 @@ export async function startService(t, options = {}) {
   const look = (/** @type {string} */ output) => output.match(bannerForm) ?? undefined;
   const start = [...args, ...more];
   const [service, found] = await launchUntil(t, program, start, options, "the banner", look, Service);
+  stopAtEnd(t, service);
   const [, algorithm, portText, tokenText] = found;
   return Object.assign(service, { algorithm, port: Number(portText), token: tokenText, mapping, webRoot });
 }
@@ -554,6 +588,7 @@ export async function startEffect(t, mapping, more = [], firstLine = undefined) 
   const look = (/** @type {string} */ output) => output.match(/^(mapping (?:made|opened))\n/)?.[1];
   const program = builtProgram("velmora_test_effect");
   const [effect, line] = await launchUntil(t, program, args, {}, "its mapping", look);
+  stopAtEnd(t, effect);
   if (firstLine !== undefined) assert.equal(line, firstLine);
   return effect;
 }
@@ -884,7 +919,7 @@ export function utf8Text(bytes) {
 /** @param {Scope} t @param {AccountOptions} [options] */
 export async function startAccountService(t, options) {
   const account = await AccountService.start(options);
-  t.after(() => account.close());
+  atEnd(t, () => account.close());
   return account;
 }
 

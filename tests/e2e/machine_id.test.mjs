@@ -8,6 +8,7 @@ import test from "node:test";
 
 import { jsonReply } from "../programs/account/service.mjs";
 import {
+  atEnd,
   isNative,
   isWine,
   makeDirectory,
@@ -126,7 +127,7 @@ if (isWine) {
     // A run that was ended in the middle has left something else.
     if (!isGuid.test((await registryText(t, place)) ?? "")) await put(randomUUID());
     const found = await registryText(t, place);
-    t.after(() => put(found));
+    atEnd(t, () => put(found));
 
     assert.equal(await newId(t, account), idOf(`id:${found}`), "as the system has made it");
     const another = "6f3a2b1c-0d4e-4f5a-8b6c-7d8e9fa0b1c2";

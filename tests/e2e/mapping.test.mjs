@@ -7,6 +7,7 @@ import test from "node:test";
 
 import { callTrace, ownCalls } from "./call_trace.mjs";
 import {
+  atEnd,
   answers,
   assertAnswers,
   creatingService,
@@ -103,8 +104,6 @@ test("a slow creator fails the start, and the next start finds it done", limits,
   const service = await startService(t, { program: shippedService, mapping });
   assert.deepEqual(await readRecord(t, mapping), record);
   await service.assertAnswers();
-  await service.stop();
-  await effect.stop();
 });
 
 // Whether the service pauses with the record in hand. Natively the system shows what a process has mapped and that it
@@ -154,7 +153,6 @@ test("a service waits for a creator that gets done meanwhile", limits, async (t)
   service.signal("SIGINT");
   assert.deepEqual(await service.waitForEnd(), { code: 0, signal: null });
   if (isWine) assert.ok((await tracedCalls(service, shippedService)).some((call) => call.name === "Sleep"));
-  await effect.stop();
 });
 
 // ---- a service that is killed ----
@@ -198,8 +196,6 @@ test("the parameters outlive a service that is killed", limits, async (t) => {
       assert.deepEqual(await readRecord(row, mapping), record, "the new service changed no byte");
       await putParameters(again);
       assert.deepEqual(await readRecord(row, mapping), record, "the same parameters are the same words");
-      await again.stop();
-      await effect.stop();
     });
   }
 });
@@ -415,7 +411,7 @@ if (isWine) {
 
     await t.test("a port that is taken", async (row) => {
       const holder = net.createServer();
-      row.after(() => holder.close());
+      atEnd(row, () => holder.close());
       const port = await listen(holder);
       const mapping = uniqueMappingName();
       const calls = await callsOfRefused(row, creatingService(), 9, port, mapping);

@@ -144,7 +144,6 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
     const fresh = (target) => again.exchange(again.requestBytes({ target }));
     assert.equal(await fresh("/"), pageAnswer(html, "changed"));
     assert.equal(await fresh("/help.html"), pageAnswer(html, "new"));
-    await again.stop();
   });
 });
 

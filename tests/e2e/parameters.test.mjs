@@ -354,7 +354,6 @@ test("a number of 60000 digits is read like a short one", limits, async (t) => {
       );
     });
   }
-  await service.stop();
 });
 
 test("the parameters live as long as anybody holds the mapping", limits, async (t) => {
@@ -387,7 +386,6 @@ test("the parameters live as long as anybody holds the mapping", limits, async (
     assert.equal(await put(again, algorithm, '{"stereo_link":0}'), answers.done);
     const changed = { ...firstAlgorithm, trim: -75, link: 0 };
     await effect.waitForLine(algorithmLine(changed));
-    await again.stop();
   });
 
   await effect.stop();
@@ -409,13 +407,11 @@ test("the parameters live as long as anybody holds the mapping", limits, async (
     const fresh = await startService(row, { mapping });
     assertFirstRecord(await readRecord(row, mapping), false);
     await fresh.assertAnswers();
-    await fresh.stop();
   });
 
   await t.test("an effect that comes first sets the first values itself", async (row) => {
     const first = await startEffect(row, mapping, [], "mapping made");
     await first.waitForLine(appliedLine(true, false, 0));
     assertFirstRecord(await readRecord(row, mapping), true);
-    await first.stop();
   });
 });

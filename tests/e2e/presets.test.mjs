@@ -170,7 +170,6 @@ test("the whole life of a preset", limits, async (t) => {
     assert.equal(await put(service, "again", JSON.stringify(settingOf())), answers.done);
     assert.deepEqual(await list(service), ["again"]);
   });
-  await service.stop();
 });
 
 test("presets lie beside the captures unless an option says where", limits, async (t) => {
@@ -179,7 +178,6 @@ test("presets lie beside the captures unless an option says where", limits, asyn
   const service = await startService(t, { more: ["--capture-directory", captures] });
   assert.equal(await put(service, "beside", JSON.stringify(settingOf())), answers.done);
   assert.deepEqual(Object.keys(treeOf(home)).sort(), ["presets", path.join("presets", "beside.json")]);
-  await service.stop();
 });
 
 // What follows the collection's path, and the file that it names.
@@ -245,7 +243,6 @@ test("a name is the file that its bytes say", limits, async (t) => {
       assert.deepEqual(treeOf(home), { presets: "directory" });
     });
   }
-  await service.stop();
 });
 
 const refusedNames = [
@@ -319,7 +316,6 @@ test("no name leads out of the directory, whatever the method", limits, async (t
   assert.deepEqual(treeOf(home), before);
   assert.equal(fs.existsSync("/tmp/escape.json"), false);
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("methods and paths are judged in their order", limits, async (t) => {
@@ -363,7 +359,6 @@ test("methods and paths are judged in their order", limits, async (t) => {
     await service.expectFor(answers.noToken, service.requestBytes(options));
   });
   assert.equal(fs.existsSync(directory), false, "none of it made the directory");
-  await service.stop();
 });
 
 test("files that were put there by hand", limits, async (t) => {
@@ -436,7 +431,6 @@ test("files that were put there by hand", limits, async (t) => {
     assert.equal(fs.existsSync(at("link.json")), false);
     assert.equal(fs.readFileSync(path.join(home, "target"), "latin1"), equalizerDocument(settingOf()));
   });
-  await service.stop();
 });
 
 if (isNative) {
@@ -453,7 +447,6 @@ if (isNative) {
       await list(service),
       ["back\\slash", "bell\x07", "line\nend", 'quo"te', "\ufffd"].sort(),
     );
-    await service.stop();
   });
 
   test("a preset that may not be read or written", limits, async (t) => {
@@ -474,7 +467,6 @@ if (isNative) {
     assert.deepEqual(await list(service), []);
     fs.chmodSync(directory, 0o755);
     assert.equal(fs.statSync(whole).size, "private".length);
-    await service.stop();
   });
 }
 
@@ -494,7 +486,6 @@ if (isWine) {
     assert.equal(await put(service, "held", JSON.stringify(settingOf())), answers.done);
     assert.equal(await remove(service, "held"), answers.done);
     assert.deepEqual(treeOf(directory), {});
-    await service.stop();
   });
 }
 
@@ -508,7 +499,6 @@ test("where there is no directory and none can be made", limits, async (t) => {
       assert.equal(await put(service, "name", JSON.stringify(settingOf())), notWritten);
       assert.equal(await get(service, "name"), noSuchPreset);
       assert.equal(await remove(service, "name"), noSuchPreset);
-      await service.stop();
     });
   }
   assert.deepEqual(treeOf(home), { file: "a file" });
@@ -533,7 +523,6 @@ test("a full disk", { ...limits, skip: missingMountRight() }, async (t) => {
     assert.equal(await put(service, "fresh", body), answers.done);
     assert.equal(await get(service, "fresh"), presetAnswer(equalizerDocument(settingOf())));
   });
-  await service.stop();
 });
 
 test("a disk that may only be read", { ...limits, skip: missingMountRight() }, async (t) => {
@@ -555,7 +544,6 @@ test("a disk that may only be read", { ...limits, skip: missingMountRight() }, a
     const below = await startWithPresets(t, path.join(disk.directory, "below", "presets"));
     assert.equal(await put(below, "fresh", body), notWritten);
     assert.deepEqual(await list(below), []);
-    await below.stop();
   });
 });
 
@@ -593,5 +581,4 @@ test("names of devices", { timeout: 120_000 }, async (t) => {
   }
   assert.deepEqual(await list(service), ["plain"]);
   assert.deepEqual(Object.keys(treeOf(directory)), ["plain.json"]);
-  await service.stop();
 });

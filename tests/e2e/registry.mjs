@@ -7,7 +7,7 @@ import assert from "node:assert/strict";
 import fs from "node:fs";
 import path from "node:path";
 
-import { builtProgram, isWine, makeDirectory, programPathText, run } from "./harness.mjs";
+import { atEnd, builtProgram, isWine, makeDirectory, programPathText, run } from "./harness.mjs";
 
 /** @typedef {import("./harness.mjs").Scope} Scope */
 /** @typedef {any[]} Key [path, values]: a path, and the values below it as [name, data] */
@@ -177,7 +177,7 @@ export async function keepKeys(t, keys) {
   for (const key of keys) {
     const file = path.join(makeDirectory(), "kept.reg");
     const isThere = await regFinds(t, "export", systemName(key), programPathText(file), "/y");
-    t.after(async () => {
+    atEnd(t, async () => {
       await deleteKey(t, key);
       if (isThere) await regSucceeds(t, "import", programPathText(file));
     });
@@ -240,7 +240,7 @@ async function putIntoRegistry(t, text) {
     ...madeParents,
     ...[...own].filter((key) => !madeParents.some((above) => isBelow(key, above))),
   ];
-  t.after(async () => {
+  atEnd(t, async () => {
     for (const key of toDelete) await deleteKey(t, key);
   });
   const file = path.join(makeDirectory(), "machine.reg");

@@ -6,6 +6,7 @@ import path from "node:path";
 import test from "node:test";
 
 import {
+  atEnd,
   creatingService,
   isNative,
   isWine,
@@ -143,13 +144,11 @@ test("a service and its effect go on undisturbed", limits, async (t) => {
   );
   assert.deepEqual(await readRecord(t, mapping), record);
   await service.assertAnswers();
-  await effect.stop();
-  await service.stop();
 });
 
 test("it opens no socket on the given port", limits, async (t) => {
   const holder = net.createServer();
-  t.after(() => holder.close());
+  atEnd(t, () => holder.close());
   const port = await listen(holder);
   assert.deepEqual(await selfTest(t, {}, ["--port", String(port), "--self-test"]), passed);
 });

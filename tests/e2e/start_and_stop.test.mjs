@@ -5,6 +5,7 @@ import path from "node:path";
 import test from "node:test";
 
 import {
+  atEnd,
   Client,
   answers,
   assertAnswers,
@@ -100,7 +101,6 @@ test("the verbose banner adds the advanced page, the web root and the control ma
       `  Control map: ${mapping} (shared_memory_v8)\n` +
       "  Press Ctrl+C to stop.\n",
   );
-  await service.stop();
 });
 
 test("an option that is given twice takes its last value", limits, async (t) => {
@@ -159,7 +159,6 @@ test("the program as shipped needs a system that takes its descriptor", limits, 
   }
   const service = await startService(t, { program: shippedService });
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("a mapping of another layout ends the start with exit code 5", limits, async (t) => {
@@ -178,9 +177,8 @@ test("a mapping of another layout ends the start with exit code 5", limits, asyn
   for (const [fault, errors] of rows) {
     await t.test(fault, async (row) => {
       const mapping = uniqueMappingName();
-      const effect = await startEffect(row, mapping, ["--fault", fault], "mapping made");
+      await startEffect(row, mapping, ["--fault", fault], "mapping made");
       await assertDoesNotStart(row, shippedService, serviceArguments(await freePort(), mapping), 5, errors);
-      await effect.stop();
     });
   }
 });
@@ -196,7 +194,6 @@ test("a second instance on the same port ends with exit code 9", limits, async (
     takenPortLines(port),
   );
   await service.assertAnswers();
-  await service.stop();
 });
 
 test("a restart right after a stop binds the same port", limits, async (t) => {
@@ -213,7 +210,6 @@ test("a stop ends the service although a page was just asked for", limits, async
   const service = await startService(t);
   const clients = await Promise.all([1, 2, 3].map(() => service.connect()));
   for (const client of clients) client.push(service.requestBytes());
-  await service.stop();
 });
 
 test("a stop waits for the running exchange and does not disturb it", limits, async (t) => {
@@ -338,7 +334,6 @@ if (isNative) {
       });
     }
     await service.assertAnswers();
-    await service.stop();
   });
 }
 
@@ -359,7 +354,6 @@ test("the browser is opened on the address of the banner", limits, async (t) => 
   assert.equal(fs.readFileSync(seen, "utf8"), `1\n${address}\n`);
   await service.assertAnswers();
   assert.ok(service.output.endsWith("  Press Ctrl+C to stop.\n"));
-  await service.stop();
 });
 
 // Under Wine opening an address always succeeds: what is started there is a program of Wine's own that looks for a
@@ -371,7 +365,6 @@ if (isNative) {
       "  (could not open a browser automatically -- copy the address above into one)",
     );
     await service.assertAnswers();
-    await service.stop();
   });
 
   test("a browser that stays holds nothing of the service", limits, async (t) => {
@@ -383,7 +376,7 @@ if (isNative) {
     const service = await startService(t, { env, more: ["--open-browser"] });
     await poll("the browser", () => (fs.existsSync(processFile) ? true : undefined));
     const browser = Number(fs.readFileSync(processFile, "utf8"));
-    t.after(() => process.kill(browser, "SIGKILL"));
+    atEnd(t, () => process.kill(browser, "SIGKILL"));
     assert.ok(browser > 1);
     await service.assertAnswers();
     // The end of its output shows that the browser does not hold the pipe either.

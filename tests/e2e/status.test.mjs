@@ -401,7 +401,6 @@ test("a new service shows a document of all members in their order", limits, asy
     error_code: 0,
   });
   if (isNative) assert.equal(document.apo_host.elevated, process.getuid?.() === 0);
-  await service.stop();
 });
 
 test("other methods and paths lead nowhere, and without the token nothing is shown", limits, async (t) => {
@@ -427,7 +426,6 @@ test("other methods and paths lead nowhere, and without the token nothing is sho
     await service.expectFor(answers.noToken, service.requestBytes({ target: status, headers }));
   }
   await service.expect(await service.ask("GET", status), "GET", `${status}?detail=none`);
-  await service.stop();
 });
 
 // ---- the effect's life ----
@@ -460,7 +458,6 @@ test("a life shows in every field", limits, async (t) => {
         diagnostics(wholeLife),
         "it outlives the effect",
       );
-      await service.stop();
     });
   }
   assert.deepEqual(records[0], records[1], "both definitions of the words leave the same bytes");
@@ -591,7 +588,6 @@ test("no report of several instances is lost", limits, async (t) => {
     }),
   );
   for (const effect of effects) await effect.stop();
-  await service.stop();
 });
 
 test("a capture command and its report show", limits, async (t) => {
@@ -611,8 +607,6 @@ test("a capture command and its report show", limits, async (t) => {
         ["reported", "state", "seconds", "detail_code"].map((name) => apo_diagnostics[`capture_${name}`]),
         [true, state, 120, detail],
       );
-      await effect.stop();
-      await service.stop();
     });
   }
 });
@@ -656,8 +650,6 @@ test("numbers have up to seven significant digits", limits, async (t) => {
     '{"bypass":false,"bypass_all":false,"enhance_strength":0,"output_trim_db":-7.5,"mask_time_alpha":0.5019608,' +
       '"mask_frequency_smooth":1,"limiter_enabled":false,"limiter_ceiling_db":-11.9,"stereo_link":2}',
   );
-  await effect.stop();
-  await service.stop();
 });
 
 test("what is no finite number goes out by its name", limits, async (t) => {
@@ -681,8 +673,6 @@ test("what is no finite number goes out by its name", limits, async (t) => {
       assert.equal(memberText(text, "apo_diagnostics", "processing_gain_db"), written);
       // Everything else stays what it is.
       assertForm(text.replace(/("applied_strength"|"processing_gain_db"):[^,]*/g, "$1:0"));
-      await effect.stop();
-      await service.stop();
     });
   }
 });
@@ -719,7 +709,6 @@ if (isNative) {
     assert.equal((await machine.runTool("bind", idOf(otherGuid))).code, 0);
     const after = await readStatus(service);
     assert.deepEqual(after.apo_binding, { endpoint_id: idOf(otherGuid), ...bound, chain: [effect] });
-    await service.stop();
   });
 
   test("an endpoint that has gone keeps its id and has neither volume nor chain", limits, async (t) => {
@@ -737,7 +726,6 @@ if (isNative) {
       error_code: missingFile,
       chain: [],
     });
-    await service.stop();
   });
 
   test("the effect in the chain is found whatever the case of its letters", limits, async (t) => {
@@ -760,7 +748,6 @@ if (isNative) {
           error_code,
           chain,
         });
-        await service.stop();
       });
     }
   });
@@ -778,7 +765,6 @@ test("without a render endpoint there is no id and no look at its chain", limits
     error_code: invalidArgument,
     chain: [],
   });
-  await service.stop();
 });
 
 // Registers a library for the effect's class, and what else the system says of it.
@@ -828,7 +814,6 @@ test("the installation shows with its path escaped and its foreign letters lost"
       assert.equal(apo_host.protected_audio_dg_disabled, disabled);
       assert.equal(apo_host.apo_dll_present, false);
       assert.equal(apo_host.algorithm_present, false);
-      await service.stop();
     });
   }
 });
@@ -862,7 +847,6 @@ if (isNative) {
     });
     fs.rmSync(path.join(root, "4000000"), { recursive: true });
     assert.equal((await readStatus(service)).audio_engine.running, false, "it is looked for each time");
-    await service.stop();
   });
 }
 
@@ -894,7 +878,6 @@ test("the algorithm is shown as it was found at the start", limits, async (t) =>
         fs.rmSync(path.join(directory, "fse.dll"), { recursive: true });
         assert.equal((await readStatus(service)).versions.algorithm, version, "it is not looked at again");
       }
-      await service.stop();
     });
   }
 });
@@ -911,7 +894,6 @@ test("a number is read and written alike when the algorithm has changed the loca
   assert.equal(await service.ask("PUT", footstep, '{"bypass":false,"enhance_strength":0.75}'), answers.done);
   const text = await statusText(service);
   assert.equal(memberText(text, "footstep", "enhance_strength"), "0.75");
-  await service.stop();
 });
 
 // ---- it only reads ----
@@ -944,8 +926,6 @@ test("a status request changes neither the record nor the machine", limits, asyn
       "nothing beside it",
     );
   }
-  await service.stop();
-  await effect.stop();
 });
 
 if (isNative) {
@@ -960,6 +940,5 @@ if (isNative) {
     assert.equal(document.apo_host.clsid_registered, false);
     fs.writeFileSync(machine.file, exportText(renderKeys(guid)));
     assert.equal((await readStatus(service)).render.available, true);
-    await service.stop();
   });
 }

@@ -12,6 +12,7 @@ import test from "node:test";
 
 import { jsonReply, startDeafPort } from "../../programs/account/service.mjs";
 import {
+  atEnd,
   answerBytes,
   isNative,
   jsonDocument,
@@ -69,7 +70,7 @@ async function startForReply(t, reply) {
 async function startSilentNameServer(t) {
   const address = "127.0.0.153";
   const server = dgram.createSocket("udp4");
-  t.after(() => server.close());
+  atEnd(t, () => server.close());
   server.bind(53, address);
   await once(server, "listening");
   const directory = makeDirectory();
@@ -214,5 +215,4 @@ test("usage counts every 30 seconds, while somebody is signed in", limits, async
   assert.equal((await service.session()).usage_seconds, ofSecond);
   await service.signIn(account, { account_hash: "hash-2" });
   assert.equal((await service.session()).usage_seconds, 0);
-  await service.stop();
 });
