@@ -113,19 +113,14 @@ const microphone = { id: captureId(guidOf(5)), name: "Microphone", peak: 0.5 };
 
 // Two active endpoints of either flow and one that is unplugged; the second ones are the defaults.
 function studioText({ headphonesState = 1, render = headphones.id, without = [] } = {}) {
+  const peak = (text) => [["Peak", textData(text)]];
+  const endpoint = ({ id, name }, more = {}) => [id, { named: [nameValue(name)], ...more }];
   const endpoints = [
-    [
-      speakers.id,
-      {
-        named: [nameValue(speakers.name)],
-        own: [["Peak", textData("0.25")]],
-        sessions: [sessionValues(1, 0)],
-      },
-    ],
-    [headphones.id, { named: [nameValue(headphones.name)], state: headphonesState }],
-    [unplugged.id, { named: [nameValue(unplugged.name)], state: 8 }],
-    [lineIn.id, { named: [nameValue(lineIn.name)] }],
-    [microphone.id, { named: [nameValue(microphone.name)], own: [["Peak", textData("0.5")]] }],
+    endpoint(speakers, { own: peak("0.25"), sessions: [sessionValues(1, 0)] }),
+    endpoint(headphones, { state: headphonesState }),
+    endpoint(unplugged, { state: 8 }),
+    endpoint(lineIn),
+    endpoint(microphone, { own: peak("0.5") }),
   ];
   const kept = endpoints.filter(([id]) => !without.includes(id));
   return machineText(kept, { render, capture: microphone.id });
@@ -166,67 +161,35 @@ async function assertUntouched(/** @type {any} */ { service, machine, before }) 
 
 const escapedId = (text) => `{"endpoint_id":"${text}"}`;
 
+// One body for each way to the answer.
 const bodiesWithoutId = [
   "",
-  "{}",
-  "null",
-  '{"endpoint":"x"}',
   '{"ENDPOINT_ID":"x"}',
-  '{"endpoint_id"}',
-  '{"endpoint_id":}',
   '{"endpoint_id":5}',
-  '{"endpoint_id":null}',
-  '{"endpoint_id":true}',
-  '{"endpoint_id":["x"]}',
-  '{"endpoint_id":{"id":"x"}}',
-  "{\"endpoint_id\":'x'}",
   escapedId(""),
-  '{"endpoint_id":"x',
   '{"endpoint_id":"x\\',
   escapedId("x\\u0041"),
-  escapedId("x\\x41"),
-  escapedId("x\\0"),
-  ...["\0", "\x01", "\t", "\n", "\r", "\x1b", "\x1f"].map((byte) => escapedId(`{0.0.0.0${byte}`)),
+  escapedId("{0.0.0.0\0"),
 ];
 
 const utf8 = (text) => Buffer.from(text, "utf8").toString("latin1");
 const longBytes = 60_000;
 
 const unknownIds = [
-  "x",
-  " ",
-  '\\"',
-  'a\\"b\\"c',
-  "\\\\",
-  "\\\\\\\\?\\\\SWD#MMDEVAPI#x",
-  "\\/",
-  "\\b\\f\\n\\r\\t",
-  "\x7f",
-  "%00",
-  utf8("Lautsprecher f\u00fcr die K\u00fcche"),
-  utf8("\u97f3 \ufffd \uffff \u{1f50a}"),
-  guidOf(1),
-  renderId(""),
+  ...[
+    "x",
+    'a\\"b\\"c',
+    "\\\\\\\\?\\\\SWD#MMDEVAPI#x",
+    "\x7f",
+    utf8("\u97f3 \ufffd \uffff \u{1f50a}"),
+    renderId(""),
+  ],
   "x".repeat(longBytes),
   "\\\\".repeat(longBytes / 2),
-  "\\n".repeat(longBytes / 2),
   utf8("\u97f3".repeat(longBytes / 3)),
 ];
 
-const illFormedIds = [
-  "\xff",
-  "\x80",
-  "x\xc3",
-  "x\xc3(",
-  "\xc0\xaf",
-  "\xe0\x80\xaf",
-  "\xed\xa0\x80",
-  "\xed\xa0\xbd\xed\xb4\x8a",
-  "\xf4\x90\x80\x80",
-  "\xf8\x88\x80\x80\x80",
-  `${speakers.id}\xff`,
-  `${"x".repeat(longBytes)}\xff`,
-];
+const illFormedIds = ["\xff", "x\xc3(", "\xed\xa0\x80", `${speakers.id}\xff`, `${"x".repeat(longBytes)}\xff`];
 
 const shortened = (text) =>
   JSON.stringify(text.length > 80 ? `${text.slice(0, 80)}... ${text.length} bytes` : text);
@@ -251,28 +214,10 @@ test("an id that chooses nothing is refused, and the choice stays", limits, asyn
 
 const badVolumes = [
   "",
-  "{}",
-  "null",
   '{"Volume":0.5}',
-  '{"volume"}',
-  ...[
-    "",
-    ...words`
-    1.0001 1.0000001 2 1e99 -0.1 -1e-30 -1 "0.5" nan inf -inf infinity null true [0.5] {"level":0.5}
-  `,
-  ].map((text) => `{"volume":${text}}`),
+  ...words`1.0000001 -1e-30 "0.5" nan inf`.map((text) => `{"volume":${text}}`),
 ];
-
-const badMutes = [
-  "",
-  "{}",
-  "null",
-  '{"Muted":true}',
-  '{"muted"}',
-  ...["", "1", "0", '"true"', "null", "True", "tru", "yes", "[true]", '{"on":true}'].map(
-    (text) => `{"muted":${text}}`,
-  ),
-];
+const badMutes = ["", '{"Muted":true}', ...words`1 "true" tru`.map((text) => `{"muted":${text}}`)];
 
 test("a volume or mute that is none is refused, and nothing is set", limits, async (t) => {
   const studioService = await startInStudio(t);
@@ -299,13 +244,11 @@ const validRequests = ({ render, capture }) => [
 
 test("another method, and a path that is only like one of these, leads nowhere", limits, async (t) => {
   const studioService = await startInStudio(t);
-  const methods = ["GET", "PUT", "POST", "DELETE", "PATCH", "HEAD", "get", "put"];
+  const methods = ["GET", "PUT", "POST", "HEAD", "get"];
   const rows = validRequests(studioService).flatMap(([method, target, body]) => [
     ...methods.filter((other) => other !== method).map((other) => [other, target, body]),
     [method, `${target}/`, body],
     [method, target.toUpperCase(), body],
-    [method, target.replace("/v1/", "/v1//"), body],
-    [method, `${target}%20`, body],
   ]);
   rows.push(
     ["PUT", "/api/v1/devices/both", escapedId(studioService.render)],
@@ -323,15 +266,8 @@ test("another method, and a path that is only like one of these, leads nowhere",
 test("without the token nothing is shown and nothing is done", limits, async (t) => {
   const studioService = await startInStudio(t);
   const { service } = studioService;
-  for (const headers of [
-    [],
-    [["X-Velmora-Token", ""]],
-    [["X-Velmora-Token", `${service.token.slice(0, -1)}0`]],
-  ]) {
-    for (const [method, target, body] of validRequests(studioService)) {
-      const request = service.requestBytes({ method, target, body, headers });
-      await service.expectFor(answers.noToken, request);
-    }
+  for (const [method, target, body] of validRequests(studioService)) {
+    await service.expectFor(answers.noToken, service.requestBytes({ method, target, body }));
   }
   await assertUntouched(studioService);
   await service.stop();
@@ -365,30 +301,27 @@ if (isNative) {
     assert.equal(answer, listAnswer(studio));
     const { render, capture } = JSON.parse(bodyOf(answer));
     const marks = (endpoints) => endpoints.map((endpoint) => [endpoint.is_default, endpoint.is_selected]);
-    assert.deepEqual(marks(render), [
-      [false, false],
-      [true, true],
-    ]);
-    assert.deepEqual(marks(capture), [
-      [false, false],
-      [true, true],
-    ]);
+    for (const endpoints of [render, capture])
+      assert.deepEqual(marks(endpoints).flat(), [false, false, true, true]);
   });
 
+  const named = (id, name) => ({ id, name });
+  const headset = named(renderId("{4a2b60cd-d30a-4b04-aa33-94d743a1fbf9}"), "USB headset (USB Audio)");
+  const array = named(
+    captureId("{ae22db8f-4b0c-488e-8414-26287ed209de}"),
+    "Microphone array (High Definition Audio)",
+  );
   const laptop = {
     render: [
-      { id: renderId("{4a2b60cd-d30a-4b04-aa33-94d743a1fbf9}"), name: "USB headset (USB Audio)" },
-      { id: renderId("{517f1efe-9874-44ab-b8c0-d341131d9da7}"), name: "Speakers (High Definition Audio)" },
+      headset,
+      named(renderId("{517f1efe-9874-44ab-b8c0-d341131d9da7}"), "Speakers (High Definition Audio)"),
     ],
     capture: [
-      {
-        id: captureId("{ae22db8f-4b0c-488e-8414-26287ed209de}"),
-        name: "Microphone array (High Definition Audio)",
-      },
-      { id: captureId("{ff5910c1-be74-4a99-9c55-4f8cda470cb0}"), name: "Headset microphone (USB Audio)" },
+      array,
+      named(captureId("{ff5910c1-be74-4a99-9c55-4f8cda470cb0}"), "Headset microphone (USB Audio)"),
     ],
-    defaultRender: renderId("{4a2b60cd-d30a-4b04-aa33-94d743a1fbf9}"),
-    defaultCapture: captureId("{ae22db8f-4b0c-488e-8414-26287ed209de}"),
+    defaultRender: headset.id,
+    defaultCapture: array.id,
   };
   const laptopText = fs.readFileSync(new URL("../machines/laptop.reg", import.meta.url), "utf8");
 
@@ -398,15 +331,14 @@ if (isNative) {
     assert.equal(await list(service), listBefore);
     /** @type {import("./harness.mjs").Devices} */
     const now = { ...laptop };
-    for (const { id } of [...laptop.render, ...laptop.render]) {
-      assert.equal(await choose(service, renderChoice, id), answers.done);
-      now.selectedRender = id;
-      assert.equal(await list(service), listAnswer(now));
-    }
-    for (const { id } of [...laptop.capture, ...laptop.capture]) {
-      assert.equal(await choose(service, captureChoice, id), answers.done);
-      now.selectedCapture = id;
-      assert.equal(await list(service), listAnswer(now));
+    for (const flow of ["render", "capture"]) {
+      const [route, mark] =
+        flow === "render" ? [renderChoice, "selectedRender"] : [captureChoice, "selectedCapture"];
+      for (const { id } of [...laptop[flow], ...laptop[flow]]) {
+        assert.equal(await choose(service, route, id), answers.done);
+        now[mark] = id;
+        assert.equal(await list(service), listAnswer(now));
+      }
     }
     await service.stop();
 
@@ -430,119 +362,72 @@ if (isNative) {
     const service = await startService(t, { env: { VELMORA_MACHINE: "" } });
     const first = renderId("{b7decc0c-5d96-4f7f-a65b-eda9cf0c26ef}");
     const input = captureId("{566bf9d7-c55a-45f8-a1a6-e55e9b9b1325}");
+    const builtIn = {
+      render: [
+        { ...named(first, "Speakers (High Definition Audio)"), peak: 0.25, sessions: ["system"] },
+        named(renderId("{b37523a5-3b4a-4ee2-a463-513755ac0ecd}"), "Headphones (High Definition Audio)"),
+      ],
+      capture: [named(input, "Microphone (High Definition Audio)")],
+    };
     assert.equal(
       await list(service),
-      listAnswer({
-        render: [
-          { id: first, name: "Speakers (High Definition Audio)", peak: 0.25, sessions: ["system"] },
-          {
-            id: renderId("{b37523a5-3b4a-4ee2-a463-513755ac0ecd}"),
-            name: "Headphones (High Definition Audio)",
-          },
-        ],
-        capture: [{ id: input, name: "Microphone (High Definition Audio)" }],
-        defaultRender: first,
-        defaultCapture: input,
-      }),
+      listAnswer({ ...builtIn, defaultRender: first, defaultCapture: input }),
     );
     assert.equal(await setVolume(service, 0.5), answers.done);
     assert.equal(await setMute(service, true), answers.done);
   });
 
   test("an endpoint is named by its friendly name, its description or its id", limits, async (t) => {
-    const [name, description, interfaceName] = [
-      properties.name,
-      properties.description,
-      properties.interfaceName,
-    ];
     const idOf = (index) => renderId(guidOf(index + 1));
     const utf16Data = (type, text) => hexData(type, Buffer.from(`${text}\0`, "utf16le"));
+    // What is shown, null for the id, and the values of the name, the description and the interface's name.
+    const row = (shown, ...values) => ({
+      shown,
+      named: Object.values(properties).flatMap((property, at) =>
+        values[at] ? [[property, values[at]]] : [],
+      ),
+    });
+    const odd = ['C:\\a "quoted" name/', "K\u00fcche \u97f3 \u{1f50a} \x7f", "n".repeat(40_000), ""];
     const rows = [
-      [
-        [
-          [name, textData("A")],
-          [description, textData("B")],
-          [interfaceName, textData("C")],
-        ],
-        "A",
-      ],
-      [
-        [
-          [description, textData("B")],
-          [interfaceName, textData("C")],
-        ],
-        "B (C)",
-      ],
-      [[[description, textData("B")]], "B"],
-      [[[interfaceName, textData("C")]], null],
-      [[], null],
-      [
-        [
-          [name, dwordData(1)],
-          [description, textData("B")],
-        ],
-        null,
-      ],
-      [[[name, hexData(2, Buffer.from("A\0", "utf16le"))]], null],
-      [[[name, textData("")]], ""],
-      [[[name, textData('C:\\a "quoted" name/')]], 'C:\\a "quoted" name/'],
-      [[[name, textData("K\u00fcche \u97f3 \u{1f50a} \x7f")]], "K\u00fcche \u97f3 \u{1f50a} \x7f"],
-      [[[name, utf16Data(1, "\x01\b\t\n\x0b\f\r\x1b\x1f ")]], "\x01\b\t\n\x0b\f\r\x1b\x1f "],
-      [[[name, utf16Data(1, "half \ud83d")]], ""],
-      [[[name, textData("n".repeat(40_000))]], "n".repeat(40_000)],
+      row("A", textData("A"), textData("B"), textData("C")),
+      row("B (C)", null, textData("B"), textData("C")),
+      row("B", null, textData("B")),
+      row(null, null, null, textData("C")),
+      row(null),
+      row(null, dwordData(1), textData("B")),
+      row(null, utf16Data(2, "A")),
+      ...odd.map((text) => row(text, textData(text))),
+      row("\x01\b\t\n\x0b\f\r\x1b\x1f ", utf16Data(1, "\x01\b\t\n\x0b\f\r\x1b\x1f ")),
+      row("", utf16Data(1, "half \ud83d")),
     ];
-    const { service } = await startOn(t, machineText(rows.map(([named], index) => [idOf(index), { named }])));
+    const { service } = await startOn(
+      t,
+      machineText(rows.map(({ named }, index) => [idOf(index), { named }])),
+    );
+    const render = rows.map(({ shown }, index) => ({ id: idOf(index), name: shown ?? idOf(index) }));
     assert.equal(
       await list(service),
-      listAnswer({
-        render: rows.map(([, text], index) => ({ id: idOf(index), name: text ?? idOf(index) })),
-        defaultRender: idOf(0),
-        error_code: notFoundCode,
-      }),
+      listAnswer({ render, defaultRender: idOf(0), error_code: notFoundCode }),
     );
   });
 
   test("a peak is shown as the meter gives it, unless it is no finite number", limits, async (t) => {
-    /** @type {any[][]} */
-    const rows = [
-      ["0", 0],
-      ["0.25", 0.25],
-      ["1", 1],
-      ["1.5", 1.5],
-      ["-1", -1],
-      ["0.123456789", 0.123456789],
-      ["1e-7", 1e-7],
-      ["1e30", 1e30],
-      ["0x1p-2", 0.25],
-      ["nan", 0],
-      ["-nan", 0],
-      ["inf", 0],
-      ["-inf", 0],
-      ["1e39", 0],
-      ["loud", 0],
-      ["", 0],
-    ];
+    const finite = ["0.25", "1.5", "-1", "1e-7", "1e30"].map((text) => [text, Number(text)]);
+    const rows = /** @type {any[][]} */ ([
+      ...finite,
+      ...["nan", "inf", "-inf", "1e39", "loud", ""].map((text) => [text, 0]),
+    ]);
     const endpoints = rows.map(([text, peak], index) => {
       const id = captureId(guidOf(index + 1));
       const about = { named: [nameValue("m")], own: [["Peak", textData(text)]] };
       return { about: [id, about], shown: { id, name: "m", peak } };
     });
-    const { service } = await startOn(
-      t,
-      machineText([
-        ...endpoints.map(({ about }) => about),
-        [speakers.id, { named: [nameValue("no meter")] }],
-      ]),
-    );
-    assert.equal(
-      await list(service),
-      listAnswer({
-        render: [{ id: speakers.id, name: "no meter" }],
-        capture: endpoints.map(({ shown }) => shown),
-        defaultRender: speakers.id,
-        defaultCapture: captureId(guidOf(1)),
-      }),
-    );
+    const withoutMeter = [speakers.id, { named: [nameValue("no meter")] }];
+    const { service } = await startOn(t, machineText([...endpoints.map(({ about }) => about), withoutMeter]));
+    const capture = endpoints.map(({ shown }) => shown);
+    const defaults = { defaultRender: speakers.id, defaultCapture: captureId(guidOf(1)) };
+    const render = [{ id: speakers.id, name: "no meter" }];
+    assert.equal(await list(service), listAnswer({ render, capture, ...defaults }));
   });
 
   const aboveAllProcesses = 4_194_305; // Linux gives no id above 4194304
@@ -563,22 +448,13 @@ if (isNative) {
     ];
     const id = captureId(guidOf(1));
     const ofAll = { named: [nameValue("m")], sessions: sessions.map(([values]) => values) };
-    const { service } = await startOn(
-      t,
-      machineText([
-        [id, ofAll],
-        [speakers.id, ofAll],
-      ]),
-    );
-    const shown = sessions.map(([, name]) => name).filter((name) => name !== null);
+    const endpoints = [id, speakers.id].map((each) => [each, ofAll]);
+    const { service } = await startOn(t, machineText(endpoints));
+    const shown = { name: "m", sessions: sessions.map(([, name]) => name).filter((name) => name !== null) };
+    const entries = { render: [{ id: speakers.id, ...shown }], capture: [{ id, ...shown }] };
     assert.equal(
       await list(service),
-      listAnswer({
-        render: [{ id: speakers.id, name: "m", sessions: shown }],
-        capture: [{ id, name: "m", sessions: shown }],
-        defaultRender: speakers.id,
-        defaultCapture: id,
-      }),
+      listAnswer({ ...entries, defaultRender: speakers.id, defaultCapture: id }),
     );
   });
 
@@ -600,13 +476,10 @@ if (isNative) {
     const sessions = rows.map((_, index) => sessionValues(1, 100 + index));
     const text = machineText([[speakers.id, { named: [nameValue("m")], sessions }]]);
     const { service } = await startOn(t, text, { VELMORA_PROC: processes });
+    const render = [{ id: speakers.id, name: "m", sessions: rows.map(([, shown]) => shown) }];
     assert.equal(
       await list(service),
-      listAnswer({
-        render: [{ id: speakers.id, name: "m", sessions: rows.map(([, shown]) => shown) }],
-        defaultRender: speakers.id,
-        error_code: notFoundCode,
-      }),
+      listAnswer({ render, defaultRender: speakers.id, error_code: notFoundCode }),
     );
   });
 
@@ -616,38 +489,18 @@ if (isNative) {
     const off = (id) => [id, { state: 4, named: [nameValue("off")] }];
     const renderAlone = { render: [{ id: speakers.id, name: "r" }], defaultRender: speakers.id };
     const captureAlone = { capture: [{ id: microphone.id, name: "c" }], defaultCapture: microphone.id };
+    const missing = { error_code: notFoundCode };
+    const noEndpoints = [renderPath, capturePath].map((key) => [key, []]);
+    const otherDefault = machineText([off(headphones.id), render, capture], { render: headphones.id });
     /** @type {any[][]} */
     const rows = [
-      ["none at all", exportText([]), { error_code: notFoundCode }],
-      [
-        "keys without endpoints",
-        exportText([
-          [renderPath, []],
-          [capturePath, []],
-        ]),
-        { error_code: notFoundCode },
-      ],
-      [
-        "none that is active",
-        machineText([off(speakers.id), off(microphone.id)]),
-        { error_code: notFoundCode },
-      ],
-      [
-        "render alone",
-        machineText([render, off(microphone.id)]),
-        { ...renderAlone, error_code: notFoundCode },
-      ],
-      [
-        "capture alone",
-        machineText([off(speakers.id), capture]),
-        { ...captureAlone, error_code: notFoundCode },
-      ],
+      ["none at all", exportText([]), missing],
+      ["keys without endpoints", exportText(noEndpoints), missing],
+      ["none that is active", machineText([off(speakers.id), off(microphone.id)]), missing],
+      ["render alone", machineText([render, off(microphone.id)]), { ...renderAlone, ...missing }],
+      ["capture alone", machineText([off(speakers.id), capture]), { ...captureAlone, ...missing }],
       ["both", machineText([render, capture]), { ...renderAlone, ...captureAlone }],
-      [
-        "a default that is not active",
-        machineText([off(headphones.id), render, capture], { render: headphones.id }),
-        { ...renderAlone, ...captureAlone },
-      ],
+      ["a default that is not active", otherDefault, { ...renderAlone, ...captureAlone }],
     ];
     for (const [what, text, expected] of rows) {
       await t.test(what, async (row) => {
@@ -668,10 +521,8 @@ if (isNative) {
   test("the effect is shown as bound from its bind to its unbind", limits, async (t) => {
     const { machine, service } = await startOn(t, studioText());
     const shows = async (bound) => {
-      assert.equal(
-        await list(service),
-        listAnswer({ ...studio, render: [speakers, { ...headphones, bound }] }),
-      );
+      const render = [speakers, { ...headphones, bound }];
+      assert.equal(await list(service), listAnswer({ ...studio, render }));
     };
     const act = async (action, detail) => {
       const { code, output } = await machine.runTool(action, guidOf(2));
@@ -711,10 +562,8 @@ if (isNative) {
     const sorted = [...endpoints.map(({ shown }) => shown), { id: oddId, name: oddId, bound: false }];
     assert.deepEqual(render.map(({ id }) => id).sort(), sorted.map(({ id }) => id).sort());
     const inOrder = render.map(({ id }) => sorted.find((shown) => shown.id === id));
-    assert.equal(
-      await list(service),
-      listAnswer({ render: inOrder, defaultRender: inOrder[0].id, error_code: notFoundCode }),
-    );
+    const devices = { render: inOrder, defaultRender: inOrder[0].id };
+    assert.equal(await list(service), listAnswer({ ...devices, error_code: notFoundCode }));
   });
 
   // ---- the choice ----
@@ -726,29 +575,13 @@ if (isNative) {
     const chosen = listAnswer({ ...studio, selectedRender: speakers.id, selectedCapture: lineIn.id });
     assert.equal(await list(service), chosen);
     const rows = [
-      [renderChoice, microphone.id],
-      [captureChoice, headphones.id],
       [captureChoice, speakers.id],
-      [renderChoice, headphones.id.toUpperCase()],
-      [captureChoice, microphone.id.toUpperCase()],
-      [renderChoice, unplugged.id],
-      [renderChoice, guidOf(2)],
-      [renderChoice, ` ${headphones.id}`],
-      [renderChoice, `${headphones.id} `],
-      [renderChoice, headphones.id.slice(0, -1)],
-      [renderChoice, `${headphones.id}}`],
+      ...[microphone.id, headphones.id.toUpperCase(), unplugged.id, guidOf(2), ` ${headphones.id}`].map(
+        (id) => [renderChoice, id],
+      ),
     ];
     for (const [route, id] of rows) {
       assert.equal(await choose(service, route, id), noSuchEndpoint, `${route} ${id}`);
-      assert.equal(await list(service), chosen);
-    }
-    for (const [body, refusal] of [
-      [escapedId(""), noId],
-      [escapedId("\xff"), notSelected],
-    ]) {
-      for (const route of [renderChoice, captureChoice]) {
-        await service.expect(refusal, "PUT", route, body);
-      }
       assert.equal(await list(service), chosen);
     }
     assert.equal(await machine.export(), studioText());
@@ -777,18 +610,11 @@ if (isNative) {
         assert.equal(await choose(service, renderChoice, headphones.id), answers.done);
         const withoutIt = studioText({ ...change, render: speakers.id });
         fs.writeFileSync(machine.file, withoutIt);
-        const gone = {
-          ...studio,
-          render: [speakers],
-          defaultRender: speakers.id,
-          selectedRender: headphones.id,
-        };
+        const left = { ...studio, render: [speakers], defaultRender: speakers.id };
+        const gone = { ...left, selectedRender: headphones.id };
         const answer = await list(service);
         assert.equal(answer, listAnswer(gone));
-        assert.deepEqual(
-          JSON.parse(bodyOf(answer)).render.map(({ is_selected }) => is_selected),
-          [false],
-        );
+        assert.ok(!JSON.parse(bodyOf(answer)).render[0].is_selected);
         assert.equal(await setVolume(service, 0.5), noVolume);
         assert.equal(await setMute(service, true), noMute);
         assert.equal(await choose(service, renderChoice, headphones.id), noSuchEndpoint);
@@ -796,21 +622,15 @@ if (isNative) {
         assert.equal(await machine.export(), withoutIt, "the default does not stand in for it");
 
         fs.writeFileSync(machine.file, studioText());
-        assert.equal(
-          await list(service),
-          listAnswer({ ...studio, selectedRender: headphones.id }),
-          "it is back",
-        );
+        const back = listAnswer({ ...studio, selectedRender: headphones.id });
+        assert.equal(await list(service), back);
         fs.writeFileSync(machine.file, withoutIt);
         assert.equal(await choose(service, renderChoice, speakers.id), answers.done);
         assert.equal(await list(service), listAnswer({ ...gone, selectedRender: speakers.id }));
         assert.equal(await setVolume(service, 0.5), answers.done);
         assert.equal(await setMute(service, true), answers.done);
-        const ownKey = `${ownPath}\\${speakers.id}`;
-        assert.deepEqual(difference(withoutIt, await machine.export()), {
-          removed: [],
-          added: [valueEntry(ownKey, "Muted", dwordData(1)), valueEntry(ownKey, "Volume", textData("0.5"))],
-        });
+        const added = [muteEntry(speakers.id, true), volumeEntry(speakers.id, "0.5")];
+        assert.deepEqual(difference(withoutIt, await machine.export()), { removed: [], added });
       });
     }
   });
@@ -823,16 +643,10 @@ if (isNative) {
   test("a volume reaches the machine, in 32 bits", limits, async (t) => {
     const { machine, service } = await startOn(t, studioText());
     const rows = [
-      ['{"volume":0}', "0"],
       ['{"volume":1}', "1"],
-      ['{"volume":0.5}', "0.5"],
       ['{"volume":0.1}', "0.100000001"],
-      ['{"volume":1.00000001}', "1"],
       ['{"volume":1e-45}', "1.40129846e-45"],
-      ['{"volume":1e-99}', "0"],
       ['{"volume":-0}', "-0"],
-      [' {\r\n"volume"\t: 2.5e-1 , "muted":true}', "0.25"],
-      ['"volume":.75x', "0.75"],
       ['{"volume":0.3,"volume":2}', "0.300000012"],
     ];
     for (const [body, kept] of rows) {
@@ -855,8 +669,6 @@ if (isNative) {
       ['{"muted":true}', true],
       ['{"muted":true}', true],
       ['{"muted":false}', false],
-      [' { "muted"\n: trueish', true],
-      ['{"muted":false,"muted":true}', false],
     ];
     for (const [body, kept] of rows) {
       const before = await machine.export();
@@ -881,15 +693,12 @@ if (isNative) {
     // The capture choice has no part in it.
     assert.equal(await choose(service, captureChoice, lineIn.id), answers.done);
     assert.equal(await setVolume(service, 0.75), answers.done);
-    const kept = {
-      removed: [],
-      added: [
-        keyEntry(`${ownPath}\\${headphones.id}`),
-        muteEntry(speakers.id, true),
-        volumeEntry(headphones.id, "0.75"),
-        volumeEntry(speakers.id, "0.5"),
-      ].sort(),
-    };
+    const own = [
+      volumeEntry(headphones.id, "0.75"),
+      volumeEntry(speakers.id, "0.5"),
+      muteEntry(speakers.id, true),
+    ];
+    const kept = { removed: [], added: [keyEntry(`${ownPath}\\${headphones.id}`), ...own].sort() };
     assert.deepEqual(difference(studioText(), await machine.export()), kept);
     await service.stop();
     assert.deepEqual(difference(studioText(), await machine.export()), kept);
@@ -920,11 +729,8 @@ if (isNative) {
         assert.equal(fs.existsSync(machine.file) ? await machine.export() : null, spoilt, "it is left alone");
 
         fs.writeFileSync(machine.file, studioText());
-        assert.equal(
-          await list(service),
-          listAnswer({ ...studio, selectedRender: speakers.id }),
-          "the choice stood",
-        );
+        const kept = listAnswer({ ...studio, selectedRender: speakers.id });
+        assert.equal(await list(service), kept, "the choice stays");
         assert.equal(await setVolume(service, 0.5), answers.done);
       });
     }
