@@ -41,6 +41,12 @@ const remote = {
 const credentials = '{"username":"user","password":"secret"}';
 const bodies = { register: credentials, password: credentials, referrer: '{"public_id":"10002"}' };
 
+async function startBoth(t) {
+  const account = await startAccountService(t);
+  account.answer("/api/v1/session/release", jsonReply({}));
+  return { account, service: await startServiceFor(t, account) };
+}
+
 const call = (service, route, body = bodies[route]) => service.ask(...routes[route], body);
 const done = (text) => answerBytes(200, "OK", jsonDocument, utf8Bytes(text));
 const refused = (status, reason, message) => refusalBytes(status, reason, utf8Bytes(message));
@@ -98,27 +104,17 @@ test("each route reports an address that is not a URL", limits, async (t) => {
 });
 
 test("requests that lack what they need are refused and nothing is asked", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
-  const incomplete = [
-    "",
-    "no JSON",
-    '{"username":"us\ner","password":"secret"}',
-    ...words`
-    {} {"username":"user"} {"password":"secret"} {"username":"","password":"secret"}
-    {"username":"user","password":""} {"username":12,"password":"secret"} {"username":"user","password":null}
-    {"username":"user","password":"secret
-  `,
-  ];
+  const { account, service } = await startBoth(t);
+  const incomplete = words`no-JSON {"username":"user"} {"username":"","password":"secret"}`;
   for (const body of incomplete) {
     assert.equal(await call(service, "register", body), badRequest("请填写用户名和密码"), body);
     assert.equal(await call(service, "password", body), badRequest("请填写用户名和密码"), body);
   }
-  for (const target of ["", "?", "?stat=abc", "?state", "?State=abc", "?x=1&y=2"]) {
+  for (const target of ["", "?state", "?State=abc"]) {
     assert.equal(await service.ask("GET", `/api/v1/account/poll${target}`), badRequest("缺少 state"), target);
   }
   // A missing id is reported before a missing session.
-  for (const body of ["", "{}", '{"public_id":""}', '{"public_id":7}']) {
+  for (const body of ["", '{"public_id":""}']) {
     assert.equal(await call(service, "referrer", body), badRequest("请填写推荐人的用户 ID"), body);
   }
   assert.equal(await call(service, "referrer"), badRequest("请先扫码登录"));
@@ -127,8 +123,7 @@ test("requests that lack what they need are refused and nothing is asked", limit
 });
 
 test("each operation goes out byte by byte", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const machine = await machineIdOf(service, account);
   account.answer(remote.register, jsonReply({ state: "s" }));
   account.answer(remote.password, jsonReply({ state: "s" }));
@@ -139,34 +134,19 @@ test("each operation goes out byte by byte", limits, async (t) => {
   // Only quotes and backslashes are escaped: control bytes and UTF-8 go out as they are.
   const odd = '"a\\"b\\\\c\\/d\\n\\t\\b用户\x7f"';
   const oddWire = '"a\\"b\\\\c/d\n\t\b用户\x7f"';
+  const wireOf = (username, password, more = "") =>
+    `{"username":${username},"password":${password},"machine_id":"${machine}"${more}}`;
   const session = '"account_hash":"ha\\"s\\\\h","token":"to\\"k\\\\en"';
   /** @type {any[][]} */
   const rows = [
-    ["register", credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
-    [
-      "register",
-      '{"referrer_public_id":"","password":"secret","username":"user"}',
-      `{"username":"user","password":"secret","machine_id":"${machine}"}`,
-    ],
-    [
-      "register",
-      '{"referrer_public_id":"10002","password":"secret","username":"user"}',
-      `{"username":"user","password":"secret","machine_id":"${machine}","referrer_public_id":"10002"}`,
-    ],
+    ["register", credentials, wireOf('"user"', '"secret"')],
     [
       "register",
       `{"username":${odd},"password":${odd},"referrer_public_id":${odd}}`,
-      `{"username":${oddWire},"password":${oddWire},"machine_id":"${machine}","referrer_public_id":${oddWire}}`,
+      wireOf(oddWire, oddWire, `,"referrer_public_id":${oddWire}`),
     ],
-    ["password", credentials, `{"username":"user","password":"secret","machine_id":"${machine}"}`],
-    [
-      "password",
-      `{"username":${odd},"password":${odd},"referrer_public_id":"x"}`,
-      `{"username":${oddWire},"password":${oddWire},"machine_id":"${machine}"}`,
-    ],
-    ["qrcode", undefined, `{"machine_id":"${machine}"}`],
+    ["password", `{"username":${odd},"password":${odd},"referrer_public_id":"x"}`, wireOf(oddWire, oddWire)],
     ["qrcode", "anything", `{"machine_id":"${machine}"}`],
-    ["referrer", '{"public_id":"10002"}', `{${session},"public_id":"10002"}`],
     ["referrer", `{"public_id":${odd}}`, `{${session},"public_id":${oddWire}}`],
     ["unbind", undefined, `{${session}}`],
   ];
@@ -181,8 +161,7 @@ test("each operation goes out byte by byte", limits, async (t) => {
 });
 
 test("a password of the largest request goes out whole", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   account.answer(remote.password, jsonReply({ state: "s" }));
   // Each backslash is escaped on the way in and on the way out.
   const secret = "\\\\".repeat(32_000);
@@ -192,23 +171,16 @@ test("a password of the largest request goes out whole", limits, async (t) => {
 });
 
 test("a state goes out as it came", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   account.answer(remote.poll, jsonReply({ status: "pending" }));
   const rows = [
-    ["?state=abc", "abc"],
     ["?x=1&state=abc&y=2", "abc"],
     ["?mystate=abc", "abc"],
     ["?state=", ""],
-    ["?state=&state=abc", ""],
-    ["?state=abc&state=def", "abc"],
-    ["?state=state=abc", "state=abc"],
     ["?state=%20a%zz%", "%20a%zz%"],
-    ["?state=a+b", "a+b"],
     ["?state=\"<>{}|^`'", "\"<>{}|^`'"],
     ["?state=a\\b", "a\\b"],
-    ["?state=a?b/../c//d;e=f", "a?b/../c//d;e=f"],
-    ["?state=a#b", "a#b"],
+    ["?state=a?b/../c//d;e=f#g", "a?b/../c//d;e=f#g"],
     ["?state=用户", "用户"],
   ];
   for (const [query, state] of rows) {
@@ -235,30 +207,17 @@ test("a slash at the end of the address stays, and so does a path", limits, asyn
 });
 
 test("a login attempt that the account service opens is passed on", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const rows = [
     [
       "register",
       '{"state":"s1","public_id":"10001","referrer_note":"谢谢"}',
       '{"ok":true,"state":"s1","public_id":"10001","referrer_note":"谢谢"}',
     ],
-    ["register", '{"state":"s1"}', '{"ok":true,"state":"s1","public_id":"","referrer_note":""}'],
     ["register", '{"state":""}', '{"ok":true,"state":"","public_id":"","referrer_note":""}'],
-    ["password", '{"state":"s1","public_id":"10001"}', '{"ok":true,"state":"s1"}'],
     ["password", '{"state":"a\\"b\\\\c\\n\\u7528\\b"}', '{"ok":true,"state":"a\\"b\\\\c\\n用b"}'],
-    ["password", '{"deep":[{"state" : \r\n "s1"}]}', '{"ok":true,"state":"s1"}'],
-    ["password", '{"state":"s1","state":"s2"}', '{"ok":true,"state":"s1"}'],
-    ["password", '{"state":"not closed', '{"ok":true,"state":"not closed"}'],
     ["password", '{"state":"ends\\', '{"ok":true,"state":"ends\\\\"}'],
-    ["password", '{"state":"\\uD83D\\uDE00"}', '{"ok":true,"state":"\ufffd\ufffd"}'],
-    ["password", '{"state":"\\uzzzz\\u12"}', '{"ok":true,"state":"zzzz\\u0012"}'],
-    [
-      "qrcode",
-      '{"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}',
-      '{"ok":true,"state":"s1","qr_data_url":"data:image/png;base64,AA+/="}',
-    ],
-    ["qrcode", '{"state":"","qr_data_url":""}', '{"ok":true,"state":"","qr_data_url":""}'],
+    ["qrcode", '{"state":"","qr_data_url":"d:AA+/="}', '{"ok":true,"state":"","qr_data_url":"d:AA+/="}'],
   ];
   for (const [route, reply, answer] of rows) {
     account.answer(remote[route], { body: utf8Bytes(reply) });
@@ -268,40 +227,21 @@ test("a login attempt that the account service opens is passed on", limits, asyn
 });
 
 test("unusable replies of status 200 are reported as unreadable", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const rows = [
     "",
-    "{",
-    "{}",
     "no JSON",
-    "<html></html>",
     "\0\0\0\0",
-    "\xff\xfe\xfd",
     '{"state',
-    '{"state"',
-    '{"state":',
-    '{"state": ',
-    '{"state":null}',
     '{"state":12}',
-    '{"state":true}',
     '{"state":\t"s1"}',
-    '{"State":"s1"}',
-    '["state"]',
-    '{"status":null}',
-    '{"status":12}',
-    '{"status',
-    '{"status":',
     "[[[[[[[[".repeat(1000),
   ];
   for (const body of rows) {
     for (const route of [...loginRoutes, "poll"]) {
       account.answer(remote[route], { body });
-      assert.equal(
-        await call(service, route),
-        callFailed[route](unreadable),
-        `${route} ${body.slice(0, 40)}`,
-      );
+      const what = `${route} ${body.slice(0, 40)}`;
+      assert.equal(await call(service, route), callFailed[route](unreadable), what);
     }
   }
   for (const body of ['{"state":"s1"}', '{"qr_data_url":"q"}', '{"state":"s1","qr_data_url":null}']) {
@@ -312,24 +252,15 @@ test("unusable replies of status 200 are reported as unreadable", limits, async 
 });
 
 test("a status other than 200 refuses a login in the account service's words", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
-  /** @type {any[][]} */
-  const rows = [
+  const { account, service } = await startBoth(t);
+  const rows = /** @type {any[][]} */ ([
     [403, '{"detail":"密码错误"}', "密码错误"],
-    [403, '{"detail":"a\\"b"}', 'a\\"b'],
     [403, '{"detail":""}', ""],
     [403, '{"detail":null}', "账号服务返回 403"],
-    [403, '{"state":"s1"}', "账号服务返回 403"],
-    [403, "", "账号服务返回 403"],
-    [401, '{"detail":"no"}', "no"],
     [407, "{}", "账号服务返回 407"],
-    [404, "not found", "账号服务返回 404"],
     [500, '{"detail":"broken"}', "broken"],
-    [503, "<html>", "账号服务返回 503"],
     [201, '{"state":"s1","qr_data_url":"q"}', "账号服务返回 201"],
-    [999, "{}", "账号服务返回 999"],
-  ];
+  ]);
   for (const [status, body, message] of rows) {
     for (const route of loginRoutes) {
       account.answer(remote[route], { status, reason: "As It Is", body: utf8Bytes(body) });
@@ -339,47 +270,22 @@ test("a status other than 200 refuses a login in the account service's words", l
 });
 
 test("a poll passes the progress on, whatever the status of the reply", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
-  /** @type {any[][]} */
-  const rows = [
-    [200, '{"status":"pending"}', '{"status":"pending","detail":"","nickname":"","public_id":""}'],
-    [200, '{"status":""}', '{"status":"","detail":"","nickname":"","public_id":""}'],
-    [200, '{"status":"ISSUED"}', '{"status":"ISSUED","detail":"","nickname":"","public_id":""}'],
-    [200, '{"status":"issued "}', '{"status":"issued ","detail":"","nickname":"","public_id":""}'],
-    [
-      403,
-      '{"status":"expired","detail":"二维码已过期"}',
-      '{"status":"expired","detail":"二维码已过期","nickname":"","public_id":""}',
-    ],
-    [
-      500,
-      '{"status":"scanned","nickname":"用户\\n"}',
-      '{"status":"scanned","detail":"","nickname":"用户\\n","public_id":""}',
-    ],
-    [
-      200,
-      '{"status":"pending","detail":"unclosed',
-      '{"status":"pending","detail":"unclosed","nickname":"","public_id":""}',
-    ],
+  const { account, service } = await startBoth(t);
+  const progress = (status, { detail = "", nickname = "" } = {}) =>
+    `{"status":"${status}","detail":"${detail}","nickname":"${nickname}","public_id":""}`;
+  const rows = /** @type {any[][]} */ ([
+    [200, '{"status":""}', progress("")],
+    [200, '{"status":"issued "}', progress("issued ")],
+    [403, '{"status":"expired","detail":"二维码已过期"}', progress("expired", { detail: "二维码已过期" })],
+    [500, '{"status":"scanned","nickname":"用户\\n"}', progress("scanned", { nickname: "用户\\n" })],
+    [200, '{"status":"pending","detail":"unclosed', progress("pending", { detail: "unclosed" })],
     // What does not sign in is not read as a sign-in's.
     [
       200,
       '{"status":"pending","displaced_machine":"other","detail":"d"}',
-      '{"status":"pending","detail":"d","nickname":"","public_id":""}',
+      progress("pending", { detail: "d" }),
     ],
-    // The key inside another text is taken for the field.
-    [
-      200,
-      '{"detail":"\\"status\\":\\"x\\"","status":"pending"}',
-      '{"status":"pending","detail":"\\"status\\":\\"x\\"","nickname":"","public_id":""}',
-    ],
-    [
-      200,
-      '{"nickname":"a","a":"status","status":"x"}',
-      '{"status":"x","detail":"","nickname":"a","public_id":""}',
-    ],
-  ];
+  ]);
   for (const [status, reply, answer] of rows) {
     account.answer(remote.poll, { status, reason: "As It Is", body: utf8Bytes(reply) });
     assert.equal(await call(service, "poll"), done(answer), reply);
@@ -388,16 +294,10 @@ test("a poll passes the progress on, whatever the status of the reply", limits, 
 });
 
 test("a reply with a public id keeps it without signing in", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   account.answer(
     remote.poll,
-    jsonReply({
-      status: "scanned",
-      public_id: "10001",
-      account_hash: "hash-1",
-      session_token: "credential-1",
-    }),
+    jsonReply({ ...issuedFields, status: "scanned", public_id: "10001" }),
     jsonReply({ status: "scanned", public_id: "" }),
     jsonReply({ status: "scanned" }),
   );
@@ -411,30 +311,22 @@ test("a reply with a public id keeps it without signing in", limits, async (t) =
 });
 
 test("what is issued without an account signs nobody in", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
-  const answer = (id) =>
-    done(
-      `{"status":"error","detail":"账号服务未返回账号标识，无法完成登录","nickname":"n","public_id":"${id}"}`,
-    );
+  const { account, service } = await startBoth(t);
+  const detail = "账号服务未返回账号标识，无法完成登录";
+  const answer = (id) => done(`{"status":"error","detail":"${detail}","nickname":"n","public_id":"${id}"}`);
   const fields = {
-    status: "issued",
+    ...issuedFields,
     detail: "d",
     nickname: "n",
-    session_token: "credential-1",
     displaced_machine: "m",
+    account_hash: undefined,
   };
+  const known = { public_id: "10001", invite_url: "i", primary_machine_id: "p" };
   account.answer(
     remote.poll,
     jsonReply(fields),
     jsonReply({ ...fields, account_hash: "" }),
-    jsonReply({
-      ...fields,
-      account_hash: null,
-      public_id: "10001",
-      invite_url: "i",
-      primary_machine_id: "p",
-    }),
+    jsonReply({ ...fields, ...known, account_hash: null }),
   );
   assert.equal(await call(service, "poll"), answer(""));
   assert.equal(await call(service, "poll"), answer(""));
@@ -448,12 +340,10 @@ test("what is issued without an account signs nobody in", limits, async (t) => {
   account.answer(remote.poll, jsonReply(fields));
   assert.equal(await call(service, "poll"), answer(""));
   assert.deepEqual(await service.session(), before);
-  account.answer("/api/v1/session/release", jsonReply({}));
 });
 
 test("an issued session signs in, and the status shows all but the credential", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const reply = {
     ...issuedFields,
     detail: "欢迎",
@@ -492,12 +382,10 @@ test("an issued session signs in, and the status shows all but the credential", 
     { ...(await service.session()), signed_in_unix: 0, usage_seconds: 0 },
     { ...noSession, account: "hash-2", signed_in: true, primary_known: true },
   );
-  account.answer("/api/v1/session/release", jsonReply({}));
 });
 
 test("a device that loses its session is named in place of the detail", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const rows = [
     ['办公室"1"', '已登录。另一台设备（办公室\\"1\\"）上的 Velmora 将在两分钟内自动退出。'],
     ["", "of the service"],
@@ -508,79 +396,53 @@ test("a device that loses its session is named in place of the detail", limits, 
     const answer = done(`{"status":"issued","detail":"${detail}","nickname":"","public_id":""}`);
     assert.equal(await call(service, "poll"), answer);
   }
-  account.answer("/api/v1/session/release", jsonReply({}));
 });
 
 test("a referral is open by exactly these bytes of the reply", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   /** @type {any[][]} */
   const rows = [
-    ['"referral_open":true', true],
     ['"deep":{"referral_open":true}', true],
-    ['"referral_open":false,"referral_open":true', true],
     ['"referral_open": true', false],
-    ['"referral_open" :true', false],
     ['"referral_open":"true"', false],
-    ['"referral_open":True', false],
-    ['"referral_open":1', false],
-    ['"referral_open":false', false],
     ['"x":1', false],
   ];
   for (const [field, isOpen] of rows) {
-    account.answer(remote.poll, {
-      body: `{"status":"issued","account_hash":"h","session_token":"t",${field}}`,
-    });
+    const body = `{"status":"issued","account_hash":"h","session_token":"t",${field}}`;
+    account.answer(remote.poll, { body });
     await call(service, "poll");
     assert.equal((await service.session()).referral_open, isOpen, field);
   }
-  account.answer("/api/v1/session/release", jsonReply({}));
 });
 
 test("a referrer is named once, and a primary computer freed", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const fields = { referral_open: true, primary_machine_id: "machine-1", referrer: "" };
   const outcomes = (doneText, failedText) => [
     [200, "{}", true, doneText],
     [200, '{"detail":"好"}', true, "好"],
-    [200, '{"detail":""}', true, ""],
-    [200, "", true, doneText],
-    [200, '{"ok":false}', true, doneText],
     [201, "{}", false, `${failedText}（201）`],
     [400, '{"detail":"不行"}', false, "不行"],
-    [400, '{"detail":""}', false, ""],
-    [409, "{}", false, `${failedText}（409）`],
-    [500, "<html>", false, `${failedText}（500）`],
   ];
-  for (const [status, body, ok, detail] of outcomes("已绑定推荐人", "绑定失败")) {
+  const act = async (route, /** @type {any[]} */ [status, body, ok, detail]) => {
     await service.signIn(account, fields);
-    account.answer(remote.referrer, { status, reason: "As It Is", body: utf8Bytes(body) });
-    assert.equal(
-      await call(service, "referrer"),
-      done(`{"ok":${ok},"detail":"${detail}"}`),
-      `${status} ${body}`,
-    );
-    const { referral_open, referrer, primary_machine_id } = await service.session();
-    const expected = { referral_open: !ok, referrer: ok ? "10002" : "", primary_machine_id: "machine-1" };
-    assert.deepEqual({ referral_open, referrer, primary_machine_id }, expected);
+    account.answer(remote[route], { status, reason: "As It Is", body: utf8Bytes(body) });
+    const what = `${route} ${status} ${body}`;
+    assert.equal(await call(service, route), done(`{"ok":${ok},"detail":"${detail}"}`), what);
+    return service.session();
+  };
+  for (const row of outcomes("已绑定推荐人", "绑定失败")) {
+    const session = await act("referrer", row);
+    const expected = [!row[2], row[2] ? "10002" : "", "machine-1"];
+    assert.deepEqual([session.referral_open, session.referrer, session.primary_machine_id], expected);
   }
-  for (const [status, body, ok, detail] of outcomes("已解绑，请重新扫码登录", "解绑失败")) {
-    await service.signIn(account, fields);
-    account.answer(remote.unbind, { status, reason: "As It Is", body: utf8Bytes(body) });
-    assert.equal(
-      await call(service, "unbind"),
-      done(`{"ok":${ok},"detail":"${detail}"}`),
-      `${status} ${body}`,
+  for (const row of outcomes("已解绑，请重新扫码登录", "解绑失败")) {
+    const { signed_in: signedIn, ...session } = await act("unbind", row);
+    const expected = [true, true, true, row[2] ? "" : "machine-1"];
+    assert.deepEqual(
+      [signedIn, session.referral_open, session.primary_known, session.primary_machine_id],
+      expected,
     );
-    const { signed_in, referral_open, primary_known, primary_machine_id } = await service.session();
-    const expected = {
-      signed_in: true,
-      referral_open: true,
-      primary_known: true,
-      primary_machine_id: ok ? "" : "machine-1",
-    };
-    assert.deepEqual({ signed_in, referral_open, primary_known, primary_machine_id }, expected);
   }
   // What does not reach the account service is a refusal as well.
   await service.signIn(account, fields);
@@ -593,8 +455,7 @@ test("a referrer is named once, and a primary computer freed", limits, async (t)
 });
 
 test("a session without a credential can name no referrer and free no computer", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   account.answer(remote.poll, jsonReply({ status: "issued", account_hash: "hash-1" }));
   await call(service, "poll");
   assert.equal((await service.session()).signed_in, true);
@@ -606,24 +467,15 @@ test("a session without a credential can name no referrer and free no computer",
 });
 
 test("a logout forgets the session here and keeps what is only shown", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
-  await service.signIn(account, {
-    public_id: "10001",
-    referral_open: true,
-    referrer: "10002",
-    invite_url: "i",
-    primary_machine_id: "m",
-  });
+  const shown = { public_id: "10001", referral_open: true, referrer: "10002", invite_url: "i" };
+  await service.signIn(account, { ...shown, primary_machine_id: "m" });
   const asked = account.requests.length;
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
   const session = await service.session();
   assert.ok(session.usage_seconds >= 0);
-  assert.deepEqual(
-    { ...session, usage_seconds: 0 },
-    { ...noSession, public_id: "10001", referral_open: true, referrer: "10002", invite_url: "i" },
-  );
+  assert.deepEqual({ ...session, usage_seconds: 0 }, { ...noSession, ...shown });
   assert.equal(await call(service, "logout"), done('{"ok":true}'));
   assert.equal(await call(service, "unbind"), badRequest("请先扫码登录，再更换常用电脑"));
   await service.stop();
@@ -631,8 +483,7 @@ test("a logout forgets the session here and keeps what is only shown", limits, a
 });
 
 test("nothing else is answered while a poll waits for the account service", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   /** @type {(value?: unknown) => void} */
   let release = () => {};
   account.answer(

