@@ -23,26 +23,16 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
     [`127.0.0.1:${port}`, true],
     [`localhost:${port}`, true],
     [`LOCALHOST:${port}`, true],
-    [`LocalHost:${port}`, true],
     [`  127.0.0.1:${port}\t`, true],
     [null, false],
     ["", false],
     ["127.0.0.1", false],
-    ["localhost", false],
     [`127.0.0.1:${otherPort}`, false],
-    [`localhost:${otherPort}`, false],
     [`127.0.0.1:0${port}`, false],
-    [`127.0.0.1:${port}0`, false],
     [`127.0.0.1:${port}.`, false],
-    [`127.1:${port}`, false],
-    [`127.0.0.2:${port}`, false],
     [`[::1]:${port}`, false],
-    [`::1:${port}`, false],
     [`localhost.:${port}`, false],
-    [`localhost.localdomain:${port}`, false],
     [`evil.example:${port}`, false],
-    [`http://127.0.0.1:${port}`, false],
-    [`user@127.0.0.1:${port}`, false],
     [`127.0.0.1 :${port}`, false],
   ];
   for (const [host, passes] of hosts) {
@@ -57,19 +47,13 @@ test("only local requests pass", { timeout: 60_000 }, async (t) => {
     [`http://127.0.0.1:${port}`, true],
     [`http://localhost:${port}`, true],
     [`HTTP://LOCALHOST:${port}`, true],
-    [`Http://LocalHost:${port}`, true],
     [`HTTP://127.0.0.1:${port}`, false],
     ["", false],
     ["null", false],
-    ["http://127.0.0.1", false],
     [`https://127.0.0.1:${port}`, false],
-    [`https://localhost:${port}`, false],
     [`http://127.0.0.1:${otherPort}`, false],
-    [`http://localhost:${otherPort}`, false],
     [`http://127.0.0.1:${port}/`, false],
-    [`http://[::1]:${port}`, false],
     [`127.0.0.1:${port}`, false],
-    ["http://evil.example", false],
     [`http://127.0.0.1:${port} http://evil.example`, false],
   ];
   for (const [origin, passes] of origins) {
@@ -99,14 +83,10 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
     [null, false],
     ["", false],
     [token.toLowerCase(), false],
-    [token.toUpperCase(), false],
     [token.slice(0, -1), false],
     [`${token}0`, false],
     [`${token}\0`, false],
-    [`${token} ${token}`, false],
-    [`"${token}"`, false],
     [`Bearer ${token}`, false],
-    ["x".repeat(token.length), false],
     ["x".repeat(30_000), false],
   ];
   for (const [value, passes] of tokens) {
@@ -118,24 +98,14 @@ test("everything under /api/ needs the token", { timeout: 60_000 }, async (t) =>
     });
   }
   await t.test("the last of two token headers counts", async () => {
-    const rightLast = [
-      ["X-Velmora-Token", "wrong"],
-      ["x-velmora-token", token],
-    ];
-    const wrongLast = [
-      ["X-Velmora-Token", token],
-      ["x-velmora-token", "wrong"],
-    ];
+    const twice = (first, second) => [first, second].map((value) => ["X-Velmora-Token", value]);
     const ask = (headers) => service.exchange(service.requestBytes({ target: "/api/", headers }));
-    assert.equal(await ask(rightLast), answers.notFound);
-    assert.equal(await ask(wrongLast), answers.noToken);
+    assert.equal(await ask(twice("wrong", token)), answers.notFound);
+    assert.equal(await ask(twice(token, "wrong")), answers.noToken);
   });
   await t.test("a token in the query or under another name is none", async () => {
     const target = `/api/v1/nothing?token=${token}`;
-    const headers = [
-      ["Authorization", `Bearer ${token}`],
-      ["Cookie", `token=${token}`],
-    ];
+    const headers = Object.entries({ Authorization: `Bearer ${token}`, Cookie: `token=${token}` });
     await service.expectFor(answers.noToken, service.requestBytes({ target, headers }));
   });
 });
@@ -147,7 +117,6 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
   const badHost = "Host: evil.example\r\n";
   const rightToken = `X-Velmora-Token: ${token}\r\n`;
   const signed = goodHost + rightToken;
-  const encoded = algorithm.replace("algorithm", "%61lgorithm");
   const { done, invalidRequest, notFound, notLocal, noToken } = answers;
   // What is asked, its first line, the headers, and the answer.
   const table = [
@@ -159,26 +128,18 @@ test("the first decision that refuses is the one that answers", { timeout: 60_00
       invalidRequest,
     ],
     ["a foreign host before a page", "GET / HTTP/1.1", badHost, notLocal],
-    ["a foreign host before an unknown path", "GET /none HTTP/1.1", badHost, notLocal],
     ["a foreign host before the token", "GET /api/ HTTP/1.1", badHost, notLocal],
-    ["a foreign host with the right token", "GET /api/ HTTP/1.1", badHost + rightToken, notLocal],
     ["a foreign origin with the right token", "GET /api/ HTTP/1.1", `Origin: null\r\n${signed}`, notLocal],
     ["an unknown path before the token", "GET /none HTTP/1.1", goodHost, notFound],
     ["/api without the slash before the token", "GET /api HTTP/1.1", goodHost, notFound],
     ["the token before an unknown route", "GET /api/none HTTP/1.1", goodHost, noToken],
     ["the token before a known route", `PUT ${footstep} HTTP/1.1`, goodHost, noToken],
     ["an unknown route with the token", "GET /api/none HTTP/1.1", signed, notFound],
-    ["/api/ with the token", "GET /api/ HTTP/1.1", signed, notFound],
-    ["DELETE on an unknown route", "DELETE /api/v1/none HTTP/1.1", signed, notFound],
     ["GET on the footstep route", `GET ${footstep} HTTP/1.1`, signed, notFound],
-    ["GET on the algorithm route", `GET ${algorithm} HTTP/1.1`, signed, notFound],
-    ["POST on the footstep route", `POST ${footstep} HTTP/1.1`, signed, notFound],
     ["put in lower case", `put ${algorithm} HTTP/1.1`, signed, notFound],
     ["a slash behind the route", `PUT ${algorithm}/ HTTP/1.1`, signed, notFound],
     ["a fragment behind the route", `PUT ${algorithm}#x HTTP/1.1`, signed, notFound],
     ["a query behind the route", `PUT ${algorithm}?x=/y HTTP/1.1`, signed, done],
-    ["the route in upper case", `PUT ${algorithm.toUpperCase()} HTTP/1.1`, signed, notFound],
-    ["the route percent-encoded", `PUT ${encoded} HTTP/1.1`, signed, notFound],
   ];
   for (const [what, line, headers, expected] of table) {
     await t.test(what, () => service.expectFor(expected, `${line}\r\n${headers}\r\n`));
@@ -192,14 +153,10 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
 
   const heads = [
     ["an empty head", "\r\n\r\n"],
-    ["an empty first line", `\r\nGET / HTTP/1.1\r\n${host}\r\n`],
     ["a blank first line", ` \t\r\n${host}\r\n`],
-    ["a method alone", `GET\r\n${host}\r\n`],
     ["no version", `GET /\r\n${host}\r\n`],
     ["version 2.0", `GET / HTTP/2.0\r\n${host}\r\n`],
-    ["version 0.9", `GET / HTTP/0.9\r\n${host}\r\n`],
     ["the prefix without its point", `GET / HTTP/1\r\n${host}\r\n`],
-    ["the prefix with another letter for its point", `GET / HTTP/11\r\n${host}\r\n`],
     ["a lower-case version", `GET / http/1.1\r\n${host}\r\n`],
     ["a target with a blank", `GET /a b HTTP/1.1\r\n${host}\r\n`],
     ["the greeting of a secure connection", "\x16\x03\x01\x00\xee\x01\x00\x00\xea\x03\x03\r\n\r\n"],
@@ -208,14 +165,7 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
     await t.test(what, () => service.expectFor(answers.invalidRequest, bytes));
   }
 
-  const lengths = [
-    "",
-    "5 5",
-    ...words`
-    +5 -5 -0 5x x 0x5 5,5 5.0 1e1 "5" 18446744073709551616 99999999999999999999999999 65536 4294967296
-    9223372036854775807
-  `,
-  ];
+  const lengths = ["", "5 5", ...words`+5 -0 5x 0x5 5.0 18446744073709551616 65536`];
   for (const length of lengths) {
     await t.test(`a content length of ${JSON.stringify(length)}`, async () => {
       const bytes = `GET /help.html HTTP/1.1\r\n${host}Content-Length: ${length}\r\n\r\n`;
@@ -239,10 +189,8 @@ test("what is no request gets 400", { timeout: 60_000 }, async (t) => {
   const cutShort = [
     ["nothing at all", ""],
     ["half a head", `GET /help.html HTTP/1.1\r\n${host}`],
-    ["a head whose end is cut", `GET /help.html HTTP/1.1\r\n${host}\r`],
     ["a head that ends with bare line feeds", `GET /help.html HTTP/1.1\n${host.replace("\r", "")}\n`],
     ["half a body", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n12345`],
-    ["a body without its last byte", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 10\r\n\r\n123456789`],
   ];
   for (const [what, bytes] of cutShort) {
     await t.test(`${what}, and the client's side ended`, async () => {
@@ -263,20 +211,15 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
   const table = [
     ["version 1.0", `GET /help.html HTTP/1.0\r\n${host}\r\n`],
     ["the bare prefix", `GET /help.html HTTP/1.\r\n${host}\r\n`],
-    ["version 1.9x", `GET /help.html HTTP/1.9x\r\n${host}\r\n`],
     ["a fourth token", `GET /help.html HTTP/1.1 and more\r\n${host}\r\n`],
     ["other white space between the tokens", `\t GET \v\f/help.html\t\tHTTP/1.1 \r\n${host}\r\n`],
     ["bare line feeds between the lines", `GET /help.html HTTP/1.1\nHost: ${address}\nX: y\r\n\r\n`],
-    ["HOST in upper case", `GET /help.html HTTP/1.1\r\nHOST: ${address}\r\n\r\n`],
     ["a blank before the colon", `GET /help.html HTTP/1.1\r\nhost :${address}\r\n\r\n`],
-    ["a blank before the name", `GET /help.html HTTP/1.1\r\n Host:${address}\r\n\r\n`],
     ["two hosts, the last of them right", `GET /help.html HTTP/1.1\r\nHost: x\r\n${host}\r\n`],
     ["lines without a colon", `GET /help.html HTTP/1.1\r\nno colon\r\n${host}nor here\r\n\r\n`],
-    ["a line with an empty name", `GET /help.html HTTP/1.1\r\n: x\r\n${host}\r\n`],
     ["a header of 60000 bytes", `GET /help.html HTTP/1.1\r\nX: ${"x".repeat(60_000)}\r\n${host}\r\n`],
     ["a thousand headers", `GET /help.html HTTP/1.1\r\n${"X-Many: x\r\n".repeat(1000)}${host}\r\n`],
     ["bytes of every value", `GET /help.html HTTP/1.1\r\nX: \0\x01\x7f\x80\xff\r\n${host}\r\n`],
-    ["a content length of 0", `GET /help.html HTTP/1.1\r\n${host}Content-Length: 0\r\n\r\n`],
     [
       "blanks and zeros round a content length",
       `GET /help.html HTTP/1.1\r\n${host}Content-Length:\t 0005 \r\n\r\n12345`,
@@ -305,12 +248,8 @@ test("what looks odd is read all the same", { timeout: 60_000 }, async (t) => {
     assert.equal(bytes.length, requestLimit);
     // The refusal of its last field shows that the body was read to its end.
     const refused = "stereo_link must be 0, 1 or 2";
-    const expected = answerBytes(
-      400,
-      "Bad Request",
-      "application/json; charset=utf-8",
-      `{"error":"${refused}"}`,
-    );
+    const type = "application/json; charset=utf-8";
+    const expected = answerBytes(400, "Bad Request", type, `{"error":"${refused}"}`);
     await service.expectFor(expected, bytes);
   });
 

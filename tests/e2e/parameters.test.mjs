@@ -123,40 +123,24 @@ const footstepAccepts = [
   ['{"bypass":false,"enhance_strength":0.75,"bypass_all":true}', false, true, 0.75],
   // A client that knows nothing of bypass_all switches it off.
   ['{"bypass":false,"enhance_strength":0.75}', false, false, 0.75],
-  ['{"bypass":true,"enhance_strength":0}', true, false, 0],
   ['{"bypass":true,"enhance_strength":1}', true, false, 1],
   ['{"bypass_all":true,"enhance_strength":1,"bypass":true}', true, true, 1],
-  ['{"bypass":false,"enhance_strength":0.1,"bypass_all":1}', false, false, 0.1],
   ['{"bypass":false,"enhance_strength":0.2,"bypass_all":"true"}', false, false, 0.2],
   [' \r\n{ "bypass"\t:\n true , "enhance_strength" :\f 0.123456789 }', true, false, 0.123456789],
-  ['"bypass":trueish,"enhance_strength":.5x', true, false, 0.5],
   ['{"bypass":false,"enhance_strength":0x1p-2}', false, false, 0.25],
-  ['{"bypass":false,"enhance_strength":+1e-1}', false, false, 0.1],
   ['{"bypass":false,"enhance_strength":1e-45}', false, false, 1e-45],
-  ['{"bypass":false,"enhance_strength":1e-99}', false, false, 0],
   ['{"bypass":false,"enhance_strength":-0}', false, false, -0],
-  ['{"bypass":false,"enhance_strength":1.00000001}', false, false, 1],
   ['{"inner":{"bypass":true,"enhance_strength":0.3},"bypass":false,"enhance_strength":2}', true, false, 0.3],
-  ['{"note":"bypass","x":false,"enhance_strength":0.6}', false, false, 0.6],
 ];
 
 const footstepRefusal = refusalBytes(400, "Bad Request", "bypass and enhance_strength (0..1) are required");
-const footstepRejects = [
-  "",
-  ...words`
-  {} null {"bypass":false} {"enhance_strength":0.5} {"bypass_all":true}
-  {"bypass_all":true,"enhance_strength":0.5} {"bypass":false,"enhance_strength":1.01}
-  {"bypass":false,"enhance_strength":1.0000001} {"bypass":false,"enhance_strength":-0.01}
-  {"bypass":false,"enhance_strength":-1e-45} {"bypass":false,"enhance_strength":1e39}
-  {"bypass":false,"enhance_strength":inf} {"bypass":false,"enhance_strength":nan}
-  {"bypass":false,"enhance_strength":"0.5"} {"bypass":false,"enhance_strength":null}
-  {"bypass":false,"enhance_strength":} {"bypass":false,"enhance_strength" {"bypass":0,"enhance_strength":0.5}
-  {"bypass":"false","enhance_strength":0.5} {"bypass":False,"enhance_strength":0.5}
-  {"bypass":fals,"enhance_strength":0.5} {"Bypass":false,"enhance_strength":0.5}
-  {'bypass':false,'enhance_strength':0.5} {"bypass":"false","bypass":true,"enhance_strength":0.4}
-  {"bypass":true,"enhance_strength":2,"enhance_strength":0.4}
-`,
-];
+// One body for each way to the refusal.
+const footstepRejects = words`
+  {} {"bypass":false} {"enhance_strength":0.5} {"bypass":false,"enhance_strength":1.0000001}
+  {"bypass":false,"enhance_strength":-1e-45} {"bypass":false,"enhance_strength":nan}
+  {"bypass":false,"enhance_strength":"0.5"} {"bypass":0,"enhance_strength":0.5}
+  {"bypass":"false","bypass":true,"enhance_strength":0.4}
+`;
 
 const trimRefusal = refusalBytes(400, "Bad Request", "output_trim_db must be between -60 and 20");
 const alphaRefusal = refusalBytes(400, "Bad Request", "mask_time_alpha must be between 0 and 0.95");
@@ -168,23 +152,17 @@ const linkRefusal = refusalBytes(400, "Bad Request", "stereo_link must be 0, 1 o
 /** @type {any[][]} */
 const algorithmAccepts = [
   ['{"output_trim_db":-60}', { trim: -600 }],
-  ['{"output_trim_db":20}', { trim: 200 }],
   ['{"output_trim_db":-5.54}', { trim: -55 }],
   ['{"mask_time_alpha":0.95}', { alpha: 242 }],
-  ['{"mask_time_alpha":0.6}', { alpha: 153 }],
   ['{"mask_frequency_smooth":1}', { smooth: 1 }],
-  ['{"mask_frequency_smooth":0.5}', { smooth: 0 }],
   ['{"limiter_enabled":false}', { limiter: false }],
   ['{"limiter_ceiling_db":-12}', { ceiling: -120 }],
-  ['{"limiter_ceiling_db":0}', { ceiling: 0 }],
   ['{"stereo_link":2}', { link: 2 }],
   ['{"stereo_link":1.9}', { link: 1 }],
   ['{"stereo_link":0}', { link: 0 }],
   // Values of another type count as absent.
   ['{"stereo_link":"2","limiter_enabled":1,"mask_time_alpha":null}', {}],
   ["", {}],
-  ["{}", {}],
-  ["not even an object", {}],
   [
     '{"stereo_link":2,"limiter_ceiling_db":-3.5,"limiter_enabled":true,"mask_frequency_smooth":1,' +
       '"mask_time_alpha":0.25,"output_trim_db":-20.04}',
@@ -193,22 +171,14 @@ const algorithmAccepts = [
 ];
 
 const algorithmRejects = [
-  ['{"output_trim_db":-60.5}', trimRefusal],
   ['{"output_trim_db":-60.00001}', trimRefusal],
-  ['{"output_trim_db":20.5}', trimRefusal],
-  ['{"mask_time_alpha":0.96}', alphaRefusal],
   ['{"mask_time_alpha":0.9500001}', alphaRefusal],
-  ['{"mask_time_alpha":-0.01}', alphaRefusal],
   ['{"mask_frequency_smooth":1.01}', smoothRefusal],
-  ['{"mask_frequency_smooth":-0.5}', smoothRefusal],
-  ['{"limiter_ceiling_db":0.1}', ceilingRefusal],
   ['{"limiter_ceiling_db":-12.1}', ceilingRefusal],
-  ['{"stereo_link":2.5}', linkRefusal],
   ['{"stereo_link":-0.1}', linkRefusal],
   // Checked in a fixed order, whatever the order in the body; one that fails at the last key changes nothing.
   ['{"stereo_link":3,"output_trim_db":21}', trimRefusal],
   ['{"limiter_ceiling_db":1,"mask_frequency_smooth":2,"mask_time_alpha":2}', alphaRefusal],
-  ['{"limiter_ceiling_db":1,"mask_frequency_smooth":2}', smoothRefusal],
   ['{"stereo_link":3,"limiter_ceiling_db":1}', ceilingRefusal],
   ['{"output_trim_db":-6,"limiter_enabled":false,"stereo_link":3}', linkRefusal],
 ];
