@@ -132,10 +132,7 @@ const plainBand = { type: 1, freq_hz: 1000, gain_db: 3, q: 1 };
 const accepts = [
   ["fifteen bands alone keep bypass and fade", bodyWith(), {}],
   ["bypass", bodyWith({}, { more: ',"bypass":false' }), { bypass: false }],
-  ["neither again", bodyWith(), {}],
   ["a bypass of another type is kept", bodyWith({}, { more: ',"bypass":"yes"' }), {}],
-  ["a bypass that is a number is kept", bodyWith({}, { more: ',"bypass":1' }), {}],
-  ["the shortest fade", bodyWith({}, { more: ',"fade_ms":1' }), { fade_ms: 1 }],
   ["the longest fade", bodyWith({}, { more: ',"fade_ms":200' }), { fade_ms: 200 }],
   ["a fade in hundredths", bodyWith({}, { more: ',"fade_ms":12.36' }), { fade_ms: 12.4 }],
   ["a fade of another type is kept", bodyWith({}, { more: ',"fade_ms":"50"' }), {}],
@@ -144,37 +141,20 @@ const accepts = [
     bodyWith().replace("{", '{"fade_ms":20,"bypass":true,'),
     { bypass: true, fade_ms: 20 },
   ],
-  ["the least type", bodyWith({ type: 0 }), { first: { type: 0 } }],
-  ["the greatest type", bodyWith({ type: 8 }), { first: { type: 8 } }],
   ["a type that is cut", bodyWith({ type: 2.5 }), { first: { type: 2 } }],
   ["a type just below 9", bodyWith({ type: 8.9 }), { first: { type: 8 } }],
-  ["a type of minus zero", bodyWith({ type: "-0" }), { first: { type: 0 } }],
-  ["the lowest frequency", bodyWith({ freq_hz: 20 }), { first: { freq_hz: 20 } }],
-  ["the highest frequency", bodyWith({ freq_hz: 20000 }), { first: { freq_hz: 20000 } }],
-  [
-    "a frequency that is rounded to the highest",
-    bodyWith({ freq_hz: 20000.0001 }),
-    { first: { freq_hz: 20000 } },
-  ],
-  ["the least gain", bodyWith({ gain_db: -30 }), { first: { gain_db: -30 } }],
-  ["the greatest gain", bodyWith({ gain_db: 30 }), { first: { gain_db: 30 } }],
-  ["a gain near nothing", bodyWith({ gain_db: "1e-5" }), { first: { gain_db: 1e-5 } }],
+  ["a frequency rounded to the highest", bodyWith({ freq_hz: 20000.0001 }), { first: { freq_hz: 20000 } }],
   ["a gain of minus zero", bodyWith({ gain_db: "-0.0" }), { first: { gain_db: -0 } }],
-  ["the least q", bodyWith({ q: 0.1 }), { first: { q: 0.1 } }],
-  ["the greatest q", bodyWith({ q: 18 }), { first: { q: 18 } }],
   [
     "more digits than are written",
     bodyWith({ freq_hz: 32.757877, q: 0.12345678 }),
     { first: { freq_hz: 32.757877, q: 0.12345678 } },
   ],
   ["an unknown key", bodyWith({ colour: '"blue"' }, { more: ',"colour":"blue"' }), {}],
-  ["sixteen bands", bodyWith({}, { count: 16 }), {}],
   ["a sixteenth band that breaks every rule", bodyWith({ type: 99, q: null }, { count: 16, place: 15 }), {}],
   ["a sixteenth band that never ends", bodyWith().replace("]}", ',{"type":{}]}'), {}],
   ["garbage between the bands", bodyWith().replaceAll("},{", '} no, comma "x" {'), {}],
   ["white space everywhere", bodyWith().replaceAll(/([:,[\]{}])/g, " \r\n\t$1 "), {}],
-  ["text round the object", `x ${bodyWith()} y`, {}],
-  ["the keys in another order", bodyWith().replaceAll(/"type":1,(.*?)\}/g, '$1,"type":1}'), {}],
 ];
 
 test("what is accepted is in the record and comes back", limits, async (t) => {
@@ -207,38 +187,22 @@ const badFade = "fade_ms must be 1..200";
 
 const rejects = [
   ["no body", "", noArray],
-  ["an empty object", "{}", noArray],
-  ["bypass and fade alone", '{"bypass":false,"fade_ms":10}', noArray],
-  ["bands that are no array", '{"bands":15}', noArray],
   ["an array without its end", bodyWith().slice(0, -2), noArray],
-  ["another case", bodyWith().replace("bands", "Bands"), noArray],
   ["no bands", '{"bands":[]}', badCount],
-  ["blanks for bands", '{"bands":[  ]}', badCount],
   ["numbers for bands", `{"bands":[${Array(15).fill(1).join(",")}]}`, badCount],
-  ["one band", bodyWith({}, { count: 1 }), badCount],
   ["fourteen bands", bodyWith({}, { count: 14 }), badCount],
   ["fourteen bands and a bad fade", bodyWith({}, { count: 14, more: ',"fade_ms":0' }), badCount],
   ["a nested object cuts its band short", bodyWith({ type: '{"type":1}' }), incomplete],
-  ["type below 0", bodyWith({ type: -1 }), badType],
   ["type just below 0", bodyWith({ type: -0.1 }), badType],
-  ["type 9", bodyWith({ type: 9 }), badType],
-  ["a type beyond every integer", bodyWith({ type: "1e30" }), badType],
-  ["frequency too low", bodyWith({ freq_hz: 19.99 }), badFrequency],
   ["frequency too high", bodyWith({ freq_hz: 20000.01 }), badFrequency],
-  ["gain too low", bodyWith({ gain_db: -30.01 }), badGain],
   ["gain too high", bodyWith({ gain_db: 30.01 }), badGain],
-  ["q too small", bodyWith({ q: 0.05 }), badQ],
   ["q too great", bodyWith({ q: 18.01 }), badQ],
   ["every rule broken: the type comes first", bodyWith({ type: 9, freq_hz: 0, gain_db: 99, q: 0 }), badType],
   ["the frequency before the gain and q", bodyWith({ freq_hz: 0, gain_db: 99, q: 0 }), badFrequency],
   ["the gain before q", bodyWith({ gain_db: 99, q: 0 }), badGain],
   ["what is missing before what is bad", bodyWith({ type: 99, q: null }), incomplete],
-  ...["type", "freq_hz", "gain_db", "q"].map((key) => [`no ${key}`, bodyWith({ [key]: null }), incomplete]),
-  ...['"1"', "true", "[1]", "nan", "inf", "1e39", ""].map((value) => [
-    `a q of ${value || "nothing"}`,
-    bodyWith({ q: value }),
-    incomplete,
-  ]),
+  ["no type", bodyWith({ type: null }), incomplete],
+  ...['"1"', "nan", ""].map((value) => [`a q of ${value || "nothing"}`, bodyWith({ q: value }), incomplete]),
   ["the last band", bodyWith({ q: 0 }, { place: 14 }), badQ],
   [
     "the first bad band counts",
@@ -247,8 +211,6 @@ const rejects = [
   ],
   ["a bad band before a bad fade", bodyWith({ q: 0 }, { more: ',"fade_ms":0' }), badQ],
   ["a fade that the record could hold", bodyWith({}, { more: ',"fade_ms":0.5' }), badFade],
-  ["a fade of nothing", bodyWith({}, { more: ',"fade_ms":0' }), badFade],
-  ["a negative fade", bodyWith({}, { more: ',"fade_ms":-1' }), badFade],
   ["a fade too long", bodyWith({}, { more: ',"fade_ms":200.1' }), badFade],
   [
     "a good bypass does not save a bad fade",
@@ -282,16 +244,10 @@ test("a refusal names the first fault and leaves the record unchanged", limits, 
     assert.deepEqual(await readRecord(t, mapping), before);
   });
   await t.test("other methods and paths", async () => {
-    for (const method of ["POST", "DELETE", "PATCH", "HEAD", "put"]) {
+    for (const method of ["POST", "put"])
       await service.expect(answers.notFound, method, equalizer, bodyWith());
-    }
-    for (const path of [
-      `${equalizer}/`,
-      `${equalizer}x`,
-      equalizer.toUpperCase(),
-      equalizer.replace("eq", "%65q"),
-    ]) {
-      await service.expect(answers.notFound, "PUT", path, bodyWith());
+    for (const target of [`${equalizer}/`, equalizer.replace("eq", "%65q")]) {
+      await service.expect(answers.notFound, "PUT", target, bodyWith());
     }
     assert.deepEqual(await readRecord(t, mapping), before);
   });
