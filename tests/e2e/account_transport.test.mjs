@@ -17,7 +17,6 @@ import {
   answerBytes,
   freePort,
   isNative,
-  isWine,
   jsonDocument,
   makeDirectory,
   refusalBytes,
@@ -31,6 +30,7 @@ import {
 
 const limits = { timeout: 120_000 };
 const remotePoll = "/api/v1/auth/poll";
+const check = "/api/v1/session/check";
 const remotePassword = "/api/v1/auth/password";
 
 const poll = (service) => service.ask("GET", "/api/v1/account/poll?state=attempt");
@@ -41,11 +41,9 @@ const badGateway = (message) => refusalBytes(502, "Bad Gateway", utf8Bytes(messa
 // What a poll came to: 'arrived' for the status of the replies below, 'unreadable', 'too large', or the number of
 // the error.
 const pending = '{"status":"pending"}';
+const pollAnswer = '{"status":"pending","detail":"","nickname":"","public_id":""}';
 const outcomes = new Map([
-  [
-    answerBytes(200, "OK", jsonDocument, '{"status":"pending","detail":"","nickname":"","public_id":""}'),
-    "arrived",
-  ],
+  [answerBytes(200, "OK", jsonDocument, pollAnswer), "arrived"],
   [badGateway("账号服务返回的内容无法识别"), "unreadable"],
   [badGateway("账号服务返回内容过大"), "too large"],
 ]);
@@ -66,6 +64,13 @@ function assertOutcome(answer, expected, what) {
 
 const plain = (lines, body = pending) => `${lines.join("\r\n")}\r\n\r\n${body}`;
 
+async function startBoth(t) {
+  const account = await startAccountService(t);
+  return { account, service: await startServiceFor(t, account) };
+}
+
+const attemptArrived = answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}');
+
 // The most memory that a running program has had at once.
 function peakMib(service) {
   const status = fs.readFileSync(`/proc/${service.child.pid}/status`, "utf8");
@@ -75,68 +80,38 @@ function peakMib(service) {
 const mostMib = 128;
 
 test("replies in every shape and out of shape", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const end = { then: "end" };
   const reset = { then: "reset" };
+  const reply = (...headers) => plain(["HTTP/1.1 200 OK", ...headers]);
+  const chunked = (body) => plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], body);
+  const singles = [...pending].map((byte) => `1\r\n${byte}\r\n`).join("");
+  const fiveHundred = Array.from({ length: 500 }, (_, index) => [`X${index}`, "y"]);
+  const wanting = (status, name) => ({ status, headers: [[name, 'Basic realm="x"']], body: pending });
   /** @type {any[][]} */
   const rows = [
     ["with a length", { body: pending }, "arrived"],
     ["in chunks", { body: pending, framing: "chunked" }, "arrived"],
-    [
-      "in chunks of one byte",
-      {
-        raw: plain(
-          ["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"],
-          `${[...pending].map((byte) => `1\r\n${byte}\r\n`).join("")}0\r\n\r\n`,
-        ),
-      },
-      "arrived",
-    ],
-    [
-      "in chunks with a trailer",
-      {
-        raw: plain(
-          ["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"],
-          `14\r\n${pending}\r\n0\r\nX: y\r\n\r\n`,
-        ),
-      },
-      "arrived",
-    ],
+    ["in chunks of one byte", { raw: chunked(`${singles}0\r\n\r\n`) }, "arrived"],
+    ["in chunks with a trailer", { raw: chunked(`14\r\n${pending}\r\n0\r\nX: y\r\n\r\n`) }, "arrived"],
     ["up to the end of the connection", { body: pending, framing: "close" }, "arrived"],
     ["byte by byte", { body: pending, drip: { bytes: 1, everyMs: 1 } }, "arrived"],
     ["of the first version of HTTP", { raw: plain(["HTTP/1.0 200 OK"]), ...end }, "arrived"],
     ["with bare line feeds", { raw: `HTTP/1.1 200 OK\nContent-Length: 20\n\n${pending}` }, "arrived"],
     [
       "behind an interim reply",
-      { raw: `HTTP/1.1 100 Continue\r\n\r\n${plain(["HTTP/1.1 200 OK", "Content-Length: 20"])}` },
+      { raw: `HTTP/1.1 100 Continue\r\n\r\n${reply("Content-Length: 20")}` },
       "arrived",
       12152,
     ],
     ["without a word for the status", { raw: plain(["HTTP/1.1 200"]), ...end }, "arrived", 12152],
-    [
-      "with a coding that nobody asked for",
-      { headers: [["Content-Encoding", "gzip"]], body: pending },
-      "arrived",
-    ],
+    ["with an unknown coding", { headers: [["Content-Encoding", "gzip"]], body: pending }, "arrived"],
     ["with a head of 60,000 bytes", { headers: [["X", "y".repeat(60_000)]], body: pending }, "arrived"],
-    [
-      "with five hundred headers",
-      { headers: Array.from({ length: 500 }, (_, index) => [`X${index}`, "y"]), body: pending },
-      "arrived",
-    ],
+    ["with five hundred headers", { headers: fiveHundred, body: pending }, "arrived"],
     ["of status 204", { raw: "HTTP/1.1 204 No Content\r\n\r\n" }, "unreadable"],
     ["of status 304", { raw: "HTTP/1.1 304 Not Modified\r\n\r\n" }, "unreadable"],
-    [
-      "that wants a password",
-      { status: 401, headers: [["WWW-Authenticate", 'Basic realm="x"']], body: pending },
-      "arrived",
-    ],
-    [
-      "that wants a password for a proxy",
-      { status: 407, headers: [["Proxy-Authenticate", 'Basic realm="x"']], body: pending },
-      "arrived",
-    ],
+    ["that wants a password", wanting(401, "WWW-Authenticate"), "arrived"],
+    ["that wants a password for a proxy", wanting(407, "Proxy-Authenticate"), "arrived"],
 
     // What breaks off in its body is as good as what ends.
     ["shorter than its length", { body: pending, contentLength: 1000, ...end }, "arrived"],
@@ -146,21 +121,13 @@ test("replies in every shape and out of shape", limits, async (t) => {
       ["arrived", "unreadable", 12030],
       ["arrived", "unreadable", 10054],
     ],
-    [
-      "ended within a chunk",
-      { raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `40\r\n${pending}`), ...end },
-      "arrived",
-    ],
+    ["ended within a chunk", { raw: chunked(`40\r\n${pending}`), ...end }, "arrived"],
     ["ended in its key", { body: pending, cut: 47, ...end }, "unreadable"],
     ["without a body that its length names", { body: "", contentLength: 20, ...end }, "unreadable"],
-    [
-      "with a chunk of no size",
-      { raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `zz\r\n${pending}`), ...end },
-      "unreadable",
-    ],
+    ["with a chunk of no size", { raw: chunked(`zz\r\n${pending}`), ...end }, "unreadable"],
     [
       "with a length beyond all numbers",
-      { raw: plain(["HTTP/1.1 200 OK", `Content-Length: ${"9".repeat(40)}`]), ...end },
+      { raw: reply(`Content-Length: ${"9".repeat(40)}`), ...end },
       "arrived",
     ],
 
@@ -173,19 +140,9 @@ test("replies in every shape and out of shape", limits, async (t) => {
     ["that is no HTTP, in lines", { raw: `220 mail.invalid ESMTP\r\n\r\n${pending}`, ...end }, 12152],
     ["that is a refusal of TLS", { raw: "\x15\x03\x01\x00\x02\x02\x0a", ...end }, 12152],
     ["with zero bytes", { raw: "\0".repeat(100), ...end }, 12152],
-    ["with a header that is none", { raw: plain(["HTTP/1.1 200 OK", "no colon"]), ...end }, 12152, "arrived"],
-    [
-      "with a length below zero",
-      { raw: plain(["HTTP/1.1 200 OK", "Content-Length: -5"]), ...end },
-      12152,
-      "arrived",
-    ],
-    [
-      "with a length that is no number",
-      { raw: plain(["HTTP/1.1 200 OK", "Content-Length: abc"]), ...end },
-      12152,
-      "unreadable",
-    ],
+    ["with a header that is none", { raw: reply("no colon"), ...end }, 12152, "arrived"],
+    ["with a length below zero", { raw: reply("Content-Length: -5"), ...end }, 12152, "arrived"],
+    ["with a length that is no number", { raw: reply("Content-Length: abc"), ...end }, 12152, "unreadable"],
     ["of a status that is no number", { raw: plain(["HTTP/1.1 abc OK"]), ...end }, 12152, "arrived"],
   ];
   if (isNative) {
@@ -195,10 +152,7 @@ test("replies in every shape and out of shape", limits, async (t) => {
       // Wine leaves these unread, and uses the connection again.
       [
         "with trailers without end",
-        {
-          raw: plain(["HTTP/1.1 200 OK", "Transfer-Encoding: chunked"], `14\r\n${pending}\r\n0\r\n`),
-          endless: "X: y\r\n",
-        },
+        { raw: chunked(`14\r\n${pending}\r\n0\r\n`), endless: "X: y\r\n" },
         "arrived",
       ],
       // Wine reads these for as long as they come.
@@ -211,8 +165,8 @@ test("replies in every shape and out of shape", limits, async (t) => {
       ],
     );
   }
-  for (const [what, reply, native, wine] of rows) {
-    account.answer(remotePoll, reply);
+  for (const [what, given, native, wine] of rows) {
+    account.answer(remotePoll, given);
     assertOutcome(await poll(service), expectedHere(native, wine), what);
     if (isNative) assert.ok(peakMib(service) < mostMib, `${what}: ${peakMib(service)} MiB`);
     account.answer(remotePoll, { body: pending });
@@ -221,8 +175,7 @@ test("replies in every shape and out of shape", limits, async (t) => {
 });
 
 test("a reply of 2,097,152 bytes arrives, and one more byte is too many", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
   const limit = 2_097_152;
   const body = (bytes) => pending.padEnd(bytes);
   for (const framing of ["length", "chunked", "close"]) {
@@ -252,13 +205,10 @@ function linesOf(bytes) {
 }
 
 test("redirections are followed, ten of them", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { account, service } = await startBoth(t);
+  const body = '{"status":"left","state":"left"}';
   const to = (status, location) => ({
-    status,
-    reason: "Elsewhere",
-    headers: [["Location", location]],
-    body: '{"status":"left","state":"left"}',
+    ...{ status, reason: "Elsewhere", headers: [["Location", location]], body },
   });
   // A whole address, and one of this service only. Wine knows three of the five.
   for (const status of isNative ? [301, 302, 303, 307, 308] : [301, 302, 307]) {
@@ -281,8 +231,7 @@ test("redirections are followed, ten of them", limits, async (t) => {
     account.requests.length = 0;
     account.answer(remotePassword, to(status, "/other"));
     account.answer("/other", { body: '{"state":"arrived"}' });
-    const arrived = answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}');
-    assert.equal(await password(service), arrived, `${status}`);
+    assert.equal(await password(service), attemptArrived, `${status}`);
     const [first, second] = account.requests;
     const kept = status === 307 || status === 308;
     const expected = kept
@@ -381,6 +330,14 @@ async function trustInPrefix(t, certificate) {
   await reg("add", key, "/v", "Blob", "/t", "REG_BINARY", "/d", blob.toString("hex"), "/f");
 }
 
+// Gives the environment of a program that trusts the authority.
+async function trustAuthority(t) {
+  const { authorityFile, authorityDer } = authority();
+  if (isNative) return { SSL_CERT_FILE: authorityFile };
+  await trustInPrefix(t, fs.readFileSync(authorityDer));
+  return {};
+}
+
 // Wine compares no addresses with certificates, only names.
 const localName = "localhost";
 
@@ -390,28 +347,21 @@ async function pollByTls(t, certificate, env, name = localName) {
   const service = await startServiceFor(t, account.url.replace("127.0.0.1", name), { env });
   const answer = await poll(service);
   await service.stop();
-  assert.equal(
-    account.requests.length,
-    outcomeOf(answer) === "arrived" ? 1 : 0,
-    "a refused peer is told nothing",
-  );
+  const heard = outcomeOf(answer) === "arrived" ? 1 : 0;
+  assert.equal(account.requests.length, heard, "a refused peer hears nothing");
   return answer;
 }
 
 test("by TLS, only the service that the address names is spoken to", limits, async (t) => {
-  const { authorityFile, authorityDer, ...certificates } = authority();
-  assertOutcome(
-    await pollByTls(t, certificates.good, {}),
-    expectedHere(12175, 12157),
-    "an unknown authority",
-  );
-  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
-  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
+  const certificates = authority();
+  const untrusted = expectedHere(12175, 12157);
+  assertOutcome(await pollByTls(t, certificates.good, {}), untrusted, "an unknown authority");
+  const env = await trustAuthority(t);
   assertOutcome(await pollByTls(t, certificates.good, env), "arrived", "good");
   if (isNative)
     assertOutcome(await pollByTls(t, certificates.good, env, "127.0.0.1"), "arrived", "good, an address");
   for (const name of ["selfSigned", "wrongName", "expired"]) {
-    assertOutcome(await pollByTls(t, certificates[name], env), expectedHere(12175, 12157), name);
+    assertOutcome(await pollByTls(t, certificates[name], env), untrusted, name);
   }
   if (isNative) {
     for (const file of ["/nowhere/at/all.pem", "/dev/null"]) {
@@ -422,31 +372,23 @@ test("by TLS, only the service that the address names is spoken to", limits, asy
 });
 
 test("a whole session goes by TLS", limits, async (t) => {
-  const { authorityFile, authorityDer, good } = authority();
-  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
+  const { good } = authority();
+  const env = await trustAuthority(t);
   const account = await startAccountService(t, { certificate: good });
-  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
   const service = await startServiceFor(t, account.url.replace("127.0.0.1", localName), { env });
   account.answer(remotePassword, jsonReply({ state: "attempt" }));
-  account.answer("/api/v1/session/check", jsonReply({ active: true }));
+  account.answer(check, jsonReply({ active: true }));
   account.answer("/api/v1/session/release", jsonReply({}));
-  assert.equal(
-    await password(service),
-    answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"attempt"}'),
-  );
+  const attempted = answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"attempt"}');
+  assert.equal(await password(service), attempted);
   await service.signIn(account, { session_check_seconds: 1 });
-  await account.waitForRequests("/api/v1/session/check", 1);
+  await account.waitForRequests(check, 1);
   // The last one is still waiting when the service stops.
-  account.answer("/api/v1/session/check", jsonReply({ active: true }, { hold: new Promise(() => {}) }));
-  await account.waitForRequests(
-    "/api/v1/session/check",
-    account.requestsTo("/api/v1/session/check").length + 1,
-  );
+  account.answer(check, jsonReply({ active: true }, { hold: new Promise(() => {}) }));
+  await account.waitForRequests(check, account.requestsTo(check).length + 1);
   await service.stop();
-  assert.deepEqual(
-    account.requestsTo("/api/v1/session/release").map(({ body }) => body),
-    ['{"account_hash":"hash-1","token":"credential-1"}'],
-  );
+  const released = account.requestsTo("/api/v1/session/release").map(({ body }) => body);
+  assert.deepEqual(released, ['{"account_hash":"hash-1","token":"credential-1"}']);
 });
 
 test("who speaks TLS where the other does not gets a number", limits, async (t) => {
@@ -473,13 +415,12 @@ test("who speaks TLS where the other does not gets a number", limits, async (t) 
 });
 
 test("a redirection from TLS to plain text is not followed", limits, async (t) => {
-  const { authorityFile, authorityDer, good } = authority();
-  if (isWine) await trustInPrefix(t, fs.readFileSync(authorityDer));
+  const { good } = authority();
+  const env = await trustAuthority(t);
   const account = await startAccountService(t, { certificate: good });
   const other = await startAccountService(t);
   other.answer("/other", { body: pending });
   account.answer(remotePoll, { status: 302, headers: [["Location", `${other.url}/other`]], body: "{}" });
-  const env = isNative ? { SSL_CERT_FILE: authorityFile } : {};
   const service = await startServiceFor(t, account.url.replace("127.0.0.1", localName), { env });
   const answer = await poll(service);
   await service.stop();
@@ -537,10 +478,7 @@ if (isNative) {
     proxy.answer(`${origin}${remotePassword}`, { body: '{"state":"arrived"}' });
     const service = await startServiceFor(t, origin, { env: { http_proxy: proxy.url } });
     assertOutcome(await poll(service), "arrived", "a poll");
-    assert.equal(
-      await password(service),
-      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
-    );
+    assert.equal(await password(service), attemptArrived);
     const lines = `Host: ${farName}:8080\r\nUser-Agent: Velmora/1.1\r\n${proxyLine}`;
     const { head, body } = proxy.requests[1];
     assert.equal(proxy.requests[0].head, `GET ${origin}${remotePoll}?state=attempt HTTP/1.1\r\n${lines}\r\n`);
@@ -554,21 +492,16 @@ if (isNative) {
     proxy.answer(`${origin}/other`, { body: pending });
     assertOutcome(await poll(service), "arrived", "a redirection");
     // It is a reply like any other.
-    proxy.answer(`${origin}${remotePoll}`, {
-      status: 407,
-      headers: [["Proxy-Authenticate", 'Basic realm="x"']],
-      body: pending,
-    });
+    const headers = [["Proxy-Authenticate", 'Basic realm="x"']];
+    proxy.answer(`${origin}${remotePoll}`, { status: 407, headers, body: pending });
     assertOutcome(await poll(service), "arrived", "a proxy that wants a password");
     await service.stop();
 
     // A target that the library would encode goes out unencoded, and so without the host that a proxy needs.
     const odd = await startServiceFor(t, `${origin}/a#b`, { env: { http_proxy: proxy.url } });
     await poll(odd);
-    assert.equal(
-      proxy.requests.at(-1)?.head.split("\r\n")[0],
-      `GET /a#b${remotePoll}?state=attempt HTTP/1.1`,
-    );
+    const [line] = proxy.requests.at(-1)?.head.split("\r\n") ?? [];
+    assert.equal(line, `GET /a#b${remotePoll}?state=attempt HTTP/1.1`);
   });
 
   test("by TLS a proxy sees only the host", limits, async (t) => {
@@ -583,10 +516,7 @@ if (isNative) {
     const tunnel = await startTunnel(t);
     const service = await startThrough(tunnel);
     assertOutcome(await poll(service), "arrived", "a poll");
-    assert.equal(
-      await password(service),
-      answerBytes(200, "OK", jsonDocument, '{"ok":true,"state":"arrived"}'),
-    );
+    assert.equal(await password(service), attemptArrived);
     await service.stop();
     const connect = `CONNECT ${host} HTTP/1.1\r\nHost: ${host}\r\nUser-Agent: Velmora/1.1\r\n${proxyLine}\r\n`;
     assert.deepEqual(tunnel.heads, [connect, connect]);
@@ -606,20 +536,17 @@ if (isNative) {
     await refused.stop();
 
     const before = account.connections;
-    const refusal = plain([
-      "HTTP/1.1 407 Proxy Authentication Required",
-      'Proxy-Authenticate: Basic realm="x"',
-      "Content-Length: 20",
-    ]);
+    const refusal = "HTTP/1.1 407 Proxy Authentication Required";
+    const longHead = Array.from({ length: 300 }, () => `X: ${"y".repeat(1000)}`);
     for (const [what, reply, number] of /** @type {any[][]} */ ([
-      ["wants a password", refusal, 12030],
+      [
+        "wants a password",
+        plain([refusal, 'Proxy-Authenticate: Basic realm="x"', "Content-Length: 20"]),
+        12030,
+      ],
       ["forbids", plain(["HTTP/1.1 403 Forbidden", "Content-Length: 20"]), 12030],
       ["ends the connection", "", 12030],
-      [
-        "has a long head",
-        plain(["HTTP/1.1 200 OK", ...Array.from({ length: 300 }, () => `X: ${"y".repeat(1000)}`)]),
-        12182,
-      ],
+      ["has a long head", plain(["HTTP/1.1 200 OK", ...longHead]), 12182],
       // It is the library that ends this one.
       ["has a long line", plain(["HTTP/1.1 200 OK", `X: ${"y".repeat(200_000)}`]), 12030],
     ])) {
@@ -659,11 +586,8 @@ if (isNative) {
       const service = await startServiceFor(t, account, { env });
       assertOutcome(await poll(service), "arrived", JSON.stringify(env));
       await service.stop();
-      assert.deepEqual(
-        [proxy.requests.length, account.requests.length],
-        expected === "proxy" ? [1, 0] : [0, 1],
-        JSON.stringify(env),
-      );
+      const counts = [proxy.requests.length, account.requests.length];
+      assert.deepEqual(counts, expected === "proxy" ? [1, 0] : [0, 1], JSON.stringify(env));
     }
     /** @type {any[][]} */
     const encryptedRows = [
@@ -676,9 +600,8 @@ if (isNative) {
     ];
     for (const [env, expected] of encryptedRows) {
       tunnel.heads.length = 0;
-      const service = await startServiceFor(t, encryptedUrl, {
-        env: { ...env, SSL_CERT_FILE: authorityFile },
-      });
+      const trusting = { ...env, SSL_CERT_FILE: authorityFile };
+      const service = await startServiceFor(t, encryptedUrl, { env: trusting });
       assertOutcome(await poll(service), "arrived", JSON.stringify(env));
       await service.stop();
       assert.equal(tunnel.heads.length, expected, JSON.stringify(env));
@@ -707,8 +630,7 @@ function hasLibrary(service) {
 }
 
 test("the library of HTTP is loaded by the first request to an account service", limits, async (t) => {
-  const account = await startAccountService(t);
-  const service = await startServiceFor(t, account);
+  const { service } = await startBoth(t);
   await service.ask("POST", "/api/v1/account/password", "{}");
   await service.ask("GET", "/api/v1/account/poll");
   await service.ask("POST", "/api/v1/account/logout");
