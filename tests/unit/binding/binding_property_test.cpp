@@ -1,4 +1,4 @@
-// Random endpoints against a model of what binding has to do, told on plain values.
+// Random endpoints, compared with a model of binding that works on plain values.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -80,10 +80,10 @@ std::string remembered_text(const Stored& all) {
 
 bool remembers_lists(const Stored& all) { return all.added == Value{type_dword, number_bytes(1, 4)}; }
 
-struct Told {
+struct Outcome {
   std::int32_t status;
   std::string detail;
-  friend bool operator==(const Told&, const Told&) = default;
+  friend bool operator==(const Outcome&, const Outcome&) = default;
 };
 
 bool model_lists(Stored& all) {
@@ -104,7 +104,7 @@ void remember_lists(Stored& all) {
   all.record_key = all.records_key = true;
 }
 
-Told model_bind(Stored& all) {
+Outcome model_bind(Stored& all) {
   const std::optional<List> chain = list_in(all.chain);
   if (!chain) return {wrong_type, not_read};
   const std::string slot = slot_text(all);
@@ -126,7 +126,7 @@ Told model_bind(Stored& all) {
   return {0, added ? list_refreshed : was_bound};
 }
 
-Told model_unbind(Stored& all) {
+Outcome model_unbind(Stored& all) {
   const std::optional<List> chain = list_in(all.chain);
   if (!chain) return {wrong_type, not_read};
   const std::string moved = remembered_text(all);
@@ -146,8 +146,7 @@ Told model_unbind(Stored& all) {
   return {0, moved.empty() ? unbound : unbound_with_restore};
 }
 
-// Endpoints as nobody would find them on one machine: everything that can stand in each value, in any
-// mixture.
+// Generates endpoints with any mixture of everything that each value can hold.
 class Dice {
  public:
   explicit Dice(std::uint32_t seed) : engine_(seed) {}
@@ -215,16 +214,15 @@ constexpr std::uint32_t endpoints = 1500;
 
 class BindingProperty : public FreshMachine {
  protected:
-  static Told bind() {
-    Told told{-1, "left over"};
-    told.status = bind_endpoint_effect(id, told.detail);
-    return told;
+  static Outcome run(bool bind) {
+    Outcome outcome{-1, "left over"};
+    outcome.status =
+        bind ? bind_endpoint_effect(id, outcome.detail) : unbind_endpoint_effect(id, outcome.detail);
+    memory::system().log.clear();
+    return outcome;
   }
-  static Told unbind() {
-    Told told{-1, "left over"};
-    told.status = unbind_endpoint_effect(id, told.detail);
-    return told;
-  }
+  static Outcome bind() { return run(true); }
+  static Outcome unbind() { return run(false); }
   static void expect_look(const Stored& all) {
     EndpointBindingState state;
     const std::optional<List> chain = list_in(all.chain);
@@ -233,12 +231,11 @@ class BindingProperty : public FreshMachine {
     EXPECT_EQ(state.chain, chain.value_or(List()));
     EXPECT_EQ(state.bound, chain && holds(*chain, class_a));
   }
-  static void expect(const Told& told, const Told& expected, const Stored& all) {
-    EXPECT_EQ(told.status, expected.status);
-    EXPECT_EQ(told.detail, expected.detail);
+  static void expect(const Outcome& outcome, const Outcome& expected, const Stored& all) {
+    EXPECT_EQ(outcome.status, expected.status);
+    EXPECT_EQ(outcome.detail, expected.detail);
     ASSERT_EQ(present_lines(), lines_of(all));
     expect_look(all);
-    memory::system().log.clear();
   }
 };
 
@@ -248,9 +245,8 @@ List foreign_entries(const Stored& all, const std::string& moved) {
   return moved.empty() ? list : without(list, moved);
 }
 
-// Also that nothing else changes: the whole registry is compared, with what lies around the endpoint's
-// values.
-TEST_F(BindingProperty, DoesToAnyEndpointWhatTheModelDoes) {
+// Compares the whole registry, with the neighbours of the endpoint's values.
+TEST_F(BindingProperty, MatchesTheModel) {
   std::map<std::string, int> details;
   for (std::uint32_t seed = 0; seed < endpoints; ++seed) {
     SCOPED_TRACE(seed);
@@ -259,8 +255,8 @@ TEST_F(BindingProperty, DoesToAnyEndpointWhatTheModelDoes) {
     set_up(all);
     for (std::uint32_t left = 4; left > 0; --left) {
       const bool binds = dice.below(2) == 0;
-      const Told expected = binds ? model_bind(all) : model_unbind(all);
-      expect(binds ? bind() : unbind(), expected, all);
+      const Outcome expected = binds ? model_bind(all) : model_unbind(all);
+      expect(run(binds), expected, all);
       ++details[expected.detail];
       if (HasFailure()) return;
     }
@@ -269,15 +265,14 @@ TEST_F(BindingProperty, DoesToAnyEndpointWhatTheModelDoes) {
   for (const auto& [detail, count] : details) EXPECT_GT(count, 50) << detail;
 }
 
-// The one exception: a bind that adds one of the two mode lists claims both, and the next one writes the
-// other too.
-TEST_F(BindingProperty, BindsOnceHoweverOftenItIsAsked) {
+// One exception: a bind that adds one of the two mode lists claims both, so the next bind writes the other.
+TEST_F(BindingProperty, BindsOnlyOnce) {
   int claimed = 0;
   for (std::uint32_t seed = 0; seed < endpoints; ++seed) {
     SCOPED_TRACE(seed);
     Stored all = Dice(seed).endpoint();
     set_up(all);
-    const Told first = bind();
+    const Outcome first = bind();
     if (first.status != 0) {
       ASSERT_EQ(bind(), first);
       ASSERT_EQ(present_lines(), lines_of(all));
@@ -287,37 +282,34 @@ TEST_F(BindingProperty, BindsOnceHoweverOftenItIsAsked) {
     ASSERT_EQ(present_lines(), lines_of(all));
     const bool claims_another = model_lists(all);
     claimed += claims_another ? 1 : 0;
-    ASSERT_EQ(bind(), (Told{0, claims_another ? list_refreshed : was_bound}));
+    ASSERT_EQ(bind(), (Outcome{0, claims_another ? list_refreshed : was_bound}));
     ASSERT_EQ(present_lines(), lines_of(all));
-    ASSERT_EQ(bind(), (Told{0, was_bound}));
+    ASSERT_EQ(bind(), (Outcome{0, was_bound}));
     ASSERT_EQ(present_lines(), lines_of(all));
-    memory::system().log.clear();
   }
   EXPECT_GT(claimed, 10);
 }
 
-TEST_F(BindingProperty, UnbindsOnceHoweverOftenItIsAsked) {
+TEST_F(BindingProperty, UnbindsOnlyOnce) {
   for (std::uint32_t seed = 0; seed < endpoints; ++seed) {
     SCOPED_TRACE(seed);
     set_up(Dice(seed).endpoint());
-    const Told first = unbind();
+    const Outcome first = unbind();
     const auto once = present_lines();
-    const Told second = unbind();
+    const Outcome second = unbind();
     ASSERT_EQ(present_lines(), once);
     if (first.status != 0) {
       ASSERT_EQ(second, first);
     } else {
-      ASSERT_EQ(second, (Told{0, was_not_bound}));
+      ASSERT_EQ(second, (Outcome{0, was_not_bound}));
     }
-    memory::system().log.clear();
   }
 }
 
-// After a bind and an unbind: the chain lacks the effect and what the record remembered, and keeps all else
-// in its order; what was remembered stands in the slot; the lists are gone where the record claimed them; the
-// record is gone. An endpoint without a record, whose values had the form in which they are written, is as it
-// was before.
-TEST_F(BindingProperty, GivesBackWithAnUnbindWhatTheRecordOfTheBindRemembers) {
+// After a bind and an unbind, the chain lacks the effect and the moved effect and keeps the others in order.
+// The slot holds the moved effect; the record and the lists that it claimed are gone. An endpoint without a
+// record is unchanged if its values had the form that the product writes.
+TEST_F(BindingProperty, RestoresTheRecordedStateByUnbinding) {
   int whole = 0;
   for (std::uint32_t seed = 0; seed < endpoints; ++seed) {
     SCOPED_TRACE(seed);
@@ -353,7 +345,6 @@ TEST_F(BindingProperty, GivesBackWithAnUnbindWhatTheRecordOfTheBindRemembers) {
     Stored but_records = expected;
     but_records.records_key = before.records_key;
     if (but_records == before) ++whole;
-    memory::system().log.clear();
   }
   EXPECT_GT(whole, 5);
 }
@@ -366,10 +357,10 @@ TEST_F(BindingProperty, NeverLosesOrReordersAForeignEntry) {
     set_up(before);
     const bool binds = dice.below(2) == 0;
     const std::string moved = binds ? slot_text(before) : remembered_text(before);
-    // One call in two machines fails.
+    // In every second round one call fails.
     if (dice.below(2) == 0) memory::system().fault_at = {1 + dice.below(24), 5};
     memory::system().log.clear();
-    static_cast<void>(binds ? bind() : unbind());
+    static_cast<void>(run(binds));
     memory::system().fault_at.reset();
     EXPECT_TRUE(memory::system().state.open_keys.empty());
     EndpointBindingState state;

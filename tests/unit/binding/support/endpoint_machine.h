@@ -1,7 +1,7 @@
-// A render endpoint in the registry of the machine in memory, told in words. A value's words are "-" for a
-// value that is missing, otherwise its entries with blanks between them; a letter stands for a class id (see
-// `spell`), '' for an empty entry. In front may stand another type: "sz:", "expand:", "multi:", "dword:",
-// "qword:". Names, paths and ids are typed apart from the code that is tested.
+// A render endpoint in the memory machine's registry, described by short words. A missing value is "-". Any
+// other value lists its entries, separated by blanks; a letter is a class id (see `spell`), '' an empty
+// entry. A prefix gives another type: "sz:", "expand:", "multi:", "dword:", "qword:". Names, paths and ids
+// are typed independently of the product.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -52,9 +53,9 @@ inline const std::vector<std::string>& six_modes() {
   return modes;
 }
 
-// A and a: the effect, as it writes itself and in lower case. F and f: a foreign effect. L and l: the
-// driver's in the legacy slot. M: one moved earlier. "ours" is the list of all six modes. Anything else
-// stands for itself.
+// A and a: the product's effect, in upper and lower case. F and f: a foreign effect. L and l: the driver's
+// effect in the legacy slot. M and m: an effect moved earlier. "ours": all six modes. Other words are taken
+// literally.
 inline std::vector<std::string> spell(const std::string& words) {
   static const std::map<std::string, std::string> ids = {
       {"A", class_a},
@@ -129,13 +130,13 @@ inline std::optional<Value> value_from_words(std::string words, std::string kind
   return Value{kind == "expand" ? type_expand_sz : type_sz, text_bytes(spell_one(words))};
 }
 
-// What there is of one endpoint, as stored.
+// The stored values of one endpoint.
 struct Stored {
   std::optional<Value> chain, slot, modes, offload;
   std::optional<Value> added, moved;
-  bool record_key = false;      // the endpoint's record is there, with values or without
-  bool records_key = false;     // the key above all records is there
-  bool another_record = false;  // and another endpoint has one
+  bool record_key = false;      // the endpoint's record exists, possibly without values
+  bool records_key = false;     // the parent key of all records exists
+  bool another_record = false;  // another endpoint has a record
   friend bool operator==(const Stored&, const Stored&) = default;
 };
 
@@ -146,8 +147,31 @@ struct Words {
   std::string offload = "-";
   std::string added = "-";
   std::string moved = "-";
-  bool empty_record = false;  // the record is there with neither value
+  bool empty_record = false;  // the record exists without a value
 };
+
+// Parses "chain F A, slot L, lists x, added 1": `lists` sets both mode lists, `record` makes an empty record,
+// and a name without a value an empty value.
+inline Words words(std::string_view text) {
+  Words parsed;
+  const std::map<std::string_view, std::string*> members = {
+      {"chain", &parsed.chain},     {"slot", &parsed.slot},   {"modes", &parsed.modes},
+      {"offload", &parsed.offload}, {"added", &parsed.added}, {"moved", &parsed.moved}};
+  while (!text.empty()) {
+    const std::string_view part = text.substr(0, text.find(", "));
+    text.remove_prefix(std::min(part.size() + 2, text.size()));
+    const std::string_view name = part.substr(0, part.find(' '));
+    const std::string value(part.substr(std::min(name.size() + 1, part.size())));
+    if (name == "record") {
+      parsed.empty_record = true;
+    } else if (name == "lists") {
+      parsed.modes = parsed.offload = value;
+    } else {
+      *members.at(name) = value;
+    }
+  }
+  return parsed;
+}
 
 inline Stored stored(const Words& words) {
   Stored all;
@@ -180,8 +204,8 @@ inline void put(hosted::TreeKey& key, std::string_view name, const std::optional
   if (value) hosted::put_value(key, widen(name), value->type, value->bytes);
 }
 
-// What lies around the endpoint's values and has to stay as it is: values and keys beside and below them
-// under the very same names, and another endpoint.
+// Neighbours that must never change: equally named values and keys beside and below the endpoint's own, and
+// another endpoint.
 inline void put_surroundings(hosted::RegistryTree& tree) {
   const Value list{type_multi_sz, list_bytes(spell("A x"))};
   const Value text{type_sz, text_bytes(spell_one("L"))};
@@ -221,7 +245,7 @@ inline hosted::RegistryTree tree_of(const Stored& all) {
   return tree;
 }
 
-// One line for each key and each value, in an order that does not depend on the tree's.
+// One line for each key and value; lines_of() sorts them.
 inline void append_lines(const hosted::TreeKey& key, const std::string& path,
                          std::vector<std::string>& lines) {
   lines.push_back(path);
@@ -257,20 +281,22 @@ inline std::vector<std::string> lines_of(const hosted::RegistryTree& tree) {
 }
 
 inline std::vector<std::string> lines_of(const Stored& all) { return lines_of(tree_of(all)); }
+inline std::vector<std::string> lines_of(std::string_view text) { return lines_of(stored(words(text))); }
 inline std::vector<std::string> present_lines() { return lines_of(memory::system().state.registry); }
 
-// Sets the machine's registry to what the words tell; log and faults stay.
+// Replaces the memory machine's registry; log and faults stay.
 inline void set_up(const Stored& all) { memory::system().state.registry = tree_of(all); }
 inline void set_up(const Words& words) { set_up(stored(words)); }
+inline void set_up(std::string_view text) { set_up(words(text)); }
 
-// What the registry has to look like. The key above the records stays once it is there.
-inline std::vector<std::string> expected_lines(const Words& before, const Words& after) {
-  Stored all = stored(after);
-  all.records_key = all.records_key || stored(before).records_key;
+// The expected registry after a change. The parent key of the records is never removed.
+inline std::vector<std::string> expected_lines(std::string_view before, std::string_view after) {
+  Stored all = stored(words(after));
+  all.records_key = all.records_key || stored(words(before)).records_key;
   return lines_of(all);
 }
 
-// The log with short words in place of the names and paths; an entry about anything else stays as it is.
+// The log with short names for the calls on the endpoint's keys and values.
 inline std::vector<std::string> calls() {
   const std::string fx = fx_path();
   const std::string record = record_path();
@@ -304,21 +330,32 @@ inline std::vector<std::string> calls() {
   return shortened;
 }
 
-// "query chain x2, class id" as a list of calls.
-inline std::vector<std::string> call_list(std::string_view text) {
-  std::vector<std::string> list;
-  while (!text.empty()) {
-    const std::size_t comma = text.find(", ");
-    std::string call(text.substr(0, comma));
-    text.remove_prefix(comma == std::string_view::npos ? text.size() : comma + 2);
-    const bool twice = call.size() > 3 && call.substr(call.size() - 3) == " x2";
-    if (twice) call.erase(call.size() - 3);
-    list.insert(list.end(), twice ? 2 : 1, call);
-  }
-  return list;
+// Runs `act` once, just before the given call with this short name (counted from 1).
+inline void before_call(const std::string& name, int number, std::function<void()> act) {
+  memory::system().before_machine_call = [name, number, act = std::move(act)](const std::string&) {
+    const std::vector<std::string> so_far = calls();
+    if (so_far.back() == name && std::count(so_far.begin(), so_far.end(), name) == number) act();
+  };
 }
 
-// What `detail` can say.
+// Sets or removes a value of the endpoint's effect key, and reads it back.
+inline void put_fx(std::string_view name, const std::optional<Value>& value) {
+  hosted::TreeKey& key = key_at(memory::system().state.registry, fx_path());
+  if (value) put(key, name, value);
+  if (!value) hosted::remove_value(key, widen(name));
+}
+inline std::optional<Value> present_fx(std::string_view name) {
+  const auto* value = hosted::find_value(key_at(memory::system().state.registry, fx_path()), widen(name));
+  return value == nullptr ? std::nullopt : std::optional(Value{value->type, value->bytes});
+}
+
+// Grants only this access to a key: 0x20019 is read-only.
+inline void grant_access(const std::string& path, std::uint32_t access) {
+  put(key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access"), path,
+      Value{type_dword, number_bytes(access, 4)});
+}
+
+// The details of a binding call.
 constexpr char no_identifier[] = "endpoint id is not a render endpoint identifier";
 constexpr char not_opened[] =
     "the endpoint FxProperties key could not be opened for writing (run the control service elevated)";

@@ -1,5 +1,4 @@
-// The services of the machine in memory, told in a few words. Paths and names are typed apart from the code
-// that is tested.
+// The services of the memory machine. Paths and names are typed independently of the product.
 #pragma once
 
 #include <cstdint>
@@ -15,12 +14,11 @@ namespace velmora::services {
 
 using Log = std::vector<std::string>;
 
-// States of a service, as a log of them shows them.
+// The states of a service.
 constexpr std::uint32_t stopped = 1;
 constexpr std::uint32_t start_pending = 2;
 constexpr std::uint32_t stop_pending = 3;
 constexpr std::uint32_t running = 4;
-constexpr std::uint32_t paused = 7;
 
 constexpr std::uint32_t for_ever_ms = 0xFFFFFFFF;
 
@@ -28,7 +26,7 @@ inline std::string installed_path(const std::string& name) {
   return "SYSTEM\\CurrentControlSet\\Services\\" + name;
 }
 
-// Installs a service that starts by itself and needs others.
+// Installs a service that starts automatically and depends on others.
 inline void install(const std::string& name, const std::vector<std::string>& needs = {}) {
   hosted::TreeKey& key = endpoint::key_at(memory::system().state.registry, installed_path(name));
   endpoint::put(key, "Start", endpoint::Value{endpoint::type_dword, endpoint::number_bytes(2, 4)});
@@ -36,19 +34,16 @@ inline void install(const std::string& name, const std::vector<std::string>& nee
                 endpoint::Value{endpoint::type_multi_sz, endpoint::list_bytes(needs)});
 }
 
-// How a service behaves: "StopMs", "StartMs", "StopError", "StartError", "State".
+// Sets how a service behaves: "StopMs", "StartMs", "StopError", "StartError", "State".
 inline void behave(const std::string& name, std::string_view what, std::uint32_t number) {
   hosted::TreeKey& key =
       endpoint::key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Services\\" + name);
   endpoint::put(key, what, endpoint::Value{endpoint::type_dword, endpoint::number_bytes(number, 4)});
 }
 
-// Grants no more than this access to the service's key: with 0x20019 it may only be looked at.
+// Grants only this access to the service's key: 0x20019 is read-only.
 inline void grant(const std::string& name, std::uint32_t access) {
-  hosted::TreeKey& key =
-      endpoint::key_at(memory::system().state.registry, "SOFTWARE\\VelmoraStandIn\\Access");
-  endpoint::put(key, installed_path(name),
-                endpoint::Value{endpoint::type_dword, endpoint::number_bytes(access, 4)});
+  endpoint::grant_access(installed_path(name), access);
 }
 
 inline void uninstall(const std::string& name) {
@@ -56,19 +51,19 @@ inline void uninstall(const std::string& name) {
                      endpoint::widen("HKEY_LOCAL_MACHINE\\" + installed_path(name)));
 }
 
-// From now on the service is in this state. `name` in lower case.
+// Puts the service into this state. `name` is in lower case.
 inline void set_state(std::u16string_view name, std::uint32_t state) {
   memory::system().state.services[std::u16string(name)] = {state, state, 0};
 }
-// 0 while nobody has asked for the service.
+// 0 until the service is first queried.
 inline std::uint32_t state_of(std::u16string_view name) {
   const auto& all = memory::system().state.services;
   const auto found = all.find(std::u16string(name));
   return found == all.end() ? 0 : found->second.state;
 }
 
-// The usual machine: Mixer needs Audiosrv and Player needs Mixer, so that they are listed as Player, Mixer.
-// Spooler has nothing to do with them.
+// The usual machine: Player depends on Mixer and Mixer on Audiosrv, so they are listed as Player, Mixer.
+// Spooler is independent of them.
 inline void put_usual_services() {
   install("Audiosrv", {"RpcSs"});
   install("Mixer", {"Audiosrv"});
@@ -77,7 +72,7 @@ inline void put_usual_services() {
   install("Spooler", {"RpcSs"});
 }
 
-// A machine like it, with a new log and no faults.
+// The usual machine with an empty log and no faults.
 inline void renew_usual_services() {
   memory::reset();
   put_usual_services();
@@ -92,14 +87,14 @@ inline bool is_of_services(std::string_view entry) {
   return false;
 }
 
-// What the machine was asked for about services.
+// All calls on services.
 inline Log service_calls() {
   Log calls = memory::system().log;
   std::erase_if(calls, [](const std::string& entry) { return !is_of_services(entry); });
   return calls;
 }
 
-// A restart of the usual machine in which everything goes well at once.
+// The calls of a restart of the usual machine without failures or waits.
 inline const Log& usual_restart() {
   static const Log log = {
       "OpenSCManagerW",
@@ -127,18 +122,6 @@ inline const Log& usual_restart() {
       "CloseServiceHandle",
   };
   return log;
-}
-
-// A log with runs of equal entries told once, with their number: "QueryServiceStatusEx Mixer x100".
-inline Log counted(const Log& log) {
-  Log out;
-  for (std::size_t begin = 0; begin < log.size();) {
-    std::size_t end = begin;
-    while (end < log.size() && log[end] == log[begin]) ++end;
-    out.push_back(end - begin == 1 ? log[begin] : log[begin] + " x" + std::to_string(end - begin));
-    begin = end;
-  }
-  return out;
 }
 
 }  // namespace velmora::services
