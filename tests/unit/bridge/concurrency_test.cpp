@@ -1,5 +1,5 @@
-// The record under several threads. What is published carries its own check, so that a mixture shows. Whoever
-// waits for another thread's progress gives up in the end, so that what never comes is a failure and no hang.
+// The record under several threads. Published data carries its own check, so a mixture shows. Waits end after
+// 30 seconds, so missing progress fails instead of hanging.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -22,7 +22,7 @@ constexpr int reader_count = 3;
 constexpr int fade_steps = 2000;
 constexpr std::chrono::seconds patience{30};
 
-// Whether what began at its making has had its time.
+// A deadline that starts at construction.
 class Patience {
  public:
   bool is_over() const { return std::chrono::steady_clock::now() > end_; }
@@ -43,14 +43,14 @@ EqSettings settings_of(std::uint64_t number) {
   return settings;
 }
 
-// The publications count from 1 as the revision does, so a whole reading is told by its revision alone.
+// Publications and revisions both count from 1, so the revision determines the whole reading.
 bool is_whole(const EqSettings& read) {
   const EqSettings expected = settings_of(read.revision);
   return read.bypass == expected.bypass && read.bands == expected.bands &&
          std::lround(read.fade_ms * 10) == static_cast<long>(read.revision % fade_steps);
 }
 
-// A reader that does not look at the sequence word, and is overtaken half-way.
+// A wrong reader: it ignores the sequence word and yields half-way.
 EqSettings read_without_sequence(ControlBridgeRecord& record) {
   EqSettings out;
   for (std::size_t index = 0; index < eq_band_count; ++index) {
@@ -72,7 +72,7 @@ struct Readings {
   std::uint64_t last_revision = 0;
 };
 
-TEST(RecordConcurrency, EveryReadingOfTheEqualizerIsWholeAndNoneGoesBack) {
+TEST(RecordConcurrency, EqualizerReadingsAreWholeAndNeverGoBack) {
   ControlBridgeRecord record{};
   initialise_record(record);
   publish_eq(record, settings_of(1));
@@ -104,7 +104,7 @@ TEST(RecordConcurrency, EveryReadingOfTheEqualizerIsWholeAndNoneGoesBack) {
   EXPECT_EQ(record.eq_sequence, 2u * publications);
 }
 
-TEST(RecordConcurrency, AReaderThatIgnoresTheSequenceWordSeesMixedSettings) {
+TEST(RecordConcurrency, AReaderWithoutTheSequenceWordSeesMixedSettings) {
   constexpr int readings_at_most = 1'000'000;
   ControlBridgeRecord record{};
   initialise_record(record);
@@ -122,7 +122,7 @@ TEST(RecordConcurrency, AReaderThatIgnoresTheSequenceWordSeesMixedSettings) {
   EXPECT_GT(mixed, 0);
 }
 
-TEST(RecordConcurrency, TheFootstepWordIsNeverAMixtureOfTwo) {
+TEST(RecordConcurrency, TheFootstepWordIsNeverMixed) {
   constexpr std::uint32_t steps = 1000;
   ControlBridgeRecord record{};
   initialise_record(record);
@@ -157,7 +157,7 @@ TEST(RecordConcurrency, TheFootstepWordIsNeverAMixtureOfTwo) {
   }
 }
 
-TEST(RecordConcurrency, AdditionsOfSeveralThreadsAreAllCounted) {
+TEST(RecordConcurrency, CountsEveryAddition) {
   constexpr std::uint32_t adders = 4;
   constexpr std::uint32_t additions = 20'000;
   ControlBridgeRecord record{};
@@ -177,7 +177,7 @@ TEST(RecordConcurrency, AdditionsOfSeveralThreadsAreAllCounted) {
   EXPECT_EQ(record.format_negotiation_word, 0u);
 }
 
-TEST(RecordConcurrency, ARecordIsSeenFinishedOnlyWithItsFirstContents) {
+TEST(RecordConcurrency, AFinishedRecordHasItsFirstContents) {
   for (int round = 0; round < 300; ++round) {
     ControlBridgeRecord record{};
     std::atomic<bool> go{false};
@@ -204,7 +204,7 @@ TEST(RecordConcurrency, ARecordIsSeenFinishedOnlyWithItsFirstContents) {
 constexpr std::uint32_t writer_count = 4;
 constexpr std::uint32_t writer_rounds = 5'000;
 
-// What the other half of a word has to hold beside `number`.
+// The other half of a word that holds `number`.
 std::uint32_t partner_of(std::uint32_t number) { return number * 2654435761u; }
 
 StreamFormat format_of(std::uint32_t number) {
@@ -212,10 +212,10 @@ StreamFormat format_of(std::uint32_t number) {
           static_cast<std::uint8_t>(number * 3), number * 5 % 256};
 }
 
-// Odd where the query succeeds, 0 where it fails.
+// Odd when the query succeeds, 0 when it fails.
 std::uint32_t query_value_of(std::uint32_t number) { return number % 2 == 0 ? 0 : number % 64; }
 
-// One life of the effect, in which each word that is stored as a whole follows from one number above 16.
+// All reports of one effect. Each word that is stored as a whole follows from one number above 16.
 void live_once(ControlBridgeRecord& record, std::uint32_t number) {
   const bool odd = number % 2 != 0;
   report_initialize_attempt(record, {partner_of(number), number, partner_of(number), number, odd});
@@ -244,7 +244,7 @@ bool is_whole_result(std::uint32_t stage, std::int32_t result) {
 
 bool is_whole_query(std::uint32_t value, bool succeeded) { return (value % 2 != 0) == succeeded; }
 
-// Whether each word is of one writer's one life, or still as it was at first.
+// Whether each word comes from one call of live_once(), or is still zero.
 bool is_whole(const ControlDiagnostics& read) {
   const StreamFormat input = format_of(read.lock_input_sample_rate);
   const StreamFormat output = format_of(read.lock_output_sample_rate);
@@ -277,7 +277,7 @@ bool is_whole(const ControlDiagnostics& read) {
            static_cast<std::uint32_t>(read.capture_detail_code) == detail));
 }
 
-// All counts and masks, none of which may ever go back.
+// All counts and masks. None may ever decrease.
 std::array<std::uint64_t, 16> counts_of(const ControlDiagnostics& read) {
   return {read.initialize_attempt_count,
           read.initialize_runtime_count,
@@ -312,7 +312,7 @@ void run_at_once(std::uint32_t count, const Work& work) {
   for (std::thread& thread : threads) thread.join();
 }
 
-TEST(DiagnosticsConcurrency, NoWordIsEverAMixtureAndNoCountIsLostOrGoesBack) {
+TEST(DiagnosticsConcurrency, WordsAreNeverMixedAndCountsNeverLost) {
   ControlBridgeRecord record{};
   initialise_record(record);
   std::atomic<std::uint32_t> writers_left{writer_count};
@@ -367,11 +367,11 @@ TEST(DiagnosticsConcurrency, NoWordIsEverAMixtureAndNoCountIsLostOrGoesBack) {
   }
 }
 
-// Both stay below the bound at which a count of queries stops.
+// Together they stay below the maximum of a query count.
 constexpr std::uint32_t queries_of_a_thread = 60;
 constexpr int query_rounds = 100;
 
-// Four threads that count in two queries at once, and what is missing of their counts.
+// Lets four threads count two queries at once. Returns how many counts are missing.
 template <typename Report>
 std::uint64_t queries_lost(const Report& report) {
   ControlBridgeRecord record{};
@@ -385,7 +385,7 @@ std::uint64_t queries_lost(const Report& report) {
          read.get_latency_count;
 }
 
-TEST(DiagnosticsConcurrency, QueriesOfSeveralThreadsAreAllCounted) {
+TEST(DiagnosticsConcurrency, CountsEveryQuery) {
   for (int round = 0; round < query_rounds; ++round) {
     ASSERT_EQ(queries_lost([](ControlBridgeRecord& record, std::uint32_t query) {
                 report_query(record, query, 1, 0);
@@ -394,7 +394,7 @@ TEST(DiagnosticsConcurrency, QueriesOfSeveralThreadsAreAllCounted) {
   }
 }
 
-TEST(DiagnosticsConcurrency, AQueryThatIsStoredWithoutALookAtWhatIsThereByNowIsLost) {
+TEST(DiagnosticsConcurrency, APlainStoreLosesQueries) {
   const Patience waiting;
   std::uint64_t lost = 0;
   while (lost == 0 && !waiting.is_over()) {
@@ -407,7 +407,7 @@ TEST(DiagnosticsConcurrency, AQueryThatIsStoredWithoutALookAtWhatIsThereByNowIsL
   EXPECT_GT(lost, 0u);
 }
 
-// Threads that set all bits of the masks, each its own ones, and how many are missing at the end.
+// Lets four threads set all bits of the masks, each its own. Returns how many are missing.
 template <typename Report>
 int modes_lost(const Report& report) {
   ControlBridgeRecord record{};
@@ -419,11 +419,11 @@ int modes_lost(const Report& report) {
   return 48 - std::popcount(load_word(record.mode_masks_word));
 }
 
-TEST(DiagnosticsConcurrency, ModesOfSeveralThreadsAreAllKept) {
+TEST(DiagnosticsConcurrency, KeepsEveryMode) {
   for (int round = 0; round < query_rounds; ++round) ASSERT_EQ(modes_lost(report_mode), 0);
 }
 
-TEST(DiagnosticsConcurrency, AModeThatIsStoredWithoutALookAtWhatIsThereByNowTakesOthersAway) {
+TEST(DiagnosticsConcurrency, APlainStoreLosesModes) {
   const Patience waiting;
   int lost = 0;
   while (lost == 0 && !waiting.is_over()) {
@@ -437,7 +437,7 @@ TEST(DiagnosticsConcurrency, AModeThatIsStoredWithoutALookAtWhatIsThereByNowTake
   EXPECT_GT(lost, 0);
 }
 
-TEST(DiagnosticsConcurrency, ACountThatIsStoredWithoutALookAtWhatIsThereByNowIsLost) {
+TEST(DiagnosticsConcurrency, APlainStoreLosesCounts) {
   constexpr std::uint64_t counts_of_a_thread = 1000;
   const auto lost_by = [](const auto& count) {
     ControlBridgeRecord record{};
@@ -459,7 +459,7 @@ TEST(DiagnosticsConcurrency, ACountThatIsStoredWithoutALookAtWhatIsThereByNowIsL
   EXPECT_GT(lost, 0u);
 }
 
-TEST(DiagnosticsConcurrency, AWordThatIsStoredInTwoHalvesIsSeenMixed) {
+TEST(DiagnosticsConcurrency, AWordStoredInTwoHalvesIsSeenMixed) {
   constexpr int readings_at_most = 1'000'000;
   ControlBridgeRecord record{};
   initialise_record(record);

@@ -1,4 +1,4 @@
-// One file because it mirrors one source: the name, the making and opening, and the owner of both.
+// One file because it mirrors one source: the name, the wait for another creator, and the owner of a mapping.
 #include "bridge/mapping.h"
 
 #include <gtest/gtest.h>
@@ -19,8 +19,6 @@ const std::string incompatible = "existing control mapping has an incompatible l
 const std::string opened = "opened shared control bridge";
 const std::string created = "created shared control bridge";
 
-using Log = std::vector<std::string>;
-
 // Another process holds a finished record of this magic, version and size.
 std::shared_ptr<memory::Region> hold_record(std::uint32_t magic = 0x31434D56, std::uint32_t version = 8,
                                             std::uint32_t size = 576) {
@@ -38,15 +36,12 @@ FootstepParameters footstep_of(ControlBridge& bridge) {
   return footstep;
 }
 
-TEST(MappingName, IsAPrefixAndAtLeastOneAllowedUnit) {
+TEST(MappingName, NeedsAPrefixAndAllowedCharacters) {
   for (const std::u16string valid :
        {u"Local\\x", u"Global\\x", u"Global\\VelmoraControlV1", u"Local\\a.b-c_d9Z", u"Local\\.",
         u"Global\\-", u"Local\\Local", u"Local\\VelmoraSelfTest-4711"}) {
     EXPECT_TRUE(control_mapping_name_valid(valid));
   }
-}
-
-TEST(MappingName, IsNothingElse) {
   for (const std::u16string refused : {u"",
                                        u"Local",
                                        u"Global",
@@ -73,175 +68,144 @@ TEST(MappingName, IsNothingElse) {
   }
 }
 
-TEST(MappingName, AllowsExactly65UnitsBehindItsPrefix) {
-  int allowed = 0;
+TEST(MappingName, AllowsExactly65Characters) {
+  std::u16string allowed;
   for (char32_t unit = 0; unit < 0x10000; ++unit) {
-    const std::u16string tried = u"Local\\" + std::u16string(1, static_cast<char16_t>(unit));
-    if (!control_mapping_name_valid(tried)) continue;
-    ++allowed;
-    EXPECT_NE(std::u16string_view(u"abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-_")
-                  .find(static_cast<char16_t>(unit)),
-              std::u16string_view::npos);
+    const std::u16string tried(1, static_cast<char16_t>(unit));
+    if (control_mapping_name_valid(u"Local\\" + tried)) allowed += tried;
   }
-  EXPECT_EQ(allowed, 65);
+  EXPECT_EQ(allowed, u"-.0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz");
 }
 
-TEST(MappingName, Has240UnitsAtMostPrefixIncluded) {
+TEST(MappingName, HasUpTo240CharactersWithItsPrefix) {
   for (const std::u16string prefix : {u"Local\\", u"Global\\"}) {
     EXPECT_TRUE(control_mapping_name_valid(prefix + std::u16string(240 - prefix.size(), u'a')));
     EXPECT_FALSE(control_mapping_name_valid(prefix + std::u16string(241 - prefix.size(), u'a')));
   }
 }
 
-using Waiting = FreshMachine;
+using WaitForCreator = FreshMachine;
 
-TEST_F(Waiting, TakesAFinishedRecordWithoutASleep) {
-  ControlBridgeRecord record{};
-  initialise_record(record);
-  EXPECT_TRUE(wait_for_creator(record));
-  EXPECT_EQ(memory::system().sleeps, 0u);
-}
-
-TEST_F(Waiting, RefusesAnotherLayoutWithoutASleep) {
-  ControlBridgeRecord record{};
-  initialise_record(record);
-  record.version = 7;
-  EXPECT_FALSE(wait_for_creator(record));
-  record.version = 8;
-  record.size = 575;
-  EXPECT_FALSE(wait_for_creator(record));
-  EXPECT_EQ(memory::system().sleeps, 0u);
-}
-
-TEST_F(Waiting, GivesUpAfter100RoundsOf1Millisecond) {
-  for (const std::uint32_t magic : {0u, 0x12345678u}) {
+// Another process finishes the record in the given round of 1 ms; 0: before the wait.
+TEST_F(WaitForCreator, Takes100RoundsAtMost) {
+  const struct {
+    std::uint64_t round;
+    std::uint32_t magic, version, size;
+    bool result;
+    std::uint64_t sleeps;
+  } rows[] = {{0, record_magic, 8, 576, true, 0},
+              {0, record_magic, 7, 576, false, 0},
+              {0, record_magic, 8, 575, false, 0},
+              {1, record_magic, 8, 576, true, 1},
+              {2, record_magic, 8, 576, true, 2},
+              {50, record_magic, 8, 576, true, 50},
+              {99, record_magic, 8, 576, true, 99},
+              {3, record_magic, 9, 576, false, 3},
+              {0, 0, 8, 576, false, 100},
+              {0, 0x12345678, 8, 576, false, 100},
+              {101, record_magic, 8, 576, false, 100}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
     memory::reset();
     ControlBridgeRecord record{};
-    initialise_record(record);
-    record.magic = magic;
-    const std::int64_t start_ns = memory::system().now_ns;
-    EXPECT_FALSE(wait_for_creator(record));
-    EXPECT_EQ(memory::system().sleeps, 100u);
-    EXPECT_EQ(memory::system().now_ns - start_ns, 100'000'000);
-  }
-}
-
-TEST_F(Waiting, TakesARecordThatIsFinishedInAnyOfItsRounds) {
-  for (const std::uint64_t finished_after : {1u, 2u, 50u, 99u}) {
-    memory::reset();
-    ControlBridgeRecord record{};
-    memory::system().on_sleep = [&] {
-      if (memory::system().sleeps == finished_after) initialise_record(record);
+    const auto finish = [&] {
+      if (memory::system().sleeps != row.round) return;
+      initialise_record(record);
+      record.magic = row.magic;
+      record.version = row.version;
+      record.size = row.size;
     };
-    EXPECT_TRUE(wait_for_creator(record));
-    EXPECT_EQ(memory::system().sleeps, finished_after);
+    finish();
+    memory::system().on_sleep = finish;
+    const std::int64_t start_ns = memory::system().now_ns;
+    EXPECT_EQ(wait_for_creator(record), row.result);
+    EXPECT_EQ(memory::system().sleeps, row.sleeps);
+    EXPECT_EQ(memory::system().now_ns - start_ns, static_cast<std::int64_t>(row.sleeps) * 1'000'000);
   }
 }
 
-TEST_F(Waiting, EndsAtOnceWhenTheCreatorTurnsOutToBeOfAnotherLayout) {
-  ControlBridgeRecord record{};
-  memory::system().on_sleep = [&] {
-    if (memory::system().sleeps != 3) return;
-    record.version = 9;
-    record.size = 576;
-    record.magic = record_magic;
-  };
-  EXPECT_FALSE(wait_for_creator(record));
-  EXPECT_EQ(memory::system().sleeps, 3u);
-}
+class BridgeMapping : public FreshMachine {
+ protected:
+  // create() or open(), and the message.
+  bool start(bool may_create, const std::u16string& of = name) {
+    message_ = "left over";
+    return may_create ? bridge_.create(of, message_) : bridge_.open(of, message_);
+  }
+  void expect_closed() const {
+    EXPECT_FALSE(bridge_.is_open());
+    EXPECT_EQ(bridge_.name(), u"");
+    EXPECT_TRUE(memory::system().handles.empty());
+  }
+  void TearDown() override {
+    bridge_.close();
+    FreshMachine::TearDown();
+  }
 
-using BridgeMapping = FreshMachine;
+  ControlBridge bridge_;
+  std::string message_;
+};
 
-TEST_F(BridgeMapping, IsMadeAndFilledWhereThereIsNone) {
-  ControlBridge bridge;
-  std::string message;
-  EXPECT_FALSE(bridge.is_open());
-  EXPECT_EQ(bridge.name(), u"");
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, created);
-  EXPECT_TRUE(bridge.is_open());
-  EXPECT_EQ(bridge.name(), name);
-  EXPECT_EQ(footstep_of(bridge).raw, 0x0000000100000000u);
+TEST_F(BridgeMapping, CreatesAndFillsANewMapping) {
+  expect_closed();
+  ASSERT_TRUE(start(true));
+  EXPECT_EQ(message_, created);
+  EXPECT_TRUE(bridge_.is_open());
+  EXPECT_EQ(bridge_.name(), name);
+  EXPECT_EQ(footstep_of(bridge_).raw, 0x0000000100000000u);
   EXPECT_EQ(memory::system().sleeps, 0u);
-  EXPECT_EQ(memory::system().log,
-            (Log{"OpenFileMappingW", "ConvertStringSecurityDescriptorToSecurityDescriptorW",
-                 "CreateFileMappingW", "MapViewOfFile"}));
-  const auto region = memory::system().regions.at(name).lock();
-  EXPECT_EQ(region->size, 576u);
+  EXPECT_EQ(memory::system().regions.at(name).lock()->size, 576u);
 }
 
-TEST_F(BridgeMapping, IsMadeAnewWhereNobodyHoldsItAnyLonger) {
-  std::string message;
-  ControlBridge bridge;
-  ASSERT_TRUE(bridge.create(name, message));
-  ASSERT_EQ(bridge.publish_footstep(false, true, 0.5f), BridgeResult::done);
-  bridge.close();
-  EXPECT_TRUE(memory::system().handles.empty());
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, created);
-  EXPECT_EQ(footstep_of(bridge).raw, 0x0000000100000000u);
+TEST_F(BridgeMapping, KeepsValuesWhileAnyoneHoldsIt) {
+  for (const bool held : {false, true}) {
+    ASSERT_TRUE(start(true));
+    EXPECT_EQ(message_, created);
+    const auto region = held ? memory::system().regions.at(name).lock() : nullptr;
+    ASSERT_EQ(bridge_.publish_footstep(false, true, 0.5f), BridgeResult::done);
+    bridge_.close();
+    expect_closed();
+    ASSERT_TRUE(start(true));
+    EXPECT_EQ(message_, held ? opened : created);
+    EXPECT_EQ(footstep_of(bridge_).raw, held ? 0x000000023F000000u : 0x0000000100000000u);
+    bridge_.close();
+  }
 }
 
-TEST_F(BridgeMapping, KeepsItsValuesForAsLongAsAnyoneHoldsIt) {
-  std::string message;
-  ControlBridge bridge;
-  ASSERT_TRUE(bridge.create(name, message));
-  const auto held = memory::system().regions.at(name).lock();
-  ASSERT_EQ(bridge.publish_footstep(false, true, 0.5f), BridgeResult::done);
-  bridge.close();
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, opened);
-  EXPECT_EQ(footstep_of(bridge).raw, 0x000000023F000000u);
-}
-
-TEST_F(BridgeMapping, IsTakenAsItStandsWhereItExists) {
+TEST_F(BridgeMapping, OpensAnExistingRecordUnchanged) {
   for (const bool may_create : {true, false}) {
-    memory::reset();
     const auto region = hold_record();
     const std::vector<std::uint64_t> before = region->words;
-    {
-      ControlBridge bridge;
-      std::string message;
-      ASSERT_TRUE(may_create ? bridge.create(name, message) : bridge.open(name, message));
-      EXPECT_EQ(message, opened);
-      EXPECT_EQ(memory::system().log, (Log{"OpenFileMappingW", "MapViewOfFile"}));
-    }
+    ASSERT_TRUE(start(may_create));
+    EXPECT_EQ(message_, opened);
+    bridge_.close();
     ASSERT_EQ(before.size() * 8, 576u);
-    EXPECT_EQ(std::memcmp(before.data(), region->words.data(), 576), 0);
+    EXPECT_EQ(region->words, before);
   }
 }
 
-TEST_F(BridgeMapping, IsNeverMadeByOpen) {
-  ControlBridge bridge;
-  std::string message;
-  EXPECT_FALSE(bridge.open(name, message));
-  EXPECT_EQ(message, "OpenFileMappingW failed with error 2");
-  EXPECT_FALSE(bridge.is_open());
-  EXPECT_EQ(memory::system().log, Log{"OpenFileMappingW"});
+TEST_F(BridgeMapping, NeverCreatesByOpen) {
+  EXPECT_FALSE(start(false));
+  EXPECT_EQ(message_, "OpenFileMappingW failed with error 2");
+  expect_closed();
   EXPECT_TRUE(memory::system().regions.empty());
 }
 
-TEST_F(BridgeMapping, TriesToMakeItWhateverTheReasonThatItCouldNotBeOpened) {
+TEST_F(BridgeMapping, CreatesWhateverErrorOpeningReturned) {
   memory::system().faults["OpenFileMappingW"] = {5};
-  ControlBridge bridge;
-  std::string message;
-  EXPECT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, created);
+  EXPECT_TRUE(start(true));
+  EXPECT_EQ(message_, created);
 }
 
-TEST_F(BridgeMapping, IsOpenedLikeAnyOtherWhenAnotherProcessWasFaster) {
-  // It is there between our look and our making.
+// Another process creates the mapping after this one failed to open it.
+TEST_F(BridgeMapping, OpensAMappingCreatedMeanwhile) {
   memory::system().faults["OpenFileMappingW"] = {2};
-  const auto region = hold_record();
-  const std::vector<std::uint64_t> before = region->words;
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, opened);
-  EXPECT_EQ(region->words, before);
-}
+  const auto finished = hold_record();
+  const std::vector<std::uint64_t> before = finished->words;
+  ASSERT_TRUE(start(true));
+  EXPECT_EQ(message_, opened);
+  EXPECT_EQ(finished->words, before);
+  bridge_.close();
 
-TEST_F(BridgeMapping, WaitsForTheOtherProcessThatWasFaster) {
   memory::system().faults["OpenFileMappingW"] = {2};
   const auto region = memory::hold_region(name, 576);
   memory::system().on_sleep = [&] {
@@ -249,14 +213,12 @@ TEST_F(BridgeMapping, WaitsForTheOtherProcessThatWasFaster) {
       initialise_record(*reinterpret_cast<ControlBridgeRecord*>(region->words.data()));
     }
   };
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(message, opened);
+  ASSERT_TRUE(start(true));
+  EXPECT_EQ(message_, opened);
   EXPECT_EQ(memory::system().sleeps, 7u);
 }
 
-TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
+TEST_F(BridgeMapping, RefusesAnIncompatibleRecord) {
   const struct {
     std::uint32_t magic, version, size;
     std::uint64_t sleeps;
@@ -266,87 +228,63 @@ TEST_F(BridgeMapping, IsRefusedWhereItsRecordCannotBeUsed) {
   };
   for (const auto& row : rows) {
     for (const bool may_create : {true, false}) {
-      SCOPED_TRACE(std::to_string(row.magic) + " " + std::to_string(row.version) + " " +
-                   std::to_string(row.size));
+      SCOPED_TRACE(&row - rows);
       memory::reset();
       const auto region = hold_record(row.magic, row.version, row.size);
       const std::vector<std::uint64_t> before = region->words;
-      ControlBridge bridge;
-      std::string message;
-      EXPECT_FALSE(may_create ? bridge.create(name, message) : bridge.open(name, message));
-      EXPECT_EQ(message, incompatible);
-      EXPECT_FALSE(bridge.is_open());
-      EXPECT_EQ(bridge.name(), u"");
+      EXPECT_FALSE(start(may_create));
+      EXPECT_EQ(message_, incompatible);
+      expect_closed();
       EXPECT_EQ(memory::system().sleeps, row.sleeps);
       EXPECT_EQ(region->words, before);
-      EXPECT_EQ(memory::system().log,
-                (Log{"OpenFileMappingW", "MapViewOfFile", "UnmapViewOfFile", "CloseHandle"}));
-      EXPECT_TRUE(memory::system().handles.empty());
+      EXPECT_EQ(calls_of("UnmapViewOfFile"), 1);
     }
   }
 }
 
-TEST_F(BridgeMapping, TellsWhichCallFailedAndHoldsNothing) {
+TEST_F(BridgeMapping, ReportsTheCallThatFailed) {
+  constexpr std::int64_t no_number = memory::failure_without_number;
+  const std::string descriptor = "ConvertStringSecurityDescriptorToSecurityDescriptorW";
+  const std::string no_descriptor = "unable to create the control mapping security descriptor: ";
   const struct {
+    bool may_create;
     std::string operation;
     std::int64_t error;
     std::string message;
   } rows[] = {
-      {"ConvertStringSecurityDescriptorToSecurityDescriptorW", 1336,
-       "unable to create the control mapping security descriptor: 1336"},
-      {"CreateFileMappingW", 5, "CreateFileMappingW failed with error 5"},
-      {"MapViewOfFile", 8, "MapViewOfFile failed with error 8"},
-      {"ConvertStringSecurityDescriptorToSecurityDescriptorW", memory::failure_without_number,
-       "unable to create the control mapping security descriptor: 0"},
-      {"CreateFileMappingW", memory::failure_without_number, "CreateFileMappingW failed with error 0"},
-      {"MapViewOfFile", memory::failure_without_number, "MapViewOfFile failed with error 0"},
+      {true, descriptor, 1336, no_descriptor + "1336"},
+      {true, descriptor, no_number, no_descriptor + "0"},
+      {true, "CreateFileMappingW", 5, "CreateFileMappingW failed with error 5"},
+      {true, "CreateFileMappingW", no_number, "CreateFileMappingW failed with error 0"},
+      {true, "MapViewOfFile", 8, "MapViewOfFile failed with error 8"},
+      {true, "MapViewOfFile", no_number, "MapViewOfFile failed with error 0"},
+      {false, "OpenFileMappingW", 5, "OpenFileMappingW failed with error 5"},
+      {false, "OpenFileMappingW", no_number, "OpenFileMappingW failed with error 0"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
     memory::reset();
     memory::system().faults[row.operation] = {row.error};
-    ControlBridge bridge;
-    std::string message = "what it held";
-    EXPECT_FALSE(bridge.create(name, message));
-    EXPECT_EQ(message, row.message);
-    EXPECT_FALSE(bridge.is_open());
-    EXPECT_TRUE(memory::system().handles.empty());
+    EXPECT_FALSE(start(row.may_create));
+    EXPECT_EQ(message_, row.message);
+    expect_closed();
     EXPECT_EQ(calls_of(row.operation), 1);
   }
+  const auto region = memory::hold_region(name, 575);  // too small for a record
+  EXPECT_FALSE(start(true));
+  EXPECT_EQ(message_, "MapViewOfFile failed with error 5");
+  expect_closed();
 }
 
-TEST_F(BridgeMapping, TellsTheErrorOfAnOpenThatWasDenied) {
-  const auto region = hold_record();
-  memory::system().faults["OpenFileMappingW"] = {5};
-  ControlBridge bridge;
-  std::string message;
-  EXPECT_FALSE(bridge.open(name, message));
-  EXPECT_EQ(message, "OpenFileMappingW failed with error 5");
-  memory::system().faults["OpenFileMappingW"] = {memory::failure_without_number};
-  EXPECT_FALSE(bridge.open(name, message));
-  EXPECT_EQ(message, "OpenFileMappingW failed with error 0");
-}
-
-TEST_F(BridgeMapping, CannotBeViewedWhereItIsSmallerThanARecord) {
-  const auto region = memory::hold_region(name, 575);
-  ControlBridge bridge;
-  std::string message;
-  EXPECT_FALSE(bridge.create(name, message));
-  EXPECT_EQ(message, "MapViewOfFile failed with error 5");
-  EXPECT_TRUE(memory::system().handles.empty());
-}
-
-TEST_F(BridgeMapping, IsNotLookedForUnderABadName) {
+TEST_F(BridgeMapping, MakesNoCallForABadName) {
   for (const bool may_create : {true, false}) {
-    ControlBridge bridge;
-    std::string message;
-    EXPECT_FALSE(may_create ? bridge.create(u"Global\\a b", message) : bridge.open(u"Global\\a b", message));
-    EXPECT_EQ(message, name_refused);
+    EXPECT_FALSE(start(may_create, u"Global\\a b"));
+    EXPECT_EQ(message_, name_refused);
     EXPECT_TRUE(memory::system().log.empty());
   }
 }
 
-TEST_F(BridgeMapping, IsSharedByTwoBridgesOfOneName) {
+TEST_F(BridgeMapping, SharesValuesBetweenTwoBridges) {
   ControlBridge service;
   ControlBridge effect;
   std::string message;
@@ -374,34 +312,31 @@ TEST_F(BridgeMapping, IsSharedByTwoBridgesOfOneName) {
   EXPECT_EQ(capture.seconds, 30u);
 }
 
-TEST_F(BridgeMapping, RefusesAStrengthThroughTheBridgeToo) {
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_EQ(bridge.publish_footstep(false, false, 1.5f), BridgeResult::value_refused);
-  EXPECT_EQ(footstep_of(bridge).raw, 0x0000000100000000u);
+TEST_F(BridgeMapping, RefusesAStrengthOutOfRange) {
+  ASSERT_TRUE(start(true));
+  EXPECT_EQ(bridge_.publish_footstep(false, false, 1.5f), BridgeResult::value_refused);
+  EXPECT_EQ(footstep_of(bridge_).raw, 0x0000000100000000u);
 }
 
-TEST_F(BridgeMapping, AnswersNotOpenAndTouchesNoOutputWhenClosed) {
-  ControlBridge bridge;
-  EXPECT_EQ(bridge.publish_footstep(false, false, 0.5f), BridgeResult::not_open);
-  EXPECT_EQ(bridge.publish_footstep(false, false, 7.0f), BridgeResult::not_open);
-  EXPECT_EQ(bridge.publish_algorithm({}), BridgeResult::not_open);
-  EXPECT_EQ(bridge.publish_eq({}), BridgeResult::not_open);
-  EXPECT_EQ(bridge.publish_capture_request(1, 1), BridgeResult::not_open);
+TEST_F(BridgeMapping, LeavesOutputsWhenClosed) {
+  EXPECT_EQ(bridge_.publish_footstep(false, false, 0.5f), BridgeResult::not_open);
+  EXPECT_EQ(bridge_.publish_footstep(false, false, 7.0f), BridgeResult::not_open);
+  EXPECT_EQ(bridge_.publish_algorithm({}), BridgeResult::not_open);
+  EXPECT_EQ(bridge_.publish_eq({}), BridgeResult::not_open);
+  EXPECT_EQ(bridge_.publish_capture_request(1, 1), BridgeResult::not_open);
   FootstepParameters footstep{true, true, 0.25f, 77};
-  EXPECT_FALSE(bridge.read_footstep(footstep));
+  EXPECT_FALSE(bridge_.read_footstep(footstep));
   EXPECT_EQ(footstep.raw, 77u);
   AlgorithmParameters algorithm;
   algorithm.raw = 77;
-  EXPECT_FALSE(bridge.read_algorithm(algorithm));
+  EXPECT_FALSE(bridge_.read_algorithm(algorithm));
   EXPECT_EQ(algorithm.raw, 77u);
   EqSettings settings;
   settings.revision = 77;
-  EXPECT_FALSE(bridge.read_eq(settings));
+  EXPECT_FALSE(bridge_.read_eq(settings));
   EXPECT_EQ(settings.revision, 77u);
   CaptureRequest capture{77, 77, 77};
-  EXPECT_FALSE(bridge.read_capture_request(capture));
+  EXPECT_FALSE(bridge_.read_capture_request(capture));
   EXPECT_EQ(capture.sequence, 77u);
 }
 
@@ -455,26 +390,25 @@ const std::vector<Report>& reports() {
   return all;
 }
 
-TEST_F(BridgeMapping, CarriesEachReportOfTheEffectIntoTheRecordWithoutACall) {
+TEST_F(BridgeMapping, WritesEachReportWithoutACall) {
   for (const Report& report : reports()) {
     SCOPED_TRACE(report.title);
     const auto region = hold_record();
     ControlBridgeRecord expected;
     std::memcpy(&expected, region->words.data(), sizeof expected);
-    ControlBridge bridge;
-    std::string message;
-    ASSERT_TRUE(bridge.open(name, message));
+    ASSERT_TRUE(start(false));
     memory::system().log.clear();
-    report.through_bridge(bridge);
+    report.through_bridge(bridge_);
     EXPECT_TRUE(memory::system().log.empty());
     const ControlBridgeRecord untouched = expected;
     report.on_record(expected);
     EXPECT_NE(std::memcmp(&expected, &untouched, sizeof expected), 0);
     EXPECT_EQ(std::memcmp(&expected, region->words.data(), sizeof expected), 0);
+    bridge_.close();
   }
 }
 
-TEST_F(BridgeMapping, ReadsWhatAnotherBridgeReported) {
+TEST_F(BridgeMapping, ReadsReportsOfAnotherBridge) {
   ControlBridge service;
   ControlBridge effect;
   std::string message;
@@ -496,141 +430,95 @@ TEST_F(BridgeMapping, ReadsWhatAnotherBridgeReported) {
   EXPECT_EQ(read.locked_mode_mask, 64u);
 }
 
-TEST_F(BridgeMapping, DropsEachReportOfTheEffectWhenClosed) {
-  ControlBridge bridge;
-  for (const Report& report : reports()) report.through_bridge(bridge);
+TEST_F(BridgeMapping, DropsReportsWhenClosed) {
+  for (const Report& report : reports()) report.through_bridge(bridge_);
   EXPECT_TRUE(memory::system().log.empty());
-  EXPECT_FALSE(bridge.is_open());
-  // What was open once is not written to any more.
+  expect_closed();
+  // Also when it was open before.
   const auto region = hold_record();
-  std::string message;
-  ASSERT_TRUE(bridge.open(name, message));
-  bridge.close();
+  ASSERT_TRUE(start(false));
+  bridge_.close();
   const std::vector<std::uint64_t> before = region->words;
-  for (const Report& report : reports()) report.through_bridge(bridge);
+  for (const Report& report : reports()) report.through_bridge(bridge_);
   EXPECT_EQ(region->words, before);
 }
 
-TEST_F(BridgeMapping, TouchesNoDiagnosticsWhenClosed) {
+TEST_F(BridgeMapping, LeavesDiagnosticsWhenClosed) {
   ControlDiagnostics read;
   std::memset(static_cast<void*>(&read), 0x55, sizeof read);
   ControlDiagnostics before;
   std::memcpy(static_cast<void*>(&before), &read, sizeof read);
-  ControlBridge bridge;
-  EXPECT_FALSE(bridge.read_diagnostics(read));
+  EXPECT_FALSE(bridge_.read_diagnostics(read));
   EXPECT_EQ(std::memcmp(&read, &before, sizeof read), 0);
 }
 
-TEST_F(BridgeMapping, IsReleasedByCloseOnceAndInOrder) {
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  memory::system().log.clear();
-  bridge.close();
-  bridge.close();
-  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
-  EXPECT_FALSE(bridge.is_open());
-  EXPECT_EQ(bridge.name(), u"");
-}
-
-TEST_F(BridgeMapping, IsReleasedByTheDestructor) {
+TEST_F(BridgeMapping, ReleasesItsHandlesOnce) {
+  ASSERT_TRUE(start(true));
+  bridge_.close();
+  bridge_.close();
+  expect_closed();
+  EXPECT_EQ(calls_of("UnmapViewOfFile"), 1);
+  EXPECT_EQ(calls_of("CloseHandle"), 1);
   {
     ControlBridge bridge;
-    std::string message;
-    ASSERT_TRUE(bridge.create(name, message));
-    memory::system().log.clear();
+    ASSERT_TRUE(bridge.create(name, message_));
   }
-  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
-}
-
-TEST_F(BridgeMapping, IsReleasedBeforeAnAttemptThatFails) {
-  const std::u16string bad_names[] = {u"nonsense", u"Local\\missing"};
-  for (const std::u16string& bad_name : bad_names) {
-    ControlBridge bridge;
-    std::string message;
-    ASSERT_TRUE(bridge.create(name, message));
-    memory::system().log.clear();
-    EXPECT_FALSE(bridge.open(bad_name, message));
-    ASSERT_GE(memory::system().log.size(), 2u);
-    EXPECT_EQ(memory::system().log[0], "UnmapViewOfFile");
-    EXPECT_EQ(memory::system().log[1], "CloseHandle");
-    EXPECT_FALSE(bridge.is_open());
-    EXPECT_EQ(bridge.name(), u"");
-    EXPECT_TRUE(memory::system().handles.empty());
-  }
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  EXPECT_FALSE(bridge.create(u"local\\x", message));
-  EXPECT_EQ(message, name_refused);
   EXPECT_TRUE(memory::system().handles.empty());
 }
 
-TEST_F(BridgeMapping, CanBeMadeAgainFromItsOwnName) {
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  ASSERT_TRUE(bridge.create(bridge.name(), message));
-  EXPECT_EQ(message, created);
-  EXPECT_EQ(bridge.name(), name);
+TEST_F(BridgeMapping, ClosesBeforeAnAttemptThatFails) {
+  for (const std::u16string bad_name : {u"nonsense", u"Local\\missing", u"local\\x"}) {
+    ASSERT_TRUE(start(true));
+    EXPECT_FALSE(start(bad_name == u"local\\x", bad_name));
+    EXPECT_EQ(message_ == name_refused, bad_name != u"Local\\missing");
+    expect_closed();
+  }
+}
+
+TEST_F(BridgeMapping, CanBeCreatedAgainUnderItsOwnName) {
+  ASSERT_TRUE(start(true));
+  ASSERT_TRUE(bridge_.create(bridge_.name(), message_));
+  EXPECT_EQ(message_, created);
+  EXPECT_EQ(bridge_.name(), name);
   EXPECT_EQ(memory::system().handles.size(), 2u);
 }
 
-TEST_F(BridgeMapping, GoesWithAMove) {
-  ControlBridge first;
-  std::string message;
-  ASSERT_TRUE(first.create(name, message));
-  ASSERT_EQ(first.publish_footstep(false, true, 0.5f), BridgeResult::done);
-  ControlBridge second(std::move(first));
-  EXPECT_FALSE(first.is_open());  // NOLINT: the state behind a move is the contract
-  EXPECT_EQ(first.name(), u"");
-  EXPECT_EQ(first.publish_footstep(false, false, 0.5f), BridgeResult::not_open);
+TEST_F(BridgeMapping, MovesWithItsOwner) {
+  ASSERT_TRUE(start(true));
+  ASSERT_EQ(bridge_.publish_footstep(false, true, 0.5f), BridgeResult::done);
+  ControlBridge second(std::move(bridge_));
+  EXPECT_FALSE(bridge_.is_open());  // NOLINT: the state after a move is the contract
+  EXPECT_EQ(bridge_.name(), u"");
+  EXPECT_EQ(bridge_.publish_footstep(false, false, 0.5f), BridgeResult::not_open);
   EXPECT_EQ(second.name(), name);
   EXPECT_EQ(footstep_of(second).raw, 0x000000023F000000u);
-  EXPECT_EQ(memory::system().handles.size(), 2u);
-}
 
-TEST_F(BridgeMapping, IsClosedWhereAnotherIsMovedInto) {
-  ControlBridge first;
-  ControlBridge second;
-  std::string message;
-  ASSERT_TRUE(first.create(name, message));
-  ASSERT_TRUE(second.create(u"Local\\other", message));
-  memory::system().log.clear();
-  second = std::move(first);
-  EXPECT_EQ(memory::system().log, (Log{"UnmapViewOfFile", "CloseHandle"}));
-  EXPECT_FALSE(first.is_open());  // NOLINT: the state behind a move is the contract
-  EXPECT_EQ(first.name(), u"");
-  EXPECT_EQ(second.name(), name);
-  EXPECT_TRUE(second.is_open());
+  ControlBridge third;
+  ASSERT_TRUE(third.create(u"Local\\other", message_));
+  third = std::move(second);
+  EXPECT_FALSE(second.is_open());  // NOLINT: the state after a move is the contract
+  EXPECT_EQ(second.name(), u"");
+  EXPECT_TRUE(third.is_open());
+  EXPECT_EQ(third.name(), name);
   EXPECT_EQ(memory::system().handles.size(), 2u);
   EXPECT_TRUE(memory::system().regions.at(u"Local\\other").expired());
-}
 
-TEST_F(BridgeMapping, StaysWhereItIsMovedToItself) {
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
-  memory::system().log.clear();
-  ControlBridge& same = bridge;
-  bridge = std::move(same);
-  EXPECT_TRUE(bridge.is_open());
-  EXPECT_EQ(bridge.name(), name);
-  EXPECT_TRUE(memory::system().log.empty());
+  ControlBridge& same = third;
+  third = std::move(same);
+  EXPECT_TRUE(third.is_open());
+  EXPECT_EQ(third.name(), name);
 }
 
 TEST_F(BridgeMapping, MakesNoCallOnceItIsOpen) {
-  ControlBridge bridge;
-  std::string message;
-  ASSERT_TRUE(bridge.create(name, message));
+  ASSERT_TRUE(start(true));
   memory::system().log.clear();
-  static_cast<void>(bridge.publish_footstep(false, false, 0.5f));
-  static_cast<void>(bridge.publish_algorithm({}));
-  static_cast<void>(bridge.publish_eq({}));
+  static_cast<void>(bridge_.publish_footstep(false, false, 0.5f));
+  static_cast<void>(bridge_.publish_algorithm({}));
+  static_cast<void>(bridge_.publish_eq({}));
   EqSettings settings;
-  static_cast<void>(bridge.read_eq(settings));
+  static_cast<void>(bridge_.read_eq(settings));
   ControlDiagnostics diagnostics;
-  static_cast<void>(bridge.read_diagnostics(diagnostics));
+  static_cast<void>(bridge_.read_diagnostics(diagnostics));
   EXPECT_TRUE(memory::system().log.empty());
 }
 

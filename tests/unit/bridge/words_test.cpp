@@ -12,7 +12,7 @@ class SharedWord : public ::testing::Test {};
 using WordTypes = ::testing::Types<std::uint32_t, std::uint64_t>;
 TYPED_TEST_SUITE(SharedWord, WordTypes);
 
-TYPED_TEST(SharedWord, IsReadWithoutAChange) {
+TYPED_TEST(SharedWord, IsUnchangedByReading) {
   for (const TypeParam value : {TypeParam{0}, TypeParam{1}, static_cast<TypeParam>(~TypeParam{0})}) {
     TypeParam word = value;
     EXPECT_EQ(load_word(word), value);
@@ -20,7 +20,7 @@ TYPED_TEST(SharedWord, IsReadWithoutAChange) {
   }
 }
 
-TYPED_TEST(SharedWord, HoldsWhatWasStored) {
+TYPED_TEST(SharedWord, HoldsTheStoredValue) {
   TypeParam word = 5;
   store_word(word, static_cast<TypeParam>(~TypeParam{0}));
   EXPECT_EQ(word, static_cast<TypeParam>(~TypeParam{0}));
@@ -37,7 +37,7 @@ TYPED_TEST(SharedWord, CountsAndWraps) {
   EXPECT_EQ(word, TypeParam{1});
 }
 
-TYPED_TEST(SharedWord, IsExchangedForTheValueThatWasLastSeen) {
+TYPED_TEST(SharedWord, IsExchangedWhenItHasTheExpectedValue) {
   for (const TypeParam value : {TypeParam{0}, TypeParam{7}, static_cast<TypeParam>(~TypeParam{0})}) {
     TypeParam word = value;
     TypeParam present = value;
@@ -47,7 +47,7 @@ TYPED_TEST(SharedWord, IsExchangedForTheValueThatWasLastSeen) {
   }
 }
 
-TYPED_TEST(SharedWord, IsKeptWhereItHasAnotherValueByNowAndTellsThatOne) {
+TYPED_TEST(SharedWord, KeepsAndReturnsAnUnexpectedValue) {
   const auto full = static_cast<TypeParam>(~TypeParam{0});
   const auto highest_bit = static_cast<TypeParam>(full ^ (full >> 1));
   for (const TypeParam value : {TypeParam{0}, TypeParam{7}, highest_bit, full}) {
@@ -74,7 +74,7 @@ TYPED_TEST(SharedWord, LeavesItsNeighboursAlone) {
   EXPECT_EQ(load_word(words[2]), static_cast<TypeParam>(~TypeParam{0}));
 }
 
-TEST(GuardedWord, HoldsWhatWasStored) {
+TEST(GuardedWord, HoldsTheStoredValue) {
   std::uint64_t word = 0;
   store_guarded(word, 0x0123456789ABCDEFu);
   full_barrier();

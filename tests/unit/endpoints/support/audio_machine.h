@@ -1,5 +1,5 @@
-// Audio endpoints put into the registry of the machine in memory. Paths, names of values and ids are typed
-// apart from the code that is tested.
+// Audio endpoints in the memory machine's registry. Paths, names of values and ids are typed independently of
+// the product.
 #pragma once
 
 #include <cstdint>
@@ -26,10 +26,10 @@ constexpr auto smallest_status = static_cast<std::int32_t>(0x80000000u);
 struct Endpoint {
   EndpointFlow flow = EndpointFlow::render;
   std::u16string key;                  // its own part of the id
-  std::optional<std::u16string> name;  // no value: it has no property that is a name
+  std::optional<std::u16string> name;  // no value: it has no name property
   std::string peak = "0";              // as strtof reads it
   std::vector<AudioSession> sessions = {};
-  bool bound = false;  // the effect stands in its chain
+  bool bound = false;  // the effect is in its chain
   bool active = true;
 };
 
@@ -64,7 +64,7 @@ inline void put_default(EndpointFlow flow, std::u16string_view id) {
            flow == EndpointFlow::render ? u"DefaultRender" : u"DefaultCapture", id);
 }
 
-// Behind the endpoints that there are.
+// Adds it after the existing endpoints.
 inline void put_endpoint(const Endpoint& endpoint) {
   hosted::TreeKey device;
   device.name = endpoint.key;
@@ -98,7 +98,7 @@ inline void remove_endpoint(const Endpoint& endpoint) {
   hosted::remove_key(memory::system().state.registry, devices_path(endpoint.flow) + u"\\" + endpoint.key);
 }
 
-// Volume and mute as the machine keeps them; empty text and no value where they have never been set.
+// The stored volume and mute; empty text and no value if they were never set.
 inline std::string volume_text(std::u16string_view id) {
   const hosted::TreeValue* value = hosted::find_value(own_key_of(id), u"Volume");
   std::string text;
@@ -113,8 +113,8 @@ inline std::optional<bool> mute_value(std::u16string_view id) {
   return value->bytes != std::string(4, '\0');
 }
 
-// The usual machine: two endpoints of each flow, in an order that no name gives. The default is the second
-// render and the first capture one. Process 100 is a player, 300 a recorder, and 1234 cannot be opened.
+// The usual machine: two endpoints of each flow, not sorted by any name. The defaults are the second render
+// and the first capture endpoint. Process 100 is a player, 300 a recorder, and 1234 cannot be opened.
 inline const Endpoint speakers = {EndpointFlow::render,
                                   u"{feab839f-3407-471a-aa45-bcd41f1bb5f6}",
                                   u"Speakers",
@@ -143,19 +143,19 @@ inline void put_usual_machine() {
   memory::system().process_paths = {{100, u"C:\\Programs\\player.exe"}, {300, u"D:\\recorder.exe"}};
 }
 
-// A machine like it, with a new log and no faults.
+// The usual machine with an empty log and no faults.
 inline void renew_usual_machine() {
   memory::reset();
   put_usual_machine();
 }
 
-// ASCII alone.
+// Only for ASCII.
 inline std::string narrow(std::u16string_view text) { return {text.begin(), text.end()}; }
 
-// The name of the operation that an entry of the log tells of.
+// The operation in a log entry.
 inline std::string operation_of(const std::string& entry) { return entry.substr(0, entry.find(' ')); }
 
-// Whether it is one of the operations on audio endpoints, of which each but Release has a status.
+// Whether the entry is an audio operation that returns a status.
 inline bool has_audio_status(const std::string& entry) {
   for (const char* const operation :
        {"CoCreateInstance", "GetDefaultAudioEndpoint", "GetDevice", "EnumAudioEndpoints", "Item", "GetId",

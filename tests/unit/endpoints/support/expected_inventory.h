@@ -1,5 +1,4 @@
-// The inventory as clients know it, told by the endpoints of the machine and by what a failed call takes
-// away.
+// The expected inventory of a machine as JSON, and what a failed call removes from it.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +12,8 @@
 namespace velmora::audio {
 
 struct ExpectedSession {
-  std::string pid;   // what stands for a process that has no name
-  std::string name;  // empty: the session is not shown
+  std::string pid;   // shown when the process has no name
+  std::string name;  // empty: not shown
 };
 
 struct ExpectedEndpoint {
@@ -29,8 +28,8 @@ struct ExpectedEndpoint {
 struct ExpectedInventory {
   std::vector<ExpectedEndpoint> listed[2];
   std::string default_id[2];
-  std::string chosen_id[2];  // empty: the default is followed
-  bool ids_known = true;     // false: nothing at all is known
+  std::string chosen_id[2];  // empty: the default is used
+  bool ids_known = true;     // false: nothing is known
   std::int32_t error_code = 0;
 };
 
@@ -58,7 +57,7 @@ inline ExpectedInventory usual_inventory() {
   return expected;
 }
 
-// Texts stand in it as they are, so they may hold nothing that wants escaping.
+// Texts are copied without escaping.
 inline std::string json_of(const ExpectedInventory& expected) {
   const auto quoted = [](const std::string& text) { return "\"" + text + "\""; };
   const auto word = [](bool value) { return std::string(value ? "true" : "false"); };
@@ -93,12 +92,12 @@ inline std::string json_of(const ExpectedInventory& expected) {
   return text + ",\"error_code\":" + std::to_string(expected.error_code) + "}";
 }
 
-// Takes away what the call at `place` (from 0) of an undisturbed log gave, as when it had failed with
+// Removes what the call at `place` (from 0) of an undisturbed log provides, as if it had failed with
 // `status`.
 inline void take_away(ExpectedInventory& expected, const std::vector<std::string>& log, std::size_t place,
                       std::int32_t status) {
-  // Where the pass stands: the flow whose default is looked up or whose list is read, the endpoint and the
-  // session in it, and the render endpoint whose chain is looked at.
+  // The position in the pass: the flow, the endpoint and its session, and the render endpoint whose chain is
+  // read.
   std::size_t flow = 0;
   bool listing = false;
   std::size_t index = 0;
@@ -144,11 +143,9 @@ inline void take_away(ExpectedInventory& expected, const std::vector<std::string
   } else if (operation == "GetSession") {
     list.at(index).sessions.at(session).name.clear();
   } else if (operation == "QueryFullProcessImageNameW") {
-    auto& told = list.at(index).sessions.at(session);
-    told.name = told.pid;
-  } else if (operation.starts_with("Reg") && operation != "RegCloseKey") {
-    expected.listed[0].at(looks - 1).bound = false;
-  } else if (operation == "StringFromGUID2") {
+    ExpectedSession& shown = list.at(index).sessions.at(session);
+    shown.name = shown.pid;
+  } else if ((operation.starts_with("Reg") && operation != "RegCloseKey") || operation == "StringFromGUID2") {
     expected.listed[0].at(looks - 1).bound = false;
   }
 }
