@@ -18,7 +18,7 @@ using endpoint::class_f;
 constexpr char guid[] = "{feab839f-3407-471a-aa45-bcd41f1bb5f6}";
 constexpr char upper_guid[] = "{FEAB839F-3407-471A-AA45-BCD41F1BB5F6}";
 
-// Each form that names no endpoint.
+// Texts that are no GUID of an endpoint.
 std::vector<std::string> broken_guids() {
   const std::string good = guid;
   std::vector<std::string> broken = {
@@ -62,7 +62,7 @@ std::vector<std::string> broken_guids() {
   return broken;
 }
 
-TEST(EndpointGuid, HoldsItsBracesDashesAndDigitsInTheirPlaces) {
+TEST(EndpointGuid, AcceptsEachHexadecimalDigit) {
   EXPECT_TRUE(is_endpoint_guid(guid));
   EXPECT_TRUE(is_endpoint_guid(upper_guid));
   EXPECT_TRUE(is_endpoint_guid("{00000000-0000-0000-0000-000000000000}"));
@@ -85,7 +85,7 @@ TEST(EndpointGuid, RefusesEveryOtherForm) {
   }
 }
 
-TEST(EndpointGuid, TakesNoOtherByteForAHexadecimalDigit) {
+TEST(EndpointGuid, RefusesEveryOtherDigit) {
   const std::string digits = "0123456789abcdefABCDEF";
   for (int value = 0; value < 256; ++value) {
     std::string text = guid;
@@ -95,7 +95,7 @@ TEST(EndpointGuid, TakesNoOtherByteForAHexadecimalDigit) {
   }
 }
 
-TEST(EndpointId, GivesTheGuidBehindTheLastPointAndBrace) {
+TEST(EndpointId, ReturnsTheGuidAfterTheLastDotAndBrace) {
   const std::string good = guid;
   const struct {
     std::string id;
@@ -126,7 +126,7 @@ TEST(EndpointId, GivesTheGuidBehindTheLastPointAndBrace) {
   }
 }
 
-TEST(EndpointId, RefusesWhatEndsInNoGuidAndStoresNothing) {
+TEST(EndpointId, RefusesOtherFormsAndLeavesTheOutput) {
   std::vector<std::string> ids = broken_guids();
   const std::string good = guid;
   const std::string more[] = {
@@ -156,15 +156,7 @@ TEST(EndpointId, RefusesWhatEndsInNoGuidAndStoresNothing) {
   }
 }
 
-TEST(EffectId, IsTheSameInAnyCaseOfItsAsciiLetters) {
-  EXPECT_TRUE(same_effect_id(class_a, class_a_lower));
-  EXPECT_TRUE(same_effect_id(class_a_lower, class_a));
-  EXPECT_TRUE(same_effect_id("", ""));
-  EXPECT_TRUE(same_effect_id("azAZ09", "AZaz09"));
-  EXPECT_TRUE(same_effect_id("a\0b"s, "A\0B"s));
-}
-
-TEST(EffectId, DiffersInAnyOtherByteAndInItsLength) {
+TEST(EffectId, IgnoresOnlyTheCaseOfLetters) {
   const std::pair<std::string, std::string> rows[] = {
       {class_a, class_f}, {class_a, std::string(class_a) + " "},
       {class_a, ""},      {"", class_a},
@@ -174,9 +166,11 @@ TEST(EffectId, DiffersInAnyOtherByteAndInItsLength) {
       {"a", "a\0"s},
   };
   for (const auto& [left, right] : rows) EXPECT_FALSE(same_effect_id(left, right)) << left << " " << right;
+  EXPECT_TRUE(same_effect_id(class_a, class_a_lower));
+  EXPECT_TRUE(same_effect_id("a\0b"s, "A\0B"s));
 }
 
-TEST(EffectId, FoldsThe26LettersAndNothingElse) {
+TEST(EffectId, FoldsOnlyThe26Letters) {
   for (int left = 0; left < 256; ++left) {
     for (int right = 0; right < 256; ++right) {
       const bool is_pair = (left >= 'a' && left <= 'z' && right == left - 32) ||
@@ -188,7 +182,7 @@ TEST(EffectId, FoldsThe26LettersAndNothingElse) {
   }
 }
 
-TEST(Chain, KeepsAForeignEntryInFrontAndGivesItBackAlone) {
+TEST(Chain, KeepsAForeignEntryInFront) {
   const Chain foreign = {class_f};
   const Chain both = chain_with(foreign, class_a);
   EXPECT_EQ(both, (Chain{class_f, class_a}));
@@ -208,20 +202,20 @@ TEST(Chain, FindsAnEntryAnywhereInAnyCase) {
   EXPECT_TRUE(chain_contains({class_f, ""}, ""));
 }
 
-TEST(Chain, AppendsAtTheEndAndTouchesNothingElse) {
+TEST(Chain, AppendsOnlyAtTheEnd) {
   EXPECT_EQ(chain_with({}, "x"), Chain{"x"});
   EXPECT_EQ(chain_with({"c", "a", "a", "b"}, "x"), (Chain{"c", "a", "a", "b", "x"}));
   EXPECT_EQ(chain_with({"c", "X", "b"}, "x"), (Chain{"c", "X", "b"}));
 }
 
-TEST(Chain, LosesEveryEntryOfAnIdAndKeepsTheOrderOfTheOthers) {
+TEST(Chain, RemovesEveryEntryOfAnIdInOrder) {
   EXPECT_EQ(chain_without({}, "x"), Chain{});
   EXPECT_EQ(chain_without({"x"}, "x"), Chain{});
   EXPECT_EQ(chain_without({"x", "c", "X", "a", "x", "b", "a", "X"}, "x"), (Chain{"c", "a", "b", "a"}));
   EXPECT_EQ(chain_without({"c", "a"}, "x"), (Chain{"c", "a"}));
 }
 
-TEST(Chain, OffersTheSixModesInTheirOrder) {
+TEST(Chain, ListsTheSixModesInOrder) {
   EXPECT_TRUE(std::equal(default_processing_modes.begin(), default_processing_modes.end(),
                          endpoint::six_modes().begin(), endpoint::six_modes().end()));
 }

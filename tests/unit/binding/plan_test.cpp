@@ -19,7 +19,7 @@ struct Row {
   std::string acts_on;  // what is moved or restored
 };
 
-TEST(Plan, BindsBehindEverythingAndMovesTheLegacyEffectInFrontOfItself) {
+TEST(Plan, AppendsTheEffectAfterTheLegacyEffect) {
   const Row rows[] = {
       {"", "", "A", true, ""},
       {"F", "", "F A", true, ""},
@@ -58,7 +58,7 @@ TEST(Plan, BindsBehindEverythingAndMovesTheLegacyEffectInFrontOfItself) {
   }
 }
 
-TEST(Plan, UnbindsEveryEntryOfTheEffectAndOfTheMovedOne) {
+TEST(Plan, RemovesTheEffectAndTheMovedOne) {
   const Row rows[] = {
       {"", "", "", false, ""},      {"F", "", "F", false, ""},      {"A", "", "", true, ""},
       {"a", "", "", true, ""},      {"F A f", "", "F f", true, ""}, {"A F a A", "", "F", true, ""},
@@ -79,7 +79,7 @@ TEST(Plan, UnbindsEveryEntryOfTheEffectAndOfTheMovedOne) {
 
 // Without a class id of its own there is nothing that could be found in a chain; an empty entry stands for
 // it.
-TEST(Plan, TakesAnEmptyEffectForAnEntryOfItsOwn) {
+TEST(Plan, TreatsAnEmptyEffectAsAnEntry) {
   const BindingPlan bind = plan_bind({"x"}, "", "");
   EXPECT_EQ(bind.chain, (Chain{"x", ""}));
   EXPECT_TRUE(bind.chain_changes);
@@ -90,7 +90,7 @@ TEST(Plan, TakesAnEmptyEffectForAnEntryOfItsOwn) {
   EXPECT_TRUE(has_nothing_to_do(plan_unbind({"x"}, "", "")));
 }
 
-TEST(Plan, LeavesEmptyEntriesWhereNothingHasBeenMoved) {
+TEST(Plan, LeavesEmptyEntriesWithoutAMovedEffect) {
   EXPECT_EQ(plan_unbind({"x", "", class_a}, class_a, "").chain, (Chain{"x", ""}));
   EXPECT_EQ(plan_bind({"x", ""}, class_a, "").chain, (Chain{"x", "", class_a}));
 }

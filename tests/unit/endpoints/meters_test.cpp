@@ -29,7 +29,7 @@ class Meters : public FreshMachine {
   static std::vector<std::string> sessions(const std::u16string& id) {
     return read_endpoint_sessions(device_of(id));
   }
-  // The sessions of a machine that has one endpoint with these.
+  // The session names of the only endpoint, which has these sessions.
   static std::vector<std::string> sessions(const std::vector<AudioSession>& of_endpoint) {
     memory::reset();
     Endpoint endpoint = speakers;
@@ -41,7 +41,7 @@ class Meters : public FreshMachine {
 
 using Names = std::vector<std::string>;
 
-TEST_F(Meters, GiveThePeakAsItIsRead) {
+TEST_F(Meters, ReturnThePeakUnchanged) {
   const struct {
     std::string text;
     float peak;
@@ -53,7 +53,7 @@ TEST_F(Meters, GiveThePeakAsItIsRead) {
   }
 }
 
-TEST_F(Meters, GiveNoPeakThatIsNoFiniteNumber) {
+TEST_F(Meters, ReturnZeroForAPeakThatIsNotFinite) {
   for (const std::string text : {"nan", "-nan", "inf", "-inf", "1e39", "-1e39"}) {
     put_text(own_key_of(speakers_id), u"Peak", endpoint::widen(text));
     const float peak = read_endpoint_peak(device_of(speakers_id));
@@ -62,7 +62,7 @@ TEST_F(Meters, GiveNoPeakThatIsNoFiniteNumber) {
   }
 }
 
-TEST_F(Meters, GiveAPeakOfZeroWhereItCannotBeRead) {
+TEST_F(Meters, ReturnZeroForAnUnreadablePeak) {
   for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1}) {
     memory::system().faults["GetPeakValue"] = {status};
     EXPECT_EQ(read_endpoint_peak(device_of(speakers_id)), 0.0f);
@@ -78,23 +78,20 @@ TEST_F(Meters, GiveAPeakOfZeroWhereItCannotBeRead) {
   EXPECT_EQ(read_endpoint_peak(device), 0.0f);
 }
 
-TEST_F(Meters, NameEachActiveSessionInTheSystemsOrder) {
+TEST_F(Meters, NameEachActiveSessionInSystemOrder) {
   EXPECT_EQ(sessions(speakers_id), (Names{"player.exe", "system"}));
   EXPECT_EQ(sessions(line_in_id), (Names{"player.exe", "recorder.exe"}));
-}
-
-TEST_F(Meters, NameTheSessionsOfOneProcessEachForItself) {
   EXPECT_EQ(sessions(headphones_id), (Names{"pid 1234", "player.exe", "player.exe"}));
 }
 
-TEST_F(Meters, NameNoSessionOfAnotherState) {
+TEST_F(Meters, SkipSessionsThatAreNotActive) {
   EXPECT_EQ(sessions({{0, 7}, {2, 7}, {3, 7}, {-1, 7}, {smallest_status, 7}, {257, 7}, {65537, 7}}), Names());
   EXPECT_EQ(calls_of("QueryFullProcessImageNameW"), 0);
   EXPECT_EQ(sessions({{0, 1}, {1, 2}, {2, 3}, {1, 4}, {0, 0}}), (Names{"pid 2", "pid 4"}));
   EXPECT_EQ(sessions(std::vector<AudioSession>()), Names());
 }
 
-TEST_F(Meters, NameNothingWhereTheSessionsCannotBeListed) {
+TEST_F(Meters, NameNothingWhenSessionsCannotBeListed) {
   for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1}) {
     memory::system().faults["GetSessionEnumerator"] = {status};
     EXPECT_EQ(sessions(speakers_id), Names());
@@ -109,7 +106,7 @@ TEST_F(Meters, NameNothingWhereTheSessionsCannotBeListed) {
   EXPECT_EQ(read_endpoint_sessions(device), Names());
 }
 
-TEST_F(Meters, SkipTheSessionThatFailsAndNoOther) {
+TEST_F(Meters, SkipOnlyTheSessionThatFails) {
   const Names all = {"pid 1234", "player.exe", "player.exe"};
   for (const std::int32_t status : {access_denied, device_invalidated, smallest_status, -1, 1, 0x7FFFFFFF}) {
     for (std::size_t failing = 0; failing < 4; ++failing) {
@@ -127,7 +124,7 @@ TEST_F(Meters, SkipTheSessionThatFailsAndNoOther) {
   }
 }
 
-TEST_F(Meters, TellSessionsAsTheyWereWhenTheyWereCounted) {
+TEST_F(Meters, ReadSessionsAsOfTheirEnumeration) {
   const Names before = sessions(headphones_id);
   memory::system().before_machine_call = [](const std::string& entry) {
     if (entry == "GetSession 1") own_key_of(headphones_id).keys.clear();
@@ -164,7 +161,7 @@ TEST_F(Meters, NameAProcessByTheFileNameOfItsProgram) {
   }
 }
 
-TEST_F(Meters, NameAProcessByItsIdWhereItsPathCannotBeHad) {
+TEST_F(Meters, NameAProcessByItsIdWithoutAPath) {
   EXPECT_EQ(process_display_name(1), "pid 1");
   EXPECT_EQ(process_display_name(1234), "pid 1234");
   EXPECT_EQ(process_display_name(0x80000000u), "pid 2147483648");
@@ -174,7 +171,7 @@ TEST_F(Meters, NameAProcessByItsIdWhereItsPathCannotBeHad) {
   EXPECT_EQ(process_display_name(100), "player.exe");
 }
 
-TEST_F(Meters, NameTheProcessZeroWithoutLookingForIt) {
+TEST_F(Meters, NameProcessZeroWithoutACall) {
   memory::system().process_paths[0] = u"C:\\zero.exe";
   EXPECT_EQ(process_display_name(0), "system");
   EXPECT_TRUE(memory::system().log.empty());
