@@ -37,6 +37,7 @@ class PosixHostedAudio : public surroundings::Arranged {
 // A machine without endpoints.
 const std::string empty_text = "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\n";
 
+constexpr auto device_invalidated = static_cast<std::int32_t>(0x88890004u);
 constexpr auto status_io = static_cast<std::int32_t>(0x800703F8u);
 const std::string audio_devices =
     "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows\\CurrentVersion\\MMDevices\\Audio\\Render\\{aa}]\n"
@@ -104,9 +105,12 @@ TEST_F(PosixHostedAudio, FollowsTheVolumeAndTheEndpointsOfAnotherProgram) {
   EXPECT_EQ(read_file(machine_path()), audio_text("0.125", 1)) << "another's change was lost";
   put_file(machine_path(), empty_text);
   float level = 77;
-  EXPECT_LT(get_volume_level(volume, level), 0);
+  bool muted = false;
+  EXPECT_EQ(get_volume_level(volume, level), device_invalidated);
   EXPECT_EQ(level, 77);
-  EXPECT_LT(set_volume_level(volume, 0.5F), 0);
+  EXPECT_EQ(set_volume_level(volume, 0.5F), device_invalidated);
+  EXPECT_EQ(get_mute(volume, muted), device_invalidated);
+  EXPECT_EQ(set_mute(volume, true), device_invalidated);
   EXPECT_EQ(read_file(machine_path()), empty_text);
 }
 

@@ -103,7 +103,7 @@ class Call {
   }
   // Of a call that hands out a number.
   template <typename Number, typename Read>
-  HRESULT tell(Number* out, Number nonsense, Read read) {
+  HRESULT report(Number* out, Number nonsense, Read read) {
     return answer(
         [&]() -> HRESULT {
           if (out == nullptr) return E_POINTER;
@@ -123,7 +123,8 @@ class Call {
   std::optional<Fault> fault_;
 };
 
-// What every object is. It outlives its last reference, so that a call that comes later is told, not a crash.
+// Base of every object. It outlives its last reference: a later call is logged as an error instead of a
+// crash.
 template <typename Interface>
 class Object : public Interface {
  public:
@@ -161,8 +162,7 @@ class Object : public Interface {
     must_live(operation);
     return Call(operation);
   }
-  // Of an operation that nobody needs.
-  [[nodiscard]] HRESULT unknown(const std::string& operation) const {
+  [[nodiscard]] virtual HRESULT unknown(const std::string& operation) const {
     return call(operation).not_implemented();
   }
 
@@ -171,3 +171,7 @@ class Object : public Interface {
 };
 
 }  // namespace velmora::audio_server
+
+// A method that no test needs: it is logged as INTERFACE.METHOD and answers E_NOTIMPL.
+#define VELMORA_NOT_IMPLEMENTED(interface_name, method, ...) \
+  HRESULT STDMETHODCALLTYPE method(__VA_ARGS__) override { return unknown(#interface_name "." #method); }

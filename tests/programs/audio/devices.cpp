@@ -23,7 +23,7 @@ class PropertyStore final : public Object<IPropertyStore> {
   explicit PropertyStore(Endpoint endpoint) : endpoint_(std::move(endpoint)) {}
 
   HRESULT STDMETHODCALLTYPE GetCount(DWORD* out) override {
-    return call("IPropertyStore.GetCount").of(endpoint_.id).tell(out, DWORD{77}, [&] {
+    return call("IPropertyStore.GetCount").of(endpoint_.id).report(out, DWORD{77}, [&] {
       return DWORD{endpoint_.name.type == VT_EMPTY ? 0u : 1u};
     });
   }
@@ -36,11 +36,9 @@ class PropertyStore final : public Object<IPropertyStore> {
     clear();
     return asked.answer([&]() -> HRESULT { return out == nullptr ? E_POINTER : value_of(key, *out); }, clear);
   }
-  HRESULT STDMETHODCALLTYPE GetAt(DWORD, PROPERTYKEY*) override { return unknown("IPropertyStore.GetAt"); }
-  HRESULT STDMETHODCALLTYPE SetValue(REFPROPERTYKEY, REFPROPVARIANT) override {
-    return unknown("IPropertyStore.SetValue");
-  }
-  HRESULT STDMETHODCALLTYPE Commit() override { return unknown("IPropertyStore.Commit"); }
+  VELMORA_NOT_IMPLEMENTED(IPropertyStore, GetAt, DWORD, PROPERTYKEY*)
+  VELMORA_NOT_IMPLEMENTED(IPropertyStore, SetValue, REFPROPERTYKEY, REFPROPVARIANT)
+  VELMORA_NOT_IMPLEMENTED(IPropertyStore, Commit)
 
  private:
   bool is(REFIID id) const override { return id == __uuidof(IPropertyStore); }
@@ -100,7 +98,7 @@ class Device final : public Object<IMMDevice> {
     });
   }
   HRESULT STDMETHODCALLTYPE GetState(DWORD* out) override {
-    return call("IMMDevice.GetState").of(endpoint_.id).tell(out, DWORD{77}, [&] {
+    return call("IMMDevice.GetState").of(endpoint_.id).report(out, DWORD{77}, [&] {
       return DWORD{endpoint_.state};
     });
   }
@@ -122,7 +120,7 @@ class Collection final : public Object<IMMDeviceCollection> {
   Collection(int flow, std::vector<Endpoint> endpoints) : flow_(flow), endpoints_(std::move(endpoints)) {}
 
   HRESULT STDMETHODCALLTYPE GetCount(UINT* out) override {
-    return call("IMMDeviceCollection.GetCount").with("flow", flow_).tell(out, 77u, [&] {
+    return call("IMMDeviceCollection.GetCount").with("flow", flow_).report(out, 77u, [&] {
       return static_cast<UINT>(endpoints_.size());
     });
   }
@@ -186,12 +184,8 @@ class Enumerator final : public Object<IMMDeviceEnumerator> {
       return S_OK;
     });
   }
-  HRESULT STDMETHODCALLTYPE RegisterEndpointNotificationCallback(IMMNotificationClient*) override {
-    return unknown("IMMDeviceEnumerator.RegisterEndpointNotificationCallback");
-  }
-  HRESULT STDMETHODCALLTYPE UnregisterEndpointNotificationCallback(IMMNotificationClient*) override {
-    return unknown("IMMDeviceEnumerator.UnregisterEndpointNotificationCallback");
-  }
+  VELMORA_NOT_IMPLEMENTED(IMMDeviceEnumerator, RegisterEndpointNotificationCallback, IMMNotificationClient*)
+  VELMORA_NOT_IMPLEMENTED(IMMDeviceEnumerator, UnregisterEndpointNotificationCallback, IMMNotificationClient*)
 
  private:
   bool is(REFIID id) const override { return id == __uuidof(IMMDeviceEnumerator); }

@@ -17,49 +17,27 @@ class SessionControl final : public Object<IAudioSessionControl2> {
     return asked.hand_out(out, [&] { return Object::QueryInterface(id, out); });
   }
   HRESULT STDMETHODCALLTYPE GetState(AudioSessionState* out) override {
-    return session_call("IAudioSessionControl.GetState").tell(out, AudioSessionStateActive, [&] {
+    return session_call("IAudioSessionControl.GetState").report(out, AudioSessionStateActive, [&] {
       return static_cast<AudioSessionState>(session_.state);
     });
   }
   HRESULT STDMETHODCALLTYPE GetProcessId(DWORD* out) override {
-    return session_call("IAudioSessionControl2.GetProcessId").tell(out, DWORD{77}, [&] {
+    return session_call("IAudioSessionControl2.GetProcessId").report(out, DWORD{77}, [&] {
       return DWORD{session_.process_id};
     });
   }
-  HRESULT STDMETHODCALLTYPE GetDisplayName(LPWSTR*) override {
-    return no("IAudioSessionControl.GetDisplayName");
-  }
-  HRESULT STDMETHODCALLTYPE SetDisplayName(LPCWSTR, LPCGUID) override {
-    return no("IAudioSessionControl.SetDisplayName");
-  }
-  HRESULT STDMETHODCALLTYPE GetIconPath(LPWSTR*) override { return no("IAudioSessionControl.GetIconPath"); }
-  HRESULT STDMETHODCALLTYPE SetIconPath(LPCWSTR, LPCGUID) override {
-    return no("IAudioSessionControl.SetIconPath");
-  }
-  HRESULT STDMETHODCALLTYPE GetGroupingParam(GUID*) override {
-    return no("IAudioSessionControl.GetGroupingParam");
-  }
-  HRESULT STDMETHODCALLTYPE SetGroupingParam(LPCGUID, LPCGUID) override {
-    return no("IAudioSessionControl.SetGroupingParam");
-  }
-  HRESULT STDMETHODCALLTYPE RegisterAudioSessionNotification(IAudioSessionEvents*) override {
-    return no("IAudioSessionControl.RegisterAudioSessionNotification");
-  }
-  HRESULT STDMETHODCALLTYPE UnregisterAudioSessionNotification(IAudioSessionEvents*) override {
-    return no("IAudioSessionControl.UnregisterAudioSessionNotification");
-  }
-  HRESULT STDMETHODCALLTYPE GetSessionIdentifier(LPWSTR*) override {
-    return no("IAudioSessionControl2.GetSessionIdentifier");
-  }
-  HRESULT STDMETHODCALLTYPE GetSessionInstanceIdentifier(LPWSTR*) override {
-    return no("IAudioSessionControl2.GetSessionInstanceIdentifier");
-  }
-  HRESULT STDMETHODCALLTYPE IsSystemSoundsSession() override {
-    return no("IAudioSessionControl2.IsSystemSoundsSession");
-  }
-  HRESULT STDMETHODCALLTYPE SetDuckingPreference(WINBOOL) override {
-    return no("IAudioSessionControl2.SetDuckingPreference");
-  }
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, GetDisplayName, LPWSTR*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, SetDisplayName, LPCWSTR, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, GetIconPath, LPWSTR*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, SetIconPath, LPCWSTR, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, GetGroupingParam, GUID*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, SetGroupingParam, LPCGUID, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, RegisterAudioSessionNotification, IAudioSessionEvents*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl, UnregisterAudioSessionNotification, IAudioSessionEvents*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl2, GetSessionIdentifier, LPWSTR*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl2, GetSessionInstanceIdentifier, LPWSTR*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl2, IsSystemSoundsSession)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionControl2, SetDuckingPreference, WINBOOL)
 
  private:
   bool is(REFIID id) const override {
@@ -68,7 +46,7 @@ class SessionControl final : public Object<IAudioSessionControl2> {
   [[nodiscard]] Call session_call(const std::string& operation) const {
     return call(operation).of(id_).with("session", index_);
   }
-  [[nodiscard]] HRESULT no(const std::string& operation) const {
+  [[nodiscard]] HRESULT unknown(const std::string& operation) const override {
     return session_call(operation).not_implemented();
   }
 
@@ -82,7 +60,7 @@ class SessionEnumerator final : public Object<IAudioSessionEnumerator> {
   explicit SessionEnumerator(Endpoint endpoint) : endpoint_(std::move(endpoint)) {}
 
   HRESULT STDMETHODCALLTYPE GetCount(int* out) override {
-    return call("IAudioSessionEnumerator.GetCount").of(endpoint_.id).tell(out, 77, [&] {
+    return call("IAudioSessionEnumerator.GetCount").of(endpoint_.id).report(out, 77, [&] {
       return static_cast<int>(endpoint_.sessions.size());
     });
   }
@@ -111,24 +89,14 @@ class SessionManager final : public Object<IAudioSessionManager2> {
       return S_OK;
     });
   }
-  HRESULT STDMETHODCALLTYPE GetAudioSessionControl(LPCGUID, DWORD, IAudioSessionControl**) override {
-    return unknown("IAudioSessionManager.GetAudioSessionControl");
-  }
-  HRESULT STDMETHODCALLTYPE GetSimpleAudioVolume(LPCGUID, DWORD, ISimpleAudioVolume**) override {
-    return unknown("IAudioSessionManager.GetSimpleAudioVolume");
-  }
-  HRESULT STDMETHODCALLTYPE RegisterSessionNotification(IAudioSessionNotification*) override {
-    return unknown("IAudioSessionManager2.RegisterSessionNotification");
-  }
-  HRESULT STDMETHODCALLTYPE UnregisterSessionNotification(IAudioSessionNotification*) override {
-    return unknown("IAudioSessionManager2.UnregisterSessionNotification");
-  }
-  HRESULT STDMETHODCALLTYPE RegisterDuckNotification(LPCWSTR, IAudioVolumeDuckNotification*) override {
-    return unknown("IAudioSessionManager2.RegisterDuckNotification");
-  }
-  HRESULT STDMETHODCALLTYPE UnregisterDuckNotification(IAudioVolumeDuckNotification*) override {
-    return unknown("IAudioSessionManager2.UnregisterDuckNotification");
-  }
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager, GetAudioSessionControl, LPCGUID, DWORD,
+                          IAudioSessionControl**)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager, GetSimpleAudioVolume, LPCGUID, DWORD, ISimpleAudioVolume**)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager2, RegisterSessionNotification, IAudioSessionNotification*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager2, UnregisterSessionNotification, IAudioSessionNotification*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager2, RegisterDuckNotification, LPCWSTR,
+                          IAudioVolumeDuckNotification*)
+  VELMORA_NOT_IMPLEMENTED(IAudioSessionManager2, UnregisterDuckNotification, IAudioVolumeDuckNotification*)
 
  private:
   bool is(REFIID id) const override {

@@ -23,7 +23,7 @@ class Volume final : public Object<IAudioEndpointVolume> {
         [] {});
   }
   HRESULT STDMETHODCALLTYPE GetMasterVolumeLevelScalar(float* out) override {
-    return volume_call("IAudioEndpointVolume.GetMasterVolumeLevelScalar").tell(out, 0.77f, [&] {
+    return volume_call("IAudioEndpointVolume.GetMasterVolumeLevelScalar").report(out, 0.77f, [&] {
       return change().level.value_or(endpoint_.level);
     });
   }
@@ -39,52 +39,24 @@ class Volume final : public Object<IAudioEndpointVolume> {
         [] {});
   }
   HRESULT STDMETHODCALLTYPE GetMute(WINBOOL* out) override {
-    return volume_call("IAudioEndpointVolume.GetMute").tell(out, WINBOOL{TRUE}, [&] {
+    return volume_call("IAudioEndpointVolume.GetMute").report(out, WINBOOL{TRUE}, [&] {
       return WINBOOL{change().muted.value_or(endpoint_.muted) ? TRUE : FALSE};
     });
   }
-  HRESULT STDMETHODCALLTYPE RegisterControlChangeNotify(IAudioEndpointVolumeCallback*) override {
-    return unknown("IAudioEndpointVolume.RegisterControlChangeNotify");
-  }
-  HRESULT STDMETHODCALLTYPE UnregisterControlChangeNotify(IAudioEndpointVolumeCallback*) override {
-    return unknown("IAudioEndpointVolume.UnregisterControlChangeNotify");
-  }
-  HRESULT STDMETHODCALLTYPE GetChannelCount(UINT*) override {
-    return unknown("IAudioEndpointVolume.GetChannelCount");
-  }
-  HRESULT STDMETHODCALLTYPE SetMasterVolumeLevel(float, LPCGUID) override {
-    return unknown("IAudioEndpointVolume.SetMasterVolumeLevel");
-  }
-  HRESULT STDMETHODCALLTYPE GetMasterVolumeLevel(float*) override {
-    return unknown("IAudioEndpointVolume.GetMasterVolumeLevel");
-  }
-  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevel(UINT, float, LPCGUID) override {
-    return unknown("IAudioEndpointVolume.SetChannelVolumeLevel");
-  }
-  HRESULT STDMETHODCALLTYPE SetChannelVolumeLevelScalar(UINT, float, LPCGUID) override {
-    return unknown("IAudioEndpointVolume.SetChannelVolumeLevelScalar");
-  }
-  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevel(UINT, float*) override {
-    return unknown("IAudioEndpointVolume.GetChannelVolumeLevel");
-  }
-  HRESULT STDMETHODCALLTYPE GetChannelVolumeLevelScalar(UINT, float*) override {
-    return unknown("IAudioEndpointVolume.GetChannelVolumeLevelScalar");
-  }
-  HRESULT STDMETHODCALLTYPE GetVolumeStepInfo(UINT*, UINT*) override {
-    return unknown("IAudioEndpointVolume.GetVolumeStepInfo");
-  }
-  HRESULT STDMETHODCALLTYPE VolumeStepUp(LPCGUID) override {
-    return unknown("IAudioEndpointVolume.VolumeStepUp");
-  }
-  HRESULT STDMETHODCALLTYPE VolumeStepDown(LPCGUID) override {
-    return unknown("IAudioEndpointVolume.VolumeStepDown");
-  }
-  HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD*) override {
-    return unknown("IAudioEndpointVolume.QueryHardwareSupport");
-  }
-  HRESULT STDMETHODCALLTYPE GetVolumeRange(float*, float*, float*) override {
-    return unknown("IAudioEndpointVolume.GetVolumeRange");
-  }
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, RegisterControlChangeNotify, IAudioEndpointVolumeCallback*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, UnregisterControlChangeNotify, IAudioEndpointVolumeCallback*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetChannelCount, UINT*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, SetMasterVolumeLevel, float, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetMasterVolumeLevel, float*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, SetChannelVolumeLevel, UINT, float, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, SetChannelVolumeLevelScalar, UINT, float, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetChannelVolumeLevel, UINT, float*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetChannelVolumeLevelScalar, UINT, float*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetVolumeStepInfo, UINT*, UINT*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, VolumeStepUp, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, VolumeStepDown, LPCGUID)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, QueryHardwareSupport, DWORD*)
+  VELMORA_NOT_IMPLEMENTED(IAudioEndpointVolume, GetVolumeRange, float*, float*, float*)
 
  private:
   bool is(REFIID id) const override { return id == __uuidof(IAudioEndpointVolume); }
@@ -101,19 +73,13 @@ class Meter final : public Object<MeterInformation> {
   explicit Meter(Endpoint endpoint) : endpoint_(std::move(endpoint)) {}
 
   HRESULT STDMETHODCALLTYPE GetPeakValue(float* out) override {
-    return call("IAudioMeterInformation.GetPeakValue").of(endpoint_.id).tell(out, 0.77f, [&] {
+    return call("IAudioMeterInformation.GetPeakValue").of(endpoint_.id).report(out, 0.77f, [&] {
       return endpoint_.peak;
     });
   }
-  HRESULT STDMETHODCALLTYPE GetMeteringChannelCount(UINT*) override {
-    return unknown("IAudioMeterInformation.GetMeteringChannelCount");
-  }
-  HRESULT STDMETHODCALLTYPE GetChannelsPeakValues(UINT32, float*) override {
-    return unknown("IAudioMeterInformation.GetChannelsPeakValues");
-  }
-  HRESULT STDMETHODCALLTYPE QueryHardwareSupport(DWORD*) override {
-    return unknown("IAudioMeterInformation.QueryHardwareSupport");
-  }
+  VELMORA_NOT_IMPLEMENTED(IAudioMeterInformation, GetMeteringChannelCount, UINT*)
+  VELMORA_NOT_IMPLEMENTED(IAudioMeterInformation, GetChannelsPeakValues, UINT32, float*)
+  VELMORA_NOT_IMPLEMENTED(IAudioMeterInformation, QueryHardwareSupport, DWORD*)
 
  private:
   bool is(REFIID id) const override { return id == meter_interface_id; }
