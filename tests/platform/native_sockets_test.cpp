@@ -31,7 +31,7 @@ TEST_F(NativeSockets, LetsOneOfTwoThatBindTogetherListen) {
   EXPECT_EQ(bound ? bound : listen_at_maximum(second), error_in_use);
 }
 
-TEST_F(NativeSockets, IsReachedOnTheLoopbackAddressAlone) {
+TEST_F(NativeSockets, IsReachedOnTheLoopbackAddress) {
   const std::uint16_t port = surroundings::find_free_port();
   const Socket listener = listen_on(port);
   const surroundings::Peer peer = surroundings::connect_to(port);
@@ -47,40 +47,27 @@ TEST_F(NativeSockets, WaitsUntilTheTimeIsUp) {
 }
 
 TEST_F(NativeSockets, BlocksInAReceiveUntilThePeerSends) {
-  const std::uint16_t port = surroundings::find_free_port();
-  const Socket listener = listen_on(port);
-  const surroundings::Peer peer = surroundings::connect_to(port);
-  Socket service;
-  ASSERT_EQ(accept_connection(listener, service), std::nullopt);
+  surroundings::Exchange exchange;
   std::thread late([&] {
     sleep_ms(30);
-    surroundings::send_all(peer, "late");
+    surroundings::send_all(exchange.peer, "late");
   });
   std::array<char, 16> buffer{};
-  const SocketCount got = receive_bytes(service, buffer.data(), buffer.size());
+  const SocketCount got = receive_bytes(exchange.service, buffer.data(), buffer.size());
   late.join();
   EXPECT_EQ(got.count, 4);
   EXPECT_EQ(got.error, 0);
 }
 
 TEST_F(NativeSockets, BlocksInASendUntilThePeerReads) {
-  const std::uint16_t port = surroundings::find_free_port();
-  const Socket listener = listen_on(port);
-  const surroundings::Peer peer = surroundings::connect_to(port);
-  Socket service;
-  ASSERT_EQ(accept_connection(listener, service), std::nullopt);
+  surroundings::Exchange exchange;
   // More than the system buffers for one connection.
   std::string answer(24'000'000, '\0');
   for (std::size_t index = 0; index < answer.size(); ++index) answer[index] = static_cast<char>(index % 253);
   std::string received;
-  std::thread reader([&] { received = surroundings::receive_until_end(peer); });
-  std::size_t sent = 0;
-  while (sent < answer.size()) {
-    const SocketCount count = send_bytes(service, answer.data() + sent, answer.size() - sent);
-    if (count.count <= 0) break;
-    sent += static_cast<std::size_t>(count.count);
-  }
-  service.close();
+  std::thread reader([&] { received = surroundings::receive_until_end(exchange.peer); });
+  const std::size_t sent = surroundings::send_whole(exchange.service, answer);
+  exchange.service.close();
   reader.join();
   EXPECT_EQ(sent, answer.size());
   EXPECT_TRUE(received == answer) << received.size() << " bytes came";

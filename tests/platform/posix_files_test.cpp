@@ -3,7 +3,6 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,52 +16,29 @@
 
 #include "platform/files.h"
 #include "platform/posix/drives.h"
+#include "platform/posix_child.h"
 #include "platform/private_mounts.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
 namespace {
 
-// The answer of `act` in a child of its own, 0..255.
-template <typename Act>
-int answer_of_child(Act act) {
-  const pid_t child = fork();
-  if (child == 0) _exit(static_cast<int>(act()));
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-  return WEXITSTATUS(status);
-}
-
-// Permissions mean nothing to root.
-bool become_nobody() {
-  constexpr uid_t nobody = 65534;
-  return geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
-}
-
 class PosixFiles : public surroundings::Arranged {};
 
-TEST_F(PosixFiles, OpenAPipeInAFilesPlaceWithoutWaitingForAWriter) {
+TEST_F(PosixFiles, DoNotWaitForTheWriterOfAPipeInAFilesPlace) {
   const std::string path = surroundings::path_of_other_kind();
   InputFile file;
   ASSERT_EQ(open_for_reading(path, file), 0u);
   char byte = '#';
-  const FileRead read = read_file_piece(file, &byte, 1);
-  EXPECT_EQ(read.count, 0u);
-  EXPECT_EQ(read.error, 0u);
-}
-
-TEST_F(PosixFiles, AnswerAnErrorForAPipeWhoseWriterSaysNothing) {
-  const std::string path = surroundings::path_of_other_kind();
-  InputFile file;
-  ASSERT_EQ(open_for_reading(path, file), 0u);
+  const FileRead alone = read_file_piece(file, &byte, 1);
+  EXPECT_EQ(alone.count, 0u);
+  EXPECT_EQ(alone.error, 0u);
   const int writer = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   ASSERT_GE(writer, 0);
-  char byte = '#';
-  const FileRead read = read_file_piece(file, &byte, 1);
+  const FileRead beside_writer = read_file_piece(file, &byte, 1);
   close(writer);
-  EXPECT_EQ(read.count, 0u);
-  EXPECT_NE(read.error, 0u);
+  EXPECT_EQ(beside_writer.count, 0u);
+  EXPECT_NE(beside_writer.error, 0u);
 }
 
 TEST_F(PosixFiles, AreNotInheritedByProgramsThatWeStart) {
@@ -73,26 +49,37 @@ TEST_F(PosixFiles, AreNotInheritedByProgramsThatWeStart) {
   EXPECT_EQ(fcntl(static_cast<int>(file.native()), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-TEST_F(PosixFiles, AreLookedAtThroughLinks) {
+TEST_F(PosixFiles, AreReadAndWrittenThroughLinks) {
   const std::string directory = surroundings::scratch_directory();
   surroundings::put_file(directory + "/page.html", "linked");
   const struct {
     const char* target;
     const char* name;
     FileKind kind;
-  } cases[] = {{"page.html", "to-file", FileKind::regular},
-               {".", "to-directory", FileKind::directory},
-               {"absent", "to-nothing", FileKind::missing},
-               {"to-itself", "to-itself", FileKind::missing}};
+    std::uint32_t size_error;
+    std::uint32_t make_error;
+  } cases[] = {{"page.html", "to-file", FileKind::regular, 0, 183},
+               {".", "to-directory", FileKind::directory, 5, 0},
+               {"absent", "to-nothing", FileKind::missing, 2, 183},
+               {"to-itself", "to-itself", FileKind::missing, 1921, 1921}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.name);
     const std::string link = directory + "/" + entry.name;
     ASSERT_EQ(symlink(entry.target, link.c_str()), 0);
     EXPECT_EQ(query_file_kind(link), entry.kind);
+    std::uint64_t size = 77;
+    EXPECT_EQ(query_file_size(link, size), entry.size_error);
+    EXPECT_EQ(size, entry.size_error == 0 ? 6u : 77u);
+    EXPECT_EQ(make_directories(link), entry.make_error);
   }
+  EXPECT_EQ(make_directories(directory + "/to-nothing/below"), 3u);
+  EXPECT_EQ(write_whole_file(directory + "/to-file", "new"), 0u);
+  std::uint64_t size = 0;
+  EXPECT_EQ(query_file_size(directory + "/page.html", size), 0u);
+  EXPECT_EQ(size, 3u);
 }
 
-TEST_F(PosixFiles, TakePathsThatAreNoUtf8AsTheyStand) {
+TEST_F(PosixFiles, TakePathsThatAreNoUtf8AsTheyAre) {
   const std::string path = surroundings::scratch_directory() + "/\xFF\xC0page";
   surroundings::put_file(path, "odd");
   EXPECT_EQ(query_file_kind(path), FileKind::regular);
@@ -109,25 +96,6 @@ TEST_F(PosixFiles, AnswerAPathThroughAFileAndOneThatIsTooLong) {
   EXPECT_FALSE(file.is_open());
 }
 
-TEST_F(PosixFiles, GiveThePresentSizeOfWhatALinkLeadsTo) {
-  const std::string directory = surroundings::scratch_directory();
-  surroundings::put_file(directory + "/page.html", "linked");
-  ASSERT_EQ(symlink("page.html", (directory + "/to-file").c_str()), 0);
-  ASSERT_EQ(symlink(".", (directory + "/to-directory").c_str()), 0);
-  ASSERT_EQ(symlink("absent", (directory + "/to-nothing").c_str()), 0);
-  ASSERT_EQ(symlink("to-itself", (directory + "/to-itself").c_str()), 0);
-  const struct {
-    const char* name;
-    std::uint32_t error;
-  } cases[] = {{"to-file", 0}, {"to-directory", 5}, {"to-nothing", 2}, {"to-itself", 1921}};
-  for (const auto& entry : cases) {
-    SCOPED_TRACE(entry.name);
-    std::uint64_t size = 77;
-    EXPECT_EQ(query_file_size(directory + "/" + entry.name, size), entry.error);
-    EXPECT_EQ(size, entry.error == 0 ? 6u : 77u);
-  }
-}
-
 TEST_F(PosixFiles, AreRemovedAsLinksAndNotAsWhatTheyLeadTo) {
   const std::string directory = surroundings::scratch_directory();
   surroundings::put_file(directory + "/page.html", "linked");
@@ -142,23 +110,6 @@ TEST_F(PosixFiles, AreRemovedAsLinksAndNotAsWhatTheyLeadTo) {
   }
   EXPECT_EQ(query_file_kind(directory + "/page.html"), FileKind::regular);
   EXPECT_EQ(query_file_kind(directory + "/pages"), FileKind::directory);
-}
-
-TEST_F(PosixFiles, AreWrittenThroughLinks) {
-  const std::string directory = surroundings::scratch_directory();
-  surroundings::put_file(directory + "/page.html", "former");
-  ASSERT_EQ(symlink("page.html", (directory + "/link").c_str()), 0);
-  EXPECT_EQ(write_whole_file(directory + "/link", "new"), 0u);
-  std::uint64_t size = 0;
-  EXPECT_EQ(query_file_size(directory + "/page.html", size), 0u);
-  EXPECT_EQ(size, 3u);
-}
-
-TEST_F(PosixFiles, AreNoDirectoriesWhereALinkLeadsToNothing) {
-  const std::string link = surroundings::scratch_directory() + "/link";
-  ASSERT_EQ(symlink("absent", link.c_str()), 0);
-  EXPECT_EQ(make_directories(link), 183u);
-  EXPECT_EQ(make_directories(link + "/below"), 3u);
 }
 
 TEST_F(PosixFiles, DoNotWaitForTheReaderOfAPipeInAFilesPlace) {
@@ -277,9 +228,7 @@ TEST_F(PosixFiles, AreRefusedToWhoHasNoRight) {
                {"make", make, fixed + "/new", 5}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.what + (" " + entry.path));
-    EXPECT_EQ(answer_of_child(
-                  [&entry]() -> std::uint32_t { return become_nobody() ? entry.act(entry.path) : 254; }),
-              entry.answer);
+    EXPECT_EQ(answer_of_nobody([&entry] { return entry.act(entry.path); }), entry.answer);
   }
   EXPECT_EQ(chmod(closed.c_str(), 0700), 0);
   EXPECT_EQ(chmod(fixed.c_str(), 0700), 0);
@@ -292,10 +241,7 @@ TEST_F(PosixFiles, AreRemovedThoughTheyMayNotBeWritten) {
   surroundings::put_file(path, "content");
   ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
   ASSERT_EQ(chmod(path.c_str(), 0444), 0);
-  EXPECT_EQ(answer_of_child([&path]() -> std::uint32_t {
-              if (!become_nobody()) return 254;
-              return write_whole_file(path, "x") == 5 ? remove_file(path) : 253;
-            }),
+  EXPECT_EQ(answer_of_nobody([&path] { return write_whole_file(path, "x") == 5 ? remove_file(path) : 253; }),
             0);
   EXPECT_EQ(query_file_kind(path), FileKind::missing);
 }

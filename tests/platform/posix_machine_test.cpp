@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "platform/machine.h"
+#include "platform/posix_child.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
@@ -84,57 +84,44 @@ TEST_F(PosixMachine, WritesBytesAsTheyAreAndAtOnce) {
   EXPECT_EQ(received, "1" + text + "2" + text);
 }
 
-TEST_F(PosixMachine, TellsAClosedReaderByAFailedWriteAndGoesOn) {
+TEST_F(PosixMachine, GoesOnAfterAWriteThatNobodyReads) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(ends[1], STDOUT_FILENO);
-    prepare_process();
-    write_standard_output("lost");
-    const bool failed = write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE;
-    _exit(failed ? 0 : 1);
-  }
+  EXPECT_EQ(answer_of_child([&ends] {
+              dup2(ends[1], STDOUT_FILENO);
+              prepare_process();
+              write_standard_output("lost");
+              return write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE ? 0 : 1;
+            }),
+            0);
   close(ends[1]);
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST_F(PosixMachine, LeadsStandardStreamsThatAreClosedNowhereAndLeavesTheOthers) {
-  const struct {
-    const char* which;
-    std::vector<int> closed;
-  } cases[] = {{"input", {0}},    {"output", {1}},           {"error", {2}},
-               {"none", {}},      {"input, output", {0, 1}}, {"output, error", {1, 2}},
-               {"all", {0, 1, 2}}};
-  for (const auto& entry : cases) {
-    SCOPED_TRACE(entry.which);
-    const pid_t child = fork();
-    if (child == 0) {
-      for (const int stream : entry.closed) close(stream);
-      std::array<std::string, 3> expected;
-      for (std::size_t stream = 0; stream <= 2; ++stream) {
-        expected[stream] = target_of(static_cast<int>(stream));
-        if (expected[stream].empty()) expected[stream] = "/dev/null";
-      }
-      prepare_process();
-      // Each wrong stream sets its bit; the next thing that is opened must take none of them.
-      int wrong = open("/", O_RDONLY) <= 2 ? 8 : 0;
-      for (int stream = 0; stream <= 2; ++stream) {
-        if (target_of(stream) != expected[static_cast<std::size_t>(stream)]) wrong |= 1 << stream;
-      }
-      for (const int stream : entry.closed) {
-        if (write(stream, "x", 1) != 1) wrong |= 16;
-      }
-      _exit(wrong);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+// Each wrong stream sets its bit; the next descriptor must be none of them.
+int prepare_with_closed_streams(const std::vector<int>& closed) {
+  for (const int stream : closed) close(stream);
+  std::array<std::string, 3> expected;
+  for (std::size_t stream = 0; stream <= 2; ++stream) {
+    expected[stream] = target_of(static_cast<int>(stream));
+    if (expected[stream].empty()) expected[stream] = "/dev/null";
+  }
+  prepare_process();
+  int wrong = open("/", O_RDONLY) <= 2 ? 8 : 0;
+  for (int stream = 0; stream <= 2; ++stream) {
+    if (target_of(stream) != expected[static_cast<std::size_t>(stream)]) wrong |= 1 << stream;
+  }
+  for (const int stream : closed) {
+    if (write(stream, "x", 1) != 1) wrong |= 16;
+  }
+  return wrong;
+}
+
+TEST_F(PosixMachine, OpensClosedStandardStreamsOnDevNull) {
+  for (const std::vector<int>& closed :
+       std::vector<std::vector<int>>{{}, {0}, {1}, {2}, {0, 1}, {1, 2}, {0, 1, 2}}) {
+    SCOPED_TRACE(testing::PrintToString(closed));
+    EXPECT_EQ(answer_of_child([&closed] { return prepare_with_closed_streams(closed); }), 0);
   }
 }
 
@@ -152,31 +139,25 @@ TEST_F(PosixMachine, StartsTheBrowserWithNothingOfOurs) {
   EXPECT_NE(record[3], std::to_string(getsid(0))) << "the session";
 }
 
+// 0 when a browser was started by a process without standard streams.
+int open_browser_without_streams() {
+  return answer_of_child([] {
+    for (int stream = 0; stream <= 2; ++stream) close(stream);
+    return open_in_browser(surroundings::browser_address()) > 32 ? 0 : 1;
+  });
+}
+
 TEST_F(PosixMachine, StartsTheBrowserWithStandardStreamsThoughOursAreClosed) {
   const surroundings::Browser browser = surroundings::install_browser();
-  const pid_t child = fork();
-  if (child == 0) {
-    for (int stream = 0; stream <= 2; ++stream) close(stream);
-    _exit(open_in_browser(surroundings::browser_address()) > 32 ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(open_browser_without_streams(), 0);
   const auto record = surroundings::read_browser_record();
   ASSERT_EQ(record.size(), 4u);
   EXPECT_EQ(record[1], "0=/dev/null;1=/dev/null;2=/dev/null;");
 }
 
-TEST_F(PosixMachine, TellsThatThereIsNoBrowserThoughTheStandardStreamsAreClosed) {
+TEST_F(PosixMachine, ReportsAMissingBrowserThoughTheStandardStreamsAreClosed) {
   const surroundings::Browser none = surroundings::remove_browser();
-  const pid_t child = fork();
-  if (child == 0) {
-    for (int stream = 0; stream <= 2; ++stream) close(stream);
-    _exit(open_in_browser(surroundings::browser_address()) <= 32 ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(open_browser_without_streams(), 1);
 }
 
 TEST_F(PosixMachine, LeavesNoChildBehindWhetherTheBrowserStartsOrNot) {
@@ -203,7 +184,7 @@ TEST_F(PosixMachine, OpensNoDescriptorForGood) {
   EXPECT_EQ(before, after);
 }
 
-TEST_F(PosixMachine, TellsItsProcessNumber) {
+TEST_F(PosixMachine, ReportsItsProcessNumber) {
   EXPECT_EQ(own_process_id(), static_cast<std::uint32_t>(getpid()));
 }
 

@@ -1,7 +1,6 @@
 // Processes and modules out of a root of the tests' own, laid out as proc(5) says.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <climits>
@@ -12,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix_child.h"
 #include "platform/processes.h"
 #include "platform/surroundings.h"
 
@@ -26,8 +26,6 @@ constexpr std::uint32_t error_denied = 5;
 constexpr std::uint32_t error_no_more_files = 18;
 constexpr std::uint32_t error_general = 31;
 constexpr std::uint32_t error_no_such_process = 87;
-
-constexpr uid_t nobody = 65534;
 
 std::string proc_root() { return surroundings::scratch_directory() + "/proc"; }
 std::string process_directory(const std::string& name) { return proc_root() + '/' + name; }
@@ -51,8 +49,7 @@ void put_process(const std::string& name, const std::string& program) {
   EXPECT_EQ(symlink(program.c_str(), (process_directory(name) + "/exe").c_str()), 0);
 }
 
-// One whose link is none, so that reading it fails as it does for a process of somebody else's, if with
-// another error.
+// A process whose link cannot be read, as that of another user.
 void put_guarded_process(const std::string& name, const std::string& comm) {
   surroundings::put_directory(process_directory(name));
   put_file(process_directory(name) + "/exe", "");
@@ -105,7 +102,7 @@ TEST_F(PosixProcessLists, NameEachProcessByTheFileNameOfItsProgram) {
                                     {4194304, u"velmora_control_demo"}}));
 }
 
-TEST_F(PosixProcessLists, NameAProcessThatMayNotBeAskedByWhatTheSystemShowsOfIt) {
+TEST_F(PosixProcessLists, NameAProcessByItsCommWhereItsLinkCannotBeRead) {
   put_guarded_process("5", "audiodg.exe\n");
   put_guarded_process("6", "no line end");
   put_guarded_process("7", "two\nlines\n");
@@ -137,7 +134,7 @@ TEST_F(PosixProcessLists, TakeNoNameForAProcessThatIsNotANumberOf32Bits) {
   EXPECT_EQ(processes(), (Processes{{7, u"cat"}}));
 }
 
-TEST_F(PosixProcessLists, HoldNobodyWhereNobodyIs) {
+TEST_F(PosixProcessLists, AreEmptyWithoutProcesses) {
   EXPECT_EQ(processes(), Processes());
   ProcessSnapshot snapshot;
   ASSERT_EQ(snapshot_processes(snapshot), 0u);
@@ -187,7 +184,7 @@ TEST_F(PosixProcessLists, NameEachMappedFileOnceInTheOrderOfItsAddresses) {
                                     {u"\u00F6.so", u"/\u00F6/\u00F6.so"}}));
 }
 
-TEST_F(PosixProcessLists, TellTwoFilesOfOneNameApart) {
+TEST_F(PosixProcessLists, DistinguishTwoFilesOfOneName) {
   const std::string line = "00400000-00401000 r--p 00000000 fe:01 1    ";
   put_maps("7", line + "/a/fse.dll\n" + line + "/b/fse.dll\n" + line + "/b/fse.dll2\n" + line + "/a/FSE.dll");
   EXPECT_EQ(modules_of(7), (Modules{{u"fse.dll", u"/a/fse.dll"},
@@ -207,7 +204,7 @@ TEST_F(PosixProcessLists, ReadAPathOfTheGreatestLengthWhole) {
   }
 }
 
-TEST_F(PosixProcessLists, TellThatAProcessHasNoModules) {
+TEST_F(PosixProcessLists, ReportThatAProcessHasNoModules) {
   for (const char* lines : {"", "\n", "01000000-01021000 rw-p 00000000 00:00 0      [heap]\n"}) {
     SCOPED_TRACE(lines);
     put_maps("7", lines);
@@ -222,53 +219,37 @@ TEST_F(PosixProcessLists, TellThatAProcessHasNoModules) {
   }
 }
 
-TEST_F(PosixProcessLists, TellThatTheProcessIsMissing) {
+TEST_F(PosixProcessLists, FailForAProcessThatIsMissingOrCannotBeRead) {
   put_process("8", "/bin/cat");
-  ModuleSnapshot snapshot;
-  for (const std::uint32_t id : {7u, 8u, 0u, 0xFFFFFFFFu}) {
+  surroundings::put_directory(process_directory("9"));
+  surroundings::put_directory(process_directory("9") + "/maps");
+  const std::pair<std::uint32_t, std::uint32_t> rows[] = {{7, error_no_such_process},
+                                                          {8, error_no_such_process},
+                                                          {0, error_no_such_process},
+                                                          {0xFFFFFFFF, error_no_such_process},
+                                                          {9, error_denied}};
+  for (const auto& [id, error] : rows) {
     SCOPED_TRACE(id);
-    EXPECT_EQ(snapshot_modules(id, snapshot), error_no_such_process);
+    ModuleSnapshot snapshot;
+    EXPECT_EQ(snapshot_modules(id, snapshot), error);
     EXPECT_FALSE(snapshot.is_open());
   }
 }
 
-TEST_F(PosixProcessLists, TellThatTheListOpensAndCannotBeRead) {
-  surroundings::put_directory(process_directory("7"));
-  surroundings::put_directory(process_directory("7") + "/maps");
-  ModuleSnapshot snapshot;
-  EXPECT_EQ(snapshot_modules(7, snapshot), error_denied);
-  EXPECT_FALSE(snapshot.is_open());
+int module_error_of_nobody(std::uint32_t id) {
+  return answer_of_nobody([id] {
+    ModuleSnapshot snapshot;
+    return snapshot_modules(id, snapshot);
+  });
 }
 
-// What a child answers that has given up being root; whoever is not root has nothing to give up.
-template <typename Question>
-int answer_of_nobody(Question question) {
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool dropped = geteuid() != 0 || seteuid(nobody) == 0;
-    _exit(dropped ? static_cast<int>(question()) : 255);
-  }
-  int status = 0;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  return WEXITSTATUS(status);
-}
-
-TEST_F(PosixProcessLists, TellThatTheProcessMayNotBeLookedInto) {
+TEST_F(PosixProcessLists, ReportThatTheSystemDeniesALook) {
   put_maps("7", "00400000-00401000 r--p 00000000 fe:01 1    /a\n");
   EXPECT_EQ(chmod((process_directory("7") + "/maps").c_str(), 0), 0);
-  EXPECT_EQ(chmod(surroundings::scratch_directory().c_str(), 0755), 0);
-  EXPECT_EQ(chmod(proc_root().c_str(), 0755), 0);
-  EXPECT_EQ(chmod(process_directory("7").c_str(), 0755), 0);
-  EXPECT_EQ(answer_of_nobody([] {
-              ModuleSnapshot snapshot;
-              return snapshot_modules(7, snapshot);
-            }),
-            static_cast<int>(error_denied));
-}
-
-TEST_F(PosixProcessLists, TellThatTheProcessesMayNotBeListed) {
-  EXPECT_EQ(chmod(surroundings::scratch_directory().c_str(), 0755), 0);
+  for (const std::string& path : {surroundings::scratch_directory(), proc_root(), process_directory("7")}) {
+    EXPECT_EQ(chmod(path.c_str(), 0755), 0);
+  }
+  EXPECT_EQ(module_error_of_nobody(7), static_cast<int>(error_denied));
   EXPECT_EQ(chmod(proc_root().c_str(), 0), 0);
   EXPECT_EQ(answer_of_nobody([] {
               ProcessSnapshot snapshot;
@@ -277,7 +258,7 @@ TEST_F(PosixProcessLists, TellThatTheProcessesMayNotBeListed) {
             static_cast<int>(error_denied));
 }
 
-// The one who asks is a child that has given up being root, about its parent, which has not.
+// A child without root's rights asks about its parent, which keeps them.
 TEST_F(PosixProcessLists, NameARealProcessOfSomebodyElseAndDoNotLookIntoIt) {
   unsetenv("VELMORA_PROC");
   const auto parent = static_cast<std::uint32_t>(getpid());
@@ -291,11 +272,7 @@ TEST_F(PosixProcessLists, NameARealProcessOfSomebodyElseAndDoNotLookIntoIt) {
             }),
             0);
   const std::uint32_t error = geteuid() == 0 ? error_denied : 0;
-  EXPECT_EQ(answer_of_nobody([parent] {
-              ModuleSnapshot snapshot;
-              return snapshot_modules(parent, snapshot);
-            }),
-            static_cast<int>(error));
+  EXPECT_EQ(module_error_of_nobody(parent), static_cast<int>(error));
 }
 
 TEST_F(PosixProcessLists, CallNobodyButRootElevated) {

@@ -1,13 +1,11 @@
-// What is Linux's own in the named mapping: its object under /dev/shm, and who removes it, whatever is killed
-// when. Children do as little as they can and end by _exit. One file because the kills, the halts and the
-// race are told in the same few holders, and what one of them misses another finds.
+// The mapping's object under /dev/shm, and who removes it, whichever process is killed when. One file because
+// the kills, the halts and the race share their helpers.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -25,6 +23,7 @@
 
 #include "base/text.h"
 #include "platform/clock.h"
+#include "platform/posix_child.h"
 #include "platform/shared_memory.h"
 
 namespace velmora {
@@ -36,7 +35,7 @@ constexpr std::uint32_t error_missing = 2;
 constexpr std::uint32_t error_denied = 5;
 constexpr std::uint32_t error_busy = 170;
 
-// A mapping's name and the object's, of this test process alone. What a failed test leaves goes with it.
+// The names of a mapping and its object, used by this test process only. The object is removed with it.
 class Name {
  public:
   explicit Name(const char* scope = "Local")
@@ -107,48 +106,24 @@ void expect_fresh_and_gone_after_close(const Name& name) {
   EXPECT_FALSE(exists(name));
 }
 
-// Runs `body` in a child; the child's exit code is what it returns.
-pid_t start_child(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(body());
-  return child;
-}
-
-int exit_code_of(pid_t child) {
-  int status = 0;
-  if (waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
-
 TEST(PosixSharedMemory, MakesAnObjectNamedLikeTheMappingWithADotForTheBackslash) {
   for (const char* scope : {"Local", "Global"}) {
     SCOPED_TRACE(scope);
     const Name name(scope);
     ASSERT_FALSE(exists(name));
-    {
-      Holder holder;
-      ASSERT_NO_FATAL_FAILURE(create_fresh(name, holder));
-    }
-    EXPECT_FALSE(exists(name));
+    expect_fresh_and_gone_after_close(name);
   }
 }
 
-TEST(PosixSharedMemory, KeepsLocalAndGlobalNamesApart) {
+TEST(PosixSharedMemory, OpeningAMissingNameMakesNothing) {
   const Name local("Local");
   const Name global("Global");
   Holder holder;
   ASSERT_NO_FATAL_FAILURE(create_fresh(local, holder));
   SharedMapping other;
   EXPECT_EQ(open_shared_mapping(global.wide(), other), error_missing);
+  EXPECT_FALSE(other.is_open());
   EXPECT_FALSE(exists(global));
-}
-
-TEST(PosixSharedMemory, OpeningAMissingNameIsError2AndMakesNothing) {
-  const Name name;
-  SharedMapping mapping;
-  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_missing);
-  EXPECT_FALSE(mapping.is_open());
-  EXPECT_FALSE(exists(name));
 }
 
 TEST(PosixSharedMemory, TheObjectIsReadableAndWritableByAllWhateverTheFileModeMask) {
@@ -200,47 +175,17 @@ TEST(PosixSharedMemory, TheLastHolderRemovesTheObjectAndNoEarlierOne) {
   EXPECT_FALSE(exists(name));
 }
 
-TEST(PosixSharedMemory, AHolderInAnotherProcessKeepsTheObject) {
-  const Name name;
-  std::array<int, 2> to_child{};
-  std::array<int, 2> to_parent{};
-  ASSERT_EQ(pipe(to_child.data()), 0);
-  ASSERT_EQ(pipe(to_parent.data()), 0);
-  const pid_t child = start_child([&] {
-    close(to_child[1]);
-    SharedMapping mapping;
-    char byte = create_shared_mapping(name.wide(), size_bytes, mapping).create_error ? 'n' : 'y';
-    if (write(to_parent[1], &byte, 1) != 1) return 1;
-    static_cast<void>(!read(to_child[0], &byte, 1));  // until the parent closes its end
-    mapping.close();
-    return 0;
-  });
-  close(to_child[0]);
-  close(to_parent[1]);
-  char held = 0;
-  EXPECT_EQ(read(to_parent[0], &held, 1), 1);
-  EXPECT_EQ(held, 'y');
-  SharedMapping mapping;
-  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), std::nullopt);
-  mapping.close();
-  EXPECT_TRUE(exists(name));
-  close(to_child[1]);
-  EXPECT_EQ(exit_code_of(child), 0);
-  close(to_parent[0]);
-  EXPECT_FALSE(exists(name));
-}
-
-TEST(PosixSharedMemory, AnObjectThatNobodyHoldsIsMissingForOpenWhichRemovesIt) {
-  const Name name;
-  ASSERT_NO_FATAL_FAILURE(make_stale(name));
+void open_finds_nothing_and_removes_it(const Name& name) {
   SharedMapping mapping;
   EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_missing);
   EXPECT_FALSE(mapping.is_open());
   EXPECT_FALSE(exists(name));
 }
 
-TEST(PosixSharedMemory, AnObjectThatNobodyHoldsIsMadeAnewByCreate) {
+TEST(PosixSharedMemory, AnObjectThatNobodyHoldsIsRemovedByOpenAndMadeAnewByCreate) {
   const Name name;
+  ASSERT_NO_FATAL_FAILURE(make_stale(name));
+  open_finds_nothing_and_removes_it(name);
   ASSERT_NO_FATAL_FAILURE(make_stale(name));
   expect_fresh_and_gone_after_close(name);
 }
@@ -255,7 +200,6 @@ TEST(PosixSharedMemory, ASmallerObjectAnswersTheViewWithError5) {
   EXPECT_EQ(map_shared_view(mapping, size_bytes - 1, view), std::nullopt);
 }
 
-// No access for anyone: as root we then have to be someone else, and other users have no more than that.
 TEST(PosixSharedMemory, AHeldObjectWithoutAccessForUsIsError5AndStays) {
   const Name name;
   const int held = shm_open(name.object(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -263,44 +207,45 @@ TEST(PosixSharedMemory, AHeldObjectWithoutAccessForUsIsError5AndStays) {
   EXPECT_EQ(ftruncate(held, size_bytes), 0);
   EXPECT_EQ(flock(held, LOCK_SH), 0);
   EXPECT_EQ(fchmod(held, 0), 0);
-  const auto as_another_user = [&](const std::function<std::optional<std::uint32_t>()>& error_of) {
-    constexpr uid_t nobody = 65534;
-    return exit_code_of(start_child([&] {
-      if (geteuid() == 0 && setuid(nobody) != 0) return 255;
-      return static_cast<int>(error_of().value_or(0));
-    }));
-  };
   SharedMapping mapping;
-  EXPECT_EQ(as_another_user([&] { return open_shared_mapping(name.wide(), mapping); }),
+  EXPECT_EQ(answer_of_nobody([&] { return open_shared_mapping(name.wide(), mapping).value_or(0); }),
             static_cast<int>(error_denied));
-  EXPECT_EQ(
-      as_another_user([&] { return create_shared_mapping(name.wide(), size_bytes, mapping).create_error; }),
-      static_cast<int>(error_denied));
+  EXPECT_EQ(answer_of_nobody([&] {
+              return create_shared_mapping(name.wide(), size_bytes, mapping).create_error.value_or(0);
+            }),
+            static_cast<int>(error_denied));
   EXPECT_TRUE(exists(name));
   close(held);
 }
 
-// A process that halted in the middle of making or removing the object; it lets go when it is killed.
-pid_t start_exclusive_holder(const Name& name, int ready) {
-  return start_child([&] {
-    const int descriptor = shm_open(name.object(), O_RDWR | O_CLOEXEC, 0);
-    if (descriptor < 0 || flock(descriptor, LOCK_EX | LOCK_NB) != 0) return 1;
-    if (write(ready, "", 1) != 1) return 2;
+// A child that has done `act` and then does nothing until it is killed. Returns once `act` is done.
+pid_t start_paused(const std::function<bool()>& act) {
+  std::array<int, 2> ready{};
+  EXPECT_EQ(pipe(ready.data()), 0);
+  const pid_t child = fork_child([&]() -> int {
+    if (!act() || write(ready[1], "", 1) != 1) return 1;
     for (;;) pause();
   });
-}
-
-TEST(PosixSharedMemory, AnObjectThatAHaltedMakerKeepsLockedIsError170AndStays) {
-  const Name name;
-  ASSERT_NO_FATAL_FAILURE(make_stale(name));
-  std::array<int, 2> ready{};
-  ASSERT_EQ(pipe(ready.data()), 0);
-  const pid_t child = start_exclusive_holder(name, ready[1]);
   close(ready[1]);
   char byte = 0;
   EXPECT_EQ(read(ready[0], &byte, 1), 1);
   close(ready[0]);
+  return child;
+}
 
+bool kill_child(pid_t child) {
+  int status = 0;
+  return kill(child, SIGKILL) == 0 && waitpid(child, &status, 0) == child && WIFSIGNALED(status);
+}
+
+TEST(PosixSharedMemory, AnObjectLockedByAHaltedMakerIsError170AndStays) {
+  const Name name;
+  ASSERT_NO_FATAL_FAILURE(make_stale(name));
+  // As a process that is halted while it makes or removes the object.
+  const pid_t child = start_paused([&name] {
+    const int descriptor = shm_open(name.object(), O_RDWR | O_CLOEXEC, 0);
+    return descriptor >= 0 && flock(descriptor, LOCK_EX | LOCK_NB) == 0;
+  });
   SharedMapping mapping;
   EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_busy);
   EXPECT_FALSE(mapping.is_open());
@@ -311,8 +256,7 @@ TEST(PosixSharedMemory, AnObjectThatAHaltedMakerKeepsLockedIsError170AndStays) {
   ASSERT_TRUE(exists(name));
   EXPECT_EQ(state_of(name)->st_size, static_cast<off_t>(size_bytes));
 
-  kill(child, SIGKILL);
-  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_TRUE(kill_child(child));
   expect_fresh_and_gone_after_close(name);
 }
 
@@ -329,7 +273,7 @@ struct Halted {
 // Runs `body` in a child that stops before and after each of its system calls, and leaves it halted at its
 // stop number `stop` (from 1). `finished`: it had fewer stops.
 Halted halt_at_stop(int stop, const std::function<int()>& body) {
-  const pid_t child = start_child([&] {
+  const pid_t child = fork_child([&] {
     // What the parent holds would be held by the child too, through the descriptors that it inherits.
     if (close_range(3, ~0u, 0) != 0) return 254;
     if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || raise(SIGSTOP) != 0) return 255;
@@ -347,11 +291,6 @@ Halted halt_at_stop(int stop, const std::function<int()>& body) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   return {Ending::failed, 0, 0};
-}
-
-bool kill_halted(pid_t child) {
-  int status = 0;
-  return kill(child, SIGKILL) == 0 && waitpid(child, &status, 0) == child && WIFSIGNALED(status);
 }
 
 // Lets it run to its end; its exit code.
@@ -407,7 +346,7 @@ void kill_at_every_stop(const Name& name, const std::function<void()>& prepare,
     ASSERT_NE(halted.ending, Ending::failed);
     ASSERT_EQ(halted.exit_code, 0);
     if (halted.ending == Ending::halted) {
-      ASSERT_TRUE(kill_halted(halted.child));
+      ASSERT_TRUE(kill_child(halted.child));
       count_what_is_left(name, left);
     }
     ASSERT_NO_FATAL_FAILURE(recover());
@@ -417,36 +356,22 @@ void kill_at_every_stop(const Name& name, const std::function<void()>& prepare,
   FAIL() << "the child never ended";
 }
 
-void open_finds_nothing_and_removes_it(const Name& name) {
-  SharedMapping mapping;
-  EXPECT_EQ(open_shared_mapping(name.wide(), mapping), error_missing);
-  EXPECT_FALSE(exists(name));
-}
-
-TEST(PosixSharedMemory, ACreatorKilledAtAnyStepLeavesANameThatIsMadeAnew) {
-  const Name name;
-  Left left;
-  kill_at_every_stop(
-      name, [] {}, [&] { return create_write_close(name); }, [&] { expect_fresh_and_gone_after_close(name); },
-      left);
-  EXPECT_GT(left.nothing, 0);
-  EXPECT_GT(left.unsized, 0);
-  EXPECT_GT(left.sized, 0);
-}
-
-TEST(PosixSharedMemory, ACreatorKilledAtAnyStepLeavesANameThatIsMissingForOpen) {
-  const Name name;
-  Left left;
-  kill_at_every_stop(
-      name, [] {}, [&] { return create_write_close(name); },
-      [&] {
-        open_finds_nothing_and_removes_it(name);
-        expect_fresh_and_gone_after_close(name);
-      },
-      left);
-  EXPECT_GT(left.nothing, 0);
-  EXPECT_GT(left.unsized, 0);
-  EXPECT_GT(left.sized, 0);
+TEST(PosixSharedMemory, ACreatorKilledAtAnyStepLeavesANameThatOpenFindsMissingAndCreateMakesAnew) {
+  for (const bool opens_first : {false, true}) {
+    SCOPED_TRACE(opens_first);
+    const Name name;
+    Left left;
+    kill_at_every_stop(
+        name, [] {}, [&] { return create_write_close(name); },
+        [&] {
+          if (opens_first) open_finds_nothing_and_removes_it(name);
+          expect_fresh_and_gone_after_close(name);
+        },
+        left);
+    EXPECT_GT(left.nothing, 0);
+    EXPECT_GT(left.unsized, 0);
+    EXPECT_GT(left.sized, 0);
+  }
 }
 
 TEST(PosixSharedMemory, WhoeverIsKilledAtAnyStepOfRemovingAStaleObjectLeavesANameThatIsMadeAnew) {
@@ -491,24 +416,16 @@ TEST(PosixSharedMemory, ASecondHolderKilledAtAnyStepTakesNothingFromTheFirst) {
 
 TEST(PosixSharedMemory, WhatAFirstHolderWroteOutlivesItsKillWhileASecondHoldsOn) {
   const Name name;
-  std::array<int, 2> ready{};
-  ASSERT_EQ(pipe(ready.data()), 0);
-  const pid_t child = start_child([&] {
-    Holder holder;
-    if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error) return 1;
-    if (map_shared_view(holder.mapping, size_bytes, holder.view)) return 2;
+  Holder holder;  // the child's
+  const pid_t child = start_paused([&] {
+    if (create_shared_mapping(name.wide(), size_bytes, holder.mapping).create_error) return false;
+    if (map_shared_view(holder.mapping, size_bytes, holder.view)) return false;
     std::memset(holder.view.native().data, written_byte, size_bytes);
-    if (write(ready[1], "", 1) != 1) return 3;
-    for (;;) pause();
+    return true;
   });
-  close(ready[1]);
-  char byte = 0;
-  EXPECT_EQ(read(ready[0], &byte, 1), 1);
-  close(ready[0]);
   Holder second;
   EXPECT_EQ(open_shared_mapping(name.wide(), second.mapping), std::nullopt);
-  kill(child, SIGKILL);
-  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_TRUE(kill_child(child));
   ASSERT_EQ(map_shared_view(second.mapping, size_bytes, second.view), std::nullopt);
   EXPECT_TRUE(all_bytes_are(second.view, written_byte));
   second = {};
@@ -520,21 +437,21 @@ TEST(PosixSharedMemory, WhatAFirstHolderWroteOutlivesItsKillWhileASecondHoldsOn)
 constexpr int exit_wrote = 0;
 constexpr int exit_missing = 10;
 
-// A flag that a child sets and its parent reads.
-class SharedFlag {
+// A value on a page that children share with their parent.
+template <typename Value>
+class Shared {
  public:
-  SharedFlag()
-      : page_(mmap(nullptr, sizeof(std::atomic<bool>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1,
-                   0)),
-        flag_(new (page_) std::atomic<bool>(false)) {}
-  ~SharedFlag() { munmap(page_, sizeof(std::atomic<bool>)); }
-  SharedFlag(const SharedFlag&) = delete;
-  SharedFlag& operator=(const SharedFlag&) = delete;
-  std::atomic<bool>& operator*() const { return *flag_; }
+  Shared()
+      : page_(mmap(nullptr, sizeof(Value), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)),
+        value_(new (page_) Value{}) {}
+  ~Shared() { munmap(page_, sizeof(Value)); }
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  Value& operator*() const { return *value_; }
 
  private:
   void* page_;
-  std::atomic<bool>* flag_;
+  Value* value_;
 };
 
 enum class Act { create, open };
@@ -581,7 +498,7 @@ bool let_both_meet(const Name& name, Before before, Act act, int stop, int& met)
     // Without a view: the child would inherit it, and a view keeps its descriptor's lock alive.
     EXPECT_EQ(create_shared_mapping(name.wide(), size_bytes, ours.mapping).create_error, std::nullopt);
   }
-  const SharedFlag about_to_write;
+  const Shared<std::atomic<bool>> about_to_write;
   const Halted halted = halt_at_stop(stop, [&] { return hold_and_write(name, act, *about_to_write); });
   EXPECT_NE(halted.ending, Ending::failed);
   if (halted.ending != Ending::halted) return false;
@@ -751,12 +668,11 @@ int race(const Name& name, Racer racer) {
 
 TEST(PosixSharedMemory, ProcessesThatCreateOpenAndCloseAtOnceNeverHoldTwoObjectsOfOneName) {
   const Name name;
-  void* page = mmap(nullptr, sizeof(RaceBoard), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  ASSERT_NE(page, MAP_FAILED);
-  RaceBoard& board = *new (page) RaceBoard{};
+  const Shared<RaceBoard> shared_board;
+  RaceBoard& board = *shared_board;
   std::array<pid_t, racers> children{};
   for (std::size_t index = 0; index < racers; ++index) {
-    children[index] = start_child([&, index] { return race(name, {board, index}); });
+    children[index] = fork_child([&, index] { return race(name, {board, index}); });
   }
   for (const pid_t child : children) EXPECT_EQ(exit_code_of(child), 0);
 
@@ -773,7 +689,6 @@ TEST(PosixSharedMemory, ProcessesThatCreateOpenAndCloseAtOnceNeverHoldTwoObjects
     ASSERT_EQ(board.ticket_sum[object], given * (given - 1) / 2) << "object " << object;
   }
   EXPECT_FALSE(exists(name));
-  munmap(page, sizeof(RaceBoard));
 }
 
 }  // namespace

@@ -102,7 +102,7 @@ TEST_F(PosixSockets, SurviveAPeerThatIsGoneWhenThePipeSignalWouldKill) {
   EXPECT_EQ(send_bytes(exchange.service, "a", 1).error, 10053);
 }
 
-TEST_F(PosixSockets, TellAResetBy10054) {
+TEST_F(PosixSockets, ReportAResetAs10054) {
   Exchange exchange;
   surroundings::reset_connection(exchange.peer);
   char byte = '#';
@@ -111,65 +111,52 @@ TEST_F(PosixSockets, TellAResetBy10054) {
   EXPECT_EQ(got.error, 10054);
 }
 
-TEST_F(PosixSockets, ReceiveOnWhenASignalComesIn) {
-  Exchange exchange;
+// Runs `call` while signals interrupt it, and then what lets it end on a thread of its own.
+template <typename Call, typename LetEnd>
+void expect_to_survive_signals(Call call, LetEnd let_end) {
   install_interrupting_handler();
   signals_taken = 0;
   const pthread_t self = pthread_self();
   std::thread other([&] {
     const std::atomic<bool> never{false};
     interrupt(self, never, 10);
-    surroundings::send_all(exchange.peer, "late");
+    let_end();
   });
-  std::array<char, 16> buffer{};
-  const SocketCount got = receive_bytes(exchange.service, buffer.data(), buffer.size());
+  call();
   other.join();
+  EXPECT_GT(signals_taken.load(), 0);
+}
+
+TEST_F(PosixSockets, ReceiveOnWhenASignalComesIn) {
+  Exchange exchange;
+  std::array<char, 16> buffer{};
+  SocketCount got{};
+  expect_to_survive_signals([&] { got = receive_bytes(exchange.service, buffer.data(), buffer.size()); },
+                            [&] { surroundings::send_all(exchange.peer, "late"); });
   EXPECT_EQ(got.count, 4);
   EXPECT_EQ(got.error, 0);
-  EXPECT_GT(signals_taken.load(), 0);
 }
 
 TEST_F(PosixSockets, SendOnWhenASignalComesIn) {
   Exchange exchange;
-  install_interrupting_handler();
-  signals_taken = 0;
-  const pthread_t self = pthread_self();
-  std::string received;
-  std::thread other([&] {
-    const std::atomic<bool> never{false};
-    interrupt(self, never, 10);
-    received = surroundings::receive_until_end(exchange.peer);
-  });
   const std::string answer(24'000'000, 'x');
-  std::size_t sent = 0;
-  while (sent < answer.size()) {
-    const SocketCount count = send_bytes(exchange.service, answer.data() + sent, answer.size() - sent);
-    EXPECT_GT(count.count, 0) << count.error;
-    if (count.count <= 0) break;
-    sent += static_cast<std::size_t>(count.count);
-  }
-  exchange.service.close();
-  other.join();
+  std::string received;
+  expect_to_survive_signals(
+      [&] {
+        EXPECT_EQ(surroundings::send_whole(exchange.service, answer), answer.size());
+        exchange.service.close();
+      },
+      [&] { received = surroundings::receive_until_end(exchange.peer); });
   EXPECT_EQ(received.size(), answer.size());
-  EXPECT_GT(signals_taken.load(), 0);
 }
 
 TEST_F(PosixSockets, AcceptOnWhenASignalComesIn) {
   Exchange exchange;
-  install_interrupting_handler();
-  signals_taken = 0;
-  const pthread_t self = pthread_self();
   surroundings::Peer late;
-  std::thread other([&] {
-    const std::atomic<bool> never{false};
-    interrupt(self, never, 10);
-    late = surroundings::connect_to(exchange.port);
-  });
   Socket accepted;
-  EXPECT_EQ(accept_connection(exchange.listener, accepted), std::nullopt);
-  other.join();
+  expect_to_survive_signals([&] { EXPECT_EQ(accept_connection(exchange.listener, accepted), std::nullopt); },
+                            [&] { late = surroundings::connect_to(exchange.port); });
   EXPECT_TRUE(accepted.is_open());
-  EXPECT_GT(signals_taken.load(), 0);
 }
 
 TEST_F(PosixSockets, WaitNoLongerThanUntilAStopSignal) {
@@ -201,10 +188,10 @@ TEST_F(PosixSockets, AreRefusedBy10038WhenTheirDescriptorIsClosedBehindTheirBack
   EXPECT_EQ(ready.error, 10038);
 }
 
-TEST(PosixErrors, AreToldAsWinsockNumbers) {
+TEST(PosixErrors, BecomeWinsockNumbers) {
   const struct {
     int error;
-    int told;
+    int code;
   } cases[] = {{EINTR, 10004},        {EBADF, 10009},      {EACCES, 10013},        {EINVAL, 10022},
                {EMFILE, 10024},       {ENFILE, 10024},     {EAGAIN, 10035},        {ENOTSOCK, 10038},
                {EOPNOTSUPP, 10045},   {EADDRINUSE, 10048}, {EADDRNOTAVAIL, 10049}, {EPIPE, 10053},
@@ -212,21 +199,21 @@ TEST(PosixErrors, AreToldAsWinsockNumbers) {
                {ENOTCONN, 10057},     {ETIMEDOUT, 10060},  {ECONNREFUSED, 10061},  {ECHILD, 10107}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.error);
-    EXPECT_EQ(winsock_from_errno(entry.error), entry.told);
+    EXPECT_EQ(winsock_from_errno(entry.error), entry.code);
   }
 }
 
-TEST(PosixErrors, AreToldAsWin32Numbers) {
+TEST(PosixErrors, BecomeWin32Numbers) {
   const struct {
     int error;
-    std::uint32_t told;
+    std::uint32_t code;
   } cases[] = {{ENOENT, 2},   {ENOTDIR, 3},  {EMFILE, 4},   {ENFILE, 4},         {EACCES, 5},
                {EPERM, 5},    {EISDIR, 5},   {EBADF, 6},    {ENOMEM, 8},         {EINVAL, 87},
                {ENOSPC, 112}, {EBUSY, 170},  {EEXIST, 183}, {ENAMETOOLONG, 206}, {EROFS, 19},
                {EFBIG, 112},  {EDQUOT, 112}, {ELOOP, 1921}, {ECHILD, 31}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.error);
-    EXPECT_EQ(win32_from_errno(entry.error), entry.told);
+    EXPECT_EQ(win32_from_errno(entry.error), entry.code);
   }
 }
 

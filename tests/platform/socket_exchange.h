@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string_view>
 
 #include "platform/sockets.h"
 #include "platform/surroundings.h"
@@ -45,5 +46,17 @@ struct Exchange {
     return accepted;
   }
 };
+
+// Sends until all is sent or a send fails; how many bytes were sent.
+inline std::size_t send_whole(const Socket& socket, std::string_view bytes) {
+  std::size_t sent = 0;
+  while (sent < bytes.size()) {
+    const SocketCount count = send_bytes(socket, bytes.data() + sent, bytes.size() - sent);
+    if (count.count <= 0) break;
+    EXPECT_EQ(count.error, 0);
+    sent += static_cast<std::size_t>(count.count);
+  }
+  return sent;
+}
 
 }  // namespace velmora::surroundings
