@@ -12,6 +12,7 @@ namespace {
 
 using surroundings::HttpRequest;
 using surroundings::open_exchange;
+using surroundings::RawExchange;
 using surroundings::RawHttpServer;
 using surroundings::RawReply;
 using surroundings::read_whole_body;
@@ -131,9 +132,8 @@ TEST_F(NativeHttp, LosesAConnectionThatEndsBeforeTheHeadIsWhole) {
               {"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n", 0}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.bytes);
-    RawHttpServer server({{{row.bytes}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    EXPECT_EQ(send_and_wait(exchange), surroundings::runs_under_wine() ? row.under_wine : error_connection);
+    const RawExchange raw(row.bytes);
+    EXPECT_EQ(raw.error, surroundings::runs_under_wine() ? row.under_wine : error_connection);
   }
 }
 
@@ -141,9 +141,8 @@ TEST_F(NativeHttp, RefusesWhatIsNoHttp) {
   for (const std::string bytes :
        {"what is this\r\n\r\n", "\x16\x03\x01\x02\r\n\r\n", "SSH-2.0-server\r\n\r\n"}) {
     SCOPED_TRACE(bytes);
-    RawHttpServer server({{{bytes}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    EXPECT_EQ(send_and_wait(exchange), error_invalid_response);
+    const RawExchange raw(bytes);
+    EXPECT_EQ(raw.error, error_invalid_response);
   }
 }
 
@@ -158,11 +157,10 @@ TEST_F(NativeHttp, GivesWhatCameOfABodyThatBreaksOff) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.reply);
-    RawHttpServer server({{{row.reply}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    ASSERT_EQ(send_and_wait(exchange), 0u);
-    EXPECT_EQ(status_of(exchange), 200u);
-    EXPECT_EQ(read_whole_body(exchange).bytes, row.body);
+    const RawExchange raw(row.reply);
+    ASSERT_EQ(raw.error, 0u);
+    EXPECT_EQ(status_of(raw.exchange), 200u);
+    EXPECT_EQ(read_whole_body(raw.exchange).bytes, row.body);
   }
 }
 

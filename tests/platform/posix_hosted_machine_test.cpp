@@ -47,7 +47,7 @@ std::int32_t open_key(std::u16string_view path, RegistryKey& key) {
   return open_registry_key(path, key_access, key);
 }
 
-// Keys and values stand in no order here, which has to be kept.
+// Unordered keys and values: their order has to be kept.
 const std::string machine_text =
     "Windows Registry Editor Version 5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE]\n\n"
     "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Zebra]\n\"z\"=dword:00000001\n\"a\"=\"text\"\n\n"
@@ -56,6 +56,19 @@ const std::string machine_text =
 std::string changed_text() {
   std::string text = machine_text;
   return text.replace(text.find("00000001"), 8, "00000002");
+}
+
+RegistryKey open_zebra() {
+  RegistryKey key;
+  EXPECT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  return key;
+}
+
+// Puts the file, loads it, and opens the key that the tests change.
+RegistryKey load_zebra(const std::string& text = machine_text) {
+  put_file(machine_path(), text);
+  EXPECT_EQ(load_from(machine_path()), "");
+  return open_zebra();
 }
 
 std::int32_t set_number(const RegistryKey& key, std::uint32_t number) {
@@ -93,10 +106,7 @@ TEST_F(PosixHostedMachine, IsWrittenBackInTheFormAndOrderInWhichItWasWritten) {
   const auto after = forms_of(changed_text());
   for (std::size_t form = 0; form < before.size(); ++form) {
     SCOPED_TRACE(form);
-    put_file(machine_path(), before[form]);
-    ASSERT_EQ(load_from(machine_path()), "");
-    RegistryKey key;
-    ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+    const RegistryKey key = load_zebra(before[form]);
     EXPECT_EQ(read_number(key), 1u);
     EXPECT_EQ(read_file(machine_path()), before[form]);
     EXPECT_EQ(set_number(key, 2), 0);
@@ -139,8 +149,7 @@ TEST_F(PosixHostedMachine, IsReplacedWholeByANewFileWithTheSamePermissions) {
     // For as long as it is open, its number is given to no other.
     const std::ifstream former(machine_path());
     const ino_t former_number = file_number(machine_path());
-    RegistryKey key;
-    ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+    const RegistryKey key = open_zebra();
     EXPECT_EQ(set_number(key, 7), 0);
     EXPECT_NE(file_number(machine_path()), former_number);
     EXPECT_EQ(fs::status(machine_path()).permissions(), static_cast<fs::perms>(permissions));
@@ -154,8 +163,7 @@ TEST_F(PosixHostedMachine, IsWrittenWhereALinkLeadsAndTheLinkStays) {
   put_file(directory + "/target.reg", machine_text);
   ASSERT_EQ(symlink("elsewhere/target.reg", machine_path().c_str()), 0);
   ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  const RegistryKey key = open_zebra();
   EXPECT_EQ(set_number(key, 2), 0);
   EXPECT_TRUE(fs::is_symlink(machine_path()));
   EXPECT_EQ(fs::read_symlink(machine_path()), "elsewhere/target.reg");
@@ -176,7 +184,7 @@ TEST_F(PosixHostedMachine, IsNotTouchedByReadings) {
   EXPECT_EQ(read_file(machine_path()), machine_text);
 }
 
-TEST_F(PosixHostedMachine, TellsWhereAMalformedFileIsWrongAndLeavesItAlone) {
+TEST_F(PosixHostedMachine, ReportsWhereAMalformedFileIsWrongAndLeavesItUnchanged) {
   const struct {
     std::string bytes;
     std::string line;
@@ -200,7 +208,7 @@ TEST_F(PosixHostedMachine, TellsWhereAMalformedFileIsWrongAndLeavesItAlone) {
   EXPECT_EQ(names_in_scratch(), std::vector<std::string>{"machine.reg"});
 }
 
-TEST_F(PosixHostedMachine, TellsOfAFileThatCannotBeReadAndWaitsForNone) {
+TEST_F(PosixHostedMachine, ReportsAFileThatCannotBeReadAndWaitsForNone) {
   const std::string directory = surroundings::scratch_directory() + "/directory";
   const std::string loop = surroundings::scratch_directory() + "/loop";
   surroundings::put_directory(directory);
@@ -270,22 +278,18 @@ TEST_F(PosixHostedMachine, StaysAsItWasWhereItCannotBeWritten) {
   EXPECT_EQ(read_file(machine_path()), changed_text());
 }
 
-TEST_F(PosixHostedMachine, TakesTheTemporaryFileOfAProcessThatWasEndedAway) {
+TEST_F(PosixHostedMachine, ReplacesTheTemporaryFileOfAKilledProcess) {
   put_file(machine_path(), machine_text);
   put_file(machine_path() + ".new-" + std::to_string(getpid()), "half");
   ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  const RegistryKey key = open_zebra();
   EXPECT_EQ(set_number(key, 2), 0);
   EXPECT_EQ(read_file(machine_path()), changed_text());
   EXPECT_EQ(names_in_scratch(), std::vector<std::string>{"machine.reg"});
 }
 
 TEST_F(PosixHostedMachine, FollowsAFileThatAnotherProgramWrites) {
-  put_file(machine_path(), machine_text);
-  ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  RegistryKey key = load_zebra();
   for (std::uint32_t round = 0; round < 50; ++round) {
     put_file(machine_path(), changed_text());
     ASSERT_EQ(read_number(key), 2u) << round;
@@ -305,8 +309,8 @@ TEST_F(PosixHostedMachine, FollowsAFileThatAnotherProgramWrites) {
   EXPECT_EQ(open_key(u"SOFTWARE\\Bee", key), 0);
 }
 
-// As long as before, in the same file and with the same time: nothing tells but the bytes. A time that is yet
-// to come stands for one that has not passed when the file is read.
+// Same length, same file, same time: only the bytes differ. A future time simulates one that has not passed
+// when the file is read.
 TEST_F(PosixHostedMachine, FollowsAFileThatIsWrittenAgainWithinOneStepOfItsTime) {
   const auto time = fs::file_time_type::clock::now() + std::chrono::hours(1);
   const auto write_in_step = [&](const std::string& bytes) {
@@ -315,8 +319,7 @@ TEST_F(PosixHostedMachine, FollowsAFileThatIsWrittenAgainWithinOneStepOfItsTime)
   };
   write_in_step(machine_text);
   ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  const RegistryKey key = open_zebra();
   for (int round = 0; round < 2; ++round) {
     write_in_step(changed_text());
     EXPECT_EQ(read_number(key), 2u);
@@ -325,23 +328,19 @@ TEST_F(PosixHostedMachine, FollowsAFileThatIsWrittenAgainWithinOneStepOfItsTime)
   }
 }
 
-// A file whose time lies behind by far is read once and looked at from then on.
+// A file with an old time is read once, and then only inspected.
 TEST_F(PosixHostedMachine, FollowsAFileThatHasNotBeenWrittenForLong) {
   put_file(machine_path(), machine_text);
   fs::last_write_time(machine_path(), fs::file_time_type::clock::now() - std::chrono::hours(24));
   ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  const RegistryKey key = open_zebra();
   EXPECT_EQ(read_number(key), 1u);
   put_file(machine_path(), changed_text());
   EXPECT_EQ(read_number(key), 2u);
 }
 
 TEST_F(PosixHostedMachine, AnswersErrorsWhileAnotherProgramsFileIsMalformed) {
-  put_file(machine_path(), machine_text);
-  ASSERT_EQ(load_from(machine_path()), "");
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  RegistryKey key = load_zebra();
   const std::string half = machine_text.substr(0, machine_text.find("hex:") + 2);
   put_file(machine_path(), half);
   for (int round = 0; round < 2; ++round) {
@@ -357,7 +356,7 @@ TEST_F(PosixHostedMachine, AnswersErrorsWhileAnotherProgramsFileIsMalformed) {
     EXPECT_EQ(read_file(machine_path()), half);
   }
   const Guid guid{};
-  EXPECT_EQ(guid_text(guid).size(), 38u) << "it stands in no registry";
+  EXPECT_EQ(guid_text(guid).size(), 38u) << "no registry is needed";
   RegistryKey closed = std::move(key);
   closed.close();
   put_file(machine_path(), changed_text());
@@ -372,8 +371,7 @@ TEST_F(PosixHostedMachine, IsReadBeforeTheFirstCallThoughNobodyHasLoadedIt) {
   put_file(machine_path(), "rubbish");
   EXPECT_NE(load_from(machine_path()), "");
   put_file(machine_path(), machine_text);
-  RegistryKey key;
-  ASSERT_EQ(open_key(u"SOFTWARE\\Zebra", key), 0);
+  const RegistryKey key = open_zebra();
   EXPECT_EQ(read_number(key), 1u);
 }
 

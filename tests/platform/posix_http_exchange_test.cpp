@@ -24,6 +24,7 @@ using surroundings::expect_short_wait;
 using surroundings::HttpRequest;
 using surroundings::long_wait_ms;
 using surroundings::open_exchange;
+using surroundings::RawExchange;
 using surroundings::RawHttpServer;
 using surroundings::RawReply;
 using surroundings::read_whole_body;
@@ -89,24 +90,22 @@ TEST_F(PosixHttp, HoldsNoDescriptorOnceItIsClosed) {
   }
 }
 
-TEST_F(PosixHttp, TellsABodyThatBreaksOffFromOneThatEnds) {
+TEST_F(PosixHttp, DistinguishesATruncatedBodyFromAWholeOne) {
   for (const std::string& reply : {reply_head(200, "Content-Length: 10\r\n") + "12345",
                                    reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\n"}) {
     SCOPED_TRACE(reply);
-    RawHttpServer server({{{reply}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    ASSERT_EQ(send_and_wait(exchange), 0u);
-    const surroundings::ReadBody read = read_whole_body(exchange);
+    const RawExchange raw(reply);
+    ASSERT_EQ(raw.error, 0u);
+    const surroundings::ReadBody read = read_whole_body(raw.exchange);
     EXPECT_EQ(read.bytes, "12345");
     EXPECT_EQ(read.error, 12030u);
   }
 }
 
 TEST_F(PosixHttp, RefusesChunksThatAreNone) {
-  RawHttpServer server({{{reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\nzz\r\n"}}});
-  const HttpExchange exchange = open_exchange(server.port());
-  ASSERT_EQ(send_and_wait(exchange), 0u);
-  const surroundings::ReadBody read = read_whole_body(exchange);
+  const RawExchange raw(reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\nzz\r\n");
+  ASSERT_EQ(raw.error, 0u);
+  const surroundings::ReadBody read = read_whole_body(raw.exchange);
   EXPECT_EQ(read.bytes, "12345");
   EXPECT_NE(read.error, 0u);
 }
@@ -264,11 +263,10 @@ TEST_F(PosixHttp, KeepsTheBodyAheadOfTrailersThatAreTooLarge) {
   for (const std::size_t excess : {std::size_t{0}, end_bytes + 1}) {
     SCOPED_TRACE(excess);
     const std::size_t rest = most_header_bytes + excess - head.size() - end_bytes;
-    RawHttpServer server({{{head + "5\r\nabcde\r\n0\r\n" + header_lines(rest) + "\r\n"}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    ASSERT_EQ(send_and_wait(exchange), 0u);
-    EXPECT_EQ(status_of(exchange), 200u);
-    const surroundings::ReadBody read = read_whole_body(exchange);
+    const RawExchange raw(head + "5\r\nabcde\r\n0\r\n" + header_lines(rest) + "\r\n");
+    ASSERT_EQ(raw.error, 0u);
+    EXPECT_EQ(status_of(raw.exchange), 200u);
+    const surroundings::ReadBody read = read_whole_body(raw.exchange);
     EXPECT_EQ(read.bytes, "abcde");
     EXPECT_EQ(read.error, excess == 0 ? 0u : 12182u);
   }
@@ -288,14 +286,13 @@ TEST_F(PosixHttp, PassesOverRepliesThatAreNotTheLastWord) {
   EXPECT_EQ(read_whole_body(exchange).bytes, "{}");
 }
 
-TEST_F(PosixHttp, KnowsNoStatusOfWhatIsNoHttp) {
+TEST_F(PosixHttp, FindsNoStatusInWhatIsNoHttp) {
   for (const std::string bytes : {"FTP/1.1 200 OK\r\n\r\n", "hello\r\n\r\n", "<html></html>"}) {
     SCOPED_TRACE(bytes);
-    RawHttpServer server({{{bytes}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    EXPECT_EQ(send_and_wait(exchange), 12152u);
+    const RawExchange raw(bytes);
+    EXPECT_EQ(raw.error, 12152u);
     std::uint32_t status = 77;
-    EXPECT_NE(query_http_status(exchange, status), 0u);
+    EXPECT_NE(query_http_status(raw.exchange, status), 0u);
     EXPECT_EQ(status, 77u);
   }
 }
@@ -329,9 +326,8 @@ TEST_F(PosixHttp, FollowsARedirection) {
 TEST_F(PosixHttp, RefusesARedirectionWithoutALocation) {
   for (const std::uint32_t status : {301u, 302u, 303u, 307u, 308u}) {
     SCOPED_TRACE(status);
-    RawHttpServer server({{{reply_with_length(status, "nowhere")}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    EXPECT_EQ(send_and_wait(exchange), 12150u);
+    const RawExchange raw(reply_with_length(status, "nowhere"));
+    EXPECT_EQ(raw.error, 12150u);
   }
 }
 
@@ -340,17 +336,15 @@ TEST_F(PosixHttp, TakesEveryOtherStatusFrom300UpwardForTheReply) {
     SCOPED_TRACE(status);
     const std::string reply = status == 304 ? reply_head(status, "Location: /moved\r\n")
                                             : reply_head(status, "Location: /moved\r\nContent-Length: 0\r\n");
-    RawHttpServer server({{{reply}}});
-    const HttpExchange exchange = open_exchange(server.port());
-    ASSERT_EQ(send_and_wait(exchange), 0u);
-    EXPECT_EQ(status_of(exchange), status);
+    const RawExchange raw(reply);
+    ASSERT_EQ(raw.error, 0u);
+    EXPECT_EQ(status_of(raw.exchange), status);
   }
 }
 
 TEST_F(PosixHttp, FollowsNoRedirectionToAnotherScheme) {
-  RawHttpServer server({{{redirection_to(302, "ftp://127.0.0.1:" + std::to_string(1) + "/x")}}});
-  const HttpExchange exchange = open_exchange(server.port());
-  EXPECT_EQ(send_and_wait(exchange), 12006u);
+  const RawExchange raw(redirection_to(302, "ftp://127.0.0.1:" + std::to_string(1) + "/x"));
+  EXPECT_EQ(raw.error, 12006u);
 }
 
 TEST_F(PosixHttp, GivesUpAfterTenRedirections) {

@@ -1,6 +1,6 @@
-// The record as another process may find it at any instant: a child works on a shared page, halted after each
-// single instruction, and we look. What no thread test can force, the order of the stores, shows here.
-// One file because all of it walks through one record in one way.
+// The record as another process may find it at any instant: a child works on a shared page and is halted
+// after each instruction. This proves the order of the stores, which no thread test can force. One file
+// because all tests walk through one record in the same way.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/user.h>
@@ -212,42 +212,18 @@ void poison(const SharedRecord& record) {
   record->magic = record_magic;
 }
 
-Walk walk_through_the_filling(const SharedRecord& record) {
+TEST(RecordSteps, ANewRecordIsFilledInTheOrderOfItsContract) {
+  const SharedRecord record;
   poison(record);
-  return walk_through(record, [&record] {
+  const Walk walk = walk_through(record, [&record] {
     initialise_record(*record);
     return 0;
   });
-}
-
-TEST(RecordSteps, ANewRecordIsFilledInTheOrderOfItsContract) {
-  const SharedRecord record;
-  const Walk walk = walk_through_the_filling(record);
   ASSERT_TRUE(walk.ended);
   ASSERT_EQ(walk.answer, 0);
 
   std::vector<std::size_t> expected{magic_at, version_at, size_at, reserved_at};
-  append(expected, {0x018,
-                    0x020,
-                    0x028,
-                    0x030,
-                    0x038,
-                    0x040,
-                    0x048,
-                    0x050,
-                    0x058,
-                    lock_attempt_at,
-                    format_negotiation_at,
-                    0x068,
-                    0x070,
-                    0x078,
-                    0x080,
-                    0x088,
-                    0x090,
-                    0x098,
-                    0x0A0,
-                    capture_request_at,
-                    0x0B0});
+  for (std::size_t at = 0x018; at <= 0x0B0; at += width_at(at)) expected.push_back(at);
   append(expected, {algorithm_at, footstep_at, eq_sequence_at, eq_revision_at});
   append(expected, words_of_the_bands());
   append(expected, {eq_word_at, magic_at});
@@ -260,23 +236,12 @@ TEST(RecordSteps, ANewRecordIsFilledInTheOrderOfItsContract) {
   EXPECT_EQ(walk.changes.front().value, 0u);
   EXPECT_EQ(walk.changes.back().value, record_magic);
   expect_whole_steps(walk);
-}
-
-TEST(RecordSteps, AFullBarrierStandsBetweenTheLastWordOfANewRecordAndItsMagic) {
-  const SharedRecord record;
-  const Walk walk = walk_through_the_filling(record);
-  ASSERT_TRUE(walk.ended);
-  ASSERT_GE(walk.changes.size(), 2u);
+  // A full barrier is between the last word and the magic.
   const int last_word = walk.changes[walk.changes.size() - 2].step;
   const int magic = walk.changes.back().step;
   EXPECT_TRUE(std::any_of(walk.full_barriers.begin(), walk.full_barriers.end(),
                           [&](int step) { return last_word < step && step < magic; }));
-}
-
-TEST(RecordSteps, TheReservedEndOfANewRecordIsNotTouched) {
-  const SharedRecord record;
-  const Walk walk = walk_through_the_filling(record);
-  ASSERT_TRUE(walk.ended);
+  // The reserved end is not touched.
   const RecordBytes bytes = record.bytes();
   EXPECT_TRUE(std::all_of(bytes.begin() + eq_bands_end, bytes.end(),
                           [](unsigned char byte) { return byte == foreign_byte; }));

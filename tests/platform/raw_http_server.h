@@ -1,5 +1,5 @@
-// A server of the tests' own that sends what it is told to, be it HTTP or not. It stands on the seam's
-// sockets, whose contract is tested beside it.
+// A server that sends what a test gives it, HTTP or not. It uses the seam's sockets, which have a contract
+// suite of their own.
 #pragma once
 
 #include <array>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/clock.h"
+#include "platform/http_client.h"
 #include "platform/socket_exchange.h"
 #include "platform/sockets.h"
 
@@ -156,5 +157,15 @@ inline std::string reply_in_chunks(std::uint32_t status, std::string_view body) 
   }
   return bytes + "0\r\nTrailer: x\r\n\r\n";
 }
+
+// An exchange with a server that gives it this reply, up to the reply's head. `error` is the first failure,
+// or 0.
+struct RawExchange {
+  RawHttpServer server;
+  HttpExchange exchange = open_exchange(server.port());
+  std::uint32_t error = send_and_wait(exchange);
+
+  explicit RawExchange(const std::string& reply) : server({RawReply{{reply}}}) {}
+};
 
 }  // namespace velmora::surroundings

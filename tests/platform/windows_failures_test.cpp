@@ -11,6 +11,7 @@
 #include "platform/socket_exchange.h"
 #include "platform/sockets.h"
 #include "platform/surroundings.h"
+#include "platform/windows_imports.h"
 
 namespace velmora {
 namespace {
@@ -26,16 +27,10 @@ class SilentFailures {
 };
 bool SilentFailures::active = false;
 
-template <typename Function>
-Function real(const wchar_t* library, const char* name) {
-  return reinterpret_cast<Function>(
-      reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(library), name)));
-}
-
 // Either the real answer, or `failure` with the error 0.
 template <typename Function, typename Result, typename... Arguments>
 Result answer(const wchar_t* library, const char* name, Result failure, Arguments... arguments) {
-  if (!SilentFailures::active) return real<Function>(library, name)(arguments...);
+  if (!SilentFailures::active) return real_call<Function>(library, name)(arguments...);
   SetLastError(0);
   return failure;
 }
@@ -64,7 +59,7 @@ bool descriptors_work = false;
 
 BOOL WINAPI make_descriptor(LPCWSTR text, DWORD revision, PSECURITY_DESCRIPTOR* out, PULONG size) {
   if (descriptors_work) {
-    return real<decltype(&ConvertStringSecurityDescriptorToSecurityDescriptorW)>(
+    return real_call<decltype(&ConvertStringSecurityDescriptorToSecurityDescriptorW)>(
         L"advapi32.dll", "ConvertStringSecurityDescriptorToSecurityDescriptorW")(L"D:(A;;GA;;;WD)", revision,
                                                                                  out, size);
   }

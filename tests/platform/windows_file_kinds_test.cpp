@@ -8,6 +8,7 @@
 
 #include "platform/files.h"
 #include "platform/surroundings.h"
+#include "platform/windows_imports.h"
 
 namespace velmora {
 namespace {
@@ -21,12 +22,6 @@ struct Script {
 };
 Script* script = nullptr;
 
-template <typename Function>
-Function real(const char* name) {
-  return reinterpret_cast<Function>(
-      reinterpret_cast<void (*)()>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
-}
-
 HANDLE WINAPI create_file(LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_ATTRIBUTES attributes,
                           DWORD disposition, DWORD flags, HANDLE model) {
   if (script != nullptr) {
@@ -36,8 +31,8 @@ HANDLE WINAPI create_file(LPCWSTR path, DWORD access, DWORD sharing, LPSECURITY_
       return INVALID_HANDLE_VALUE;
     }
   }
-  return real<decltype(&CreateFileW)>("CreateFileW")(path, access, sharing, attributes, disposition, flags,
-                                                     model);
+  return real_call<decltype(&CreateFileW)>(L"kernel32.dll", "CreateFileW")(path, access, sharing, attributes,
+                                                                           disposition, flags, model);
 }
 
 BOOL WINAPI get_attributes(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID out) {
@@ -45,7 +40,8 @@ BOOL WINAPI get_attributes(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID ou
     SetLastError(*script->error);
     return FALSE;
   }
-  const BOOL done = real<decltype(&GetFileAttributesExW)>("GetFileAttributesExW")(path, level, out);
+  const BOOL done =
+      real_call<decltype(&GetFileAttributesExW)>(L"kernel32.dll", "GetFileAttributesExW")(path, level, out);
   if (script != nullptr && script->attributes) {
     static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(out)->dwFileAttributes = *script->attributes;
     return TRUE;

@@ -3,10 +3,13 @@
 #include <windows.h>
 
 #include <array>
+#include <cstdlib>
+#include <ctime>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/machine.h"
 #include "platform/surroundings.h"
@@ -101,6 +104,30 @@ TEST_F(WindowsMachine, LoadsALibraryByAPathInUtf8) {
   const DynamicLibrary library = load_library(copy);
   ASSERT_TRUE(library.is_open());
   EXPECT_NE(find_library_function(library, "velmora_contract_answer"), nullptr);
+}
+
+class WindowsClock : public surroundings::Arranged {};
+
+int minute_of_day(int hour, int minute) { return hour * 60 + minute; }
+
+// The C library follows it, to another zone than the system's.
+TEST_F(WindowsClock, ShowsTheTimeOfTheSystemWhateverTheVariableTzSays) {
+  for (const char* setting : {"TZ=EST5EDT", "TZ=Asia/Shanghai", "TZ=JST-9"}) {
+    SCOPED_TRACE(setting);
+    ASSERT_EQ(_putenv(setting), 0);
+    _tzset();
+    SYSTEMTIME before;
+    SYSTEMTIME after;
+    std::tm told{};
+    GetLocalTime(&before);
+    ASSERT_TRUE(read_local_time(told));
+    GetLocalTime(&after);
+    const int minute = minute_of_day(told.tm_hour, told.tm_min);
+    EXPECT_TRUE(minute == minute_of_day(before.wHour, before.wMinute) ||
+                minute == minute_of_day(after.wHour, after.wMinute));
+  }
+  ASSERT_EQ(_putenv("TZ="), 0);
+  _tzset();
 }
 
 }  // namespace

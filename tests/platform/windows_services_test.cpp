@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/services.h"
+#include "platform/windows_imports.h"
 
 namespace velmora {
 namespace {
@@ -30,9 +31,8 @@ Script* script = nullptr;
 BOOL WINAPI enumerate(SC_HANDLE service, DWORD state, LPENUM_SERVICE_STATUSW entries, DWORD size,
                       LPDWORD needed, LPDWORD count) {
   if (script == nullptr) {
-    const auto real = reinterpret_cast<Enumerate>(reinterpret_cast<void (*)()>(
-        GetProcAddress(GetModuleHandleW(L"advapi32.dll"), "EnumDependentServicesW")));
-    return real(service, state, entries, size, needed, count);
+    return real_call<Enumerate>(L"advapi32.dll", "EnumDependentServicesW")(service, state, entries, size,
+                                                                           needed, count);
   }
   EXPECT_EQ(state, DWORD{SERVICE_ACTIVE});
   const std::size_t call = script->sizes.size();
@@ -101,7 +101,7 @@ TEST(WindowsServices, NameManyDependents) {
   EXPECT_EQ(dependents(given), Names(1000, u"Service"));
 }
 
-TEST(WindowsServices, NameNoDependentsWhereTheyCannotBeHad) {
+TEST(WindowsServices, NameNoDependentsAfterAFailure) {
   const struct {
     std::vector<DWORD> errors;
     std::size_t calls;

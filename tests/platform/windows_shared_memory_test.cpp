@@ -12,10 +12,6 @@ namespace {
 
 class WindowsSharedMemory : public surroundings::Arranged {};
 
-bool runs_under_wine() {
-  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
-
 // Wine 8 does not know the trustee of write-restricted code, and answers so for the whole descriptor.
 TEST_F(WindowsSharedMemory, TellsTheDescriptorsErrorAndMakesNothing) {
   const std::u16string name = surroundings::find_free_mapping_name();
@@ -26,7 +22,7 @@ TEST_F(WindowsSharedMemory, TellsTheDescriptorsErrorAndMakesNothing) {
   const CreatedMapping created = create_shared_mapping(name, 576, mapping);
   EXPECT_EQ(created.create_error, std::nullopt);
   EXPECT_FALSE(created.already_existed);
-  if (runs_under_wine()) {
+  if (surroundings::runs_under_wine()) {
     EXPECT_EQ(created.descriptor_error, static_cast<std::uint32_t>(ERROR_INVALID_ACL));
     EXPECT_EQ(mapping.native(), former);
     SharedMapping none;

@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "platform/http_client.h"
 #include "platform/socket_exchange.h"
 #include "platform/sockets.h"
 #include "platform/surroundings.h"
@@ -14,6 +15,8 @@ namespace velmora {
 namespace {
 
 using surroundings::Exchange;
+using surroundings::long_wait_ms;
+using surroundings::short_wait_ms;
 
 class WindowsSockets : public surroundings::ArrangedSockets {};
 
@@ -46,6 +49,20 @@ TEST_F(WindowsSockets, TellAResetThatInterruptsAReceiveBy10054) {
   other.join();
   EXPECT_EQ(got.count, -1);
   EXPECT_EQ(got.error, WSAECONNRESET);
+}
+
+// A listener whose queue is full: Windows refuses a connection to it, and Wine, which stands on a kernel that
+// drops it, waits.
+TEST_F(WindowsSockets, LimitTheWaitForAnHttpConnection) {
+  const std::uint16_t port = surroundings::find_free_port();
+  const surroundings::OtherListener listener = surroundings::listen_elsewhere(port);
+  const surroundings::Peer first = surroundings::connect_to(port);
+  const surroundings::Peer second = surroundings::connect_to(port);
+  const HttpExchange exchange =
+      surroundings::open_exchange(port, {long_wait_ms, short_wait_ms, long_wait_ms, long_wait_ms});
+  const std::int64_t begin_ns = steady_now_ns();
+  EXPECT_EQ(surroundings::send_and_wait(exchange), surroundings::runs_under_wine() ? 12002u : 12029u);
+  if (surroundings::runs_under_wine()) surroundings::expect_short_wait(begin_ns);
 }
 
 }  // namespace

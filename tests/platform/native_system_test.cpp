@@ -1,6 +1,5 @@
-// What only a real file system has.
-#include "platform/files.h"
-
+// What only a real system has: files, random bytes, and lists of processes that are copies (the machine in
+// memory walks what is there at the moment).
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/files.h"
+#include "platform/machine.h"
+#include "platform/processes.h"
 #include "platform/surroundings.h"
 
 namespace velmora {
@@ -49,6 +51,48 @@ TEST_F(NativeFiles, WriteListAndRemoveNamesThatAreNoUtf8) {
     EXPECT_EQ(query_file_kind(join_path(directory, names.front())), FileKind::regular);
     EXPECT_EQ(remove_file(path), 0u);
   }
+}
+
+TEST(NativeMachine, FillsBuffersDifferentlyEachTime) {
+  std::array<unsigned char, 16> one{};
+  std::array<unsigned char, 16> other{};
+  ASSERT_TRUE(fill_random(one.data(), one.size()));
+  ASSERT_TRUE(fill_random(other.data(), other.size()));
+  EXPECT_NE(one, other);
+}
+
+class NativeProcessLists : public surroundings::Arranged {};
+
+std::vector<std::uint32_t> ids_in(const ProcessSnapshot& snapshot) {
+  std::vector<std::uint32_t> ids;
+  ProcessEntry entry;
+  for (bool more = first_process(snapshot, entry); more; more = next_process(snapshot, entry)) {
+    ids.push_back(entry.process_id);
+  }
+  return ids;
+}
+
+std::vector<std::u16string> paths_in(const ModuleSnapshot& snapshot) {
+  std::vector<std::u16string> paths;
+  ModuleEntry entry;
+  for (bool more = first_module(snapshot, entry) == 0; more; more = next_module(snapshot, entry)) {
+    paths.push_back(entry.path);
+  }
+  return paths;
+}
+
+TEST_F(NativeProcessLists, StayAsTheyWereWhenTheyWereMade) {
+  surroundings::ListedProcess process = surroundings::start_listed_process();
+  ProcessSnapshot processes;
+  ModuleSnapshot modules;
+  ASSERT_EQ(snapshot_processes(processes), 0u);
+  ASSERT_EQ(snapshot_modules(process.native(), modules), 0u);
+  const auto ids = ids_in(processes);
+  const auto paths = paths_in(modules);
+  EXPECT_FALSE(paths.empty());
+  process.close();
+  EXPECT_EQ(ids_in(processes), ids);
+  EXPECT_EQ(paths_in(modules), paths);
 }
 
 }  // namespace
