@@ -1,5 +1,5 @@
-// What the services of the machine in memory have beyond the contract: behaviour that is told in the
-// registry, on a clock that moves when it is told to.
+// The services of the hosted machine beyond the contract: their behaviour is set in the registry, and tests
+// move the clock.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -118,12 +118,9 @@ TEST_F(HostedServices, RunAtFirstWhereTheyStartByThemselves) {
     install(name, start_type);
     EXPECT_EQ(state_of(name), state);
   }
-}
-
-TEST_F(HostedServices, RunAtFirstWhereTheirStartIsNotToldOrIsNoNumber) {
-  installed(u"Untold");
+  installed(u"Unset");
   hosted::put_value(installed(u"Binary"), u"Start", reg_binary, std::string("\x03\0\0\0", 4));
-  EXPECT_EQ(state_of(u"Untold"), service_running);
+  EXPECT_EQ(state_of(u"Unset"), service_running);
   EXPECT_EQ(state_of(u"Binary"), service_running);
 }
 
@@ -145,7 +142,7 @@ TEST_F(HostedServices, PublishEachChangeOfState) {
   EXPECT_EQ(memory::system().service_states, (Log{"Quick 1", "Quick 4", "Slow 3", "Slow 1"}));
 }
 
-TEST_F(HostedServices, AreAtFirstInTheStateThatIsTold) {
+TEST_F(HostedServices, AreAtFirstInTheStateThatIsSet) {
   for (const std::uint32_t state :
        {service_stopped, service_start_pending, service_stop_pending, service_running, 7u}) {
     SCOPED_TRACE(state);
@@ -155,25 +152,13 @@ TEST_F(HostedServices, AreAtFirstInTheStateThatIsTold) {
     EXPECT_EQ(state_of(name), state);
     memory::system().now_ns += 1'000'000'000'000;
     EXPECT_EQ(state_of(name), state);
+    // It is read once.
+    put_number(behaviour(name), u"State", state == service_stopped ? service_running : service_stopped);
+    EXPECT_EQ(state_of(name), state);
   }
 }
 
-TEST_F(HostedServices, AreAskedForTheirFirstStateOnce) {
-  install(u"Audiosrv");
-  EXPECT_EQ(state_of(u"Audiosrv"), service_running);
-  put_number(behaviour(u"Audiosrv"), u"State", service_stopped);
-  EXPECT_EQ(state_of(u"AUDIOSRV"), service_running);
-}
-
-TEST_F(HostedServices, ChangeAtOnceWhereNoTimeIsTold) {
-  install(u"Audiosrv");
-  EXPECT_EQ(stop(u"Audiosrv"), 0u);
-  EXPECT_EQ(state_of(u"Audiosrv"), service_stopped);
-  EXPECT_EQ(start(u"Audiosrv"), 0u);
-  EXPECT_EQ(state_of(u"Audiosrv"), service_running);
-}
-
-TEST_F(HostedServices, AreOnTheirWayForAsLongAsIsToldAndNotAMomentLonger) {
+TEST_F(HostedServices, TakeExactlyTheTimeThatIsSet) {
   install(u"Audiosrv");
   put_number(behaviour(u"Audiosrv"), u"StopMs", 700);
   put_number(behaviour(u"Audiosrv"), u"StartMs", 300);
@@ -230,7 +215,7 @@ TEST_F(HostedServices, CanBeAskedNothingOnTheirWay) {
   EXPECT_EQ(start(u"Starts"), error_service_already_running);
 }
 
-TEST_F(HostedServices, RefuseWithTheErrorThatIsTold) {
+TEST_F(HostedServices, RefuseWithTheErrorThatIsSet) {
   install(u"Audiosrv");
   put_number(behaviour(u"Audiosrv"), u"StopError", 1053);
   EXPECT_EQ(stop(u"Audiosrv"), 1053u);
@@ -239,9 +224,12 @@ TEST_F(HostedServices, RefuseWithTheErrorThatIsTold) {
   put_number(behaviour(u"Other"), u"StartError", 1069);
   EXPECT_EQ(start(u"Other"), 1069u);
   EXPECT_EQ(state_of(u"Other"), service_stopped);
+  // The present behaviour counts.
+  hosted::remove_value(behaviour(u"Other"), u"StartError");
+  EXPECT_EQ(start(u"Other"), 0u);
 }
 
-// The manager's own reasons come before the service is asked at all.
+// The manager's own errors come before the service is asked.
 TEST_F(HostedServices, GiveTheManagersReasonsBeforeTheirOwn) {
   install(u"Audiosrv");
   install(u"Dependent", start_automatic, {u"Audiosrv"});
@@ -256,15 +244,6 @@ TEST_F(HostedServices, GiveTheManagersReasonsBeforeTheirOwn) {
   EXPECT_EQ(stop(u"Disabled"), error_service_not_active);
   EXPECT_EQ(start(u"Disabled"), error_disabled);
   EXPECT_EQ(start(u"Lost"), error_dependency_deleted);
-}
-
-TEST_F(HostedServices, FollowABehaviourThatIsToldWhileTheyRun) {
-  install(u"Audiosrv");
-  EXPECT_EQ(stop(u"Audiosrv"), 0u);
-  put_number(behaviour(u"Audiosrv"), u"StartError", 1069);
-  EXPECT_EQ(start(u"Audiosrv"), 1069u);
-  hosted::remove_value(behaviour(u"Audiosrv"), u"StartError");
-  EXPECT_EQ(start(u"Audiosrv"), 0u);
 }
 
 TEST_F(HostedServices, ListEveryDependentInTheOrderInWhichTheyCanBeStopped) {
@@ -283,7 +262,7 @@ TEST_F(HostedServices, ListEveryDependentInTheOrderInWhichTheyCanBeStopped) {
 }
 
 // A needs B and B needs A, and one needs itself.
-TEST_F(HostedServices, GoRoundARingOfNeedsOnce) {
+TEST_F(HostedServices, VisitARingOfNeedsOnceAndDoNotStartFromIt) {
   install(u"A", start_automatic, {u"C"});
   install(u"B", start_automatic, {u"A"});
   install(u"C", start_automatic, {u"B"});
@@ -296,21 +275,18 @@ TEST_F(HostedServices, GoRoundARingOfNeedsOnce) {
     EXPECT_EQ(std::count(dependents.begin(), dependents.end(), name), 0);
     EXPECT_EQ(dependents.size(), 2u);
   }
+  install(u"D", start_on_demand, {u"E"});
+  install(u"E", start_on_demand, {u"D"});
+  EXPECT_NE(start(u"D"), 0u);
+  EXPECT_EQ(state_of(u"D"), service_stopped);
+  EXPECT_EQ(state_of(u"E"), service_stopped);
 }
 
-TEST_F(HostedServices, AreNotStartedFromARingOfNeeds) {
-  install(u"A", start_on_demand, {u"B"});
-  install(u"B", start_on_demand, {u"A"});
-  EXPECT_NE(start(u"A"), 0u);
-  EXPECT_EQ(state_of(u"A"), service_stopped);
-  EXPECT_EQ(state_of(u"B"), service_stopped);
-}
-
-TEST_F(HostedServices, LeaveOutOfTheDependentsWhatStandsStillAndNothingElse) {
+TEST_F(HostedServices, OmitOnlyStoppedServicesFromTheDependents) {
   install(u"A");
   install(u"Runs", start_automatic, {u"A"});
   install(u"Starts", start_on_demand, {u"A"});
-  install(u"Stands", start_on_demand, {u"A"});
+  install(u"Stopped", start_on_demand, {u"A"});
   install(u"Stops", start_automatic, {u"A"});
   put_number(behaviour(u"Starts"), u"StartMs", 100);
   put_number(behaviour(u"Stops"), u"StopMs", 100);
@@ -321,22 +297,17 @@ TEST_F(HostedServices, LeaveOutOfTheDependentsWhatStandsStillAndNothingElse) {
   EXPECT_EQ(dependents_of(u"A"), (Names{u"Runs", u"Starts"}));
 }
 
-TEST_F(HostedServices, TakeAGroupForNoService) {
+TEST_F(HostedServices, IgnoreGroupsAndWhatIsNoListAmongTheirNeeds) {
   install(u"Audio");
   install(u"InGroup", start_automatic, {u"+Audio"});
   install(u"InBoth", start_on_demand, {u"+Group", u"Audio"});
   EXPECT_EQ(dependents_of(u"Audio"), Names());
   EXPECT_EQ(start(u"InBoth"), 0u);
+  hosted::put_value(installed(u"Text"), u"DependOnService", reg_sz, bytes_of({u"Audio"}));  // no list
   EXPECT_EQ(dependents_of(u"Audio"), Names{u"InBoth"});
 }
 
-TEST_F(HostedServices, TakeNeedsFromAListAlone) {
-  install(u"Audio");
-  hosted::put_value(installed(u"Text"), u"DependOnService", reg_sz, bytes_of({u"Audio"}));
-  EXPECT_EQ(dependents_of(u"Audio"), Names());
-}
-
-TEST_F(HostedServices, DoNotStopBelowADependentThatDoesNotStandStill) {
+TEST_F(HostedServices, DoNotStopBeforeTheirDependents) {
   install(u"A");
   install(u"B", start_automatic, {u"A"});
   put_number(behaviour(u"B"), u"StopMs", 100);
@@ -364,7 +335,7 @@ struct NeedCase {
   std::uint32_t error;
 };
 
-TEST_F(HostedServices, StandStillWhereWhatTheyNeedDoesNotStart) {
+TEST_F(HostedServices, StayStoppedWhenWhatTheyNeedDoesNotStart) {
   for (const NeedCase& row : std::vector<NeedCase>{{start_disabled, 0, error_dependency_failed},
                                                    {start_on_demand, 1069, error_dependency_failed},
                                                    {start_on_demand, 0, 0},
@@ -393,7 +364,7 @@ TEST_F(HostedServices, StartAtTheEndOfALongRowOfNeeds) {
   EXPECT_EQ(dependents_of(u"S00").size(), 59u);
 }
 
-TEST_F(HostedServices, AnswerThatTheyAreMissingOnceTheyAreRemoved) {
+TEST_F(HostedServices, AreMissingOnceTheyAreRemoved) {
   install(u"Audiosrv");
   const Service service = open(u"Audiosrv");
   EXPECT_EQ(ask_service_to_stop(service), 0u);
@@ -426,26 +397,7 @@ TEST_F(HostedServices, AreOpenedForNoMoreThanTheAccessListGrants) {
   EXPECT_EQ(open_error(u"Audiosrv", every_access), 0u);
 }
 
-TEST_F(HostedServices, LogEachCallWithWhatItIsAbout) {
-  install(u"Audiosrv");
-  {
-    ServiceManager manager;
-    Service service;
-    std::uint32_t state = 0;
-    ASSERT_EQ(open_service_manager(manager), 0u);
-    ASSERT_EQ(open_service(manager, u"audiosrv", every_access, service), 0u);
-    EXPECT_EQ(active_dependents(service), Names());
-    EXPECT_EQ(ask_service_to_stop(service), 0u);
-    EXPECT_EQ(query_service_state(service, state), 0u);
-    EXPECT_EQ(start_service(service), 0u);
-  }
-  EXPECT_EQ(memory::system().log,
-            (Log{"OpenSCManagerW", "OpenServiceW audiosrv 60", "EnumDependentServicesW audiosrv",
-                 "ControlService audiosrv", "QueryServiceStatusEx audiosrv", "StartServiceW audiosrv",
-                 "CloseServiceHandle audiosrv", "CloseServiceHandle"}));
-}
-
-TEST_F(HostedServices, FailAtEachCallAsTheyAreTold) {
+TEST_F(HostedServices, FailAtEachCallWithItsFault) {
   constexpr std::int64_t injected = 1722;
   install(u"Audiosrv");
   install(u"Dependent", start_automatic, {u"Audiosrv"});

@@ -1,5 +1,4 @@
-// One file because the calls of one seam header are proven with one set of helpers, which the next reader
-// needs side by side with their tables.
+// One file because the tests of one header share their helpers.
 #include "platform/registry.h"
 
 #include <gtest/gtest.h>
@@ -35,7 +34,7 @@ constexpr std::uint32_t type_of_nobody = 0x77;
 constexpr std::uint32_t key_read = 0x20019;
 constexpr std::uint32_t key_both = key_query_value | key_set_value;
 
-// Stands wherever no call has written, and is no end of a text.
+// Fills what no call has written. It ends no text.
 constexpr char untouched = '\xCC';
 
 class RegistryContract : public surroundings::Arranged {
@@ -80,7 +79,7 @@ std::int32_t set(const RegistryKey& key, std::u16string_view name, std::uint32_t
 
 struct Reading {
   RegistryQuery query;
-  std::string bytes;   // as many as the query tells
+  std::string bytes;   // as many as the query reports
   std::string behind;  // the eight bytes behind the value, or behind the buffer's begin where there is none
 };
 
@@ -92,7 +91,7 @@ Reading take_reading(RegistryQuery query, const std::string& buffer) {
   return {query, buffer.substr(2, size), buffer.substr(2 + size, 8)};
 }
 
-// Two bytes stand before the value too: the rule about a text's end may look at them.
+// Two bytes precede the value: the rule about a text's end may look at them.
 Reading query(const RegistryKey& key, std::u16string_view name, std::size_t capacity) {
   std::string buffer(2 + capacity + slack, untouched);
   const RegistryQuery query =
@@ -123,7 +122,7 @@ void expect_value(const RegistryKey& key, std::u16string_view name, std::uint32_
   EXPECT_EQ(reading.bytes, data);
 }
 
-TEST_F(RegistryContract, AnswersThatAKeyIsMissing) {
+TEST_F(RegistryContract, ReportsThatAKeyIsMissing) {
   create(u"There");
   for (const char16_t* name : {u"Absent", u"There\\Absent", u"Absent\\There", u"The", u"There2"}) {
     SCOPED_TRACE(bytes_of(name));
@@ -153,29 +152,21 @@ TEST_F(RegistryContract, FindsKeysAndValuesWithoutRegardToCaseAndKeepsTheNamesFi
   EXPECT_EQ(surroundings::key_names(surroundings::registry_scratch), Names{u"MixedCase"});
   EXPECT_EQ(surroundings::key_names(below(u"mixedcase")), Names{u"Inner"});
   EXPECT_EQ(surroundings::value_names(below(u"mixedcase\\inner")), Names{u"{0A}Name"});
+  create(u"MixedCase");
+  expect_value(create(u"MixedCase\\Inner"), u"{0A}Name", reg_binary, "second");
   EXPECT_EQ(delete_registry_value(same, u"{0a}name"), 0);
   EXPECT_EQ(surroundings::value_names(below(u"MixedCase\\Inner")), Names{});
 }
 
-TEST_F(RegistryContract, MakesAllKeysOnTheWay) {
+TEST_F(RegistryContract, MakesAllKeysOnTheWayAndListsKeysByName) {
   create(u"a\\b\\c");
   EXPECT_EQ(surroundings::key_names(below(u"a")), Names{u"b"});
   EXPECT_EQ(surroundings::key_names(below(u"a\\b")), Names{u"c"});
   EXPECT_EQ(surroundings::key_names(below(u"a\\b\\c")), Names{});
   EXPECT_EQ(surroundings::value_names(below(u"a\\b\\c")), Names{});
-}
-
-TEST_F(RegistryContract, ListsKeysByName) {
-  for (const char16_t* name : {u"b", u"C", u"{1}", u"A", u"aa", u"0"}) create(name);
+  for (const char16_t* name : {u"b", u"C", u"{1}", u"aa", u"0"}) create(name);
   EXPECT_EQ(surroundings::key_names(surroundings::registry_scratch),
-            (Names{u"0", u"A", u"aa", u"b", u"C", u"{1}"}));
-}
-
-TEST_F(RegistryContract, OpensAnExistingKeyWithItsValuesWhereItWouldMakeOne) {
-  EXPECT_EQ(set(create(u"Key\\Below"), u"v", reg_binary, "kept"), 0);
-  expect_value(create(u"Key\\Below"), u"v", reg_binary, "kept");
-  create(u"Key");
-  expect_value(create(u"Key\\Below"), u"v", reg_binary, "kept");
+            (Names{u"0", u"a", u"aa", u"b", u"C", u"{1}"}));
 }
 
 TEST_F(RegistryContract, OpensForTheAccessThatIsAskedForAndNoMore) {
@@ -198,17 +189,6 @@ TEST_F(RegistryContract, OpensForTheAccessThatIsAskedForAndNoMore) {
   const RegistryKey made = create(u"Made", key_set_value);
   EXPECT_EQ(query_registry_value(made, u"v", nullptr, 0).error, error_denied);
   EXPECT_EQ(set(create(u"Made2", key_write), u"v", reg_binary, "x"), 0);
-}
-
-TEST_F(RegistryContract, AnswersThatAValueIsMissing) {
-  const RegistryKey key = create(u"Key");
-  EXPECT_EQ(set(key, u"value", reg_binary, "x"), 0);
-  for (const char16_t* name : {u"absent", u"", u"valu", u"value2"}) {
-    SCOPED_TRACE(bytes_of(name));
-    EXPECT_EQ(query_registry_value(key, name, nullptr, 0).error, error_missing);
-    EXPECT_EQ(query(key, name, 16).query.error, error_missing);
-    EXPECT_EQ(delete_registry_value(key, name), error_missing);
-  }
 }
 
 TEST_F(RegistryContract, KeepsTheDefaultValueUnderTheEmptyName) {
@@ -253,7 +233,7 @@ TEST_F(RegistryContract, KeepsDataOfEveryTypeAsItIs) {
   }
 }
 
-TEST_F(RegistryContract, FillsABufferOfExactlyTheSizeAndTellsTheSizeToASmallerOne) {
+TEST_F(RegistryContract, FillsABufferOfExactlyTheSizeAndReportsTheSizeToASmallerOne) {
   const RegistryKey key = create(u"Key");
   for (const std::uint32_t type : {reg_sz, reg_binary, reg_dword, reg_multi_sz}) {
     for (const std::string& bytes : {std::string("ab"), std::string("abcd"), bytes_of({u"text\0", 5})}) {
@@ -329,16 +309,6 @@ TEST_F(RegistryContract, LetsTheTypeThatIsAskedForThroughAndNoOther) {
   EXPECT_EQ(set(key, u"v", type_of_nobody, data), 0);
   EXPECT_EQ(get(u"Key", u"v", rrf_rt_reg_sz, 64).query.error, error_other_type);
   EXPECT_EQ(get(u"Key", u"v", rrf_rt_reg_dword, 64).query.error, error_other_type);
-}
-
-TEST_F(RegistryContract, AnswersThatKeyOrValueOfARestrictedReadingIsMissing) {
-  create(u"Key");
-  for (const std::uint32_t restriction : {rrf_rt_reg_sz, rrf_rt_reg_dword}) {
-    EXPECT_EQ(get(u"Key", u"absent", restriction, 64).query.error, error_missing);
-    EXPECT_EQ(get(u"Key", u"", restriction, 64).query.error, error_missing);
-    EXPECT_EQ(get(u"Absent", u"v", restriction, 64).query.error, error_missing);
-    EXPECT_EQ(get(u"Key\\Absent", u"v", restriction, 64).query.error, error_missing);
-  }
 }
 
 // A buffer of 256 bytes, as a reader of short texts has.
@@ -466,12 +436,21 @@ TEST_F(RegistryContract, ReplacesTypeAndDataOfAValue) {
   expect_value(key, u"v", reg_binary, "");
 }
 
-TEST_F(RegistryContract, DeletesAValueOnceAndNoOther) {
+TEST_F(RegistryContract, DeletesAValueOnceAndReportsMissingValues) {
   const RegistryKey key = create(u"Key");
   for (const char16_t* name : {u"a", u"b", u"c"}) EXPECT_EQ(set(key, name, reg_binary, "x"), 0);
   EXPECT_EQ(delete_registry_value(key, u"b"), 0);
-  EXPECT_EQ(delete_registry_value(key, u"b"), error_missing);
-  EXPECT_EQ(query_registry_value(key, u"b", nullptr, 0).error, error_missing);
+  for (const char16_t* name : {u"absent", u"", u"aa", u"b"}) {
+    SCOPED_TRACE(bytes_of(name));
+    EXPECT_EQ(delete_registry_value(key, name), error_missing);
+    EXPECT_EQ(query_registry_value(key, name, nullptr, 0).error, error_missing);
+    EXPECT_EQ(query(key, name, 16).query.error, error_missing);
+    for (const std::uint32_t restriction : {rrf_rt_reg_sz, rrf_rt_reg_dword}) {
+      for (const char16_t* path : {u"Key", u"Absent", u"Key\\Absent"}) {
+        EXPECT_EQ(get(path, name, restriction, 64).query.error, error_missing);
+      }
+    }
+  }
   EXPECT_EQ(surroundings::value_names(below(u"Key")), (Names{u"a", u"c"}));
 }
 
@@ -498,7 +477,7 @@ void expect_key_gone(const RegistryKey& key) {
   EXPECT_EQ(delete_registry_key(key, u"Below"), error_key_deleted);
 }
 
-TEST_F(RegistryContract, AnswersThatAnOpenKeyIsGoneThoughAnotherStandsInItsPlace) {
+TEST_F(RegistryContract, ReportsThatAnOpenKeyIsGoneThoughAnotherHasItsName) {
   const RegistryKey parent = create(u"Parent");
   const RegistryKey gone = create(u"Parent\\Key");
   const RegistryKey gone_too = create(u"PARENT\\KEY");
@@ -527,7 +506,7 @@ TEST_F(RegistryContract, LooksAtTheAccessOfAnOpenKeyBeforeItLooksForTheKey) {
   EXPECT_EQ(query_registry_value(writer, u"v", nullptr, 0).error, error_denied);
 }
 
-TEST_F(RegistryContract, OpensAGuardedKeyForWhatItGrantsAlone) {
+TEST_F(RegistryContract, OpensAGuardedKeyOnlyForWhatItGrants) {
   const struct {
     std::uint32_t granted;
     std::uint32_t access;
