@@ -15,7 +15,7 @@ using memory::http_service;
 using memory::HttpService;
 
 // Logs a call and takes its next fault.
-std::uint32_t tell(HttpService& service, const std::string& operation) {
+std::uint32_t enter_call(HttpService& service, const std::string& operation) {
   service.log.push_back(operation);
   const auto faults = service.faults.find(operation.substr(0, operation.find(' ')));
   if (faults == service.faults.end() || faults->second.empty()) return 0;
@@ -61,7 +61,8 @@ std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& ou
   std::uintptr_t number = 0;
   {
     const std::lock_guard lock(service.guard);
-    if (const auto fault = tell(service, "WinHttpOpen " + utf8_from_wide_replacing(user_agent))) return fault;
+    if (const auto fault = enter_call(service, "WinHttpOpen " + utf8_from_wide_replacing(user_agent)))
+      return fault;
     number = ++service.last_number;
     service.open.emplace(number, memory::HttpCall());
   }
@@ -72,36 +73,38 @@ std::uint32_t open_http_session(std::u16string_view user_agent, HttpExchange& ou
 std::uint32_t set_http_timeouts(const HttpExchange&, const HttpTimeouts& timeouts) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  return tell(service, "WinHttpSetTimeouts " + std::to_string(timeouts.resolve_ms) + ' ' +
-                           std::to_string(timeouts.connect_ms) + ' ' + std::to_string(timeouts.send_ms) +
-                           ' ' + std::to_string(timeouts.receive_ms));
+  return enter_call(service, "WinHttpSetTimeouts " + std::to_string(timeouts.resolve_ms) + ' ' +
+                                 std::to_string(timeouts.connect_ms) + ' ' +
+                                 std::to_string(timeouts.send_ms) + ' ' +
+                                 std::to_string(timeouts.receive_ms));
 }
 
 std::uint32_t connect_http(const HttpExchange&, std::u16string_view host, std::uint16_t port) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  return tell(service, "WinHttpConnect " + utf8_from_wide_replacing(host) + ' ' + std::to_string(port));
+  return enter_call(service, "WinHttpConnect " + utf8_from_wide_replacing(host) + ' ' + std::to_string(port));
 }
 
 std::uint32_t open_http_request(const HttpExchange&, std::u16string_view method, std::u16string_view path,
                                 bool secure) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  return tell(service, "WinHttpOpenRequest " + utf8_from_wide_replacing(method) + ' ' +
-                           utf8_from_wide_replacing(path) + (secure ? " secure" : ""));
+  return enter_call(service, "WinHttpOpenRequest " + utf8_from_wide_replacing(method) + ' ' +
+                                 utf8_from_wide_replacing(path) + (secure ? " secure" : ""));
 }
 
 std::uint32_t send_http_request(const HttpExchange&, std::u16string_view header, std::string_view body) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  return tell(service, "WinHttpSendRequest [" + utf8_from_wide_replacing(header) + "] " + std::string(body));
+  return enter_call(service,
+                    "WinHttpSendRequest [" + utf8_from_wide_replacing(header) + "] " + std::string(body));
 }
 
 std::uint32_t receive_http_response(const HttpExchange& exchange) {
   HttpService& service = http_service();
   std::unique_lock lock(service.guard);
-  if (const auto fault = tell(service, "WinHttpReceiveResponse")) return fault;
-  // A service that is told to be slow.
+  if (const auto fault = enter_call(service, "WinHttpReceiveResponse")) return fault;
+  // A slow service.
   service.answered.wait(lock, [&] { return !service.holds_back; });
   if (service.replies.empty()) return 12030;  // ERROR_WINHTTP_CONNECTION_ERROR: nobody answers
   memory::HttpReply reply = std::move(service.replies.front());
@@ -114,7 +117,7 @@ std::uint32_t receive_http_response(const HttpExchange& exchange) {
 std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  if (const auto fault = tell(service, "WinHttpQueryHeaders")) return fault;
+  if (const auto fault = enter_call(service, "WinHttpQueryHeaders")) return fault;
   const auto& reply = call_of(service, exchange).reply;
   if (!reply) return error_winhttp_header_not_found;
   out = reply->status;
@@ -124,7 +127,7 @@ std::uint32_t query_http_status(const HttpExchange& exchange, std::uint32_t& out
 HttpRead read_http_response(const HttpExchange& exchange, char* buffer, std::size_t capacity) {
   HttpService& service = http_service();
   const std::lock_guard lock(service.guard);
-  if (const auto fault = tell(service, "WinHttpReadData")) return {0, fault};
+  if (const auto fault = enter_call(service, "WinHttpReadData")) return {0, fault};
   memory::HttpCall& call = call_of(service, exchange);
   if (!call.reply) return {0, 0};
   const std::size_t piece = std::min(capacity, call.reply->piece_bytes);

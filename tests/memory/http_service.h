@@ -1,4 +1,4 @@
-// The account service that answers the machine in memory. It stands apart from system.h since two threads
+// The account service that answers the machine in memory. It is apart from system.h because two threads
 // come to it: whoever touches it while a check is in flight holds its guard.
 #pragma once
 

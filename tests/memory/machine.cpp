@@ -63,7 +63,7 @@ std::intptr_t open_in_browser(std::string_view address) {
 bool fill_random(unsigned char* buffer, std::size_t size) {
   static_cast<void>(memory::enter("BCryptGenRandom"));
   if (!memory::system().random_available) return false;
-  // Known bytes, so that tests can tell how they are written: 0xF0, 0xF1, ... round the byte.
+  // Known bytes, so that tests see how they are written: 0xF0, 0xF1 and so on.
   for (std::size_t index = 0; index < size; ++index) buffer[index] = static_cast<unsigned char>(0xF0 + index);
   return true;
 }

@@ -27,8 +27,7 @@ struct File {
   FileKind kind = FileKind::regular;
   std::string bytes;
   std::uint32_t read_error = 0;
-  std::optional<std::uint64_t> size =
-      std::nullopt;  // what its size is said to be, where that is not its bytes'
+  std::optional<std::uint64_t> size = std::nullopt;  // reported in place of the bytes' size
 };
 
 // A mapping, for as long as anyone holds it.
@@ -79,7 +78,7 @@ struct CallFault {
 struct System {
   // Every operation by name, in order of the calls; those on the machine that Linux lacks with a blank and
   // what they are about (a path, a value's name, or both; an endpoint's id; a number). Sleeps and receives
-  // are not told here.
+  // are not logged.
   std::vector<std::string> log;
   // For an operation's name, what its next calls answer instead of their work, in order: an error number, or
   // 0 to let that call pass. A positive status of the audio endpoints is a success and comes behind the work.
@@ -93,7 +92,7 @@ struct System {
   hosted::MachineState state;
   std::vector<std::string> service_states;  // each change of a service, "NAME STATE"
   bool registry_kept = true;                // false: changes cannot be kept
-  std::string machine_trouble;              // what load_machine tells
+  std::string machine_trouble;              // what load_machine returns
   // What is open at the moment; empty when everything has been released.
   std::map<std::uintptr_t, Handle> handles;
   std::uintptr_t next_handle = 1;

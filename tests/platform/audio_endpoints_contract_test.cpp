@@ -1,3 +1,4 @@
+// One file because the calls of one seam header are proven on one table of endpoints.
 #include "platform/audio_endpoints.h"
 
 #include <gtest/gtest.h>
@@ -168,14 +169,12 @@ TEST_F(AudioEndpointsContract, FindsNoDefaultEndpointInAFlowWithoutAnActiveOne) 
     const char* what;
     std::vector<ArrangedEndpoint> endpoints;
     EndpointFlow flow;
-  } rows[] = {
-      {"render, of none", {}, EndpointFlow::render},
-      {"capture, of none", {}, EndpointFlow::capture},
-      {"render, where only another flow has one", {all[5]}, EndpointFlow::render},
-      {"capture, where only another flow has one", {all[2]}, EndpointFlow::capture},
-      {"render, where none is active", {all[1], all[5]}, EndpointFlow::render},
-      {"capture, where none is active", {all[2], all[3]}, EndpointFlow::capture},
-  };
+  } rows[] = {{"render, of none", {}, EndpointFlow::render},
+              {"capture, of none", {}, EndpointFlow::capture},
+              {"render, where only another flow has one", {all[5]}, EndpointFlow::render},
+              {"capture, where only another flow has one", {all[2]}, EndpointFlow::capture},
+              {"render, where none is active", {all[1], all[5]}, EndpointFlow::render},
+              {"capture, where none is active", {all[2], all[3]}, EndpointFlow::capture}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     put_endpoints(row.endpoints);
@@ -225,14 +224,12 @@ TEST_F(AudioEndpointsContract, ListsTheActiveEndpointsOfAFlowInOrder) {
     std::vector<ArrangedEndpoint> endpoints;
     Ids render;
     Ids capture;
-  } rows[] = {
-      {"all", all, {speakers, headphones}, {line_in, microphone}},
-      {"none", {}, {}, {}},
-      {"backwards", {all[5], all[4], all[2], all[0]}, {headphones, speakers}, {microphone, line_in}},
-      {"one", {all[0]}, {speakers}, {}},
-      {"inactive ones", {all[1], all[3]}, {}, {}},
-      {"one not present", {{EndpointFlow::render, unplugged, 4}, all[0]}, {speakers}, {}},
-  };
+  } rows[] = {{"all", all, {speakers, headphones}, {line_in, microphone}},
+              {"none", {}, {}, {}},
+              {"backwards", {all[5], all[4], all[2], all[0]}, {headphones, speakers}, {microphone, line_in}},
+              {"one", {all[0]}, {speakers}, {}},
+              {"inactive ones", {all[1], all[3]}, {}, {}},
+              {"one not present", {{EndpointFlow::render, unplugged, 4}, all[0]}, {speakers}, {}}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     put_endpoints(row.endpoints);

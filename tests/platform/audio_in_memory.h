@@ -1,5 +1,5 @@
-// Round the endpoints in the registry in memory, which the machine in memory and the native program share.
-// For the one surroundings.cpp of a program.
+// The endpoints in the registry tree, for the machine in memory and the hosted machine. Only the
+// surroundings_*.cpp of a program includes this.
 #pragma once
 
 #include <array>

@@ -31,31 +31,31 @@ TEST_F(ClockContract, SleepsAtLeastAsLongAsAsked) {
   }
 }
 
-TEST_F(ClockContract, TellsTheLocalTimeOfTheCLibrary) {
-  std::tm told{};
-  ASSERT_TRUE(read_local_time(told));
-  std::tm again = told;
+TEST_F(ClockContract, ReadsTheLocalTimeOfTheCLibrary) {
+  std::tm local{};
+  ASSERT_TRUE(read_local_time(local));
+  std::tm again = local;
   again.tm_isdst = -1;
   const std::time_t seconds = std::mktime(&again);
   EXPECT_LE(std::abs(std::difftime(std::time(nullptr), seconds)), 10.0);
   const std::tm expected = *std::localtime(&seconds);
-  EXPECT_EQ(told.tm_year, expected.tm_year);
-  EXPECT_EQ(told.tm_mon, expected.tm_mon);
-  EXPECT_EQ(told.tm_mday, expected.tm_mday);
-  EXPECT_EQ(told.tm_hour, expected.tm_hour);
-  EXPECT_EQ(told.tm_min, expected.tm_min);
-  EXPECT_EQ(told.tm_sec, expected.tm_sec);
-  EXPECT_EQ(told.tm_wday, expected.tm_wday);
-  EXPECT_EQ(told.tm_yday, expected.tm_yday);
+  EXPECT_EQ(local.tm_year, expected.tm_year);
+  EXPECT_EQ(local.tm_mon, expected.tm_mon);
+  EXPECT_EQ(local.tm_mday, expected.tm_mday);
+  EXPECT_EQ(local.tm_hour, expected.tm_hour);
+  EXPECT_EQ(local.tm_min, expected.tm_min);
+  EXPECT_EQ(local.tm_sec, expected.tm_sec);
+  EXPECT_EQ(local.tm_wday, expected.tm_wday);
+  EXPECT_EQ(local.tm_yday, expected.tm_yday);
 }
 
-TEST_F(ClockContract, TellsTheTimeOfTheEpochInSeconds) {
+TEST_F(ClockContract, ReadsTheTimeOfTheEpochInSeconds) {
   const std::int64_t before = std::time(nullptr);
   surroundings::set_unix_clock();
-  const std::int64_t told = unix_time_s();
+  const std::int64_t now = unix_time_s();
   const std::int64_t after = std::time(nullptr);
-  EXPECT_GE(told, before);
-  EXPECT_LE(told, after);
+  EXPECT_GE(now, before);
+  EXPECT_LE(now, after);
 }
 
 }  // namespace

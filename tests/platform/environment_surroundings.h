@@ -1,4 +1,4 @@
-// The variables and the clock round the seam.
+// The environment and the clock of the contract tests.
 #pragma once
 
 #include <string_view>

@@ -45,7 +45,7 @@ std::string device(const std::string& flow, const std::string& name, int state =
              "\"DeviceState\"=dword:0000000" + std::to_string(state) + "\n");
 }
 
-// What stands below the hosted machine's own key of the speakers.
+// A tree with these values below the hosted machine's own key of the speakers.
 RegistryTree with_own(const std::string& values) {
   return tree_of(device("Render", "{aa}") + key(own + "\\{0.0.0.00000000}.{aa}", values));
 }
@@ -54,7 +54,7 @@ RegistryTree with_properties(const std::string& values) {
   return tree_of(device("Render", "{aa}") + key(devices + "\\Render\\{aa}\\Properties", values));
 }
 
-std::vector<std::string> told(const RegistryTree& tree, EndpointFlow flow) {
+std::vector<std::string> listed(const RegistryTree& tree, EndpointFlow flow) {
   std::vector<std::string> lines;
   for (const TreeEndpoint& endpoint : endpoints_of(tree, flow)) {
     lines.push_back((endpoint.active ? "+" : "-") + utf8_from_wide(endpoint.id));
@@ -67,16 +67,16 @@ using Lines = std::vector<std::string>;
 TEST(AudioTree, ListsTheEndpointsOfEachFlowInTheOrderOfTheirKeys) {
   const RegistryTree tree = tree_of(device("Render", "{bb}") + device("Capture", "{cc}") +
                                     device("Render", "{aa}") + device("Capture", "{ab}"));
-  EXPECT_EQ(told(tree, EndpointFlow::render), (Lines{"+{0.0.0.00000000}.{bb}", "+{0.0.0.00000000}.{aa}"}));
-  EXPECT_EQ(told(tree, EndpointFlow::capture), (Lines{"+{0.0.1.00000000}.{cc}", "+{0.0.1.00000000}.{ab}"}));
+  EXPECT_EQ(listed(tree, EndpointFlow::render), (Lines{"+{0.0.0.00000000}.{bb}", "+{0.0.0.00000000}.{aa}"}));
+  EXPECT_EQ(listed(tree, EndpointFlow::capture), (Lines{"+{0.0.1.00000000}.{cc}", "+{0.0.1.00000000}.{ab}"}));
 }
 
 TEST(AudioTree, ListsNothingWhereTheKeysAreMissing) {
   for (const std::string& keys : {std::string(), key(devices), key(devices + "\\Render"), key(own)}) {
     SCOPED_TRACE(keys);
     const RegistryTree tree = tree_of(keys);
-    EXPECT_EQ(told(tree, EndpointFlow::render), Lines{});
-    EXPECT_EQ(told(tree, EndpointFlow::capture), Lines{});
+    EXPECT_EQ(listed(tree, EndpointFlow::render), Lines{});
+    EXPECT_EQ(listed(tree, EndpointFlow::capture), Lines{});
     EXPECT_FALSE(find_endpoint(tree, speakers).has_value());
     EXPECT_EQ(default_endpoint_of(tree, EndpointFlow::render), u"");
   }
@@ -86,20 +86,18 @@ TEST(AudioTree, TakesAnEndpointForActiveInTheState1Alone) {
   const struct {
     const char* state;
     bool active;
-  } rows[] = {
-      {"\"DeviceState\"=dword:00000001\n", true},
-      {"\"devicestate\"=dword:00000001\n", true},
-      {"\"DeviceState\"=dword:00000000\n", false},
-      {"\"DeviceState\"=dword:00000002\n", false},
-      {"\"DeviceState\"=dword:00000004\n", false},
-      {"\"DeviceState\"=dword:00000008\n", false},
-      {"\"DeviceState\"=dword:10000001\n", false},
-      {"\"DeviceState\"=\"1\"\n", false},
-      {"\"DeviceState\"=hex:01,00,00,00\n", false},
-      {"\"DeviceState\"=hex(4):01,00\n", false},
-      {"\"DeviceState\"=hex(b):01,00,00,00,00,00,00,00\n", false},
-      {"", false},
-  };
+  } rows[] = {{"\"DeviceState\"=dword:00000001\n", true},
+              {"\"devicestate\"=dword:00000001\n", true},
+              {"\"DeviceState\"=dword:00000000\n", false},
+              {"\"DeviceState\"=dword:00000002\n", false},
+              {"\"DeviceState\"=dword:00000004\n", false},
+              {"\"DeviceState\"=dword:00000008\n", false},
+              {"\"DeviceState\"=dword:10000001\n", false},
+              {"\"DeviceState\"=\"1\"\n", false},
+              {"\"DeviceState\"=hex:01,00,00,00\n", false},
+              {"\"DeviceState\"=hex(4):01,00\n", false},
+              {"\"DeviceState\"=hex(b):01,00,00,00,00,00,00,00\n", false},
+              {"", false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.state);
     const RegistryTree tree = tree_of(key(devices + "\\Render\\{aa}", row.state));
@@ -169,25 +167,23 @@ TEST(AudioTree, TakesTheFriendlyNameOrMakesItOfTheDescriptionAndTheInterface) {
   const struct {
     std::string values;
     std::optional<std::u16string> name;
-  } rows[] = {
-      {friendly + "\"Friendly\"\n", u"Friendly"},
-      {friendly + "\"Friendly\"\n" + description + "\"Speakers\"\n" + interface_name + "\"Card\"\n",
-       u"Friendly"},
-      {friendly + "\"\"\n" + description + "\"Speakers\"\n", u""},
-      {description + "\"Speakers\"\n" + interface_name + "\"Card\"\n", u"Speakers (Card)"},
-      {description + "\"Speakers\"\n", u"Speakers"},
-      {description + "\"Speakers\"\n" + interface_name + "dword:00000001\n", u"Speakers"},
-      {description + "\"Speakers\"\n" + interface_name + "\"\"\n", u"Speakers ()"},
-      {friendly + "hex(1):55,00,00,00,56,00,00,00\n", u"U"},  // up to the first NUL
-      {friendly + "hex(1):55,00,3c,d8\n", u"U\xD83C"},        // no NUL, and half a pair
-      {friendly + "hex(1):55,00,56\n", u"U"},                 // an odd byte
-      {friendly + "hex(1):\n", u""},
-      {interface_name + "\"Card\"\n", std::nullopt},
-      {description + "dword:00000001\n" + interface_name + "\"Card\"\n", std::nullopt},
-      {friendly + "dword:00000001\n" + description + "\"Speakers\"\n", std::nullopt},
-      {friendly + "hex(2):55,00,00,00\n", std::nullopt},
-      {"", std::nullopt},
-  };
+  } rows[] = {{friendly + "\"Friendly\"\n", u"Friendly"},
+              {friendly + "\"Friendly\"\n" + description + "\"Speakers\"\n" + interface_name + "\"Card\"\n",
+               u"Friendly"},
+              {friendly + "\"\"\n" + description + "\"Speakers\"\n", u""},
+              {description + "\"Speakers\"\n" + interface_name + "\"Card\"\n", u"Speakers (Card)"},
+              {description + "\"Speakers\"\n", u"Speakers"},
+              {description + "\"Speakers\"\n" + interface_name + "dword:00000001\n", u"Speakers"},
+              {description + "\"Speakers\"\n" + interface_name + "\"\"\n", u"Speakers ()"},
+              {friendly + "hex(1):55,00,00,00,56,00,00,00\n", u"U"},  // up to the first NUL
+              {friendly + "hex(1):55,00,3c,d8\n", u"U\xD83C"},        // no NUL, and half a pair
+              {friendly + "hex(1):55,00,56\n", u"U"},                 // an odd byte
+              {friendly + "hex(1):\n", u""},
+              {interface_name + "\"Card\"\n", std::nullopt},
+              {description + "dword:00000001\n" + interface_name + "\"Card\"\n", std::nullopt},
+              {friendly + "dword:00000001\n" + description + "\"Speakers\"\n", std::nullopt},
+              {friendly + "hex(2):55,00,00,00\n", std::nullopt},
+              {"", std::nullopt}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.values);
     EXPECT_EQ(endpoint_name_of(with_properties(row.values), speakers), row.name);

@@ -28,12 +28,10 @@ using namespace std::string_view_literals;
 const std::string header = "Windows Registry Editor Version 5.00\n";
 const std::string key_line = "[HKEY_LOCAL_MACHINE\\K]\n";
 
-constexpr ExportForm forms[] = {
-    {.utf16 = true, .byte_order_mark = true, .carriage_returns = true},
-    {.utf16 = true, .byte_order_mark = false, .carriage_returns = false},
-    {.utf16 = false, .byte_order_mark = true, .carriage_returns = true},
-    {.utf16 = false, .byte_order_mark = false, .carriage_returns = false},
-};
+constexpr ExportForm forms[] = {{.utf16 = true, .byte_order_mark = true, .carriage_returns = true},
+                                {.utf16 = true, .byte_order_mark = false, .carriage_returns = false},
+                                {.utf16 = false, .byte_order_mark = true, .carriage_returns = true},
+                                {.utf16 = false, .byte_order_mark = false, .carriage_returns = false}};
 constexpr ExportForm plain = forms[3];
 
 std::string little_endian(std::u16string_view text) {
@@ -154,7 +152,7 @@ const TreeRow tree_rows[] = {
     {"[HKEY_LOCAL_MACHINE\\a]\n[-HKEY_LOCAL_MACHINE\\b\\c]\n[-HKEY_USERS\\b]", {key_of(u"a")}},
     {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n[-HKEY_LOCAL_MACHINE\\a]\n[HKEY_LOCAL_MACHINE\\a]\n\"m\"=hex:02",
      {key_with(u"a", {two})}},
-    // A key that comes again goes on, a value that comes again is replaced where it stands.
+    // A repeated key is continued, a repeated value is replaced in place.
     {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=hex:01\n[HKEY_LOCAL_MACHINE\\b]\n[HKEY_LOCAL_MACHINE\\A]\n\"m\"=hex:02",
      {key_with(u"a", {one, two}), key_of(u"b")}},
     {"[HKEY_LOCAL_MACHINE\\a]\n\"n\"=\"x\"\n\"m\"=hex:02\n\"N\"=hex:01", {key_with(u"a", {one, two})}},
@@ -184,13 +182,9 @@ TEST(RegistryExport, KnowsFiveRootsAndKeepsTheirOrder) {
                                   "[HKEY_USERS]\n[hkey_current_config]\n[HKEY_CLASSES_ROOT\\a]\n"
                                   "[HKEY_CURRENT_USER]\n[HKEY_LOCAL_MACHINE]\n[HKEY_USERS\\b]\n")
                                 .tree;
-  const std::vector<TreeKey> roots = {
-      key_of(u"HKEY_USERS", {key_of(u"b")}),
-      key_of(u"hkey_current_config"),
-      key_of(u"HKEY_CLASSES_ROOT", {key_of(u"a")}),
-      key_of(u"HKEY_CURRENT_USER"),
-      key_of(u"HKEY_LOCAL_MACHINE"),
-  };
+  const std::vector<TreeKey> roots = {key_of(u"HKEY_USERS", {key_of(u"b")}), key_of(u"hkey_current_config"),
+                                      key_of(u"HKEY_CLASSES_ROOT", {key_of(u"a")}),
+                                      key_of(u"HKEY_CURRENT_USER"), key_of(u"HKEY_LOCAL_MACHINE")};
   EXPECT_TRUE(tree.keys == roots);
   // Removing a key makes none.
   EXPECT_TRUE(parse(header + "[-HKEY_LOCAL_MACHINE\\a]\n").tree == RegistryTree{});
@@ -557,23 +551,21 @@ struct WrapRow {
 // A line of bytes is full with 77 columns or more, the comma among them; then comes a backslash. The name's
 // quotes and
 // `=hex:` are 7 columns.
-const WrapRow wrap_rows[] = {
-    {1, 23, {8 + 68}},         // as much as fits
-    {1, 24, {8 + 69 + 1, 4}},  // the 23rd comma is column 77
-    {1, 25, {8 + 69 + 1, 7}},
-    {3, 22, {10 + 65}},
-    {3, 23, {10 + 68}},          // the 22nd comma is column 76: one more byte
-    {3, 24, {10 + 69 + 1, 4}},   // and the 23rd is column 79
-    {2, 24, {9 + 69 + 1, 4}},    // 78
-    {4, 24, {11 + 66 + 1, 7}},   // 77 again
-    {1, 23 + 25, {78, 2 + 74}},  // further lines are full behind 25 bytes
-    {1, 23 + 26, {78, 2 + 75 + 1, 4}},
-    {66, 2, {73 + 3 + 2}},
-    {67, 2, {74 + 3 + 1, 4}},
-    {200, 3, {207 + 3 + 1, 7}},
-    {200, 1, {207 + 2}},
-    {200, 0, {207}},
-};
+const WrapRow wrap_rows[] = {{1, 23, {8 + 68}},         // as much as fits
+                             {1, 24, {8 + 69 + 1, 4}},  // the 23rd comma is column 77
+                             {1, 25, {8 + 69 + 1, 7}},
+                             {3, 22, {10 + 65}},
+                             {3, 23, {10 + 68}},          // the 22nd comma is column 76: one more byte
+                             {3, 24, {10 + 69 + 1, 4}},   // and the 23rd is column 79
+                             {2, 24, {9 + 69 + 1, 4}},    // 78
+                             {4, 24, {11 + 66 + 1, 7}},   // 77 again
+                             {1, 23 + 25, {78, 2 + 74}},  // further lines are full behind 25 bytes
+                             {1, 23 + 26, {78, 2 + 75 + 1, 4}},
+                             {66, 2, {73 + 3 + 2}},
+                             {67, 2, {74 + 3 + 1, 4}},
+                             {200, 3, {207 + 3 + 1, 7}},
+                             {200, 1, {207 + 2}},
+                             {200, 0, {207}}};
 
 TEST(RegistryExport, WrapsListsOfBytesAsTheRegistryEditorDoes) {
   for (const WrapRow& row : wrap_rows) {

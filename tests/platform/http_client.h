@@ -1,4 +1,4 @@
-// The steps of an exchange in one, for tests that look at what comes of all of them.
+// The steps of an exchange in one call.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 
 namespace velmora::surroundings {
 
-// Waits that no test that succeeds comes to.
+// Limits that no successful test reaches.
 constexpr HttpTimeouts patient = {20'000, 20'000, 20'000, 20'000};
 
 struct HttpRequest {
@@ -23,8 +23,8 @@ struct HttpRequest {
   std::string body = "{\"a\":\"b\"}";
 };
 
-// One wait with its own limit, and all others with one that is far longer: the time that an exchange takes
-// tells whose limit it was.
+// One wait has the short limit and all others the long one: the time that an exchange takes shows which limit
+// ended it.
 constexpr std::int32_t short_wait_ms = 300;
 constexpr std::int32_t long_wait_ms = 20'000;
 

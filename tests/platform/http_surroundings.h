@@ -1,4 +1,4 @@
-// The server round the seam's HTTP exchange, as every answer to the seam has one.
+// The HTTP server of the contract tests. Each implementation of the seam has one.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace velmora::surroundings {
 
-// How a reply's body is told from what follows it. A machine in memory does not tell them apart.
+// How the end of a reply's body is marked. The machine in memory makes no difference.
 enum class Framing { length, chunked, until_close };
 
 struct HttpAnswer {

@@ -1,4 +1,4 @@
-// Round the exchanges of the machine in memory.
+// The HTTP server of the machine in memory.
 #include "memory/http_service.h"
 #include "platform/http_surroundings.h"
 

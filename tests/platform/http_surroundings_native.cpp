@@ -1,4 +1,4 @@
-// Round the exchanges of a real system: a server on the loopback.
+// The HTTP server of a real system: on the loopback address.
 #include "platform/http_surroundings.h"
 #include "platform/raw_http_server.h"
 

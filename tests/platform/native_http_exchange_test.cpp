@@ -150,11 +150,9 @@ TEST_F(NativeHttp, GivesWhatCameOfABodyThatBreaksOff) {
   const struct {
     std::string reply;
     std::string body;
-  } rows[] = {
-      {reply_head(200, "Content-Length: 10\r\n") + "12345", "12345"},
-      {reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\n9\r\n678", "12345678"},
-      {reply_head(200, "Content-Length: 10\r\n"), ""},
-  };
+  } rows[] = {{reply_head(200, "Content-Length: 10\r\n") + "12345", "12345"},
+              {reply_head(200, "Transfer-Encoding: chunked\r\n") + "5\r\n12345\r\n9\r\n678", "12345678"},
+              {reply_head(200, "Content-Length: 10\r\n"), ""}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.reply);
     const RawExchange raw(row.reply);

@@ -30,15 +30,15 @@ TEST_F(PosixFiles, DoNotWaitForTheWriterOfAPipeInAFilesPlace) {
   InputFile file;
   ASSERT_EQ(open_for_reading(path, file), 0u);
   char byte = '#';
-  const FileRead alone = read_file_piece(file, &byte, 1);
-  EXPECT_EQ(alone.count, 0u);
-  EXPECT_EQ(alone.error, 0u);
+  const FileRead without_writer = read_file_piece(file, &byte, 1);
+  EXPECT_EQ(without_writer.count, 0u);
+  EXPECT_EQ(without_writer.error, 0u);
   const int writer = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NONBLOCK);
   ASSERT_GE(writer, 0);
-  const FileRead beside_writer = read_file_piece(file, &byte, 1);
+  const FileRead with_writer = read_file_piece(file, &byte, 1);
   close(writer);
-  EXPECT_EQ(beside_writer.count, 0u);
-  EXPECT_NE(beside_writer.error, 0u);
+  EXPECT_EQ(with_writer.count, 0u);
+  EXPECT_NE(with_writer.error, 0u);
 }
 
 TEST_F(PosixFiles, AreNotInheritedByProgramsThatWeStart) {
@@ -61,7 +61,7 @@ TEST_F(PosixFiles, AreReadAndWrittenThroughLinks) {
   } cases[] = {{"page.html", "to-file", FileKind::regular, 0, 183},
                {".", "to-directory", FileKind::directory, 5, 0},
                {"absent", "to-nothing", FileKind::missing, 2, 183},
-               {"to-itself", "to-itself", FileKind::missing, 1921, 1921}};
+               {"to-itself", "to-itself", FileKind::missing, 1921, 183}};
   for (const auto& entry : cases) {
     SCOPED_TRACE(entry.name);
     const std::string link = directory + "/" + entry.name;
@@ -195,8 +195,8 @@ TEST_F(PosixFiles, AreRefusedToWhoHasNoRight) {
     return open_for_reading(path, file);
   };
   const Act size = [](const std::string& path) {
-    std::uint64_t told = 0;
-    return query_file_size(path, told);
+    std::uint64_t bytes = 0;
+    return query_file_size(path, bytes);
   };
   const Act write = [](const std::string& path) { return write_whole_file(path, "x"); };
   const Act remove = [](const std::string& path) { return remove_file(path); };

@@ -248,7 +248,7 @@ TEST_F(PosixHostedMachine, IsTheBuiltInOneWhereNoFileIsNamed) {
   EXPECT_TRUE(names_in_scratch().empty());
 }
 
-// Root writes where it likes, so what stands in the way is a directory of the temporary file's name.
+// A directory of the temporary file's name is in the way: permissions do not stop root.
 TEST_F(PosixHostedMachine, StaysAsItWasWhereItCannotBeWritten) {
   put_file(machine_path(), machine_text);
   const std::string obstacle = machine_path() + ".new-" + std::to_string(getpid());

@@ -1,4 +1,4 @@
-// What the system tells of a process, in a directory of the test's own.
+// Processes in a directory laid out as /proc.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -35,21 +35,19 @@ void put_process(std::uint32_t id, const std::string& program) {
   ASSERT_EQ(symlink(program.c_str(), (directory_of(id) + "/exe").c_str()), 0);
 }
 
-TEST_F(PosixProcesses, GiveWhereTheLinkOfAProcessLeadsAsItStands) {
+TEST_F(PosixProcesses, GiveTheTargetOfTheirLinkUnchanged) {
   const std::string long_path = "/opt/" + std::string(250, 'a') + '/' + std::string(1000, 'b') + "/player";
   const struct {
     std::string program;
     std::u16string path;
-  } rows[] = {
-      {"/usr/bin/player", u"/usr/bin/player"},
-      {"/no/such/directory/player", u"/no/such/directory/player"},  // it need not lead anywhere
-      {"player", u"player"},
-      {"/opt/a player (deleted)", u"/opt/a player"},  // as it was called when it was started
-      {"/opt/a (deleted) player", u"/opt/a (deleted) player"},
-      {"C:\\Program Files\\player.exe", u"C:\\Program Files\\player.exe"},
-      {"/opt/\xC3\xBC\xF0\x9F\x8E\xB5/player", u"/opt/\u00FC\U0001F3B5/player"},
-      {long_path, wide_from_ascii(long_path)},
-  };
+  } rows[] = {{"/usr/bin/player", u"/usr/bin/player"},
+              {"/no/such/directory/player", u"/no/such/directory/player"},  // it need not lead anywhere
+              {"player", u"player"},
+              {"/opt/a player (deleted)", u"/opt/a player"},  // as it was called when it was started
+              {"/opt/a (deleted) player", u"/opt/a (deleted) player"},
+              {"C:\\Program Files\\player.exe", u"C:\\Program Files\\player.exe"},
+              {"/opt/\xC3\xBC\xF0\x9F\x8E\xB5/player", u"/opt/\u00FC\U0001F3B5/player"},
+              {long_path, wide_from_ascii(long_path)}};
   std::uint32_t id = 0;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.program);
@@ -58,7 +56,7 @@ TEST_F(PosixProcesses, GiveWhereTheLinkOfAProcessLeadsAsItStands) {
   }
 }
 
-TEST_F(PosixProcesses, GiveAReplacementForEachStretchOfAPathThatIsNoUtf8) {
+TEST_F(PosixProcesses, ReplaceEachStretchOfAPathThatIsNoUtf8) {
   put_process(1, "/opt/\xFF/\xE2\x82/player\xC3");
   EXPECT_EQ(process_image_path(1), u"/opt/\uFFFD/\uFFFD/player\uFFFD");
 }

@@ -1,6 +1,6 @@
-// The record as another process may find it at any instant: a child works on a shared page and is halted
-// after each instruction. This proves the order of the stores, which no thread test can force. One file
-// because all tests walk through one record in the same way.
+// The record as another process may find it: a child works on a shared page, halted after each instruction.
+// This proves the order of the stores, which no thread test can force.
+// One file because all tests walk through one record in the same way.
 #include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/user.h>
@@ -288,20 +288,17 @@ TEST(RecordSteps, EachOfTheOtherPublicationsChangesOneWordInOneStep) {
     std::size_t offset;
     std::uint64_t value;
     std::function<int()> work;
-  } rows[] = {
-      {"footstep", footstep_at, 0x000000033F800000,
-       [&] { return static_cast<int>(publish_footstep(*record, true, true, 1.0f)); }},
-      {"algorithm", algorithm_at, 0xFFF6FF88FF1C0001,
-       [&] {
-         publish_algorithm(*record, {-1.0f, 1.0f, 1, false, -12.0f, 3, 0});
-         return 0;
-       }},
-      {"capture request", capture_request_at, 0x00000001012C0003,
-       [&] {
-         publish_capture_request(*record, 3, 300);
-         return 0;
-       }},
-  };
+  } rows[] = {{"footstep", footstep_at, 0x000000033F800000,
+               [&] { return static_cast<int>(publish_footstep(*record, true, true, 1.0f)); }},
+              {"algorithm", algorithm_at, 0xFFF6FF88FF1C0001,
+               [&] {
+                 publish_algorithm(*record, {-1.0f, 1.0f, 1, false, -12.0f, 3, 0});
+                 return 0;
+               }},
+              {"capture request", capture_request_at, 0x00000001012C0003, [&] {
+                 publish_capture_request(*record, 3, 300);
+                 return 0;
+               }}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.title);
     initialise_record(*record);
@@ -340,12 +337,10 @@ TEST(RecordSteps, AReadingThatIsOvertakenIsRepeatedUpToFourAttempts) {
     int overtaken;  // how many attempts are
     int answer;
     int attempts;
-  } rows[] = {
-      {0, reading_succeeded, 1},
-      {1, reading_succeeded, 2},
-      {3, reading_succeeded, 4},
-      {4, reading_failed, 4},
-  };
+  } rows[] = {{0, reading_succeeded, 1},
+              {1, reading_succeeded, 2},
+              {3, reading_succeeded, 4},
+              {4, reading_failed, 4}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.overtaken);
     const SharedRecord record;
@@ -532,22 +527,20 @@ TEST(RecordSteps, AReportThatAnotherOvertakesBeginsAnewFromWhatItFinds) {
     std::function<void(ControlBridgeRecord&)> work;
     int compare_exchanges;
     std::uint64_t at_the_end;
-  } rows[] = {
-      {"a query, by one of its own kind", 0x038, 0x0100000500000007,
-       [](auto& record) { report_query(record, 0, 3, -1); }, 3, 0x0000000300000008},
-      {"a query, by one of another kind", 0x038, 0x0200014000000100,
-       [](auto& record) { report_query(record, 0, 3, 0); }, 3, 0x0300014300000101},
-      {"a query, by nobody", 0x038, 0, [](auto& record) { report_query(record, 3, 5, 0); }, 2,
-       0x0814000001000000},
-      {"a query beyond the four", 0x038, 0x0123456789ABCDEF,
-       [](auto& record) { report_query(record, 4, 5, 0); }, 3, 0x0123456789ABCDEF},
-      {"a mode, by another", 0x090, 0x8001000000000000,
-       [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 3, 0x8001000000000040},
-      {"a mode, by the same", 0x090, 0x0000000000000041,
-       [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 2, 0x0000000000000041},
-      {"a mode, by nobody", 0x090, 0, [](auto& record) { report_mode(record, 2, ModeKind::processed); }, 2,
-       0x0000000400000000},
-  };
+  } rows[] = {{"a query, by one of its own kind", 0x038, 0x0100000500000007,
+               [](auto& record) { report_query(record, 0, 3, -1); }, 3, 0x0000000300000008},
+              {"a query, by one of another kind", 0x038, 0x0200014000000100,
+               [](auto& record) { report_query(record, 0, 3, 0); }, 3, 0x0300014300000101},
+              {"a query, by nobody", 0x038, 0, [](auto& record) { report_query(record, 3, 5, 0); }, 2,
+               0x0814000001000000},
+              {"a query beyond the four", 0x038, 0x0123456789ABCDEF,
+               [](auto& record) { report_query(record, 4, 5, 0); }, 3, 0x0123456789ABCDEF},
+              {"a mode, by another", 0x090, 0x8001000000000000,
+               [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 3, 0x8001000000000040},
+              {"a mode, by the same", 0x090, 0x0000000000000041,
+               [](auto& record) { report_mode(record, 6, ModeKind::initialized); }, 2, 0x0000000000000041},
+              {"a mode, by nobody", 0x090, 0,
+               [](auto& record) { report_mode(record, 2, ModeKind::processed); }, 2, 0x0000000400000000}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.title);
     const SharedRecord record;

@@ -528,14 +528,12 @@ TEST(PosixSharedMemory, AProcessHaltedAtAnyStepWhileTheNameChangesHandsEndsUpAtT
     const char* title;
     Before before;
     Act act;
-  } rows[] = {
-      {"create from nothing", Before::nothing, Act::create},
-      {"create over a stale object", Before::stale, Act::create},
-      {"create beside a holder", Before::held, Act::create},
-      {"open from nothing", Before::nothing, Act::open},
-      {"open a stale object", Before::stale, Act::open},
-      {"open beside a holder", Before::held, Act::open},
-  };
+  } rows[] = {{"create from nothing", Before::nothing, Act::create},
+              {"create over a stale object", Before::stale, Act::create},
+              {"create beside a holder", Before::held, Act::create},
+              {"open from nothing", Before::nothing, Act::open},
+              {"open a stale object", Before::stale, Act::open},
+              {"open beside a holder", Before::held, Act::open}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.title);
     const Name name;

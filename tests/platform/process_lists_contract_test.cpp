@@ -64,7 +64,7 @@ std::vector<ModuleEntry> walk(const ModuleSnapshot& snapshot) {
   return entries;
 }
 
-// The names under which a process stands in the list.
+// The names of a process in the list.
 std::vector<std::u16string> names_of(std::uint32_t process_id) {
   std::vector<std::u16string> names;
   for (const ProcessEntry& entry : walk(list_processes())) {
@@ -73,7 +73,7 @@ std::vector<std::u16string> names_of(std::uint32_t process_id) {
   return names;
 }
 
-// The names under which the module of this path stands in a process's list.
+// The names of the module of this path in a process's list.
 std::vector<std::u16string> names_of_module(std::uint32_t process_id, const std::string& path) {
   std::vector<std::u16string> names;
   for (const ModuleEntry& entry : walk(list_modules(process_id))) {
@@ -120,7 +120,7 @@ TEST_F(ProcessListsContract, BeginsTheListAnewWithTheFirstProcess) {
   EXPECT_EQ(walk(snapshot).size(), first.size());
 }
 
-TEST_F(ProcessListsContract, LeavesTheEntryAloneBehindTheLastProcess) {
+TEST_F(ProcessListsContract, LeavesTheEntryUnchangedAfterTheLastProcess) {
   const ProcessSnapshot snapshot = list_processes();
   walk(snapshot);
   ProcessEntry entry{77, u"as it was"};
@@ -171,7 +171,7 @@ TEST_F(ProcessListsContract, NamesEachModuleByTheEndOfItsPath) {
   for (const ModuleEntry& entry : entries) EXPECT_EQ(file_name_of(entry.path), entry.name);
 }
 
-TEST_F(ProcessListsContract, LeavesTheEntryAloneBehindTheLastModule) {
+TEST_F(ProcessListsContract, LeavesTheEntryUnchangedAfterTheLastModule) {
   const ModuleSnapshot snapshot = list_modules(own_process_id());
   const std::size_t count = walk(snapshot).size();
   ModuleEntry entry{u"name", u"path"};
@@ -183,13 +183,13 @@ TEST_F(ProcessListsContract, LeavesTheEntryAloneBehindTheLastModule) {
   EXPECT_EQ(walk(snapshot).size(), count);
 }
 
-TEST_F(ProcessListsContract, AnswersThatThereIsNoProcessOfAnId) {
+TEST_F(ProcessListsContract, ReportsThatNoProcessHasAnId) {
   surroundings::ListedProcess process = surroundings::start_listed_process();
   const std::uint32_t free_id = process.native();
   process.close();
   ModuleSnapshot snapshot = list_modules(own_process_id());
   const auto former = snapshot.native();
-  // Wine answers as it does for a process that may not be looked into.
+  // Wine returns the error of a process that it denies access to.
   const std::uint32_t error = surroundings::runs_under_wine() ? error_denied : error_no_such_process;
   EXPECT_EQ(snapshot_modules(free_id, snapshot), error);
   EXPECT_EQ(snapshot.native(), former);
@@ -207,7 +207,7 @@ TEST_F(ProcessListsContract, WalksAListToItsEndAlthoughTheProcessHasGone) {
   EXPECT_LE(walk(modules).size(), module_count);
 }
 
-TEST_F(ProcessListsContract, ClosesEachListOnceWhoeverHasItInTheEnd) {
+TEST_F(ProcessListsContract, ClosesEachListOnce) {
   ProcessSnapshot first = list_processes();
   ProcessSnapshot second = list_processes();
   first = std::move(second);

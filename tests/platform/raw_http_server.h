@@ -26,7 +26,7 @@ struct RawReply {
   std::vector<std::string> pieces;  // sent when the request is whole, one after another
   std::uint32_t pause_ms = 0;       // in front of each piece but the first
   bool stays = false;               // then it is silent until the client has gone
-  bool waits_for_all = false;       // it sends when as many connections stand as there are replies
+  bool waits_for_all = false;       // it sends once there are as many connections as replies
 };
 
 class RawHttpServer {

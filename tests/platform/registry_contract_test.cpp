@@ -204,25 +204,23 @@ TEST_F(RegistryContract, KeepsTheDefaultValueUnderTheEmptyName) {
 
 TEST_F(RegistryContract, KeepsDataOfEveryTypeAsItIs) {
   const RegistryKey key = create(u"Key");
-  const std::string data[] = {
-      "",
-      "a",
-      "abc",
-      "abcde",
-      std::string(1, '\0'),
-      std::string(3, '\0'),
-      "ab",
-      "abcdefgh",
-      bytes_of(u"no terminator"),
-      bytes_of({u"one\0", 4}),
-      bytes_of({u"one\0two\0\0", 9}),
-      bytes_of({u"one\0\0three\0\0", 12}),
-      bytes_of({u"\0", 1}),
-      bytes_of({u"\0\0", 2}),
-      bytes_of(u"\xD800\xFFFF\x00F6\x4E00"),
-      bytes_of(std::u16string(32768, u'x')),
-      std::string(65537, 'x'),
-  };
+  const std::string data[] = {"",
+                              "a",
+                              "abc",
+                              "abcde",
+                              std::string(1, '\0'),
+                              std::string(3, '\0'),
+                              "ab",
+                              "abcdefgh",
+                              bytes_of(u"no terminator"),
+                              bytes_of({u"one\0", 4}),
+                              bytes_of({u"one\0two\0\0", 9}),
+                              bytes_of({u"one\0\0three\0\0", 12}),
+                              bytes_of({u"\0", 1}),
+                              bytes_of({u"\0\0", 2}),
+                              bytes_of(u"\xD800\xFFFF\x00F6\x4E00"),
+                              bytes_of(std::u16string(32768, u'x')),
+                              std::string(65537, 'x')};
   for (const std::uint32_t type :
        {reg_none, reg_sz, reg_expand_sz, reg_binary, reg_dword, reg_multi_sz, reg_qword, type_of_nobody}) {
     for (const std::string& bytes : data) {
@@ -543,7 +541,7 @@ TEST_F(RegistryContract, KeepsAKeyOpenThoughItGrantsLessSince) {
   expect_value(key, u"v", reg_binary, "x");
 }
 
-// Wine 8 looks at the access list of the key that is opened alone, not at that of the key above one that is
+// Wine 8 looks only at the access list of the key that is opened, not at that of the key above one that is
 // made, and grants the right to delete in any case.
 TEST_F(RegistryContract, NeitherMakesKeysBelowAGuardedOneNorDeletesIt) {
   const std::int32_t expected = runs_under_wine() ? 0 : error_denied;

@@ -1,5 +1,5 @@
-// Round the registry in memory, which the machine in memory and the native program share: its tree, set and
-// read. For the one surroundings.cpp of a program.
+// The registry tree, for the machine in memory and the hosted machine. Only the surroundings_*.cpp of a
+// program includes this.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@ std::u16string full_path(std::u16string_view path) {
   return std::u16string(u"HKEY_LOCAL_MACHINE\\").append(path);
 }
 
-// What each grant is about.
+// The path of each grant.
 std::map<std::uintptr_t, std::u16string>& grants() {
   static std::map<std::uintptr_t, std::u16string> all;
   return all;

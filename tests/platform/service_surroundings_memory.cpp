@@ -1,4 +1,4 @@
-// Round the services and the lists of processes of the machine in memory: its state, set.
+// Services and processes of the machine in memory.
 #include <string>
 
 #include "memory/system.h"

@@ -1,4 +1,4 @@
-// Round the services and the lists of processes of the native program: a machine in a file, forked children.
+// Services and processes for the tests on Linux: a hosted machine in a file, and forked children.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/wait.h>

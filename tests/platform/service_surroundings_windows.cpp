@@ -1,5 +1,5 @@
-// Round the services and the lists of processes of Windows: the program that stands in for services, and a
-// command interpreter that waits for its first command.
+// Services and processes for the tests on Windows: the test service, and a command interpreter that waits for
+// its first command.
 #include <windows.h>
 
 #include <map>
@@ -26,7 +26,7 @@ std::vector<std::wstring>& installed_services() {
   return names;
 }
 
-// The program that stands in for services registers and removes itself.
+// The test service registers and removes itself.
 void run_service_program(const std::wstring& arguments) {
   constexpr DWORD limit_ms = 60'000;
   std::wstring line = L'"' + beside_library(L"velmora_test_service.exe") + L"\" " + arguments;
@@ -47,7 +47,7 @@ std::wstring option_text(const wchar_t* option, std::uint32_t number) {
   return number == 0 ? std::wstring() : option + std::to_wstring(number);
 }
 
-// What somebody has open stays in the list until he closes it.
+// A service that is open somewhere stays in the list until it is closed.
 void expect_service_gone(const std::wstring& name) {
   const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
   ASSERT_NE(manager, nullptr);

@@ -1,6 +1,5 @@
-// Round the services in memory, which the machine in memory and the native program share: how they stand in
-// the registry tree. For the one service_surroundings.cpp of a
-// program.
+// The services in the registry tree, for the machine in memory and the hosted machine. Only the
+// service_surroundings_*.cpp of a program includes this.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-// What stands round the seam while its contract is tested: the client of a socket, the other process that
-// holds a mapping, the one that puts a file in place. Each answer to the seam has its own; none of them goes
-// through the function that is being tested, where the system lets it.
+// The other side of the seam in its contract tests: the client of a socket, the process that holds a mapping
+// or writes a file. Each implementation has its own. Where the system allows, it does not use the function
+// under test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -76,12 +76,12 @@ struct ElsewhereKind {
   static constexpr Native none = ~Native{0};
   static void release(Native native) noexcept;
 };
-// A mapping in somebody else's hands.
+// A mapping that another process holds.
 using MappingElsewhere = Owner<ElsewhereKind>;
 
 // A name that no other test uses.
 [[nodiscard]] std::u16string find_free_mapping_name();
-// Somebody else makes the mapping, of these words and no more.
+// Another process makes the mapping, of exactly these words.
 [[nodiscard]] MappingElsewhere hold_elsewhere(std::u16string_view name,
                                               const std::vector<std::uint64_t>& words);
 // create_shared_mapping. A Windows that does not know the descriptor's trustees makes the mapping without
@@ -116,15 +116,15 @@ struct ParentCase {
 [[nodiscard]] std::vector<JoinCase> join_cases();
 [[nodiscard]] std::vector<ParentCase> parent_cases();
 
-// The registry. Paths stand under HKEY_LOCAL_MACHINE.
+// The registry. Paths are below HKEY_LOCAL_MACHINE.
 
-// The key below which tests work. It is made, empty, by the first of these and removed with all that stands
-// below it by the second, which fails the test where a key is left open, as far as that can be seen.
+// The key below which tests work. The first function makes it, empty. The second removes it with all keys
+// below it, and fails the test for a key left open, as far as that can be seen.
 constexpr std::u16string_view registry_scratch = u"SOFTWARE\\VelmoraContract";
 void set_up_registry();
 void tear_down_registry();
 
-// Whether this is a key that somebody holds.
+// Whether this key is open.
 [[nodiscard]] bool is_held(RegistryKey::Native key);
 // The names below a key as they are kept: of keys in the system's order, of values sorted.
 [[nodiscard]] std::vector<std::u16string> key_names(std::u16string_view path);
@@ -135,7 +135,7 @@ struct GrantKind {
   static constexpr Native none = 0;
   static void release(Native native) noexcept;
 };
-// For as long as it is open, a key grants an access and no more, to whoever asks.
+// While it is open, a key grants everyone this access and no other.
 using Grant = Owner<GrantKind>;
 [[nodiscard]] Grant grant(std::u16string_view path, std::uint32_t access);
 
@@ -164,7 +164,7 @@ void tear_down_audio();
 // These are the machine's endpoints, in this order, for enumerators that are made from now on.
 void put_endpoints(const std::vector<ArrangedEndpoint>& endpoints);
 
-// The interfaces that are held at the moment.
+// How many interfaces are held.
 [[nodiscard]] std::size_t held_audio_objects();
 
 // Processes.
@@ -224,7 +224,7 @@ struct ArrangedService {
   std::vector<std::u16string> needs = {};  // the services that it depends on
 };
 
-// The service is there and stands still, in place of one of this name.
+// Installs the service, stopped, in place of one of this name.
 void install_service(const ArrangedService& service);
 // Before and after tests with services. The second one removes those that were installed, whatever they are
 // doing, and fails the test where a service or the manager is left open.

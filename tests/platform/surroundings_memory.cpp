@@ -1,4 +1,4 @@
-// Round the machine in memory: its state, set and read.
+// The surroundings of the machine in memory: its state.
 #include "platform/surroundings.h"
 
 #include <algorithm>

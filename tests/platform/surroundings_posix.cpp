@@ -1,4 +1,4 @@
-// Round the POSIX answer: raw sockets, forked children, files by the C library.
+// The surroundings of the POSIX implementation.
 #include "platform/surroundings.h"
 
 #include <arpa/inet.h>
@@ -94,11 +94,11 @@ void close_all_but(int one, int other) {
   if (made) std::memcpy(view.native().data, words.data(), size);
   const char word = made ? 'y' : 'n';
   char nothing = 0;
-  const bool told = write(said, &word, 1) == 1;
+  const bool reported = write(said, &word, 1) == 1;
   const bool ended = read(kept, &nothing, 1) == 0;
   view.close();
   mapping.close();
-  _exit(made && told && ended ? 0 : 1);
+  _exit(made && reported && ended ? 0 : 1);
 }
 
 void remember_path() {
@@ -328,7 +328,7 @@ std::vector<ParentCase> parent_cases() {
           {"/\xC3\xB6/b", "/\xC3\xB6"}};
 }
 
-// The built-in machine, which lives in this process alone: never one that whoever started the tests has.
+// The built-in machine of this process, never one from the environment.
 void set_up_registry() {
   unsetenv("VELMORA_MACHINE");
   ASSERT_EQ(load_machine(), "");

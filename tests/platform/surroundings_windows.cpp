@@ -1,5 +1,5 @@
-// Round the Windows answer: Winsock, null security attributes, and an address scheme of our own that a
-// program of ours opens. One file because all of it is arranged and taken down in one state.
+// The surroundings of the Windows implementation. One file because all of it is set up and torn down in one
+// state.
 #include "platform/surroundings.h"
 
 #include <winsock2.h>
@@ -196,7 +196,7 @@ void set_up() {
   ASSERT_NE(GetTempPathW(static_cast<DWORD>(temporary.size()), temporary.data()), 0u);
   const std::wstring stem =
       std::wstring(temporary.data()) + L"velmora-contract-" + std::to_wstring(GetCurrentProcessId()) + L"-";
-  // Process numbers come round again, and a run that was ended may have left its directory.
+  // Process ids are reused, and a killed run may have left its directory.
   std::wstring directory;
   bool failed = false;
   do {
@@ -442,7 +442,7 @@ Grant grant(std::u16string_view path, std::uint32_t access) {
   return Grant(count);
 }
 
-// Our server answers in place of the system's own, in this process alone.
+// Our server replaces the system's own, in this process only.
 void set_up_audio() {
   ASSERT_GE(start_com(), 0);
   ASSERT_EQ(CoRegisterClassObject(__uuidof(MMDeviceEnumerator), audio_server::class_factory(),
@@ -474,7 +474,7 @@ void ChildProcessKind::release(Native native) noexcept {
   EXPECT_EQ(WaitForSingleObject(process, 20'000), WAIT_OBJECT_0);
   CloseHandle(process);
   state().children.erase(native);
-  // Its end is told before the system has put the process away, which others may hold too.
+  // The end is signalled before the system has released the id, and others may hold the process too.
   constexpr std::int64_t limit_ns = 20'000'000'000;
   const std::int64_t start = steady_now_ns();
   while (steady_now_ns() - start < limit_ns) {
@@ -483,7 +483,7 @@ void ChildProcessKind::release(Native native) noexcept {
     CloseHandle(left);
     sleep_ms(1);
   }
-  ADD_FAILURE() << "the process does not go";
+  ADD_FAILURE() << "the process id stays in use";
 }
 
 // It stays before its first step.

@@ -57,7 +57,8 @@ TEST_F(WindowsFiles, AnswerForADevicesNameWithoutWaitingForTheDevice) {
           ADD_FAILURE() << "waited for the device";
         }
         CloseHandle(thread);
-        // A newer Windows knows such names as devices only where they stand alone, and then has a file.
+        // A newer Windows knows such names as devices only without a directory and an extension, and else has
+        // a file.
         const bool is_device = surroundings::runs_under_wine() || answers.kind == FileKind::other;
         EXPECT_EQ(answers.kind, is_device ? FileKind::other : FileKind::missing);
         EXPECT_EQ(answers.write_error, is_device ? 5u : 0u);

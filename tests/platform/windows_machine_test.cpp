@@ -19,7 +19,7 @@ namespace {
 
 class WindowsMachine : public surroundings::Arranged {};
 
-// A standard stream that leads into a pipe for as long as this lives.
+// Redirects a standard stream into a pipe while it lives.
 struct StreamOnPipe {
   DWORD stream;
   HANDLE former = GetStdHandle(stream);
@@ -59,7 +59,7 @@ TEST_F(WindowsMachine, WritesBytesAsTheyAreAndAtOnce) {
   EXPECT_EQ(error.read(), "2" + text);
 }
 
-TEST_F(WindowsMachine, GoesOnWhereNobodyReadsWhatItWrites) {
+TEST_F(WindowsMachine, IgnoresWriteErrors) {
   StreamOnPipe output(STD_OUTPUT_HANDLE);
   output.close_reader();
   write_standard_output("lost\n");
@@ -70,20 +70,20 @@ TEST_F(WindowsMachine, GoesOnWhereNobodyReadsWhatItWrites) {
   write_standard_output("");
 }
 
-TEST_F(WindowsMachine, TakesDialogsOfTheSystemForFailuresFromItsStart) {
+TEST_F(WindowsMachine, TurnsTheDialogsOfTheSystemOff) {
   const UINT former = SetErrorMode(SEM_NOGPFAULTERRORBOX);
   prepare_process();
   EXPECT_EQ(GetErrorMode(), static_cast<UINT>(SEM_NOGPFAULTERRORBOX | SEM_FAILCRITICALERRORS));
   SetErrorMode(former);
 }
 
-TEST_F(WindowsMachine, TellsItsPathAsTheSystemDoes) {
+TEST_F(WindowsMachine, ReportsItsPathAsTheSystemDoes) {
   std::array<char, 1024> expected{};
   ASSERT_NE(GetModuleFileNameA(nullptr, expected.data(), static_cast<DWORD>(expected.size())), 0u);
   EXPECT_EQ(own_module_path(), expected.data());
 }
 
-TEST_F(WindowsMachine, TellsItsProcessNumber) { EXPECT_EQ(own_process_id(), GetCurrentProcessId()); }
+TEST_F(WindowsMachine, ReportsItsProcessNumber) { EXPECT_EQ(own_process_id(), GetCurrentProcessId()); }
 
 TEST_F(WindowsMachine, LoadsALibraryByAPathInUtf8) {
   const std::string directory = join_path(surroundings::scratch_directory(), "\xCE\xA9 \xC3\xB6");
@@ -118,11 +118,11 @@ TEST_F(WindowsClock, ShowsTheTimeOfTheSystemWhateverTheVariableTzSays) {
     _tzset();
     SYSTEMTIME before;
     SYSTEMTIME after;
-    std::tm told{};
+    std::tm local{};
     GetLocalTime(&before);
-    ASSERT_TRUE(read_local_time(told));
+    ASSERT_TRUE(read_local_time(local));
     GetLocalTime(&after);
-    const int minute = minute_of_day(told.tm_hour, told.tm_min);
+    const int minute = minute_of_day(local.tm_hour, local.tm_min);
     EXPECT_TRUE(minute == minute_of_day(before.wHour, before.wMinute) ||
                 minute == minute_of_day(after.wHour, after.wMinute));
   }

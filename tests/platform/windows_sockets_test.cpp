@@ -38,7 +38,7 @@ TEST_F(WindowsSockets, AreBoundToTheLoopbackAddressAndThePort) {
   EXPECT_EQ(ntohs(address.sin_port), exchange.port);
 }
 
-TEST_F(WindowsSockets, TellAResetThatInterruptsAReceiveBy10054) {
+TEST_F(WindowsSockets, ReportAResetDuringAReceiveAs10054) {
   Exchange exchange;
   std::thread other([&] {
     Sleep(50);
@@ -51,7 +51,7 @@ TEST_F(WindowsSockets, TellAResetThatInterruptsAReceiveBy10054) {
   EXPECT_EQ(got.error, WSAECONNRESET);
 }
 
-// A listener whose queue is full: Windows refuses a connection to it, and Wine, which stands on a kernel that
+// A listener whose queue is full: Windows refuses a connection to it. Wine, on a kernel that
 // drops it, waits.
 TEST_F(WindowsSockets, LimitTheWaitForAnHttpConnection) {
   const std::uint16_t port = surroundings::find_free_port();

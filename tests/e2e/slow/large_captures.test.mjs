@@ -1,5 +1,5 @@
-// The largest capture file and an archive above 4 GiB, as a client receives them. The files are sparse, and neither
-// they nor the archive are ever in memory as a whole.
+// The largest capture file and an archive above 4 GiB, as a client receives them. The files are sparse, and
+// nothing holds them or the archive in memory as a whole.
 import assert from "node:assert/strict";
 import { execFile } from "node:child_process";
 import fs from "node:fs";

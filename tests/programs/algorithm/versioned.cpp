@@ -1,4 +1,4 @@
-// An algorithm library that tells its version.
+// An algorithm library that reports its version.
 #include <cstdint>
 
 extern "C" void fse_get_version(std::uint32_t* major, std::uint32_t* minor, std::uint32_t* patch);

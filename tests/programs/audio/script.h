@@ -47,7 +47,7 @@ struct Script {
 // `error` says what is wrong with which line, and the script is empty then.
 [[nodiscard]] bool read_script(std::string_view text, Script& out, std::string& error);
 
-// A text in quotes, as a script has it; only printable ASCII stands in it as it is.
+// A text in quotes, as a script has it; only printable ASCII is written as it is.
 [[nodiscard]] std::string quoted(std::wstring_view text);
 
 }  // namespace velmora::audio_server

@@ -18,7 +18,7 @@
 // ---- The script ----
 //
 // UTF-8 text, one statement a line; blanks before it and behind it mean nothing, nor does a line that is
-// empty or begins with '#'. Words are parted by blanks. A word that needs blanks, or is empty, stands in
+// empty or begins with '#'. Words are separated by blanks. A word that needs blanks, or is empty, is in
 // double quotes; in quotes \" \\ and \uHHHH (four hexadecimal digits, a UTF-16 unit, so that unpaired
 // surrogates can be written) are known. FLOW is `render` or `capture`. Numbers are decimal or begin with 0x.
 //
@@ -35,18 +35,18 @@
 //   default FLOW ID          the answer of GetDefaultAudioEndpoint, for each role; without it that fails with
 //                            0x80070490. An endpoint of the flow, active or not.
 //   fail OP NTH STATUS       The call of OP with this number, from 1, answers with STATUS; * is each call.
-//                            A negative status stands in place of the work: pointers come back null, numbers
+//                            A negative status replaces the work: pointers come back null, numbers
 //                            as nonsense that nobody may believe (a count of 77, a level of 0.77, muted,
 //                            state 1, id 77). Any other status comes behind the work, which is done.
 //   null OP NTH              The call of OP, one that hands out a pointer, answers S_OK and hands out null.
-//   count OP NTH N           The call of OP, a GetCount, succeeds and tells N in place of the truth; N may be
+//   count OP NTH N           The call of OP, a GetCount, succeeds and reports N instead; N may be
 //                            negative where the count has a sign.
 //
 // A script is read anew, and calls are counted from 1 again, whenever the class object is asked for or an
 // enumerator is made. One that cannot be read fails that call with status_bad_script and says why in the log.
 //
 // OP is one of these; calls of others are logged and answer E_NOTIMPL:
-//   DllGetClassObject                  (the DLL alone)
+//   DllGetClassObject                  (only the DLL)
 //   IClassFactory.CreateInstance       (what CoCreateInstance comes to)
 //   IMMDeviceEnumerator.EnumAudioEndpoints .GetDefaultAudioEndpoint .GetDevice
 //   IMMDeviceCollection.GetCount .Item
@@ -62,15 +62,15 @@
 // Unasked, calls fail as Windows' own do: an unknown id with 0x80070490, a flow, role, state mask, index or
 // level out of range with E_INVALIDARG, a null output with E_POINTER, an unknown interface with
 // E_NOINTERFACE, Activate of an endpoint that is not active with 0x88890004, a store for anything but reading
-// with E_ACCESSDENIED. SetMute with the value that stands already answers S_FALSE.
+// with E_ACCESSDENIED. SetMute with the present value answers S_FALSE.
 //
-// A level or a mute that has been set stands for the life of the process, whatever later scripts say, until
+// A level or a mute that has been set is kept for the life of the process, whatever later scripts say, until
 // forget_changes().
 //
 // ---- The log ----
 //
 // One line for each call, but for AddRef, Release and QueryInterface of other objects than sessions:
-// the operation, what the object stands for, the arguments, and the status. Texts stand in quotes, as in a
+// the operation, what the object represents, the arguments, and the status. Texts are in quotes, as in a
 // script. Of IAudioEndpointVolume, `references` are all that live at the time.
 //
 //   IMMDeviceEnumerator.GetDefaultAudioEndpoint flow=0 role=1 -> 0x00000000
@@ -80,7 +80,7 @@
 //
 // and `live references=R allocations=A` whenever R has become 0 through a release, one of our allocations has
 // been freed, or no enumerator came of asking for one; the DLL writes it once more when it leaves the
-// process. A line `ERROR ...` tells of a misuse.
+// process. A line `ERROR ...` reports a misuse.
 #pragma once
 
 #include <cstdint>
@@ -115,7 +115,7 @@ struct LiveCounts {
 [[nodiscard]] LiveCounts live_counts();
 
 // The log since the last call of this. The lines go to the file that the environment variable
-// VELMORA_TEST_AUDIO_LOG names too, each at once and behind what stands there.
+// VELMORA_TEST_AUDIO_LOG names too, each at once, appended.
 [[nodiscard]] std::vector<std::string> take_log();
 
 // For the DLL: DllGetClassObject, whatever class is named, and a line with the live counts in the log.

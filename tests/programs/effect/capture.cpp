@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "capture_path.h"
 #include "reports.h"
+#include "system.h"
 #include "wave_file.h"
 
 namespace velmora::effect {

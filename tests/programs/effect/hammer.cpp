@@ -30,7 +30,7 @@ Format self_checking_format(std::uint32_t seed) {
 float strength_of(std::uint32_t seed) { return static_cast<float>(seed & 0xFFFF) / 65536.0f; }
 float gain_of(std::uint32_t seed) { return static_cast<float>(seed & 0xFFF) / 16.0f; }
 
-// A round's seed ends as the round does: its lowest bit tells the kinds of which one alternates with another.
+// A round's seed ends as the round does: its lowest bit selects between alternating kinds.
 void strike_once(const Record& record, const Reports& reports, std::uint32_t round, std::uint32_t seed) {
   const bool odd = round % 2 != 0;
   reports.initialize_attempt(record, {seed, ~seed, seed * 3, seed, odd});
@@ -48,14 +48,14 @@ void strike_once(const Record& record, const Reports& reports, std::uint32_t rou
   reports.capture(record, static_cast<std::uint16_t>(seed), static_cast<std::uint16_t>(~seed), seed);
 }
 
-// One thread's share of the words that keep reports of several writers. A query is one thread's alone, and a
+// One thread's share of the words that keep reports of several writers. A query belongs to one thread, and a
 // mode stays reported: what a thread has reported is still there when it looks again.
 class SharedWords {
  public:
   SharedWords(const Record& record, const Reports& reports, unsigned query)
       : record_(record), reports_(reports), query_(query) {}
 
-  // How many reports of the round before are gone; reports anew.
+  // Counts the lost reports of the previous round, and reports again.
   unsigned strike_once(std::uint32_t seed) {
     unsigned lost = 0;
     if (reported_) {

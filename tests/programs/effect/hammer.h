@@ -1,5 +1,5 @@
-// Reports without a pause and without a life behind them: what is written checks itself, so that a reader
-// sees torn words and lost counts. docs/record.md tells the rules.
+// Reports without a pause, outside of a life. What is written checks itself, so that a reader sees torn words
+// and lost counts. The rules are in docs/record.md.
 #pragma once
 
 #include <atomic>

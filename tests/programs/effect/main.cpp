@@ -1,5 +1,5 @@
-// Stands in for the effect: makes or opens the shared record, follows what the service writes, and reports
-// what it applied. Each thing that it sees is one line on standard output, so that a test can wait for it.
+// The test effect: makes or opens the shared record, follows what the service writes, and reports what it
+// applied. It prints one line for each change that it sees, for tests to wait for.
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -13,13 +13,13 @@
 #include "engine_life.h"
 #include "hammer.h"
 #include "life.h"
-#include "mapping.h"
 #include "options.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 #include "platform/shared_memory.h"
 #include "record.h"
 #include "reports.h"
+#include "system.h"
 
 namespace velmora::effect {
 namespace {
@@ -172,8 +172,8 @@ struct Activity {
   std::optional<Life> life;
   std::optional<EngineLife> engine_life;
   std::optional<Hammer> hammer;
-  bool processing_told = false;
-  bool end_told = false;
+  bool processing_printed = false;
+  bool end_printed = false;
 };
 
 void start_activity(const Record& record, const Options& options, Activity& activity) {
@@ -196,22 +196,22 @@ Progress progress_of(const Activity& activity) {
           activity.hammer && activity.hammer->is_finished()};
 }
 
-// Each moment once. A stop makes an end of everything, which is none of its own.
-void tell_progress(const Progress& progress, Activity& activity) {
-  const auto tell = [](bool happened, bool& told, const char* line) {
-    if (!happened || told || stop_requested) return;
-    told = true;
+// Each moment once. A stop ends everything without such a line.
+void print_progress(const Progress& progress, Activity& activity) {
+  const auto print_once = [](bool happened, bool& printed, const char* line) {
+    if (!happened || printed || stop_requested) return;
+    printed = true;
     print_line(line);
   };
-  tell(progress.processing, activity.processing_told, "life processing");
-  tell(progress.life_finished, activity.end_told, "life finished");
+  print_once(progress.processing, activity.processing_printed, "life processing");
+  print_once(progress.life_finished, activity.end_printed, "life finished");
   if (!progress.hammer_finished) return;
   LineBuffer line;
   std::snprintf(line.data(), line.size(), "hammer finished rounds=%llu odd=%llu lost=%llu",
                 static_cast<unsigned long long>(activity.hammer->rounds()),
                 static_cast<unsigned long long>(activity.hammer->odd_rounds()),
                 static_cast<unsigned long long>(activity.hammer->lost_reports()));
-  tell(true, activity.end_told, line.data());
+  print_once(true, activity.end_printed, line.data());
 }
 
 // The present state of the record: what differs from it later is news.
@@ -224,7 +224,7 @@ void follow_engine(const Record& record, Activity& activity, Seen& seen) {
   const bool was_loaded = activity.engine_life->is_loaded();
   if (activity.engine_life->look()) {
     seen = seen_now(record);
-    activity.processing_told = false;
+    activity.processing_printed = false;
     print_line("life loaded");
   } else if (was_loaded && !activity.engine_life->is_loaded()) {
     print_line("life unloaded");
@@ -272,7 +272,7 @@ void follow(const Record& record, const Options& options, Seen seen, bool magic_
     follow_engine(record, activity, seen);
     const Progress progress = progress_of(activity);
     follow_service(record, options, progress, activity, seen);
-    tell_progress(progress, activity);
+    print_progress(progress, activity);
     pause_until(wake_ns);
   }
 }

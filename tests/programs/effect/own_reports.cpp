@@ -116,7 +116,7 @@ void mode(const Record& record, unsigned mode, unsigned kind) {
 
 void processed_block(const Record& record) { add<std::uint64_t>(record, at_total_processed_blocks, 1); }
 
-// The bits of one query: count, value and success are each told by the lowest bit and the width.
+// Replaces `width` bits from bit `lowest` on.
 void replace_bits(std::uint64_t& word, unsigned lowest, unsigned width, std::uint64_t value) {
   const std::uint64_t mask = bit(width) - 1;
   word = (word & ~(mask << lowest)) | (value << lowest);
@@ -153,23 +153,21 @@ bool is_mode_reported(const Record& record, unsigned mode, unsigned kind) {
   return (load<std::uint64_t>(record, at_mode_masks) & bit(16 * kind + mode)) != 0;
 }
 
-const Reports own_reports = {
-    .initialize_attempt = initialize_attempt,
-    .initialize_success = initialize_success,
-    .initialize_progress = initialize_progress,
-    .format_negotiation = format_negotiation,
-    .lock_attempt = lock_attempt,
-    .lock_input_format = lock_input_format,
-    .lock_output_format = lock_output_format,
-    .lock_progress = lock_progress,
-    .lock_success = lock_success,
-    .applied = applied,
-    .processing = processing,
-    .mode = mode,
-    .processed_block = processed_block,
-    .query = query,
-    .capture = capture,
-};
+const Reports own_reports = {.initialize_attempt = initialize_attempt,
+                             .initialize_success = initialize_success,
+                             .initialize_progress = initialize_progress,
+                             .format_negotiation = format_negotiation,
+                             .lock_attempt = lock_attempt,
+                             .lock_input_format = lock_input_format,
+                             .lock_output_format = lock_output_format,
+                             .lock_progress = lock_progress,
+                             .lock_success = lock_success,
+                             .applied = applied,
+                             .processing = processing,
+                             .mode = mode,
+                             .processed_block = processed_block,
+                             .query = query,
+                             .capture = capture};
 
 const Reports& reports_for(const Options& options) {
   return options.through_shared_writers ? shared_reports : own_reports;

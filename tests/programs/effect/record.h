@@ -25,7 +25,7 @@ struct Enhancement {
   float strength;
 };
 
-// What the algorithm word asks for. These defaults stand where the word is not valid.
+// What the algorithm word asks for. The defaults are used where the word is not valid.
 struct Algorithm {
   float trim_db = 0;
   float time_alpha = 0;

@@ -1,5 +1,5 @@
 // What the effect reports of its life. There are two sets of writers, so that two definitions of the words
-// meet on one record: the test effect's own, written from docs/record.md alone, and those of the service's
+// meet on one record: the test effect's own, written only from docs/record.md, and those of the service's
 // source tree. Nothing in a report waits, and any number of threads and processes may report at once.
 #pragma once
 

@@ -36,7 +36,7 @@ void add(const Record& record, std::size_t offset, Word amount) {
   if (holds<Word>(record, offset)) word_at<Word>(record, offset).fetch_add(amount);
 }
 
-// A word that stands still, or is guarded by the sequence word.
+// For a word that does not change, or that the sequence word guards.
 template <typename Word>
 Word load_plain(const Record& record, std::size_t offset) {
   return holds<Word>(record, offset) ? word_at<Word>(record, offset).load(std::memory_order_acquire) : 0;

@@ -1,6 +1,5 @@
-// Stands in for the audio engine: a process `audiodg.exe` that loads the libraries it is told. Whoever looks
-// at the system's processes then finds the effect loaded, or not. Each thing that it does is one line on
-// standard output, so that a test can wait for it.
+// The test engine: a process `audiodg.exe` that loads libraries on command, so that the effect appears loaded
+// in the system's lists or not. It prints one line for each act, for tests to wait for.
 #include <algorithm>
 #include <array>
 #include <csignal>

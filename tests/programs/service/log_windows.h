@@ -1,10 +1,10 @@
 // The test service's log: lines "MILLISECONDS NAME WORD", the time counted from 1970 (UTC), the word one of
 //   start    the manager has asked it to start
-//   running  it has told the manager that it runs
+//   running  it has reported to the manager that it runs
 //   stop     it has been asked to stop and does
 //   refused  it has been asked to stop and runs on
 //   stopped  it has stopped
-// A line stands in the file before the manager learns of it.
+// A line is in the file before the manager learns of it.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-// Stands in for a service of Windows. A test registers it under a name of its choice, `Audiosrv` for one,
-// and says how it is to behave; what it then does, the control manager has it do.
+// The test service. A test registers it under a name, such as `Audiosrv`, and sets its behaviour; the service
+// control manager then starts and stops it.
 #include <windows.h>
 
 #include <shellapi.h>

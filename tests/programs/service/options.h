@@ -26,7 +26,7 @@ struct Options {
   // and it answers so when it is asked (Wine takes each answer for a yes, and the service runs on).
   std::uint32_t stop_error = 0;
   std::uint32_t start_error = 0;    // the Win32 error with which it ends instead of running
-  bool exits_at_start = false;      // its process ends before it has told the manager of itself
+  bool exits_at_start = false;      // its process ends before it has reported to the manager
   bool is_disabled = false;         // the manager does not start it
   std::wstring log;                 // the file that it logs to; empty: none
   std::vector<std::wstring> needs;  // the services that it depends on

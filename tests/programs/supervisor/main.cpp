@@ -1,7 +1,7 @@
-// Plays the part of Windows' audio service beside the stand-in engine: it starts the engine, ends it and
+// Plays the part of Windows' audio service for the test engine: it starts the engine, ends it and
 // starts it anew when the service restarts `Audiosrv` on the machine of VELMORA_MACHINE, and plays sound on
 // the device that the machine names (sound.h). As on Windows, chains are read when an engine starts: it loads
-// the effect if an active device has it in its chain. The stand-in effect lives as this program says
+// the effect if an active device has it in its chain. The test effect lives as this program says
 // (effect/engine_life.h). Each thing that happens is one line on standard output.
 #include <unistd.h>
 

@@ -1,13 +1,16 @@
-#include "mapping.h"
+#include "system.h"
 
 #include <windows.h>
 
 #include <string>
 
+#include "base/text.h"
+
 namespace velmora::effect {
 
-// Without a security descriptor, so that it also works where the service's text is not understood: Wine's
-// reader of such texts does not know the trustee for write-restricted code.
+std::filesystem::path capture_path(const std::string& text) { return wide_from_utf8_replacing(text); }
+
+// Without a security descriptor: Wine does not know one of the trustees in the service's.
 std::optional<std::uint32_t> make_mapping(std::u16string_view name, std::size_t size, SharedMapping& out,
                                           bool& already_existed) {
   const std::wstring wide_name(name.begin(), name.end());
