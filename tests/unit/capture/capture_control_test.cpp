@@ -8,6 +8,7 @@
 #include "capture/capture_directory.h"
 #include "unit/capture/support/captures.h"
 #include "unit/support/fresh_machine.h"
+#include "unit/support/split.h"
 
 namespace velmora {
 namespace {
@@ -35,27 +36,13 @@ TEST(CaptureCommand, HasThreeActions) {
 }
 
 TEST(CaptureCommand, IsRefusedForAnyOtherAction) {
-  for (const std::string body : {"",
-                                 "{}",
-                                 R"({"seconds":5})",
-                                 R"({"action":"Start"})",
-                                 R"({"action":"STOP"})",
-                                 R"({"action":"Export"})",
-                                 R"({"action":""})",
-                                 R"({"action":" start"})",
-                                 R"({"action":"start "})",
-                                 R"({"action":"star"})",
-                                 R"({"action":"starts"})",
-                                 R"({"action":"start\n"})",
-                                 R"({"action":"\u0073tart"})",
-                                 R"({"action":1})",
-                                 R"({"action":true})",
-                                 R"({"action":null})",
-                                 R"({"action":["start"]})",
-                                 R"({"action":start})",
-                                 R"({"action":"start)",
-                                 R"({"Action":"start"})",
-                                 R"({"action""start"})"}) {
+  for (const std::string& body :
+       split(R"(|{}|{"seconds":5}|{"action":"Start"}|{"action":"STOP"}|{"action":"Export"}|)"
+             R"({"action":""}|{"action":" start"}|{"action":"start "}|{"action":"star"}|)"
+             R"({"action":"starts"}|{"action":"start\n"}|{"action":"\u0073tart"}|{"action":1}|)"
+             R"({"action":true}|{"action":null}|{"action":["start"]}|{"action":start}|{"action":"start|)"
+             R"({"Action":"start"}|{"action""start"})",
+             '|')) {
     EXPECT_EQ(parse_capture_body(body).error, action_refused) << body;
   }
   // A NUL is a byte like any other, and never an end.

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "unit/support/fresh_machine.h"
+#include "unit/support/split.h"
 
 namespace velmora {
 namespace {
@@ -53,16 +54,10 @@ TEST(RequestHead, TakesMethodTargetAndHeaders) {
 }
 
 TEST(RequestHead, AcceptsEveryVersionThatBeginsWithItsPrefix) {
-  const std::string rows[] = {
-      "GET / HTTP/1.1",
-      "GET / HTTP/1.0",
-      "GET / HTTP/1.9x",
-      "GET / HTTP/1.",
-      "GET / HTTP/1.1 more and more",
-      "  GET\t\v/\f HTTP/1.1 ",
-      "get / HTTP/1.1",
-      "GET / HTTP/1.1\r",
-  };
+  const std::vector<std::string> rows = split(
+      "GET / HTTP/1.1|GET / HTTP/1.0|GET / HTTP/1.9x|GET / HTTP/1.|"
+      "GET / HTTP/1.1 more and more|  GET\t\v/\f HTTP/1.1 |get / HTTP/1.1|GET / HTTP/1.1\r",
+      '|');
   for (const std::string& head : rows) {
     SCOPED_TRACE(head);
     const ExactBlock block(head);
@@ -75,24 +70,11 @@ TEST(RequestHead, AcceptsEveryVersionThatBeginsWithItsPrefix) {
 }
 
 TEST(RequestHead, RefusesABadRequestLine) {
-  const std::string rows[] = {
-      "",
-      " ",
-      "GET",
-      "GET /",
-      "GET / ",
-      "GET / HTTP/2.0",
-      "GET / http/1.1",
-      "GET / HTTP/1",
-      "GET / HTTP/11",
-      "GET / Http/1.1",
-      "GET HTTP/1.1",
-      "GET / x HTTP/1.1",
-      "\r",
-      "\r\nGET / HTTP/1.1",
-      "\nGET / HTTP/1.1",
+  const std::vector<std::string> rows = split(
+      "| |GET|GET /|GET / |GET / HTTP/2.0|GET / http/1.1|GET / HTTP/1|GET / HTTP/11|"
+      "GET / Http/1.1|GET HTTP/1.1|GET / x HTTP/1.1|\r|\r\nGET / HTTP/1.1|\nGET / HTTP/1.1|"
       "GET /\nHTTP/1.1",
-  };
+      '|');
   for (const std::string& head : rows) {
     SCOPED_TRACE(::testing::PrintToString(head));
     const ExactBlock block(head);
@@ -160,19 +142,8 @@ TEST(RequestHead, ReadsContentLengthsOfDigitsAlone) {
 }
 
 TEST(RequestHead, RefusesEveryOtherContentLength) {
-  const std::string rows[] = {"",
-                              " ",
-                              "+5",
-                              "-5",
-                              "-0",
-                              "5x",
-                              "x5",
-                              "5 5",
-                              "5,5",
-                              "0x5",
-                              "5.0",
-                              "18446744073709551616",
-                              "99999999999999999999999"};
+  const std::vector<std::string> rows =
+      split("| |+5|-5|-0|5x|x5|5 5|5,5|0x5|5.0|18446744073709551616|99999999999999999999999", '|');
   for (const std::string& value : rows) {
     SCOPED_TRACE(value);
     const ExactBlock block("GET / HTTP/1.1\r\nContent-Length:" + value);

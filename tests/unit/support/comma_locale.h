@@ -1,4 +1,4 @@
-// Numbers with a decimal comma, for code that must not depend on the locale.
+// A locale with a decimal comma, for code that must not depend on the locale.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,10 +8,10 @@
 
 namespace velmora {
 
-// Changes the process's locale to one with a decimal comma. False where there is none.
+// Switch the process to a locale with a decimal comma. Return false if there is none.
 [[nodiscard]] bool set_comma_locale();
 
-// The process has a locale with a decimal comma for as long as this lives.
+// Sets a locale with a decimal comma for the lifetime of the object.
 class CommaLocale {
  public:
   CommaLocale() {

@@ -4,7 +4,7 @@
 
 namespace velmora {
 
-// The build has made the locale, so that the test needs none of the system's.
+// The build creates the locale, so the test needs no installed one.
 bool set_comma_locale() {
   return setenv("LOCPATH", VELMORA_LOCALES, 1) == 0 && std::setlocale(LC_ALL, "velmora_comma") != nullptr;
 }

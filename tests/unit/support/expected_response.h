@@ -1,4 +1,4 @@
-// The bytes of a response as clients know them, typed apart from the code that writes them.
+// The bytes of a response as a client receives them, written independently of the code under test.
 #pragma once
 
 #include <string>

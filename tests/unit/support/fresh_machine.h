@@ -1,4 +1,4 @@
-// What the unit tests share: a new machine in memory for each test, which has to be empty again at its end.
+// Shared by the unit tests: a new memory machine for each test, which must have released everything at its end.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,6 +13,9 @@
 #include <string_view>
 #include <utility>
 
+#include "capture/capture_directory.h"
+#include "capture/preset_directory.h"
+#include "engine/algorithm_version.h"
 #include "memory/http_service.h"
 #include "memory/system.h"
 #include "platform/sockets.h"
@@ -20,17 +23,16 @@
 
 namespace velmora {
 
-// Every test of a derived suite starts on a new machine and with no stop asked for.
+// Starts each test of a derived suite on a new machine, with no stop requested and no global option set.
 class FreshMachine : public ::testing::Test {
  protected:
   void SetUp() override {
-    memory::reset();
+    renew();
     memory::reset_http_service();
-    stop_requested = false;
   }
   void TearDown() override {
     {
-      // A session check that is still in flight would come to the next test's service.
+      // A session check in flight would reach the service of the next test.
       const std::lock_guard lock(memory::http_service().guard);
       EXPECT_TRUE(memory::http_service().open.empty());
     }
@@ -40,18 +42,26 @@ class FreshMachine : public ::testing::Test {
     EXPECT_TRUE(memory::system().state.open_services.empty());
     EXPECT_EQ(memory::system().com_started, 0);
     EXPECT_EQ(memory::system().sockets_started, 0);
+    renew();
+  }
+
+ private:
+  static void renew() {
     memory::reset();
     stop_requested = false;
+    capture_directory_override.clear();
+    preset_directory_override.clear();
+    algorithm_version.clear();
   }
 };
 
-// How often the machine was asked for an operation.
+// How often the machine executed an operation.
 inline std::ptrdiff_t calls_of(std::string_view operation) {
   const auto& log = memory::system().log;
   return std::count(log.begin(), log.end(), operation);
 }
 
-// A connection that the service has accepted already.
+// A connection accepted by the service.
 struct Accepted {
   std::shared_ptr<memory::Connection> client;
   Socket socket;
@@ -67,7 +77,7 @@ inline Accepted accept_client(std::deque<std::string> to_service) {
   return accepted;
 }
 
-// A copy of some bytes in a heap block of exactly their size, so that a sanitizer sees each read beyond it.
+// A copy of bytes in a heap block of their exact size, so that a sanitizer reports any read beyond it.
 class ExactBlock {
  public:
   explicit ExactBlock(std::string_view bytes) : bytes_(new char[bytes.size()]), size_(bytes.size()) {
