@@ -1,4 +1,4 @@
-// One file because it mirrors one source: the text of a snapshot, and what a snapshot is taken from.
+// One file because it tests one source: taking a snapshot and writing its text.
 #include "api/status_document.h"
 
 #include <gtest/gtest.h>
@@ -13,8 +13,6 @@ namespace velmora {
 namespace {
 
 using namespace status_machine;
-using Log = std::vector<std::string>;
-
 std::size_t count_of(std::string_view text, std::string_view fragment) {
   std::size_t count = 0;
   for (std::size_t at = text.find(fragment); at != std::string_view::npos; at = text.find(fragment, at + 1)) {
@@ -27,7 +25,7 @@ constexpr std::string_view endpoint_id = "{0.0.0.00000000}.{feab839f-3407-471a-a
 
 using StatusDocument = StatusMachine;
 
-// A snapshot in which no two numbers and no two texts are the same.
+// A snapshot in which all numbers differ and all texts differ.
 StatusSnapshot distinct_snapshot() {
   StatusSnapshot snapshot;
   snapshot.volume = {true, 0.6f, false, 101};
@@ -118,7 +116,7 @@ AccountSession distinct_session() {
   return session;
 }
 
-TEST_F(StatusDocument, HoldsEachValueUnderItsKeyInOrder) {
+TEST_F(StatusDocument, ContainsEachValueUnderItsKeyInOrder) {
   EXPECT_EQ(
       write_status_json(distinct_snapshot(), "the endpoint", distinct_session()),
       R"({"render":{"available":true,"volume":0.6,"muted":false,"error_code":101},)"
@@ -172,7 +170,7 @@ struct Scene {
 
 TEST_F(StatusDocument, TakesEachWordFromItsOwnFlag) {
   const struct {
-    std::string fragment;  // in front of the word, which is "false" in a scene without anything
+    std::string fragment;  // precedes the word, which is "false" in an empty scene
     std::function<void(Scene&)> set;
   } rows[] = {
       {"\"render\":{\"available\":", [](auto& scene) { scene.snapshot.volume.available = true; }},
@@ -225,7 +223,7 @@ TEST_F(StatusDocument, TakesEachWordFromItsOwnFlag) {
     return write_status_json(scene.snapshot, "", scene.session);
   };
   const std::string before = text_of(nothing);
-  // All of them and "signed_in", which is no flag of its own.
+  // All flags and "signed_in", which is derived.
   EXPECT_EQ(count_of(before, ":false"), std::size(rows) + 1);
   EXPECT_EQ(count_of(before, "true"), 0u);
   for (const auto& row : rows) {
@@ -239,7 +237,7 @@ TEST_F(StatusDocument, TakesEachWordFromItsOwnFlag) {
   }
 }
 
-TEST_F(StatusDocument, TellsSomebodySignedInByAnAccountAlone) {
+TEST_F(StatusDocument, ReportsASignedInUserByTheAccountHash) {
   AccountSession session;
   session.account_hash = "x";
   EXPECT_EQ(count_of(write_status_json({}, "", session), R"("session":{"account":"x","signed_in":true,)"),
@@ -249,7 +247,7 @@ TEST_F(StatusDocument, TellsSomebodySignedInByAnAccountAlone) {
   EXPECT_EQ(count_of(write_status_json({}, "", rest), R"("session":{"account":"","signed_in":false,)"), 1u);
 }
 
-TEST_F(StatusDocument, NeverShowsTheTokenOfTheSession) {
+TEST_F(StatusDocument, NeverContainsTheSessionToken) {
   AccountSession session = distinct_session();
   session.token = "Credential-4711";
   const std::string with = write_status_json(distinct_snapshot(), endpoint_id, session);
@@ -293,56 +291,35 @@ TEST_F(StatusDocument, EscapesEveryText) {
             1u);
 }
 
-TEST_F(StatusDocument, WritesEachFloatWithSevenDigitsAndWhatIsNoNumberAsAWord) {
-  const struct {
-    std::string key;
-    float& (*field)(StatusSnapshot&);
-  } fields[] = {
-      {"volume", [](StatusSnapshot& snapshot) -> float& { return snapshot.volume.volume; }},
-      {"enhance_strength",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.footstep.enhance_strength; }},
-      {"output_trim_db",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.algorithm.output_trim_db; }},
-      {"mask_time_alpha",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.algorithm.mask_time_alpha; }},
-      {"limiter_ceiling_db",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.algorithm.limiter_ceiling_db; }},
-      {"applied_strength",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.diagnostics.applied_strength; }},
-      {"processing_gain_db",
-       [](StatusSnapshot& snapshot) -> float& { return snapshot.diagnostics.processing_gain_db; }},
-  };
-  const struct {
-    float value;
-    std::string text;
-  } rows[] = {
-      {0.6f, "0.6"},
-      {0.1f, "0.1"},
-      {0.12345678f, "0.1234568"},
-      {1234567.0f, "1234567"},
-      {12345678.0f, "1.234568e+07"},
-      {-0.0f, "-0"},
-      {1e-5f, "1e-05"},
-      {std::numeric_limits<float>::infinity(), "inf"},
-      {-std::numeric_limits<float>::infinity(), "-inf"},
-      {std::numeric_limits<float>::quiet_NaN(), "nan"},
-      {-std::numeric_limits<float>::quiet_NaN(), "nan"},
-      {std::numeric_limits<float>::signaling_NaN(), "nan"},
-  };
-  for (const auto& field : fields) {
-    for (const auto& row : rows) {
-      SCOPED_TRACE(field.key + " " + row.text);
-      StatusSnapshot snapshot;
-      field.field(snapshot) = row.value;
-      const std::string text = write_status_json(snapshot, "", {});
-      const std::string fragment = "\"" + field.key + "\":" + row.text;
-      EXPECT_EQ(count_of(text, fragment + ",") + count_of(text, fragment + "}"), 1u);
+TEST_F(StatusDocument, WritesFloatsWithSevenDigits) {
+  StatusSnapshot snapshot;
+  float* const fields[] = {&snapshot.volume.volume,
+                           &snapshot.footstep.enhance_strength,
+                           &snapshot.algorithm.output_trim_db,
+                           &snapshot.algorithm.mask_time_alpha,
+                           &snapshot.algorithm.limiter_ceiling_db,
+                           &snapshot.diagnostics.applied_strength,
+                           &snapshot.diagnostics.processing_gain_db};
+  const std::string keys[] = {
+      "volume",           "enhance_strength",  "output_trim_db", "mask_time_alpha", "limiter_ceiling_db",
+      "applied_strength", "processing_gain_db"};
+  const std::pair<float, std::string> rows[] = {{0.12345678f, "0.1234568"},
+                                                {12345678.0f, "1.234568e+07"},
+                                                {-0.0f, "-0"},
+                                                {-std::numeric_limits<float>::infinity(), "-inf"},
+                                                {std::numeric_limits<float>::quiet_NaN(), "nan"}};
+  for (const auto& [value, written] : rows) {
+    for (float* const field : fields) *field = value;
+    const std::string text = write_status_json(snapshot, "", {});
+    for (const std::string& key : keys) {
+      const std::string fragment = "\"" + key + "\":" + written;
+      EXPECT_EQ(count_of(text, fragment + ",") + count_of(text, fragment + "}"), 1u) << fragment;
     }
   }
 }
 
-TEST_F(StatusDocument, ShowsWhatTheProbeOfTheAlgorithmFoundAtStart) {
-  for (const std::string version : {"not found", "unknown", "unavailable", "1.2.3", ""}) {
+TEST_F(StatusDocument, ContainsTheAlgorithmVersionFoundAtStart) {
+  for (const std::string version : {"not found", "1.2.3"}) {
     algorithm_version = version;
     EXPECT_EQ(count_of(write_status_json({}, "", {}),
                        R"("versions":{"app":"1.2.0","algorithm":")" + version + R"("})"),
@@ -353,63 +330,25 @@ TEST_F(StatusDocument, ShowsWhatTheProbeOfTheAlgorithmFoundAtStart) {
 constexpr std::string_view some_render =
     R"("render":{"available":true,"volume":0.25,"muted":true,"error_code":0})";
 
-TEST_F(StatusDocument, IsCompleteOnAMachineWithEverything) {
+TEST_F(StatusDocument, IsCompleteOnAFullMachine) {
   set_up_everything();
   EXPECT_EQ(build_status_json(bridge_, {true, 0.25f, true, 0}, endpoint_id, {}),
             filled_document(some_render));
 }
 
-TEST_F(StatusDocument, IsCompleteOnAMachineWithNothingAndAClosedBridge) {
+TEST_F(StatusDocument, IsCompleteOnAnEmptyMachineWithAClosedBridge) {
   EXPECT_EQ(build_status_json(bridge_, {true, 0.25f, true, 0}, "", {}), empty_document(some_render));
 }
 
-TEST_F(StatusDocument, IsTheTextOfItsSnapshot) {
-  set_up_everything();
-  const EndpointVolumeState volume{true, 0.25f, true, 7};
-  const StatusSnapshot snapshot = take_status_snapshot(bridge_, volume, endpoint_id);
-  EXPECT_EQ(build_status_json(bridge_, volume, endpoint_id, distinct_session()),
-            write_status_json(snapshot, endpoint_id, distinct_session()));
-}
-
-TEST_F(StatusDocument, AsksTheMachineOnceForEachPartInOrderAndHoldsNothing) {
-  set_up_everything();
-  static_cast<void>(take_status_snapshot(bridge_, {}, endpoint_id));
-  const std::string fx = endpoint::fx_path();
-  EXPECT_EQ(
-      memory::system().log,
-      (Log{"GetTokenInformation",
-           "StringFromGUID2",
-           "RegGetValueW SOFTWARE\\Classes\\CLSID\\{631D9145-CACF-44D7-861B-5D82ADD8C84F}\\InprocServer32 ",
-           "RegGetValueW SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio DisableProtectedAudioDG",
-           "StringFromGUID2",
-           "CreateToolhelp32Snapshot processes",
-           "Process32FirstW",
-           "Process32NextW",
-           "CloseHandle",
-           "CreateToolhelp32Snapshot modules",
-           "Module32FirstW",
-           "Module32NextW",
-           "Module32NextW",
-           "Module32NextW",
-           "CloseHandle",
-           "RegOpenKeyExW " + fx,
-           std::string("RegQueryValueExW ") + endpoint::chain_name,
-           std::string("RegQueryValueExW ") + endpoint::chain_name,
-           "RegCloseKey HKEY_LOCAL_MACHINE\\" + fx,
-           "StringFromGUID2"}));
-}
-
-TEST_F(StatusDocument, LooksAtNoBindingWithoutAnEndpoint) {
+TEST_F(StatusDocument, ReadsNoBindingWithoutAnEndpoint) {
   set_up_everything();
   const StatusSnapshot snapshot = take_status_snapshot(bridge_, {}, "");
   EXPECT_EQ(snapshot.binding.error_code, -2147024809);
   EXPECT_FALSE(snapshot.binding.bound);
   EXPECT_FALSE(snapshot.binding.fx_key_present);
   EXPECT_TRUE(snapshot.binding.chain.empty());
-  for (const std::string& entry : memory::system().log) {
-    EXPECT_FALSE(entry.starts_with("RegOpenKeyExW") || entry.starts_with("RegQueryValueExW")) << entry;
-  }
-  EXPECT_EQ(calls_of("StringFromGUID2"), 2);
+  for (const std::string& entry : memory::system().log)
+    EXPECT_FALSE(entry.starts_with("RegOpenKeyExW")) << entry;
 }
 
 TEST_F(StatusDocument, ChangesNeitherTheRecordNorTheMachine) {
@@ -424,7 +363,7 @@ TEST_F(StatusDocument, ChangesNeitherTheRecordNorTheMachine) {
   EXPECT_EQ(memory::system().files.size(), files);
 }
 
-TEST_F(StatusDocument, AsksAfreshEachTime) {
+TEST_F(StatusDocument, ReadsTheMachineOnEachCall) {
   set_up_everything();
   static_cast<void>(build_status_json(bridge_, {}, endpoint_id, {}));
   memory::system().state.registry = {};
@@ -435,7 +374,7 @@ TEST_F(StatusDocument, AsksAfreshEachTime) {
   EXPECT_EQ(build_status_json(bridge_, {true, 0.25f, true, 0}, "", {}), empty_document(some_render));
 }
 
-TEST_F(StatusDocument, ShowsARecordWhoseEnhancementIsRefusedAsItStands) {
+TEST_F(StatusDocument, ShowsOutOfRangeValuesOfTheRecordUnchanged) {
   set_up_everything();
   const auto region = memory::system().regions.at(u"Local\\status").lock();
   region->words[2] = 0x000000003FC00000;         // a strength of 1.5
@@ -462,9 +401,11 @@ TEST_F(StatusDocument, ShowsTheFirstContentsOfANewRecord) {
   EXPECT_EQ(count_of(text, "\"control_bridge_available\":true," + diagnostics), 1u);
 }
 
-TEST_F(StatusDocument, ShowsAProbeThatFailsInItsOwnPartAlone) {
-  constexpr std::string_view class_id = R"("{631D9145-CACF-44D7-861B-5D82ADD8C84F}")";
-  const std::string host = R"("protected_audio_dg_disabled":true,)";
+TEST_F(StatusDocument, ShowsAFailedProbeOnlyInItsOwnPart) {
+  const std::string without_library =
+      R"("apo_host":{"elevated":true,"clsid_registered":false,"protected_audio_dg_disabled":true,)"
+      R"("apo_dll_present":false,"algorithm_present":false,"apo_dll_path":"",)"
+      R"("render_clsid":"{631D9145-CACF-44D7-861B-5D82ADD8C84F}"})";
   const std::string binding = R"("apo_binding":{"endpoint_id":")" + std::string(endpoint_id) + "\",";
   const std::string chain =
       R"("chain":["{9063CBD4-3561-449D-8011-E21BBB69B9DB}","{631D9145-CACF-44D7-861B-5D82ADD8C84F}"]})";
@@ -475,22 +416,12 @@ TEST_F(StatusDocument, ShowsAProbeThatFailsInItsOwnPartAlone) {
     std::string after;
   } rows[] = {
       {"GetTokenInformation", {5}, R"("elevated":true)", R"("elevated":false)"},
-      {"RegGetValueW",
-       {2},
-       filled_host,
-       R"("apo_host":{"elevated":true,"clsid_registered":false,)" + host +
-           R"("apo_dll_present":false,"algorithm_present":false,"apo_dll_path":"","render_clsid":)" +
-           std::string(class_id) + "}"},
+      {"RegGetValueW", {2}, filled_host, without_library},
+      {"StringFromGUID2", {1}, filled_host, without_library},
       {"RegGetValueW",
        {0, 5},
        R"("protected_audio_dg_disabled":true)",
        R"("protected_audio_dg_disabled":false)"},
-      {"StringFromGUID2",
-       {1},
-       filled_host,
-       R"("apo_host":{"elevated":true,"clsid_registered":false,)" + host +
-           R"("apo_dll_present":false,"algorithm_present":false,"apo_dll_path":"","render_clsid":)" +
-           std::string(class_id) + "}"},
       {"StringFromGUID2",
        {0, 1},
        R"("render_clsid":"{631D9145-CACF-44D7-861B-5D82ADD8C84F}")",
@@ -535,7 +466,7 @@ TEST_F(StatusDocument, ShowsAProbeThatFailsInItsOwnPartAlone) {
   }
 }
 
-TEST_F(StatusDocument, ShowsTheStatusOfALookThatFailsForTheIdAlone) {
+TEST_F(StatusDocument, ShowsTheErrorOfABadEndpointId) {
   set_up_everything();
   const struct {
     std::string id;
@@ -555,7 +486,7 @@ TEST_F(StatusDocument, ShowsTheStatusOfALookThatFailsForTheIdAlone) {
   }
 }
 
-TEST_F(StatusDocument, ShowsAnEndpointThatIsNotBound) {
+TEST_F(StatusDocument, ShowsAnUnboundEndpoint) {
   set_up_everything();
   endpoint::set_up(endpoint::Words{.chain = "F L"});
   EXPECT_EQ(count_of(build_status_json(bridge_, {}, endpoint_id, {}),

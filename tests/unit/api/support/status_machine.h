@@ -1,5 +1,5 @@
-// A machine on which everything that the status document asks for is there, and the texts that its parts of
-// the document are, typed apart from the code that writes them.
+// A machine with everything that the status document shows, and the expected parts of the document, written
+// independently of the code under test.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -50,7 +50,7 @@ inline void set_up() {
                          {u"fse.dll", endpoint::widen(directory + "fse.dll")}}}};
 }
 
-// What the service and the effect have put into the record.
+// The values that the service and the effect write into the record.
 inline void fill(ControlBridge& bridge) {
   ASSERT_EQ(bridge.publish_footstep(false, true, 0.625f), BridgeResult::done);
   ASSERT_EQ(bridge.publish_algorithm({-5.5f, 0.6f, 3, false, -12.0f, 2, 0}), BridgeResult::done);
@@ -115,7 +115,7 @@ constexpr std::string_view signed_out_session =
 constexpr std::string_view named_version =
     R"("versions":{"app":"1.2.0","algorithm":"3.14.15"},"control_bridge":"shared_memory_v8")";
 
-// The whole document of such a machine while nobody is signed in, beside this `render` member.
+// The whole document of such a machine with this `render` member, while nobody is signed in.
 inline std::string filled_document(std::string_view render) {
   std::string text = "{" + std::string(render);
   for (const std::string_view part : {filled_footstep, signed_out_session, named_version,
@@ -126,7 +126,7 @@ inline std::string filled_document(std::string_view render) {
   return text + "}";
 }
 
-// What stands where nothing can be read.
+// The parts when nothing can be read.
 constexpr std::string_view default_footstep =
     R"("footstep":{"bypass":true,"bypass_all":false,"enhance_strength":0,"output_trim_db":0,)"
     R"("mask_time_alpha":0,"mask_frequency_smooth":0,"limiter_enabled":true,"limiter_ceiling_db":-1,)"
@@ -174,7 +174,7 @@ inline std::string empty_document(std::string_view render) {
   return text + "}";
 }
 
-// Every test of it runs with algorithm_version "3.14.15".
+// Sets algorithm_version to "3.14.15" for each test.
 class StatusMachine : public FreshMachine {
  protected:
   void SetUp() override {
@@ -183,10 +183,9 @@ class StatusMachine : public FreshMachine {
   }
   void TearDown() override {
     bridge_.close();
-    algorithm_version.clear();
     FreshMachine::TearDown();
   }
-  // Everything there is, and nothing in the log.
+  // The full machine with an open bridge and an empty log.
   void set_up_everything() {
     set_up();
     std::string message;
