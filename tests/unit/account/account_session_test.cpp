@@ -27,20 +27,19 @@ AccountSession full_session() {
   return session;
 }
 
-TEST_F(Session, BeginsSignedOut) {
-  EXPECT_EQ(session_, AccountSession());
+TEST_F(Session, StartsSignedOut) {
   EXPECT_TRUE(session_.account_hash.empty());
   EXPECT_EQ(session_.signed_in_unix, 0);
 }
 
-TEST_F(Session, BeginsAtThePresentTime) {
+TEST_F(Session, StartsAtThePresentTime) {
   begin_session(session_, "hash", "token");
   EXPECT_EQ(session_.account_hash, "hash");
   EXPECT_EQ(session_.token, "token");
   EXPECT_EQ(session_.signed_in_unix, 1'700'000'000);
 }
 
-TEST_F(Session, KeepsTheUsageOfTheSameUserAndNotTheTime) {
+TEST_F(Session, KeepsTheUsageOfTheSameUser) {
   session_ = full_session();
   begin_session(session_, "hash", "another token");
   EXPECT_EQ(session_.usage_seconds, 60);
@@ -48,13 +47,13 @@ TEST_F(Session, KeepsTheUsageOfTheSameUserAndNotTheTime) {
   EXPECT_EQ(session_.token, "another token");
 }
 
-TEST_F(Session, CountsAnotherUsersUsageFromZero) {
+TEST_F(Session, StartsTheUsageOfAnotherUserAtZero) {
   session_ = full_session();
   begin_session(session_, "another hash", "token");
   EXPECT_EQ(session_.usage_seconds, 0);
 }
 
-TEST_F(Session, CountsUsageFromZeroAfterASignOutOfTheSameUser) {
+TEST_F(Session, StartsAtZeroAfterASignOut) {
   session_ = full_session();
   clear_session(session_);
   EXPECT_EQ(session_.usage_seconds, 60);
@@ -63,7 +62,7 @@ TEST_F(Session, CountsUsageFromZeroAfterASignOutOfTheSameUser) {
   EXPECT_EQ(session_.public_id, "P1");
 }
 
-TEST_F(Session, KeepsWhatIsOnlyShownWhenItEnds) {
+TEST_F(Session, KeepsDisplayedValuesWhenItEnds) {
   session_ = full_session();
   clear_session(session_);
   AccountSession expected = full_session();
@@ -83,7 +82,7 @@ TEST_F(Session, CountsUsageWhileSomebodyIsSignedIn) {
   EXPECT_EQ(session_.usage_seconds, 31);
 }
 
-TEST_F(Session, KnowsAPrimaryMachineEvenAsNone) {
+TEST_F(Session, KnowsAnEmptyPrimaryMachine) {
   set_primary_machine(session_, "");
   EXPECT_TRUE(session_.primary_known);
   set_primary_machine(session_, "M2");
@@ -120,13 +119,13 @@ TEST_F(StaleSession, IsRemovedFromTheCommonDataDirectory) {
   EXPECT_EQ(removed_from(u"D:\\data"), "D");
 }
 
-TEST_F(StaleSession, IsLookedForWhereWindowsHasItWhenTheVariableIsTooLong) {
+TEST_F(StaleSession, IsSearchedInTheDefaultDirectoryIfTheVariableIsTooLong) {
   const auto path_of = [](std::size_t units) { return std::u16string(u"D:\\data").append(units - 7, u'x'); };
   EXPECT_EQ(removed_from(path_of(259)), "");
   EXPECT_EQ(removed_from(path_of(260)), "C");
 }
 
-TEST_F(StaleSession, IsNotMissed) {
+TEST_F(StaleSession, MayBeMissing) {
   remove_stale_session_file();
   memory::system().files["C:\\ProgramData\\Velmora\\session.json"].kind = FileKind::directory;
   remove_stale_session_file();

@@ -29,7 +29,7 @@ TEST_F(SessionCheck, SendsTheHashAndTheToken) {
   EXPECT_EQ(take_requests(), (Requests{check_request}));
 }
 
-TEST_F(SessionCheck, EndsASessionOnlyWhereTheBytesSayIt) {
+TEST_F(SessionCheck, EndsASessionOnlyOnTheExactBytes) {
   const struct {
     std::string body;
     bool active;
@@ -87,7 +87,7 @@ TEST_F(SessionCheck, ReadsTheNextIntervalAndTheDetail) {
   }
 }
 
-TEST_F(SessionCheck, IsNotCompletedByAnyOtherStatus) {
+TEST_F(SessionCheck, FailsOnEveryOtherStatus) {
   for (const std::uint32_t status : {0u, 201u, 204u, 302u, 401u, 403u, 404u, 500u, 503u}) {
     SCOPED_TRACE(status);
     answer_next(status, R"({"active":false,"next_check_seconds":30,"detail":"d"})");
@@ -95,7 +95,7 @@ TEST_F(SessionCheck, IsNotCompletedByAnyOtherStatus) {
   }
 }
 
-TEST_F(SessionCheck, IsNotCompletedByAServiceThatCannotBeReached) {
+TEST_F(SessionCheck, FailsIfTheServiceIsUnreachable) {
   expect_nothing_completed(check());
   answer_next(200, R"({"active":false})" + std::string(2'097'152, ' '));
   expect_nothing_completed(check());
@@ -103,14 +103,14 @@ TEST_F(SessionCheck, IsNotCompletedByAServiceThatCannotBeReached) {
   expect_nothing_completed(account_session_check("account.example", "h", "t"));
 }
 
-TEST_F(SessionCheck, AsksNothingWithoutAHashOrAToken) {
+TEST_F(SessionCheck, SendsNothingWithoutAHashOrAToken) {
   expect_nothing_completed(account_session_check(service_url, "", "t"));
   expect_nothing_completed(account_session_check(service_url, "h", ""));
   expect_nothing_completed(account_session_check(service_url, "", ""));
   EXPECT_TRUE(http_log().empty());
 }
 
-TEST_F(SessionCheck, TakesWhatCameOfAReplyThatBreaksOff) {
+TEST_F(SessionCheck, ReadsAPartialReply) {
   memory::HttpReply reply;
   reply.body = R"({"active":false,"next)";
   reply.end_error = 12030;
@@ -151,13 +151,13 @@ class SessionCheckThread : public FreshMachine {
   std::shared_ptr<SessionCheckCells> cells_ = std::make_shared<SessionCheckCells>();
 };
 
-TEST_F(SessionCheckThread, BeginsWithNothingInFlightAndTwoMinutes) {
+TEST_F(SessionCheckThread, StartsIdleWithTwoMinutes) {
   EXPECT_FALSE(cells_->session_check_running);
   EXPECT_FALSE(cells_->session_superseded);
   EXPECT_EQ(cells_->session_check_interval, 120u);
 }
 
-TEST_F(SessionCheckThread, LeavesItsAnswerInTheCells) {
+TEST_F(SessionCheckThread, StoresItsAnswerInTheCells) {
   const struct {
     std::uint32_t status;
     std::string body;
@@ -174,6 +174,7 @@ TEST_F(SessionCheckThread, LeavesItsAnswerInTheCells) {
       {200, R"({"active":false,"next_check_seconds":60})", true, 60},
       {401, R"({"active":false,"next_check_seconds":60})", false, 77},
       {500, "", false, 77},
+      {0, "", false, 77},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(std::to_string(row.status) + ' ' + row.body);
@@ -188,16 +189,8 @@ TEST_F(SessionCheckThread, LeavesItsAnswerInTheCells) {
   }
 }
 
-TEST_F(SessionCheckThread, LeavesEverythingWhereTheServiceCannotBeReached) {
-  cells_->session_check_interval = 77;
-  ASSERT_TRUE(start());
-  ASSERT_TRUE(wait_for_check(*cells_));
-  EXPECT_FALSE(cells_->session_superseded);
-  EXPECT_EQ(cells_->session_check_interval, 77u);
-}
-
-// The loop takes the flag; an answer that comes meanwhile does not put it back.
-TEST_F(SessionCheckThread, NeverTakesTheEndOfASessionBack) {
+// The loop clears the flag. A later answer does not.
+TEST_F(SessionCheckThread, NeverRevertsTheEndOfASession) {
   cells_->session_superseded = true;
   answer_next(200, R"({"active":true})");
   ASSERT_TRUE(start());
@@ -226,7 +219,7 @@ TEST_F(SessionCheckThread, IsRefusedWhileAnotherIsInFlight) {
   EXPECT_EQ(take_requests(), (Requests{check_request}));
 }
 
-TEST_F(SessionCheckThread, HasCopiesOfAllThatItNeeds) {
+TEST_F(SessionCheckThread, OwnsCopiesOfItsArguments) {
   HeldBackService held_back;
   std::weak_ptr<SessionCheckCells> left;
   {
@@ -240,14 +233,14 @@ TEST_F(SessionCheckThread, HasCopiesOfAllThatItNeeds) {
   }
   ASSERT_TRUE(wait_until([] { return count_calls("WinHttpReceiveResponse") == 1; }));
   EXPECT_EQ(take_requests(), (Requests{check_request}));
-  // Nobody else has the cells any more: they go with the thread.
+  // Only the thread owns the cells now.
   EXPECT_FALSE(left.expired());
   answer_next(200, R"({"active":false,"next_check_seconds":5})");
   held_back.let_go();
   EXPECT_TRUE(wait_until([&] { return left.expired(); }));
 }
 
-TEST_F(SessionCheckThread, IsOneAtMostHoweverOftenItIsStarted) {
+TEST_F(SessionCheckThread, RunsOnceAtATime) {
   constexpr int rounds = 200;
   int started = 0;
   for (int round = 0; round < rounds; ++round) {
@@ -258,8 +251,8 @@ TEST_F(SessionCheckThread, IsOneAtMostHoweverOftenItIsStarted) {
   EXPECT_GE(started, 1);
 }
 
-// Several threads, so that a check may well be over before the one that started it goes on.
-TEST_F(SessionCheckThread, MayBeOverBeforeItsStarterGoesOn) {
+// With several threads a check may end before its starter continues.
+TEST_F(SessionCheckThread, MayEndBeforeItsStarterContinues) {
   std::atomic<int> finished = 0;
   std::vector<std::thread> starters;
   for (int starter = 0; starter < 4; ++starter) {

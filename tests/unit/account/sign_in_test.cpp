@@ -19,7 +19,7 @@ struct StartFlow {
 };
 const StartFlow start_flows[] = {{"register", register_plainly}, {"password", log_in}, {"qrcode", begin_qr}};
 
-TEST_F(SignIn, SendsTheFieldsOfEachRequestInTheirOrder) {
+TEST_F(SignIn, SendsTheFieldsOfEachRequestInOrder) {
   static_cast<void>(account_register(service_url, "u", "p", "m", ""));
   static_cast<void>(account_register(service_url, "u", "p", "m", "R1"));
   static_cast<void>(account_password_login(service_url, "u", "p", "m"));
@@ -40,7 +40,7 @@ TEST_F(SignIn, SendsTheFieldsOfEachRequestInTheirOrder) {
       }));
 }
 
-TEST_F(SignIn, EscapesQuotesAndBackslashesOfEveryValueAndNothingElse) {
+TEST_F(SignIn, EscapesQuotesAndBackslashesInEveryValue) {
   const std::string odd = "\"\\\n\xE4\xB8\xAD";
   const std::string escaped = "\"\\\"\\\\\n\xE4\xB8\xAD\"";
   static_cast<void>(account_register(service_url, odd, odd, odd, odd));
@@ -61,15 +61,15 @@ TEST_F(SignIn, EscapesQuotesAndBackslashesOfEveryValueAndNothingElse) {
             }));
 }
 
-TEST_F(SignIn, PutsTheStateIntoThePathAsItStands) {
+TEST_F(SignIn, PutsTheStateIntoThePathUnchanged) {
   for (const std::string state : {"", "a b", "%41%zz", "a/b?c=d", "\xE4\xB8\xAD", "\"\\+"}) {
     static_cast<void>(account_poll(service_url, state));
     EXPECT_EQ(take_requests(), (Requests{"GET /api/v1/auth/poll?state=" + state + " "}));
   }
 }
 
-// The three requests that open an attempt make the same of a reply.
-TEST_F(SignIn, TakesAnAttemptFromAReplyWithAState) {
+// The three requests that start an attempt read the reply in the same way.
+TEST_F(SignIn, StartsAnAttemptFromAReplyWithAState) {
   const struct {
     std::string body;
     std::string state;
@@ -91,7 +91,7 @@ TEST_F(SignIn, TakesAnAttemptFromAReplyWithAState) {
   }
 }
 
-TEST_F(SignIn, TellsWhyThereIsNoAttempt) {
+TEST_F(SignIn, ReportsWhyThereIsNoAttempt) {
   const struct {
     std::uint32_t status;
     std::string body;
@@ -130,7 +130,7 @@ TEST_F(SignIn, TellsWhyThereIsNoAttempt) {
   }
 }
 
-TEST_F(SignIn, TakesAReplyThatIsTooLargeForNone) {
+TEST_F(SignIn, RefusesAReplyThatIsTooLarge) {
   answer_next(200, R"({"state":"abc"})" + std::string(2'097'152, ' '));
   const LoginStart start = log_in();
   EXPECT_FALSE(start.ok);
@@ -155,7 +155,7 @@ TEST_F(SignIn, ReadsTheIdAndTheNoteOfARegistration) {
     EXPECT_EQ(result.public_id, row.public_id);
     EXPECT_EQ(result.referrer_note, row.referrer_note);
   }
-  // What a refusal holds of them is not read.
+  // These fields of a refusal are ignored.
   answer_next(409, R"({"public_id":"P1","referrer_note":"n"})");
   const RegisterResult refused = account_register(service_url, "u", "p", "m", "");
   EXPECT_FALSE(refused.start.ok);
@@ -163,7 +163,7 @@ TEST_F(SignIn, ReadsTheIdAndTheNoteOfARegistration) {
   EXPECT_EQ(refused.referrer_note, "");
 }
 
-TEST_F(SignIn, WantsAStateAndAnImageForAQrCode) {
+TEST_F(SignIn, RequiresAStateAndAnImageForAQrCode) {
   answer_next(200, R"({"state":"s","qr_data_url":"data:image\/png;base64,AA=="})");
   const QrStart result = account_qrcode(service_url, "m");
   EXPECT_TRUE(result.start.ok);
@@ -203,21 +203,20 @@ TEST_F(SignIn, ReadsEveryFieldOfAPoll) {
   EXPECT_TRUE(poll.referral_open);
 }
 
-TEST_F(SignIn, HasADefaultForEveryFieldOfAPollButTheStatus) {
+TEST_F(SignIn, UsesADefaultForEachMissingFieldOfAPoll) {
   answer_next(200, R"({"status":""})");
   const PollResult poll = account_poll(service_url, "s");
   EXPECT_TRUE(poll.ok);
-  EXPECT_EQ(poll.error, "");
-  for (const std::string& text :
-       {poll.status, poll.detail, poll.account_hash, poll.nickname, poll.session_token,
-        poll.displaced_machine, poll.public_id, poll.referrer, poll.invite_url, poll.primary_machine_id}) {
-    EXPECT_EQ(text, "");
-  }
+  EXPECT_EQ(poll.error + poll.status + poll.detail + poll.account_hash + poll.nickname + poll.session_token,
+            "");
+  EXPECT_EQ(
+      poll.displaced_machine + poll.public_id + poll.referrer + poll.invite_url + poll.primary_machine_id,
+      "");
   EXPECT_EQ(poll.session_check_seconds, 0u);
   EXPECT_FALSE(poll.referral_open);
 }
 
-TEST_F(SignIn, LooksAtThePollsReplyAndNotAtItsHttpStatus) {
+TEST_F(SignIn, IgnoresTheHttpStatusOfAPoll) {
   for (const std::uint32_t status : {0u, 200u, 204u, 401u, 404u, 500u}) {
     SCOPED_TRACE(status);
     answer_next(status, R"({"status":"pending","detail":"d"})");
@@ -228,7 +227,7 @@ TEST_F(SignIn, LooksAtThePollsReplyAndNotAtItsHttpStatus) {
   }
 }
 
-TEST_F(SignIn, TellsAPollThatCameToNothing) {
+TEST_F(SignIn, ReportsAFailedPoll) {
   for (const std::string body : {"", "{}", R"({"status":null,"detail":"d"})", R"({"status":5})", "<html>"}) {
     SCOPED_TRACE(body);
     answer_next(200, body);
@@ -244,48 +243,42 @@ TEST_F(SignIn, TellsAPollThatCameToNothing) {
   EXPECT_EQ(nowhere.error, "账号服务未配置");
 }
 
-TEST_F(SignIn, TakesAReferralForOpenOnlyWhereTheBytesSayIt) {
-  const struct {
-    std::string member;
-    bool is_open;
-  } rows[] = {
+TEST_F(SignIn, OpensAReferralOnlyOnTheExactBytes) {
+  const std::pair<std::string, bool> rows[] = {
       {R"("referral_open":true)", true},    {R"("x":{"referral_open":trueish})", true},
       {R"("referral_open": true)", false},  {R"("referral_open" :true)", false},
       {R"("referral_open":false)", false},  {R"("referral_open":1)", false},
       {R"("referral_open":"true")", false}, {R"("referral_open":True)", false},
       {R"("Referral_open":true)", false},   {R"("referral_open":false,"referral_open":true)", true},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.member);
-    answer_next(200, R"({"status":"x",)" + row.member + "}");
-    EXPECT_EQ(account_poll(service_url, "s").referral_open, row.is_open);
+  for (const auto& [member, is_open] : rows) {
+    SCOPED_TRACE(member);
+    answer_next(200, R"({"status":"x",)" + member + "}");
+    EXPECT_EQ(account_poll(service_url, "s").referral_open, is_open);
   }
 }
 
-TEST_F(SignIn, ReadsTheSpacingOfTheChecks) {
-  const struct {
-    std::string value;
-    std::uint32_t seconds;
-  } rows[] = {{"0", 0},          {"1", 1},   {"4294967295", 4294967295u},
-              {"4294967296", 0}, {"-1", 0},  {"\"30\"", 0},
-              {"30.9", 30},      {"null", 0}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.value);
-    answer_next(200, R"({"status":"x","session_check_seconds":)" + row.value + "}");
-    EXPECT_EQ(account_poll(service_url, "s").session_check_seconds, row.seconds);
+TEST_F(SignIn, ReadsTheCheckInterval) {
+  const std::pair<std::string, std::uint32_t> rows[] = {
+      {"0", 0},     {"1", 1},   {"4294967295", 4294967295u}, {"4294967296", 0}, {"-1", 0}, {"\"30\"", 0},
+      {"30.9", 30}, {"null", 0}};
+  for (const auto& [value, seconds] : rows) {
+    SCOPED_TRACE(value);
+    answer_next(200, R"({"status":"x","session_check_seconds":)" + value + "}");
+    EXPECT_EQ(account_poll(service_url, "s").session_check_seconds, seconds);
   }
 }
 
-SessionActionResult bind_it() { return account_bind_referrer(service_url, "h", "t", "P1"); }
-SessionActionResult unbind_it() { return account_unbind(service_url, "h", "t"); }
+SessionActionResult bind_referrer() { return account_bind_referrer(service_url, "h", "t", "P1"); }
+SessionActionResult release_machine() { return account_unbind(service_url, "h", "t"); }
 
-TEST_F(SignIn, TellsWhatCameOfAnActionOnTheSession) {
+TEST_F(SignIn, ReportsTheResultOfASessionAction) {
   const struct {
     std::uint32_t status;
     std::string body;
     bool ok;
-    std::string of_referrer;
-    std::string of_unbind;
+    std::string referrer_detail;
+    std::string unbind_detail;
   } rows[] = {
       {200, "{}", true, "已绑定推荐人", "已解绑，请重新扫码登录"},
       {200, "", true, "已绑定推荐人", "已解绑，请重新扫码登录"},
@@ -302,21 +295,21 @@ TEST_F(SignIn, TellsWhatCameOfAnActionOnTheSession) {
     SCOPED_TRACE(std::to_string(row.status) + ' ' + row.body);
     answer_next(row.status, row.body);
     answer_next(row.status, row.body);
-    const SessionActionResult referrer = bind_it();
+    const SessionActionResult referrer = bind_referrer();
     EXPECT_EQ(referrer.ok, row.ok);
-    EXPECT_EQ(referrer.detail, row.of_referrer);
-    const SessionActionResult unbind = unbind_it();
+    EXPECT_EQ(referrer.detail, row.referrer_detail);
+    const SessionActionResult unbind = release_machine();
     EXPECT_EQ(unbind.ok, row.ok);
-    EXPECT_EQ(unbind.detail, row.of_unbind);
+    EXPECT_EQ(unbind.detail, row.unbind_detail);
   }
-  for (const auto action : {bind_it, unbind_it}) {
+  for (const auto action : {bind_referrer, release_machine}) {
     const SessionActionResult result = action();
     EXPECT_FALSE(result.ok);
     EXPECT_EQ(result.detail, "连接账号服务失败（错误 12030）");
   }
 }
 
-TEST_F(SignIn, AsksNothingAboutASessionThatIsNone) {
+TEST_F(SignIn, SendsNothingWithoutASession) {
   for (const auto& [hash, token] : {std::pair("", "t"), std::pair("h", ""), std::pair("", "")}) {
     for (const auto& result :
          {account_bind_referrer(service_url, hash, token, "P1"), account_unbind(service_url, hash, token)}) {

@@ -9,11 +9,8 @@ namespace {
 
 using namespace std::string_literals;
 
-TEST(AccountEscape, TouchesQuotesAndBackslashesAlone) {
-  const struct {
-    std::string text;
-    std::string escaped;
-  } rows[] = {
+TEST(AccountEscape, EscapesQuotesAndBackslashesOnly) {
+  const std::pair<std::string, std::string> rows[] = {
       {"", ""},
       {"plain /text/", "plain /text/"},
       {"\"", "\\\""},
@@ -23,20 +20,17 @@ TEST(AccountEscape, TouchesQuotesAndBackslashesAlone) {
       {"\0"s, "\0"s},
       {"\xe4\xb8\xad\xff", "\xe4\xb8\xad\xff"},
   };
-  for (const auto& row : rows) EXPECT_EQ(account_json_escape(row.text), row.escaped);
+  for (const auto& [text, escaped] : rows) EXPECT_EQ(account_json_escape(text), escaped);
 }
 
-TEST(AccountBody, IsOneFlatObjectInTheGivenOrder) {
+TEST(AccountBody, IsAFlatObjectInTheGivenOrder) {
   EXPECT_EQ(account_body({}), "{}");
   EXPECT_EQ(account_body({{"machine_id", "m"}}), R"({"machine_id":"m"})");
   EXPECT_EQ(account_body({{"b", "\"x\\"}, {"a", ""}}), R"({"b":"\"x\\","a":""})");
 }
 
-TEST(AccountString, IsWhatStandsBehindTheKeysFirstOccurrence) {
-  const struct {
-    std::string text;
-    std::string value;
-  } rows[] = {
+TEST(AccountString, FollowsTheFirstOccurrenceOfTheKey) {
+  const std::pair<std::string, std::string> rows[] = {
       {R"({"state":"abc"})", "abc"},
       {R"({"state" : "abc"})", "abc"},
       {"{\"state\":\r\n \"abc\"}", "abc"},
@@ -45,7 +39,7 @@ TEST(AccountString, IsWhatStandsBehindTheKeysFirstOccurrence) {
       {R"({"state":"first","state":"second"})", "first"},
       {R"({"note":"the \"state\":\"inside\"","state":"real"})", "real"},  // its quotes are escaped there
       {R"({"note":"state","state":"real"})", "real"},
-      {R"({"note":["state"],"x":"taken"})", "taken"},  // the next colon, wherever it stands
+      {R"({"note":["state"],"x":"taken"})", "taken"},  // the next colon counts
       {R"({"state":"open)", "open"},
       {R"({"state":")", ""},
       {R"({"state":"a\nb\rc\td"})", "a\nb\rc\td"},
@@ -65,14 +59,14 @@ TEST(AccountString, IsWhatStandsBehindTheKeysFirstOccurrence) {
       {R"({"state":"\u)", ""},
       {"{\"state\":\"raw \x01\n\xff\"}", "raw \x01\n\xff"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const ExactBlock block(row.text);
-    EXPECT_EQ(account_json_string(block.view(), "state"), row.value);
+  for (const auto& [text, value] : rows) {
+    SCOPED_TRACE(text);
+    const ExactBlock block(text);
+    EXPECT_EQ(account_json_string(block.view(), "state"), value);
   }
 }
 
-TEST(AccountString, IsAbsentForAnythingElse) {
+TEST(AccountString, IsAbsentOtherwise) {
   for (const std::string& text : {
            ""s,
            "{}"s,
@@ -99,25 +93,22 @@ TEST(AccountString, IsFoundInsideAnotherStringAheadOfTheField) {
   EXPECT_EQ(account_json_string(R"({"note":"a "state": "found","state":"real"})", "state"), "found");
 }
 
-TEST(AccountUint, IsTheDigitsBehindTheKey) {
-  const struct {
-    std::string text;
-    std::uint32_t value;
-  } rows[] = {
+TEST(AccountUint, IsTheDigitsAfterTheKey) {
+  const std::pair<std::string, std::uint32_t> rows[] = {
       {R"({"n":0})", 0},       {R"({"n":120})", 120},
       {"{\"n\": \t\r\n7}", 7}, {R"({"n":4294967295})", 4294967295u},
       {R"({"n":12.5})", 12},   {R"({"n":12e3})", 12},
       {R"({"n":007})", 7},     {R"({"n":5)", 5},
       {R"({"a":{"n":9}})", 9},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const ExactBlock block(row.text);
-    EXPECT_EQ(account_json_uint(block.view(), "n"), row.value);
+  for (const auto& [text, value] : rows) {
+    SCOPED_TRACE(text);
+    const ExactBlock block(text);
+    EXPECT_EQ(account_json_uint(block.view(), "n"), value);
   }
 }
 
-TEST(AccountUint, IsAbsentForAnythingElse) {
+TEST(AccountUint, IsAbsentOtherwise) {
   for (const char* text : {"", "{}", R"({"n":-1})", R"({"n":+1})", R"({"n":"12"})", R"({"n":null})",
                            R"({"n":4294967296})", R"({"n":99999999999999999999})", R"({"n":)", R"({"n": )",
                            R"({"n"})", R"({"n":.5})", R"({"N":1})", R"({"n":true})"}) {
@@ -127,7 +118,7 @@ TEST(AccountUint, IsAbsentForAnythingElse) {
   }
 }
 
-TEST(AccountReaders, SurviveEveryPrefixOfAReply) {
+TEST(AccountReaders, ReadEveryPrefixOfAReply) {
   const std::string whole = R"({"state":"a\u00e9\n\\b","n":120,"detail":"x\uD83D"})";
   for (std::size_t length = 0; length <= whole.size(); ++length) {
     SCOPED_TRACE(length);

@@ -236,10 +236,7 @@ TEST_F(ApoRoutes, DoesNotRestartWhenTheChangeFails) {
 }
 
 TEST_F(ApoRoutes, RestartsUnlessTheBodyForbidsIt) {
-  const struct {
-    std::string rest;
-    bool restarts;
-  } rows[] = {
+  const std::pair<std::string, bool> rows[] = {
       {"", true},
       {R"(,"restart_audio":true)", true},
       {R"(,"restart_audio":"false")", true},
@@ -250,12 +247,12 @@ TEST_F(ApoRoutes, RestartsUnlessTheBodyForbidsIt) {
       {R"(,"restart_audio" : falsely)", false},
       {R"(,"restart_audio":false,"restart_audio":true)", false},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.rest);
+  for (const auto& [rest, restarts] : rows) {
+    SCOPED_TRACE(rest);
     renew(bound_words);
-    EXPECT_EQ(post(body_of("true", row.rest)),
-              done("true", endpoint_id, endpoint::was_bound, row.restarts ? restarted : not_requested));
-    EXPECT_EQ(was_restarted(), row.restarts);
+    EXPECT_EQ(post(body_of("true", rest)),
+              done("true", endpoint_id, endpoint::was_bound, restarts ? restarted : not_requested));
+    EXPECT_EQ(was_restarted(), restarts);
   }
 }
 
@@ -287,10 +284,7 @@ TEST_F(ApoRoutes, SucceedsAndKeepsTheBindingWhenTheRestartFails) {
 }
 
 TEST_F(ApoRoutes, AnswersWithTheIdAsSent) {
-  const struct {
-    std::string sent;
-    std::string written;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {endpoint::guid, endpoint::guid},
       {R"(a\"b\\c\/d\n.)" + std::string(endpoint::guid), R"(a\"b\\c/d\n.)" + std::string(endpoint::guid)},
       {"\xC3\xA4." + std::string(endpoint::guid), "\xC3\xA4." + std::string(endpoint::guid)},
@@ -299,11 +293,11 @@ TEST_F(ApoRoutes, AnswersWithTheIdAsSent) {
       // The part before the GUID is ignored.
       {"{0.0.1.00000000}." + std::string(endpoint::guid), "{0.0.1.00000000}." + std::string(endpoint::guid)},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.sent);
+  for (const auto& [sent, written] : rows) {
+    SCOPED_TRACE(sent);
     renew(unbound_words);
-    EXPECT_EQ(post("{\"attach\":true,\"endpoint_id\":\"" + row.sent + "\",\"restart_audio\":false}"),
-              done("true", row.written, endpoint::bound, not_requested));
+    EXPECT_EQ(post("{\"attach\":true,\"endpoint_id\":\"" + sent + "\",\"restart_audio\":false}"),
+              done("true", written, endpoint::bound, not_requested));
     EXPECT_TRUE(is_bound());
   }
 }

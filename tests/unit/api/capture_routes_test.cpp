@@ -347,17 +347,5 @@ TEST_F(CaptureRoutes, CountsTheHeadAsSentFromItsFirstByte) {
   EXPECT_EQ(at_sends, std::vector<bool>(13, true));
 }
 
-TEST_F(CaptureRoutes, CutsAGrowingFileAndStopsAtAShrinkingOne) {
-  memory::system().on_send = [] { capture_file(3).bytes += "more"; };
-  EXPECT_TRUE(download() == whole_download());
-  new_machine();
-  memory::system().on_send = [] { capture_file(2).bytes.resize(65536); };
-  const std::string answer = download();
-  const std::string whole = whole_download();
-  const std::size_t end = whole.find("\r\n\r\n") + 4 + 164 - 57 + 57 + 1 + 65536 + 65536;
-  EXPECT_EQ(answer.size(), end);
-  EXPECT_TRUE(answer == whole.substr(0, end));
-}
-
 }  // namespace
 }  // namespace velmora

@@ -110,10 +110,7 @@ TEST_F(EndpointRoutes, RequiresAnIdForASelection) {
 
 TEST_F(EndpointRoutes, FindsNoEndpointOfTheOtherDirectionOrWithAnotherId) {
   controller_ = {speakers_id, line_in_id};
-  const struct {
-    std::string path;
-    std::string id;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {capture_path, narrow(headphones_id)},
       {render_path, narrow(microphone_id)},
       {render_path, "{0.0.0.00000000}.{FEAB839F-3407-471A-AA45-BCD41F1BB5F6}"},
@@ -122,8 +119,8 @@ TEST_F(EndpointRoutes, FindsNoEndpointOfTheOtherDirectionOrWithAnotherId) {
       {capture_path, std::string(61440, 'x')},
       {capture_path, std::string(30000, '\\')},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(select(row.path, id_body(row.id)), id_not_found) << row.id.substr(0, 80);
+  for (const auto& [path, id] : rows) {
+    EXPECT_EQ(select(path, id_body(id)), id_not_found) << id.substr(0, 80);
   }
   EXPECT_EQ(controller_.selected_render_id, speakers_id);
   EXPECT_EQ(controller_.selected_capture_id, line_in_id);
@@ -182,17 +179,14 @@ TEST_F(EndpointRoutes, AnswersAFailedSelectionByItsStatus) {
 }
 
 TEST_F(EndpointRoutes, SetsTheVolume) {
-  const struct {
-    std::string value;
-    std::string kept;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"0", "0"},          {"1", "1"},      {"0.5", "0.5"},     {" 0.25 ", "0.25"},
       {"1.0", "1"},        {"-0", "-0"},    {"-0.0", "-0"},     {"1e-1", "0.100000001"},
       {"1.00000001", "1"}, {".75", "0.75"}, {"0x1p-2", "0.25"}, {"0.125abc", "0.125"},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(volume("{\"volume\":" + row.value + "}"), expected_ok()) << row.value;
-    EXPECT_EQ(volume_text(headphones_id), row.kept);
+  for (const auto& [value, kept] : rows) {
+    EXPECT_EQ(volume("{\"volume\":" + value + "}"), expected_ok()) << value;
+    EXPECT_EQ(volume_text(headphones_id), kept);
   }
   EXPECT_EQ(volume_text(speakers_id), "");
 }

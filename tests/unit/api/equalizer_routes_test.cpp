@@ -203,13 +203,6 @@ TEST_F(PresetRoutes, ReturnTheFileUnchanged) {
   EXPECT_EQ(presets("GET", "/a"), expected_document("edited by hand \xFF\r\n"));
 }
 
-TEST_F(PresetRoutes, ListANameThatCannotBeFetched) {
-  files()[directory] = {FileKind::directory, ""};
-  files()[directory + "\\a.b.json"] = {FileKind::regular, "x"};
-  EXPECT_EQ(presets("GET", ""), expected_document(R"({"presets":["a.b"]})"));
-  EXPECT_EQ(presets("GET", "/a.b"), bad_name);
-}
-
 TEST_F(PresetRoutes, CheckTheNameBeforeMethodAndBody) {
   files()[directory] = {FileKind::directory, ""};
   files()["C:\\Velmora\\escape.json"] = {FileKind::regular, "beside"};

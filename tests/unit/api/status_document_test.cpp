@@ -168,61 +168,49 @@ struct Scene {
   AccountSession session;
 };
 
-TEST_F(StatusDocument, TakesEachWordFromItsOwnFlag) {
+TEST_F(StatusDocument, TakesEachFlagFromItsOwnField) {
+  Scene scene;
+  StatusSnapshot& snapshot = scene.snapshot;
+  ControlDiagnostics& effect = snapshot.diagnostics;
+  snapshot.footstep.bypass = snapshot.algorithm.limiter_enabled = effect.applied_bypass = false;
   const struct {
-    std::string fragment;  // precedes the word, which is "false" in an empty scene
-    std::function<void(Scene&)> set;
+    std::string fragment;  // precedes the value
+    bool* flag;
   } rows[] = {
-      {"\"render\":{\"available\":", [](auto& scene) { scene.snapshot.volume.available = true; }},
-      {"\"muted\":", [](auto& scene) { scene.snapshot.volume.muted = true; }},
-      {"\"footstep\":{\"bypass\":", [](auto& scene) { scene.snapshot.footstep.bypass = true; }},
-      {",\"bypass_all\":", [](auto& scene) { scene.snapshot.footstep.bypass_all = true; }},
-      {"\"limiter_enabled\":", [](auto& scene) { scene.snapshot.algorithm.limiter_enabled = true; }},
-      {"\"primary_known\":", [](auto& scene) { scene.session.primary_known = true; }},
-      {"\"referral_open\":", [](auto& scene) { scene.session.referral_open = true; }},
-      {"\"control_bridge_available\":", [](auto& scene) { scene.snapshot.bridge_available = true; }},
-      {"\"apo_diagnostics\":{\"available\":",
-       [](auto& scene) { scene.snapshot.diagnostics_available = true; }},
-      {"\"initialize_for_discovery_only\":",
-       [](auto& scene) { scene.snapshot.diagnostics.initialize_for_discovery_only = true; }},
-      {"\"last_latency_nonzero\":",
-       [](auto& scene) { scene.snapshot.diagnostics.last_latency_nonzero = true; }},
-      {"\"get_effects_list_succeeded\":",
-       [](auto& scene) { scene.snapshot.diagnostics.get_effects_list_succeeded = true; }},
-      {"\"get_controllable_effects_list_succeeded\":",
-       [](auto& scene) { scene.snapshot.diagnostics.get_controllable_effects_list_succeeded = true; }},
-      {"\"get_latency_succeeded\":",
-       [](auto& scene) { scene.snapshot.diagnostics.get_latency_succeeded = true; }},
-      {"\"get_input_channel_count_succeeded\":",
-       [](auto& scene) { scene.snapshot.diagnostics.get_input_channel_count_succeeded = true; }},
-      {"\"algorithm_requested\":",
-       [](auto& scene) { scene.snapshot.diagnostics.algorithm_requested = true; }},
-      {"\"applied_valid\":", [](auto& scene) { scene.snapshot.diagnostics.applied_valid = true; }},
-      {"\"applied_bypass\":", [](auto& scene) { scene.snapshot.diagnostics.applied_bypass = true; }},
-      {"\"applied_bypass_all\":", [](auto& scene) { scene.snapshot.diagnostics.applied_bypass_all = true; }},
-      {"\"processing_gain_valid\":",
-       [](auto& scene) { scene.snapshot.diagnostics.processing_gain_valid = true; }},
-      {"\"capture_reported\":", [](auto& scene) { scene.snapshot.diagnostics.capture_reported = true; }},
-      {"\"elevated\":", [](auto& scene) { scene.snapshot.install.elevated = true; }},
-      {"\"clsid_registered\":", [](auto& scene) { scene.snapshot.install.clsid_registered = true; }},
-      {"\"protected_audio_dg_disabled\":",
-       [](auto& scene) { scene.snapshot.install.protected_audio_dg_disabled = true; }},
-      {"\"apo_dll_present\":", [](auto& scene) { scene.snapshot.install.apo_dll_present = true; }},
-      {"\"algorithm_present\":", [](auto& scene) { scene.snapshot.install.algorithm_present = true; }},
-      {"\"running\":", [](auto& scene) { scene.snapshot.engine.running = true; }},
-      {"\"apo_loaded\":", [](auto& scene) { scene.snapshot.engine.apo_loaded = true; }},
-      {"\"algorithm_loaded\":", [](auto& scene) { scene.snapshot.engine.algorithm_loaded = true; }},
-      {"\"bound\":", [](auto& scene) { scene.snapshot.binding.bound = true; }},
-      {"\"fx_key_present\":", [](auto& scene) { scene.snapshot.binding.fx_key_present = true; }},
+      {R"("render":{"available":)", &snapshot.volume.available},
+      {R"("muted":)", &snapshot.volume.muted},
+      {R"("footstep":{"bypass":)", &snapshot.footstep.bypass},
+      {R"(,"bypass_all":)", &snapshot.footstep.bypass_all},
+      {R"("limiter_enabled":)", &snapshot.algorithm.limiter_enabled},
+      {R"("primary_known":)", &scene.session.primary_known},
+      {R"("referral_open":)", &scene.session.referral_open},
+      {R"("control_bridge_available":)", &snapshot.bridge_available},
+      {R"("apo_diagnostics":{"available":)", &snapshot.diagnostics_available},
+      {R"("initialize_for_discovery_only":)", &effect.initialize_for_discovery_only},
+      {R"("last_latency_nonzero":)", &effect.last_latency_nonzero},
+      {R"("get_effects_list_succeeded":)", &effect.get_effects_list_succeeded},
+      {R"("get_controllable_effects_list_succeeded":)", &effect.get_controllable_effects_list_succeeded},
+      {R"("get_latency_succeeded":)", &effect.get_latency_succeeded},
+      {R"("get_input_channel_count_succeeded":)", &effect.get_input_channel_count_succeeded},
+      {R"("algorithm_requested":)", &effect.algorithm_requested},
+      {R"("applied_valid":)", &effect.applied_valid},
+      {R"("applied_bypass":)", &effect.applied_bypass},
+      {R"("applied_bypass_all":)", &effect.applied_bypass_all},
+      {R"("processing_gain_valid":)", &effect.processing_gain_valid},
+      {R"("capture_reported":)", &effect.capture_reported},
+      {R"("elevated":)", &snapshot.install.elevated},
+      {R"("clsid_registered":)", &snapshot.install.clsid_registered},
+      {R"("protected_audio_dg_disabled":)", &snapshot.install.protected_audio_dg_disabled},
+      {R"("apo_dll_present":)", &snapshot.install.apo_dll_present},
+      {R"("algorithm_present":)", &snapshot.install.algorithm_present},
+      {R"("running":)", &snapshot.engine.running},
+      {R"("apo_loaded":)", &snapshot.engine.apo_loaded},
+      {R"("algorithm_loaded":)", &snapshot.engine.algorithm_loaded},
+      {R"("bound":)", &snapshot.binding.bound},
+      {R"("fx_key_present":)", &snapshot.binding.fx_key_present},
   };
-  Scene nothing;
-  nothing.snapshot.footstep.bypass = false;
-  nothing.snapshot.algorithm.limiter_enabled = false;
-  nothing.snapshot.diagnostics.applied_bypass = false;
-  const auto text_of = [](const Scene& scene) {
-    return write_status_json(scene.snapshot, "", scene.session);
-  };
-  const std::string before = text_of(nothing);
+  const auto text = [&] { return write_status_json(snapshot, "", scene.session); };
+  const std::string before = text();
   // All flags and "signed_in", which is derived.
   EXPECT_EQ(count_of(before, ":false"), std::size(rows) + 1);
   EXPECT_EQ(count_of(before, "true"), 0u);
@@ -231,9 +219,9 @@ TEST_F(StatusDocument, TakesEachWordFromItsOwnFlag) {
     ASSERT_EQ(count_of(before, row.fragment + "false"), 1u);
     std::string expected = before;
     expected.replace(expected.find(row.fragment) + row.fragment.size(), 5, "true");
-    Scene scene = nothing;
-    row.set(scene);
-    EXPECT_EQ(text_of(scene), expected);
+    *row.flag = true;
+    EXPECT_EQ(text(), expected);
+    *row.flag = false;
   }
 }
 
@@ -259,32 +247,27 @@ TEST_F(StatusDocument, NeverContainsTheSessionToken) {
 TEST_F(StatusDocument, EscapesEveryText) {
   const std::string raw = "a\"b\\c\n\r\t\x01\xC3\xA9/";
   const std::string escaped = R"("a\"b\\c\n\r\t\u0001)" + std::string("\xC3\xA9/\"");
-  const struct {
-    std::string key;
-    std::function<void(Scene&, std::string&)> set;  // the endpoint's id is the second
-  } rows[] = {
-      {"account", [&](auto& scene, auto&) { scene.session.account_hash = raw; }},
-      {"primary_machine_id", [&](auto& scene, auto&) { scene.session.primary_machine_id = raw; }},
-      {"public_id", [&](auto& scene, auto&) { scene.session.public_id = raw; }},
-      {"referrer", [&](auto& scene, auto&) { scene.session.referrer = raw; }},
-      {"invite_url", [&](auto& scene, auto&) { scene.session.invite_url = raw; }},
-      {"algorithm", [&](auto&, auto&) { algorithm_version = raw; }},
-      {"apo_dll_path", [&](auto& scene, auto&) { scene.snapshot.install.apo_dll_path = raw; }},
-      {"render_clsid", [&](auto& scene, auto&) { scene.snapshot.effect_clsid = raw; }},
-      {"apo_module_path", [&](auto& scene, auto&) { scene.snapshot.engine.apo_module_path = raw; }},
-      {"endpoint_id", [&](auto&, auto& id) { id = raw; }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.key);
-    algorithm_version = "3.14.15";
-    Scene scene;
-    std::string id;
-    row.set(scene, id);
-    const std::string text = write_status_json(scene.snapshot, id, scene.session);
-    EXPECT_EQ(count_of(text, escaped), 1u);
-    EXPECT_EQ(count_of(text, "\"" + row.key + "\":" + escaped), 1u);
-  }
   Scene scene;
+  std::string id;
+  const std::pair<std::string, std::string*> rows[] = {
+      {"account", &scene.session.account_hash},
+      {"primary_machine_id", &scene.session.primary_machine_id},
+      {"public_id", &scene.session.public_id},
+      {"referrer", &scene.session.referrer},
+      {"invite_url", &scene.session.invite_url},
+      {"algorithm", &algorithm_version},
+      {"apo_dll_path", &scene.snapshot.install.apo_dll_path},
+      {"render_clsid", &scene.snapshot.effect_clsid},
+      {"apo_module_path", &scene.snapshot.engine.apo_module_path},
+      {"endpoint_id", &id},
+  };
+  for (const auto& [key, text] : rows) {
+    *text = raw;
+    const std::string document = write_status_json(scene.snapshot, id, scene.session);
+    EXPECT_EQ(count_of(document, escaped), 1u);
+    EXPECT_EQ(count_of(document, "\"" + key + "\":" + escaped), 1u) << key;
+    text->clear();
+  }
   scene.snapshot.binding.chain = {raw, "", raw};
   EXPECT_EQ(count_of(write_status_json(scene.snapshot, "", {}),
                      "\"chain\":[" + escaped + ",\"\"," + escaped + "]}}"),
@@ -468,21 +451,18 @@ TEST_F(StatusDocument, ShowsAFailedProbeOnlyInItsOwnPart) {
 
 TEST_F(StatusDocument, ShowsTheErrorOfABadEndpointId) {
   set_up_everything();
-  const struct {
-    std::string id;
-    std::int32_t error_code;
-  } rows[] = {
+  const std::pair<std::string, std::int32_t> rows[] = {
       {"nonsense", -2147024809},
       {"{0.0.0.00000000}.{not-a-guid}", -2147024809},
       {"{0.0.0.00000000}.{11111111-3407-471a-aa45-bcd41f1bb5f6}", -2147024894},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(count_of(build_status_json(bridge_, {}, row.id, {}),
-                       "\"apo_binding\":{\"endpoint_id\":\"" + row.id +
+  for (const auto& [id, error_code] : rows) {
+    EXPECT_EQ(count_of(build_status_json(bridge_, {}, id, {}),
+                       "\"apo_binding\":{\"endpoint_id\":\"" + id +
                            R"(","bound":false,"fx_key_present":false,"error_code":)" +
-                           std::to_string(row.error_code) + ",\"chain\":[]}}"),
+                           std::to_string(error_code) + ",\"chain\":[]}}"),
               1u)
-        << row.id;
+        << id;
   }
 }
 

@@ -82,16 +82,5 @@ TEST_F(StatusRoute, ShowsNoBindingIfTheEndpointIsUnknown) {
   }
 }
 
-TEST_F(StatusRoute, ShowsTheSessionWithoutItsToken) {
-  AccountSession session;
-  session.account_hash = "hash";
-  session.token = "Credential-4711";
-  session.usage_seconds = 61;
-  const std::string text = answer(session);
-  EXPECT_NE(text.find(R"("session":{"account":"hash","signed_in":true,"usage_seconds":61,)"),
-            std::string::npos);
-  EXPECT_EQ(text.find("4711"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace velmora

@@ -14,7 +14,7 @@ using namespace std::string_literals;
 constexpr std::string_view lower_letters = "abcdefghijklmnopqrstuvwxyz";
 constexpr std::string_view upper_letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 
-TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherByte) {
+TEST(Ascii, ChangesTheCaseOfLetterBytesOnly) {
   for (int value = 0; value < 256; ++value) {
     SCOPED_TRACE(value);
     const char byte = static_cast<char>(value);
@@ -26,7 +26,7 @@ TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherByte) {
   }
 }
 
-TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherUnit) {
+TEST(Ascii, ChangesTheCaseOfLetterUnitsOnly) {
   for (int value = 0; value < 0x10000; ++value) {
     SCOPED_TRACE(value);
     const char16_t unit = static_cast<char16_t>(value);
@@ -37,7 +37,7 @@ TEST(Ascii, ChangesTheCaseOfLettersAndOfNoOtherUnit) {
   }
 }
 
-TEST(Ascii, ComparesTextsButForTheCaseOfLetters) {
+TEST(Ascii, ComparesTextsIgnoringCase) {
   EXPECT_TRUE(equal_ignoring_case("", ""));
   EXPECT_TRUE(equal_ignoring_case("AudioDG.exe_1", "audiodg.EXE_1"));
   EXPECT_FALSE(equal_ignoring_case("a", ""));
@@ -52,7 +52,7 @@ TEST(Ascii, ComparesTextsButForTheCaseOfLetters) {
   EXPECT_FALSE(equal_ignoring_case(u"\u00C4", u"\u00E4"));
 }
 
-TEST(Ascii, CountsSixBytesAsWhiteSpaceAndNoOther) {
+TEST(Ascii, TreatsSixBytesAsWhiteSpace) {
   const std::string_view white = " \t\n\v\f\r";
   for (int value = 0; value < 256; ++value) {
     const char byte = static_cast<char>(value);
@@ -60,11 +60,8 @@ TEST(Ascii, CountsSixBytesAsWhiteSpaceAndNoOther) {
   }
 }
 
-TEST(Ascii, TrimsWhiteSpaceAtBothEndsAlone) {
-  const struct {
-    std::string text;
-    std::string trimmed;
-  } rows[] = {
+TEST(Ascii, TrimsWhiteSpaceAtBothEnds) {
+  const std::pair<std::string, std::string> rows[] = {
       {"", ""},
       {" ", ""},
       {"a", "a"},
@@ -72,14 +69,14 @@ TEST(Ascii, TrimsWhiteSpaceAtBothEndsAlone) {
       {"\0a\0"s, "\0a\0"s},
       {"\xA0 a\x85", "\xA0 a\x85"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(::testing::PrintToString(row.text));
-    const ExactBlock block(row.text);
-    EXPECT_EQ(trim_copy(block.view()), row.trimmed);
+  for (const auto& [text, trimmed] : rows) {
+    SCOPED_TRACE(::testing::PrintToString(text));
+    const ExactBlock block(text);
+    EXPECT_EQ(trim_copy(block.view()), trimmed);
   }
 }
 
-TEST(Ascii, LowersTheAsciiLettersAndNoOtherByte) {
+TEST(Ascii, LowersAsciiLettersOnly) {
   for (int value = 0; value < 256; ++value) {
     const char byte = static_cast<char>(value);
     const char expected = value >= 'A' && value <= 'Z' ? static_cast<char>(value + 32) : byte;
@@ -88,24 +85,21 @@ TEST(Ascii, LowersTheAsciiLettersAndNoOtherByte) {
 }
 
 TEST(Ascii, DecodesPercentFormsAndPlus) {
-  const struct {
-    std::string text;
-    std::string decoded;
-  } rows[] = {
+  const std::pair<std::string, std::string> rows[] = {
       {"", ""},        {"a%20b+c", "a b c"}, {"100%", "100%"},       {"%zz", "%zz"},   {"%4", "%4"},
       {"a%4", "a%4"},  {"%", "%"},           {"%%41", "%A"},         {"%41", "A"},     {"%4a%4A", "JJ"},
       {"%00"s, "\0"s}, {"%fF", "\xFF"},      {"%+1", "% 1"},         {"%-1", "%-1"},   {"% 1", "% 1"},
       {"%0x", "%0x"},  {"%x0", "%x0"},       {"%2", "%2"},           {"%2520", "%20"}, {"+/+", " / "},
       {"%4g", "%4g"},  {"%g4", "%g4"},       {"%C3%A9", "\xC3\xA9"}, {"a%2Bb", "a+b"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.text);
-    const ExactBlock block(row.text);
-    EXPECT_EQ(url_decode(block.view()), row.decoded);
+  for (const auto& [text, decoded] : rows) {
+    SCOPED_TRACE(text);
+    const ExactBlock block(text);
+    EXPECT_EQ(url_decode(block.view()), decoded);
   }
 }
 
-TEST(Ascii, DecodesEveryByteFromBothCasesOfItsDigits) {
+TEST(Ascii, DecodesDigitsOfBothCases) {
   for (int value = 0; value < 256; ++value) {
     for (const std::string_view digits : {"0123456789abcdef", "0123456789ABCDEF"}) {
       const std::string text = {'%', digits[static_cast<std::size_t>(value / 16)],
@@ -115,7 +109,7 @@ TEST(Ascii, DecodesEveryByteFromBothCasesOfItsDigits) {
   }
 }
 
-TEST(Ascii, DecodesEveryPrefixWithoutLookingBehindIt) {
+TEST(Ascii, DecodesEveryPrefix) {
   const std::string whole = "a%20b%4";
   const std::string_view decoded[] = {"", "a", "a%", "a%2", "a ", "a b", "a b%", "a b%4"};
   for (std::size_t length = 0; length <= whole.size(); ++length) {

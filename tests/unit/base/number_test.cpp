@@ -15,6 +15,7 @@
 
 #include "unit/support/comma_locale.h"
 #include "unit/support/fresh_machine.h"
+#include "unit/support/split.h"
 
 namespace velmora {
 namespace {
@@ -45,119 +46,29 @@ std::vector<Row> rows() {
   const std::string half_of_least =
       "7.006492321624085354618647916449580656401309709382578858785341419448955413429303007433190941810607"
       "91015625";
+  using namespace std::string_literals;
   std::vector<Row> all = {
-      {"", {}},
-      {"-", {}},
-      {"+", {}},
-      {".", {}},
-      {"-.", {}},
-      {"+.e1", {}},
-      {"e1", {}},
-      {"--1", {}},
-      {"+-1", {}},
-      {"-+1", {}},
-      {"++1", {}},
-      {"x1", {}},
-      {"p1", {}},
-      {"i", {}},
-      {"in", {}},
-      {"na", {}},
-      {"\"1\"", {}},
-      {"0", 0.0f},
-      {"-0", -0.0f},
-      {"+0", 0.0f},
-      {"-.0e5", -0.0f},
-      {"1", 1.0f},
-      {"+1", 1.0f},
       {"-.5", -0.5f},
       {"5.", 5.0f},
       {"5.e1", 50.0f},
-      {"1,5", 1.0f},
       {"0.75", 0.75f},
       {"1.2.3", 1.2f},
-      {"1..", 1.0f},
-      {"1e", 1.0f},
-      {"1e+", 1.0f},
-      {"1e-", 1.0f},
-      {"1e+-1", 1.0f},
-      {"1e 1", 1.0f},
-      {"1E2", 100.0f},
-      {"1e+2", 100.0f},
-      {"1e02", 100.0f},
-      {"1p2", 1.0f},
-      {"1f", 1.0f},
-      {"2dB", 2.0f},
-      {"0e99999999999999999999", 0.0f},
-      {"-0e-99999999999999999999", -0.0f},
-      {"0x", 0.0f},
-      {"-0x", -0.0f},
-      {"0xg", 0.0f},
-      {"0x.", 0.0f},
-      {"0x.p1", 0.0f},
-      {"0xp1", 0.0f},
-      {"0x-1", 0.0f},
-      {"00x1", 0.0f},
-      {"0x1", 1.0f},
-      {"0X1P1", 2.0f},
       {"0xaBcDeF", 11259375.0f},
       {"0x.8", 0.5f},
-      {"0x1.", 1.0f},
       {"0x1.8", 1.5f},
-      {"0x1..8", 1.0f},
-      {"0x1.p1", 2.0f},
-      {"0x1p", 1.0f},
-      {"0x1p+", 1.0f},
-      {"0x1p-", 1.0f},
-      {"0x1p+-1", 1.0f},
       {"0x1p-3", 0.125f},
       {"0x1e3", 483.0f},
-      {"0x0p99999999999999999999", 0.0f},
-      {"-0x0p1", -0.0f},
-      {"0x1p-149", least},
-      {"0x1p-150", 0.0f},
-      {"0x1.0000001p-150", least},
-      {"-0x1p-150", -0.0f},
-      {"0x3p-150", 2 * least},
-      {"0x1.8p-149", 2 * least},
-      {"0x2.8p-149", 2 * least},
       {"0x6c64fccp-153", 0x6c64fdp-149f},
-      {"0x1.ffffffp-127", std::numeric_limits<float>::min()},
-      {"0x1.fffffep127", largest},
-      {"0x1.fffffefffffffffffp127", largest},
-      {"0x1.ffffffp127", infinity},
-      {"0x1p128", infinity},
-      {"-0x1p128", -infinity},
-      {"0x1p99999999999999999999", infinity},
-      {"0x1p-99999999999999999999", 0.0f},
-      {"0x1.000001p0", 1.0f},
       {"0x1.0000010000000000000000001p0", std::nextafter(1.0f, 2.0f)},
       {"0x1.000003p0", 0x1.000004p0f},
-      {"0x1000001", 16777216.0f},
       {"0x1000003", 16777220.0f},
-      {"0x1000001000000000000000000p-72", 16777216.0f},
-      {"0x1000001000000000000000001p-72", 16777218.0f},
-      {"1e39", infinity},
-      {"-1e39", -infinity},
-      {"3.4028234e38", largest},
-      {"3.4028235677973362e38", largest},
-      {"3.4028235677973367e38", infinity},
-      {"1e99999999999999999999", infinity},
-      {"1e-99999999999999999999", 0.0f},
-      {"-1e-99999999999999999999", -0.0f},
-      {"0.00001e44", infinity},
-      {"100000e-50", least},
       {"1e-40", 1e-40f},
-      {"1.17549435e-38", std::numeric_limits<float>::min()},
       {"1.1754942e-38", 1.1754942e-38f},
-      {"1e-45", least},
-      {"7.1e-46", least},
-      {"7e-46", 0.0f},
-      {"-7e-46", -0.0f},
-      {"1e-60", 0.0f},
+      {"", {}},
+      {"\"1\"", {}},
+      {"1e 1", 1.0f},
       {half_of_least + "e-46", 0.0f},
       {half_of_least + "1e-46", least},
-      {"16777217", 16777216.0f},
-      {"16777217.0000000000000000000000000000000000001", 16777218.0f},
       {"16777217." + zeros + "1", 16777218.0f},
       {zeros + "7", 7.0f},
       {"0." + zeros + "7", 0.0f},
@@ -167,19 +78,41 @@ std::vector<Row> rows() {
       {"1" + zeros + "e-60046", 0.0f},
       {"0x0." + zeros + "8p240000", 0.5f},
       {"0x8" + zeros + "p-240003", 1.0f},
-      {"inf", infinity},
-      {"-INF", -infinity},
-      {"infinity", infinity},
-      {"infinit", infinity},
-      {"nan", std::nanf("")},
-      {"-NaN", std::nanf("")},
-      {"nan(1)", std::nanf("")},
-      {"nan(", std::nanf("")},
+      {"7\0008"s, 7.0f},
+      {"0x7\0008"s, 7.0f},
+      {"\0001"s, {}},
   };
-  using namespace std::string_literals;
-  all.push_back({"7\0008"s, 7.0f});
-  all.push_back({"0x7\0008"s, 7.0f});
-  all.push_back({"\0001"s, {}});
+  const struct {
+    std::optional<float> number;
+    std::string texts;
+  } groups[] = {
+      {{}, "- + . -. +.e1 e1 --1 +-1 -+1 ++1 x1 p1 i in na"},
+      {0.0f,
+       "0 +0 0e99999999999999999999 0x 0xg 0x. 0x.p1 0xp1 0x-1 00x1 0x0p99999999999999999999 "
+       "0x1p-150 0x1p-99999999999999999999 1e-99999999999999999999 7e-46 1e-60"},
+      {-0.0f,
+       "-0 -.0e5 -0e-99999999999999999999 -0x -0x0p1 -0x1p-150 -1e-99999999999999999999 "
+       "-7e-46"},
+      {1.0f,
+       "1 +1 1,5 1.. 1e 1e+ 1e- 1e+-1 1p2 1f 0x1 0x1. 0x1..8 0x1p 0x1p+ 0x1p- 0x1p+-1 "
+       "0x1.000001p0"},
+      {100.0f, "1E2 1e+2 1e02"},
+      {2.0f, "2dB 0X1P1 0x1.p1"},
+      {least, "0x1p-149 0x1.0000001p-150 100000e-50 1e-45 7.1e-46"},
+      {2 * least, "0x3p-150 0x1.8p-149 0x2.8p-149"},
+      {std::numeric_limits<float>::min(), "0x1.ffffffp-127 1.17549435e-38"},
+      {largest, "0x1.fffffep127 0x1.fffffefffffffffffp127 3.4028234e38 3.4028235677973362e38"},
+      {infinity,
+       "0x1.ffffffp127 0x1p128 0x1p99999999999999999999 1e39 3.4028235677973367e38 "
+       "1e99999999999999999999 0.00001e44 inf infinity infinit"},
+      {-infinity, "-0x1p128 -1e39 -INF"},
+      {16777216.0f, "0x1000001 0x1000001000000000000000000p-72 16777217"},
+      {16777218.0f, "0x1000001000000000000000001p-72 16777217.0000000000000000000000000000000000001"},
+      {std::nanf(""), "nan -NaN nan(1) nan("},
+  };
+  for (const auto& group : groups) {
+    for (const std::string& text : split(group.texts)) all.push_back({text, group.number});
+  }
   return all;
 }
 
@@ -235,13 +168,13 @@ std::string random_number(std::mt19937& random) {
   return text + (hex ? 'p' : 'e') + std::to_string(exponent);
 }
 
-// glibc 2.36 cuts off a few hexadecimal numbers below the least normal float that it should round up.
+// glibc 2.36 truncates a few hexadecimal numbers below the smallest normal float that it should round up.
 bool nearly_same_and_tiny(std::optional<float> left, std::optional<float> right) {
   return left && right && std::abs(*left) < std::numeric_limits<float>::min() &&
          std::abs(*left - *right) <= least;
 }
 
-TEST(ReadFloat, AgreesWithStrtofOnRandomTexts) {
+TEST(ReadFloat, MatchesStrtofOnRandomTexts) {
   std::mt19937 random(20261121);
   for (int round = 0; round < 200'000; ++round) {
     const std::string text = round % 2 == 0 ? random_pieces(random) : random_number(random);

@@ -7,8 +7,7 @@
 namespace velmora {
 namespace {
 
-// Values that stand in the record before a body is applied; none is a default. The bodies' own values are
-// others, so that a key which is not applied shows.
+// The values before a body is applied. They differ from the defaults and from the values of the bodies.
 AlgorithmParameters present() { return {-3.0f, 0.5f, 7, false, -6.0f, 3, 0}; }
 
 bool same(const AlgorithmParameters& left, const AlgorithmParameters& right) {
@@ -18,7 +17,7 @@ bool same(const AlgorithmParameters& left, const AlgorithmParameters& right) {
          left.limiter_ceiling_db == right.limiter_ceiling_db && left.stereo_link == right.stereo_link;
 }
 
-TEST(AlgorithmBody, ChangesTheKeysThatAreThereAndNoOther) {
+TEST(AlgorithmBody, ChangesOnlyThePresentKeys) {
   const struct {
     std::string_view body;
     AlgorithmParameters expected;
@@ -59,7 +58,7 @@ TEST(AlgorithmBody, ChangesTheKeysThatAreThereAndNoOther) {
   }
 }
 
-TEST(AlgorithmBody, SwitchesTheLimiterOnAndOffWhateverItWas) {
+TEST(AlgorithmBody, SwitchesTheLimiter) {
   for (const bool before : {false, true}) {
     SCOPED_TRACE(before);
     AlgorithmParameters parameters = present();
@@ -70,7 +69,7 @@ TEST(AlgorithmBody, SwitchesTheLimiterOnAndOffWhateverItWas) {
   }
 }
 
-TEST(AlgorithmBody, IsRefusedForItsFirstKeyThatIsOutOfRange) {
+TEST(AlgorithmBody, IsRefusedForItsFirstKeyOutOfRange) {
   const std::string_view trim = "output_trim_db must be between -60 and 20";
   const std::string_view alpha = "mask_time_alpha must be between 0 and 0.95";
   const std::string_view smooth = "mask_frequency_smooth must be 0 or 1";
@@ -110,7 +109,7 @@ TEST(AlgorithmBody, IsRefusedForItsFirstKeyThatIsOutOfRange) {
   }
 }
 
-TEST(FootstepBody, NeedsBypassAndStrength) {
+TEST(FootstepBody, RequiresBypassAndStrength) {
   const struct {
     std::string_view body;
     bool bypass, bypass_all;
@@ -135,7 +134,7 @@ TEST(FootstepBody, NeedsBypassAndStrength) {
   }
 }
 
-TEST(FootstepBody, IsRefusedWithoutEitherOrBeyondTheRange) {
+TEST(FootstepBody, IsRefusedWithoutEitherOrOutOfRange) {
   for (const std::string_view row :
        {"", "{}", R"({"bypass":false})", R"({"enhance_strength":0.5})",
         R"({"bypass":false,"enhance_strength":1.01})", R"({"bypass":false,"enhance_strength":1.0000002})",

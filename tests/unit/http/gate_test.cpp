@@ -13,7 +13,7 @@ ApiRequest request_with(const std::string& name, const std::string& value) {
   return request;
 }
 
-TEST(Gate, AllowsTheHostThatIsAimedAtUs) {
+TEST(Gate, AllowsOurOwnHost) {
   for (const std::string value :
        {"127.0.0.1:17831", "localhost:17831", "LOCALHOST:17831", "LocalHost:17831"}) {
     EXPECT_TRUE(host_allowed(request_with("host", value), 17831)) << value;
@@ -52,11 +52,11 @@ TEST(Gate, RefusesEveryOtherOrigin) {
   }
 }
 
-TEST(Gate, DoesNotLookAtTheReferer) {
+TEST(Gate, IgnoresTheReferer) {
   EXPECT_TRUE(origin_allowed(request_with("referer", "http://example.com"), 17831));
 }
 
-TEST(Gate, ComparesTextsWhole) {
+TEST(Gate, ComparesWholeTexts) {
   using namespace std::string_literals;
   const struct {
     std::string left;
@@ -88,7 +88,7 @@ TEST(Gate, ComparesTextsWhole) {
   }
 }
 
-TEST(Gate, TellsADifferenceInAnySingleBit) {
+TEST(Gate, DetectsADifferenceInAnySingleBit) {
   const std::string token(48, '5');
   for (std::size_t index = 0; index < token.size(); ++index) {
     for (unsigned bit = 0; bit < 8; ++bit) {
@@ -99,7 +99,7 @@ TEST(Gate, TellsADifferenceInAnySingleBit) {
   }
 }
 
-TEST(Gate, AllowsTheSessionTokenAlone) {
+TEST(Gate, AllowsOnlyTheSessionToken) {
   const std::string token = "0123456789abcdef0123456789abcdef";
   EXPECT_TRUE(token_allowed(request_with("x-velmora-token", token), token));
   EXPECT_FALSE(token_allowed(ApiRequest{}, token));

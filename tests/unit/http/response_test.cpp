@@ -47,30 +47,27 @@ TEST(FormatResponse, NamesTheFourContentTypes) {
 
 using Sending = FreshMachine;
 
-TEST_F(Sending, SendsEverythingInAsManyCallsAsItTakes) {
-  const struct {
-    std::size_t limit;
-    std::ptrdiff_t calls;
-  } rows[] = {{0, 1}, {1, 10}, {3, 4}, {9, 2}, {10, 1}, {11, 1}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.limit);
+TEST_F(Sending, SendsEverythingInSeveralCalls) {
+  const std::pair<std::size_t, std::ptrdiff_t> rows[] = {{0, 1}, {1, 10}, {3, 4}, {9, 2}, {10, 1}, {11, 1}};
+  for (const auto& [limit, calls] : rows) {
+    SCOPED_TRACE(limit);
     memory::system().log.clear();
     const Accepted accepted = accept_client({});
-    accepted.client->send_limit = row.limit;
+    accepted.client->send_limit = limit;
     EXPECT_TRUE(send_all(accepted.socket, "0123456789"));
     EXPECT_EQ(accepted.client->from_service, "0123456789");
-    EXPECT_EQ(calls_of("send"), row.calls);
+    EXPECT_EQ(calls_of("send"), calls);
   }
 }
 
-TEST_F(Sending, HasSentAnEmptyRangeWithoutACall) {
+TEST_F(Sending, SendsAnEmptyRangeWithoutACall) {
   const Accepted accepted = accept_client({});
   accepted.client->client_gone = true;
   EXPECT_TRUE(send_all(accepted.socket, ""));
   EXPECT_EQ(calls_of("send"), 0);
 }
 
-TEST_F(Sending, FailsWhereASendFails) {
+TEST_F(Sending, FailsIfASendFails) {
   const Accepted accepted = accept_client({});
   accepted.client->send_limit = 4;
   memory::system().faults["send"] = {0, 10054};
@@ -79,7 +76,7 @@ TEST_F(Sending, FailsWhereASendFails) {
   EXPECT_EQ(calls_of("send"), 2);
 }
 
-TEST_F(Sending, FailsWhereASendTakesNothing) {
+TEST_F(Sending, FailsIfASendAcceptsNothing) {
   const Accepted accepted = accept_client({});
   accepted.client->send_stalls = true;
   EXPECT_FALSE(send_all(accepted.socket, "0123456789"));
@@ -94,7 +91,7 @@ TEST_F(Sending, SendsHeadAndBodyOfAResponseInOneCall) {
   EXPECT_EQ(calls_of("send"), 1);
 }
 
-TEST_F(Sending, EndsAFailedResponseInSilenceAndWithoutARetry) {
+TEST_F(Sending, DoesNotRetryAFailedResponse) {
   const Accepted accepted = accept_client({});
   accepted.client->client_gone = true;
   write_response(accepted.socket, 200, "OK", content_type_html, "page");
@@ -102,7 +99,7 @@ TEST_F(Sending, EndsAFailedResponseInSilenceAndWithoutARetry) {
   EXPECT_EQ(calls_of("send"), 1);
 }
 
-TEST_F(Sending, WritesErrorsInTheirForm) {
+TEST_F(Sending, WritesErrorsAsJson) {
   for (const auto& [status, reason] : statuses) {
     const Accepted accepted = accept_client({});
     write_error(accepted.socket, status, reason, "what went wrong");

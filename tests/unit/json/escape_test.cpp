@@ -5,7 +5,7 @@
 namespace velmora {
 namespace {
 
-TEST(JsonEscape, EscapesEachOfThe256BytesAsItsTableSays) {
+TEST(JsonEscape, EscapesEachByte) {
   const struct {
     int value;
     std::string_view escaped;
@@ -26,7 +26,7 @@ TEST(JsonEscape, EscapesEachOfThe256BytesAsItsTableSays) {
   }
 }
 
-TEST(JsonEscape, EscapesTextsOfSeveralBytes) {
+TEST(JsonEscape, EscapesTexts) {
   EXPECT_EQ(json_escape(""), "");
   EXPECT_EQ(json_escape("a\n\"b\\c"), "a\\n\\\"b\\\\c");
   EXPECT_EQ(json_escape("\x1F"), "\\u001f");

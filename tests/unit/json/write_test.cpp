@@ -21,11 +21,8 @@ std::string appended(float value, int digits = default_digits) {
   return text;
 }
 
-TEST(JsonNumbers, HaveSixSignificantDigitsAndNoZerosBehindThem) {
-  const struct {
-    float value;
-    std::string text;
-  } rows[] = {
+TEST(JsonNumbers, HaveSixSignificantDigitsWithoutTrailingZeros) {
+  const std::pair<float, std::string> rows[] = {
       {0.0f, "0"},
       {-0.0f, "-0"},
       {1.0f, "1"},
@@ -56,7 +53,7 @@ TEST(JsonNumbers, HaveSixSignificantDigitsAndNoZerosBehindThem) {
       {std::bit_cast<float>(0xFFFFFFFFu), "nan"},
       {std::bit_cast<float>(0x7F800001u), "nan"},
   };
-  for (const auto& row : rows) EXPECT_EQ(appended(row.value), row.text);
+  for (const auto& [value, text] : rows) EXPECT_EQ(appended(value), text);
 }
 
 TEST(JsonNumbers, HaveAPointInEveryLocale) {
@@ -65,7 +62,7 @@ TEST(JsonNumbers, HaveAPointInEveryLocale) {
   EXPECT_EQ(appended(1234567.0f), "1.23457e+06");
 }
 
-TEST(JsonNumbers, AreWhatPrintfMakesOfFloatsOfEveryMagnitude) {
+TEST(JsonNumbers, MatchPrintfForFloatsOfEveryMagnitude) {
   const auto expect_as_printed = [](std::uint32_t bits) {
     const auto value = std::bit_cast<float>(bits);
     if (std::isnan(value)) return;
@@ -91,7 +88,7 @@ TEST(JsonNumbers, AreWhatPrintfMakesOfFloatsOfEveryMagnitude) {
   }
 }
 
-TEST(JsonNumbers, HaveSevenSignificantDigitsWhereTheyAreAskedFor) {
+TEST(JsonNumbers, HaveSevenSignificantDigitsOnRequest) {
   EXPECT_EQ(appended(0.6f, status_digits), "0.6");
   EXPECT_EQ(appended(32.757877f, status_digits), "32.75788");
   EXPECT_EQ(appended(9999999.0f, status_digits), "9999999");
@@ -108,24 +105,17 @@ TEST(JsonNumbers, AreAppended) {
   EXPECT_EQ(text, "a0.5-27-8");
 }
 
-TEST(JsonNumbers, HoldEveryInteger) {
-  const std::int64_t rows[] = {0,
-                               9,
-                               10,
-                               -1,
-                               2147483647,
-                               -2147483648LL,
-                               4294967296LL,
-                               std::numeric_limits<std::int64_t>::max(),
-                               std::numeric_limits<std::int64_t>::min()};
-  for (const std::int64_t value : rows) {
+TEST(JsonNumbers, SupportEveryInteger) {
+  for (const std::int64_t value :
+       {std::int64_t{0}, std::int64_t{-1}, std::int64_t{4294967296}, std::numeric_limits<std::int64_t>::max(),
+        std::numeric_limits<std::int64_t>::min()}) {
     std::string text;
     append_integer(text, value);
     EXPECT_EQ(text, std::to_string(value));
   }
 }
 
-TEST(JsonNumbers, HoldEveryUnsignedInteger) {
+TEST(JsonNumbers, SupportEveryUnsignedInteger) {
   std::string text;
   append_unsigned(text, 0);
   append_unsigned(text, std::numeric_limits<std::uint64_t>::max());
@@ -139,14 +129,14 @@ TEST(JsonWords, AreTrueAndFalse) {
   EXPECT_EQ(text, "atruefalse");
 }
 
-TEST(JsonTexts, StandBetweenQuotesAndAreEscaped) {
+TEST(JsonTexts, AreQuotedAndEscaped) {
   std::string text = ":";
   append_text(text, "a\"b\\c\n\x01\xC3\xA9/");
   append_text(text, "");
   EXPECT_EQ(text, ":\"a\\\"b\\\\c\\n\\u0001\xC3\xA9/\"\"\"");
 }
 
-TEST(JsonTexts, StandInArraysWithoutBlanks) {
+TEST(JsonTexts, FormArraysWithoutBlanks) {
   const struct {
     std::vector<std::string> texts;
     std::string written;
@@ -175,7 +165,7 @@ TEST(JsonObjects, MayBeEmpty) {
   EXPECT_EQ(object([](JsonObject&) {}), "{}");
 }
 
-TEST(JsonObjects, HoldTheirMembersInOrderWithCommasBetweenThemAndNoBlanks) {
+TEST(JsonObjects, WriteTheirMembersInOrder) {
   EXPECT_EQ(object([](JsonObject& members) { members.add("z", 1); }), R"({"z":1})");
   EXPECT_EQ(object([](JsonObject& members) {
               members.add("z", 1);
@@ -186,7 +176,7 @@ TEST(JsonObjects, HoldTheirMembersInOrderWithCommasBetweenThemAndNoBlanks) {
             R"({"z":1,"a":true,"z":"t","":2})");
 }
 
-TEST(JsonObjects, WriteEachTypeInItsOwnWay) {
+TEST(JsonObjects, WriteEachType) {
   const struct {
     std::string value;
     std::function<void(JsonObject&)> add;
@@ -226,7 +216,7 @@ TEST(JsonObjects, WriteFloatsWithTheirOwnDigits) {
   EXPECT_EQ(object(add_float, status_digits), R"({"a":32.75788,"b":0.6})");
 }
 
-TEST(JsonObjects, TakeObjectsAndArraysAsMembers) {
+TEST(JsonObjects, ContainObjectsAndArrays) {
   EXPECT_EQ(object([](JsonObject& members) {
               JsonObject inner(members.begin("empty"));
               inner.end();
@@ -253,7 +243,7 @@ TEST(JsonObjects, TakeObjectsAndArraysAsMembers) {
             R"("list":[{"n":1},{"n":2}],"last":"v8,"after":null})");
 }
 
-TEST(JsonObjects, BeginWithoutACommaBehindATextThatEndsInABrace) {
+TEST(JsonObjects, StartWithoutACommaAfterAnyText) {
   for (const std::string before : {"{", "}", "x{", "\"}\""}) {
     std::string out = before;
     JsonObject members(out);

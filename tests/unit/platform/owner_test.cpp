@@ -26,7 +26,7 @@ class PlatformOwner : public ::testing::Test {
   void SetUp() override { released.clear(); }
 };
 
-TEST_F(PlatformOwner, IsClosedAtFirstAndThenReleasesNothing) {
+TEST_F(PlatformOwner, StartsClosedAndReleasesNothing) {
   {
     Number owner;
     EXPECT_FALSE(owner.is_open());
@@ -36,7 +36,7 @@ TEST_F(PlatformOwner, IsClosedAtFirstAndThenReleasesNothing) {
   EXPECT_TRUE(released.empty());
 }
 
-TEST_F(PlatformOwner, ReleasesOnceWhenItGoes) {
+TEST_F(PlatformOwner, ReleasesOnceOnDestruction) {
   {
     const Number owner(7);
     EXPECT_TRUE(owner.is_open());
@@ -46,7 +46,7 @@ TEST_F(PlatformOwner, ReleasesOnceWhenItGoes) {
   EXPECT_EQ(released, std::vector{7});
 }
 
-TEST_F(PlatformOwner, ReleasesOnceWhenItIsClosedTwice) {
+TEST_F(PlatformOwner, ReleasesOnceIfClosedTwice) {
   {
     Number owner(7);
     owner.close();
@@ -56,12 +56,12 @@ TEST_F(PlatformOwner, ReleasesOnceWhenItIsClosedTwice) {
   EXPECT_EQ(released, std::vector{7});
 }
 
-TEST_F(PlatformOwner, TakesZeroForAnOpenValue) {
+TEST_F(PlatformOwner, TreatsZeroAsOpen) {
   { const Number owner(0); }
   EXPECT_EQ(released, std::vector{0});
 }
 
-TEST_F(PlatformOwner, IsClosedOnceItHasBeenMovedFrom) {
+TEST_F(PlatformOwner, IsClosedAfterAMove) {
   {
     Number first(7);
     const Number second(std::move(first));
@@ -72,7 +72,7 @@ TEST_F(PlatformOwner, IsClosedOnceItHasBeenMovedFrom) {
   EXPECT_EQ(released, std::vector{7});
 }
 
-TEST_F(PlatformOwner, ClosesWhatItHeldWhenAnotherIsMovedIntoIt) {
+TEST_F(PlatformOwner, ReleasesItsValueOnMoveAssignment) {
   {
     Number first(7);
     Number second(8);
@@ -86,7 +86,7 @@ TEST_F(PlatformOwner, ClosesWhatItHeldWhenAnotherIsMovedIntoIt) {
   EXPECT_EQ(released, (std::vector{8, 7}));
 }
 
-TEST_F(PlatformOwner, KeepsWhatItHoldsWhenMovedToItself) {
+TEST_F(PlatformOwner, SurvivesASelfMove) {
   Number owner(7);
   Number& same = owner;
   owner = std::move(same);

@@ -9,7 +9,7 @@ namespace {
 
 using Console = FreshMachine;
 
-TEST_F(Console, StopsTheServiceAtFourEventsAndLeavesEveryOtherAlone) {
+TEST_F(Console, StopsTheServiceAtFourEventsOnly) {
   for (std::uint32_t event = 0; event < 300; ++event) {
     stop_requested = false;
     const bool ours = event == 0 || event == 1 || event == 2 || event == 6;
@@ -19,7 +19,7 @@ TEST_F(Console, StopsTheServiceAtFourEventsAndLeavesEveryOtherAlone) {
   EXPECT_FALSE(console_ctrl_handler(0xFFFFFFFF));
 }
 
-TEST_F(Console, KeepsAStopThatWasAskedForAtAnUnknownEvent) {
+TEST_F(Console, KeepsAStopRequestAtAnUnknownEvent) {
   EXPECT_TRUE(console_ctrl_handler(0));
   EXPECT_FALSE(console_ctrl_handler(5));
   EXPECT_TRUE(stop_requested);

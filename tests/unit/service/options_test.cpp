@@ -32,7 +32,7 @@ TEST(CommandLine, HasItsDefaults) {
   EXPECT_EQ(parsed.options.account_service, "");
 }
 
-TEST(CommandLine, TakesEveryOption) {
+TEST(CommandLine, AcceptsEveryOption) {
   const ParsedCommandLine parsed =
       parse_command_line({"--port", "80", "--web-root", "w", "--token", token_of_32, "--control-map",
                           "anything at all", "--capture-directory", "c", "--preset-directory", "p",
@@ -72,7 +72,7 @@ TEST(CommandLine, RefusesEveryOtherPort) {
   }
 }
 
-TEST(CommandLine, TakesATokenFrom32Bytes) {
+TEST(CommandLine, AcceptsTokensOf32BytesAndMore) {
   const std::string long_token(5000, '\xFF');
   EXPECT_EQ(parse_command_line({"--token", token_of_32}).options.token, token_of_32);
   EXPECT_EQ(parse_command_line({"--token", long_token}).options.token, long_token);
@@ -85,7 +85,7 @@ TEST(CommandLine, TakesATokenFrom32Bytes) {
   }
 }
 
-TEST(CommandLine, CountsAnOptionThatLacksItsValueAsUnknown) {
+TEST(CommandLine, RefusesAnOptionWithoutItsValue) {
   for (const std::string_view option : {"--port", "--web-root", "--token", "--control-map",
                                         "--capture-directory", "--preset-directory", "--account-service"}) {
     for (const Arguments& arguments : {Arguments{option}, Arguments{"--verbose", option}}) {
@@ -96,7 +96,7 @@ TEST(CommandLine, CountsAnOptionThatLacksItsValueAsUnknown) {
   }
 }
 
-TEST(CommandLine, RefusesWhatIsNoOption) {
+TEST(CommandLine, RefusesUnknownOptions) {
   for (const std::string_view argument : {"", "x", "-v", "--Verbose", "--verbose ", "--verbos", "--port=80",
                                           "--help", "-", "--", "--self-test=1", "--open-browsers"}) {
     for (const Arguments& arguments :
@@ -108,7 +108,7 @@ TEST(CommandLine, RefusesWhatIsNoOption) {
   }
 }
 
-TEST(CommandLine, TakesAnyTextForAValue) {
+TEST(CommandLine, AcceptsAnyTextAsAValue) {
   const ParsedCommandLine parsed = parse_command_line({"--web-root", "--self-test", "--control-map", ""});
   EXPECT_EQ(parsed.action, Action::serve);
   EXPECT_EQ(parsed.options.web_root, "--self-test");

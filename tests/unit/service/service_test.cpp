@@ -1,4 +1,4 @@
-// One file because it mirrors one source, whose start has many ways to fail.
+// One file because it tests one source, whose start can fail in many ways.
 #include "service/service.h"
 
 #include <gtest/gtest.h>
@@ -31,13 +31,6 @@ class Service : public FreshMachine {
   void SetUp() override {
     FreshMachine::SetUp();
     put_pages(std::string(default_root));
-    algorithm_version.clear();
-  }
-  void TearDown() override {
-    capture_directory_override.clear();
-    preset_directory_override.clear();
-    algorithm_version.clear();
-    FreshMachine::TearDown();
   }
 
   static void put_pages(const std::string& web_root) {
@@ -46,32 +39,20 @@ class Service : public FreshMachine {
     }
   }
 
-  static ExitCode run(const Arguments& arguments = {}) { return run_program(arguments); }
-  static const std::string& out() { return memory::system().standard_output; }
-  static const std::string& error_out() { return memory::system().standard_error; }
-
-  // Nothing that the program set up is left.
-  static void expect_all_released() {
+  // Run the program until it stops by itself or no client connects any more.
+  static ExitCode run(const Arguments& arguments = {}) {
+    stop_requested = false;
+    memory::system().standard_output.clear();
+    memory::system().standard_error.clear();
+    const ExitCode code = run_program(arguments);
     EXPECT_TRUE(memory::system().handles.empty());
     EXPECT_EQ(memory::system().com_started, 0);
     EXPECT_EQ(memory::system().sockets_started, 0);
+    return code;
   }
+  static const std::string& out() { return memory::system().standard_output; }
+  static const std::string& error_out() { return memory::system().standard_error; }
 };
-
-const Log until_bridge = {"CreateFileW",
-                          "CreateFileW",
-                          "CreateFileW",
-                          "CreateFileW",
-                          "BCryptGenRandom",
-                          "OpenFileMappingW",
-                          "ConvertStringSecurityDescriptorToSecurityDescriptorW",
-                          "CreateFileMappingW",
-                          "MapViewOfFile"};
-
-Log joined(Log left, const Log& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
 
 const std::string default_banner =
     "Velmora 1.2.0  (algorithm not found)\n  Open: http://127.0.0.1:17831/?token=" +
@@ -91,23 +72,14 @@ TEST(ExitCodes, AreThoseThatScriptsRelyOn) {
   for (const auto& [code, number] : rows) EXPECT_EQ(static_cast<int>(code), number);
 }
 
-TEST_F(Service, StartsAndStopsInItsOrder) {
-  EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_EQ(memory::system().log,
-            joined(until_bridge,
-                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
-                    "stdout", "DeleteFileW", "stdout", "select", "closesocket", "WSACleanup",
-                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
-  expect_all_released();
-}
-
-TEST_F(Service, PrintsItsBannerAndNothingElse) {
+TEST_F(Service, PrintsOnlyItsBanner) {
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(out(), default_banner);
   EXPECT_EQ(error_out(), "");
+  EXPECT_TRUE(memory::system().browser_addresses.empty());
 }
 
-TEST_F(Service, HasWrittenItsBannerBeforeItWaits) {
+TEST_F(Service, PrintsItsBannerBeforeItWaits) {
   std::size_t written_bytes = 0;
   memory::system().on_idle = [&] {
     written_bytes = out().size();
@@ -131,53 +103,26 @@ TEST_F(Service, AddsThreeLinesToTheBannerWhenVerbose) {
   EXPECT_EQ(calls_of("BCryptGenRandom"), 0);
 }
 
-TEST_F(Service, ShowsAGivenTokenAsItIs) {
-  const std::string token(32, '\xE9');
-  EXPECT_EQ(run({"--token", token}), ExitCode::done);
-  EXPECT_NE(out().find("/?token=" + token + "\n"), std::string::npos);
-}
-
-TEST_F(Service, ProbesTheAlgorithmBetweenTheHandlerAndTheBanner) {
+TEST_F(Service, ShowsTheAlgorithmVersionInItsBanner) {
   const std::string path = "/opt/velmora/fse.dll";
   memory::system().files[path] = {};
   memory::system().libraries[path] = {};
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(algorithm_version, "unknown");
-  EXPECT_EQ(out().find("Velmora 1.2.0  (algorithm unknown)\n"), 0u);
-  EXPECT_EQ(memory::system().log,
-            joined(until_bridge,
-                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
-                    "LoadLibraryW", "FreeLibrary", "stdout", "DeleteFileW", "stdout", "select", "closesocket",
-                    "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_TRUE(out().starts_with("Velmora 1.2.0  (algorithm unknown)\n"));
 }
 
-TEST_F(Service, OpensTheBrowserAfterItsBanner) {
+TEST_F(Service, OpensTheBrowserOnRequest) {
   EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
   EXPECT_EQ(memory::system().browser_addresses,
             std::vector<std::string>{"http://127.0.0.1:17831/?token=" + std::string(generated_token)});
   EXPECT_EQ(out(), default_banner);
-  EXPECT_EQ(memory::system().log,
-            joined(until_bridge,
-                   {"CoInitializeEx", "WSAStartup", "socket", "bind", "listen", "SetConsoleCtrlHandler",
-                    "stdout", "DeleteFileW", "stdout", "ShellExecuteW", "select", "closesocket", "WSACleanup",
-                    "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
 }
 
-TEST_F(Service, OpensNoBrowserUnasked) {
-  EXPECT_EQ(run(), ExitCode::done);
-  EXPECT_EQ(calls_of("ShellExecuteW"), 0);
-}
-
-TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
-  const struct {
-    std::intptr_t result;
-    bool told;
-  } rows[] = {{0, true}, {2, true}, {31, true}, {32, true}, {33, false}, {42, false}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.result);
-    memory::system().browser_result = row.result;
-    stop_requested = false;
-    memory::system().standard_output.clear();
+TEST_F(Service, ReportsAFailedBrowserAndContinues) {
+  const std::pair<std::intptr_t, bool> rows[] = {{0, true}, {32, true}, {33, false}, {42, false}};
+  for (const auto& [result, reported] : rows) {
+    memory::system().browser_result = result;
     std::size_t written_bytes = 0;
     memory::system().on_idle = [&] {
       written_bytes = out().size();
@@ -186,10 +131,10 @@ TEST_F(Service, SaysSoWhereNoBrowserOpensAndGoesOn) {
     EXPECT_EQ(run({"--open-browser"}), ExitCode::done);
     const std::string line =
         "  (could not open a browser automatically -- copy the address above into one)\n";
-    EXPECT_EQ(out(), default_banner + (row.told ? line : ""));
+    EXPECT_EQ(out(), default_banner + (reported ? line : "")) << result;
     EXPECT_EQ(written_bytes, out().size());
+    EXPECT_EQ(error_out(), "");
   }
-  EXPECT_EQ(error_out(), "");
 }
 
 TEST_F(Service, ServesWhatItWasStartedWith) {
@@ -218,10 +163,9 @@ TEST_F(Service, ServesWhatItWasStartedWith) {
             expected_response("200 OK", "text/html; charset=utf-8", "page help.html __VELMORA_UI_STAMP__"));
   EXPECT_EQ(footstep->from_service, expected_ok());
   EXPECT_EQ(footstep_word, 0x000000003F000000u);
-  expect_all_released();
 }
 
-TEST_F(Service, StampsPagesWithNothingWhereTheTimeIsNotKnown) {
+TEST_F(Service, StampsPagesWithNothingIfTheTimeIsUnknown) {
   const auto client =
       memory::connect_client({"GET /advanced.html HTTP/1.1\r\nHost: 127.0.0.1:17831\r\n\r\n"});
   EXPECT_EQ(run(), ExitCode::done);
@@ -229,7 +173,7 @@ TEST_F(Service, StampsPagesWithNothingWhereTheTimeIsNotKnown) {
             expected_response("200 OK", "text/html; charset=utf-8", "page advanced.html "));
 }
 
-TEST_F(Service, ServesPagesFromMemoryWhateverTheWebRootHoldsByNow) {
+TEST_F(Service, ServesPagesFromMemory) {
   bool asked = false;
   std::shared_ptr<memory::Connection> client;
   memory::system().on_idle = [&] {
@@ -245,7 +189,7 @@ TEST_F(Service, ServesPagesFromMemoryWhateverTheWebRootHoldsByNow) {
   EXPECT_EQ(calls_of("CreateFileW"), 4);
 }
 
-TEST_F(Service, WritesNothingIntoARecordThatItFindsAndLeaves) {
+TEST_F(Service, KeepsTheValuesOfAnExistingRecord) {
   std::shared_ptr<memory::Region> held;
   memory::system().on_idle = [&] {
     held = memory::system().regions.at(u"Global\\VelmoraControlV1").lock();
@@ -255,14 +199,12 @@ TEST_F(Service, WritesNothingIntoARecordThatItFindsAndLeaves) {
   ASSERT_TRUE(held);
   held->words[2] = 0x000000023F000000u;
   const std::vector<std::uint64_t> before = held->words;
-  stop_requested = false;
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(held->words, before);
 }
 
-TEST_F(Service, StopsAtEachEventOfTheConsoleThatIsItsOwn) {
+TEST_F(Service, StopsAtEachStopEventOfTheConsole) {
   for (const std::uint32_t event : {0u, 1u, 2u, 6u}) {
-    stop_requested = false;
     int waits = 0;
     memory::system().on_idle = [&] {
       ++waits;
@@ -276,17 +218,16 @@ TEST_F(Service, StopsAtEachEventOfTheConsoleThatIsItsOwn) {
   }
 }
 
-TEST_F(Service, HandsTheDirectoriesOfItsOptionsOn) {
+TEST_F(Service, AppliesTheDirectoryOptions) {
   EXPECT_EQ(run({"--capture-directory", "c/d", "--preset-directory", "p/q"}), ExitCode::done);
   EXPECT_EQ(capture_directory_override, "c/d");
   EXPECT_EQ(preset_directory_override, "p/q");
-  stop_requested = false;
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(capture_directory_override, "");
   EXPECT_EQ(preset_directory_override, "");
 }
 
-TEST_F(Service, RefusesABadCommandLineAndTouchesNothing) {
+TEST_F(Service, RefusesABadCommandLine) {
   const struct {
     Arguments arguments;
     std::string message;
@@ -300,7 +241,6 @@ TEST_F(Service, RefusesABadCommandLineAndTouchesNothing) {
        "[--open-browser] [--verbose] [--self-test]\n"},
   };
   for (const auto& row : rows) {
-    memory::system().standard_error.clear();
     EXPECT_EQ(run(row.arguments), ExitCode::bad_command_line);
     EXPECT_EQ(error_out(), row.message);
     EXPECT_EQ(out(), "");
@@ -315,56 +255,45 @@ TEST_F(Service, RunsTheSelfTestInsteadOfStarting) {
   for (const std::string_view operation : {"CreateFileW", "CoInitializeEx", "WSAStartup", "socket"}) {
     EXPECT_EQ(calls_of(operation), 0) << operation;
   }
-  expect_all_released();
 }
 
-TEST_F(Service, EndsWith1WhereTheSelfTestFails) {
+TEST_F(Service, EndsWith1IfTheSelfTestFails) {
   memory::system().random_available = false;
   EXPECT_EQ(run({"--self-test"}), ExitCode::self_test_failed);
   EXPECT_EQ(out(), "Velmora control self-test failed\n");
 }
 
-TEST_F(Service, NeedsEachOfItsFourPages) {
-  for (std::size_t bad = 0; bad < 4; ++bad) {
-    for (int fault = 0; fault < 4; ++fault) {
-      memory::reset();
-      memory::system().standard_error.clear();
-      put_pages(std::string(default_root));
-      const std::string path = std::string(default_root) + "/" + page_names[bad];
-      SCOPED_TRACE(path + " with fault " + std::to_string(fault));
-      if (fault == 0) memory::system().files.erase(path);
-      if (fault == 1) memory::system().files[path].bytes.clear();
-      if (fault == 2) memory::system().files[path].kind = FileKind::directory;
-      if (fault == 3) memory::system().files[path].read_error = 23;
-      EXPECT_EQ(run(), ExitCode::page_unreadable);
-      EXPECT_EQ(error_out(), "Unable to read \"" + path + "\"\n");
-      EXPECT_EQ(out(), "");
-      EXPECT_EQ(memory::system().log, joined(Log(bad + 1, "CreateFileW"), {"stderr"}));
-      expect_all_released();
-    }
+TEST_F(Service, FailsWithoutEachOfItsFourPages) {
+  for (const std::string& name : page_names) {
+    memory::reset();
+    put_pages(std::string(default_root));
+    const std::string path = std::string(default_root) + "/" + name;
+    memory::system().files.erase(path);
+    EXPECT_EQ(run(), ExitCode::page_unreadable);
+    EXPECT_EQ(error_out(), "Unable to read \"" + path + "\"\n");
+    EXPECT_EQ(out(), "");
+    EXPECT_EQ(calls_of("BCryptGenRandom"), 0);
   }
 }
 
-TEST_F(Service, QuotesThePathOfAPageThatItCannotRead) {
+TEST_F(Service, QuotesThePathOfAnUnreadablePage) {
   EXPECT_EQ(run({"--web-root", "C:\\we\"b"}), ExitCode::page_unreadable);
   EXPECT_EQ(error_out(), "Unable to read \"C:\\\\we\\\"b\\\\index.html\"\n");
 }
 
-TEST_F(Service, NeedsRandomBytesForATokenOfItsOwn) {
+TEST_F(Service, NeedsRandomBytesForAGeneratedToken) {
   memory::system().random_available = false;
   EXPECT_EQ(run(), ExitCode::no_token);
   EXPECT_EQ(error_out(), "Unable to generate a session token\n");
-  EXPECT_EQ(memory::system().log,
-            (Log{"CreateFileW", "CreateFileW", "CreateFileW", "CreateFileW", "BCryptGenRandom", "stderr"}));
-  expect_all_released();
+  EXPECT_EQ(calls_of("OpenFileMappingW"), 0);
 }
 
-TEST_F(Service, NeedsNoRandomBytesForATokenThatIsGiven) {
+TEST_F(Service, NeedsNoRandomBytesForAGivenToken) {
   memory::system().random_available = false;
   EXPECT_EQ(run({"--token", given_token}), ExitCode::done);
 }
 
-TEST_F(Service, NeedsItsBridge) {
+TEST_F(Service, FailsWithoutItsBridge) {
   const std::string start = "Unable to create shared control bridge: ";
   const std::string refused_name =
       "control mapping name must be Local\\ or Global\\ plus ASCII letters, digits, '.', '-' or '_'";
@@ -385,21 +314,18 @@ TEST_F(Service, NeedsItsBridge) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.message);
     memory::reset();
-    memory::system().standard_error.clear();
     put_pages(std::string(default_root));
     if (!row.operation.empty()) memory::system().faults[row.operation] = {row.error};
     EXPECT_EQ(run({"--control-map", row.name}), ExitCode::no_bridge);
     EXPECT_EQ(error_out(), start + row.message + "\n");
     EXPECT_EQ(out(), "");
     EXPECT_EQ(calls_of("CoInitializeEx"), 0);
-    expect_all_released();
   }
 }
 
-TEST_F(Service, RefusesABridgeOfAnotherLayoutOrWithoutAnEnd) {
+TEST_F(Service, RefusesARecordOfAnotherLayout) {
   const std::uint64_t first_words[] = {(std::uint64_t{7} << 32) | 0x31434D56, 0};
   for (const std::uint64_t word : first_words) {
-    memory::system().standard_error.clear();
     const auto region = memory::hold_region(u"Global\\VelmoraControlV1", 576);
     region->words[0] = word;
     region->words[1] = 576;
@@ -407,122 +333,62 @@ TEST_F(Service, RefusesABridgeOfAnotherLayoutOrWithoutAnEnd) {
     EXPECT_EQ(
         error_out(),
         "Unable to create shared control bridge: existing control mapping has an incompatible layout\n");
-    expect_all_released();
   }
 }
 
-TEST_F(Service, TellsTheResultOfComInLowerCaseHex) {
-  const struct {
-    std::uint32_t result;
-    std::string text;
-  } rows[] = {{0x80010106, "80010106"}, {0xFFFFFFFF, "ffffffff"}, {0x8007000E, "8007000e"}};
-  for (const auto& row : rows) {
-    memory::system().standard_error.clear();
+TEST_F(Service, ReportsAFailureOfComInLowerCaseHex) {
+  const std::pair<std::uint32_t, std::string> rows[] = {
+      {0x80010106, "80010106"}, {0xFFFFFFFF, "ffffffff"}, {0x8007000E, "8007000e"}};
+  for (const auto& [result, text] : rows) {
     memory::system().log.clear();
-    memory::system().com_result = static_cast<std::int32_t>(row.result);
+    memory::system().com_result = static_cast<std::int32_t>(result);
     EXPECT_EQ(run(), ExitCode::no_com);
-    EXPECT_EQ(error_out(), "CoInitializeEx failed: " + row.text + "\n");
+    EXPECT_EQ(error_out(), "CoInitializeEx failed: " + text + "\n");
     EXPECT_EQ(out(), "");
-    EXPECT_EQ(memory::system().log,
-              joined(until_bridge, {"CoInitializeEx", "stderr", "UnmapViewOfFile", "CloseHandle"}));
-    expect_all_released();
+    EXPECT_EQ(calls_of("WSAStartup"), 0);
   }
 }
 
-TEST_F(Service, TakesComThatWasStartedAlreadyForASuccess) {
+TEST_F(Service, AcceptsComThatIsAlreadyStarted) {
   memory::system().com_result = 1;
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(calls_of("CoUninitialize"), 1);
-  expect_all_released();
 }
 
-// Where the network cannot be had: what was set up is taken down in reverse order, and said once.
-TEST_F(Service, TakesEverythingDownWhereItCannotListen) {
-  const std::string unable = "Unable to bind 127.0.0.1:17831 (Winsock error ";
+TEST_F(Service, ReportsThatItCannotListen) {
+  const std::string unable = "Unable to bind 127.0.0.1:65535 (Winsock error ";
   const std::string already =
       "Another control service is already running on this port.\n"
       "Stop it first (run the stop script, or end velmora_control_demo), then start again.\n";
+  constexpr std::int64_t no_number = memory::failure_without_number;
   const struct {
     std::string operation;
     std::int64_t error;
     ExitCode code;
     std::string message;
-    Log log;  // behind CoInitializeEx, in front of the bridge's release
   } rows[] = {
-      {"WSAStartup",
-       10091,
-       ExitCode::no_sockets,
-       "WSAStartup failed\n",
-       {"WSAStartup", "CoUninitialize", "stderr"}},
-      {"socket",
-       10024,
-       ExitCode::no_listener_socket,
-       "socket failed\n",
-       {"WSAStartup", "socket", "WSACleanup", "CoUninitialize", "stderr"}},
-      {"bind",
-       10048,
-       ExitCode::not_bound,
-       unable + "10048)\n" + already,
-       {"WSAStartup", "socket", "bind", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
-      {"bind",
-       10013,
-       ExitCode::not_bound,
-       unable + "10013)\n",
-       {"WSAStartup", "socket", "bind", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
-      {"listen",
-       10048,
-       ExitCode::not_bound,
-       unable + "10048)\n" + already,
-       {"WSAStartup", "socket", "bind", "listen", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
-      {"listen",
-       10055,
-       ExitCode::not_bound,
-       unable + "10055)\n",
-       {"WSAStartup", "socket", "bind", "listen", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
-      {"WSAStartup",
-       memory::failure_without_number,
-       ExitCode::no_sockets,
-       "WSAStartup failed\n",
-       {"WSAStartup", "CoUninitialize", "stderr"}},
-      {"socket",
-       memory::failure_without_number,
-       ExitCode::no_listener_socket,
-       "socket failed\n",
-       {"WSAStartup", "socket", "WSACleanup", "CoUninitialize", "stderr"}},
-      {"bind",
-       memory::failure_without_number,
-       ExitCode::not_bound,
-       unable + "0)\n",
-       {"WSAStartup", "socket", "bind", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
-      {"listen",
-       memory::failure_without_number,
-       ExitCode::not_bound,
-       unable + "0)\n",
-       {"WSAStartup", "socket", "bind", "listen", "stderr", "closesocket", "WSACleanup", "CoUninitialize"}},
+      {"WSAStartup", 10091, ExitCode::no_sockets, "WSAStartup failed\n"},
+      {"WSAStartup", no_number, ExitCode::no_sockets, "WSAStartup failed\n"},
+      {"socket", 10024, ExitCode::no_listener_socket, "socket failed\n"},
+      {"socket", no_number, ExitCode::no_listener_socket, "socket failed\n"},
+      {"bind", 10048, ExitCode::not_bound, unable + "10048)\n" + already},
+      {"bind", 10013, ExitCode::not_bound, unable + "10013)\n"},
+      {"bind", no_number, ExitCode::not_bound, unable + "0)\n"},
+      {"listen", 10048, ExitCode::not_bound, unable + "10048)\n" + already},
+      {"listen", 10055, ExitCode::not_bound, unable + "10055)\n"},
+      {"listen", no_number, ExitCode::not_bound, unable + "0)\n"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.operation + " " + std::to_string(row.error));
-    memory::system().log.clear();
-    memory::system().standard_error.clear();
     memory::system().faults[row.operation] = {row.error};
-    EXPECT_EQ(run(), row.code);
+    EXPECT_EQ(run({"--port", "65535"}), row.code);
     EXPECT_EQ(error_out(), row.message);
     EXPECT_EQ(out(), "");
-    EXPECT_EQ(memory::system().log, joined(joined(joined(until_bridge, {"CoInitializeEx"}), row.log),
-                                           {"UnmapViewOfFile", "CloseHandle"}));
-    expect_all_released();
   }
 }
 
-TEST_F(Service, TellsAPortThatAnotherHasByItsNumber) {
-  memory::system().ports_of_others.insert(65535);
-  EXPECT_EQ(run({"--port", "65535"}), ExitCode::not_bound);
-  EXPECT_EQ(error_out().find("Unable to bind 127.0.0.1:65535 (Winsock error 10048)\n"), 0u);
-}
-
-TEST_F(Service, BindsThePortThatItIsGiven) {
+TEST_F(Service, BindsTheGivenPort) {
   for (const std::string_view port : {"1", "65535"}) {
-    stop_requested = false;
     std::string bound;
     memory::system().on_idle = [&] {
       for (const auto& [number, handle] : memory::system().handles) {
@@ -535,7 +401,7 @@ TEST_F(Service, BindsThePortThatItIsGiven) {
   }
 }
 
-TEST_F(Service, OutlivesFailuresOfItsLoop) {
+TEST_F(Service, SurvivesFailuresOfConnections) {
   memory::system().faults["select"] = {10004};
   memory::system().faults["accept"] = {10054};
   memory::system().faults["send"] = {10054};
@@ -550,19 +416,16 @@ TEST_F(Service, OutlivesFailuresOfItsLoop) {
   EXPECT_EQ(error_out(), "");
 }
 
-TEST_F(Service, EndsWithTenWhenItsMachineCannotBeRead) {
+TEST_F(Service, EndsWith10IfTheMachineCannotBeRead) {
   memory::system().machine_trouble = "/machines/laptop.reg:7: a value without a key";
-  // Behind the options and in front of the pages: the page that is missing is not even looked for.
-  memory::system().files.clear();
   EXPECT_EQ(run(), ExitCode::machine_unreadable);
   EXPECT_EQ(static_cast<int>(ExitCode::machine_unreadable), 10);
   EXPECT_EQ(error_out(), "Unable to read the machine /machines/laptop.reg:7: a value without a key\n");
   EXPECT_EQ(out(), "");
-  EXPECT_EQ(memory::system().log, Log({"stderr"}));
-  expect_all_released();
+  EXPECT_EQ(calls_of("CreateFileW"), 0);
 }
 
-TEST_F(Service, LooksAtItsOptionsBeforeItsMachine) {
+TEST_F(Service, ChecksItsOptionsBeforeTheMachine) {
   memory::system().machine_trouble = "bad:1: worse";
   EXPECT_EQ(run({"--port", "0"}), ExitCode::bad_command_line);
   EXPECT_EQ(error_out().find("machine"), std::string::npos);
@@ -585,37 +448,32 @@ std::string api_request(const std::string& method_and_target) {
          "\r\n\r\n";
 }
 
-// Somebody signs in as soon as the service serves.
+// A client signs in as soon as the service accepts connections.
 void sign_in_by_poll() {
   answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t"})");
   memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
 }
 
-TEST_F(Service, RemovesASessionFileInFrontOfItsBannersLastLine) {
+TEST_F(Service, RemovesAStaleSessionFile) {
   memory::system().files[session_file].bytes = "{}";
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_FALSE(memory::system().files.contains(session_file));
-  const Log& log = memory::system().log;
-  const Log start = {"listen", "SetConsoleCtrlHandler", "stdout", "DeleteFileW", "stdout", "select"};
-  EXPECT_NE(std::search(log.begin(), log.end(), start.begin(), start.end()), log.end());
-  EXPECT_EQ(calls_of("DeleteFileW"), 1);
   EXPECT_EQ(out(), default_banner);
 }
 
-TEST_F(Service, KeepsASessionFileThatItCannotRemoveOrWhereItCannotListen) {
+TEST_F(Service, ContinuesIfItCannotRemoveTheSessionFile) {
   memory::system().files[session_file].bytes = "{}";
   memory::system().faults["DeleteFileW"] = {5};
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_TRUE(memory::system().files.contains(session_file));
   EXPECT_EQ(out(), default_banner);
   EXPECT_EQ(error_out(), "");
-  stop_requested = false;
   memory::system().faults["bind"] = {10048};
   EXPECT_EQ(run(), ExitCode::not_bound);
   EXPECT_TRUE(memory::system().files.contains(session_file));
 }
 
-TEST_F(Service, GivesTheSessionBackAtTheEnd) {
+TEST_F(Service, ReleasesTheSessionAtTheEnd) {
   sign_in_by_poll();
   answer_next(200, "{}");
   EXPECT_EQ(run(with_account), ExitCode::done);
@@ -624,7 +482,7 @@ TEST_F(Service, GivesTheSessionBackAtTheEnd) {
   EXPECT_EQ(error_out(), "");
 }
 
-TEST_F(Service, GivesTheSessionBackWhileItStillHasEverything) {
+TEST_F(Service, ReleasesTheSessionBeforeItsResources) {
   sign_in_by_poll();
   HeldBackService held_back;
   held_back.let_go();
@@ -635,22 +493,19 @@ TEST_F(Service, GivesTheSessionBackWhileItStillHasEverything) {
   };
   Log log;
   std::thread other([&] {
-    // The service waits for the answer to its release meanwhile.
+    // Meanwhile the service waits for the answer to its release.
     if (wait_until([] { return count_calls("WinHttpReceiveResponse") == 2; })) log = memory::system().log;
     held_back.let_go();
   });
   EXPECT_EQ(run(with_account), ExitCode::done);
   other.join();
-  const Log served = {"stdout", "select", "accept", "send", "shutdown", "closesocket", "select"};
-  ASSERT_GE(log.size(), served.size());
-  EXPECT_EQ(Log(log.end() - static_cast<std::ptrdiff_t>(served.size()), log.end()), served);
-  EXPECT_EQ(
-      Log(memory::system().log.begin() + static_cast<std::ptrdiff_t>(log.size()), memory::system().log.end()),
-      (Log{"closesocket", "WSACleanup", "CoUninitialize", "UnmapViewOfFile", "CloseHandle"}));
+  EXPECT_EQ(std::count(log.begin(), log.end(), "CoUninitialize"), 0);
+  EXPECT_EQ(std::count(log.begin(), log.end(), "UnmapViewOfFile"), 0);
+  EXPECT_EQ(calls_of("CoUninitialize"), 1);
   EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
 }
 
-TEST_F(Service, EndsAsEverWhereTheSessionCannotBeGivenBack) {
+TEST_F(Service, EndsNormallyIfTheReleaseFails) {
   const std::function<void()> troubles[] = {[] {}, [] { answer_next(500, R"({"detail":"no"})"); },
                                             [] {
                                               fail_next("WinHttpOpen", {0, 8});
@@ -659,33 +514,29 @@ TEST_F(Service, EndsAsEverWhereTheSessionCannotBeGivenBack) {
                                               fail_next("WinHttpSendRequest", {0, 12029});
                                             }};
   for (const auto& make_trouble : troubles) {
-    stop_requested = false;
-    memory::system().standard_output.clear();
     sign_in_by_poll();
     make_trouble();
     EXPECT_EQ(run(with_account), ExitCode::done);
     EXPECT_EQ(out(), default_banner);
     EXPECT_EQ(error_out(), "");
-    expect_all_released();
     memory::reset_http_service();
   }
 }
 
-TEST_F(Service, HasNothingToGiveBackWithoutASession) {
+TEST_F(Service, ReleasesNothingWithoutASession) {
   EXPECT_EQ(run(with_account), ExitCode::done);
   EXPECT_TRUE(http_log().empty());
-  stop_requested = false;
   sign_in_by_poll();
   memory::connect_client({api_request("POST /api/v1/account/logout")});
   EXPECT_EQ(run(with_account), ExitCode::done);
   EXPECT_EQ(take_requests(), (Requests{poll_request}));
 }
 
-TEST_F(Service, GivesNothingBackThatAnotherDeviceHas) {
+TEST_F(Service, ReleasesNothingAfterAnotherDeviceSignedIn) {
   answer_next(200, R"({"status":"issued","account_hash":"h","session_token":"t","session_check_seconds":1})");
   answer_next(200, R"({"active":false})");
   memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
-  // The clock stands still from the check on, so that no other one is due until its answer is seen.
+  // The clock stops at the check, so no other check is due before its answer is seen.
   std::optional<std::int64_t> checked_ns;
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   memory::system().on_idle = [&] {
@@ -700,19 +551,17 @@ TEST_F(Service, GivesNothingBackThatAnotherDeviceHas) {
             (Requests{poll_request, R"(POST /api/v1/session/check {"account_hash":"h","token":"t"})"}));
 }
 
-TEST_F(Service, GoesNowhereWithoutAnAccountService) {
+TEST_F(Service, SendsNothingWithoutAnAccountService) {
   const auto client = memory::connect_client({api_request("GET /api/v1/account/poll?state=s")});
   EXPECT_EQ(run(), ExitCode::done);
   EXPECT_EQ(client->from_service, expected_error("501 Not Implemented", "未配置账号服务"));
   EXPECT_TRUE(http_log().empty());
 }
 
-// What signs in and what ends is this run's alone.
-TEST_F(Service, StartsSignedOutEachTime) {
+TEST_F(Service, StartsSignedOut) {
   sign_in_by_poll();
   EXPECT_EQ(run(with_account), ExitCode::done);
   EXPECT_EQ(take_requests(), (Requests{poll_request, release_request}));
-  stop_requested = false;
   EXPECT_EQ(run(with_account), ExitCode::done);
   EXPECT_TRUE(http_log().empty());
 }

@@ -1,4 +1,4 @@
-// The account service as the unit tests have it: what it answers, and what came to it.
+// The account service of the memory machine: its replies, and the requests that it received.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@ namespace velmora {
 
 inline const std::string service_url = "https://account.example";
 
-// What the next request without an answer of its own gets.
+// Queue a reply to the next request that has none yet.
 inline void answer_next(std::uint32_t status, std::string body) {
   memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
@@ -41,8 +41,8 @@ inline std::vector<std::string> http_log() {
   return service.log;
 }
 
-// The requests that were sent, since the last time that it was asked: "METHOD PATH BODY", with a blank at the
-// end where there is no body. Each went to `service_url` with the header line that its body wants.
+// The requests sent since the last call, as "METHOD PATH BODY", with a blank at the end if there is no body.
+// Each went to `service_url` with the header line that its body requires.
 inline std::vector<std::string> take_requests() {
   memory::HttpService& service = memory::http_service();
   const std::lock_guard lock(service.guard);
@@ -71,7 +71,7 @@ inline std::vector<std::string> take_requests() {
 
 using Requests = std::vector<std::string>;
 
-// While it lives, no reply comes.
+// Holds back all replies during its lifetime.
 class HeldBackService {
  public:
   HeldBackService() { set(true); }
@@ -89,7 +89,7 @@ class HeldBackService {
   }
 };
 
-// Waits for what a thread is about to bring about. The time is a limit for a test that fails.
+// Wait until another thread makes the condition true. Return false after a minute.
 template <typename Condition>
 [[nodiscard]] bool wait_until(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
@@ -100,7 +100,7 @@ template <typename Condition>
   return true;
 }
 
-// The check in flight, if there is one, has ended.
+// Wait for the end of the check in flight, if any.
 [[nodiscard]] inline bool wait_for_check(const SessionCheckCells& cells) {
   return wait_until([&] { return !cells.session_check_running; });
 }

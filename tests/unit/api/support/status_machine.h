@@ -115,7 +115,7 @@ constexpr std::string_view signed_out_session =
 constexpr std::string_view named_version =
     R"("versions":{"app":"1.2.0","algorithm":"3.14.15"},"control_bridge":"shared_memory_v8")";
 
-// The whole document of such a machine with this `render` member, while nobody is signed in.
+// The whole document of such a machine with this `render` member, without a signed-in user.
 inline std::string filled_document(std::string_view render) {
   std::string text = "{" + std::string(render);
   for (const std::string_view part : {filled_footstep, signed_out_session, named_version,

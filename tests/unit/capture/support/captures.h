@@ -1,5 +1,5 @@
-// Captures on the machine in memory, and the archive that is made of them: defined a second time, apart from
-// the code that makes it, and read back as an unzipping program reads it.
+// Captures on the memory machine, the expected archive of them, written independently of the code under test,
+// and a reader that starts from the end record as unzip programs do.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@ inline constexpr std::array<std::string_view, 4> names_of_captures = {
 
 using Captures = std::array<std::string, 4>;
 
-// Bytes without a short period; another seed gives others.
+// Pseudo-random bytes.
 inline std::string noise(std::size_t size, std::uint32_t seed) {
   std::string bytes;
   bytes.reserve(size);
@@ -43,7 +43,7 @@ inline std::string capture_path(std::size_t index) {
 
 inline memory::File& capture_file(std::size_t index) { return memory::system().files[capture_path(index)]; }
 
-// Puts the four files into the directory `captures`.
+// Create the four files in the directory `captures`.
 inline void put_captures(const Captures& captures) {
   for (std::size_t index = 0; index < 4; ++index) {
     capture_file(index) = {};
@@ -51,7 +51,7 @@ inline void put_captures(const Captures& captures) {
   }
 }
 
-// The register behind some bytes, a bit at a time.
+// The CRC register after these bytes, computed bit by bit.
 inline std::uint32_t plain_register(std::uint32_t crc, std::string_view bytes) {
   for (const char byte : bytes) {
     crc ^= static_cast<unsigned char>(byte);
@@ -62,7 +62,7 @@ inline std::uint32_t plain_register(std::uint32_t crc, std::string_view bytes) {
 
 inline std::uint32_t plain_crc32(std::string_view bytes) { return ~plain_register(0xFFFFFFFFu, bytes); }
 
-// One field of a record: where it stands, how many bytes it has, and its value, least byte first.
+// One field of a record: offset, width in bytes, and value in little-endian order.
 struct RecordField {
   std::size_t offset;
   std::size_t width;
@@ -142,7 +142,7 @@ inline std::string expected_archive(const Captures& captures, std::uint16_t time
   return archive + directory + expected_end_record(4, directory.size(), archive.size());
 }
 
-// What a reader finds that starts from the end record, as unzipping programs do.
+// The result of read_archive.
 struct ReadMember {
   std::string name;
   std::string bytes;
@@ -153,7 +153,7 @@ struct ReadMember {
 struct ReadArchive {
   std::vector<ReadMember> members;
   std::size_t directory_offset = 0;
-  std::string trouble;  // empty: nothing is wrong with it
+  std::string trouble;  // empty if the archive is valid
 };
 
 inline std::uint64_t number_at(std::string_view bytes, std::size_t offset, std::size_t width) {
@@ -186,7 +186,7 @@ inline ReadArchive read_archive(std::string_view bytes) {
     if (local != expected_offset) return fail("members do not follow one another");
     if (local + 30 + name_length + size > archive.directory_offset) return fail("a member is cut");
     if (number_at(bytes, local, 4) != 0x04034B50) return fail("no local header");
-    // From the version needed to the length of the extra field, both headers of a member say the same.
+    // Both headers agree from the version needed to the length of the extra field.
     if (bytes.substr(local + 4, 26) != bytes.substr(entry + 6, 26)) return fail("headers differ");
     if (bytes.substr(local + 30, name_length) != name) return fail("names differ");
     const std::string_view data = bytes.substr(local + 30 + name_length, size);
