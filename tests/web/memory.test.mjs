@@ -25,7 +25,12 @@ const full = () => ({
   added: { [endpointId]: "Speakers" },
   engine: { processId: 4711, known: true, lockCount: 3, kind: "add", endpointId },
   restartPending: { endpointId, processId: 4711 },
-  lastSettings: { footstep, preset: "More bass", equalizer: collected("works").equalizer },
+  lastSettings: {
+    footstep,
+    preset: "More bass",
+    presetChanged: true,
+    equalizer: collected("works").equalizer,
+  },
   lastStrength: 0.6,
   comparing: true,
   language: "zh",
@@ -216,6 +221,8 @@ test("the last settings are offered when the record holds its first values, and 
   const kept = rememberSettings(emptyMemory(), footstep, equalizer, "More bass");
   assert.equal(holdsFirstValues(record.now, record.equalizer), true);
   assert.deepEqual(settingsToOffer(kept, record.now, record.equalizer), kept.lastSettings);
+  const comparing = rememberSettings(emptyMemory(), { ...footstep, bypass_all: true }, equalizer, "");
+  assert.equal(settingsToOffer(comparing, record.now, record.equalizer)?.footstep.bypass_all, false);
   const changed = collected("works");
   assert.equal(settingsToOffer(kept, changed.now, changed.equalizer), null);
   assert.equal(settingsToOffer(emptyMemory(), record.now, record.equalizer), null);

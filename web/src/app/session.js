@@ -49,8 +49,11 @@ export function createReader() {
  * @param {() => void} draw
  */
 export function createSession(draw) {
+  const kept = readMemory(storage);
   const state = {
-    kept: readMemory(storage),
+    kept,
+    /** Whether the browser keeps anything for this page. */
+    isKept: writeMemory(storage, kept),
     seen: emptyObservation(),
     action: /** @type {Action | null} */ (null),
     message: /** @type {Message | null} */ (null),
@@ -72,7 +75,7 @@ export function createSession(draw) {
   function keep(kept) {
     if (kept === state.kept) return;
     state.kept = kept;
-    writeMemory(storage, kept);
+    state.isKept = writeMemory(storage, kept);
     changed();
   }
 
@@ -142,7 +145,7 @@ export function createSession(draw) {
   function start() {
     document.addEventListener("visibilitychange", followVisibility);
     addEventListener("storage", () => {
-      state.kept = readMemory(storage);
+      if (state.isKept) state.kept = readMemory(storage);
       changed();
     });
     if (document.visibilityState === "hidden") followVisibility();

@@ -1,5 +1,5 @@
 // What a person does on the first screen, from the control to the answer.
-import { applyChange, readSetting } from "../model/equalizer.js";
+import { applyChange, haveSameBands, readSetting } from "../model/equalizer.js";
 import { devicesFacts } from "../model/facts.js";
 import { markEngine, rememberAction, rememberSettings } from "../model/memory.js";
 import { holdPeak, noPeak } from "../model/peak_hold.js";
@@ -17,7 +17,7 @@ import { reportText } from "./report.js";
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
  *   | {kind: "savePreset"}
- *   | {kind: "deletePreset"}
+ *   | {kind: "deletePreset", name: string}
  *   | {kind: "report", text: string}} Question what the page asks before it does something;
  *   `as`: a restart that is tried again repeats this request
  */
@@ -183,9 +183,11 @@ export function createSound(session) {
    * @param {Footstep | undefined} setting
    * @param {Setting | undefined} bands
    * @param {string} [preset]
+   * @param {boolean} [isChanged]
    */
-  function keepSettings(setting, bands, preset = chosenPreset()) {
-    if (setting !== undefined) session.keep(rememberSettings(state.kept, setting, bands ?? null, preset));
+  function keepSettings(setting, bands, preset = chosenPreset(), isChanged = presetIsChanged()) {
+    if (setting === undefined) return;
+    session.keep(rememberSettings(state.kept, setting, bands ?? null, preset, isChanged));
   }
 
   // ---- volume ----
@@ -346,13 +348,27 @@ export function createSound(session) {
     if (overtakes !== null && overlays.equalizer.outstanding === 0) {
       session.say("info", "equalizer.changedElsewhere");
     }
-    keepSettings(footstep(), setting, preset ?? chosenPreset());
     await session.lookAt("equalizer");
+    // The record's own steps, so that a later comparison with it is exact.
+    const held = readSetting(state.seen.equalizer) ?? setting;
+    const isEdited = preset === undefined && (presetIsChanged() || change.band !== undefined);
+    keepSettings(footstep(), held, preset ?? chosenPreset(), isEdited);
   }
 
   // ---- presets ----
 
   const chosenPreset = () => state.kept.lastSettings?.preset ?? "";
+
+  /** Whether the bands are no longer those of the chosen preset: edited here, elsewhere, or lost with a restart. */
+  function presetIsChanged() {
+    const last = state.kept.lastSettings;
+    if (last === null || last.preset === "") return false;
+    const held = readSetting(last.equalizer);
+    const present = equalizer();
+    return (
+      last.presetChanged || (held !== undefined && present !== undefined && !haveSameBands(held, present))
+    );
+  }
 
   async function listPresets() {
     const answer = await client.ask({ method: "GET", path: paths.presets });
@@ -380,17 +396,17 @@ export function createSound(session) {
     if (!present.ok) return session.sayFailure("action.failed", present);
     const answer = await client.ask({ method: "PUT", path: presetPath(name), body: present.document });
     if (!answer.ok) return session.sayFailure("action.failed", answer);
-    keepSettings(footstep(), equalizer(), name);
+    keepSettings(footstep(), readSetting(present.document), name, false);
     session.say("info", "action.saved");
     await listPresets();
   }
 
-  async function deletePreset() {
-    const name = chosenPreset();
+  /** @param {string} name */
+  async function deletePreset(name) {
     session.begin();
     const answer = await client.ask({ method: "DELETE", path: presetPath(name) });
     if (answer.ok) {
-      keepSettings(footstep(), equalizer(), "");
+      if (name === chosenPreset()) keepSettings(footstep(), equalizer(), "", false);
       session.say("info", "equalizer.deleted");
     } else {
       session.sayFailure("action.failed", answer);
@@ -450,6 +466,7 @@ export function createSound(session) {
     chosenMicrophone: () =>
       overlays.microphone.value ?? textOf(objectOf(state.seen.devices).selected_capture_endpoint_id) ?? "",
     chosenPreset,
+    presetIsChanged,
     setFootstep,
     switchEnhancement,
     setStrength,

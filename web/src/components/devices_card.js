@@ -2,6 +2,7 @@
 import { devicesFacts } from "../model/facts.js";
 import { percent, plainName, shortDeviceName } from "../model/format.js";
 import { heldPeak, noPeak } from "../model/peak_hold.js";
+import { programFile } from "../model/programs.js";
 import { resultSentence } from "../model/reasons.js";
 import { html } from "../view.js";
 import { Slider } from "./controls.js";
@@ -21,7 +22,7 @@ function programNames(t, sessions) {
   const names = sessions.map((name) => {
     const [, id] = /^pid (\d+)$/.exec(name) ?? [];
     if (id !== undefined) return t("devices.unnamedProgram", { id });
-    return name === "system" ? t("devices.systemSounds") : plainName(name);
+    return name === "system" ? t("devices.systemSounds") : plainName(programFile(name));
   });
   return [...new Set(names)];
 }

@@ -24,6 +24,9 @@ function Presets({ t, sound }) {
   const { presets = [] } = sound.view;
   const chosen = sound.chosenPreset();
   const isListed = presets.includes(chosen);
+  const isChanged = sound.presetIsChanged();
+  const label = (/** @type {string} */ name) =>
+    isChanged && name === chosen ? t("equalizer.presetChanged", { name }) : name;
   const select = useRef(/** @type {HTMLSelectElement | null} */ (null));
   useLayoutEffect(() => {
     if (select.current !== null) select.current.value = isListed ? chosen : "";
@@ -39,7 +42,7 @@ function Presets({ t, sound }) {
         sound.usePreset(currentTarget.value)}
     >
       <option value="" disabled>${t(placeholder)}</option>
-      ${presets.map((name) => html`<option key=${name} value=${name}>${name}</option>`)}
+      ${presets.map((name) => html`<option key=${name} value=${name}>${label(name)}</option>`)}
     </select>
     <button type="button" class="button" onClick=${() => sound.ask({ kind: "savePreset" })}>
       ${t("equalizer.save")}
@@ -50,7 +53,7 @@ function Presets({ t, sound }) {
         type="button"
         class="button"
         aria-label=${t("equalizer.deletePreset", { name: chosen })}
-        onClick=${() => sound.ask({ kind: "deletePreset" })}
+        onClick=${() => sound.ask({ kind: "deletePreset", name: chosen })}
       >
         ${t("equalizer.delete")}
       </button>`

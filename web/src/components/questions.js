@@ -83,9 +83,8 @@ function SaveQuestion({ t, sound }) {
   <//>`;
 }
 
-/** @param {{t: Translate, sound: Sound}} props */
-function DeleteQuestion({ t, sound }) {
-  const name = sound.chosenPreset();
+/** @param {{t: Translate, sound: Sound, name: string}} props */
+function DeleteQuestion({ t, sound, name }) {
   return html`<${Dialog} title=${t("equalizer.deleteQuestion", { name })} onCancel=${() => sound.ask(null)}>
     <div class="row">
       <button type="button" class="button" autofocus onClick=${() => sound.ask(null)}>
@@ -96,7 +95,7 @@ function DeleteQuestion({ t, sound }) {
         class="button primary"
         onClick=${() => {
           sound.ask(null);
-          sound.deletePreset();
+          sound.deletePreset(name);
         }}
       >
         ${t("equalizer.delete")}
@@ -123,7 +122,8 @@ export function Questions({ t, sound, session }) {
   const { question } = sound.view;
   if (question === null) return null;
   if (question.kind === "savePreset") return html`<${SaveQuestion} t=${t} sound=${sound} />`;
-  if (question.kind === "deletePreset") return html`<${DeleteQuestion} t=${t} sound=${sound} />`;
+  if (question.kind === "deletePreset")
+    return html`<${DeleteQuestion} t=${t} sound=${sound} name=${question.name} />`;
   if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }

@@ -89,11 +89,15 @@ function readFootstep(value) {
  * @returns {LastSettings | null}
  */
 function readSettings(value) {
-  const { footstep, preset, equalizer } = objectOf(value);
+  const { footstep, preset, presetChanged, equalizer } = objectOf(value);
   const read = readFootstep(footstep);
-  return read === null
-    ? null
-    : { footstep: read, preset: textOf(preset) ?? "", equalizer: readEqualizer(equalizer) };
+  if (read === null) return null;
+  return {
+    footstep: read,
+    preset: textOf(preset) ?? "",
+    presetChanged: presetChanged === true,
+    equalizer: readEqualizer(equalizer),
+  };
 }
 
 /**
@@ -243,19 +247,21 @@ export function rememberAction(kept, action, mark, name = "") {
 }
 
 /**
- * The settings to offer after the record has gone back to its first values.
+ * The settings to offer after the record has gone back to its first values. "Hear the original" is for comparing, so
+ * it is not among them.
  *
  * @param {Kept} kept
  * @param {LastSettings["footstep"]} footstep
  * @param {LastSettings["equalizer"]} equalizer
  * @param {string} preset
+ * @param {boolean} [presetChanged] the bands have been edited since the preset was loaded or saved
  * @returns {Kept}
  */
-export function rememberSettings(kept, footstep, equalizer, preset) {
-  const { bypass, bypass_all: bypassAll, enhance_strength: strength } = footstep;
-  const settings = { bypass, bypass_all: bypassAll, enhance_strength: strength };
+export function rememberSettings(kept, footstep, equalizer, preset, presetChanged = false) {
+  const { bypass, enhance_strength: strength } = footstep;
+  const settings = { bypass, bypass_all: false, enhance_strength: strength };
   const lastStrength = strength > 0 ? strength : kept.lastStrength;
-  return { ...kept, lastSettings: { footstep: settings, equalizer, preset }, lastStrength };
+  return { ...kept, lastSettings: { footstep: settings, equalizer, preset, presetChanged }, lastStrength };
 }
 
 /**

@@ -2,14 +2,18 @@
 import { devicesFacts } from "./facts.js";
 
 /**
+ * @param {string} path
+ * @returns {string} the file name of a program
+ */
+export const programFile = (path) =>
+  path.slice(Math.max(path.lastIndexOf("\\"), path.lastIndexOf("/")) + 1) || path;
+
+/**
  * @param {unknown} devices a device list
  * @returns {string[]} each program once, on all devices, microphones too; not the system's own sounds
  */
 export function activePrograms(devices) {
   const { playback, microphones } = devicesFacts(devices);
   const names = [...playback, ...microphones].flatMap(({ sessions }) => sessions);
-  const files = names.map(
-    (name) => name.slice(Math.max(name.lastIndexOf("\\"), name.lastIndexOf("/")) + 1) || name,
-  );
-  return [...new Set(files)].filter((name) => name !== "system");
+  return [...new Set(names.map(programFile))].filter((name) => name !== "system");
 }

@@ -109,6 +109,7 @@
  * @typedef {object} LastSettings
  * @property {{bypass: boolean, bypass_all: boolean, enhance_strength: number}} footstep
  * @property {string} preset name of the chosen preset; empty for none
+ * @property {boolean} presetChanged the bands have been edited since the preset was loaded or saved
  * @property {EqualizerDocument | null} equalizer
  *
  * @typedef {object} Observation what the page has seen since it was opened or shown; observation.js makes it

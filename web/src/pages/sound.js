@@ -82,6 +82,13 @@ function offerKey({ footstep, equalizer, preset }) {
   return preset ? "control.offerPreset" : "control.offerEqualizer";
 }
 
+/**
+ * @param {LastSettings} settings
+ * @returns {string | import("../model/types.js").Sentence}
+ */
+const presetName = ({ preset, presetChanged }) =>
+  presetChanged ? { key: "equalizer.presetChanged", values: { name: preset } } : preset;
+
 /** Draws the page and keeps it up to date. */
 export function openSoundPage() {
   const session = createSession(draw);
@@ -138,7 +145,7 @@ export function openSoundPage() {
             ${t("control.offer", {
               settings: {
                 key: offerKey(settings),
-                values: { strength: settings.footstep.enhance_strength, preset: settings.preset },
+                values: { strength: settings.footstep.enhance_strength, preset: presetName(settings) },
               },
             })}
           </button>
@@ -155,6 +162,7 @@ export function openSoundPage() {
           <${DevicesCard} t=${t} sound=${sound} session=${session} />
         </fieldset>`
       }
+      ${!state.isKept && controls !== "hidden" && html`<p class="muted">${t("page.notKept")}</p>`}
       <${Questions} t=${t} sound=${sound} session=${session} />
     <//>`;
     render(content, document.body);
