@@ -1,4 +1,4 @@
-// Shared by the unit tests: a new memory machine for each test, which must have released everything at its end.
+// Shared by the unit tests: a new memory machine for each test, which must release everything by its end.
 #pragma once
 
 #include <gtest/gtest.h>
