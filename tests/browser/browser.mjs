@@ -7,6 +7,7 @@ import { after } from "node:test";
 import { chromium } from "playwright-core";
 
 import {
+  atEnd,
   buildDirectory,
   developmentToken,
   makeDirectory,
@@ -315,14 +316,14 @@ export async function openPage(
   const env = { ...machine.env, VELMORA_PROC: processes.root };
   const service = await startService(t, { webRoot, env, mapping, more });
   const effect = new Effect(mapping);
-  t.after(() => effect.stop());
+  atEnd(t, () => effect.stop());
   const browser = await startBrowser();
   const context = await browser.newContext({
     locale: "en-US",
     viewport: { width: 1280, height: 800 },
     ...wanted,
   });
-  t.after(() => context.close());
+  atEnd(t, () => context.close());
   const opened = {
     machine,
     service,

@@ -3,7 +3,7 @@ import assert from "node:assert/strict";
 import net from "node:net";
 import test from "node:test";
 
-import { poll, sleep } from "../e2e/harness.mjs";
+import { atEnd, poll, sleep } from "../e2e/harness.mjs";
 import {
   limits,
   openPage,
@@ -67,7 +67,7 @@ test(
     await waitForVerdict(page, "off");
     const idle = net.connect(service.port, "127.0.0.1");
     idle.on("error", () => {});
-    t.after(() => idle.destroy());
+    atEnd(t, () => idle.destroy());
     await waitForVerdict(page, "waiting");
     await page.locator(".cards.stale").waitFor();
     await page.getByRole("switch", { name: "Velmora", exact: true }).click();
@@ -93,10 +93,10 @@ test("an idle page asks at most twice a second, a hidden one nothing", limits, a
     return requests.length - before;
   };
   const idle = await count(4000);
-  assert.ok(idle >= 5 && idle <= 9, String(idle));
+  assert.ok(idle > 0 && idle <= 9, String(idle));
   await page.locator("details > summary").click();
   const unfolded = await count(2000);
-  assert.ok(unfolded > 8, String(unfolded));
+  assert.ok(unfolded / 2 > idle / 4, `with meters more often: ${unfolded} in 2 s, ${idle} in 4 s`);
   await page.evaluate(() => {
     Object.defineProperty(document, "visibilityState", { configurable: true, get: () => "hidden" });
     document.dispatchEvent(new Event("visibilitychange"));

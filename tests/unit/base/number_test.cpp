@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -147,7 +148,7 @@ std::string random_pieces(std::mt19937& random) {
       "0x", "0X", "p",  "P",  "a",   "f",   "inf", "nan",      "INITY", "(", ")",
       ",",  "38", "39", "45", "126", "149", "150", "16777217", "ffffff"};
   std::string text;
-  for (std::uint32_t left = 1 + random() % 7; left > 0; --left) text += pieces[random() % pieces.size()];
+  for (std::size_t left = 1 + random() % 7; left > 0; --left) text += pieces[random() % pieces.size()];
   return text;
 }
 
@@ -157,9 +158,9 @@ std::string random_number(std::mt19937& random) {
   const std::string_view digits = hex ? "0123456789abcdefABCDEF" : "0123456789";
   std::string text = random() % 3 == 0 ? "-" : "";
   if (hex) text += "0x";
-  const std::uint32_t length = 1 + random() % 30;
-  const std::uint32_t point = random() % 40;
-  for (std::uint32_t index = 0; index < length; ++index) {
+  const std::size_t length = 1 + random() % 30;
+  const std::size_t point = random() % 40;
+  for (std::size_t index = 0; index < length; ++index) {
     if (index == point) text += '.';
     text += digits[random() % digits.size()];
   }
