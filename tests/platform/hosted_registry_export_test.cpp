@@ -416,8 +416,7 @@ TEST(RegistryExport, WritesAFileBackAsItWas) {
 
 // A file of tests/machines/.
 std::string read_machine(const char* name) {
-  const auto path = std::filesystem::path(__FILE__).parent_path().parent_path() / "machines" / name;
-  std::ifstream file(path, std::ios::binary);
+  std::ifstream file(std::filesystem::path(VELMORA_MACHINES) / name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
