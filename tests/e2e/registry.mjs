@@ -138,7 +138,9 @@ const systemName = (key) => key.replace(root, "HKLM\\");
 
 /** @param {Scope} t @param {string[]} args */
 async function reg(t, ...args) {
-  return run(t, "reg", args);
+  const first = await run(t, "reg", args);
+  // A reg that fails without a word was lost by Wine before its first step, as a service may be (harness.mjs).
+  return first.code !== 0 && first.output + first.errors === "" ? run(t, "reg", args) : first;
 }
 
 /** @param {Scope} t @param {string[]} args */
