@@ -60,7 +60,7 @@ test("no client ends the service", { timeout: 90_000 }, async (t) => {
     ["its body", halfBody],
     ["its first byte", ""],
   ]) {
-    await check(`a client that ends its side before the end of ${where} is told so`, async () => {
+    await check(`a client that ends its side before the end of ${where} gets its answer`, async () => {
       const client = await service.connect();
       if (sent !== "") await client.send(sent);
       client.halfClose();

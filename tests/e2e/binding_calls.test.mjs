@@ -87,7 +87,7 @@ function short(text) {
 // A pointer leads to the buffer's size: Wine's function traces it, last in its note.
 function bufferText(call, buffer) {
   const size = Number(call.note?.match(/=([0-9]+)\)$/)?.[1]);
-  assert.ok(Number.isInteger(size), `the size is told: ${call.note}`);
+  assert.ok(Number.isInteger(size), `the note names the size: ${call.note}`);
   if (buffer.value !== 0n) return `buffer of ${size} bytes`;
   assert.equal(size, 0);
   return "no buffer";

@@ -619,7 +619,7 @@ if (isNative) {
         assert.equal(await setMute(service, true), noMute);
         assert.equal(await choose(service, renderChoice, headphones.id), noSuchEndpoint);
         assert.equal(await list(service), listAnswer(gone));
-        assert.equal(await machine.export(), withoutIt, "the default does not stand in for it");
+        assert.equal(await machine.export(), withoutIt, "the default device is not changed instead");
 
         fs.writeFileSync(machine.file, studioText());
         const back = listAnswer({ ...studio, selectedRender: headphones.id });

@@ -148,7 +148,7 @@ test("a service waits for a creator that gets done meanwhile", limits, async (t)
   assert.equal(service.output, "");
   service.signal("SIGCONT");
   await service.waitForLine("  Press Ctrl+C to stop.", 0, startLimitMs);
-  assert.deepEqual(await readRecord(t, mapping), record, "it took the record as it stands");
+  assert.deepEqual(await readRecord(t, mapping), record, "the record is unchanged");
   await assertAnswers({ port });
   service.signal("SIGINT");
   assert.deepEqual(await service.waitForEnd(), { code: 0, signal: null });
@@ -325,8 +325,8 @@ if (isWine) {
     assert.notEqual(place, -1);
     assert.equal(image.indexOf(wanted, place + 1), -1);
     const beginning = Buffer.from("D:P(", "utf16le");
-    assert.equal(image.indexOf(beginning), place, "no part of it stands before it");
-    assert.equal(image.indexOf(beginning, place + 1), -1, "no part of it stands behind it");
+    assert.equal(image.indexOf(beginning), place, "it begins nowhere earlier");
+    assert.equal(image.indexOf(beginning, place + 1), -1, "it begins nowhere later");
   });
 
   test("the calls to the system have their arguments and their order", limits, async (t) => {

@@ -110,7 +110,7 @@ test("the pages are served", { timeout: 60_000 }, async (t) => {
       // The answer is larger than what the sockets hold: the service waits in its send until the client goes.
       const next = await service.connect();
       next.push(service.requestBytes());
-      assert.ok(await next.isSilentFor(300), "the service stands in its send");
+      assert.ok(await next.isSilentFor(300), "the service is blocked in its send");
       held[leave]();
       assert.equal((await next.answer()).bytes, index);
       assert.equal(await get("/"), index);
@@ -153,7 +153,7 @@ test("a stop lets a blocked answer run to its end", { timeout: 60_000 }, async (
   await client.send(service.requestBytes({ target: "/velmora-eq.js" }));
   const next = await service.connect();
   next.push(service.requestBytes());
-  assert.ok(await next.isSilentFor(300), "the service stands in its send");
+  assert.ok(await next.isSilentFor(300), "the service is blocked in its send");
   next.leave();
   for (let round = 0; round < 2; ++round) {
     service.signal("SIGINT");

@@ -1,4 +1,4 @@
-// Stands where the desktop's opener would: writes what it was started with to the file that
+// Takes the place of the desktop's opener: writes what it was started with to the file that
 // VELMORA_CONTRACT_RECORD names, one fact a line.
 #include <fcntl.h>
 #include <unistd.h>

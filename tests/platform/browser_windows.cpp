@@ -1,4 +1,4 @@
-// Stands where the browser would: writes the address that it was started with to the file that
+// Takes the place of the browser: writes the address that it was started with to the file that
 // VELMORA_CONTRACT_RECORD names.
 #include <cstdio>
 #include <cstdlib>

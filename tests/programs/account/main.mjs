@@ -40,10 +40,10 @@ const usualReplies = {
 };
 
 /** @type {typeof usualReplies} */
-const told = values.replies ? JSON.parse(fs.readFileSync(values.replies, "utf8")) : usualReplies;
+const scripted = values.replies ? JSON.parse(fs.readFileSync(values.replies, "utf8")) : usualReplies;
 const certificate = values.tls ? makeAuthority(values.tls).good : undefined;
 const service = await AccountService.start({ port: Number(values.port ?? 0), certificate });
-for (const [path, replies] of Object.entries(told)) {
+for (const [path, replies] of Object.entries(scripted)) {
   service.answer(path, ...replies.map(({ json, ...reply }) => (json ? jsonReply(json, reply) : reply)));
 }
 service.onRequest = (/** @type {{ head: string, body: string }} */ { head, body }) =>

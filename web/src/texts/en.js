@@ -56,7 +56,7 @@ export const en = {
     "Another page or program may be holding Velmora. Close other browser tabs, or restart it.",
   "detail.restarting": "Sound stops for a few seconds. {seconds:seconds} so far.",
   "detail.restarting.settings": "{seconds:seconds} so far.",
-  "detail.restarting.engine": "Waiting for Windows to set up its sound anew. {seconds:seconds} so far.",
+  "detail.restarting.engine": "Waiting for Windows to set up its sound again. {seconds:seconds} so far.",
   "detail.restartFailed": "{reason} Windows says: {result}. If there is no sound at all, restart the PC.",
   "detail.restartFailed.rights": "Close the Velmora window, right-click it, Run as administrator.",
   "detail.notInstalled": "Run its installer again.",
