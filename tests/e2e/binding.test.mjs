@@ -360,11 +360,11 @@ test("a slot of odd bytes is a text up to its first NUL, or empty", limits, asyn
       await assertSays(machine, ["look", guid], lookText(true, entries));
       await change(machine, "unbind", effectThere ? restored : "endpoint unbound");
       // What was a text of another form comes back as a plain one.
-      const stood = entriesOf(before).find((entry) => entry.startsWith(`[${fxKey}] "${slot}"=`));
-      const stands = effectThere ? fxEntry(slot, textData(effectThere)) : stood;
+      const original = entriesOf(before).find((entry) => entry.startsWith(`[${fxKey}] "${slot}"=`));
+      const expected = effectThere ? fxEntry(slot, textData(effectThere)) : original;
       assert.deepEqual(
         difference(withoutRecordParents(before), withoutRecordParents(await machine.export())),
-        stands === stood ? { removed: [], added: [] } : { removed: [stood], added: [stands] },
+        expected === original ? { removed: [], added: [] } : { removed: [original], added: [expected] },
       );
     });
   }

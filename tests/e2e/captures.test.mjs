@@ -426,18 +426,18 @@ test("the directory is the option, else the registry, else the default", limits,
   if (isNative) {
     const env = { VELMORA_DRIVES: home };
     writeCaptures(place("c", "ProgramData", "Velmora", "wav"), [2, 2, 2, 2]);
-    writeCaptures(place("d", "told by", "registry"), [3, 3, 3, 3]);
+    writeCaptures(place("d", "named by", "registry"), [3, 3, 3, 3]);
     const machine = path.join(home, "machine.reg");
     const keys = [
-      ["HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora", [["CaptureDirectory", textData("D:\\told by\\registry")]]],
+      ["HKEY_LOCAL_MACHINE\\SOFTWARE\\Velmora", [["CaptureDirectory", textData("D:\\named by\\registry")]]],
     ];
     fs.writeFileSync(machine, exportText(keys));
-    const told = { ...env, VELMORA_MACHINE: machine };
+    const inRegistry = { ...env, VELMORA_MACHINE: machine };
     for (const [what, options, bytes] of /** @type {any[][]} */ ([
       ["the default", { env }, 8],
-      ["the registry", { env: told }, 12],
-      ["the option", { env: told, more: ["--capture-directory", option] }, 4],
-      ["an empty option is none", { env: told, more: ["--capture-directory", ""] }, 12],
+      ["the registry", { env: inRegistry }, 12],
+      ["the option", { env: inRegistry, more: ["--capture-directory", option] }, 4],
+      ["an empty option is none", { env: inRegistry, more: ["--capture-directory", ""] }, 12],
     ])) {
       await t.test(what, async (t) => {
         const service = await startService(t, options);
@@ -447,16 +447,16 @@ test("the directory is the option, else the registry, else the default", limits,
     return;
   }
   const key = ["HKLM\\SOFTWARE\\Velmora", "/v", "CaptureDirectory", "/f", "/reg:64"];
-  const told = place("told by", "registry");
-  writeCaptures(told, [3, 3, 3, 3]);
+  const fromRegistry = place("named by", "registry");
+  writeCaptures(fromRegistry, [3, 3, 3, 3]);
   atEnd(t, () => run(t, "reg", ["delete", ...key]).catch(() => {}));
   const service = await startService(t);
   const withOption = await startWithCaptures(t, option);
-  for (const directory of [told, option]) {
-    const bytes = directory === told ? 12 : 4;
+  for (const directory of [fromRegistry, option]) {
+    const bytes = directory === fromRegistry ? 12 : 4;
     const set = await run(t, "reg", ["add", ...key, "/t", "REG_SZ", "/d", programPathText(directory)]);
     assert.equal(set.code, 0, set.errors);
-    assert.equal(await ready(service), readyAnswer(true, bytes), "each request looks anew");
+    assert.equal(await ready(service), readyAnswer(true, bytes), "each request looks again");
     assert.equal(await ready(withOption), readyAnswer(true, 4));
   }
   const removed = await run(t, "reg", ["delete", ...key]);

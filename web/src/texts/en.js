@@ -462,9 +462,9 @@ export const en = {
   "diagnostics.audio_engine": "Audio engine",
   "diagnostics.apo_binding": "Effect chain of the chosen device",
   "diagnostics.versions": "Versions",
-  "help.hear": "Do I hear Velmora?",
+  "help.hear": "Am I hearing Velmora?",
   "help.hear.text":
-    "The first line of the Sound page says so, and names the one thing to do if not. It says so only while sound plays on the chosen device. “How do you know?” shows what it rests on.",
+    "The first line of the Sound page says so, and names the one thing to do if not. It says so only while sound plays on the chosen device. “How do you know?” shows the evidence.",
   "help.add": "Add to a device, remove from a device",
   "help.add.text":
     "Adding puts the effect into the device's effect chain. Removing restores what was there. Both need administrator rights.",
@@ -482,7 +482,7 @@ export const en = {
     "The switch turns the enhancement on or off. Strength says how much of it you hear.",
   "help.original": "Hear the original",
   "help.original.text":
-    "Bypasses everything that Velmora does, for as long as it is pressed in. Press it again, or the key O, to come back.",
+    "Bypasses everything that Velmora does, until you press it again. The key O does the same.",
   "help.equalizer": "Equalizer",
   "help.equalizer.text":
     "Fifteen bands with a switch of their own. The first edit switches it on. Fields take a number, with or without its unit; an empty field goes back to its last value.",
@@ -493,16 +493,17 @@ export const en = {
   "help.devices.text":
     "Velmora works on one playback device, at first the default of Windows. Choosing one changes neither that default nor other programs, and holds until Velmora ends.",
   "help.volume": "Volume and mute",
-  "help.volume.text": "Those of Windows for the chosen device. What another program sets shows here too.",
+  "help.volume.text":
+    "Windows' own volume and mute of the chosen device. Changes by other programs show here too.",
   "help.settings": "Settings after a restart of the PC",
   "help.settings.text":
     "The effect forgets its settings when the PC restarts. The page keeps your last ones and offers them with one click.",
   "help.processing": "Processing",
   "help.processing.text":
-    "Output trim changes the level behind the effect. The smoothing values calm the enhancement over time and across frequency. The limiter keeps peaks below its ceiling. Stereo link ties left and right together.",
+    "Output trim changes the level after the effect. The smoothing values calm the enhancement over time and across frequency. The limiter keeps peaks below its ceiling. Stereo link makes left and right act together.",
   "help.captures": "Captures",
   "help.captures.text":
-    "Start records, Stop ends it, Export lets the effect write four WAV files in place of the last ones, and Download hands them out as one ZIP.",
+    "Start records, Stop ends it, Export lets the effect write four WAV files in place of the last ones, and Download gives you all four as one ZIP.",
   "help.diagnostics": "Diagnostics",
   "help.diagnostics.text":
     "All that Velmora knows of the effect, its installation, the audio engine and the chosen device, under the names of the API. Results of Windows are shown as numbers and in hexadecimal.",
