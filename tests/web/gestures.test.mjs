@@ -78,6 +78,16 @@ test("a drag has no memory of its way: back at the press, the band is what it wa
   assert.equal(drag(fine, [160, 100]).band.gain_db, -3.27, "the other axis keeps its digits");
 });
 
+test("a drag names the values that it has changed, and sets them back as well", () => {
+  assert.deepEqual(drag(band).values, {});
+  assert.deepEqual(drag(band, [100, 90]).values, { gain_db: 3.5 });
+  assert.deepEqual(drag(band, [100 + octave, 90], [100, 100]).values, { freq_hz: 1000, gain_db: 2.5 });
+  assert.deepEqual(drag(band, [100 + octave, 100], [100 + octave, 60, true]).values, {
+    freq_hz: 2000,
+    q: 2.8,
+  });
+});
+
 test("types without gain move sideways only", () => {
   const notch = { ...band, type: 7, gain_db: 0 };
   assert.deepEqual(drag(notch, [100 + octave, 30]).band, { ...notch, freq_hz: 2000 });

@@ -23,6 +23,7 @@ import { bandRanges } from "./equalizer.js";
  * @property {Pointer} origin the pointer where this part begins
  * @property {Scale} scale
  * @property {Band} band the band as the pointer has moved it
+ * @property {Partial<Band>} values those that the drag has changed, also where they are back at their first value
  * @property {boolean} isMoving whether the pointer has left the place where it was pressed
  *
  * @typedef {object} WheelTurn
@@ -171,6 +172,7 @@ export const beginDrag = (index, band, pointer, scale) => ({
   origin: pointer,
   scale,
   band,
+  values: {},
   isMoving: false,
 });
 
@@ -196,8 +198,16 @@ export function moveDrag(drag, pointer, scale) {
   const origin = goesOn ? drag.origin : { ...drag.last, shift: pointer.shift };
   const [right, up] = [pointer.x - origin.x, origin.y - pointer.y];
   const band = pointer.shift ? turned(base, up) : moved(base, right, up, scale);
-  return { ...drag, last: pointer, base, origin, scale, band, isMoving };
+  const values = { ...pick(band, drag.values), ...changedValues(drag.first, band) };
+  return { ...drag, last: pointer, base, origin, scale, band, values, isMoving };
 }
+
+/**
+ * @param {Band} band
+ * @param {Partial<Band>} keys
+ * @returns {Partial<Band>} the band's values of these keys
+ */
+const pick = (band, keys) => Object.fromEntries(Object.entries(band).filter(([key]) => key in keys));
 
 /**
  * @param {Band} base
