@@ -1,5 +1,6 @@
 // What the pointer, the wheel and the keys do to a band of the equalizer: positions and key names in, values out.
 import { bandRanges } from "./equalizer.js";
+import { filterTypeOf, filterTypes } from "./filters.js";
 
 /**
  * @typedef {import("./equalizer.js").Band} Band
@@ -45,7 +46,6 @@ export const dragThreshold = 3;
 /** A dot takes the pointer within this many pixels. */
 export const reach = 20;
 
-const typeCount = 9;
 const octaves = Math.log2(bandRanges.freq_hz.maximum / bandRanges.freq_hz.minimum);
 const pixelsPerQOctave = 40;
 const qFactor = 1.1;
@@ -96,7 +96,7 @@ function scaledQ(q, factor) {
  *
  * @param {Band} band
  */
-export const hasGain = ({ type }) => type < 3;
+export const hasGain = (band) => filterTypeOf(band).usesGain;
 
 /**
  * The values that take a band out of use. A type that works at any gain becomes a peaking one.
@@ -274,7 +274,9 @@ const keyActions = {
   "=": (band) => stepQ(band, 1),
   Delete: flatValues,
   Backspace: flatValues,
-  t: (band, isShifted) => ({ type: (Math.trunc(band.type) + (isShifted ? typeCount - 1 : 1)) % typeCount }),
+  t: (band, isShifted) => ({
+    type: (Math.trunc(band.type) + (isShifted ? filterTypes.length - 1 : 1)) % filterTypes.length,
+  }),
 };
 
 /**
