@@ -272,6 +272,12 @@ function Plot({ t, equalizer, setting }) {
             range=${range}
             labelled=${fullWidth < denseWidth ? sparseFrequencies : gridFrequencies}
           />
+          ${
+            setting.bypass &&
+            html`<text class="state" x=${width - 8} y="16" text-anchor="end" aria-hidden="true">
+              ${t("curve.off")}
+            </text>`
+          }
           <${Traces} curve=${curve} ghost=${ghost} chosen=${chosen} size=${size} />
           <${Faces} dots=${dots} setting=${setting} chosen=${chosen} rate=${rate} />
           ${dots.map(({ index, x, y }) => {
@@ -301,7 +307,6 @@ function Plot({ t, equalizer, setting }) {
         </g>`
       }
     </svg>
-    ${setting.bypass && html`<p class="state">${t("curve.off")}</p>`}
     ${
       described !== undefined &&
       html`<${Readout} t=${t} band=${setting.bands[described.index]} dot=${described} width=${width} />`

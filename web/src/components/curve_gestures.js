@@ -202,6 +202,16 @@ export function createGestures(redraw) {
     redraw();
   }
 
+  /**
+   * Keeps the page from scrolling under a drag. Within a drawing, `touch-action` has no effect in some browsers. A finger
+   * beside the dots scrolls as everywhere.
+   *
+   * @param {TouchEvent} event
+   */
+  function touchStart(event) {
+    if (drag !== null) event.preventDefault();
+  }
+
   // ---- double click, wheel, keys ----
 
   /** @param {MouseEvent} event */
@@ -263,7 +273,7 @@ export function createGestures(redraw) {
     doubleClick,
     key,
     /**
-     * Listens to the wheel, which must be able to keep the page from scrolling.
+     * Listens to the wheel and to fingers, which must be able to keep the page from scrolling.
      *
      * @param {SVGSVGElement} element
      * @returns {() => void} ends a drag and the listening
@@ -271,8 +281,10 @@ export function createGestures(redraw) {
     attach(element) {
       drawing = element;
       element.addEventListener("wheel", wheel, { passive: false });
+      element.addEventListener("touchstart", touchStart, { passive: false });
       return () => {
         element.removeEventListener("wheel", wheel);
+        element.removeEventListener("touchstart", touchStart);
         clearTimeout(wheelTimer);
         end();
       };

@@ -442,7 +442,7 @@ export const en = {
   "equalizer.type.notch": "Notch",
   "equalizer.type.allPass": "All pass",
   "curve.label": "Equalizer curve, {used} of {all} bands in use",
-  "curve.off": "Off. The next edit switches the equalizer on.",
+  "curve.off": "Equalizer off",
   "curve.name": "Band {number}, {type}, {frequency:hertz}, {gain}, Q {q}",
   "curve.nameWithoutGain": "Band {number}, {type}, {frequency:hertz}, Q {q}",
   "curve.nameTooHigh": "{name}, above {limit:hertz} and without effect",

@@ -437,7 +437,7 @@ export const zh = {
   "equalizer.type.notch": "陷波",
   "equalizer.type.allPass": "全通",
   "curve.label": "均衡器曲线，已使用 {used} 个频段，共 {all} 个",
-  "curve.off": "已关闭。编辑后会自动打开均衡器。",
+  "curve.off": "均衡器已关闭",
   "curve.name": "频段 {number}，{type}，{frequency:hertz}，{gain}，Q {q}",
   "curve.nameWithoutGain": "频段 {number}，{type}，{frequency:hertz}，Q {q}",
   "curve.nameTooHigh": "{name}，高于 {limit:hertz}，不起作用",
