@@ -300,8 +300,6 @@ export const en = {
   "equalizer.saveAs": "Name of the preset",
   "equalizer.delete": "Delete",
   "equalizer.deletePreset": "Delete the preset {name}",
-  "equalizer.bands": "Bands",
-  "equalizer.band": "Band {number}",
   "equalizer.bandType": "Type of band {number}",
   "equalizer.bandFrequency": "Frequency of band {number}, Hz",
   "equalizer.bandGain": "Gain of band {number}, dB",

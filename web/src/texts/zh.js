@@ -297,8 +297,6 @@ export const zh = {
   "equalizer.saveAs": "预设名称",
   "equalizer.delete": "删除",
   "equalizer.deletePreset": "删除预设 {name}",
-  "equalizer.bands": "频段",
-  "equalizer.band": "频段 {number}",
   "equalizer.bandType": "频段 {number} 的类型",
   "equalizer.bandFrequency": "频段 {number} 的频率 (Hz)",
   "equalizer.bandGain": "频段 {number} 的增益 (dB)",
