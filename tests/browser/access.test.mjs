@@ -250,10 +250,9 @@ test(
         (one) => one.closest(".curve")?.querySelector(".face") ?? one,
       );
       const show = (visibility) =>
-        seen.evaluate(
-          (one, value) => /** @type {HTMLElement} */ ((one).style.visibility = value),
-          visibility,
-        );
+        seen.evaluate((one, value) => {
+          /** @type {HTMLElement | SVGElement} */ (one).style.visibility = value;
+        }, visibility);
       await show("hidden");
       const hidden = await around(control);
       await show("");

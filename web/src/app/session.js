@@ -62,13 +62,16 @@ export function createSession(draw) {
   const watchers = new Set();
   let isDrawing = false;
 
+  /** Draws the page in the next frame, or at once while it is hidden and has no frames. */
   function changed() {
     if (isDrawing) return;
     isDrawing = true;
-    queueMicrotask(() => {
+    const drawOnce = () => {
       isDrawing = false;
       draw();
-    });
+    };
+    if (document.visibilityState === "hidden") queueMicrotask(drawOnce);
+    else requestAnimationFrame(drawOnce);
   }
 
   /** @param {Kept} kept */

@@ -173,8 +173,12 @@ export function BandFields({ t, equalizer }) {
     <div class="steppers">
       ${fields.map(({ key, name, label, format, step }) => {
         const isMissing = key === "gain_db" && !hasGain(band);
+        // The band as it is now: several presses may come before it is drawn.
         const press = (/** @type {number} */ direction) =>
-          change(step(band, direction), `step of ${key} of band ${chosen}`);
+          change(
+            step(equalizer.setting()?.bands[chosen] ?? band, direction),
+            `step of ${key} of band ${chosen}`,
+          );
         return html`<div key=${key} class="stepper">
           <${NumberField}
             key=${chosen}

@@ -93,6 +93,13 @@ export function createGestures(redraw) {
   // ---- edits ----
 
   /**
+   * The band as it is now: several events may come before it is drawn.
+   *
+   * @param {number} index
+   */
+  const bandNow = (index) => (surface.equalizer.setting() ?? surface.setting).bands[index];
+
+  /**
    * @param {number} index
    * @param {Partial<Band>} values
    * @param {string} [merge]
@@ -100,7 +107,7 @@ export function createGestures(redraw) {
   const change = (index, values, merge) => surface.equalizer.change({ bands: { [index]: values } }, merge);
 
   /** @param {number} index */
-  const flatten = (index) => change(index, flatValues(surface.setting.bands[index]));
+  const flatten = (index) => change(index, flatValues(bandNow(index)));
 
   // ---- dragging ----
 
@@ -115,7 +122,7 @@ export function createGestures(redraw) {
     handle.focus({ preventScroll: true });
     handle.setPointerCapture(event.pointerId);
     pointerId = event.pointerId;
-    drag = beginDrag(index, surface.setting.bands[index], pointerOf(event), surface.scale);
+    drag = beginDrag(index, bandNow(index), pointerOf(event), surface.scale);
     sent = "{}";
     addEventListener("keydown", cancelByKey, { capture: true });
     surface.equalizer.choose(index);
@@ -125,13 +132,17 @@ export function createGestures(redraw) {
   function move(event) {
     if (drag === null || event.pointerId !== pointerId) return;
     latest = pointerOf(event);
-    if (frame === 0) frame = requestAnimationFrame(takeMove);
+    if (frame !== 0) return;
+    // At once, so that it is drawn in this frame. What comes before the next frame is taken in then.
+    takeMove();
+    frame = requestAnimationFrame(() => {
+      frame = 0;
+      takeMove();
+    });
   }
 
   /** Takes in the last place of the pointer: once for each frame, and at the end. */
   function takeMove() {
-    cancelAnimationFrame(frame);
-    frame = 0;
     if (drag === null || latest === null) return;
     const wasMoving = drag.isMoving;
     drag = moveDrag(drag, latest, surface.scale);
@@ -236,7 +247,7 @@ export function createGestures(redraw) {
     if (index < 0) return;
     event.preventDefault();
     if (drag !== null) return;
-    const band = surface.setting.bands[index];
+    const band = bandNow(index);
     const turned = turnWheel(turn, index, band, event);
     turn = turned.turn;
     surface.equalizer.choose(index);
@@ -254,7 +265,7 @@ export function createGestures(redraw) {
    * @param {KeyboardEvent} event
    */
   function key(index, event) {
-    const values = isInert(drawing) ? null : keyValues(surface.setting.bands[index], event);
+    const values = isInert(drawing) ? null : keyValues(bandNow(index), event);
     if (values === null) return;
     event.preventDefault();
     if (drag === null && Object.keys(values).length > 0) change(index, values, `key of band ${index}`);

@@ -103,8 +103,8 @@ export function openSoundPage() {
     const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
       t(key, values);
     const verdict = session.judge();
-    root.lang = languageTag(language);
-    document.title = t("page.title");
+    if (root.lang !== languageTag(language)) root.lang = languageTag(language);
+    if (document.title !== t("page.title")) document.title = t("page.title");
     const { state, client } = session;
     const { controls } = verdict;
     const settings =
