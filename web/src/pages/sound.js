@@ -4,7 +4,7 @@ import { createSound } from "../app/sound_actions.js";
 import { ControlCard } from "../components/control_card.js";
 import { DeviceSelect, DevicesCard } from "../components/devices_card.js";
 import { EqualizerCard } from "../components/equalizer_card.js";
-import { Frame, pageAddress } from "../components/frame.js";
+import { Frame, nameDocument, pageAddress } from "../components/frame.js";
 import { Message } from "../components/message.js";
 import { Questions } from "../components/questions.js";
 import { VerdictCard } from "../components/verdict_card.js";
@@ -12,7 +12,7 @@ import { devicesFacts } from "../model/facts.js";
 import { plainName } from "../model/format.js";
 import { settingsToOffer } from "../model/memory.js";
 import { flagOf, objectOf } from "../model/read.js";
-import { languageTag, say } from "../texts/index.js";
+import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
 
 /**
@@ -103,8 +103,7 @@ export function openSoundPage() {
     const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
       t(key, values);
     const verdict = session.judge();
-    if (root.lang !== languageTag(language)) root.lang = languageTag(language);
-    if (document.title !== t("page.title")) document.title = t("page.title");
+    nameDocument(language, t("page.title"));
     const { state, client } = session;
     const { controls } = verdict;
     const settings =
