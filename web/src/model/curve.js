@@ -191,12 +191,10 @@ export function peakOf(setting, rate) {
   const { frequencies, powers } = samples;
   let best = highestOf(samples);
   for (const index of summits(powers, best.power)) {
-    const point = climb(
-      bands,
-      rate,
-      frequencies[index - 1] ?? frequencies[index],
-      frequencies[index + 1] ?? frequencies[index],
-    );
+    // Two samples on each side: the next one may be at the same place but for rounding.
+    const from = frequencies[Math.max(0, index - 2)];
+    const to = frequencies[Math.min(frequencies.length - 1, index + 2)];
+    const point = climb(bands, rate, from, to);
     if (point.power > best.power) best = point;
   }
   return { db: 10 * Math.log10(best.power), frequency: best.frequency };
