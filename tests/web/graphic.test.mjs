@@ -230,6 +230,9 @@ test("gains beyond the bands' reach leave an error that is stated", () => {
   checkBands(huge.bands);
   assert.ok(Number.isFinite(huge.rmsDb) && Number.isFinite(huge.maximumDb));
   assert.ok(huge.rmsDb <= huge.maximumDb);
+  const bandsFor = (db) => fitGraphic([{ frequency: 1000, db }], rate).bands;
+  assert.deepEqual(bandsFor(1e300), bandsFor(1e6));
+  assert.ok(sumDb(bandsFor(1e300), 1000) > 100);
 });
 
 test("bands stay below half of a low rate", () => {
