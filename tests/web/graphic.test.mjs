@@ -293,7 +293,7 @@ test("random curves: bands in range, true errors, no worse than fitted gains, bo
     const gainsOnly = Math.min(
       ...[0.8, 1.2, 1.6, 2.4].map((q) => measure(points, fitGains(points, q)).rmsDb),
     );
-    assert.ok(fit.rmsDb <= gainsOnly + 0.005, `curve ${turn}: ${fit.rmsDb}, gains only ${gainsOnly}`);
+    assert.ok(fit.rmsDb <= gainsOnly + 0.02, `curve ${turn}: ${fit.rmsDb}, gains only ${gainsOnly}`);
     assert.ok(counter.rounds > 0 && counter.rounds <= mostRounds, `curve ${turn}: ${counter.rounds} rounds`);
   }
 });
