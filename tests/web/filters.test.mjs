@@ -31,13 +31,13 @@ function generator(seed) {
 }
 
 /** The highest frequency of a band or of the curve at a rate: 20 kHz, or just below half the rate. */
-const topOf = (rate) => Math.min(20000, rate / 2 - 0.001);
+const topOf = (rate) => Math.min(20000, rate / 2 - 1e-9);
 
 // Each rate has a pool of frequencies, since a sine of 50 digits takes milliseconds.
 function poolOf(rate, random, count) {
   const top = topOf(rate);
   const drawn = Array.from({ length: count }, () => 20 * (top / 20) ** random());
-  return [20, 20.0001, 1000, top * 0.9999, top, ...drawn];
+  return [20, 20.0001, 1000, top * 0.9999, top - 0.001, top, ...drawn];
 }
 
 function* rowsOf(count, seed) {
