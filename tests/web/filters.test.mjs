@@ -59,7 +59,7 @@ function* rowsOf(count, seed) {
 function* edgeRows() {
   for (const rate of rates)
     for (const [type] of filterTypes.entries())
-      for (const centre of [20, topOf(rate)])
+      for (const centre of [20, topOf(rate) - 1e-8, topOf(rate)])
         for (const gain of filterTypes[type].usesGain ? [-30, 30] : [0])
           for (const q of [0.1, 18])
             for (const frequency of [20, topOf(rate)])
