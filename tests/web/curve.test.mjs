@@ -211,13 +211,13 @@ function searchedPeak(present, rate) {
   return Math.max(...plainSum(present, at.sort(), rate));
 }
 
-test("the peak is a point of the curve, and no point is more than 0.01 dB above it", () => {
+test("the peak is a point of the curve, and no point is more than 0.001 dB above it", () => {
   for (const { seed, rate, present } of randomSettings) {
     const { db, frequency } = peakOf(present, rate);
     assert.ok(frequency >= 20 && frequency <= topOf(rate));
     assert.ok(isClose(db, plainSum(present, [frequency], rate)[0], 1e-6), `seed ${seed}`);
     const searched = searchedPeak(present, rate);
-    assert.ok(searched - db <= 0.01, `seed ${seed} at ${rate}: ${searched} is above ${db} at ${frequency}`);
+    assert.ok(searched - db <= 0.001, `seed ${seed} at ${rate}: ${searched} is above ${db} at ${frequency}`);
   }
 });
 
@@ -324,7 +324,7 @@ test("the level is the mean power over the logarithm of frequency", () => {
   assert.ok(isClose(levelOf(setting(), 8000), 0));
   for (const { seed, rate, present } of randomSettings.slice(0, 16)) {
     const [actual, expected] = [levelOf(present, rate), meanPower(present, rate)];
-    assert.ok(isClose(actual, expected, 0.05), `seed ${seed} at ${rate}: ${actual}, ${expected}`);
+    assert.ok(isClose(actual, expected, 0.02), `seed ${seed} at ${rate}: ${actual}, ${expected}`);
   }
 });
 
@@ -373,6 +373,7 @@ test("the axis grows in steps so that curve and dots fit", () => {
     [{ 0: { gain_db: 20 }, 1: { gain_db: -20 } }, 24],
     // a dot without a curve
     [{ 0: { gain_db: 20, freq_hz: 20000 } }, 24],
+    [{ 0: { gain_db: -20, freq_hz: 20000 } }, 24],
     // a gain that its type does not use; dips without an end; a resonance
     [{ 0: { type: 8, gain_db: 30 } }, 12],
     [{ 0: { type: 7, gain_db: 30 } }, 12],

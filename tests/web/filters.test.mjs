@@ -31,13 +31,13 @@ function generator(seed) {
 }
 
 /** The highest frequency of a band or of the curve at a rate: 20 kHz, or just below half the rate. */
-const topOf = (rate) => Math.min(20000, rate / 2 - 0.001);
+const topOf = (rate) => Math.min(20000, rate / 2 - 1e-9);
 
 // Each rate has a pool of frequencies, since a sine of 50 digits takes milliseconds.
 function poolOf(rate, random, count) {
   const top = topOf(rate);
   const drawn = Array.from({ length: count }, () => 20 * (top / 20) ** random());
-  return [20, 20.0001, 1000, top * 0.9999, top, ...drawn];
+  return [20, 20.0001, 1000, top * 0.9999, top - 0.001, top, ...drawn];
 }
 
 function* rowsOf(count, seed) {
@@ -59,7 +59,7 @@ function* rowsOf(count, seed) {
 function* edgeRows() {
   for (const rate of rates)
     for (const [type] of filterTypes.entries())
-      for (const centre of [20, topOf(rate)])
+      for (const centre of [20, topOf(rate) - 1e-8, topOf(rate)])
         for (const gain of filterTypes[type].usesGain ? [-30, 30] : [0])
           for (const q of [0.1, 18])
             for (const frequency of [20, topOf(rate)])
@@ -82,7 +82,7 @@ test("every type agrees with the published filters over the whole range of value
     for (const row of rows) {
       const { expected, error } = errorOf(row);
       // The curve is good within 0.01 dB. Next to a zero rounding counts for more than elsewhere.
-      const limit = expected > -120 ? 1e-6 : 1e-4;
+      const limit = expected > -120 ? 1e-6 : 1e-3;
       assert.ok(error <= limit, `${JSON.stringify(row)}: off by ${error} dB at ${expected} dB`);
       errors[row.band.type][expected > -120 ? "above" : "below"].push(error);
     }
