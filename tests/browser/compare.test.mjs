@@ -177,7 +177,7 @@ test(
       return trim < -2 ? trim : undefined;
     });
     const note = await page.locator("[data-matching]").innerText();
-    assert.ok(note.includes(`A is turned down by ${(-2 - lowered).toFixed(1).replace(/\.0$/, "")} dB`), note);
+    assert.ok(note.includes(`A plays ${(-2 - lowered).toFixed(1).replace(/\.0$/, "")} dB lower`), note);
     assert.ok(note.includes("goes back to −2 dB"), note);
     await setGain(page, "9");
     await poll("a trim that follows the edit", async () =>

@@ -423,7 +423,7 @@ export const en = {
   "equalizer.match": "Same loudness for A and B",
   "equalizer.matchEqual": "Both are equally loud.",
   "equalizer.matchLowered":
-    "{slot} is turned down by {by:decibelsPlain} through the output trim. When you switch this off, the output trim goes back to {trim:decibels}.",
+    "{slot} plays {by:decibelsPlain} lower. Without this, the output trim goes back to {trim:decibels}.",
   "equalizer.matchLeft":
     "The output trim is still changed from an earlier comparison. When you switch this off, it goes back to {trim:decibels}.",
   "equalizer.unsent": "Your last equalizer change did not reach Velmora.",

@@ -419,7 +419,7 @@ export const zh = {
   "equalizer.match": "A 和 B 音量一致",
   "equalizer.matchEqual": "两者音量相同。",
   "equalizer.matchLowered":
-    "{slot} 通过输出微调降低了 {by:decibelsPlain}。关闭此项后，输出微调将恢复为 {trim:decibels}。",
+    "{slot} 降低 {by:decibelsPlain} 播放。关闭此项后，输出微调恢复为 {trim:decibels}。",
   "equalizer.matchLeft": "上次比较时更改的输出微调仍然有效。关闭此项后，输出微调将恢复为 {trim:decibels}。",
   "equalizer.unsent": "您上次的均衡器更改未能发送到 Velmora。",
   "equalizer.sendUnsent": "立即使用",
