@@ -27,7 +27,6 @@ const entries = [
 /** Draws the page. */
 export function openHelpPage() {
   const reader = createReader();
-  const root = document.documentElement;
 
   function draw() {
     const language = reader.language();
