@@ -10,6 +10,7 @@ import {
   isSameFile,
   isServiceName,
   nameProblem,
+  readContents,
   renameSteps,
   sameName,
   shownName,
@@ -255,6 +256,29 @@ test("contents are compared as precisely as a file keeps them", () => {
     assert.ok(!isSameContents(setting, edited(1, values)), JSON.stringify(values));
   assert.ok(!isSameContents(setting, { ...setting, bypass: true }));
   assert.ok(!isSameContents(setting, { ...setting, fade_ms: 21 }));
+});
+
+test("a file counts only where the equalizer can take it", () => {
+  const { setting } = starters[1];
+  const edited = (values) => ({
+    ...setting,
+    bands: [{ ...setting.bands[0], ...values }, ...setting.bands.slice(1)],
+  });
+  assert.deepEqual(readContents(setting), setting);
+  assert.equal(readContents(edited({ freq_hz: 32.7578773 }))?.bands[0].freq_hz, 32.7579);
+  assert.equal(readContents({ ...setting, more: 1 })?.bypass, false);
+  for (const values of [
+    { type: 9 },
+    { type: 0.5 },
+    { type: -1 },
+    { gain_db: 31 },
+    { freq_hz: 19 },
+    { q: 0 },
+    { q: "1" },
+  ])
+    assert.equal(readContents(edited(values)), undefined, JSON.stringify(values));
+  for (const odd of [null, undefined, 7, "{}", [], {}, { ...setting, fade_ms: 0 }, { ...setting, bands: [] }])
+    assert.equal(readContents(odd), undefined);
 });
 
 // ---- renaming ----

@@ -2,6 +2,7 @@
 //
 // A preset is a file of the service's preset folder. Windows treats two names that differ in case as one file, Linux as
 // two. The page does not know which system it is on, so every plan here is safe on both.
+import { asHeld, bandRanges, fadeRange, firstBands, readSetting } from "./equalizer.js";
 
 /**
  * @typedef {import("./types.js").EqualizerDocument} Setting
@@ -24,12 +25,6 @@
 
 // ---- starters ----
 
-/** The frequencies of a new record, with the digits that the service sends. */
-const firstFrequencies = [
-  20, 32.7579, 53.6539, 87.8794, 143.937, 235.754, 386.14, 632.456, 1035.9, 1696.69, 2778.99, 4551.69,
-  7455.19, 12210.8, 20000,
-];
-
 const [peaking, lowShelf, highShelf] = [0, 1, 2];
 
 /**
@@ -38,9 +33,7 @@ const [peaking, lowShelf, highShelf] = [0, 1, 2];
  * @returns {Starter}
  */
 function starter(name, used) {
-  const bands = firstFrequencies.map(
-    (frequency, index) => used[index] ?? { type: peaking, freq_hz: frequency, gain_db: 0, q: 0.707 },
-  );
+  const bands = firstBands().map((band, index) => used[index] ?? band);
   return { name, setting: { bypass: false, fade_ms: 20, bands } };
 }
 
@@ -222,6 +215,33 @@ export function sortedNames(names, language) {
 }
 
 // ---- contents ----
+
+const lastType = 8;
+
+/**
+ * @param {number} value
+ * @param {{minimum: number, maximum: number}} range
+ */
+const isWithin = (value, { minimum, maximum }) => value >= minimum && value <= maximum;
+
+/** @param {Band} band */
+function isBandWithin(band) {
+  const keys = /** @type {const} */ (["freq_hz", "gain_db", "q"]);
+  const isType = Number.isInteger(band.type) && isWithin(band.type, { minimum: 0, maximum: lastType });
+  return isType && keys.every((key) => isWithin(band[key], bandRanges[key]));
+}
+
+/**
+ * The setting of a preset file, which any program may have written.
+ *
+ * @param {unknown} document
+ * @returns {Setting | undefined} as the record would hold it; undefined where the equalizer cannot take it
+ */
+export function readContents(document) {
+  const setting = readSetting(document);
+  if (setting === undefined || !isWithin(setting.fade_ms, fadeRange)) return undefined;
+  return setting.bands.every(isBandWithin) ? asHeld(setting) : undefined;
+}
 
 // The file keeps six significant digits of a 32-bit value.
 const leastShare = 1e-5;
