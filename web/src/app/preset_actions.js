@@ -99,10 +99,11 @@ export function createPresets(session, equalizer) {
    * @param {() => Promise<unknown>} action
    */
   function inTurn(action) {
-    last = last.then(async () => {
+    const run = async () => {
       await action();
       session.changed();
-    });
+    };
+    last = last.then(run, run);
   }
 
   // ---- requests ----
@@ -200,14 +201,14 @@ export function createPresets(session, equalizer) {
 
   /**
    * @param {string} name
-   * @returns {boolean} whether there is such a starter
+   * @returns {Promise<boolean>} whether there is such a starter
    */
-  function loadStarter(name) {
+  async function loadStarter(name) {
     const starter = starterNamed(name);
     if (starter === undefined) return false;
     // How fast a change fades in is no matter of taste in sound.
     const setting = { ...starter.setting, fade_ms: equalizer.setting()?.fade_ms ?? starter.setting.fade_ms };
-    equalizer.load(setting, { name, starter: true, saved: setting });
+    await equalizer.load(setting, { name, starter: true, saved: setting });
     return true;
   }
 
@@ -218,7 +219,7 @@ export function createPresets(session, equalizer) {
     if ("setting" in contents) {
       const trim = trimOf(state.kept, name);
       const isOther = trim !== undefined && trim !== equalizer.ownTrim();
-      equalizer.load(contents.setting, ownRef(name, contents.setting), isOther ? trim : undefined);
+      await equalizer.load(contents.setting, ownRef(name, contents.setting), isOther ? trim : undefined);
       if (isOther) session.say("info", "preset.trim", { trim });
     } else {
       sayProblem(contents);
@@ -232,12 +233,12 @@ export function createPresets(session, equalizer) {
     session.begin();
     const { name, starter } = preset;
     if (starter) {
-      if (loadStarter(name)) session.say("info", "preset.reverted", { name: nameSentence(preset) });
+      if (await loadStarter(name)) session.say("info", "preset.reverted", { name: nameSentence(preset) });
       return;
     }
     const contents = await read(name);
     if ("setting" in contents) {
-      equalizer.load(contents.setting, ownRef(name, contents.setting));
+      await equalizer.load(contents.setting, ownRef(name, contents.setting));
       session.say("info", "preset.reverted", { name: shownName(name) });
     } else if (contents.problem?.key === "preset.gone") {
       session.say("bad", "preset.goneChosen", contents.problem.values);
@@ -498,7 +499,7 @@ export function createPresets(session, equalizer) {
     /** @param {string} name */
     use: (name) => inTurn(() => use(name)),
     /** @param {string} name */
-    useStarter: (name) => inTurn(async () => loadStarter(name)),
+    useStarter: (name) => inTurn(() => loadStarter(name)),
     save: () => inTurn(save),
     saveAs: () => inTurn(() => askName("save")),
     rename: () => inTurn(() => askName("rename")),

@@ -585,7 +585,7 @@ export const en = {
     "Fifteen bands with a switch of their own. The first edit switches it on. Fields take a number, with or without its unit; an empty field goes back to its last value.",
   "help.presets": "Presets",
   "help.presets.text":
-    "Equalizer settings under names. A name may have letters, digits, spaces, - and _, at most 64 bytes.",
+    "Equalizer settings under names. A name may have letters, digits, spaces, - and _, at most 64 bytes; upper and lower case make no difference. The output trim that belongs to a preset is remembered by this browser.",
   "help.devices": "Devices",
   "help.devices.text":
     "Velmora works on one playback device, at first the default of Windows. Choosing one changes neither that default nor other programs, and holds until Velmora ends.",

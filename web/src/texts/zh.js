@@ -571,7 +571,8 @@ export const zh = {
   "help.equalizer.text":
     "十五个频段，有自己的开关。第一次编辑会自动打开它。输入框可填数字，单位可省略；清空后会恢复原值。",
   "help.presets": "预设",
-  "help.presets.text": "带名称的均衡器设置。名称可用字母、数字、空格、- 和 _，最多 64 字节。",
+  "help.presets.text":
+    "带名称的均衡器设置。名称可用字母（含汉字）、数字、空格、- 和 _，最多 64 字节，不区分大小写。与预设对应的输出微调保存在此浏览器中。",
   "help.devices": "设备",
   "help.devices.text":
     "Velmora 作用于一个播放设备，起初是 Windows 默认设备。选择设备不会改变该默认设置，也不影响其他程序，直到 Velmora 结束前一直有效。",
