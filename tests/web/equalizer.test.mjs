@@ -4,13 +4,20 @@ import test from "node:test";
 
 import {
   applyChange,
+  asHeld,
   bandCount,
   decibelField,
+  firstBands,
   hertzField,
+  inverseOf,
   isBandUsed,
+  isEmptyChange,
+  mergeChanges,
   parseField,
   readSetting,
   shortHertz,
+  wholeChange,
+  withChange,
 } from "../../web/src/model/equalizer.js";
 
 const flat = { type: 0, freq_hz: 1000, gain_db: 0, q: 0.707 };
@@ -71,21 +78,61 @@ test("a setting is whole or none", () => {
 test("a change is put onto the present setting", () => {
   const known = setting();
   const present = setting(true, { 5: { gain_db: 4 } });
-  const edit = applyChange(known, present, { band: { index: 0, values: { gain_db: 2 } } });
+  const edit = applyChange(known, present, { bands: { 0: { gain_db: 2 } } });
   assert.deepEqual(edit, {
     setting: setting(false, { 0: { gain_db: 2 }, 5: { gain_db: 4 } }),
-    overtakes: null,
+    overtakes: [],
   });
-  const same = applyChange(known, present, { band: { index: 5, values: { q: 2 } } });
-  assert.deepEqual(same, { setting: setting(false, { 5: { gain_db: 4, q: 2 } }), overtakes: 5 });
+  const same = applyChange(known, present, { bands: { 5: { q: 2 } } });
+  assert.deepEqual(same, { setting: setting(false, { 5: { gain_db: 4, q: 2 } }), overtakes: [5] });
+  const equal = applyChange(known, present, { bands: { 5: { gain_db: 4 } } });
+  assert.deepEqual(equal.overtakes, [], "both have set the same");
   assert.equal(applyChange(known, setting(false), { bypass: true }).setting.bypass, true);
-  assert.equal(
-    applyChange(known, present, { fade_ms: 50 }).setting.bypass,
-    true,
-    "a fade switches nothing on",
+  const fade = applyChange(known, present, { fade_ms: 50 }).setting;
+  assert.deepEqual([fade.bypass, fade.fade_ms], [true, 50], "a fade switches nothing on");
+  const off = applyChange(known, present, { bypass: true, bands: { 1: { gain_db: 0 } } }).setting;
+  assert.equal(off.bypass, true, "a change that says so leaves it off");
+});
+
+test("a change and its inverse", () => {
+  const from = setting(true, { 2: { gain_db: 3 } });
+  const change = { bypass: false, bands: { 2: { gain_db: 5, q: 0.707 }, 4: { type: 3 }, 6: { gain_db: 0 } } };
+  const back = inverseOf(from, change);
+  assert.deepEqual(back, { bypass: true, bands: { 2: { gain_db: 3 }, 4: { type: 0 } } });
+  assert.deepEqual(withChange(withChange(from, change), back), from);
+  assert.ok(isEmptyChange(inverseOf(from, wholeChange(from))));
+  assert.ok(isEmptyChange({ bands: {} }));
+  for (const one of [{ bypass: true }, { fade_ms: 2 }, { bands: { 0: {} } }]) assert.ok(!isEmptyChange(one));
+  assert.deepEqual(withChange(setting(), wholeChange(from)), from);
+});
+
+test("changes are merged, the later one wins", () => {
+  const first = { bypass: true, bands: { 1: { gain_db: 1, q: 2 }, 3: { type: 4 } } };
+  const second = { fade_ms: 30, bands: { 1: { gain_db: 7 } } };
+  assert.deepEqual(mergeChanges(first, second), {
+    bypass: true,
+    fade_ms: 30,
+    bands: { 1: { gain_db: 7, q: 2 }, 3: { type: 4 } },
+  });
+  assert.deepEqual(first.bands[1], { gain_db: 1, q: 2 }, "its parts are not changed");
+  assert.equal(mergeChanges(null, second), second);
+  assert.deepEqual(mergeChanges({ bypass: true }, { bypass: false }), { bypass: false });
+});
+
+test("what was written is shown as the service answers it", () => {
+  const exact = { type: 1, freq_hz: 1234.5678, gain_db: -3.2745678, q: 1 / 3 };
+  const held = asHeld({ bypass: true, fade_ms: 12.34, bands: [exact] });
+  assert.deepEqual(held, {
+    bypass: true,
+    fade_ms: 12.3,
+    bands: [{ type: 1, freq_hz: 1234.57, gain_db: -3.27457, q: 0.333333 }],
+  });
+  const bands = firstBands();
+  assert.deepEqual(
+    [bands.length, bands[0].freq_hz, bands[1].freq_hz, bands[14].freq_hz],
+    [15, 20, 32.7579, 20000],
   );
-  const preset = setting(true, { 1: { gain_db: -1 } });
-  assert.deepEqual(applyChange(known, present, { whole: preset }).setting, { ...preset, bypass: false });
+  assert.ok(!bands.some(isBandUsed));
 });
 
 test("a band is in use where it changes the sound", () => {

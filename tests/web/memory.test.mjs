@@ -34,6 +34,9 @@ const full = () => ({
   lastStrength: 0.6,
   comparing: true,
   language: "zh",
+  preset: { name: "More bass", starter: false, saved: collected("works").equalizer },
+  unsent: collected("works").equalizer,
+  matching: { trimBefore: 0, trimDb: -2.5 },
 });
 
 class Store {
@@ -218,15 +221,15 @@ test("the last strength above 0 is kept", () => {
 test("the last settings are offered when the record holds its first values, and only then", () => {
   const record = collected("newRecord");
   const { equalizer } = collected("equalizerOnly");
-  const kept = rememberSettings(emptyMemory(), footstep, equalizer, "More bass");
+  const kept = rememberSettings(emptyMemory(), footstep, equalizer);
   assert.equal(holdsFirstValues(record.now, record.equalizer), true);
   assert.deepEqual(settingsToOffer(kept, record.now, record.equalizer), kept.lastSettings);
-  const comparing = rememberSettings(emptyMemory(), { ...footstep, bypass_all: true }, equalizer, "");
+  const comparing = rememberSettings(emptyMemory(), { ...footstep, bypass_all: true }, equalizer);
   assert.equal(settingsToOffer(comparing, record.now, record.equalizer)?.footstep.bypass_all, false);
   const changed = collected("works");
   assert.equal(settingsToOffer(kept, changed.now, changed.equalizer), null);
   assert.equal(settingsToOffer(emptyMemory(), record.now, record.equalizer), null);
-  const off = rememberSettings(kept, { ...footstep, bypass: true }, { ...equalizer, bypass: true }, "");
+  const off = rememberSettings(kept, { ...footstep, bypass: true }, { ...equalizer, bypass: true });
   assert.equal(settingsToOffer(off, record.now, record.equalizer), null, "they would change nothing");
   for (const odd of [null, 7, [], {}]) {
     assert.equal(settingsToOffer(kept, odd, record.equalizer), null);

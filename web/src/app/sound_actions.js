@@ -1,10 +1,11 @@
 // What a person does on the first screen, from the control to the answer.
-import { applyChange, haveSameBands, readSetting } from "../model/equalizer.js";
+import { readSetting } from "../model/equalizer.js";
 import { devicesFacts } from "../model/facts.js";
-import { markEngine, rememberAction, rememberSettings } from "../model/memory.js";
+import { markEngine, rememberAction } from "../model/memory.js";
 import { holdPeak, noPeak } from "../model/peak_hold.js";
 import { flagOf, listOf, numberOf, objectOf, textOf } from "../model/read.js";
 import { usualStrength } from "../model/verdict.js";
+import { createEqualizer } from "./equalizer_actions.js";
 import { reportText } from "./report.js";
 
 /**
@@ -12,7 +13,6 @@ import { reportText } from "./report.js";
  * @typedef {import("../model/types.js").Action} Action
  * @typedef {import("../model/types.js").LastSettings} LastSettings
  * @typedef {import("../model/equalizer.js").Setting} Setting
- * @typedef {import("../model/equalizer.js").Change} Change
  * @typedef {LastSettings["footstep"]} Footstep
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
@@ -24,7 +24,6 @@ import { reportText } from "./report.js";
 
 const paths = {
   footstep: "/api/v1/render/effects/footstep",
-  equalizer: "/api/v1/render/effects/eq",
   volume: "/api/v1/render/volume",
   mute: "/api/v1/render/mute",
   device: "/api/v1/devices/render",
@@ -83,11 +82,9 @@ export function createSound(session) {
     muted: /** @type {Overlay<boolean>} */ (new Overlay()),
     device: /** @type {Overlay<string>} */ (new Overlay()),
     microphone: /** @type {Overlay<string>} */ (new Overlay()),
-    equalizer: /** @type {Overlay<Setting>} */ (new Overlay()),
   };
   const view = {
     presets: /** @type {string[] | undefined} */ (undefined),
-    band: 0,
     question: /** @type {Question | null} */ (null),
     evidenceIsOpen: false,
     devicesAreOpen: false,
@@ -103,8 +100,6 @@ export function createSound(session) {
       overlays.device.settle();
       overlays.microphone.settle();
       holdPeaks(document);
-    } else {
-      overlays.equalizer.settle();
     }
   });
 
@@ -124,7 +119,7 @@ export function createSound(session) {
   // ---- what is shown ----
 
   const footstep = () => overlays.footstep.value ?? publishedFootstep(state.seen.now);
-  const equalizer = () => overlays.equalizer.value ?? readSetting(state.seen.equalizer);
+  const equalizer = createEqualizer(session, footstep);
 
   function sound() {
     const { available, volume, muted } = objectOf(objectOf(state.seen.now).render);
@@ -158,7 +153,7 @@ export function createSound(session) {
     overlays.footstep.end(answer.ok || answer.dropped);
     if (answer.dropped) return;
     if (!answer.ok) return session.sayFailure("action.failed", answer);
-    keepSettings(wanted, equalizer());
+    equalizer.keepSettings();
     session.lookAt("status");
   }
 
@@ -177,17 +172,6 @@ export function createSound(session) {
   function hearOriginal(original) {
     compare(original);
     return setFootstep({ bypass_all: original });
-  }
-
-  /**
-   * @param {Footstep | undefined} setting
-   * @param {Setting | undefined} bands
-   * @param {string} [preset]
-   * @param {boolean} [isChanged]
-   */
-  function keepSettings(setting, bands, preset = chosenPreset(), isChanged = presetIsChanged()) {
-    if (setting === undefined) return;
-    session.keep(rememberSettings(state.kept, setting, bands ?? null, preset, isChanged));
   }
 
   // ---- volume ----
@@ -310,65 +294,7 @@ export function createSound(session) {
     session.sayFailure(kind === "remove" ? "action.notRemoved" : "action.notAdded", answer);
   }
 
-  // ---- the equalizer ----
-
-  let lastChange = Promise.resolve();
-
-  /**
-   * Changes wait for each other, so that each is put onto what the one before has made.
-   *
-   * @param {Change} change
-   * @param {string} [preset] the preset that the change comes from
-   */
-  function changeEqualizer(change, preset) {
-    const known = equalizer() ?? change.whole;
-    if (known === undefined) return;
-    session.begin();
-    overlays.equalizer.begin(applyChange(known, known, change).setting);
-    session.changed();
-    lastChange = lastChange.then(() => sendEqualizer(known, change, preset));
-  }
-
-  /**
-   * @param {Setting} known
-   * @param {Change} change
-   * @param {string | undefined} preset
-   */
-  async function sendEqualizer(known, change, preset) {
-    const read = await client.ask({ method: "GET", path: paths.equalizer });
-    const present = readSetting(read.document);
-    if (!read.ok || present === undefined) {
-      overlays.equalizer.end(false);
-      return session.sayFailure("action.failed", read);
-    }
-    const { setting, overtakes } = applyChange(known, present, change);
-    const answer = await client.ask({ method: "PUT", path: paths.equalizer, body: setting });
-    overlays.equalizer.end(answer.ok);
-    if (!answer.ok) return session.sayFailure("action.failed", answer);
-    if (overtakes !== null && overlays.equalizer.outstanding === 0) {
-      session.say("info", "equalizer.changedElsewhere");
-    }
-    await session.lookAt("equalizer");
-    // The record's own steps, so that a later comparison with it is exact.
-    const held = readSetting(state.seen.equalizer) ?? setting;
-    const isEdited = preset === undefined && (presetIsChanged() || change.band !== undefined);
-    keepSettings(footstep(), held, preset ?? chosenPreset(), isEdited);
-  }
-
   // ---- presets ----
-
-  const chosenPreset = () => state.kept.lastSettings?.preset ?? "";
-
-  /** Whether the bands are no longer those of the chosen preset: edited here, elsewhere, or lost with a restart. */
-  function presetIsChanged() {
-    const last = state.kept.lastSettings;
-    if (last === null || last.preset === "") return false;
-    const held = readSetting(last.equalizer);
-    const present = equalizer();
-    return (
-      last.presetChanged || (held !== undefined && present !== undefined && !haveSameBands(held, present))
-    );
-  }
 
   async function listPresets() {
     const answer = await client.ask({ method: "GET", path: paths.presets });
@@ -385,18 +311,19 @@ export function createSound(session) {
     const setting = readSetting(answer.document);
     if (!answer.ok) session.sayFailure("action.failed", answer);
     else if (setting === undefined) session.say("bad", "equalizer.unreadable", { name });
-    else return changeEqualizer({ whole: setting }, name);
+    else return equalizer.load(setting, { name, starter: false, saved: setting });
     await listPresets();
   }
 
   /** @param {string} name */
   async function savePreset(name) {
     session.begin();
-    const present = await client.ask({ method: "GET", path: paths.equalizer });
+    const present = await client.ask({ method: "GET", path: "/api/v1/render/effects/eq" });
     if (!present.ok) return session.sayFailure("action.failed", present);
     const answer = await client.ask({ method: "PUT", path: presetPath(name), body: present.document });
     if (!answer.ok) return session.sayFailure("action.failed", answer);
-    keepSettings(footstep(), readSetting(present.document), name, false);
+    const saved = readSetting(present.document);
+    equalizer.setPreset(saved === undefined ? null : { name, starter: false, saved });
     session.say("info", "action.saved");
     await listPresets();
   }
@@ -406,7 +333,7 @@ export function createSound(session) {
     session.begin();
     const answer = await client.ask({ method: "DELETE", path: presetPath(name) });
     if (answer.ok) {
-      if (name === chosenPreset()) keepSettings(footstep(), equalizer(), "", false);
+      if (name === equalizer.preset()?.name) equalizer.setPreset(null);
       session.say("info", "equalizer.deleted");
     } else {
       session.sayFailure("action.failed", answer);
@@ -419,7 +346,8 @@ export function createSound(session) {
   /** @param {LastSettings} settings */
   async function useLastSettings({ footstep: last, equalizer: bands, preset }) {
     await setFootstep(last);
-    if (bands !== null && !bands.bypass) changeEqualizer({ whole: bands }, preset);
+    const chosen = state.kept.preset?.name === preset ? state.kept.preset : null;
+    if (bands !== null && !bands.bypass) equalizer.load(bands, chosen);
   }
 
   async function copyReport() {
@@ -451,12 +379,6 @@ export function createSound(session) {
     session.changed();
   }
 
-  /** @param {number} band */
-  function showBand(band) {
-    view.band = band;
-    session.changed();
-  }
-
   return {
     view,
     footstep,
@@ -465,8 +387,6 @@ export function createSound(session) {
     chosenDevice,
     chosenMicrophone: () =>
       overlays.microphone.value ?? textOf(objectOf(state.seen.devices).selected_capture_endpoint_id) ?? "",
-    chosenPreset,
-    presetIsChanged,
     setFootstep,
     switchEnhancement,
     setStrength,
@@ -475,7 +395,6 @@ export function createSound(session) {
     setMuted,
     choose,
     changeEffect,
-    changeEqualizer,
     listPresets,
     usePreset,
     savePreset,
@@ -484,7 +403,6 @@ export function createSound(session) {
     copyReport,
     ask,
     unfold,
-    showBand,
   };
 }
 

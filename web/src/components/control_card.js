@@ -1,34 +1,13 @@
 // The enhancement: on or off, how strong, and what it sounds like without.
 import { percent } from "../model/format.js";
-import { html, useEffect } from "../view.js";
+import { html } from "../view.js";
 import { Slider, Switch } from "./controls.js";
+import { useShortcuts } from "./keys.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
  * @typedef {import("../app/sound_actions.js").Sound} Sound
  */
-
-/** Where a key press writes or chooses something, it is no shortcut. */
-const takesKeys = "input:not([type=checkbox]):not([type=range]):not([type=radio]), select, textarea, dialog";
-
-/**
- * Switches with the key O.
- *
- * @param {() => void} onPress
- */
-function useOriginalKey(onPress) {
-  useEffect(() => {
-    const listen = (/** @type {KeyboardEvent} */ event) => {
-      if (event.key.toLowerCase() !== "o" || event.ctrlKey || event.altKey || event.metaKey || event.repeat)
-        return;
-      if (event.target instanceof Element && event.target.closest(takesKeys) !== null) return;
-      event.preventDefault();
-      onPress();
-    };
-    addEventListener("keydown", listen);
-    return () => removeEventListener("keydown", listen);
-  });
-}
 
 /** @param {{t: Translate, sound: Sound}} props */
 export function ControlCard({ t, sound }) {
@@ -37,7 +16,7 @@ export function ControlCard({ t, sound }) {
   const hear = () => {
     if (footstep !== undefined) sound.hearOriginal(!isOriginal);
   };
-  useOriginalKey(hear);
+  useShortcuts([{ key: "o", press: hear }]);
   return html`<section class="card control" aria-label=${t("control.title")}>
     <${Switch}
       label=${t("control.switch")}

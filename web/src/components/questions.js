@@ -71,7 +71,7 @@ function SaveQuestion({ t, sound }) {
           type="text"
           maxlength="64"
           required
-          defaultValue=${sound.chosenPreset()}
+          defaultValue=${sound.equalizer.preset()?.name ?? ""}
         />
       </label>
       <p class="muted">${t("equalizer.saveHint")}</p>

@@ -1,14 +1,13 @@
-// The equalizer's setting: the fields of a band, and changes that keep what others have set meanwhile.
+// The equalizer's setting: its bands, and changes that are put onto whatever the record holds when they are sent.
 
 /**
  * @typedef {import("./types.js").EqualizerDocument} Setting
  * @typedef {Setting["bands"][number]} Band
  *
- * @typedef {object} Change what a person does to the setting
+ * @typedef {object} Change values to set; what it does not name stays as it is
  * @property {boolean} [bypass]
  * @property {number} [fade_ms]
- * @property {{index: number, values: Partial<Band>}} [band]
- * @property {Setting} [whole] takes the place of everything
+ * @property {Record<number, Partial<Band>>} [bands] by index
  */
 
 export const bandCount = 15;
@@ -75,25 +74,137 @@ export function haveSameBands(one, other) {
  */
 export const isBandUsed = ({ type, gain_db: gain }) => type > 2 || gain !== 0;
 
+/** @returns {Band[]} the bands of a new record: 20 Hz to 20 kHz, evenly spaced by ear, flat */
+export const firstBands = () =>
+  Array.from({ length: bandCount }, (_, index) => ({
+    type: 0,
+    freq_hz: Number((20 * 1000 ** (index / (bandCount - 1))).toPrecision(6)),
+    gain_db: 0,
+    q: 0.707,
+  }));
+
 /**
- * Puts a change onto the present setting. The first edit of a band switches an equalizer on that is off.
- *
- * @param {Setting} known what the person saw when they made the change
- * @param {Setting} present what the record holds by now
- * @param {Change} change
- * @returns {{setting: Setting, overtakes: number | null}} `overtakes`: the band that another one has changed meanwhile,
- *   and whose change is lost by this one
+ * @param {number} value
+ * @returns {number} as the service answers it: a 32-bit number with six digits
  */
-export function applyChange(known, present, { bypass, fade_ms: fade, band, whole }) {
-  if (whole !== undefined) return { setting: { ...whole, bypass: false }, overtakes: null };
-  const bands = present.bands.map((one, index) => (index === band?.index ? { ...one, ...band.values } : one));
-  const isOvertaken = band !== undefined && !isSameBand(known.bands[band.index], present.bands[band.index]);
-  const setting = {
-    bypass: bypass ?? (band === undefined ? present.bypass : false),
-    fade_ms: fade ?? present.fade_ms,
-    bands,
+const heldNumber = (value) => Number(Math.fround(value).toPrecision(6));
+
+/**
+ * @param {Setting} setting
+ * @returns {Setting} as the service answers it after it was sent
+ */
+export function asHeld({ bypass, fade_ms: fade, bands }) {
+  return {
+    bypass,
+    fade_ms: heldNumber(Math.round(fade * 10) / 10),
+    bands: bands.map(({ type, freq_hz: frequency, gain_db: gain, q }) => ({
+      type,
+      freq_hz: heldNumber(frequency),
+      gain_db: heldNumber(gain),
+      q: heldNumber(q),
+    })),
   };
-  return { setting, overtakes: isOvertaken ? band.index : null };
+}
+
+// ---- changes ----
+
+/**
+ * @param {Setting} setting
+ * @param {Change} change
+ * @returns {Setting}
+ */
+export function withChange(setting, { bypass, fade_ms: fade, bands = {} }) {
+  return {
+    bypass: bypass ?? setting.bypass,
+    fade_ms: fade ?? setting.fade_ms,
+    bands: setting.bands.map((band, index) =>
+      Object.hasOwn(bands, index) ? { ...band, ...bands[index] } : band,
+    ),
+  };
+}
+
+/**
+ * A change of bands switches an equalizer on that is off.
+ *
+ * @param {Setting} setting
+ * @param {Change} change
+ * @returns {Change}
+ */
+export function switchingOn(setting, change) {
+  const isEdit = change.bands !== undefined && change.bypass === undefined && setting.bypass;
+  return isEdit ? { ...change, bypass: false } : change;
+}
+
+/**
+ * @param {Setting} setting
+ * @returns {Change} what makes this setting of any other
+ */
+export function wholeChange({ bypass, fade_ms: fade, bands }) {
+  return {
+    bypass,
+    fade_ms: fade,
+    bands: Object.fromEntries(bands.map((band, index) => [index, { ...band }])),
+  };
+}
+
+/**
+ * @param {Setting} from
+ * @param {Change} change
+ * @returns {Change} what takes back those values of the change that differ
+ */
+export function inverseOf(from, change) {
+  const keys = /** @type {const} */ (["type", "freq_hz", "gain_db", "q"]);
+  /** @type {[string, Partial<Band>][]} */
+  const bands = [];
+  for (const [index, values] of Object.entries(change.bands ?? {})) {
+    const before = from.bands[Number(index)];
+    const changed = keys.filter((key) => values[key] !== undefined && values[key] !== before[key]);
+    if (changed.length > 0) bands.push([index, Object.fromEntries(changed.map((key) => [key, before[key]]))]);
+  }
+  return {
+    ...(change.bypass !== undefined && change.bypass !== from.bypass && { bypass: from.bypass }),
+    ...(change.fade_ms !== undefined && change.fade_ms !== from.fade_ms && { fade_ms: from.fade_ms }),
+    ...(bands.length > 0 && { bands: Object.fromEntries(bands) }),
+  };
+}
+
+/** @param {Change} change */
+export const isEmptyChange = ({ bypass, fade_ms: fade, bands = {} }) =>
+  bypass === undefined && fade === undefined && Object.keys(bands).length === 0;
+
+/**
+ * @param {Change | null} first
+ * @param {Change} second
+ * @returns {Change} both; the second one wins
+ */
+export function mergeChanges(first, second) {
+  if (first === null) return second;
+  /** @type {Record<number, Partial<Band>>} */
+  const bands = { ...first.bands };
+  for (const [index, values] of Object.entries(second.bands ?? {})) {
+    bands[Number(index)] = { ...bands[Number(index)], ...values };
+  }
+  const both = { ...first, ...second };
+  return first.bands === undefined && second.bands === undefined ? both : { ...both, bands };
+}
+
+/**
+ * Puts a change onto what the record holds when it is sent.
+ *
+ * @param {Setting} known what the record held when the person made the change
+ * @param {Setting} present what it holds now
+ * @param {Change} change
+ * @returns {{setting: Setting, overtakes: number[]}} `overtakes`: the bands that another page or program has changed
+ *   meanwhile and that this change sets to something else
+ */
+export function applyChange(known, present, change) {
+  const wanted = switchingOn(present, change);
+  const setting = withChange(present, wanted);
+  const overtakes = Object.keys(wanted.bands ?? {})
+    .map(Number)
+    .filter((index) => !isSameBand(known.bands[index], present.bands[index]))
+    .filter((index) => !isSameBand(setting.bands[index], present.bands[index]));
+  return { setting, overtakes };
 }
 
 // ---- fields ----

@@ -41,6 +41,12 @@ export function decibels(value) {
 
 /**
  * @param {unknown} value
+ * @returns {string} such as "3.5 dB": an amount, without a sign for what is above 0
+ */
+export const decibelsPlain = (value) => decibels(value).replace("+", "");
+
+/**
+ * @param {unknown} value
  * @returns {string} such as "125 Hz" or "1.25 kHz"
  */
 export function hertz(value) {

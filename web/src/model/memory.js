@@ -26,6 +26,9 @@ export function emptyMemory() {
     lastStrength: null,
     comparing: false,
     language: null,
+    preset: null,
+    unsent: null,
+    matching: null,
   };
 }
 
@@ -75,6 +78,30 @@ function readEqualizer(value) {
 
 /**
  * @param {unknown} value
+ * @returns {import("./types.js").PresetRef | null}
+ */
+function readPreset(value) {
+  const { name, starter, saved } = objectOf(value);
+  const setting = readEqualizer(saved);
+  if (typeof name !== "string" || name === "" || typeof starter !== "boolean" || setting === null)
+    return null;
+  return { name, starter, saved: setting };
+}
+
+/**
+ * @param {unknown} value
+ * @returns {import("./types.js").Matching | null}
+ */
+function readMatching(value) {
+  const { trimBefore, trimDb } = objectOf(value);
+  const isTrim = (/** @type {unknown} */ trim) => typeof trim === "number" && trim >= -60 && trim <= 20;
+  return isTrim(trimBefore) && isTrim(trimDb)
+    ? /** @type {import("./types.js").Matching} */ ({ trimBefore, trimDb })
+    : null;
+}
+
+/**
+ * @param {unknown} value
  * @returns {LastSettings["footstep"] | null}
  */
 function readFootstep(value) {
@@ -89,12 +116,13 @@ function readFootstep(value) {
  * @returns {LastSettings | null}
  */
 function readSettings(value) {
-  const { footstep, preset, presetChanged, equalizer } = objectOf(value);
+  const { footstep, preset, starter, presetChanged, equalizer } = objectOf(value);
   const read = readFootstep(footstep);
   if (read === null) return null;
   return {
     footstep: read,
     preset: textOf(preset) ?? "",
+    ...(starter === true && { starter }),
     presetChanged: presetChanged === true,
     equalizer: readEqualizer(equalizer),
   };
@@ -124,6 +152,9 @@ export function parseMemory(text) {
     lastStrength: strength !== undefined && strength > 0 && strength <= 1 ? strength : null,
     comparing: value.comparing === true,
     language: value.language === "en" || value.language === "zh" ? value.language : null,
+    preset: readPreset(value.preset),
+    unsent: readEqualizer(value.unsent),
+    matching: readMatching(value.matching),
   };
 }
 
@@ -253,15 +284,16 @@ export function rememberAction(kept, action, mark, name = "") {
  * @param {Kept} kept
  * @param {LastSettings["footstep"]} footstep
  * @param {LastSettings["equalizer"]} equalizer
- * @param {string} preset
- * @param {boolean} [presetChanged] the bands have been edited since the preset was loaded or saved
+ * @param {boolean} [presetChanged] the bands have been edited since the chosen preset was loaded or saved
  * @returns {Kept}
  */
-export function rememberSettings(kept, footstep, equalizer, preset, presetChanged = false) {
+export function rememberSettings(kept, footstep, equalizer, presetChanged = false) {
   const { bypass, enhance_strength: strength } = footstep;
   const settings = { bypass, bypass_all: false, enhance_strength: strength };
   const lastStrength = strength > 0 ? strength : kept.lastStrength;
-  return { ...kept, lastSettings: { footstep: settings, equalizer, preset, presetChanged }, lastStrength };
+  const { name: preset = "", starter = false } = kept.preset ?? {};
+  const lastSettings = { footstep: settings, equalizer, preset, ...(starter && { starter }), presetChanged };
+  return { ...kept, lastSettings, lastStrength };
 }
 
 /**

@@ -94,6 +94,9 @@
  * @property {number | null} lastStrength the last strength above 0
  * @property {boolean} comparing the person pressed "Hear the original" on this page
  * @property {Language | null} language the person's choice
+ * @property {PresetRef | null} preset the chosen one
+ * @property {EqualizerDocument | null} unsent an equalizer setting that the page showed and could not send
+ * @property {Matching | null} matching
  *
  * @typedef {object} EngineMark
  * @property {number} processId 0: no engine ran, or it was unknown
@@ -106,9 +109,19 @@
  * @property {string} endpointId
  * @property {number} processId of the engine at that time; 0: none ran
  *
+ * @typedef {object} PresetRef the preset that was loaded or saved last
+ * @property {string} name of the service's preset, or of a starter in presets.js
+ * @property {boolean} starter
+ * @property {EqualizerDocument} saved its setting, as it was then
+ *
+ * @typedef {object} Matching the output trim while two settings are compared at one loudness
+ * @property {number} trimBefore in decibels; to be put back
+ * @property {number} trimDb what was set in its place
+ *
  * @typedef {object} LastSettings
  * @property {{bypass: boolean, bypass_all: boolean, enhance_strength: number}} footstep
  * @property {string} preset name of the chosen preset; empty for none
+ * @property {boolean} [starter] the name is that of a starter
  * @property {boolean} presetChanged the bands have been edited since the preset was loaded or saved
  * @property {EqualizerDocument | null} equalizer
  *

@@ -86,8 +86,10 @@ function offerKey({ footstep, equalizer, preset }) {
  * @param {LastSettings} settings
  * @returns {string | import("../model/types.js").Sentence}
  */
-const presetName = ({ preset, presetChanged }) =>
-  presetChanged ? { key: "equalizer.presetChanged", values: { name: preset } } : preset;
+function presetName({ preset, starter, presetChanged }) {
+  const name = starter ? { key: `starter.${preset}`, values: {} } : preset;
+  return presetChanged ? { key: "equalizer.presetChanged", values: { name } } : name;
+}
 
 /** Draws the page and keeps it up to date. */
 export function openSoundPage() {

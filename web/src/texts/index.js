@@ -1,6 +1,6 @@
 // Texts by key, in the page's language.
 //
-// A placeholder is {name} or {name:form}. Forms: percent, decibels, hertz, seconds, duration, time, list. Without a form a
+// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, list. Without a form a
 // value is shown as it is; one that is a sentence itself, { key, values }, is put into the same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
@@ -18,6 +18,7 @@ export const tables = { en, zh };
 const forms = {
   percent: format.percent,
   decibels: format.decibels,
+  decibelsPlain: format.decibelsPlain,
   hertz: format.hertz,
   seconds: format.seconds,
   duration: format.duration,
@@ -25,7 +26,7 @@ const forms = {
   list: format.list,
 };
 
-const placeholder = /\{(?<name>[a-zA-Z]+)(?::(?<form>[a-z]+))?\}/g;
+const placeholder = /\{(?<name>[a-zA-Z]+)(?::(?<form>[a-zA-Z]+))?\}/g;
 const latinEdge = { start: /^[\p{Script=Latin}\p{Nd}]/u, end: /[\p{Script=Latin}\p{Nd}]$/u };
 const chineseEdge = { start: /^\p{Script=Han}/u, end: /\p{Script=Han}$/u };
 

@@ -1,0 +1,383 @@
+// What a person does to the equalizer: edits, undo, the slots A and B, and the output trim that goes with them.
+import { levelOf } from "../model/curve.js";
+import {
+  cancel,
+  finish,
+  hasPending,
+  makeEdit,
+  newEditor,
+  redo,
+  settingOf,
+  switchSlot,
+  takeLook,
+  takePending,
+  takeRefusal,
+  takeSilence,
+  takeWritten,
+  touch,
+  undo,
+} from "../model/editor.js";
+import { firstBands, haveSameBands, isBandUsed, readSetting, wholeChange } from "../model/equalizer.js";
+import { matchedTrims } from "../model/matching.js";
+import { rememberSettings } from "../model/memory.js";
+import { numberOf, objectOf } from "../model/read.js";
+
+/**
+ * @typedef {import("./session.js").Session} Session
+ * @typedef {import("./client.js").Answer} Answer
+ * @typedef {import("../model/types.js").PresetRef} PresetRef
+ * @typedef {import("../model/types.js").LastSettings} LastSettings
+ * @typedef {import("../model/editor.js").Editor} Editor
+ * @typedef {import("../model/editor.js").SlotName} SlotName
+ * @typedef {import("../model/equalizer.js").Setting} Setting
+ * @typedef {import("../model/equalizer.js").Change} Change
+ * @typedef {import("../model/history.js").Edit} Edit
+ */
+
+const equalizerPath = "/api/v1/render/effects/eq";
+const algorithmPath = "/api/v1/render/effects/algorithm";
+const usualRate = 48000;
+
+/** @param {Setting} setting */
+const isUntouched = ({ bypass, bands }) => bypass && !bands.some(isBandUsed);
+
+/**
+ * @param {Session} session
+ * @param {() => LastSettings["footstep"] | undefined} footstep what the page shows of the enhancement
+ */
+export function createEqualizer(session, footstep) {
+  const { state, client } = session;
+  let editor = newEditor();
+  let chosenBand = 0;
+  let isSending = false;
+  /** The last attempt to send got no answer: what is pending waits for the next look that gets one. */
+  let isSilent = false;
+  let isLate = false;
+  /** @type {Promise<unknown>} the last trim that was sent */
+  let trimSent = Promise.resolve();
+  /** The trim that the person set, until a look from after the change. */
+  let wantedTrim = /** @type {number | undefined} */ (undefined);
+  let trimsOnTheirWay = 0;
+
+  session.watchers.add((kind, document) => {
+    if (kind === "status" && trimsOnTheirWay === 0) wantedTrim = undefined;
+    if (kind === "equalizer") update(takeLook(editor, readSetting(document)));
+    if (isSilent && !isSending) sendLate();
+  });
+
+  /** @param {Editor} next */
+  function update(next) {
+    if (next === editor) return;
+    editor = next;
+    session.changed();
+  }
+
+  // ---- what is shown ----
+
+  const setting = () => settingOf(editor);
+  const preset = () => state.kept.preset;
+
+  function trim() {
+    return wantedTrim ?? numberOf(objectOf(objectOf(state.seen.now).footstep).output_trim_db);
+  }
+
+  /** @returns {number} the sample rate of the stream that the effect processes, in hertz */
+  function rate() {
+    const reported = numberOf(objectOf(objectOf(state.seen.now).apo_diagnostics).sample_rate) ?? 0;
+    return reported > 0 ? reported : usualRate;
+  }
+
+  /** Whether the bands are no longer those of the chosen preset: edited here, elsewhere, or lost with a restart. */
+  function isChanged() {
+    const saved = preset()?.saved;
+    const present = setting();
+    return saved !== undefined && present !== undefined && !haveSameBands(saved, present);
+  }
+
+  /** @returns {Setting | undefined} what the curve is compared with */
+  function ghost() {
+    const present = setting();
+    const compared = editor.other?.setting ?? preset()?.saved;
+    return compared === undefined || present === undefined || haveSameBands(compared, present)
+      ? undefined
+      : compared;
+  }
+
+  // ---- sending ----
+
+  function keepSettings() {
+    const present = footstep();
+    const bands = setting();
+    if (present !== undefined)
+      session.keep(rememberSettings(state.kept, present, bands ?? null, isChanged()));
+  }
+
+  /** Sends what is pending, one exchange at a time, until nothing is. */
+  async function send() {
+    if (isSending) return;
+    isSending = true;
+    while (hasPending(editor)) {
+      const failure = await sendOnce();
+      if (failure !== null) {
+        takeFailure(failure);
+        break;
+      }
+    }
+    isSending = false;
+    if (hasPending(editor)) return;
+    if (state.kept.unsent !== null && !isSilent) session.keep({ ...state.kept, unsent: null });
+    await session.lookAt("equalizer");
+    if (!hasPending(editor) && editor.gesture === null) keepSettings();
+  }
+
+  /** @returns {Promise<Answer | null>} the failure, if there was one */
+  async function sendOnce() {
+    const read = await client.ask({ method: "GET", path: equalizerPath });
+    const present = readSetting(read.document);
+    if (!read.ok || present === undefined) return read;
+    const before = editor.held;
+    const whole = setting();
+    if (isLate && isUntouched(present) && before && whole && !isUntouched(before)) {
+      // The record was created again, so the other bands are lost as well.
+      update({ ...editor, pending: wholeChange(whole), held: present });
+    }
+    const { editor: taken, setting: wanted, overtakes } = takePending(editor, present);
+    update(taken);
+    const answer = await client.ask({ method: "PUT", path: equalizerPath, body: wanted });
+    if (!answer.ok) return answer;
+    update(takeWritten(editor, wanted));
+    if (overtakes.length > 0) session.say("info", "equalizer.changedElsewhere");
+    return null;
+  }
+
+  /** @param {Answer} answer */
+  function takeFailure(answer) {
+    if (answer.status !== 0 && answer.status !== 401) {
+      update(takeRefusal(editor));
+      return session.sayFailure("action.failed", answer);
+    }
+    // Nobody answers, or the link has ended: the edit is kept for when one does.
+    isSilent = true;
+    update(takeSilence(editor));
+    session.keep({ ...state.kept, unsent: setting() ?? null });
+  }
+
+  async function sendLate() {
+    isSilent = false;
+    isLate = true;
+    await send();
+    isLate = false;
+    if (!hasPending(editor)) session.say("info", "equalizer.sentLate");
+  }
+
+  /** @param {number} trimDb */
+  function sendTrim(trimDb) {
+    wantedTrim = trimDb;
+    ++trimsOnTheirWay;
+    const put = async () => {
+      const body = { output_trim_db: trimDb };
+      const answer = await client.ask({ method: "PUT", path: algorithmPath, body, control: "trim" });
+      --trimsOnTheirWay;
+      if (answer.dropped) return;
+      if (answer.ok) await session.lookAt("status");
+      else {
+        wantedTrim = undefined;
+        session.sayFailure("action.failed", answer);
+      }
+    };
+    trimSent = put();
+    session.changed();
+  }
+
+  // ---- edits ----
+
+  /** @param {() => Editor} next */
+  function edit(next) {
+    if (setting() === undefined) return;
+    session.begin();
+    update(next());
+    if (!isSilent) send();
+  }
+
+  /**
+   * Sets what an edit sets besides the bands.
+   *
+   * @param {Edit} edited
+   */
+  function setMore({ trimDb, preset: chosen }) {
+    if (chosen !== undefined) session.keep({ ...state.kept, preset: chosen });
+    if (trimDb !== undefined) {
+      // The trim is then the person's own; nothing is left to put back.
+      if (state.kept.matching !== null) session.keep({ ...state.kept, matching: null });
+      if (trimDb !== trim()) sendTrim(trimDb);
+    }
+  }
+
+  /**
+   * @param {Edit} wanted
+   * @param {string} [merge] edits with one text that follow within a second are one undo step
+   */
+  function makeWholeEdit(wanted, merge) {
+    if (setting() === undefined) return;
+    const before = {
+      ...(wanted.trimDb !== undefined && { trimDb: trim() }),
+      ...(wanted.preset !== undefined && { preset: preset() }),
+    };
+    // The trim goes first: a louder setting is never heard without its trim.
+    setMore(wanted);
+    edit(() => makeEdit(editor, wanted, before, merge, Date.now()));
+    match();
+  }
+
+  /**
+   * Loads a preset or an import: one undo step.
+   *
+   * @param {Setting} whole
+   * @param {PresetRef | null} chosen
+   * @param {number} [trimDb] to set with it
+   */
+  async function load(whole, chosen, trimDb) {
+    // A person may be quicker than the page's first looks.
+    if (setting() === undefined) await session.lookAt("equalizer");
+    const change = { ...wholeChange(whole), bypass: false };
+    makeWholeEdit({ change, preset: chosen, ...(trimDb !== undefined && { trimDb }) });
+  }
+
+  /** @param {typeof undo} step undo or redo */
+  function goBack(step) {
+    const done = step(editor);
+    if (done === null) return;
+    setMore(done.edit);
+    edit(() => done.editor);
+    match();
+  }
+
+  // ---- comparing ----
+
+  /** @returns {Record<SlotName, Setting> | null} null until both slots are in use */
+  function slots() {
+    const present = setting();
+    const { other, active } = editor;
+    if (present === undefined || other === null) return null;
+    return active === "a" ? { a: present, b: other.setting } : { a: other.setting, b: present };
+  }
+
+  /** The output trim for each slot, so that both are equally loud. */
+  function matchingTrims() {
+    const both = slots();
+    const trimDb = state.kept.matching?.trimBefore ?? trim();
+    if (both === null || trimDb === undefined) return null;
+    return matchedTrims({ a: levelOf(both.a, rate()), b: levelOf(both.b, rate()) }, trimDb);
+  }
+
+  /** Sets the trim of the active slot, where slots are matched. */
+  function match() {
+    const { matching } = state.kept;
+    const trims = matchingTrims();
+    if (matching === null || trims === null) return;
+    const trimDb = trims[editor.active];
+    if (trimDb === trim()) return;
+    session.keep({ ...state.kept, matching: { ...matching, trimDb } });
+    sendTrim(trimDb);
+  }
+
+  /** @param {boolean} on */
+  function setMatching(on) {
+    const trimBefore = trim();
+    if (trimBefore === undefined) return;
+    session.begin();
+    if (on) {
+      session.keep({ ...state.kept, matching: { trimBefore, trimDb: trimBefore } });
+      return match();
+    }
+    const { matching } = state.kept;
+    session.keep({ ...state.kept, matching: null });
+    if (matching !== null && matching.trimBefore !== trimBefore) sendTrim(matching.trimBefore);
+  }
+
+  /** @param {SlotName} wanted */
+  function useSlot(wanted) {
+    if (wanted === editor.active || setting() === undefined) return;
+    session.begin();
+    const { editor: next, preset: chosen } = switchSlot(editor, preset());
+    if (chosen !== preset()) session.keep({ ...state.kept, preset: chosen });
+    editor = next;
+    match();
+    session.changed();
+    if (!isSilent) send();
+  }
+
+  return {
+    setting,
+    rate,
+    trim,
+    preset,
+    isChanged,
+    ghost,
+    chosen: () => chosenBand,
+    /** @param {number} index */
+    choose(index) {
+      chosenBand = index;
+      session.changed();
+    },
+    /** @returns {number} the first band that is not in use; -1: none */
+    nextFree: () => setting()?.bands.findIndex((band) => !isBandUsed(band)) ?? -1,
+    /** @param {Change} change a part of a drag: shown and sent at once */
+    touch: (change) => edit(() => touch(editor, change)),
+    /** Ends a drag: all of it is one undo step. */
+    finish() {
+      update(finish(editor));
+      match();
+    },
+    /** Ends a drag and goes back to where it began. */
+    cancel() {
+      if (editor.gesture !== null) edit(() => cancel(editor));
+    },
+    /**
+     * @param {Change} change
+     * @param {string} [merge] edits with one text that follow within a second are one undo step
+     */
+    change: (change, merge) => makeWholeEdit({ change }, merge),
+    load,
+    /** @param {number} trimDb */
+    setTrim: (trimDb) => makeWholeEdit({ change: {}, trimDb }),
+    /** Makes all bands flat, as in a new record. */
+    reset: () => makeWholeEdit({ change: { bands: wholeChange(firstSetting()).bands }, preset: null }),
+    undo: () => goBack(undo),
+    redo: () => goBack(redo),
+    canUndo: () => editor.history.past.length > 0 || editor.gesture !== null,
+    canRedo: () => editor.history.future.length > 0,
+    /** @param {PresetRef | null} chosen what was saved, or null when it is gone */
+    setPreset(chosen) {
+      session.keep({ ...state.kept, preset: chosen });
+      keepSettings();
+    },
+    slot: () => editor.active,
+    otherSlotIsUsed: () => editor.other !== null,
+    useSlot,
+    matching: () => ({
+      on: state.kept.matching !== null,
+      trims: matchingTrims(),
+      trimBefore: state.kept.matching?.trimBefore,
+    }),
+    setMatching,
+    /** @returns {number | undefined} the trim to remember with a preset */
+    ownTrim: () => state.kept.matching?.trimBefore ?? trim(),
+    /** @returns {Setting | null} a setting that another page could not send */
+    unsent: () => (hasPending(editor) || isSending ? null : state.kept.unsent),
+    /** @param {boolean} wanted */
+    answerUnsent(wanted) {
+      const { unsent } = state.kept;
+      session.keep({ ...state.kept, unsent: null });
+      if (wanted && unsent !== null) load(unsent, null);
+    },
+    keepSettings,
+    /** Resolves when what was changed has been sent. */
+    whenSent: () => trimSent,
+  };
+}
+
+/** @returns {Setting} */
+const firstSetting = () => ({ bypass: true, fade_ms: 20, bands: firstBands() });
+
+/** @typedef {ReturnType<typeof createEqualizer>} Equalizer */

@@ -1,0 +1,261 @@
+// What the page shows of the equalizer while the person edits it, and what is still to be sent. All functions are pure:
+// each takes an editor and gives the next one.
+//
+// A change is shown at once. It is sent in two exchanges: the present setting is read, and the change is put onto that,
+// so that what others have changed meanwhile is kept. Changes that come in between are sent together.
+import {
+  applyChange,
+  asHeld,
+  inverseOf,
+  isEmptyChange,
+  mergeChanges,
+  switchingOn,
+  withChange,
+  wholeChange,
+} from "./equalizer.js";
+import { emptyHistory, recordStep, redoStep, undoStep } from "./history.js";
+
+/**
+ * @typedef {import("./equalizer.js").Setting} Setting
+ * @typedef {import("./equalizer.js").Change} Change
+ * @typedef {import("./history.js").Edit} Edit
+ * @typedef {import("./history.js").History} History
+ * @typedef {import("./types.js").PresetRef} PresetRef
+ * @typedef {"a" | "b"} SlotName
+ *
+ * @typedef {object} Slot a setting to compare with
+ * @property {Setting} setting
+ * @property {PresetRef | null} preset
+ * @property {History} history
+ *
+ * @typedef {object} Editor
+ * @property {Setting | undefined} held what the record held at the last look or write
+ * @property {Setting | undefined} shown while it differs from what is held
+ * @property {Change | null} pending to be sent
+ * @property {Change | null} flight being sent
+ * @property {{from: Setting, change: Change} | null} gesture a drag: one undo step when it ends
+ * @property {History} history of the active slot
+ * @property {SlotName} active
+ * @property {Slot | null} other null until the other slot was used
+ */
+
+/** @returns {Editor} */
+export const newEditor = () => ({
+  held: undefined,
+  shown: undefined,
+  pending: null,
+  flight: null,
+  gesture: null,
+  history: emptyHistory(),
+  active: "a",
+  other: null,
+});
+
+/** @param {Editor} editor */
+export const settingOf = ({ shown, held }) => shown ?? held;
+
+/** @param {Editor} editor */
+const isSettled = ({ pending, flight }) => pending === null && flight === null;
+
+/**
+ * Takes in what the record holds. While a change is on its way, a look may be older than the change.
+ *
+ * @param {Editor} editor
+ * @param {Setting | undefined} setting undefined where it could not be read
+ * @returns {Editor}
+ */
+export function takeLook(editor, setting) {
+  if (!isSettled(editor)) return editor;
+  const { gesture } = editor;
+  const shown = gesture === null || setting === undefined ? undefined : withChange(setting, gesture.change);
+  return { ...editor, held: setting, shown };
+}
+
+/**
+ * Shows a change and marks it to be sent.
+ *
+ * @param {Editor} editor
+ * @param {Change} change
+ * @returns {Editor}
+ */
+function want(editor, change) {
+  const setting = settingOf(editor);
+  if (setting === undefined || isEmptyChange(change)) return editor;
+  return { ...editor, shown: withChange(setting, change), pending: mergeChanges(editor.pending, change) };
+}
+
+// ---- edits ----
+
+/**
+ * Takes in a part of a drag: shown and sent, without an undo step until the drag ends.
+ *
+ * @param {Editor} editor
+ * @param {Change} change
+ * @returns {Editor}
+ */
+export function touch(editor, change) {
+  const setting = settingOf(editor);
+  if (setting === undefined) return editor;
+  const wanted = switchingOn(setting, change);
+  const { from, change: before } = editor.gesture ?? { from: setting, change: null };
+  return want({ ...editor, gesture: { from, change: mergeChanges(before, wanted) } }, wanted);
+}
+
+/**
+ * Ends a drag: all of it is one undo step.
+ *
+ * @param {Editor} editor
+ * @returns {Editor}
+ */
+export function finish(editor) {
+  const { gesture, history } = editor;
+  if (gesture === null) return editor;
+  const back = inverseOf(gesture.from, gesture.change);
+  const ended = { ...editor, gesture: null };
+  if (isEmptyChange(back)) return ended;
+  return {
+    ...ended,
+    history: recordStep(history, { back: { change: back }, forth: { change: gesture.change } }),
+  };
+}
+
+/**
+ * Ends a drag and goes back to where it began.
+ *
+ * @param {Editor} editor
+ * @returns {Editor}
+ */
+export function cancel(editor) {
+  const { gesture } = editor;
+  if (gesture === null) return editor;
+  return want({ ...editor, gesture: null }, inverseOf(gesture.from, gesture.change));
+}
+
+/**
+ * Makes one whole edit: one undo step. An edit that changes nothing is none.
+ *
+ * @param {Editor} editor
+ * @param {Edit} edit
+ * @param {Omit<Edit, "change">} before the output trim and the preset before it, where the edit sets them
+ * @param {string} [key] edits with one key that follow within a second are one step
+ * @param {number} [time] milliseconds
+ * @returns {Editor}
+ */
+export function makeEdit(editor, edit, before, key, time) {
+  const finished = finish(editor);
+  const setting = settingOf(finished);
+  if (setting === undefined) return finished;
+  const change = switchingOn(setting, edit.change);
+  const back = inverseOf(setting, change);
+  const setsMore = edit.trimDb !== before.trimDb || edit.preset !== before.preset;
+  if (isEmptyChange(back) && !setsMore) return finished;
+  const step = { back: { ...before, change: back }, forth: { ...edit, change } };
+  return want({ ...finished, history: recordStep(finished.history, step, key, time) }, change);
+}
+
+/**
+ * @param {Editor} editor
+ * @returns {{editor: Editor, edit: Edit} | null} `edit`: what else is to be set; null if there is nothing to undo
+ */
+export function undo(editor) {
+  const finished = finish(editor);
+  const undone = undoStep(finished.history);
+  if (undone === null) return null;
+  return { editor: want({ ...finished, history: undone.history }, undone.edit.change), edit: undone.edit };
+}
+
+/**
+ * @param {Editor} editor
+ * @returns {{editor: Editor, edit: Edit} | null} `edit`: what else is to be set; null if there is nothing to redo
+ */
+export function redo(editor) {
+  const finished = finish(editor);
+  const redone = redoStep(finished.history);
+  if (redone === null) return null;
+  return { editor: want({ ...finished, history: redone.history }, redone.edit.change), edit: redone.edit };
+}
+
+// ---- the slots A and B ----
+
+/**
+ * Goes to the other slot. At first it is a copy of this one. Whether the equalizer is on stays as it is.
+ *
+ * @param {Editor} editor
+ * @param {PresetRef | null} preset the chosen one
+ * @returns {{editor: Editor, preset: PresetRef | null}} `preset`: the other slot's
+ */
+export function switchSlot(editor, preset) {
+  const finished = finish(editor);
+  const setting = settingOf(finished);
+  if (setting === undefined) return { editor: finished, preset };
+  const left = { setting, preset, history: finished.history };
+  const entered = finished.other ?? { ...left, history: emptyHistory() };
+  const { fade_ms, bands } = wholeChange(entered.setting);
+  const back = inverseOf(setting, { fade_ms, bands });
+  const active = finished.active === "a" ? "b" : "a";
+  const next = /** @type {Editor} */ ({ ...finished, history: entered.history, active, other: left });
+  const change = isEmptyChange(back) ? {} : { bypass: setting.bypass, fade_ms, bands };
+  return { editor: want(next, change), preset: entered.preset };
+}
+
+// ---- sending ----
+
+/** @param {Editor} editor */
+export const hasPending = ({ pending }) => pending !== null;
+
+/**
+ * Takes what is pending, to be sent on what the record holds now.
+ *
+ * @param {Editor} editor with a change that is pending
+ * @param {Setting} present what the record holds, read just before
+ * @returns {{editor: Editor, setting: Setting, overtakes: number[]}} `setting`: to be written; `overtakes`: bands that
+ *   another page or program has changed as well
+ */
+export function takePending(editor, present) {
+  const change = editor.pending ?? {};
+  const { setting, overtakes } = applyChange(editor.held ?? present, present, change);
+  return { editor: { ...editor, pending: null, flight: change, held: present }, setting, overtakes };
+}
+
+/**
+ * The record holds what was sent.
+ *
+ * @param {Editor} editor
+ * @param {Setting} setting as it was written
+ * @returns {Editor}
+ */
+export function takeWritten(editor, setting) {
+  const held = asHeld(setting);
+  const { pending, gesture } = editor;
+  const still = mergeChanges(gesture?.change ?? null, pending ?? {});
+  return { ...editor, flight: null, held, shown: isEmptyChange(still) ? undefined : withChange(held, still) };
+}
+
+/**
+ * No answer came. What was on its way is sent again when the service answers.
+ *
+ * @param {Editor} editor
+ * @returns {Editor}
+ */
+export function takeSilence(editor) {
+  const { flight, pending } = editor;
+  return {
+    ...editor,
+    flight: null,
+    pending: flight === null ? pending : mergeChanges(flight, pending ?? {}),
+  };
+}
+
+/**
+ * The service refused what was sent: the page goes back to what the record holds.
+ *
+ * @param {Editor} editor
+ * @returns {Editor}
+ */
+export const takeRefusal = (editor) => ({
+  ...editor,
+  flight: null,
+  pending: null,
+  gesture: null,
+  shown: undefined,
+});
