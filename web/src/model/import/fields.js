@@ -1,8 +1,7 @@
 // The values of a setting as an import reads them.
-import { bandCount, bandRanges } from "../equalizer.js";
+import { bandRanges } from "../equalizer.js";
 
 /**
- * @typedef {import("../equalizer.js").Band} Band
  * @typedef {import("./numbers.js").Field} Field
  */
 
@@ -29,13 +28,3 @@ export const plainQ = 0.7071;
 
 /** The fade of a setting without one, in milliseconds. */
 export const plainFade = 20;
-
-/** @returns {Band[]} the bands of a new record: flat, spread over the range of hearing */
-export function unusedBands() {
-  return Array.from({ length: bandCount }, (_, index) => ({
-    type: 0,
-    freq_hz: Number((20 * 1000 ** (index / (bandCount - 1))).toPrecision(6)),
-    gain_db: 0,
-    q: 0.707,
-  }));
-}

@@ -1,6 +1,6 @@
 // The service's own form of a setting. What the service would refuse or change is listed and not taken.
-import { bandCount, bandRanges, fadeRange } from "../equalizer.js";
-import { plainFade, unusedBands } from "./fields.js";
+import { bandCount, bandRanges, fadeRange, firstBands } from "../equalizer.js";
+import { plainFade } from "./fields.js";
 import { snippet } from "./lines.js";
 import { kept } from "./numbers.js";
 
@@ -102,7 +102,7 @@ function readBand(reader, members) {
   const [type, frequency, gain, q] = values;
   if (!Number.isInteger(type)) return { reason: reasonOf("typeNotWhole", { text: String(type) }) };
   reader.rounded += [frequency, gain, q].filter((value) => kept(value) !== value).length;
-  return { band: { type, freq_hz: kept(frequency), gain_db: kept(gain), q: kept(q) } };
+  return { band: { type: kept(type), freq_hz: kept(frequency), gain_db: kept(gain), q: kept(q) } };
 }
 
 /**
@@ -112,7 +112,7 @@ function readBand(reader, members) {
  *   places
  */
 function readBands(reader, member) {
-  const bands = unusedBands();
+  const bands = firstBands();
   if (member === undefined) return { bands, taken: 0, total: 0 };
   if (member.node.kind !== "array") {
     drop(reader, member, member.node.end, reasonOf("bandsNoList"));

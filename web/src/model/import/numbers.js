@@ -132,9 +132,9 @@ export const outOfRange = (field, text) => ({
 
 /**
  * @param {number} value
- * @returns {number} with the six digits that the service reports
+ * @returns {number} as the service reports it once it is set: six digits of a 32-bit number
  */
-export const kept = (value) => Number(value.toPrecision(6)) || 0;
+export const kept = (value) => Number(Math.fround(value).toPrecision(6)) || 0;
 
 /**
  * @param {number} value finite

@@ -1,6 +1,6 @@
 // A setting from the text of a file: the own form, parametric text, or the curve of a graphic equalizer.
-import { bandCount } from "../equalizer.js";
-import { plainFade, unusedBands } from "./fields.js";
+import { bandCount, firstBands } from "../equalizer.js";
+import { plainFade } from "./fields.js";
 import { fitGraphic } from "./graphic.js";
 import { readJsonSetting } from "./json_setting.js";
 import { readJsonText } from "./json_text.js";
@@ -53,7 +53,7 @@ const byLine = (dropped) => dropped.sort((one, other) => one.line - other.line);
 const settingOf = (bands) => ({
   bypass: false,
   fade_ms: plainFade,
-  bands: [...bands, ...unusedBands().slice(bands.length)],
+  bands: [...bands, ...firstBands().slice(bands.length)],
 });
 
 /**
@@ -83,16 +83,15 @@ function importJson(text, root, counter) {
  * @returns {Import}
  */
 function refuseJson(text, errorLine, counter) {
-  const notRead = reasonOf("jsonNotRead", { line: errorLine });
-  const lines = splitLines(text, counter);
-  const wrong = lines[Math.min(errorLine, lines.length) - 1];
-  const dropped = lines
-    .filter((line) => line === wrong || line.text.trim() !== "")
-    .map((line) => ({
-      line: line.number,
-      text: snippet(line.text),
-      reason: line === wrong ? reasonOf("json") : notRead,
-    }));
+  const lines = splitLines(text, counter).filter((line) => line.text.trim() !== "");
+  // A document that is cut off ends behind its last line.
+  const wrong = lines.findLast(({ number }) => number <= errorLine) ?? lines[0];
+  const notRead = reasonOf("jsonNotRead", { line: wrong.number });
+  const dropped = lines.map((line) => ({
+    line: line.number,
+    text: snippet(line.text),
+    reason: line === wrong ? reasonOf("json") : notRead,
+  }));
   counter.steps += text.length;
   return { kind: "json", setting: null, preampDb: null, taken: 0, total: 0, dropped, notes: [] };
 }
