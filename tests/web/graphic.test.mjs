@@ -230,6 +230,9 @@ test("gains beyond the bands' reach leave an error that is stated", () => {
   checkBands(huge.bands);
   assert.ok(Number.isFinite(huge.rmsDb) && Number.isFinite(huge.maximumDb));
   assert.ok(huge.rmsDb <= huge.maximumDb);
+  const bandsFor = (db) => fitGraphic([{ frequency: 1000, db }], rate).bands;
+  assert.deepEqual(bandsFor(1e300), bandsFor(1e6));
+  assert.ok(sumDb(bandsFor(1e300), 1000) > 100);
 });
 
 test("bands stay below half of a low rate", () => {
@@ -290,7 +293,7 @@ test("random curves: bands in range, true errors, no worse than fitted gains, bo
     const gainsOnly = Math.min(
       ...[0.8, 1.2, 1.6, 2.4].map((q) => measure(points, fitGains(points, q)).rmsDb),
     );
-    assert.ok(fit.rmsDb <= gainsOnly + 0.005, `curve ${turn}: ${fit.rmsDb}, gains only ${gainsOnly}`);
+    assert.ok(fit.rmsDb <= gainsOnly + 0.02, `curve ${turn}: ${fit.rmsDb}, gains only ${gainsOnly}`);
     assert.ok(counter.rounds > 0 && counter.rounds <= mostRounds, `curve ${turn}: ${counter.rounds} rounds`);
   }
 });

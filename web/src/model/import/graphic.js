@@ -40,14 +40,14 @@ const gainCost = 3e-6;
 // The fit aims no further than this, in dB, so that squares of errors stay finite.
 const largestTarget = 200;
 
-// A band is not worth using for less than this, in dB.
+// The fit adds no band for an error below this, in dB: nobody hears it.
 const leastError = 0.02;
 
 // A fit with more bands is not worth using for less than this, in dB of RMS error.
 const leastBenefit = 0.005;
 
 // Steps of a fit: of gains from flat, of each added band, of all bands at the end, and of gains after rounding.
-const rounds = { gains: 6, added: 8, grown: 60, spread: 40, rounded: 4 };
+const rounds = { gains: 6, added: 6, grown: 40, spread: 20, rounded: 4 };
 
 /** The most steps that a fit takes, each of them of the same work at most. */
 export const mostRounds =
