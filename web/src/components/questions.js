@@ -2,6 +2,8 @@
 import { activePrograms } from "../model/programs.js";
 import { html, useEffect, useRef } from "../view.js";
 import { Dialog } from "./controls.js";
+import { ExportDialog } from "./export_dialog.js";
+import { ImportDialog } from "./import_dialog.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -124,6 +126,9 @@ export function Questions({ t, sound, session }) {
   if (question.kind === "savePreset") return html`<${SaveQuestion} t=${t} sound=${sound} />`;
   if (question.kind === "deletePreset")
     return html`<${DeleteQuestion} t=${t} sound=${sound} name=${question.name} />`;
+  if (question.kind === "import")
+    return html`<${ImportDialog} t=${t} sound=${sound} given=${question.given} />`;
+  if (question.kind === "export") return html`<${ExportDialog} t=${t} sound=${sound} />`;
   if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }

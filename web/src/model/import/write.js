@@ -35,13 +35,13 @@ function filterLine({ type, freq_hz: frequency, gain_db: gain, q }, index) {
 
 /**
  * @param {Setting} setting
- * @param {number} trimDb the output trim, which becomes the preamp
+ * @param {number} [trimDb] the output trim, which becomes the preamp; without it there is none
  * @returns {{text: string, lost: Sentence[]}} `lost`: what such text cannot carry
  */
 export function exportParametric({ bypass, fade_ms: fade, bands }, trimDb) {
   const skirts = bands.flatMap(({ type }, index) => (typeWords[type] ? [] : [index + 1]));
-  const preamp = plainNumber(Math.round(trimDb * 10) / 10);
-  const lines = [`Preamp: ${preamp} dB`, ...bands.map(filterLine)];
+  const preamp = trimDb === undefined ? [] : [`Preamp: ${plainNumber(Math.round(trimDb * 10) / 10)} dB`];
+  const lines = [...preamp, ...bands.map(filterLine)];
   /** @type {Sentence[]} */
   const lost = [];
   if (skirts.length > 0) lost.push({ key: "export.lost.skirt", values: { bands: skirts.join(", ") } });
