@@ -356,6 +356,8 @@ export function createEqualizer(session, footstep) {
       update(finish(editor));
       match();
     },
+    /** Whether a drag is under way. */
+    isHeld: () => editor.gesture !== null,
     /** Ends a drag and goes back to where it began. */
     cancel() {
       if (editor.gesture !== null) edit(() => cancel(editor));

@@ -4,6 +4,7 @@ import { html } from "../view.js";
 import { BandFields } from "./band_fields.js";
 import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
+import { Curve, CurveHints } from "./curve.js";
 import { PresetBar } from "./preset_bar.js";
 import { TransferBar } from "./transfer_bar.js";
 
@@ -56,7 +57,9 @@ export function EqualizerCard({ t, sound }) {
       html`
         <${UnsentOffer} t=${t} equalizer=${equalizer} />
         <${MatchingNote} t=${t} equalizer=${equalizer} />
+        <${Curve} t=${t} equalizer=${equalizer} />
         <${BandFields} t=${t} equalizer=${equalizer} />
+        <${CurveHints} t=${t} equalizer=${equalizer} />
       `
     }
   </section>`;

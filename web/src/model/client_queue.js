@@ -228,8 +228,8 @@ function takeAnswer(queue, { id, status, error }, time) {
     if (look === "status" && next.looks.status === 0) next.firstStatusAt = time;
     const wasComplete = firstLooksAreComplete(next);
     next.looks = { ...next.looks, [look]: next.looks[look] + 1 };
-    // A look that an action asked for does not take the turn of the page's own.
-    if (wasComplete && id < 0) ++next.turn;
+    // A look that an action asked for is as good as the page's own, but takes no other look's turn.
+    if (wasComplete && look === nextLook(queue)) ++next.turn;
   }
   next.begun ||= firstLooksAreComplete(next);
   next = withLink(next, next.begun ? "answering" : "first", time);

@@ -154,7 +154,7 @@ export function openSoundPage() {
         </div>`
       }
       ${
-        controls !== "hidden" &&
+        (controls !== "hidden" || sound.equalizer.isHeld()) &&
         html`<fieldset
           class="cards ${controls === "dimmed" && client.link().state === "waiting" ? "stale" : ""}"
           disabled=${isUnderWay}
