@@ -16,6 +16,8 @@ import { reportText } from "./report.js";
  * @typedef {LastSettings["footstep"]} Footstep
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
+ *   | {kind: "import", given?: import("./transfer.js").Given}
+ *   | {kind: "export"}
  *   | {kind: "report", text: string}} Question what the page asks before it does something;
  *   `as`: a restart that is tried again repeats this request
  */

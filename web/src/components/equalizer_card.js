@@ -1,10 +1,12 @@
 // The equalizer: its own switch, the presets, the curve and the fields of one band.
+import { dropHandlers } from "../app/transfer.js";
 import { html } from "../view.js";
 import { BandFields } from "./band_fields.js";
 import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
 import { Curve, CurveHints } from "./curve.js";
 import { PresetBar } from "./preset_bar.js";
+import { TransferBar } from "./transfer_bar.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -34,7 +36,8 @@ function UnsentOffer({ t, equalizer }) {
 export function EqualizerCard({ t, sound }) {
   const { equalizer } = sound;
   const setting = equalizer.setting();
-  return html`<section class="card equalizer" aria-labelledby="equalizer">
+  const drop = dropHandlers((given) => sound.ask({ kind: "import", given }));
+  return html`<section class="card equalizer" aria-labelledby="equalizer" ...${drop}>
     <div class="row">
       <h2 id="equalizer">${t("equalizer.title")}</h2>
       <${Switch}
@@ -46,6 +49,7 @@ export function EqualizerCard({ t, sound }) {
         onChange=${(/** @type {boolean} */ on) => equalizer.change({ bypass: !on })}
       />
       <${PresetBar} t=${t} sound=${sound} />
+      <${TransferBar} t=${t} sound=${sound} />
       <${CompareBar} t=${t} equalizer=${equalizer} />
     </div>
     ${

@@ -2,6 +2,8 @@
 import { activePrograms } from "../model/programs.js";
 import { html } from "../view.js";
 import { Dialog } from "./controls.js";
+import { ExportDialog } from "./export_dialog.js";
+import { ImportDialog } from "./import_dialog.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -67,6 +69,9 @@ function Report({ t, sound, text }) {
 export function Questions({ t, sound, session }) {
   const { question } = sound.view;
   if (question === null) return null;
+  if (question.kind === "import")
+    return html`<${ImportDialog} t=${t} sound=${sound} given=${question.given} />`;
+  if (question.kind === "export") return html`<${ExportDialog} t=${t} sound=${sound} />`;
   if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }
