@@ -657,6 +657,38 @@ test("files of other programs are listed, and what is wrong with each is said", 
   await waitForChosen("Flat");
 });
 
+test("where no answer comes, the page says what it knows, and nothing is lost", limits, async (t) => {
+  const opened = await openPresets(t, { bass: contentsOf({ 0: 3 }) });
+  const { page, service, own, gain, save, dialog, choose, enter, files, stored, waitForChosen } = opened;
+  const first = stored("bass");
+  await own("bass");
+  await waitForGain(service, 3);
+  await edit(gain, "4");
+  await waitForGain(service, 4);
+  const breakOff = (method) =>
+    page.route(`**${presetPath}/*`, (route) =>
+      route.request().method() === method ? route.abort() : route.fallback(),
+    );
+  await breakOff("PUT");
+  await save.click();
+  await dialog.getByRole("button", { name: "Replace" }).click();
+  await waitForMessage(page, "Not saved: Velmora's control service did not answer.");
+  await page.unrouteAll();
+  assert.equal(stored("bass"), first);
+  await waitForChosen("bass (changed)");
+  assert.equal(await gain.inputValue(), "+4 dB");
+  await breakOff("DELETE");
+  await choose("rename");
+  await enter("Bass");
+  await waitForMessage(
+    page,
+    "Not renamed: Velmora's control service did not answer. The preset is saved twice: as bass and as Bass 2.",
+  );
+  await page.unrouteAll();
+  assert.deepEqual(files(), ["Bass 2.json", "bass.json"]);
+  assert.deepEqual([stored("bass"), stored("Bass 2")], [first, first]);
+});
+
 test("a folder that refuses writing is said, and the edit is kept", limits, async (t) => {
   const file = path.join(makeDirectory(), "file");
   fs.writeFileSync(file, "");
