@@ -203,6 +203,7 @@ test("what is exported and imported again is the same setting", limits, async (t
   const held = await settingOf(service);
   await page.reload();
   const openExport = async () => {
+    await page.getByRole("button", { name: "More for presets" }).click();
     await page.getByRole("button", { name: "Export…" }).click();
     await dialogOf(page).waitFor();
   };
@@ -246,6 +247,7 @@ test("what is exported and imported again is the same setting", limits, async (t
 test("a text is copied, and where the browser refuses that, it is selected", limits, async (t) => {
   const { page, context } = await openPage(t);
   await context.grantPermissions(["clipboard-read", "clipboard-write"]);
+  await page.getByRole("button", { name: "More for presets" }).click();
   await page.getByRole("button", { name: "Export…" }).click();
   const area = dialogOf(page).getByRole("textbox");
   await dialogOf(page).getByRole("button", { name: "Copy" }).click();

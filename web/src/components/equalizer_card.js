@@ -6,7 +6,6 @@ import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
 import { Curve, CurveHints } from "./curve.js";
 import { PresetBar } from "./preset_bar.js";
-import { TransferBar } from "./transfer_bar.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -49,7 +48,14 @@ export function EqualizerCard({ t, sound }) {
         onChange=${(/** @type {boolean} */ on) => equalizer.change({ bypass: !on })}
       />
       <${PresetBar} t=${t} sound=${sound} />
-      <${TransferBar} t=${t} sound=${sound} />
+      <button
+        type="button"
+        class="button"
+        disabled=${setting === undefined}
+        onClick=${() => sound.ask({ kind: "import" })}
+      >
+        ${t("import.open")}
+      </button>
       <${CompareBar} t=${t} equalizer=${equalizer} />
     </div>
     ${

@@ -149,6 +149,7 @@ export function PresetBar({ t, sound }) {
     { key: "preset.revert", press: presets.revert, isOff: chosen === null },
     { key: "preset.delete", press: presets.delete, isOff: !isOwn },
     { key: "preset.reset", press: equalizer.reset, isOff: false },
+    { key: "export.open", press: () => sound.ask({ kind: "export" }), isOff: false },
   ];
   return html`<div class="preset-bar">
     <${PresetSelect} t=${t} sound=${sound} />
