@@ -82,6 +82,28 @@ test("axe finds nothing in the step that is left and in its questions", limits, 
   assert.deepEqual(await violations(page), []);
 });
 
+for (const [locale, colorScheme, names] of /** @type {["en-US" | "zh-CN", "light" | "dark", string[]][]} */ ([
+  ["en-US", "dark", ["Import…", "More for presets", "Export…", "Close"]],
+  ["zh-CN", "light", ["导入…", "更多预设操作", "导出…", "关闭"]],
+])) {
+  test(`axe finds nothing in import and export: ${locale}, ${colorScheme}`, limits, async (t) => {
+    const { page } = await openPage(t, { context: { locale, colorScheme } });
+    const [importName, moreName, exportName, closeName] = names;
+    await page.getByRole("button", { name: moreName }).click();
+    await page.getByRole("button", { name: exportName }).click();
+    await page.getByRole("dialog").waitFor();
+    assert.deepEqual([await violations(page), await sameNames(page)], [[], []]);
+    await page.getByRole("button", { name: closeName }).click();
+    await page.getByRole("button", { name: importName }).click();
+    await page
+      .getByRole("dialog")
+      .getByRole("textbox")
+      .fill("Preamp: -3 dB\nGraphicEQ: 100 3; 1000 0; x\nhello");
+    await page.locator(".import-dropped li").first().waitFor();
+    assert.deepEqual([await violations(page), await sameNames(page)], [[], []]);
+  });
+}
+
 test("each new verdict is announced once", limits, async (t) => {
   const { page, service, effect } = await openPage(t);
   await page.locator(".verdict [role=status]").evaluate((region) => {

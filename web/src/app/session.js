@@ -19,6 +19,7 @@ import { createClient } from "./client.js";
  * @typedef {object} Message what became of the last thing that the person did
  * @property {"info" | "bad"} tone
  * @property {Sentence} sentence
+ * @property {{key: string, press: () => void}} [action] a button behind it
  */
 
 const tickMs = 1000;
@@ -124,9 +125,10 @@ export function createSession(draw) {
    * @param {Message["tone"]} tone
    * @param {string} key
    * @param {Record<string, unknown>} [values]
+   * @param {Message["action"]} [action]
    */
-  function say(tone, key, values = {}) {
-    state.message = { tone, sentence: { key, values } };
+  function say(tone, key, values = {}, action) {
+    state.message = { tone, sentence: { key, values }, action };
     changed();
   }
 

@@ -6,11 +6,13 @@ import { DeviceSelect, DevicesCard } from "../components/devices_card.js";
 import { EqualizerCard } from "../components/equalizer_card.js";
 import { Frame, nameDocument, pageAddress } from "../components/frame.js";
 import { Message } from "../components/message.js";
+import { PresetQuestions } from "../components/preset_questions.js";
 import { Questions } from "../components/questions.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { devicesFacts } from "../model/facts.js";
 import { plainName } from "../model/format.js";
 import { settingsToOffer } from "../model/memory.js";
+import { shownName } from "../model/presets.js";
 import { flagOf, objectOf } from "../model/read.js";
 import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
@@ -87,8 +89,24 @@ function offerKey({ footstep, equalizer, preset }) {
  * @returns {string | import("../model/types.js").Sentence}
  */
 function presetName({ preset, starter, presetChanged }) {
-  const name = starter ? { key: `starter.${preset}`, values: {} } : preset;
-  return presetChanged ? { key: "equalizer.presetChanged", values: { name } } : name;
+  const name = starter ? { key: `starter.${preset}`, values: {} } : shownName(preset);
+  return presetChanged ? { key: "preset.changed", values: { name } } : name;
+}
+
+/**
+ * @param {{t: import("../view.js").Translate, message: import("../app/session.js").Message}} props
+ */
+function SessionMessage({ t, message: { tone, sentence, action } }) {
+  const text = t(sentence.key, sentence.values);
+  if (action === undefined) return html`<${Message} tone=${tone} text=${text} />`;
+  const press = () => {
+    // The button goes with its message.
+    document.getElementById("preset")?.focus();
+    action.press();
+  };
+  return html`<${Message} tone=${tone} text=${text}>
+    <button type="button" class="button" onClick=${press}>${t(action.key)}</button>
+  <//>`;
 }
 
 /** Draws the page and keeps it up to date. */
@@ -135,7 +153,7 @@ export function openSoundPage() {
         ${
           state.message !== null &&
           controls !== "hidden" &&
-          html`<${Message} tone=${state.message.tone} text=${tell(state.message.sentence)} />`
+          html`<${SessionMessage} t=${t} message=${state.message} />`
         }
       </div>
       ${
@@ -165,11 +183,12 @@ export function openSoundPage() {
       }
       ${!state.isKept && controls !== "hidden" && html`<p class="muted">${t("page.notKept")}</p>`}
       <${Questions} t=${t} sound=${sound} session=${session} />
+      <${PresetQuestions} t=${t} presets=${sound.presets} />
     <//>`;
     render(content, document.body);
   }
 
   draw();
   session.start();
-  if (session.token !== "") sound.listPresets();
+  if (session.token !== "") sound.presets.start();
 }
