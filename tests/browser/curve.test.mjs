@@ -160,6 +160,24 @@ test("Escape cancels a drag and puts the values back", limits, async (t) => {
   assert.equal(await button(page, "Undo").getAttribute("aria-disabled"), "true");
 });
 
+test("a drag ends where its dot goes, and goes on where the page is resized", limits, async (t) => {
+  const opened = await openCurve(t);
+  const { page } = opened;
+  const from = await centreOf(dot(page, 3));
+  await drag(page, from, [0, -20]);
+  await page.setViewportSize({ width: 40, height: 800 });
+  await nextFrame(page);
+  await page.setViewportSize({ width: 1280, height: 800 });
+  await nextFrame(page);
+  await page.mouse.move(from.x, from.y - 40, { steps: 3 });
+  await nextFrame(page);
+  assert.equal(await readout(page).textContent(), "1 kHz, +7.4 dB, Q 1.4");
+  await dot(page, 3).evaluate((one) => one.remove());
+  await readout(page).waitFor({ state: "detached" });
+  await waitForBand(opened, 3, { gain_db: 7.4 });
+  await page.mouse.up();
+});
+
 test("Shift changes Q within a drag, without a jump", limits, async (t) => {
   const opened = await openCurve(t);
   const { page } = opened;

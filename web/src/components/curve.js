@@ -162,7 +162,6 @@ function Faces({ dots, setting, chosen, rate }) {
   const ordered = [...dots].sort(
     (one, other) => Number(one.index === chosen) - Number(other.index === chosen),
   );
-  const cross = dotRadius * Math.SQRT1_2;
   return html`<g class="faces" aria-hidden="true">
     ${ordered.map(({ index, x, y }) => {
       const band = setting.bands[index];
@@ -175,11 +174,14 @@ function Faces({ dots, setting, chosen, rate }) {
       ];
       return html`<g key=${index} class=${state.join(" ")} transform=${`translate(${x} ${y})`}>
         <circle r=${dotRadius} />
+        <text dy="0.36em" text-anchor="middle">${index + 1}</text>
         ${
           isTooHigh &&
-          html`<path d=${`M${-cross} ${-cross}L${cross} ${cross}M${-cross} ${cross}L${cross} ${-cross}`} />`
+          html`<g class="mark" transform="translate(9 -9)">
+            <circle r="7" />
+            <path d="M-3 -3L3 3M-3 3L3 -3" />
+          </g>`
         }
-        <text dy="0.36em" text-anchor="middle">${index + 1}</text>
       </g>`;
     })}
   </g>`;
@@ -208,7 +210,11 @@ function useWidth(take, element) {
   useLayoutEffect(() => {
     const box = element.current;
     if (box === null) return undefined;
-    const measure = () => take(Math.floor(box.getBoundingClientRect().width));
+    const measure = () => {
+      const { width } = box.getBoundingClientRect();
+      // A place that is not shown has no width. The drawing stays, with a drag that may be under way.
+      if (width > 0) take(Math.floor(width));
+    };
     const observer = new ResizeObserver(measure);
     observer.observe(box);
     measure();
@@ -233,7 +239,7 @@ function Plot({ t, equalizer, setting }) {
   const curve = settingCurve(setting, rate, frequencies);
   const compared = equalizer.ghost();
   const ghost = compared === undefined ? null : settingCurve(compared, rate, frequencies);
-  const width = Math.max(0, fullWidth - margin.left - margin.right);
+  const width = Math.max(1, fullWidth - margin.left - margin.right);
   // Within a drag the range only grows: a plot that shrinks would move the dot away from the pointer.
   const range = Math.max(axisRange(setting, curve), drag === null ? 0 : heldRange.current);
   heldRange.current = range;
@@ -261,11 +267,10 @@ function Plot({ t, equalizer, setting }) {
       onPointerMove=${gestures.move}
       onPointerUp=${gestures.release}
       onPointerCancel=${gestures.lose}
-      onLostPointerCapture=${gestures.lose}
       onDblClick=${gestures.doubleClick}
     >
       ${
-        width > 0 &&
+        fullWidth > 0 &&
         html`<g transform=${`translate(${margin.left} ${margin.top})`}>
           <${Grid}
             width=${width}

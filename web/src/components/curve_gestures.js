@@ -125,12 +125,16 @@ export function createGestures(redraw) {
     drag = beginDrag(index, bandNow(index), pointerOf(event), surface.scale);
     sent = "{}";
     addEventListener("keydown", cancelByKey, { capture: true });
+    // It goes to the document where the dot has gone.
+    addEventListener("lostpointercapture", lose, { capture: true });
     surface.equalizer.choose(index);
   }
 
   /** @param {PointerEvent} event */
   function move(event) {
     if (drag === null || event.pointerId !== pointerId) return;
+    // A release that the browser has kept to itself, such as one within a dialog of the system.
+    if (event.buttons === 0) return void end();
     latest = pointerOf(event);
     if (frame !== 0) return;
     // At once, so that it is drawn in this frame. What comes before the next frame is taken in then.
@@ -170,6 +174,7 @@ export function createGestures(redraw) {
   function forget() {
     cancelAnimationFrame(frame);
     removeEventListener("keydown", cancelByKey, { capture: true });
+    removeEventListener("lostpointercapture", lose, { capture: true });
     frame = 0;
     latest = null;
     drag = null;
