@@ -1,4 +1,5 @@
 // Every text of the pages in English. A placeholder is {name} or {name:form}; index.js has the forms.
+import { diagnostics } from "./en_diagnostics.js";
 import { results } from "./en_results.js";
 
 /** @type {Record<string, string>} */
@@ -431,13 +432,7 @@ export const en = {
   "capture.waiting": "Waiting for the effect…",
   "capture.missing": "The effect has written no files.",
   "capture.broken": "The download broke off. Try again.",
-  "diagnostics.title": "Diagnostics",
-  "diagnostics.none": "none",
-  "diagnostics.apo_diagnostics": "What the effect reports",
-  "diagnostics.apo_host": "Installation",
-  "diagnostics.audio_engine": "Audio engine",
-  "diagnostics.apo_binding": "Effect chain of the chosen device",
-  "diagnostics.versions": "Versions",
+  ...diagnostics,
   "help.hear": "Am I hearing Velmora?",
   "help.hear.text":
     "The first line of the Sound page says so, and names the one thing to do if not. It says so only while sound plays on the chosen device. “How do you know?” shows the evidence.",

@@ -1,4 +1,5 @@
 // Every text of the pages in Simplified Chinese. The keys and placeholders are those of en.js.
+import { diagnostics } from "./zh_diagnostics.js";
 import { results } from "./zh_results.js";
 
 /** @type {Record<string, string>} */
@@ -426,13 +427,7 @@ export const zh = {
   "capture.waiting": "正在等待音效…",
   "capture.missing": "音效没有写出文件。",
   "capture.broken": "下载中断。请重试。",
-  "diagnostics.title": "诊断",
-  "diagnostics.none": "无",
-  "diagnostics.apo_diagnostics": "音效报告",
-  "diagnostics.apo_host": "安装",
-  "diagnostics.audio_engine": "音频引擎",
-  "diagnostics.apo_binding": "所选设备的音效链",
-  "diagnostics.versions": "版本",
+  ...diagnostics,
   "help.hear": "我听到的是 Velmora 吗？",
   "help.hear.text":
     "“声音”页面的第一行会说明；如果没有，也会指出要做的一件事。只有所选设备正在播放声音时，它才会这样说。“判断依据”会显示判断依据。",
