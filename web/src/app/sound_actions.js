@@ -6,7 +6,6 @@ import { holdPeak, noPeak } from "../model/peak_hold.js";
 import { flagOf, listOf, numberOf, objectOf, textOf } from "../model/read.js";
 import { usualStrength } from "../model/verdict.js";
 import { createEqualizer } from "./equalizer_actions.js";
-import { reportText } from "./report.js";
 
 /**
  * @typedef {import("./session.js").Session} Session
@@ -17,8 +16,7 @@ import { reportText } from "./report.js";
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
  *   | {kind: "savePreset"}
- *   | {kind: "deletePreset", name: string}
- *   | {kind: "report", text: string}} Question what the page asks before it does something;
+ *   | {kind: "deletePreset", name: string}} Question what the page asks before it does something;
  *   `as`: a restart that is tried again repeats this request
  */
 
@@ -350,18 +348,6 @@ export function createSound(session) {
     if (bands !== null && !bands.bypass) equalizer.load(bands, chosen);
   }
 
-  async function copyReport() {
-    session.begin();
-    const text = reportText(state, session.judge(), client.link());
-    try {
-      await navigator.clipboard.writeText(text);
-      session.say("info", "action.copied");
-    } catch {
-      // The browser may refuse the clipboard: the person copies by hand.
-      ask({ kind: "report", text });
-    }
-  }
-
   /** @param {Question | null} question */
   function ask(question) {
     view.question = question;
@@ -400,7 +386,6 @@ export function createSound(session) {
     savePreset,
     deletePreset,
     useLastSettings,
-    copyReport,
     ask,
     unfold,
   };

@@ -104,19 +104,6 @@ function DeleteQuestion({ t, sound, name }) {
   <//>`;
 }
 
-/** @param {{t: Translate, sound: Sound, text: string}} props */
-function Report({ t, sound, text }) {
-  return html`<${Dialog} title=${t("report.title")} onCancel=${() => sound.ask(null)}>
-    <p>${t("report.byHand")}</p>
-    <textarea class="report" readonly aria-label=${t("report.title")} rows="10" value=${text}></textarea>
-    <div class="row">
-      <button type="button" class="button primary" onClick=${() => sound.ask(null)}>
-        ${t("report.close")}
-      </button>
-    </div>
-  <//>`;
-}
-
 /** @param {{t: Translate, sound: Sound, session: Session}} props */
 export function Questions({ t, sound, session }) {
   const { question } = sound.view;
@@ -124,6 +111,5 @@ export function Questions({ t, sound, session }) {
   if (question.kind === "savePreset") return html`<${SaveQuestion} t=${t} sound=${sound} />`;
   if (question.kind === "deletePreset")
     return html`<${DeleteQuestion} t=${t} sound=${sound} name=${question.name} />`;
-  if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }

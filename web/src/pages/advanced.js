@@ -1,12 +1,15 @@
 // The Advanced page: processing, captures, diagnostics, and the account where there is one.
 import { createAccount } from "../app/account_actions.js";
 import { createAdvanced } from "../app/advanced_actions.js";
+import { createDiagnostics } from "../app/diagnostics_actions.js";
+import { createReport } from "../app/report_actions.js";
 import { createSession } from "../app/session.js";
 import { AccountCard } from "../components/account_card.js";
 import { NumberField, Switch } from "../components/controls.js";
 import { DiagnosticsCard } from "../components/diagnostics_card.js";
 import { Frame } from "../components/frame.js";
 import { Message } from "../components/message.js";
+import { ReportDialog } from "../components/report_dialog.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { decibelField, digits, fadeRange, millisecondField, parseField } from "../model/equalizer.js";
 import { languageTag, say } from "../texts/index.js";
@@ -147,6 +150,8 @@ export function openAdvancedPage() {
   const session = createSession(draw);
   const advanced = createAdvanced(session);
   const account = createAccount(session);
+  const diagnostics = createDiagnostics(session);
+  const report = createReport(session);
   const root = document.documentElement;
 
   function draw() {
@@ -156,7 +161,7 @@ export function openAdvancedPage() {
     const verdict = session.judge();
     root.lang = languageTag(language);
     document.title = `${t("header.advanced")} – ${t("page.title")}`;
-    const { message, seen } = session.state;
+    const { message } = session.state;
     const isReached = verdict.controls !== "hidden";
     const isWaiting = session.client.link().state === "waiting";
     const content = html`<${Frame}
@@ -192,10 +197,11 @@ export function openAdvancedPage() {
         html`<div class="cards ${isWaiting ? "stale" : ""}">
           <${ProcessingCard} t=${t} advanced=${advanced} />
           <${CaptureCard} t=${t} advanced=${advanced} />
-          <${DiagnosticsCard} t=${t} advanced=${advanced} status=${seen.now} />
+          <${DiagnosticsCard} say=${tell} t=${t} diagnostics=${diagnostics} report=${report} />
           <${AccountCard} t=${t} say=${tell} account=${account} />
         </div>`
       }
+      <${ReportDialog} t=${t} report=${report} />
     <//>`;
     render(content, document.body);
   }

@@ -322,7 +322,6 @@ export const en = {
   "action.failed": "Not done: {reason}",
   "action.stopped": "Velmora's control service has stopped.",
   "action.saved": "Saved",
-  "action.copied": "Copied",
 
   // ---- the account ----
   "account.title": "Account",
@@ -406,9 +405,6 @@ export const en = {
   "devices.chooseShort": "Use here",
   "devices.volumeSummary": "{device} {volume:percent}",
   "devices.muted": "muted",
-  "report.title": "Report",
-  "report.byHand": "The browser does not allow copying. Select the text and copy it.",
-  "report.close": "Close",
   "advanced.processing": "Processing",
   "advanced.outputTrim": "Output trim",
   "advanced.maskTime": "Time smoothing",

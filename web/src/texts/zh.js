@@ -319,7 +319,6 @@ export const zh = {
   "action.failed": "未完成：{reason}",
   "action.stopped": "Velmora 的控制服务已停止。",
   "action.saved": "已保存",
-  "action.copied": "已复制",
 
   // ---- the account ----
   "account.title": "账号",
@@ -401,9 +400,6 @@ export const zh = {
   "devices.chooseShort": "在此使用",
   "devices.volumeSummary": "{device} {volume:percent}",
   "devices.muted": "已静音",
-  "report.title": "报告",
-  "report.byHand": "浏览器不允许复制。请选中文本后手动复制。",
-  "report.close": "关闭",
   "advanced.processing": "处理",
   "advanced.outputTrim": "输出微调",
   "advanced.maskTime": "时间平滑",
