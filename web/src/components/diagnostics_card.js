@@ -24,13 +24,16 @@ function Mark({ say, t, mark }) {
   </span>`;
 }
 
+/** A long API name breaks between its words. */
+const breakable = (/** @type {string} */ path) => path.split(/(?<=[._])/).map((part) => html`${part}<wbr />`);
+
 /** @param {{say: Say, t: Translate, row: Row, mark: ReturnType<typeof markOf>}} props */
 function ValueRow({ say, t, row, mark }) {
   const { path, kind, name, shown } = row;
   return html`<tr data-path=${path}>
     <th scope="row">
       <span>${say(name)}</span>
-      ${kind !== "unknown" && html`<code class="muted" translate="no">${path}</code>`}
+      ${kind !== "unknown" && html`<code class="muted" translate="no">${breakable(path)}</code>`}
     </th>
     <td>
       <bdi class="value">${say(shown.text)}</bdi>
@@ -74,7 +77,7 @@ function GroupPart({ say, t, diagnostics, group, rows, isOpen }) {
   >
     <summary>
       <h3 id=${`${id}-title`}>${t(`diagnostics.group.${group.id}`)}</h3>
-      <span class="muted">${rows.length}</span>
+      <span class="muted number">${rows.length}</span>
       ${
         changed > 0 &&
         html`<span class="mark"
