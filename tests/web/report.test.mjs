@@ -17,14 +17,14 @@ const browser = "Mozilla/5.0 (Windows NT 10.0; Win64; x64) Chromium/140";
  * The report of a page that has looked at a state.
  *
  * @param {import("./states.mjs").State} state
- * @param {import("./states.mjs").Page & {language?: "en" | "zh", agent?: string}} [page]
+ * @param {import("./states.mjs").Page & {language?: "en" | "zh", agent?: string, secret?: string}} [page]
  */
-function reportOf(state, { language = "en", kept, action, agent = browser } = {}) {
+function reportOf(state, { language = "en", kept, action, agent = browser, secret = token } = {}) {
   const page = judge(state, { kept, action });
   const source = {
     time: now,
     browser: agent,
-    token,
+    token: secret,
     verdict: page.found,
     link: answering,
     action: page.action,
@@ -306,6 +306,14 @@ test("the token and the account's texts are taken out of what stays, in any plac
     const text = reportOf(state, { agent: `Browser ${secret}` });
     assert.ok(!text.includes(secret), secret);
     if (name.includes(secret)) assert.ok(text.includes("1: Sound … |"), secret);
+  }
+});
+
+test("even a token that is a usual word is in no report", () => {
+  const report = reportOf(collected("works"));
+  for (const secret of ["answering", "Speakers", "hearing", "apo_diagnostics"]) {
+    assert.ok(report.includes(secret), secret);
+    assert.ok(!reportOf(collected("works"), { secret }).includes(secret), secret);
   }
 });
 
