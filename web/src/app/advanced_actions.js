@@ -33,12 +33,7 @@ export function createAdvanced(session) {
   const { state, client } = session;
   /** Values on their way, by key; a look from after the change shows what the record has made of them. */
   const sent = /** @type {Map<string, number | boolean>} */ (new Map());
-  const view = {
-    capture: /** @type {CaptureState} */ ("none"),
-    captureBytes: 0,
-    seconds: 10,
-    diagnosticsAreOpen: false,
-  };
+  const view = { capture: /** @type {CaptureState} */ ("none"), captureBytes: 0, seconds: 10 };
   let looks = 0;
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   let nextLook;
@@ -132,11 +127,6 @@ export function createAdvanced(session) {
     /** @param {number} seconds */
     setSeconds(seconds) {
       view.seconds = seconds;
-      session.changed();
-    },
-    /** @param {boolean} open */
-    unfoldDiagnostics(open) {
-      view.diagnosticsAreOpen = open;
       session.changed();
     },
   };

@@ -6,7 +6,6 @@ import { flagOf, numberOf, objectOf, textOf } from "../model/read.js";
 import { usualStrength } from "../model/verdict.js";
 import { createEqualizer } from "./equalizer_actions.js";
 import { createPresets } from "./preset_actions.js";
-import { reportText } from "./report.js";
 
 /**
  * @typedef {import("./session.js").Session} Session
@@ -17,8 +16,7 @@ import { reportText } from "./report.js";
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
  *   | {kind: "import", given?: import("./transfer.js").Given}
- *   | {kind: "export"}
- *   | {kind: "report", text: string}} Question what the page asks before it does something;
+ *   | {kind: "export"}} Question what the page asks before it does something;
  *   `as`: a restart that is tried again repeats this request
  */
 
@@ -299,18 +297,6 @@ export function createSound(session) {
     if (bands !== null && !bands.bypass) equalizer.load(bands, chosen);
   }
 
-  async function copyReport() {
-    session.begin();
-    const text = reportText(state, session.judge(), client.link());
-    try {
-      await navigator.clipboard.writeText(text);
-      session.say("info", "action.copied");
-    } catch {
-      // The browser may refuse the clipboard: the person copies by hand.
-      ask({ kind: "report", text });
-    }
-  }
-
   /** @param {Question | null} question */
   function ask(question) {
     view.question = question;
@@ -346,7 +332,6 @@ export function createSound(session) {
     choose,
     changeEffect,
     useLastSettings,
-    copyReport,
     ask,
     unfold,
   };

@@ -52,19 +52,6 @@ function RestartQuestion({ t, sound, session, question }) {
   <//>`;
 }
 
-/** @param {{t: Translate, sound: Sound, text: string}} props */
-function Report({ t, sound, text }) {
-  return html`<${Dialog} title=${t("report.title")} onCancel=${() => sound.ask(null)}>
-    <p>${t("report.byHand")}</p>
-    <textarea class="report" readonly aria-label=${t("report.title")} rows="10" value=${text}></textarea>
-    <div class="row">
-      <button type="button" class="button primary" onClick=${() => sound.ask(null)}>
-        ${t("report.close")}
-      </button>
-    </div>
-  <//>`;
-}
-
 /** @param {{t: Translate, sound: Sound, session: Session}} props */
 export function Questions({ t, sound, session }) {
   const { question } = sound.view;
@@ -72,6 +59,5 @@ export function Questions({ t, sound, session }) {
   if (question.kind === "import")
     return html`<${ImportDialog} t=${t} sound=${sound} given=${question.given} />`;
   if (question.kind === "export") return html`<${ExportDialog} t=${t} sound=${sound} />`;
-  if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }

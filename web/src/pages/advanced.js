@@ -1,15 +1,17 @@
 // The Advanced page: processing, captures, diagnostics, and the account where there is one.
 import { createAccount } from "../app/account_actions.js";
 import { createAdvanced } from "../app/advanced_actions.js";
+import { createDiagnostics } from "../app/diagnostics_actions.js";
+import { createReport } from "../app/report_actions.js";
 import { createSession } from "../app/session.js";
 import { AccountCard } from "../components/account_card.js";
 import { NumberField, Switch } from "../components/controls.js";
+import { DiagnosticsCard } from "../components/diagnostics_card.js";
 import { Frame, nameDocument } from "../components/frame.js";
 import { Message } from "../components/message.js";
+import { ReportDialog } from "../components/report_dialog.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { decibelField, digits, fadeRange, millisecondField, parseField } from "../model/equalizer.js";
-import { objectOf } from "../model/read.js";
-import { hexResult } from "../model/reasons.js";
 import { say } from "../texts/index.js";
 import { html, render, useLayoutEffect, useRef } from "../view.js";
 
@@ -143,66 +145,13 @@ function CaptureCard({ t, advanced }) {
   </section>`;
 }
 
-const groups = ["apo_diagnostics", "apo_host", "audio_engine", "apo_binding", "versions"];
-const isResult = (/** @type {string} */ key) => /(?:hresult|error|error_code|detail_code)$/.test(key);
-const isMask = (/** @type {string} */ key) => key.endsWith("_mask");
-
-/**
- * The effect's and Windows' own values, as they are in the document.
- *
- * @param {Translate} t
- * @param {string} key
- * @param {unknown} value
- */
-function valueText(t, key, value) {
-  if (Array.isArray(value)) return value.join("\n") || t("diagnostics.none");
-  if (value === "") return t("diagnostics.none");
-  if (typeof value !== "number") return String(value);
-  if (isResult(key)) return `${value} (${hexResult(value)})`;
-  if (isMask(key)) return `${value} (0x${value.toString(16).toUpperCase().padStart(4, "0")})`;
-  return String(value);
-}
-
-/** @param {{t: Translate, advanced: Advanced, status: unknown}} props */
-function DiagnosticsCard({ t, advanced, status }) {
-  const isOpen = advanced.view.diagnosticsAreOpen;
-  const document = objectOf(status);
-  return html`<details
-    class="card"
-    id="diagnostics"
-    open=${isOpen}
-    onToggle=${(/** @type {{currentTarget: HTMLDetailsElement}} */ { currentTarget }) =>
-      advanced.unfoldDiagnostics(currentTarget.open)}
-  >
-    <summary><h2>${t("diagnostics.title")}</h2></summary>
-    ${
-      isOpen &&
-      groups.map(
-        (group) =>
-          html`<section key=${group} aria-labelledby=${`group-${group}`}>
-            <h3 id=${`group-${group}`}>${t(`diagnostics.${group}`)}</h3>
-            <table aria-labelledby=${`group-${group}`}>
-              <tbody>
-                ${Object.entries(objectOf(document[group])).map(
-                  ([key, value]) =>
-                    html`<tr key=${key}>
-                      <th scope="row">${key}</th>
-                      <td><bdi>${valueText(t, key, value)}</bdi></td>
-                    </tr>`,
-                )}
-              </tbody>
-            </table>
-          </section>`,
-      )
-    }
-  </details>`;
-}
-
 /** Draws the page and keeps it up to date. */
 export function openAdvancedPage() {
   const session = createSession(draw);
   const advanced = createAdvanced(session);
   const account = createAccount(session);
+  const diagnostics = createDiagnostics(session);
+  const report = createReport(session);
   const root = document.documentElement;
 
   function draw() {
@@ -211,7 +160,7 @@ export function openAdvancedPage() {
     const tell = (/** @type {Sentence} */ { key, values }) => t(key, values);
     const verdict = session.judge();
     nameDocument(language, `${t("header.advanced")} – ${t("page.title")}`);
-    const { message, seen } = session.state;
+    const { message } = session.state;
     const isReached = verdict.controls !== "hidden";
     const isWaiting = session.client.link().state === "waiting";
     const content = html`<${Frame}
@@ -247,10 +196,11 @@ export function openAdvancedPage() {
         html`<div class="cards ${isWaiting ? "stale" : ""}">
           <${ProcessingCard} t=${t} advanced=${advanced} />
           <${CaptureCard} t=${t} advanced=${advanced} />
-          <${DiagnosticsCard} t=${t} advanced=${advanced} status=${seen.now} />
+          <${DiagnosticsCard} say=${tell} t=${t} diagnostics=${diagnostics} report=${report} />
           <${AccountCard} t=${t} say=${tell} account=${account} />
         </div>`
       }
+      <${ReportDialog} t=${t} report=${report} />
     <//>`;
     render(content, document.body);
   }

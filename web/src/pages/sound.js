@@ -1,4 +1,5 @@
 // The first screen: is it on, do I hear it, what next.
+import { createReport } from "../app/report_actions.js";
 import { createSession } from "../app/session.js";
 import { createSound } from "../app/sound_actions.js";
 import { ControlCard } from "../components/control_card.js";
@@ -8,6 +9,7 @@ import { Frame, nameDocument, pageAddress } from "../components/frame.js";
 import { Message } from "../components/message.js";
 import { PresetQuestions } from "../components/preset_questions.js";
 import { Questions } from "../components/questions.js";
+import { ReportDialog } from "../components/report_dialog.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { devicesFacts } from "../model/facts.js";
 import { plainName } from "../model/format.js";
@@ -22,6 +24,7 @@ import { html, render } from "../view.js";
  * @typedef {import("../model/types.js").LastSettings} LastSettings
  * @typedef {import("../app/session.js").Session} Session
  * @typedef {import("../app/sound_actions.js").Sound} Sound
+ * @typedef {import("../app/report_actions.js").Report} Report
  */
 
 /**
@@ -30,9 +33,10 @@ import { html, render } from "../view.js";
  *
  * @param {Session} session
  * @param {Sound} sound
+ * @param {Report} report
  * @param {Button} button
  */
-function press(session, sound, { id, values }) {
+function press(session, sound, report, { id, values }) {
   const endpointId = String(values.endpointId ?? sound.chosenDevice());
   const name = deviceName(session, endpointId);
   const strength = Number(values.strength);
@@ -50,7 +54,7 @@ function press(session, sound, { id, values }) {
     stopBypassing: () => sound.hearOriginal(false),
     backToVelmora: () => sound.hearOriginal(false),
     setStrength: () => sound.setStrength(strength),
-    copyReport: sound.copyReport,
+    copyReport: report.open,
     useDevice: () => sound.choose("device", endpointId),
     openHelp: () => location.assign(`${pageAddress("/help.html", session.token)}#refused`),
   };
@@ -113,6 +117,7 @@ function SessionMessage({ t, message: { tone, sentence, action } }) {
 export function openSoundPage() {
   const session = createSession(draw);
   const sound = createSound(session);
+  const report = createReport(session);
   const root = document.documentElement;
 
   function draw() {
@@ -147,7 +152,7 @@ export function openSoundPage() {
         protectedText=${t("evidence.protected", { value: t(protectedValue) })}
         evidenceIsOpen=${sound.view.evidenceIsOpen}
         onUnfold=${(/** @type {boolean} */ open) => sound.unfold("evidenceIsOpen", open)}
-        onButton=${(/** @type {Button} */ button) => press(session, sound, button)}
+        onButton=${(/** @type {Button} */ button) => press(session, sound, report, button)}
       />
       <div class="messages" role="status">
         ${
@@ -184,6 +189,7 @@ export function openSoundPage() {
       ${!state.isKept && controls !== "hidden" && html`<p class="muted">${t("page.notKept")}</p>`}
       <${Questions} t=${t} sound=${sound} session=${session} />
       <${PresetQuestions} t=${t} presets=${sound.presets} />
+      <${ReportDialog} t=${t} report=${report} />
     <//>`;
     render(content, document.body);
   }

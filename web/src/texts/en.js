@@ -1,4 +1,7 @@
 // Every text of the pages in English. A placeholder is {name} or {name:form}; index.js has the forms.
+import { diagnostics } from "./en_diagnostics.js";
+import { results } from "./en_results.js";
+
 /** @type {Record<string, string>} */
 export const en = {
   "page.title": "Velmora",
@@ -160,48 +163,7 @@ export const en = {
   "reason.still": "Sound plays, but none of it goes through the effect.",
   "reason.hangs": "It has begun to start and has not finished.",
 
-  // ---- results of Windows ----
-  "result.0": "no error",
-  "result.2": "not found (2)",
-  "result.3": "folder not found (3)",
-  "result.5": "access denied (5)",
-  "result.8": "not enough memory (8)",
-  "result.14": "not enough memory (14)",
-  "result.87": "wrong argument (87)",
-  "result.126": "a module was not found (126)",
-  "result.127": "a function was not found (127)",
-  "result.193": "not a valid program file (193)",
-  "result.577": "Windows does not trust the file's signature (577)",
-  "result.1016": "the registry cannot be read (1016)",
-  "result.1051": "other services that depend on it are still running (1051)",
-  "result.1052": "the service does not accept this now (1052)",
-  "result.1053": "the service did not respond in time (1053)",
-  "result.1055": "the service database is locked (1055)",
-  "result.1056": "the service is already running (1056)",
-  "result.1058": "the service is disabled (1058)",
-  "result.1060": "the service is not installed (1060)",
-  "result.1061": "the service cannot take commands at the moment (1061)",
-  "result.1062": "the service is not running (1062)",
-  "result.1067": "the service ended unexpectedly (1067)",
-  "result.1068": "a service that it depends on did not start (1068)",
-  "result.1072": "the service is marked for deletion (1072)",
-  "result.1075": "a service that it depends on is missing (1075)",
-  "result.1115": "Windows is shutting down (1115)",
-  "result.1168": "not found (1168)",
-  "result.1722": "the audio service cannot be reached (1722)",
-  "result.1804": "the value has another type (1804)",
-  "result.0x80004001": "not supported ({hex})",
-  "result.0x80004002": "not supported ({hex})",
-  "result.0x80004005": "unspecified failure ({hex})",
-  "result.0x8000000A": "begun and not finished ({hex})",
-  "result.0x80040154": "the audio system is not installed ({hex})",
-  "result.0x8000FFFF": "unexpected failure ({hex})",
-  "result.0x88890003": "wrong kind of device ({hex})",
-  "result.0x88890004": "the device went away ({hex})",
-  "result.0x88890008": "the format is not supported ({hex})",
-  "result.0x8889000A": "another program uses the device for itself ({hex})",
-  "result.0x88890010": "the audio service is not running ({hex})",
-  "result.unknown": "error {code} ({hex})",
+  ...results,
 
   // ---- texts of the service ----
   "service.none": "There is no reason given.",
@@ -348,7 +310,6 @@ export const en = {
   "action.notRemoved": "Not removed: {reason}",
   "action.failed": "Not done: {reason}",
   "action.stopped": "Velmora's control service has stopped.",
-  "action.copied": "Copied",
 
   // ---- the account ----
   "account.title": "Account",
@@ -628,9 +589,6 @@ export const en = {
   "devices.chooseShort": "Use here",
   "devices.volumeSummary": "{device} {volume:percent}",
   "devices.muted": "muted",
-  "report.title": "Report",
-  "report.byHand": "The browser does not allow copying. Select the text and copy it.",
-  "report.close": "Close",
   "advanced.processing": "Processing",
   "advanced.outputTrim": "Output trim",
   "advanced.maskTime": "Time smoothing",
@@ -654,13 +612,7 @@ export const en = {
   "capture.waiting": "Waiting for the effect…",
   "capture.missing": "The effect has written no files.",
   "capture.broken": "The download broke off. Try again.",
-  "diagnostics.title": "Diagnostics",
-  "diagnostics.none": "none",
-  "diagnostics.apo_diagnostics": "What the effect reports",
-  "diagnostics.apo_host": "Installation",
-  "diagnostics.audio_engine": "Audio engine",
-  "diagnostics.apo_binding": "Effect chain of the chosen device",
-  "diagnostics.versions": "Versions",
+  ...diagnostics,
   "help.hear": "Am I hearing Velmora?",
   "help.hear.text":
     "The first line of the Sound page says so, and names the one thing to do if not. It says so only while sound plays on the chosen device. “How do you know?” shows the evidence.",

@@ -1,4 +1,7 @@
 // Every text of the pages in Simplified Chinese. The keys and placeholders are those of en.js.
+import { diagnostics } from "./zh_diagnostics.js";
+import { results } from "./zh_results.js";
+
 /** @type {Record<string, string>} */
 export const zh = {
   "page.title": "Velmora",
@@ -157,48 +160,7 @@ export const zh = {
   "reason.still": "声音正在播放，但没有经过音效。",
   "reason.hangs": "音效已开始启动，但一直没有完成。",
 
-  // ---- results of Windows ----
-  "result.0": "没有错误",
-  "result.2": "未找到 (2)",
-  "result.3": "未找到文件夹 (3)",
-  "result.5": "拒绝访问 (5)",
-  "result.8": "内存不足 (8)",
-  "result.14": "内存不足 (14)",
-  "result.87": "参数错误 (87)",
-  "result.126": "找不到模块 (126)",
-  "result.127": "找不到函数 (127)",
-  "result.193": "不是有效的程序文件 (193)",
-  "result.577": "Windows 不信任该文件的签名 (577)",
-  "result.1016": "无法读取注册表 (1016)",
-  "result.1051": "仍有依赖它的服务在运行 (1051)",
-  "result.1052": "服务目前不接受此操作 (1052)",
-  "result.1053": "服务没有及时响应 (1053)",
-  "result.1055": "服务数据库已锁定 (1055)",
-  "result.1056": "服务已在运行 (1056)",
-  "result.1058": "服务已被禁用 (1058)",
-  "result.1060": "服务未安装 (1060)",
-  "result.1061": "服务目前无法接受命令 (1061)",
-  "result.1062": "服务未运行 (1062)",
-  "result.1067": "服务意外终止 (1067)",
-  "result.1068": "它所依赖的服务未能启动 (1068)",
-  "result.1072": "服务已标记为删除 (1072)",
-  "result.1075": "缺少它所依赖的服务 (1075)",
-  "result.1115": "Windows 正在关机 (1115)",
-  "result.1168": "未找到 (1168)",
-  "result.1722": "无法连接音频服务 (1722)",
-  "result.1804": "值的类型不符 (1804)",
-  "result.0x80004001": "不支持 ({hex})",
-  "result.0x80004002": "不支持 ({hex})",
-  "result.0x80004005": "未说明的失败 ({hex})",
-  "result.0x8000000A": "已开始但未完成 ({hex})",
-  "result.0x80040154": "未安装音频系统 ({hex})",
-  "result.0x8000FFFF": "意外的失败 ({hex})",
-  "result.0x88890003": "设备种类不符 ({hex})",
-  "result.0x88890004": "设备已断开 ({hex})",
-  "result.0x88890008": "不支持该格式 ({hex})",
-  "result.0x8889000A": "其他程序正在独占该设备 ({hex})",
-  "result.0x88890010": "音频服务未运行 ({hex})",
-  "result.unknown": "错误 {code} ({hex})",
+  ...results,
 
   // ---- texts of the service ----
   "service.none": "没有给出原因。",
@@ -345,7 +307,6 @@ export const zh = {
   "action.notRemoved": "未移除：{reason}",
   "action.failed": "未完成：{reason}",
   "action.stopped": "Velmora 的控制服务已停止。",
-  "action.copied": "已复制",
 
   // ---- the account ----
   "account.title": "账号",
@@ -616,9 +577,6 @@ export const zh = {
   "devices.chooseShort": "在此使用",
   "devices.volumeSummary": "{device} {volume:percent}",
   "devices.muted": "已静音",
-  "report.title": "报告",
-  "report.byHand": "浏览器不允许复制。请选中文本后手动复制。",
-  "report.close": "关闭",
   "advanced.processing": "处理",
   "advanced.outputTrim": "输出微调",
   "advanced.maskTime": "时间平滑",
@@ -642,13 +600,7 @@ export const zh = {
   "capture.waiting": "正在等待音效…",
   "capture.missing": "音效没有写出文件。",
   "capture.broken": "下载中断。请重试。",
-  "diagnostics.title": "诊断",
-  "diagnostics.none": "无",
-  "diagnostics.apo_diagnostics": "音效报告",
-  "diagnostics.apo_host": "安装",
-  "diagnostics.audio_engine": "音频引擎",
-  "diagnostics.apo_binding": "所选设备的音效链",
-  "diagnostics.versions": "版本",
+  ...diagnostics,
   "help.hear": "我听到的是 Velmora 吗？",
   "help.hear.text":
     "“声音”页面的第一行会说明；如果没有，也会指出要做的一件事。只有所选设备正在播放声音时，它才会这样说。“判断依据”会显示判断依据。",
