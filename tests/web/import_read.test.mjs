@@ -7,6 +7,7 @@ import { readImport } from "../../web/src/model/import/read.js";
 import { tables } from "../../web/src/texts/index.js";
 import { encodeText, makeRandom, mutateText, readCorpus } from "./import_corpus.mjs";
 import { corpusRows } from "./import_rows.mjs";
+import { shapes } from "./import_shapes.mjs";
 import { brokenRules } from "./import_setting_rules.mjs";
 
 const corpus = readCorpus();
@@ -294,40 +295,9 @@ test("damaged graphic curves are fitted within the rules", () => {
 
 // ---- work ----
 
-const repeatTo = (part, length) => part.repeat(Math.ceil(length / part.length)).slice(0, length);
-
-const shapes = /** @type {[string, (length: number) => string][]} */ ([
-  ["good filters", (length) => repeatTo("Filter 1: ON PK Fc 105 Hz Gain 3.5 dB Q 0.7\n", length)],
-  ["bad lines", (length) => repeatTo("x\n", length)],
-  ["line ends", (length) => repeatTo("\r\n\n\r", length)],
-  ["blanks", (length) => repeatTo(" ", length)],
-  ["one word", (length) => repeatTo("x", length)],
-  ["colons", (length) => repeatTo(":", length)],
-  ["one long number", (length) => `Filter 1: ON PK Fc ${repeatTo("1", length)}`],
-  ["words behind a filter", (length) => `Filter 1: ON PK Fc 1 ${repeatTo("1 ", length)}`],
-  ["many fields", (length) => `Filter 1: ON PK ${repeatTo("Fc 100 Hz Gain 1 dB Q 1 ", length)}`],
-  ["commas", (length) => `Filter 1: ON PK Fc ${repeatTo(",", length)}`],
-  ["a long filter number", (length) => `Filter ${repeatTo("1", length)}: ON PK`],
-  ["wide characters", (length) => `Filter 1：${repeatTo("１，", length)}`],
-  ["preamps", (length) => repeatTo("Preamp: -1 dB\n", length)],
-  ["pairs", (length) => `GraphicEQ: ${repeatTo("100 1; 200,5 -1; ", length)}`],
-  ["bad pairs", (length) => `GraphicEQ: ${repeatTo("x;", length)}`],
-  ["separators", (length) => `GraphicEQ: ${repeatTo(";", length)}`],
-  ["graphic lines", (length) => repeatTo("GraphicEQ: 1 1\n", length)],
-  ["brackets", (length) => repeatTo("[", length)],
-  ["braces in braces", (length) => repeatTo('{"bands":[', length)],
-  ["JSON numbers", (length) => `[${repeatTo("1,", length)}1]`],
-  ["a JSON number", (length) => `[${repeatTo("1", length)}]`],
-  ["a JSON text", (length) => `{"${repeatTo("\\u0041", length - (length % 6))}":1}`],
-  ["an open JSON text", (length) => `{"${repeatTo("\\", length)}`],
-  ["JSON members", (length) => `{${repeatTo('"bands":[],', length - (length % 11))}"bypass":true}`],
-  ["bands", (length) => `{"bands":[${repeatTo('{"type":0},', length - (length % 11))}{}]}`],
-  ["JSON that ends badly", (length) => `{"bands":[\n${repeatTo('{"type":0},\n', length)}`],
-]);
-
 test("the work grows with the length of the text, and no faster", () => {
   const sizes = [1 << 8, 1 << 14, 1 << 20];
-  for (const [name, make] of shapes) {
+  for (const { name, make } of shapes) {
     for (const size of sizes) {
       const text = make(size);
       const counter = { steps: 0 };
