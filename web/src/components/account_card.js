@@ -153,8 +153,11 @@ function SignedIn({ t, account, facts }) {
   `;
 }
 
-/** @param {{t: Translate, say: (sentence: import("../model/types.js").Sentence) => string, account: Account}} props */
-export function AccountCard({ t, say, account }) {
+/**
+ * @param {{t: Translate, say: (sentence: import("../model/types.js").Sentence) => string, account: Account,
+ *   token: string}} props
+ */
+export function AccountCard({ t, say, account, token }) {
   const { isConfigured, news, attempt, nickname } = account.view;
   if (!isConfigured) return null;
   const facts = account.facts();
@@ -166,7 +169,7 @@ export function AccountCard({ t, say, account }) {
       <bdi class="muted" data-account-state>${facts.signedIn ? signedIn : t("account.signedOut")}</bdi>
     </div>
     <div role="status" class="news">
-      ${news !== null && html`<${Message} tone=${news.tone} text=${news.lines.map(say).join("\n")} />`}
+      ${news !== null && html`<${Message} t=${t} say=${say} token=${token} tone=${news.tone} lines=${news.lines} />`}
     </div>
     ${attempt !== null && html`<${Attempt} t=${t} say=${say} account=${account} />`}
     ${facts.isKnown && !facts.signedIn && attempt === null && html`<${SignedOut} t=${t} account=${account} />`}

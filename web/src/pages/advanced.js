@@ -230,6 +230,7 @@ export function openAdvancedPage() {
           t=${t}
           say=${tell}
           verdict=${{ ...verdict, controls: "hidden", buttons: [] }}
+          token=${session.token}
           protectedText=""
           evidenceIsOpen=${false}
           onUnfold=${() => {}}
@@ -240,7 +241,13 @@ export function openAdvancedPage() {
         ${
           message !== null &&
           isReached &&
-          html`<${Message} tone=${message.tone} text=${tell(message.sentence)} />`
+          html`<${Message}
+            t=${t}
+            say=${tell}
+            token=${session.token}
+            tone=${message.tone}
+            lines=${[message.sentence]}
+          />`
         }
       </div>
       ${
@@ -249,7 +256,7 @@ export function openAdvancedPage() {
           <${ProcessingCard} t=${t} advanced=${advanced} />
           <${CaptureCard} t=${t} advanced=${advanced} />
           <${DiagnosticsCard} t=${t} advanced=${advanced} status=${seen.now} />
-          <${AccountCard} t=${t} say=${tell} account=${account} />
+          <${AccountCard} t=${t} say=${tell} account=${account} token=${session.token} />
         </div>`
       }
     <//>`;

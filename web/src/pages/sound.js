@@ -127,6 +127,7 @@ export function openSoundPage() {
         t=${t}
         say=${tell}
         verdict=${verdict}
+        token=${session.token}
         protectedText=${t("evidence.protected", { value: t(protectedValue) })}
         evidenceIsOpen=${sound.view.evidenceIsOpen}
         onUnfold=${(/** @type {boolean} */ open) => sound.unfold("evidenceIsOpen", open)}
@@ -136,7 +137,13 @@ export function openSoundPage() {
         ${
           state.message !== null &&
           controls !== "hidden" &&
-          html`<${Message} tone=${state.message.tone} text=${tell(state.message.sentence)} />`
+          html`<${Message}
+            t=${t}
+            say=${tell}
+            token=${session.token}
+            tone=${state.message.tone}
+            lines=${[state.message.sentence]}
+          />`
         }
       </div>
       ${

@@ -4,6 +4,8 @@
 // value is shown as it is; one that is a sentence itself, { key, values }, is put into the same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
+import { helpEn } from "./help_en.js";
+import { helpZh } from "./help_zh.js";
 import { zh } from "./zh.js";
 
 /**
@@ -12,7 +14,7 @@ import { zh } from "./zh.js";
  */
 
 /** @type {Record<Language, Record<string, string>>} */
-export const tables = { en, zh };
+export const tables = { en: { ...en, ...helpEn }, zh: { ...zh, ...helpZh } };
 
 /** @type {Record<string, (value: unknown, language: Language) => string>} */
 const forms = {

@@ -268,6 +268,10 @@ export const zh = {
   "service.accountLarge": "账号服务返回的内容过大。",
   "service.accountUnreadable": "无法识别账号服务返回的内容。",
   "service.accountNameless": "账号服务未返回账号标识，无法完成登录。",
+  "service.accountBound": "已设置推荐人。",
+  "service.accountFreed": "已解除常用电脑。请在新的常用电脑上重新登录。",
+  "service.accountNotBound": "账号服务没有设置推荐人（{status}）。",
+  "service.accountNotFreed": "账号服务没有解除常用电脑（{status}）。",
   "service.accountElsewhere": "已登录。另一台设备（{device}）上的 Velmora 将在两分钟内自动退出。",
 
   // ---- the control card ----
@@ -472,45 +476,4 @@ export const zh = {
   "diagnostics.audio_engine": "音频引擎",
   "diagnostics.apo_binding": "所选设备的音效链",
   "diagnostics.versions": "版本",
-  "help.hear": "我听到的是 Velmora 吗？",
-  "help.hear.text":
-    "“声音”页面的第一行会说明；如果没有，也会指出要做的一件事。只有所选设备正在播放声音时，它才会这样说。“判断依据”会显示判断依据。",
-  "help.add": "添加到设备、从设备移除",
-  "help.add.text": "添加会把音效放入设备的音效链，移除会恢复原状。两者都需要管理员权限。",
-  "help.restart": "为什么要重启 Windows 音频？",
-  "help.restart.text":
-    "Windows 在音频启动时读取设备的音效。所有程序的声音会停止几秒，麦克风也一样。您可以稍后重启，页面会一直提供此选项。",
-  "help.refused": "Windows 拒绝修改设备",
-  "help.refused.text":
-    "1. 关闭 Velmora 窗口。2. 右键单击它并选择“以管理员身份运行”。3. 打开新的地址并重新添加。如果仍被拒绝，说明系统防护程序或设备驱动在保护其设置：请更新驱动、重启电脑后再试一次。",
-  "help.link": "此链接已失效",
-  "help.link.text": "Velmora 每次启动都会生成新的链接。请打开 Velmora 窗口中“Open:”后面的地址。",
-  "help.enhancement": "Velmora 开关与强度",
-  "help.enhancement.text": "开关用于打开或关闭增强效果，强度决定效果的大小。",
-  "help.original": "听原声",
-  "help.original.text": "按下后绕过 Velmora 的全部处理。再次按下或按 O 键即可返回。",
-  "help.equalizer": "均衡器",
-  "help.equalizer.text":
-    "十五个频段，有自己的开关。第一次编辑会自动打开它。输入框可填数字，单位可省略；清空后会恢复原值。",
-  "help.presets": "预设",
-  "help.presets.text": "带名称的均衡器设置。名称可用字母、数字、空格、- 和 _，最多 64 字节。",
-  "help.devices": "设备",
-  "help.devices.text":
-    "Velmora 作用于一个播放设备，起初是 Windows 默认设备。选择设备不会改变该默认设置，也不影响其他程序，直到 Velmora 结束前一直有效。",
-  "help.volume": "音量与静音",
-  "help.volume.text": "即 Windows 中所选设备的音量与静音。其他程序的设置也会显示在这里。",
-  "help.settings": "电脑重启后的设置",
-  "help.settings.text": "电脑重启后音效会忘记设置。页面会保留您最近的设置，一键即可恢复。",
-  "help.processing": "处理",
-  "help.processing.text":
-    "输出微调改变音效之后的电平。平滑值使增强效果在时间和频率上更平稳。限幅器使峰值低于上限。立体声联动把左右声道联系在一起。",
-  "help.captures": "录制",
-  "help.captures.text":
-    "“开始”进行录制，“停止”结束录制，“导出”让音效写出四个 WAV 文件并替换上一次的文件，“下载”将它们打包为一个 ZIP。",
-  "help.diagnostics": "诊断",
-  "help.diagnostics.text":
-    "Velmora 所知的音效、安装、音频引擎和所选设备的全部信息，以 API 的名称显示。Windows 的结果以数字和十六进制显示。",
-  "help.account": "账号",
-  "help.account.text":
-    "如果 Velmora 启动时指定了账号服务，则显示在“高级”页面末尾。可用用户名登录，或用其他设备扫描二维码登录。在其他设备登录会结束此处的会话。Velmora 重新启动后需重新登录。",
 };
