@@ -119,7 +119,7 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
         .replace(/\s+/g, " ");
     });
   const order = [];
-  for (let count = 0; count < 20; ++count) {
+  for (let count = 0; count < 24; ++count) {
     await page.keyboard.press("Tab");
     const outline = await page.evaluate(
       () => getComputedStyle(document.activeElement ?? document.body).outlineWidth,

@@ -39,7 +39,7 @@ export const helpAddress = (anchor, token) => `${pageAddress("/help.html", token
  */
 export function HelpLink({ t, token, anchor, text }) {
   if (anchor === undefined) return null;
-  return html`<a class="link help-link" href=${helpAddress(anchor, token)} target="velmora-help"
+  return html`<a class="help-link" href=${helpAddress(anchor, token)} target="velmora-help"
     >${text}<span class="for-readers"> ${t("help.newTab")}</span></a
   >`;
 }

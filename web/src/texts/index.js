@@ -1,6 +1,6 @@
 // Texts by key, in the page's language.
 //
-// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, list. Without a form a
+// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, dateTime, countdown, list. Without a form a
 // value is shown as it is; one that is a sentence itself, { key, values }, is put into the same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
@@ -25,6 +25,8 @@ const forms = {
   seconds: format.seconds,
   duration: format.duration,
   time: format.timeOfDay,
+  dateTime: format.dateTime,
+  countdown: format.countdown,
   list: format.list,
 };
 
