@@ -13,6 +13,7 @@ import {
   helpAnchorOfVerdict,
   helpSections,
   isFound,
+  resultGroups,
   searchedEntry,
   sentencesOf,
 } from "../../web/src/model/help_entries.js";
@@ -67,8 +68,10 @@ test("each result of Windows with words has an entry", () => {
   );
   assert.ok(words.length >= 39, `${words.length}`);
   for (const key of words) assertExplained(key.replace("result.", "result-"));
-  for (const entry of entries.filter(({ id }) => id.startsWith("result-")))
-    for (const { text } of entry.titles) assert.ok(words.includes(text.key), text.key);
+  const titles = entries.flatMap((entry) => entry.titles).filter(({ id }) => id.startsWith("result-"));
+  assert.deepEqual(titles.map(({ text }) => text.key).sort(), words.sort());
+  const codes = resultGroups.flatMap(([, group]) => group);
+  assert.equal(new Set(codes).size, codes.length);
 });
 
 // ---- the texts in the service's sources ----
@@ -189,6 +192,9 @@ test("every text is there in both languages, and none is left over", () => {
     ...entries.flatMap(({ links }) => links.map((link) => `help.see.${link}`)),
   ]);
   used.delete("");
+  // A group is left out while none of its results has words.
+  for (const [name] of resultGroups)
+    for (const part of ["cause", "remedy"]) used.add(`help.result.${name}.${part}`);
   for (const key of used)
     for (const table of Object.values(tables)) assert.ok(Object.hasOwn(table, key), key);
   // What the page and the links themselves say.

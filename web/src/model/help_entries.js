@@ -321,40 +321,58 @@ const errorEntry = ({ keys, name = keys[0], links = [] }) =>
 
 // ---- results of Windows ----
 
-/** @type {[string, number[]][]} */
-const results = [
+/**
+ * Results by what they mean for a person. Those that have no words in the tables are left out.
+ *
+ * @type {[string, number[]][]}
+ */
+export const resultGroups = [
   ["access", [5]],
-  ["missing", [2, 3, 1168]],
-  ["memory", [8, 14]],
-  ["setting", [87, 1016, 1804]],
+  ["missing", [2, 3, 1018, 1168]],
+  ["disk", [19, 29, 112, 123, 170, 183, 206, 267, 1921]],
+  ["memory", [4, 8, 14, 1450]],
+  ["partial", [6, 18, 24, 234, 299]],
+  ["setting", [87, 1016, 1630, 1804]],
   ["file", [126, 127, 193]],
   ["signature", [577]],
   ["busy", [1051, 1052, 1055, 1061]],
-  ["slow", [1053]],
+  ["slow", [1053, 1054]],
   ["running", [1056]],
   ["disabled", [1058, 1068]],
-  ["uninstalled", [1060, 1072, 1075, 0x80040154]],
-  ["stopped", [1062, 1722, 0x88890010]],
+  ["uninstalled", [1059, 1060, 1065, 1069, 1072, 1075]],
+  ["stopped", [1062, 1722, 1726, 0x80010108, 0x88890010]],
   ["crashed", [1067]],
   ["shutdown", [1115]],
+  ["network", [12002, 12004, 12005, 12006, 12007, 12029, 12030, 12150, 12152, 12156, 12157, 12175, 12182]],
+  ["component", [0x80040110, 0x80040154, 0x800401f0]],
   ["unsupported", [0x80004001, 0x80004002]],
-  ["unspecified", [0x80004005, 0x8000ffff]],
+  ["unspecified", [31, 0x80004003, 0x80004004, 0x80004005, 0x8000ffff]],
   ["pending", [0x8000000a]],
   ["deviceKind", [0x88890003]],
-  ["deviceLost", [0x88890004]],
-  ["format", [0x88890008]],
+  ["deviceLost", [0x88890004, 0x8889000f, 0x88890026]],
+  ["format", [0x88890008, 0x887d0003, 0x887d0007, 0x887d0008, 0x887d0009]],
   ["exclusive", [0x8889000a]],
+  ["stream", [0x88890001, 0x88890002, 0x88890017, 0x88890018]],
+  [
+    "effect",
+    [
+      0x887d0001, 0x887d0002, 0x887d0004, 0x887d0005, 0x887d0006, 0x887d000a, 0x887d000b, 0x887d000c,
+      0x887d000d, 0x887d000e,
+    ],
+  ],
 ];
 
-/** @param {[string, number[]]} row */
-const resultEntry = ([name, codes]) =>
-  entry(
-    codes.map((code) => {
-      const text = resultSentence(code);
-      return { id: text.key.replace("result.", "result-"), text };
-    }),
-    causeAndRemedy(`help.result.${name}`),
-  );
+/**
+ * @param {[string, number[]]} row
+ * @returns {Entry[]} one, or none
+ */
+function resultEntry([name, codes]) {
+  const titles = codes
+    .map(resultSentence)
+    .filter(({ key }) => key !== "result.unknown")
+    .map((text) => ({ id: text.key.replace("result.", "result-"), text }));
+  return titles.length > 0 ? [entry(titles, causeAndRemedy(`help.result.${name}`))] : [];
+}
 
 // ---- the page ----
 
@@ -435,7 +453,7 @@ export const helpSections = [
   }),
   section("results", {
     text: [sentence("help.results.text")],
-    groups: [folded("", results.map(resultEntry))],
+    groups: [folded("", resultGroups.flatMap(resultEntry))],
   }),
   section("refused", {
     text: [sentence("help.refused.text")],

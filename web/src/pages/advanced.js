@@ -4,13 +4,13 @@ import { createAdvanced } from "../app/advanced_actions.js";
 import { createSession } from "../app/session.js";
 import { AccountCard } from "../components/account_card.js";
 import { NumberField, Switch } from "../components/controls.js";
-import { Frame } from "../components/frame.js";
+import { Frame, nameDocument } from "../components/frame.js";
 import { Message } from "../components/message.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { decibelField, digits, fadeRange, millisecondField, parseField } from "../model/equalizer.js";
 import { objectOf } from "../model/read.js";
 import { hexResult } from "../model/reasons.js";
-import { languageTag, say } from "../texts/index.js";
+import { say } from "../texts/index.js";
 import { html, render, useLayoutEffect, useRef } from "../view.js";
 
 /**
@@ -210,8 +210,7 @@ export function openAdvancedPage() {
     const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
     const tell = (/** @type {Sentence} */ { key, values }) => t(key, values);
     const verdict = session.judge();
-    root.lang = languageTag(language);
-    document.title = `${t("header.advanced")} – ${t("page.title")}`;
+    nameDocument(language, `${t("header.advanced")} – ${t("page.title")}`);
     const { message, seen } = session.state;
     const isReached = verdict.controls !== "hidden";
     const isWaiting = session.client.link().state === "waiting";

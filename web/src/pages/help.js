@@ -1,8 +1,8 @@
 // Help: what the words on the pages mean, and what to do when something is refused. It asks the service for nothing.
 import { createReader, sessionToken } from "../app/session.js";
-import { Frame } from "../components/frame.js";
+import { Frame, nameDocument } from "../components/frame.js";
 import { entryOf, helpSections, isFound, searchedEntry, searchedText } from "../model/help_entries.js";
-import { languageTag, say, tables } from "../texts/index.js";
+import { say, tables } from "../texts/index.js";
 import { html, render, useEffect, useLayoutEffect, useRef, useState } from "../view.js";
 
 /**
@@ -312,14 +312,12 @@ function Help({ t, say: tell }) {
 /** Draws the page. */
 export function openHelpPage() {
   const reader = createReader();
-  const root = document.documentElement;
 
   function draw() {
     const language = reader.language();
     const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
     const tell = (/** @type {Sentence} */ { key, values }) => t(key, values);
-    root.lang = languageTag(language);
-    document.title = `${t("header.help")} – ${t("page.title")}`;
+    nameDocument(language, `${t("header.help")} – ${t("page.title")}`);
     const content = html`<${Frame}
       t=${t}
       page="help"

@@ -4,15 +4,17 @@ import { createSound } from "../app/sound_actions.js";
 import { ControlCard } from "../components/control_card.js";
 import { DeviceSelect, DevicesCard } from "../components/devices_card.js";
 import { EqualizerCard } from "../components/equalizer_card.js";
-import { Frame, pageAddress } from "../components/frame.js";
+import { Frame, nameDocument, pageAddress } from "../components/frame.js";
 import { Message } from "../components/message.js";
+import { PresetQuestions } from "../components/preset_questions.js";
 import { Questions } from "../components/questions.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { devicesFacts } from "../model/facts.js";
 import { plainName } from "../model/format.js";
 import { settingsToOffer } from "../model/memory.js";
+import { shownName } from "../model/presets.js";
 import { flagOf, objectOf } from "../model/read.js";
-import { languageTag, say } from "../texts/index.js";
+import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
 
 /**
@@ -87,8 +89,23 @@ function offerKey({ footstep, equalizer, preset }) {
  * @returns {string | import("../model/types.js").Sentence}
  */
 function presetName({ preset, starter, presetChanged }) {
-  const name = starter ? { key: `starter.${preset}`, values: {} } : preset;
-  return presetChanged ? { key: "equalizer.presetChanged", values: { name } } : name;
+  const name = starter ? { key: `starter.${preset}`, values: {} } : shownName(preset);
+  return presetChanged ? { key: "preset.changed", values: { name } } : name;
+}
+
+/**
+ * @param {{t: import("../view.js").Translate, say: (sentence: import("../model/types.js").Sentence) => string,
+ *   token: string, message: import("../app/session.js").Message}} props
+ */
+function SessionMessage({ t, say: tell, token, message: { tone, sentence, action } }) {
+  const press = () => {
+    // The button goes with its message.
+    document.getElementById("preset")?.focus();
+    action?.press();
+  };
+  return html`<${Message} t=${t} say=${tell} token=${token} tone=${tone} lines=${[sentence]}>
+    ${action !== undefined && html`<button type="button" class="button" onClick=${press}>${t(action.key)}</button>`}
+  <//>`;
 }
 
 /** Draws the page and keeps it up to date. */
@@ -103,8 +120,7 @@ export function openSoundPage() {
     const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
       t(key, values);
     const verdict = session.judge();
-    root.lang = languageTag(language);
-    document.title = t("page.title");
+    nameDocument(language, t("page.title"));
     const { state, client } = session;
     const { controls } = verdict;
     const settings =
@@ -137,13 +153,7 @@ export function openSoundPage() {
         ${
           state.message !== null &&
           controls !== "hidden" &&
-          html`<${Message}
-            t=${t}
-            say=${tell}
-            token=${session.token}
-            tone=${state.message.tone}
-            lines=${[state.message.sentence]}
-          />`
+          html`<${SessionMessage} t=${t} say=${tell} token=${session.token} message=${state.message} />`
         }
       </div>
       ${
@@ -161,7 +171,7 @@ export function openSoundPage() {
         </div>`
       }
       ${
-        controls !== "hidden" &&
+        (controls !== "hidden" || sound.equalizer.isHeld()) &&
         html`<fieldset
           class="cards ${controls === "dimmed" && client.link().state === "waiting" ? "stale" : ""}"
           disabled=${isUnderWay}
@@ -173,11 +183,12 @@ export function openSoundPage() {
       }
       ${!state.isKept && controls !== "hidden" && html`<p class="muted">${t("page.notKept")}</p>`}
       <${Questions} t=${t} sound=${sound} session=${session} />
+      <${PresetQuestions} t=${t} presets=${sound.presets} />
     <//>`;
     render(content, document.body);
   }
 
   draw();
   session.start();
-  if (session.token !== "") sound.listPresets();
+  if (session.token !== "") sound.presets.start();
 }

@@ -77,7 +77,7 @@ export const helpEn = {
     "The louder setting often seems better. This lowers the louder one through the output trim and says by how much. The trim goes back when you switch it off.",
   "help.presets": "Presets",
   "help.presets.text":
-    "Equalizer settings under a name. The ones to start with are part of the page. Saving one makes a copy of your own. Revert goes back to what was saved. Rename and Delete work on your own presets; a deleted preset can be brought back until you do something else. Before anything is replaced, the page asks. Names may have letters, digits, spaces, - and _. Reset to flat can be undone.",
+    "Equalizer settings under a name. The first ones are part of the page. Saving one makes a copy of your own. Revert goes back to what was saved. Rename and Delete work on your own presets; a deleted preset can be brought back until you do something else. Before anything is replaced, the page asks. Names may have letters, digits, spaces, - and _; upper and lower case make no difference. This browser remembers the output trim that belongs to a preset. Reset to flat can be undone.",
   "help.import": "Import",
   "help.import.text":
     "Takes an equalizer setting from a file or from text: Velmora's own form, parametric filters, or a GraphicEQ line. A preview shows the curve and every line that is not used, with the reason. Nothing changes until you choose Use this setting.",
@@ -409,8 +409,14 @@ export const helpEn = {
   "help.result.missing.cause": "A device, a file or a setting was not there.",
   "help.result.missing.remedy":
     "Connect the device. If it is connected, reinstall its driver; for Velmora's own files, run its installer again.",
+  "help.result.disk.cause":
+    "A file or folder could not be written or found as named: it is write-protected, in use, the disk is full, or Windows does not take the name.",
+  "help.result.disk.remedy": "Check the free space and the folder. Try another name.",
   "help.result.memory.cause": "The PC had too little free memory.",
   "help.result.memory.remedy": "Close some programs, or restart the PC.",
+  "help.result.partial.cause": "Windows was just changing what Velmora read, or lets it see only a part.",
+  "help.result.partial.remedy":
+    "Nothing, if it passes: the page looks again. If it stays, start Velmora as administrator.",
   "help.result.setting.cause": "A setting in the registry is damaged or has another form than expected.",
   "help.result.setting.remedy": "Reinstall the driver of the device, then restart the PC.",
   "help.result.file.cause": "A program file is missing, damaged or made for another kind of Windows.",
@@ -428,7 +434,7 @@ export const helpEn = {
   "help.result.disabled.cause": "Somebody has disabled the Windows audio service or one that it needs.",
   "help.result.disabled.remedy":
     "As administrator, open Services in Windows. Set the startup type of Windows Audio to Automatic and start it. Do the same for the services on its tab Dependencies.",
-  "help.result.uninstalled.cause": "A service is missing or about to be removed.",
+  "help.result.uninstalled.cause": "A service is missing, damaged or about to be removed.",
   "help.result.uninstalled.remedy":
     "Restart the PC. If it stays, repair Windows through Settings, System, Recovery.",
   "help.result.stopped.cause": "The Windows audio service does not run.",
@@ -438,6 +444,12 @@ export const helpEn = {
     "Restart the PC. If it happens again right after Velmora was added, remove Velmora from the device and pass the report on.",
   "help.result.shutdown.cause": "The PC is about to shut down or restart.",
   "help.result.shutdown.remedy": "Wait until the PC has restarted, then try again.",
+  "help.result.network.cause":
+    "The account service could not be reached or answered with something else. The network, a proxy, a firewall, or a wrong date of the PC can be the reason.",
+  "help.result.network.remedy":
+    "Check that other pages open in the browser, and the PC's date and time. Try again in a few minutes.",
+  "help.result.component.cause": "A part of the effect or of Windows audio is not registered with Windows.",
+  "help.result.component.remedy": "Run Velmora's installer again, then restart the PC.",
   "help.result.unsupported.cause": "The device or its driver cannot do this.",
   "help.result.unsupported.remedy": "Update the driver, or choose another device.",
   "help.result.unspecified.cause":
@@ -455,6 +467,12 @@ export const helpEn = {
   "help.result.exclusive.cause":
     "A program plays in exclusive mode. Windows then runs no effects for the device.",
   "help.result.exclusive.remedy": "In that program, switch off exclusive or direct output.",
+  "help.result.stream.cause": "Windows audio was busy or not ready for this sound.",
+  "help.result.stream.remedy": "Stop and start the sound. If that does not help, restart Windows audio.",
+  "help.result.effect.cause":
+    "Windows and the effect did not agree on how the effect is used. That is a fault of the effect or of the driver.",
+  "help.result.effect.remedy":
+    "Restart Windows audio, then the PC. If it stays, choose Copy report and pass it on.",
 
   // ---- a device that refuses changes ----
   "help.refused": "When a device refuses changes",

@@ -70,7 +70,7 @@ export const helpZh = {
     "较响的设置往往听起来更好。此项通过输出微调降低较响的一方，并显示降低了多少。关闭此项后，输出微调会恢复。",
   "help.presets": "预设",
   "help.presets.text":
-    "带名称的均衡器设置。入门预设是页面自带的，保存时会生成您自己的副本。“还原”回到已保存的设置。“重命名”和“删除”用于您自己的预设；删除后，在进行其他操作之前可以撤消。替换任何内容之前，页面都会询问。名称可用字母（含汉字）、数字、空格、- 和 _。恢复平直后也可以撤消。",
+    "带名称的均衡器设置。内置预设是页面自带的，保存时会生成您自己的副本。“还原”回到已保存的设置。“重命名”和“删除”用于您自己的预设；删除后，在进行其他操作之前可以撤消。替换任何内容之前，页面都会询问。名称可用字母（含汉字）、数字、空格、- 和 _，不区分大小写。与预设对应的输出微调保存在此浏览器中。“重置为平直”也可以撤消。",
   "help.import": "导入",
   "help.import.text":
     "从文件或文本读取均衡器设置：Velmora 自己的格式、参量滤波器，或 GraphicEQ 行。预览会显示曲线，以及未采用的每一行和原因。选择“使用此设置”之前，不会有任何更改。",
@@ -337,8 +337,14 @@ export const helpZh = {
   "help.result.missing.cause": "找不到设备、文件或设置。",
   "help.result.missing.remedy":
     "请连接设备。如果已经连接，请重新安装其驱动程序；如果是 Velmora 自己的文件，请重新运行安装程序。",
+  "help.result.disk.cause":
+    "无法按此名称写入或找到文件或文件夹：受写保护、正被使用、磁盘已满，或 Windows 不接受该名称。",
+  "help.result.disk.remedy": "请检查可用空间和文件夹，或换一个名称。",
   "help.result.memory.cause": "电脑的可用内存不足。",
   "help.result.memory.remedy": "请关闭一些程序，或重启电脑。",
+  "help.result.partial.cause": "Velmora 读取的内容正在变化，或 Windows 只允许读取一部分。",
+  "help.result.partial.remedy":
+    "如果随后消失，则无需操作，页面会重新读取。如果一直如此，请以管理员身份启动 Velmora。",
   "help.result.setting.cause": "注册表中的设置已损坏，或形式与预期不同。",
   "help.result.setting.remedy": "请重新安装设备的驱动程序，然后重启电脑。",
   "help.result.file.cause": "程序文件缺失、损坏，或适用于其他类型的 Windows。",
@@ -354,7 +360,7 @@ export const helpZh = {
   "help.result.disabled.cause": "Windows 音频服务或它所需的服务被禁用。",
   "help.result.disabled.remedy":
     "请以管理员身份打开 Windows 的“服务”，把 Windows Audio 的启动类型设为“自动”并启动。对其“依存关系”选项卡中的服务也这样操作。",
-  "help.result.uninstalled.cause": "服务缺失，或即将被删除。",
+  "help.result.uninstalled.cause": "服务缺失、损坏，或即将被删除。",
   "help.result.uninstalled.remedy": "请重启电脑。如果一直如此，请通过“设置 > 系统 > 恢复”修复 Windows。",
   "help.result.stopped.cause": "Windows 音频服务没有运行。",
   "help.result.stopped.remedy": "请选择“重启音频”，或重启电脑。",
@@ -363,6 +369,11 @@ export const helpZh = {
     "请重启电脑。如果添加 Velmora 后立即再次出现，请从设备移除 Velmora，并把报告发给帮助您的人。",
   "help.result.shutdown.cause": "电脑即将关机或重启。",
   "help.result.shutdown.remedy": "请等电脑重启后再试。",
+  "help.result.network.cause":
+    "无法连接账号服务，或收到的不是预期的答复。原因可能是网络、代理、防火墙，或电脑的日期不正确。",
+  "help.result.network.remedy": "请检查浏览器能否打开其他网页，以及电脑的日期和时间。几分钟后再试。",
+  "help.result.component.cause": "音效或 Windows 音频的一个组件没有在 Windows 中注册。",
+  "help.result.component.remedy": "请重新运行 Velmora 的安装程序，然后重启电脑。",
   "help.result.unsupported.cause": "设备或其驱动程序不支持此操作。",
   "help.result.unsupported.remedy": "请更新驱动程序，或选择其他设备。",
   "help.result.unspecified.cause":
@@ -378,6 +389,11 @@ export const helpZh = {
   "help.result.format.remedy": "请在 Windows 的设备属性的“高级”中选择其他格式，例如 24 位、48000 Hz。",
   "help.result.exclusive.cause": "有程序以独占模式播放，此时 Windows 不为该设备运行音效。",
   "help.result.exclusive.remedy": "请在该程序中关闭独占或直接输出。",
+  "help.result.stream.cause": "Windows 音频正忙，或没有为这个声音做好准备。",
+  "help.result.stream.remedy": "请停止播放并重新开始。如果没有改善，请重启 Windows 音频。",
+  "help.result.effect.cause": "Windows 与音效对音效的使用方式不一致，这是音效或驱动程序的故障。",
+  "help.result.effect.remedy":
+    "请先重启 Windows 音频，再重启电脑。如果一直如此，请选择“复制报告”并发给帮助您的人。",
 
   // ---- a device that refuses changes ----
   "help.refused": "设备拒绝修改时",
