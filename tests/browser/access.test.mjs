@@ -107,7 +107,7 @@ for (const [locale, colorScheme, names] of /** @type {["en-US" | "zh-CN", "light
 test("each new verdict is announced once", limits, async (t) => {
   const { page, service, effect } = await openPage(t);
   await page.locator(".verdict [role=status]").evaluate((region) => {
-    const said = [];
+    const said = [region.textContent];
     Object.assign(window, { said });
     new MutationObserver(() => said.push(region.textContent)).observe(region, {
       childList: true,
