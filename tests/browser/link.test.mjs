@@ -132,9 +132,9 @@ test("the links carry the token, and a second tab follows the first", limits, as
   }
   await page.getByRole("link", { name: "Advanced" }).click();
   await page.getByRole("heading", { name: "Processing" }).waitFor();
-  await page.getByRole("link", { name: "Help" }).click();
-  await page.getByRole("heading", { name: "Help" }).waitFor();
-  await page.getByRole("link", { name: "Sound" }).click();
+  await page.getByRole("link", { name: "Help", exact: true }).click();
+  await page.getByRole("heading", { name: "Help", exact: true }).waitFor();
+  await page.getByRole("link", { name: "Sound", exact: true }).click();
   await page.locator("#strength").waitFor();
   assert.deepEqual(await changes(), []);
 });
