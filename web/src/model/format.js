@@ -77,6 +77,39 @@ export function timeOfDay(time) {
 }
 
 /**
+ * @param {unknown} time milliseconds since 1970
+ * @returns {string} the local date and time, such as "2026-03-14 19:04", in both languages
+ */
+export function dateAndTime(time) {
+  const clock = timeOfDay(time);
+  if (!isNumber(time) || clock === unknownText) return unknownText;
+  const date = new Date(time);
+  const day = [date.getMonth() + 1, date.getDate()].map((part) => String(part).padStart(2, "0"));
+  return `${date.getFullYear()}-${day.join("-")} ${clock}`;
+}
+
+const sizeUnits = ["bytes", "KB", "MB", "GB"];
+const sizeStep = 1024;
+
+/**
+ * @param {unknown} value bytes
+ * @param {Language} language
+ * @returns {string} such as "115 MB", counted as Windows does: 1 KB is 1024 bytes
+ */
+export function fileSize(value, language) {
+  if (!isNumber(value) || value < 0) return unknownText;
+  let [amount, unit] = [value, 0];
+  // What would be shown as 1024 of a unit is 1 of the next one.
+  while (amount >= sizeStep - 0.5 && unit < sizeUnits.length - 1) {
+    amount /= sizeStep;
+    ++unit;
+  }
+  if (unit === 0)
+    return language === "zh" ? `${amount} 字节` : `${amount} ${amount === 1 ? "byte" : "bytes"}`;
+  return `${amount < 10 ? Number(amount.toFixed(1)) : Math.round(amount)} ${sizeUnits[unit]}`;
+}
+
+/**
  * @param {unknown} value seconds
  * @param {Language} language
  * @returns {string} such as "2 h 5 min"

@@ -1,7 +1,8 @@
 // Texts by key, in the page's language.
 //
-// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, list. Without a form a
-// value is shown as it is; one that is a sentence itself, { key, values }, is put into the same language.
+// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, date,
+// size, list. Without a form a value is shown as it is; one that is a sentence itself, { key, values }, is put into the
+// same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
 import { zh } from "./zh.js";
@@ -23,6 +24,8 @@ const forms = {
   seconds: format.seconds,
   duration: format.duration,
   time: format.timeOfDay,
+  date: format.dateAndTime,
+  size: format.fileSize,
   list: format.list,
 };
 
