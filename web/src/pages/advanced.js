@@ -1,6 +1,7 @@
 // The Advanced page: processing, captures, diagnostics, and the account where there is one.
 import { createAccount } from "../app/account_actions.js";
 import { createAdvanced } from "../app/advanced_actions.js";
+import { createCaptures } from "../app/capture_actions.js";
 import { createSession } from "../app/session.js";
 import { AccountCard } from "../components/account_card.js";
 import { CaptureCard } from "../components/capture_card.js";
@@ -18,6 +19,7 @@ import { html, render } from "../view.js";
 export function openAdvancedPage() {
   const session = createSession(draw);
   const advanced = createAdvanced(session);
+  const captures = createCaptures(session);
   const account = createAccount(session);
   const root = document.documentElement;
 
@@ -63,7 +65,7 @@ export function openAdvancedPage() {
         isReached &&
         html`<div class="cards ${isWaiting ? "stale" : ""}">
           <${ProcessingCard} t=${t} advanced=${advanced} />
-          <${CaptureCard} t=${t} advanced=${advanced} />
+          <${CaptureCard} t=${t} captures=${captures} />
           <${DiagnosticsCard} t=${t} advanced=${advanced} status=${seen.now} />
           <${AccountCard} t=${t} say=${tell} account=${account} />
         </div>`
@@ -75,6 +77,6 @@ export function openAdvancedPage() {
   draw();
   session.start();
   if (session.token === "") return;
-  advanced.lookForFiles(0);
+  captures.start();
   account.findOut();
 }
