@@ -132,6 +132,9 @@ export async function receive(response, target, suggestedName, signal, onProgres
   /** What fails next would be the fault of. */
   let kind = /** @type {Outcome["kind"]} */ ("unwritable");
   const reader = response.body?.getReader();
+  // A slow disk does not hold up a cancel.
+  const aborted = new Promise((_, reject) => signal.addEventListener("abort", () => reject(signal.reason)));
+  aborted.catch(() => {});
   try {
     await target.open();
     for (;;) {
@@ -139,7 +142,7 @@ export async function receive(response, target, suggestedName, signal, onProgres
       const { done, value } = (await reader?.read()) ?? { done: true, value: undefined };
       if (done) break;
       kind = "unwritable";
-      await target.write(value);
+      await Promise.race([target.write(value), aborted]);
       received += value.length;
       tail = nextTail(tail, value);
       onProgress(received, promised ?? 0);

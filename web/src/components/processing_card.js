@@ -26,8 +26,8 @@ function Setting({ t, name, text, range, isChanged, onReset, note = "", children
   return html`<div class="tuning">
     ${children}
     <p class="muted" id=${`about-${name}`}>
-      ${t(`advanced.${text}.text`)}
-      <span class="range">${range}</span>${note && html` <strong>${note}</strong>`}
+      ${t(`advanced.${text}.text`)}${" "}<span class="range">${range}</span>
+      ${note && html`<span class="note">${note}</span>`}
     </p>
     ${
       isChanged &&
@@ -165,7 +165,7 @@ export function ProcessingCard({ t, advanced }) {
   const isFirst = Object.keys(changedValues(values)).length === 0;
   return html`<section class="card" aria-labelledby="processing">
     <h2 id="processing">${t("advanced.processing")}</h2>
-    <p class="muted">${t("advanced.processingNote")} ${t("advanced.steps")}</p>
+    <p class="muted">${t("advanced.processingNote")}</p>
     <div class="settings">
       ${number(numberSettings.trim, trim === undefined ? "" : t("advanced.matching", { trim }))}
       ${number(numberSettings.time)}

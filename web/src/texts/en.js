@@ -461,13 +461,12 @@ export const en = {
   "advanced.limiterCeiling.text": "How loud a peak may be at most while the limiter is on.",
   "advanced.stereoLink": "Stereo link",
   "advanced.stereoLink.text":
-    "How left and right are treated together: three modes of the effect. Listen which one suits you; their exact meaning is the effect's own.",
+    "How left and right are treated together: three modes of the effect. What each mode does is not known to this page; choose by ear.",
   "advanced.stereoLinkMode": "Mode {number}",
   "advanced.fade": "Equalizer fade",
   "advanced.fade.text": "How long the equalizer takes from one setting to the next.",
-  "advanced.range": "{minimum} to {maximum}, at first {first}",
-  "advanced.first": "At first {first}",
-  "advanced.steps": "The field shows the step that the effect gets.",
+  "advanced.range": "{minimum} to {maximum}, first value {first}",
+  "advanced.first": "First value: {first}",
   "advanced.matching":
     "The Sound page has turned it down to compare A and B. It goes back to {trim:decibels} when you end that.",
   "advanced.reset": "Reset",
@@ -477,7 +476,8 @@ export const en = {
   "advanced.resetDone": "All processing values are reset.",
   "advanced.undoDone": "The values from before the reset are back.",
   "advanced.equalizer": "Equalizer",
-  "advanced.processingNote": "Each change is sent at once and takes effect while sound plays.",
+  "advanced.processingNote":
+    "Each change is sent at once and takes effect while sound plays. The effect takes values in small steps; the field then shows the step.",
   "capture.title": "Captures",
   "capture.about":
     "Records the sound at four points within the effect, to find faults. The recordings stay on this PC.",
