@@ -38,7 +38,7 @@ function writeFiles() {
 
 function choosePrivateFile() {
   const page = /** @type {any} */ (globalThis);
-  page.showSaveFilePicker = async ({ suggestedName }) => {
+  page.showSaveFilePicker = async (/** @type {{suggestedName: string}} */ { suggestedName }) => {
     page.chosen = suggestedName;
     const folder = await navigator.storage.getDirectory();
     return folder.getFileHandle(suggestedName, { create: true });

@@ -1,4 +1,4 @@
-// The Advanced page: processing, captures, diagnostics. And Help.
+// The Advanced page: processing, captures. And Help.
 import assert from "node:assert/strict";
 import test from "node:test";
 
@@ -118,39 +118,6 @@ test("each value has its range and a sentence that belongs to its control", limi
   assert.equal(described.length, 8);
   for (const text of described) assert.match(text, /\S/);
   assert.equal(described[0], "Makes everything louder or quieter.\n−60 dB to 20 dB, first value 0 dB");
-});
-
-test("the diagnostics show each value under its name", limits, async (t) => {
-  const { page, service, effect, complaints } = await openPage(t, advanced);
-  effect.write("initializeProgress", (3n << 32n) | 0x80004005n);
-  await page.getByText("Diagnostics").click();
-  const valueOf = (name) =>
-    page.locator("tr", { has: page.getByRole("rowheader", { name, exact: true }) }).locator("td");
-  const waitForValue = (name, wanted) =>
-    poll(`${name} ${wanted}`, async () =>
-      (await valueOf(name).first().textContent()) === wanted ? true : undefined,
-    );
-  await waitForValue("initialize_hresult", "-2147467259 (0x80004005)");
-  await waitForValue("initialized_mode_mask", "0 (0x0000)");
-  await waitForValue("process_id", "4711");
-  await waitForValue("chain", "{631D9145-CACF-44D7-861B-5D82ADD8C84F}");
-  const document = await readDocument(service, paths.status);
-  const groups = ["apo_diagnostics", "apo_host", "audio_engine", "apo_binding", "versions"];
-  const keys = groups.flatMap((group) => Object.keys(document[group]));
-  assert.equal(await page.locator("#diagnostics tr").count(), keys.length);
-  await page.evaluate(() => Object.assign(window, { firstRow: document.querySelector("#diagnostics tr") }));
-  effect.write("blocks", 77n);
-  await waitForValue("total_processed_blocks", "77");
-  assert.ok(
-    await page.evaluate(
-      () => /** @type {any} */ (window).firstRow === document.querySelector("#diagnostics tr"),
-    ),
-  );
-  assert.deepEqual(
-    complaints.filter((text) => !/501/.test(text)),
-    [],
-    "but for the question after an account service",
-  );
 });
 
 test(

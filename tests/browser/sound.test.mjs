@@ -229,18 +229,3 @@ test("what the service refuses is said in words, and goes with the next action",
   await page.locator(".message").waitFor({ state: "detached" });
   await waitForFootstep(service, [true, false, 0.5]);
 });
-
-test("the report has the documents and no token", limits, async (t) => {
-  const { page, context, service } = await openPage(t, { devices: [speakers] });
-  await context.grantPermissions(["clipboard-read", "clipboard-write"]);
-  await putDocument(service, paths.footstep, half);
-  await waitForVerdict(page, "couldNotStart");
-  await page.getByRole("button", { name: "Copy report" }).click();
-  await waitForMessage(page, "Copied");
-  const text = await page.evaluate(() => navigator.clipboard.readText());
-  const report = JSON.parse(text);
-  assert.equal(report.verdict, "couldNotStart");
-  assert.equal(report.devices.render[0].id, idOf(speakers));
-  assert.equal(report.status.session, undefined);
-  assert.ok(!text.includes(service.token));
-});

@@ -153,6 +153,31 @@ test("a newer value of the same control replaces the one that waits", () => {
   assert.deepEqual(play.dropped, [second]);
 });
 
+test("looks that actions ask for count as the page's own, and take no other look's turn", () => {
+  const play = new Play();
+  play.run(2000);
+  for (let edit = 0; edit < 40; ++edit) {
+    play.ask({ method: "GET", path: "/api/v1/status", look: "status", control: "look at status" });
+    play.run(100);
+  }
+  const devices = play.sent.filter(({ look }) => look === "devices").map(({ at }) => at);
+  const gaps = devices.slice(1).map((at, index) => at - devices[index]);
+  assert.ok(devices.length >= 7 && Math.max(...gaps) <= 1250, `devices at ${devices.join(" ")}`);
+});
+
+test("a person who sends without a pause does not keep the page from looking", () => {
+  const play = new Play();
+  play.run(2000);
+  const from = play.time - start;
+  for (let edit = 0; edit < 2000; ++edit) {
+    play.ask({ control: "one" });
+    play.ask({ control: "other" });
+    play.run(2);
+  }
+  const own = play.sent.filter(({ id, at }) => id < 0 && at >= from).length;
+  assert.ok(own >= 3 && own <= 9, `${own} looks in 4 s`);
+});
+
 test("what is asked for behind a choice of a device stays behind it, and what was ahead stays ahead", () => {
   const play = new Play({ tookMs: 50 });
   play.run(1000);

@@ -12,8 +12,10 @@ import {
   rememberDevices,
   rememberSettings,
   rememberStatus,
+  rememberTrim,
   serializeMemory,
   settingsToOffer,
+  trimOf,
   writeMemory,
 } from "../../web/src/model/memory.js";
 import { collected } from "./states.mjs";
@@ -37,6 +39,7 @@ const full = () => ({
   preset: { name: "More bass", starter: false, saved: collected("works").equalizer },
   unsent: collected("works").equalizer,
   matching: { trimBefore: 0, trimDb: -2.5 },
+  trims: [["More bass", -3]],
 });
 
 class Store {
@@ -235,4 +238,40 @@ test("the last settings are offered when the record holds its first values, and 
     assert.equal(settingsToOffer(kept, odd, record.equalizer), null);
     assert.equal(settingsToOffer(kept, record.now, odd), null);
   }
+});
+
+test("the output trim of a preset is kept, replaced and forgotten, under any name", () => {
+  let kept = emptyMemory();
+  for (const name of ["Bass", "__proto__", "constructor", "7", "夜晚"]) {
+    assert.equal(trimOf(kept, name), undefined, name);
+    kept = rememberTrim(kept, name, -3);
+    assert.equal(trimOf(kept, name), -3, name);
+    assert.equal(rememberTrim(kept, name, -3), kept);
+  }
+  kept = rememberTrim(rememberTrim(kept, "__proto__", 0), "7", undefined);
+  assert.deepEqual(parseMemory(serializeMemory(kept)).trims, [
+    ["Bass", -3],
+    ["constructor", -3],
+    ["夜晚", -3],
+    ["__proto__", 0],
+  ]);
+  for (const trim of [NaN, Infinity, -60.1, 20.1])
+    assert.equal(trimOf(rememberTrim(kept, "Bass", trim), "Bass"), undefined, String(trim));
+  for (const trim of [-60, 20]) assert.equal(trimOf(rememberTrim(kept, "Bass", trim), "Bass"), trim);
+});
+
+test("200 trims are kept, the newest ones", () => {
+  let kept = emptyMemory();
+  for (let index = 0; index < 202; ++index) kept = rememberTrim(kept, String(index), index / 100);
+  assert.equal(kept.trims.length, 200);
+  assert.deepEqual([trimOf(kept, "1"), trimOf(kept, "2")], [undefined, 0.02]);
+  const more = [["old", 1], ...kept.trims, ["2", 9]];
+  const read = parseMemory(JSON.stringify({ version: 1, trims: more }));
+  assert.equal(read.trims.length, 200);
+  assert.deepEqual([trimOf(read, "old"), trimOf(read, "2"), trimOf(read, "3")], [undefined, 9, 0.03]);
+});
+
+test("a trim that the service would refuse is not read", () => {
+  const trims = [["a", 20.5], ["b", "3"], ["", 1], [1, 1], ["c"], "d", null, ["e", null], ["f", -60]];
+  assert.deepEqual(parseMemory(JSON.stringify({ version: 1, trims })).trims, [["f", -60]]);
 });

@@ -91,39 +91,6 @@ test("an unknown text of the service is shown as it came", () => {
   assert.equal(saySentence("en", serviceSentence("")), "There is no reason given.");
 });
 
-test("results of Windows have words with their number", () => {
-  const rows = /** @type {[number, string][]} */ ([
-    [5, "access denied (5)"],
-    [-2147024891, "access denied (5)"],
-    [-2147023845, "other services that depend on it are still running (1051)"],
-    [-2147467259, "unspecified failure (0x80004005)"],
-    [-2004287480, "the format is not supported (0x88890008)"],
-    [-2147023728, "not found (1168)"],
-    [-1, "error 0xFFFFFFFF (0xFFFFFFFF)"],
-    [0, "no error"],
-  ]);
-  for (const [code, text] of rows) assert.equal(saySentence("en", resultSentence(code)), text);
-  for (const code of [1051, 1053, 1056, 1060, 1061, 1062, 1068]) {
-    assert.match(
-      saySentence("zh", resultSentence(0x80070000 | code | 0)),
-      new RegExp(`\\p{Script=Han}.*\\(${code}\\)`, "u"),
-    );
-  }
-});
-
-test("every result with words is in the tables", () => {
-  for (let code = 0; code < 0x10000; ++code) {
-    const { key } = resultSentence(code);
-    assert.ok(Object.hasOwn(tables.en, key), key);
-  }
-  const reached = new Set(["result.0", "result.unknown"]);
-  for (const key of keys.filter((one) => one.startsWith("result."))) {
-    const code = Number(key.slice(7));
-    if (Number.isInteger(code)) reached.add(resultSentence(code | 0).key);
-  }
-  for (const key of keys.filter((one) => one.startsWith("result."))) assert.ok(reached.has(key), key);
-});
-
 test("values are put in as text, in their form, and sentences in the same language", () => {
   assert.equal(say("en", "button.setStrength", { strength: 0.5 }), "Set to 50 %");
   assert.equal(say("zh", "verdict.otherDevice", { device: "Headphones" }), "声音正在 Headphones 上播放");

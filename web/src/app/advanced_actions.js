@@ -16,7 +16,6 @@ export function createAdvanced(session) {
   /** Values on their way, by key; a look from after the change shows what the record has made of them. */
   const sent = /** @type {Map<string, number | boolean>} */ (new Map());
   const view = {
-    diagnosticsAreOpen: false,
     /** What the last reset has taken away. */
     undo: /** @type {Values | null} */ (null),
   };
@@ -94,11 +93,6 @@ export function createAdvanced(session) {
     setFade,
     /** The output trim before the Sound page began to match loudness; undefined where it does not. */
     trimBefore: () => state.kept.matching?.trimBefore,
-    /** @param {boolean} open */
-    unfoldDiagnostics(open) {
-      view.diagnosticsAreOpen = open;
-      session.changed();
-    },
   };
 }
 

@@ -38,6 +38,33 @@ const equalizerPath = "/api/v1/render/effects/eq";
 const algorithmPath = "/api/v1/render/effects/algorithm";
 const usualRate = 48000;
 
+const lockName = "velmora.equalizer";
+const longestLockWaitMs = 500;
+
+/**
+ * Reading and writing are two exchanges. The pages of one browser take turns, so that none writes over what another has
+ * written in between. A page that the browser has put to sleep does not hold up the others.
+ *
+ * @template Result
+ * @param {() => Promise<Result>} exchange
+ * @returns {Promise<Result>}
+ */
+async function inTurn(exchange) {
+  const { locks } = navigator;
+  if (locks === undefined) return exchange();
+  let begun = false;
+  const run = () => {
+    begun = true;
+    return exchange();
+  };
+  try {
+    return await locks.request(lockName, { signal: AbortSignal.timeout(longestLockWaitMs) }, run);
+  } catch (error) {
+    if (begun) throw error;
+    return exchange();
+  }
+}
+
 /** @param {Setting} setting */
 const isUntouched = ({ bypass, bands }) => bypass && !bands.some(isBandUsed);
 
@@ -117,7 +144,7 @@ export function createEqualizer(session, footstep) {
     if (isSending) return;
     isSending = true;
     while (hasPending(editor)) {
-      const failure = await sendOnce();
+      const failure = await inTurn(sendOnce);
       if (failure !== null) {
         takeFailure(failure);
         break;
@@ -329,6 +356,8 @@ export function createEqualizer(session, footstep) {
       update(finish(editor));
       match();
     },
+    /** Whether a drag is under way. */
+    isHeld: () => editor.gesture !== null,
     /** Ends a drag and goes back to where it began. */
     cancel() {
       if (editor.gesture !== null) edit(() => cancel(editor));

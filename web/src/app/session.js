@@ -19,6 +19,7 @@ import { createClient } from "./client.js";
  * @typedef {object} Message what became of the last thing that the person did
  * @property {"info" | "bad"} tone
  * @property {Sentence} sentence
+ * @property {{key: string, press: () => void}} [action] a button behind it
  */
 
 const tickMs = 1000;
@@ -62,13 +63,16 @@ export function createSession(draw) {
   const watchers = new Set();
   let isDrawing = false;
 
+  /** Draws the page in the next frame, or at once while it is hidden and has no frames. */
   function changed() {
     if (isDrawing) return;
     isDrawing = true;
-    queueMicrotask(() => {
+    const drawOnce = () => {
       isDrawing = false;
       draw();
-    });
+    };
+    if (document.visibilityState === "hidden") queueMicrotask(drawOnce);
+    else requestAnimationFrame(drawOnce);
   }
 
   /** @param {Kept} kept */
@@ -121,9 +125,10 @@ export function createSession(draw) {
    * @param {Message["tone"]} tone
    * @param {string} key
    * @param {Record<string, unknown>} [values]
+   * @param {Message["action"]} [action]
    */
-  function say(tone, key, values = {}) {
-    state.message = { tone, sentence: { key, values } };
+  function say(tone, key, values = {}, action) {
+    state.message = { tone, sentence: { key, values }, action };
     changed();
   }
 

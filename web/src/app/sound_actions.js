@@ -1,12 +1,11 @@
 // What a person does on the first screen, from the control to the answer.
-import { readSetting } from "../model/equalizer.js";
 import { devicesFacts } from "../model/facts.js";
 import { markEngine, rememberAction } from "../model/memory.js";
 import { holdPeak, noPeak } from "../model/peak_hold.js";
-import { flagOf, listOf, numberOf, objectOf, textOf } from "../model/read.js";
+import { flagOf, numberOf, objectOf, textOf } from "../model/read.js";
 import { usualStrength } from "../model/verdict.js";
 import { createEqualizer } from "./equalizer_actions.js";
-import { reportText } from "./report.js";
+import { createPresets } from "./preset_actions.js";
 
 /**
  * @typedef {import("./session.js").Session} Session
@@ -16,9 +15,8 @@ import { reportText } from "./report.js";
  * @typedef {LastSettings["footstep"]} Footstep
  *
  * @typedef {{kind: "restart" | "add" | "remove", endpointId: string, name: string, as?: Action["kind"]}
- *   | {kind: "savePreset"}
- *   | {kind: "deletePreset", name: string}
- *   | {kind: "report", text: string}} Question what the page asks before it does something;
+ *   | {kind: "import", given?: import("./transfer.js").Given}
+ *   | {kind: "export"}} Question what the page asks before it does something;
  *   `as`: a restart that is tried again repeats this request
  */
 
@@ -29,11 +27,7 @@ const paths = {
   device: "/api/v1/devices/render",
   microphone: "/api/v1/devices/capture",
   effect: "/api/v1/render/apo",
-  presets: "/api/v1/eq/presets",
 };
-
-/** @param {string} name */
-const presetPath = (name) => `${paths.presets}/${encodeURIComponent(name)}`;
 
 /**
  * A value that the person has set and the service has not confirmed yet. It is shown in place of the last look until a
@@ -84,7 +78,6 @@ export function createSound(session) {
     microphone: /** @type {Overlay<string>} */ (new Overlay()),
   };
   const view = {
-    presets: /** @type {string[] | undefined} */ (undefined),
     question: /** @type {Question | null} */ (null),
     evidenceIsOpen: false,
     devicesAreOpen: false,
@@ -120,6 +113,7 @@ export function createSound(session) {
 
   const footstep = () => overlays.footstep.value ?? publishedFootstep(state.seen.now);
   const equalizer = createEqualizer(session, footstep);
+  const presets = createPresets(session, equalizer);
 
   function sound() {
     const { available, volume, muted } = objectOf(objectOf(state.seen.now).render);
@@ -294,53 +288,6 @@ export function createSound(session) {
     session.sayFailure(kind === "remove" ? "action.notRemoved" : "action.notAdded", answer);
   }
 
-  // ---- presets ----
-
-  async function listPresets() {
-    const answer = await client.ask({ method: "GET", path: paths.presets });
-    if (!answer.ok) return;
-    const names = listOf(objectOf(answer.document).presets).filter((name) => typeof name === "string");
-    view.presets = names.sort((one, other) => one.localeCompare(other));
-    session.changed();
-  }
-
-  /** @param {string} name */
-  async function usePreset(name) {
-    session.begin();
-    const answer = await client.ask({ method: "GET", path: presetPath(name) });
-    const setting = readSetting(answer.document);
-    if (!answer.ok) session.sayFailure("action.failed", answer);
-    else if (setting === undefined) session.say("bad", "equalizer.unreadable", { name });
-    else return equalizer.load(setting, { name, starter: false, saved: setting });
-    await listPresets();
-  }
-
-  /** @param {string} name */
-  async function savePreset(name) {
-    session.begin();
-    const present = await client.ask({ method: "GET", path: "/api/v1/render/effects/eq" });
-    if (!present.ok) return session.sayFailure("action.failed", present);
-    const answer = await client.ask({ method: "PUT", path: presetPath(name), body: present.document });
-    if (!answer.ok) return session.sayFailure("action.failed", answer);
-    const saved = readSetting(present.document);
-    equalizer.setPreset(saved === undefined ? null : { name, starter: false, saved });
-    session.say("info", "action.saved");
-    await listPresets();
-  }
-
-  /** @param {string} name */
-  async function deletePreset(name) {
-    session.begin();
-    const answer = await client.ask({ method: "DELETE", path: presetPath(name) });
-    if (answer.ok) {
-      if (name === equalizer.preset()?.name) equalizer.setPreset(null);
-      session.say("info", "equalizer.deleted");
-    } else {
-      session.sayFailure("action.failed", answer);
-    }
-    await listPresets();
-  }
-
   // ---- the rest ----
 
   /** @param {LastSettings} settings */
@@ -348,18 +295,6 @@ export function createSound(session) {
     await setFootstep(last);
     const chosen = state.kept.preset?.name === preset ? state.kept.preset : null;
     if (bands !== null && !bands.bypass) equalizer.load(bands, chosen);
-  }
-
-  async function copyReport() {
-    session.begin();
-    const text = reportText(state, session.judge(), client.link());
-    try {
-      await navigator.clipboard.writeText(text);
-      session.say("info", "action.copied");
-    } catch {
-      // The browser may refuse the clipboard: the person copies by hand.
-      ask({ kind: "report", text });
-    }
   }
 
   /** @param {Question | null} question */
@@ -383,6 +318,7 @@ export function createSound(session) {
     view,
     footstep,
     equalizer,
+    presets,
     sound,
     chosenDevice,
     chosenMicrophone: () =>
@@ -395,12 +331,7 @@ export function createSound(session) {
     setMuted,
     choose,
     changeEffect,
-    listPresets,
-    usePreset,
-    savePreset,
-    deletePreset,
     useLastSettings,
-    copyReport,
     ask,
     unfold,
   };

@@ -1,17 +1,11 @@
 // The fields of the chosen band.
-import {
-  bandRanges,
-  bandTypes,
-  decibelField,
-  digits,
-  hertzField,
-  isBandUsed,
-  parseField,
-  shortHertz,
-} from "../model/equalizer.js";
-import { decibels } from "../model/format.js";
-import { html, useLayoutEffect, useRef } from "../view.js";
+import { bandRanges, decibelField, digits, hertzField, isBandUsed, parseField } from "../model/equalizer.js";
+import { filterTypes } from "../model/filters.js";
+import { flatValues, hasGain, stepFrequency, stepGain, stepQ } from "../model/gestures.js";
+import { html, useEffect, useLayoutEffect, useRef } from "../view.js";
 import { NumberField } from "./controls.js";
+import { typeName } from "./curve.js";
+import { bandToAdd, dotId } from "./curve_gestures.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -19,93 +13,201 @@ import { NumberField } from "./controls.js";
  * @typedef {import("../model/equalizer.js").Band} Band
  */
 
-/** @param {{t: Translate, bands: Band[], chosen: number, onChoose: (index: number) => void}} props */
-function BandPicker({ t, bands, chosen, onChoose }) {
-  return html`<fieldset class="band-picker">
-    <legend class="for-readers">${t("equalizer.bands")}</legend>
-    ${bands.map((band, index) => {
-      const values = {
-        number: index + 1,
-        gain: band.gain_db,
-        frequency: band.freq_hz,
-        type: t(typeKey(band)),
-      };
-      return html`<label key=${index} class=${isBandUsed(band) ? "used" : ""}>
-        <input
-          type="radio"
-          name="band"
-          aria-label=${t("equalizer.bandName", values)}
-          checked=${index === chosen}
-          onChange=${() => onChoose(index)}
-        />
-        <span class="face" aria-hidden="true">
-          <b>${index + 1}</b>
-          <span
-            >${isBandUsed(band) ? decibels(band.gain_db).replace(" dB", "") : shortHertz(band.freq_hz)}</span
-          >
-        </span>
-      </label>`;
-    })}
-  </fieldset>`;
+const repeatDelayMs = 400;
+const repeatMs = 80;
+
+/** What the buttons − and + beside each field do, by field. They go further than a key does. */
+const fields = [
+  {
+    key: /** @type {const} */ ("freq_hz"),
+    name: "Frequency",
+    label: "frequencyShort",
+    format: hertzField,
+    step: (/** @type {Band} */ band, /** @type {number} */ direction) => stepFrequency(band, direction / 12),
+  },
+  {
+    key: /** @type {const} */ ("gain_db"),
+    name: "Gain",
+    label: "gainShort",
+    format: decibelField,
+    step: (/** @type {Band} */ band, /** @type {number} */ direction) => stepGain(band, direction / 2),
+  },
+  { key: /** @type {const} */ ("q"), name: "Q", label: "qShort", format: digits, step: stepQ },
+];
+
+/**
+ * A button that repeats while it is held.
+ *
+ * @param {{name: string, text: string, disabled: boolean, onStep: () => void}} props
+ */
+function StepButton({ name, text, disabled, onStep }) {
+  const held = useRef({ timer: 0, hasRepeated: false, step: onStep });
+  held.current.step = onStep;
+  const stop = () => clearTimeout(held.current.timer);
+  const repeat = () => {
+    held.current.hasRepeated = true;
+    held.current.step();
+    held.current.timer = window.setTimeout(repeat, repeatMs);
+  };
+  useEffect(() => stop, []);
+  return html`<button
+    type="button"
+    class="button step"
+    aria-label=${name}
+    title=${name}
+    disabled=${disabled}
+    onPointerDown=${(/** @type {PointerEvent} */ { button }) => {
+      stop();
+      held.current.hasRepeated = false;
+      if (button === 0) held.current.timer = window.setTimeout(repeat, repeatDelayMs);
+    }}
+    onPointerUp=${stop}
+    onPointerLeave=${stop}
+    onPointerCancel=${stop}
+    onContextMenu=${stop}
+    onClick=${(/** @type {MouseEvent} */ { detail }) => {
+      // The click that ends a hold is no further step; one by a key is always a step.
+      if (!held.current.hasRepeated || detail === 0) onStep();
+      held.current.hasRepeated = false;
+    }}
+  >
+    ${text}
+  </button>`;
 }
 
-/** @param {Band} band */
-const typeKey = ({ type }) => `equalizer.type.${bandTypes[Math.trunc(type)] ?? bandTypes[0]}`;
-
-/** @param {{t: Translate, band: Band, index: number, onChange: (values: Partial<Band>) => void}} props */
-function Fields({ t, band, index, onChange }) {
-  const number = index + 1;
+/**
+ * A choice that shows what the setting holds, whatever the browser has moved it to.
+ *
+ * @param {{value: number, label: string, class: string, names: string[], onChoose: (value: number) => void}} props
+ */
+function Choice({ value, label, class: className, names, onChoose }) {
   const select = useRef(/** @type {HTMLSelectElement | null} */ (null));
   useLayoutEffect(() => {
-    if (select.current !== null) select.current.value = String(Math.trunc(band.type));
+    if (select.current !== null) select.current.value = String(value);
   });
-  const fields = [
-    {
-      key: /** @type {const} */ ("freq_hz"),
-      label: "frequencyShort",
-      name: "bandFrequency",
-      format: hertzField,
-    },
-    { key: /** @type {const} */ ("gain_db"), label: "gainShort", name: "bandGain", format: decibelField },
-    { key: /** @type {const} */ ("q"), label: "qShort", name: "bandQ", format: digits },
-  ];
-  return html`<div class="fields">
-    <label class="labelled">
-      <span>${t("equalizer.band", { number })}</span>
-      <select
-        ref=${select}
-        aria-label=${t("equalizer.bandType", { number })}
-        onChange=${(/** @type {{currentTarget: HTMLSelectElement}} */ { currentTarget }) =>
-          onChange({ type: Number(currentTarget.value) })}
-      >
-        ${bandTypes.map((name, type) => html`<option key=${name} value=${type}>${t(`equalizer.type.${name}`)}</option>`)}
-      </select>
-    </label>
-    ${fields.map(
-      ({ key, label, name, format }) =>
-        html`<${NumberField}
-          key=${`${key} of ${index}`}
-          label=${t(`equalizer.${label}`)}
-          ariaLabel=${t(`equalizer.${name}`, { number })}
-          name=${key}
-          value=${band[key]}
-          ...${bandRanges[key]}
-          format=${format}
-          parse=${parseField}
-          onChange=${(/** @type {number} */ value) => onChange({ [key]: value })}
-        />`,
-    )}
-  </div>`;
+  return html`<select
+    ref=${select}
+    class=${className}
+    aria-label=${label}
+    onChange=${(/** @type {{currentTarget: HTMLSelectElement}} */ { currentTarget }) =>
+      onChoose(Number(currentTarget.value))}
+  >
+    ${names.map((name, index) => html`<option key=${index} value=${index}>${name}</option>`)}
+  </select>`;
 }
 
-/** @param {{t: Translate, equalizer: Equalizer}} props */
+/**
+ * @param {Translate} t
+ * @param {Band} band
+ * @param {number} index
+ */
+function optionName(t, band, index) {
+  const values = { number: index + 1, type: typeName(t, band), frequency: band.freq_hz, gain: band.gain_db };
+  if (!isBandUsed(band)) return t("curve.optionUnused", values);
+  return t(hasGain(band) ? "equalizer.bandName" : "curve.optionWithoutGain", values);
+}
+
+/**
+ * The chosen band: which one, its type, and its values, each with a field for any value and buttons for steps.
+ *
+ * "Add band" chooses a band that is not in use and puts the focus on its dot. It changes no sound: the next edit does.
+ *
+ * @param {{t: Translate, equalizer: Equalizer}} props
+ */
 export function BandFields({ t, equalizer }) {
+  const dotToFocus = useRef(-1);
+  useLayoutEffect(() => {
+    if (dotToFocus.current < 0) return;
+    document.getElementById(dotId(dotToFocus.current))?.focus();
+    dotToFocus.current = -1;
+  });
   const setting = equalizer.setting();
   if (setting === undefined) return null;
   const chosen = equalizer.chosen();
-  const change = (/** @type {Partial<Band>} */ values) => equalizer.change({ bands: { [chosen]: values } });
-  return html`
-    <${BandPicker} t=${t} bands=${setting.bands} chosen=${chosen} onChoose=${equalizer.choose} />
-    <${Fields} t=${t} band=${setting.bands[chosen]} index=${chosen} onChange=${change} />
-  `;
+  const number = chosen + 1;
+  const band = setting.bands[chosen];
+  const free = bandToAdd(equalizer);
+  const isUsed = isBandUsed(band);
+  const change = (/** @type {Partial<Band>} */ values, /** @type {string | undefined} */ merge = undefined) =>
+    equalizer.change({ bands: { [chosen]: values } }, merge);
+  const add = () => {
+    if (free < 0) return;
+    dotToFocus.current = free;
+    equalizer.choose(free);
+  };
+  return html`<div class="band-fields">
+    <div class="row">
+      <${Choice}
+        class="which"
+        label=${t("curve.which")}
+        value=${chosen}
+        names=${setting.bands.map((one, index) => optionName(t, one, index))}
+        onChoose=${equalizer.choose}
+      />
+      <${Choice}
+        class="type"
+        label=${t("equalizer.bandType", { number })}
+        value=${Math.trunc(band.type)}
+        names=${filterTypes.map(({ name }) => t(`equalizer.type.${name}`))}
+        onChoose=${(/** @type {number} */ type) => change({ type })}
+      />
+      <button
+        type="button"
+        class="button"
+        aria-disabled=${!isUsed}
+        aria-label=${t("curve.flattenBand", { number })}
+        onClick=${() => isUsed && change(flatValues(band))}
+      >
+        ${t("curve.flatten")}
+      </button>
+      <button
+        type="button"
+        class="button add"
+        aria-disabled=${free < 0}
+        title=${free < 0 ? t("curve.allUsed") : undefined}
+        onClick=${add}
+      >
+        ${t("curve.add")}
+      </button>
+    </div>
+    <div class="steppers">
+      ${fields.map(({ key, name, label, format, step }) => {
+        const isMissing = key === "gain_db" && !hasGain(band);
+        // The band as it is now: several presses may come before it is drawn.
+        const press = (/** @type {number} */ direction) =>
+          change(
+            step(equalizer.setting()?.bands[chosen] ?? band, direction),
+            `step of ${key} of band ${chosen}`,
+          );
+        return html`<div key=${key} class="stepper">
+          <${NumberField}
+            key=${chosen}
+            label=${t(`equalizer.${label}`)}
+            ariaLabel=${t(`equalizer.band${name}`, { number })}
+            name=${key}
+            value=${band[key]}
+            ...${bandRanges[key]}
+            format=${isMissing ? () => t("curve.withoutGain") : format}
+            parse=${parseField}
+            disabled=${isMissing}
+            onChange=${(/** @type {number} */ value) => change({ [key]: value })}
+          />
+          <span class="pair">
+            <${StepButton}
+              name=${t(`curve.less${name}`, { number })}
+              text="−"
+              disabled=${isMissing}
+              onStep=${() => press(-1)}
+            />
+            <${StepButton}
+              name=${t(`curve.more${name}`, { number })}
+              text="+"
+              disabled=${isMissing}
+              onStep=${() => press(1)}
+            />
+          </span>
+        </div>`;
+      })}
+    </div>
+  </div>`;
 }

@@ -1,8 +1,10 @@
 // The equalizer: its own switch, the presets, the curve and the fields of one band.
+import { dropHandlers } from "../app/transfer.js";
 import { html } from "../view.js";
 import { BandFields } from "./band_fields.js";
 import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
+import { Curve, CurveHints } from "./curve.js";
 import { PresetBar } from "./preset_bar.js";
 
 /**
@@ -33,7 +35,8 @@ function UnsentOffer({ t, equalizer }) {
 export function EqualizerCard({ t, sound }) {
   const { equalizer } = sound;
   const setting = equalizer.setting();
-  return html`<section class="card equalizer" aria-labelledby="equalizer">
+  const drop = dropHandlers((given) => sound.ask({ kind: "import", given }));
+  return html`<section class="card equalizer" aria-labelledby="equalizer" ...${drop}>
     <div class="row">
       <h2 id="equalizer">${t("equalizer.title")}</h2>
       <${Switch}
@@ -45,6 +48,14 @@ export function EqualizerCard({ t, sound }) {
         onChange=${(/** @type {boolean} */ on) => equalizer.change({ bypass: !on })}
       />
       <${PresetBar} t=${t} sound=${sound} />
+      <button
+        type="button"
+        class="button"
+        disabled=${setting === undefined}
+        onClick=${() => sound.ask({ kind: "import" })}
+      >
+        ${t("import.open")}
+      </button>
       <${CompareBar} t=${t} equalizer=${equalizer} />
     </div>
     ${
@@ -52,7 +63,9 @@ export function EqualizerCard({ t, sound }) {
       html`
         <${UnsentOffer} t=${t} equalizer=${equalizer} />
         <${MatchingNote} t=${t} equalizer=${equalizer} />
+        <${Curve} t=${t} equalizer=${equalizer} />
         <${BandFields} t=${t} equalizer=${equalizer} />
+        <${CurveHints} t=${t} equalizer=${equalizer} />
       `
     }
   </section>`;

@@ -1,4 +1,5 @@
 // What every page has around its own content: the header with the links, and the footer.
+import { languageTag } from "../texts/index.js";
 import { html } from "../view.js";
 
 /** @typedef {import("../view.js").Children} Children */
@@ -22,6 +23,18 @@ const otherLanguage = /** @type {const} */ ({ en: "zh", zh: "en" });
  */
 export function pageAddress(path, token) {
   return token === "" ? path : `${path}?token=${encodeURIComponent(token)}`;
+}
+
+/**
+ * Names the document, for screen readers and the browser's tab. Setting what it has already would restyle all of it.
+ *
+ * @param {Language} language
+ * @param {string} title
+ */
+export function nameDocument(language, title) {
+  const tag = languageTag(language);
+  if (document.documentElement.lang !== tag) document.documentElement.lang = tag;
+  if (document.title !== title) document.title = title;
 }
 
 /**

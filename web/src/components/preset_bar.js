@@ -1,49 +1,161 @@
-// The presets of the equalizer.
-import { html, useLayoutEffect, useRef } from "../view.js";
+// The presets of the equalizer: the list, Save, and what else can be done behind "More".
+import { shownName, starters } from "../model/presets.js";
+import { html, useEffect, useLayoutEffect, useRef, useState } from "../view.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
  * @typedef {import("../app/sound_actions.js").Sound} Sound
+ * @typedef {import("../app/preset_actions.js").Presets} Presets
+ * @typedef {import("../model/types.js").PresetRef} PresetRef
  */
+
+// A starter and a preset of the person may have the same name.
+const starterValue = (/** @type {string} */ name) => `starter ${name}`;
+const ownValue = (/** @type {string} */ name) => `own ${name}`;
+
+/**
+ * @param {Presets} presets
+ * @param {string} value
+ */
+function choose(presets, value) {
+  const at = value.indexOf(" ");
+  const name = value.slice(at + 1);
+  if (value.slice(0, at) === "starter") presets.useStarter(name);
+  else presets.use(name);
+}
+
+/** @param {{t: Translate, sound: Sound}} props */
+function PresetSelect({ t, sound }) {
+  const { presets, equalizer } = sound;
+  const { names, isListed } = presets.view;
+  const chosen = equalizer.preset();
+  const isChanged = equalizer.isChanged();
+  const value = chosen === null ? "" : (chosen.starter ? starterValue : ownValue)(chosen.name);
+  const isMissing = chosen !== null && !chosen.starter && !names.includes(chosen.name);
+  const own = isMissing ? [chosen.name, ...names] : names;
+  const select = useRef(/** @type {HTMLSelectElement | null} */ (null));
+  // A choice that cannot be loaded goes back to the preset that is in use.
+  useLayoutEffect(() => {
+    if (select.current !== null) select.current.value = value;
+  });
+  const option = (/** @type {string} */ itsValue, /** @type {string} */ name) => {
+    const isMarked = itsValue === value && isChanged;
+    const label = isMissing && isListed && itsValue === value ? t("preset.missing", { name }) : name;
+    return html`<option key=${itsValue} value=${itsValue}>
+      ${isMarked ? t("preset.changed", { name: label }) : label}
+    </option>`;
+  };
+  return html`<select
+    ref=${select}
+    id="preset"
+    class="preset"
+    aria-label=${t("preset.label")}
+    disabled=${equalizer.setting() === undefined}
+    onChange=${(/** @type {{currentTarget: HTMLSelectElement}} */ { currentTarget }) =>
+      choose(presets, currentTarget.value)}
+  >
+    <option value="" disabled hidden>${t("preset.choose")}</option>
+    <optgroup label=${t("preset.starters")}>
+      ${starters.map(({ name }) => option(starterValue(name), t(`starter.${name}`)))}
+    </optgroup>
+    ${
+      own.length > 0 &&
+      html`<optgroup label=${t("preset.own")}>
+        ${own.map((name) => option(ownValue(name), shownName(name)))}
+      </optgroup>`
+    }
+  </select>`;
+}
+
+/**
+ * Buttons behind a button. It closes by Escape, by a click elsewhere, and when the focus goes elsewhere.
+ *
+ * @param {{t: Translate, items: {key: string, press: () => void, isOff: boolean}[], disabled: boolean}} props
+ */
+function More({ t, items, disabled }) {
+  const [isOpen, setOpen] = useState(false);
+  const place = useRef(/** @type {HTMLDivElement | null} */ (null));
+  const button = useRef(/** @type {HTMLButtonElement | null} */ (null));
+  const isWithin = (/** @type {EventTarget | null} */ target) =>
+    target instanceof Node && place.current !== null && place.current.contains(target);
+  const close = () => {
+    setOpen(false);
+    button.current?.focus();
+  };
+  useEffect(() => {
+    if (!isOpen) return undefined;
+    const closeOutside = (/** @type {MouseEvent} */ { target }) => {
+      if (isWithin(target)) return;
+      setOpen(false);
+      if (document.activeElement === null || document.activeElement === document.body)
+        button.current?.focus();
+    };
+    addEventListener("click", closeOutside);
+    return () => removeEventListener("click", closeOutside);
+  }, [isOpen]);
+  return html`<div
+    ref=${place}
+    class="more"
+    onKeyDown=${(/** @type {KeyboardEvent} */ event) => {
+      if (event.key !== "Escape" || !isOpen) return;
+      event.stopPropagation();
+      close();
+    }}
+    onFocusOut=${(/** @type {FocusEvent} */ { relatedTarget }) => {
+      if (relatedTarget !== null && !isWithin(relatedTarget)) setOpen(false);
+    }}
+  >
+    <button
+      ref=${button}
+      type="button"
+      class="button"
+      aria-expanded=${isOpen}
+      aria-controls="preset-more"
+      aria-label=${t("preset.moreLabel")}
+      disabled=${disabled}
+      onClick=${() => setOpen(!isOpen)}
+    >
+      ${t("preset.more")}
+    </button>
+    <div id="preset-more" class="more-items" hidden=${!isOpen}>
+      ${items.map(
+        ({ key, press, isOff }) =>
+          html`<button
+            key=${key}
+            type="button"
+            class="button"
+            disabled=${isOff}
+            onClick=${() => {
+              close();
+              press();
+            }}
+          >
+            ${t(key)}
+          </button>`,
+      )}
+    </div>
+  </div>`;
+}
 
 /** @param {{t: Translate, sound: Sound}} props */
 export function PresetBar({ t, sound }) {
-  const { presets = [] } = sound.view;
-  const chosen = sound.equalizer.preset()?.name ?? "";
-  const isListed = presets.includes(chosen);
-  const isChanged = sound.equalizer.isChanged();
-  const label = (/** @type {string} */ name) =>
-    isChanged && name === chosen ? t("equalizer.presetChanged", { name }) : name;
-  const select = useRef(/** @type {HTMLSelectElement | null} */ (null));
-  useLayoutEffect(() => {
-    if (select.current !== null) select.current.value = isListed ? chosen : "";
-  });
-  const placeholder = presets.length > 0 ? "equalizer.choosePreset" : "equalizer.noPresets";
-  return html`
-    <select
-      ref=${select}
-      class="preset"
-      aria-label=${t("equalizer.preset")}
-      disabled=${presets.length === 0}
-      onChange=${(/** @type {{currentTarget: HTMLSelectElement}} */ { currentTarget }) =>
-        sound.usePreset(currentTarget.value)}
-    >
-      <option value="" disabled>${t(placeholder)}</option>
-      ${presets.map((name) => html`<option key=${name} value=${name}>${label(name)}</option>`)}
-    </select>
-    <button type="button" class="button" onClick=${() => sound.ask({ kind: "savePreset" })}>
-      ${t("equalizer.save")}
+  const { presets, equalizer } = sound;
+  const chosen = equalizer.preset();
+  const isOwn = chosen !== null && !chosen.starter;
+  const isUnknown = equalizer.setting() === undefined;
+  const items = [
+    { key: "preset.saveAs", press: presets.saveAs, isOff: false },
+    { key: "preset.rename", press: presets.rename, isOff: !isOwn },
+    { key: "preset.revert", press: presets.revert, isOff: chosen === null },
+    { key: "preset.delete", press: presets.delete, isOff: !isOwn },
+    { key: "preset.reset", press: equalizer.reset, isOff: false },
+    { key: "export.open", press: () => sound.ask({ kind: "export" }), isOff: false },
+  ];
+  return html`<div class="preset-bar">
+    <${PresetSelect} t=${t} sound=${sound} />
+    <button type="button" class="button" disabled=${isUnknown} onClick=${presets.save}>
+      ${t("preset.save")}
     </button>
-    ${
-      isListed &&
-      html`<button
-        type="button"
-        class="button"
-        aria-label=${t("equalizer.deletePreset", { name: chosen })}
-        onClick=${() => sound.ask({ kind: "deletePreset", name: chosen })}
-      >
-        ${t("equalizer.delete")}
-      </button>`
-    }
-  `;
+    <${More} t=${t} items=${items} disabled=${isUnknown} />
+  </div>`;
 }

@@ -1,7 +1,9 @@
 // What the page asks before it does something.
 import { activePrograms } from "../model/programs.js";
-import { html, useEffect, useRef } from "../view.js";
+import { html } from "../view.js";
 import { Dialog } from "./controls.js";
+import { ExportDialog } from "./export_dialog.js";
+import { ImportDialog } from "./import_dialog.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -50,80 +52,12 @@ function RestartQuestion({ t, sound, session, question }) {
   <//>`;
 }
 
-/** @param {{t: Translate, sound: Sound}} props */
-function SaveQuestion({ t, sound }) {
-  const input = useRef(/** @type {HTMLInputElement | null} */ (null));
-  useEffect(() => input.current?.select(), []);
-  const save = (/** @type {SubmitEvent} */ event) => {
-    event.preventDefault();
-    const name = input.current?.value.trim() ?? "";
-    if (name === "") return;
-    sound.ask(null);
-    sound.savePreset(name);
-  };
-  return html`<${Dialog} title=${t("equalizer.saveTitle")} onCancel=${() => sound.ask(null)}>
-    <form onSubmit=${save}>
-      <label class="labelled">
-        <span>${t("equalizer.saveAs")}</span>
-        <input
-          ref=${input}
-          class="field text"
-          type="text"
-          maxlength="64"
-          required
-          defaultValue=${sound.equalizer.preset()?.name ?? ""}
-        />
-      </label>
-      <p class="muted">${t("equalizer.saveHint")}</p>
-      <div class="row">
-        <button type="button" class="button" onClick=${() => sound.ask(null)}>${t("confirm.cancel")}</button>
-        <button class="button primary">${t("equalizer.save")}</button>
-      </div>
-    </form>
-  <//>`;
-}
-
-/** @param {{t: Translate, sound: Sound, name: string}} props */
-function DeleteQuestion({ t, sound, name }) {
-  return html`<${Dialog} title=${t("equalizer.deleteQuestion", { name })} onCancel=${() => sound.ask(null)}>
-    <div class="row">
-      <button type="button" class="button" autofocus onClick=${() => sound.ask(null)}>
-        ${t("confirm.cancel")}
-      </button>
-      <button
-        type="button"
-        class="button primary"
-        onClick=${() => {
-          sound.ask(null);
-          sound.deletePreset(name);
-        }}
-      >
-        ${t("equalizer.delete")}
-      </button>
-    </div>
-  <//>`;
-}
-
-/** @param {{t: Translate, sound: Sound, text: string}} props */
-function Report({ t, sound, text }) {
-  return html`<${Dialog} title=${t("report.title")} onCancel=${() => sound.ask(null)}>
-    <p>${t("report.byHand")}</p>
-    <textarea class="report" readonly aria-label=${t("report.title")} rows="10" value=${text}></textarea>
-    <div class="row">
-      <button type="button" class="button primary" onClick=${() => sound.ask(null)}>
-        ${t("report.close")}
-      </button>
-    </div>
-  <//>`;
-}
-
 /** @param {{t: Translate, sound: Sound, session: Session}} props */
 export function Questions({ t, sound, session }) {
   const { question } = sound.view;
   if (question === null) return null;
-  if (question.kind === "savePreset") return html`<${SaveQuestion} t=${t} sound=${sound} />`;
-  if (question.kind === "deletePreset")
-    return html`<${DeleteQuestion} t=${t} sound=${sound} name=${question.name} />`;
-  if (question.kind === "report") return html`<${Report} t=${t} sound=${sound} text=${question.text} />`;
+  if (question.kind === "import")
+    return html`<${ImportDialog} t=${t} sound=${sound} given=${question.given} />`;
+  if (question.kind === "export") return html`<${ExportDialog} t=${t} sound=${sound} />`;
   return html`<${RestartQuestion} t=${t} sound=${sound} session=${session} question=${question} />`;
 }

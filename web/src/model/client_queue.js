@@ -30,6 +30,7 @@
  * @property {number} firstStatusAt
  * @property {number} turn counts the looks
  * @property {number} nextLookAt
+ * @property {number} plannedLookAt when it was due before actions put it off
  * @property {number} failures network failures in a row
  * @property {number} nextId for the page's own looks, below 0
  *
@@ -59,6 +60,8 @@ const meterLookMs = 125;
 const restFactor = 5;
 export const waitingMs = 1000;
 const retryMs = 200;
+/** A look that is this late goes ahead of what the person does: a drag may send without a pause. */
+const overdueMs = 500;
 const goneLookMs = 2000;
 const failuresUntilGone = 2;
 /** The page's own looks go round in this order; with the meters in view, devices are looked at more often. */
@@ -91,6 +94,7 @@ export function newQueue(time, hasToken = true) {
     firstStatusAt: 0,
     turn: 0,
     nextLookAt: time,
+    plannedLookAt: time,
     failures: 0,
     nextId: -1,
   };
@@ -195,7 +199,7 @@ function endLink(queue, state, time) {
  */
 function beginLooks(queue, time) {
   const looks = { status: 0, devices: 0, equalizer: 0 };
-  return { ...queue, looks, turn: 0, nextLookAt: time };
+  return { ...queue, looks, turn: 0, nextLookAt: time, plannedLookAt: time };
 }
 
 /**
@@ -224,14 +228,16 @@ function takeAnswer(queue, { id, status, error }, time) {
     if (look === "status" && next.looks.status === 0) next.firstStatusAt = time;
     const wasComplete = firstLooksAreComplete(next);
     next.looks = { ...next.looks, [look]: next.looks[look] + 1 };
-    if (wasComplete) ++next.turn;
+    // A look that an action asked for is as good as the page's own, but takes no other look's turn.
+    if (wasComplete && look === nextLook(queue)) ++next.turn;
   }
   next.begun ||= firstLooksAreComplete(next);
   next = withLink(next, next.begun ? "answering" : "first", time);
   // A change does not put the looks off for longer than its own answer asks for: a slider may be dragged for long. A
   // slow answer is no measure of the service's load.
   const restUntil = flight.sentAt + restFactor * (time - flight.sentAt);
-  if (look !== undefined) next.nextLookAt = dueAfter(next, flight.sentAt, time);
+  const isOwnLook = look !== undefined && (id < 0 || !firstLooksAreComplete(queue));
+  if (isOwnLook) next.nextLookAt = next.plannedLookAt = dueAfter(next, flight.sentAt, time);
   else if (!flight.request.slow) next.nextLookAt = Math.max(next.nextLookAt, restUntil);
   return [next, effects];
 }
@@ -307,9 +313,11 @@ function go(queue, time) {
     return [queue, [{ type: "wake", at: waitsAt }]];
   }
   const [request, ...waiting] = queue.waiting;
-  if (request !== undefined) return send({ ...queue, waiting }, request, time);
+  const isOverdue = !queue.hidden && queue.begun && time >= queue.plannedLookAt + overdueMs;
+  if (request !== undefined && !isOverdue) return send({ ...queue, waiting }, request, time);
   if (queue.hidden) return [queue, []];
-  if (time < queue.nextLookAt) return [queue, [{ type: "wake", at: queue.nextLookAt }]];
+  if (request === undefined && time < queue.nextLookAt)
+    return [queue, [{ type: "wake", at: queue.nextLookAt }]];
   const look = nextLook(queue);
   const own = { id: queue.nextId, method: /** @type {const} */ ("GET"), path: paths[look], look };
   return send({ ...queue, nextId: queue.nextId - 1 }, own, time);

@@ -191,12 +191,9 @@ export function peakOf(setting, rate) {
   const { frequencies, powers } = samples;
   let best = highestOf(samples);
   for (const index of summits(powers, best.power)) {
-    const point = climb(
-      bands,
-      rate,
-      frequencies[index - 1] ?? frequencies[index],
-      frequencies[index + 1] ?? frequencies[index],
-    );
+    const from = frequencies[Math.max(0, index - 1)];
+    const to = frequencies[Math.min(frequencies.length - 1, index + 1)];
+    const point = climb(bands, rate, from, to);
     if (point.power > best.power) best = point;
   }
   return { db: 10 * Math.log10(best.power), frequency: best.frequency };
@@ -243,11 +240,11 @@ function samplesOf(bands, rate) {
   const last = Math.min(highest, (rate / 2) * (1 - 1e-9));
   const isWithin = (/** @type {number} */ frequency) => frequency >= lowest && frequency <= last;
   const around = bands.flatMap((band) => resonanceFrequencies(band, rate));
-  return samplesAt(
-    Float64Array.from([...evenFrequencies, ...around, last].filter(isWithin)).sort(),
-    bands,
-    rate,
-  );
+  const all = Float64Array.from([...evenFrequencies, ...around, last].filter(isWithin)).sort();
+  // Samples at the same place, but for rounding, would hide a summit next to them.
+  const isNew = (/** @type {number} */ frequency, /** @type {number} */ i) =>
+    i === 0 || frequency > all[i - 1] * (1 + 1e-12);
+  return samplesAt(all.filter(isNew), bands, rate);
 }
 
 /**
@@ -287,15 +284,16 @@ function highestOf({ frequencies, powers }) {
 /**
  * @param {Float64Array} powers
  * @param {number} best the highest of them
- * @returns {number[]} the samples next to which the sum may be higher than `best`: above their neighbours, by more than
- *   rounding makes of a flat part, and within 3 dB of `best`
+ * @returns {number[]} the samples next to which the sum may be higher than `best`: not below their neighbours, within
+ *   3 dB of `best`, and above the last dip by more than rounding makes of a flat part
  */
 function summits(powers, best) {
   const found = [];
+  let dip = 0;
   for (let i = 0; i < powers.length; i++) {
-    const before = (powers[i - 1] ?? 0) * (1 + 1e-9);
-    const after = powers[i + 1] ?? 0;
-    if (powers[i] > best / 2 && powers[i] > before && powers[i] >= after) found.push(i);
+    const isSummit = powers[i] > dip * (1 + 1e-9) && powers[i] >= (powers[i + 1] ?? 0);
+    if (isSummit && powers[i] > best / 2) found.push(i);
+    dip = isSummit ? powers[i] : Math.min(dip, powers[i]);
   }
   return found;
 }
@@ -310,7 +308,7 @@ function summits(powers, best) {
 function climb(bands, rate, from, to) {
   const steps = 16;
   let point = { power: 0, frequency: from };
-  for (let round = 0, low = from, high = to; round < 3; round++) {
+  for (let round = 0, low = from, high = to; round < 2; round++) {
     const step = (high - low) / steps;
     const frequencies = Float64Array.from({ length: steps + 1 }, (_, i) => low + i * step);
     point = highestOf(samplesAt(frequencies, bands, rate));
@@ -331,9 +329,7 @@ function climb(bands, rate, from, to) {
  * @returns {12 | 18 | 24 | 30} decibels; 30 also where something is beyond
  */
 export function axisRange(setting, { sum, bands }) {
-  const gains = setting.bands.map((band) =>
-    isBandUsed(band) && usesGain(band) ? Math.abs(band.gain_db) : 0,
-  );
+  const gains = setting.bands.map((band) => (usesGain(band) ? Math.abs(band.gain_db) : 0));
   const bounded = bands.filter((_, index) => usesGain(setting.bands[index]));
   let reach = Math.max(...gains);
   for (let i = 0; i < sum.length; i++) {

@@ -12,19 +12,6 @@
 
 export const bandCount = 15;
 
-/** The names of the band types in the language tables, by number. */
-export const bandTypes = [
-  "peaking",
-  "lowShelf",
-  "highShelf",
-  "lowPass",
-  "highPass",
-  "bandPass",
-  "bandPassSkirt",
-  "notch",
-  "allPass",
-];
-
 export const bandRanges = {
   freq_hz: { minimum: 20, maximum: 20000 },
   gain_db: { minimum: -30, maximum: 30 },
@@ -217,15 +204,6 @@ export const digits = (value) => String(Number(value.toPrecision(6)));
 
 /** @param {number} value */
 export const hertzField = (value) => `${digits(value)} Hz`;
-
-/**
- * @param {number} value
- * @returns {string} two digits, such as "88" or "1.7k", where there is room for no more
- */
-export function shortHertz(value) {
-  const rounded = Number(value.toPrecision(2));
-  return rounded < 1000 ? String(rounded) : `${rounded / 1000}k`;
-}
 
 /** @param {number} value */
 export const decibelField = (value) => `${value > 0 ? "+" : ""}${digits(value)} dB`;

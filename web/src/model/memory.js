@@ -15,6 +15,8 @@ import { flagOf, listOf, numberOf, objectOf, textOf } from "./read.js";
 const storageKey = "velmora.memory";
 const version = 1;
 const mostDevices = 64;
+const mostTrims = 200;
+const trimRange = { minimum: -60, maximum: 20 };
 
 /** @returns {Kept} */
 export function emptyMemory() {
@@ -29,6 +31,7 @@ export function emptyMemory() {
     preset: null,
     unsent: null,
     matching: null,
+    trims: [],
   };
 }
 
@@ -128,6 +131,26 @@ function readSettings(value) {
   };
 }
 
+/** @param {number} trim */
+const isTrim = (trim) => trim >= trimRange.minimum && trim <= trimRange.maximum;
+
+/**
+ * @param {unknown} value
+ * @returns {Kept["trims"]}
+ */
+function readTrims(value) {
+  /** @type {Map<string, number>} */
+  const trims = new Map();
+  for (const pair of listOf(value)) {
+    const [preset, trim] = listOf(pair);
+    if (typeof preset !== "string" || preset === "" || typeof trim !== "number" || !isTrim(trim)) continue;
+    // The later one is the newer one, and the newer ones are kept.
+    trims.delete(preset);
+    trims.set(preset, trim);
+  }
+  return [...trims].slice(-mostTrims);
+}
+
 /**
  * @param {string | null} text
  * @returns {Kept} the empty memory where the text is of another version or no memory; a bad member is left out
@@ -155,6 +178,7 @@ export function parseMemory(text) {
     preset: readPreset(value.preset),
     unsent: readEqualizer(value.unsent),
     matching: readMatching(value.matching),
+    trims: readTrims(value.trims),
   };
 }
 
@@ -294,6 +318,32 @@ export function rememberSettings(kept, footstep, equalizer, presetChanged = fals
   const { name: preset = "", starter = false } = kept.preset ?? {};
   const lastSettings = { footstep: settings, equalizer, preset, ...(starter && { starter }), presetChanged };
   return { ...kept, lastSettings, lastStrength };
+}
+
+// ---- the output trim of presets ----
+
+/**
+ * The output trim that was set when a preset was saved. A preset file has no place for it.
+ *
+ * @param {Kept} kept
+ * @param {string} preset
+ * @returns {number | undefined} decibels
+ */
+export const trimOf = ({ trims }, preset) => trims.find(([name]) => name === preset)?.[1];
+
+/**
+ * @param {Kept} kept
+ * @param {string} preset
+ * @param {number | undefined} trim decibels; undefined: it is not known, and any earlier one is forgotten
+ * @returns {Kept} the same object where nothing changed
+ */
+export function rememberTrim(kept, preset, trim) {
+  const isKnown = trim !== undefined && isTrim(trim);
+  if (trimOf(kept, preset) === (isKnown ? trim : undefined)) return kept;
+  const others = kept.trims.filter(([name]) => name !== preset);
+  /** @type {Kept["trims"]} */
+  const trims = isKnown ? [...others, [preset, trim]] : others;
+  return { ...kept, trims: trims.slice(-mostTrims) };
 }
 
 /**

@@ -7,12 +7,21 @@ import { knownServiceTexts } from "./service_texts.js";
  * @typedef {import("./facts.js").Facts} Facts
  */
 
-/** Results of Windows that have words, by number: a Win32 error as it is, others by their HRESULT. */
-const knownResults = new Set([
-  2, 3, 5, 8, 14, 87, 126, 127, 193, 577, 1016, 1051, 1052, 1053, 1055, 1056, 1058, 1060, 1061, 1062, 1067,
-  1068, 1072, 1075, 1115, 1168, 1722, 1804, 0x80004001, 0x80004002, 0x80004005, 0x8000000a, 0x80040154,
-  0x8000ffff, 0x88890003, 0x88890004, 0x88890008, 0x8889000a, 0x88890010,
+/**
+ * Results of Windows that have words, by number: a Win32 error as it is, others by their HRESULT. docs/api.md says where
+ * each can come from.
+ */
+export const resultCodes = Object.freeze([
+  2, 3, 4, 5, 6, 8, 14, 18, 19, 24, 29, 31, 87, 112, 123, 126, 127, 170, 183, 193, 206, 234, 267, 299, 577,
+  1016, 1018, 1051, 1052, 1053, 1054, 1055, 1056, 1058, 1059, 1060, 1061, 1062, 1065, 1067, 1068, 1069, 1072,
+  1075, 1115, 1168, 1450, 1630, 1722, 1726, 1804, 1921, 12002, 12004, 12005, 12006, 12007, 12029, 12030,
+  12150, 12152, 12156, 12157, 12175, 12182, 0x80004001, 0x80004002, 0x80004003, 0x80004004, 0x80004005,
+  0x8000000a, 0x8000ffff, 0x80040110, 0x80040154, 0x800401f0, 0x80010108, 0x88890001, 0x88890002, 0x88890003,
+  0x88890004, 0x88890008, 0x8889000a, 0x8889000f, 0x88890010, 0x88890017, 0x88890018, 0x88890026, 0x887d0001,
+  0x887d0002, 0x887d0003, 0x887d0004, 0x887d0005, 0x887d0006, 0x887d0007, 0x887d0008, 0x887d0009, 0x887d000a,
+  0x887d000b, 0x887d000c, 0x887d000d, 0x887d000e,
 ]);
+const knownResults = new Set(resultCodes);
 const win32Results = 0x8007;
 
 /**
@@ -24,18 +33,33 @@ export function hexResult(code) {
 }
 
 /**
+ * @param {number} code signed or unsigned
+ * @returns {number} the Win32 error where the status carries one, else the HRESULT, unsigned
+ */
+function resultNumber(code) {
+  const unsigned = code >>> 0;
+  return unsigned >>> 16 === win32Results ? unsigned & 0xffff : unsigned;
+}
+
+/**
+ * @param {number} code a status of Windows, signed or unsigned
+ * @returns {boolean} whether it has words of its own
+ */
+export const isKnownResult = (code) => code === 0 || knownResults.has(resultNumber(code));
+
+/**
  * The words for a status of Windows.
  *
  * @param {number} code signed or unsigned
  * @returns {Sentence} with the values `code`, the number that people look up, and `hex`
  */
 export function resultSentence(code) {
-  const unsigned = code >>> 0;
-  const plain = unsigned >>> 16 === win32Results ? unsigned & 0xffff : unsigned;
-  const values = { code: plain < 0x10000 ? String(plain) : hexResult(code), hex: hexResult(code) };
-  if (unsigned === 0) return { key: "result.0", values };
-  if (!knownResults.has(plain)) return { key: "result.unknown", values };
-  return { key: plain < 0x10000 ? `result.${plain}` : `result.${hexResult(code)}`, values };
+  const number = resultNumber(code);
+  const isWin32 = number < 0x10000;
+  const values = { code: String(isWin32 ? number : code | 0), hex: hexResult(code) };
+  if (code === 0) return { key: "result.0", values };
+  if (!isKnownResult(code)) return { key: "result.unknown", values };
+  return { key: isWin32 ? `result.${number}` : `result.${hexResult(code)}`, values };
 }
 
 /**
@@ -63,7 +87,7 @@ const failed = (result) => result !== undefined && result < 0 && result !== pend
 
 /** Stages in which the effect negotiates a format. */
 const negotiations = [9, 10];
-const unsupportedFormat = 0x88890008 | 0;
+const unsupportedFormats = [0x88890008 | 0, 0x887d0003 | 0];
 
 /**
  * Why sound on the chosen device does not go through the effect as set.
@@ -84,7 +108,8 @@ export function failureOf({ engine, effect, moved, chosen }, { differs, still })
   if (engine.algorithmLoaded === false && enhances) return because("algorithmNotLoaded", undefined);
   if (failed(effect.initializeResult)) return because("initialize", effect.initializeResult);
   if (failed(effect.lockResult) && moved === false) {
-    const isFormat = effect.lockResult === unsupportedFormat || negotiations.includes(effect.lockStage ?? 0);
+    const isFormat =
+      unsupportedFormats.includes(effect.lockResult ?? 0) || negotiations.includes(effect.lockStage ?? 0);
     return because(isFormat ? "format" : "lock", effect.lockResult);
   }
   if (effect.algorithmError !== undefined && effect.algorithmError !== 0) {

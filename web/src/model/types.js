@@ -97,6 +97,7 @@
  * @property {PresetRef | null} preset the chosen one
  * @property {EqualizerDocument | null} unsent an equalizer setting that the page showed and could not send
  * @property {Matching | null} matching
+ * @property {[preset: string, trim: number][]} trims the output trim, in decibels, that was set when a preset was saved
  *
  * @typedef {object} EngineMark
  * @property {number} processId 0: no engine ran, or it was unknown

@@ -2,15 +2,18 @@
 import { createAccount } from "../app/account_actions.js";
 import { createAdvanced } from "../app/advanced_actions.js";
 import { createCaptures } from "../app/capture_actions.js";
+import { createDiagnostics } from "../app/diagnostics_actions.js";
+import { createReport } from "../app/report_actions.js";
 import { createSession } from "../app/session.js";
 import { AccountCard } from "../components/account_card.js";
 import { CaptureCard } from "../components/capture_card.js";
 import { DiagnosticsCard } from "../components/diagnostics_card.js";
-import { Frame } from "../components/frame.js";
+import { Frame, nameDocument } from "../components/frame.js";
 import { Message } from "../components/message.js";
 import { ProcessingCard } from "../components/processing_card.js";
+import { ReportDialog } from "../components/report_dialog.js";
 import { VerdictCard } from "../components/verdict_card.js";
-import { languageTag, say } from "../texts/index.js";
+import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
 
 /** @typedef {import("../model/types.js").Sentence} Sentence */
@@ -21,6 +24,8 @@ export function openAdvancedPage() {
   const advanced = createAdvanced(session);
   const captures = createCaptures(session);
   const account = createAccount(session);
+  const diagnostics = createDiagnostics(session);
+  const report = createReport(session);
   const root = document.documentElement;
 
   function draw() {
@@ -28,9 +33,8 @@ export function openAdvancedPage() {
     const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
     const tell = (/** @type {Sentence} */ { key, values }) => t(key, values);
     const verdict = session.judge();
-    root.lang = languageTag(language);
-    document.title = `${t("header.advanced")} – ${t("page.title")}`;
-    const { message, seen } = session.state;
+    nameDocument(language, `${t("header.advanced")} – ${t("page.title")}`);
+    const { message } = session.state;
     const isReached = verdict.controls !== "hidden";
     const isWaiting = session.client.link().state === "waiting";
     const content = html`<${Frame}
@@ -66,10 +70,11 @@ export function openAdvancedPage() {
         html`<div class="cards ${isWaiting ? "stale" : ""}">
           <${ProcessingCard} t=${t} advanced=${advanced} />
           <${CaptureCard} t=${t} captures=${captures} />
-          <${DiagnosticsCard} t=${t} advanced=${advanced} status=${seen.now} />
+          <${DiagnosticsCard} say=${tell} t=${t} diagnostics=${diagnostics} report=${report} />
           <${AccountCard} t=${t} say=${tell} account=${account} />
         </div>`
       }
+      <${ReportDialog} t=${t} report=${report} />
     <//>`;
     render(content, document.body);
   }

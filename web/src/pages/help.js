@@ -1,7 +1,7 @@
 // Help: what the words on the pages mean, and what to do when something is refused. It asks the service for nothing.
 import { createReader, sessionToken } from "../app/session.js";
-import { Frame } from "../components/frame.js";
-import { languageTag, say } from "../texts/index.js";
+import { Frame, nameDocument } from "../components/frame.js";
+import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
 
 /** The entries of the page in their order; the texts are `help.NAME` and `help.NAME.text`. */
@@ -27,13 +27,11 @@ const entries = [
 /** Draws the page. */
 export function openHelpPage() {
   const reader = createReader();
-  const root = document.documentElement;
 
   function draw() {
     const language = reader.language();
     const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
-    root.lang = languageTag(language);
-    document.title = `${t("header.help")} – ${t("page.title")}`;
+    nameDocument(language, `${t("header.help")} – ${t("page.title")}`);
     const content = html`<${Frame}
       t=${t}
       page="help"

@@ -1,18 +1,22 @@
 // The first screen: is it on, do I hear it, what next.
+import { createReport } from "../app/report_actions.js";
 import { createSession } from "../app/session.js";
 import { createSound } from "../app/sound_actions.js";
 import { ControlCard } from "../components/control_card.js";
 import { DeviceSelect, DevicesCard } from "../components/devices_card.js";
 import { EqualizerCard } from "../components/equalizer_card.js";
-import { Frame, pageAddress } from "../components/frame.js";
+import { Frame, nameDocument, pageAddress } from "../components/frame.js";
 import { Message } from "../components/message.js";
+import { PresetQuestions } from "../components/preset_questions.js";
 import { Questions } from "../components/questions.js";
+import { ReportDialog } from "../components/report_dialog.js";
 import { VerdictCard } from "../components/verdict_card.js";
 import { devicesFacts } from "../model/facts.js";
 import { plainName } from "../model/format.js";
 import { settingsToOffer } from "../model/memory.js";
+import { shownName } from "../model/presets.js";
 import { flagOf, objectOf } from "../model/read.js";
-import { languageTag, say } from "../texts/index.js";
+import { say } from "../texts/index.js";
 import { html, render } from "../view.js";
 
 /**
@@ -20,6 +24,7 @@ import { html, render } from "../view.js";
  * @typedef {import("../model/types.js").LastSettings} LastSettings
  * @typedef {import("../app/session.js").Session} Session
  * @typedef {import("../app/sound_actions.js").Sound} Sound
+ * @typedef {import("../app/report_actions.js").Report} Report
  */
 
 /**
@@ -28,9 +33,10 @@ import { html, render } from "../view.js";
  *
  * @param {Session} session
  * @param {Sound} sound
+ * @param {Report} report
  * @param {Button} button
  */
-function press(session, sound, { id, values }) {
+function press(session, sound, report, { id, values }) {
   const endpointId = String(values.endpointId ?? sound.chosenDevice());
   const name = deviceName(session, endpointId);
   const strength = Number(values.strength);
@@ -48,7 +54,7 @@ function press(session, sound, { id, values }) {
     stopBypassing: () => sound.hearOriginal(false),
     backToVelmora: () => sound.hearOriginal(false),
     setStrength: () => sound.setStrength(strength),
-    copyReport: sound.copyReport,
+    copyReport: report.open,
     useDevice: () => sound.choose("device", endpointId),
     openHelp: () => location.assign(`${pageAddress("/help.html", session.token)}#refused`),
   };
@@ -87,14 +93,31 @@ function offerKey({ footstep, equalizer, preset }) {
  * @returns {string | import("../model/types.js").Sentence}
  */
 function presetName({ preset, starter, presetChanged }) {
-  const name = starter ? { key: `starter.${preset}`, values: {} } : preset;
-  return presetChanged ? { key: "equalizer.presetChanged", values: { name } } : name;
+  const name = starter ? { key: `starter.${preset}`, values: {} } : shownName(preset);
+  return presetChanged ? { key: "preset.changed", values: { name } } : name;
+}
+
+/**
+ * @param {{t: import("../view.js").Translate, message: import("../app/session.js").Message}} props
+ */
+function SessionMessage({ t, message: { tone, sentence, action } }) {
+  const text = t(sentence.key, sentence.values);
+  if (action === undefined) return html`<${Message} tone=${tone} text=${text} />`;
+  const press = () => {
+    // The button goes with its message.
+    document.getElementById("preset")?.focus();
+    action.press();
+  };
+  return html`<${Message} tone=${tone} text=${text}>
+    <button type="button" class="button" onClick=${press}>${t(action.key)}</button>
+  <//>`;
 }
 
 /** Draws the page and keeps it up to date. */
 export function openSoundPage() {
   const session = createSession(draw);
   const sound = createSound(session);
+  const report = createReport(session);
   const root = document.documentElement;
 
   function draw() {
@@ -103,8 +126,7 @@ export function openSoundPage() {
     const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
       t(key, values);
     const verdict = session.judge();
-    root.lang = languageTag(language);
-    document.title = t("page.title");
+    nameDocument(language, t("page.title"));
     const { state, client } = session;
     const { controls } = verdict;
     const settings =
@@ -130,13 +152,13 @@ export function openSoundPage() {
         protectedText=${t("evidence.protected", { value: t(protectedValue) })}
         evidenceIsOpen=${sound.view.evidenceIsOpen}
         onUnfold=${(/** @type {boolean} */ open) => sound.unfold("evidenceIsOpen", open)}
-        onButton=${(/** @type {Button} */ button) => press(session, sound, button)}
+        onButton=${(/** @type {Button} */ button) => press(session, sound, report, button)}
       />
       <div class="messages" role="status">
         ${
           state.message !== null &&
           controls !== "hidden" &&
-          html`<${Message} tone=${state.message.tone} text=${tell(state.message.sentence)} />`
+          html`<${SessionMessage} t=${t} message=${state.message} />`
         }
       </div>
       ${
@@ -154,7 +176,7 @@ export function openSoundPage() {
         </div>`
       }
       ${
-        controls !== "hidden" &&
+        (controls !== "hidden" || sound.equalizer.isHeld()) &&
         html`<fieldset
           class="cards ${controls === "dimmed" && client.link().state === "waiting" ? "stale" : ""}"
           disabled=${isUnderWay}
@@ -166,11 +188,13 @@ export function openSoundPage() {
       }
       ${!state.isKept && controls !== "hidden" && html`<p class="muted">${t("page.notKept")}</p>`}
       <${Questions} t=${t} sound=${sound} session=${session} />
+      <${PresetQuestions} t=${t} presets=${sound.presets} />
+      <${ReportDialog} t=${t} report=${report} />
     <//>`;
     render(content, document.body);
   }
 
   draw();
   session.start();
-  if (session.token !== "") sound.listPresets();
+  if (session.token !== "") sound.presets.start();
 }
