@@ -108,6 +108,10 @@ test("a search finds words and API names in both languages, and Escape ends it",
   await page.getByText("1 of 106 values").waitFor();
   await search.fill("lock_input");
   await poll("the format", async () => ((await rows.count()) === 5 ? true : undefined));
+  await page.locator("#diagnostics-formats > summary").click();
+  await poll("the folded group", async () => ((await rows.count()) === 0 ? true : undefined));
+  await search.fill("lock_output");
+  await poll("what the next search finds", async () => ((await rows.count()) === 5 ? true : undefined));
   await search.fill("nothing has this");
   await page.getByText("No value matches. Press Escape to see all.").waitFor();
   await search.press("Escape");

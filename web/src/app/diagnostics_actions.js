@@ -26,6 +26,8 @@ export function createDiagnostics(session) {
     query: "",
     /** The groups that are unfolded while nothing is searched. */
     openGroups: new Set(group === null ? [] : [group]),
+    /** The groups that were folded while the present search shows what it has found. */
+    foldedGroups: /** @type {Set<string>} */ (new Set()),
     marks: noMarks,
     markedSince: 0,
   };
@@ -42,7 +44,8 @@ export function createDiagnostics(session) {
     const asked = linked(location.hash);
     if (!asked.isOpen) return;
     unfold(true);
-    if (asked.group !== null) unfoldGroup(asked.group, true);
+    if (asked.group !== null) view.openGroups.add(asked.group);
+    session.changed();
   });
 
   /** @param {boolean} open */
@@ -53,13 +56,15 @@ export function createDiagnostics(session) {
     session.changed();
   }
 
-  /**
-   * @param {string} id
-   * @param {boolean} open
-   */
-  function unfoldGroup(id, open) {
-    if (view.openGroups.has(id) === open) return;
-    view.openGroups = new Set([...view.openGroups].filter((one) => one !== id).concat(open ? [id] : []));
+  const isSearching = () => view.query.trim() !== "";
+
+  /** @param {string} id */
+  const groupIsOpen = (id) => (isSearching() ? !view.foldedGroups.has(id) : view.openGroups.has(id));
+
+  /** @param {string} id */
+  function toggleGroup(id) {
+    const set = isSearching() ? view.foldedGroups : view.openGroups;
+    if (!set.delete(id)) set.add(id);
     session.changed();
   }
 
@@ -77,7 +82,9 @@ export function createDiagnostics(session) {
     groups: () => diagnosticsGroups(state.seen.now),
     status: () => state.seen.now,
     unfold,
-    unfoldGroup,
+    isSearching,
+    groupIsOpen,
+    toggleGroup,
     /** @param {string[]} ids empty: all are folded */
     unfoldAll(ids) {
       view.openGroups = new Set(ids);
@@ -86,6 +93,7 @@ export function createDiagnostics(session) {
     /** @param {string} query */
     search(query) {
       view.query = query;
+      view.foldedGroups.clear();
       session.changed();
     },
     markFromNow,

@@ -18,6 +18,7 @@ import {
 } from "../model/presets.js";
 import { objectOf } from "../model/read.js";
 import { serviceSentence } from "../model/reasons.js";
+import { renameTies } from "../model/ties.js";
 import { languageTag, say } from "../texts/index.js";
 
 /**
@@ -403,7 +404,7 @@ export function createPresets(session, equalizer) {
   function followRename(from, to) {
     if (from === to) return;
     const trim = trimOf(state.kept, from);
-    session.keep(rememberTrim(rememberTrim(state.kept, from, undefined), to, trim));
+    session.keep(renameTies(rememberTrim(rememberTrim(state.kept, from, undefined), to, trim), from, to));
     const preset = equalizer.preset();
     if (preset !== null && isOwn(preset, from)) equalizer.setPreset({ ...preset, name: to });
   }

@@ -4,6 +4,7 @@ import { markEngine, rememberAction } from "../model/memory.js";
 import { holdPeak, noPeak } from "../model/peak_hold.js";
 import { flagOf, numberOf, objectOf, textOf } from "../model/read.js";
 import { usualStrength } from "../model/verdict.js";
+import { createDevicePresets } from "./device_presets.js";
 import { createEqualizer } from "./equalizer_actions.js";
 import { createPresets } from "./preset_actions.js";
 
@@ -114,6 +115,7 @@ export function createSound(session) {
   const footstep = () => overlays.footstep.value ?? publishedFootstep(state.seen.now);
   const equalizer = createEqualizer(session, footstep);
   const presets = createPresets(session, equalizer);
+  const devicePresets = createDevicePresets(session, equalizer, presets);
 
   function sound() {
     const { available, volume, muted } = objectOf(objectOf(state.seen.now).render);
@@ -319,6 +321,7 @@ export function createSound(session) {
     footstep,
     equalizer,
     presets,
+    devicePresets,
     sound,
     chosenDevice,
     chosenMicrophone: () =>

@@ -62,20 +62,14 @@ function GroupPart({ say, t, diagnostics, group, rows, isOpen }) {
   const { marks } = diagnostics.view;
   const changed = rows.filter((row) => markOf(marks, row) !== null).length;
   const id = `diagnostics-${group.id}`;
-  const details = useRef(/** @type {HTMLDetailsElement | null} */ (null));
-  // The browser unfolds by itself at a click; a search decides for the time that it lasts.
-  useLayoutEffect(() => {
-    if (details.current !== null && details.current.open !== isOpen) details.current.open = isOpen;
-  });
-  return html`<details
-    ref=${details}
-    class="group"
-    id=${id}
-    onToggle=${(/** @type {{currentTarget: HTMLDetailsElement}} */ { currentTarget: { open } }) => {
-      if (open !== isOpen) diagnostics.unfoldGroup(group.id, open);
-    }}
-  >
-    <summary>
+  return html`<details class="group" id=${id} open=${isOpen}>
+    <summary
+      onClick=${(/** @type {Event} */ event) => {
+        // The page folds and unfolds: the browser would do so ahead of a drawing that is under way.
+        event.preventDefault();
+        diagnostics.toggleGroup(group.id);
+      }}
+    >
       <h3 id=${`${id}-title`}>${t(`diagnostics.group.${group.id}`)}</h3>
       <span class="muted number">${rows.length}</span>
       ${
@@ -123,7 +117,7 @@ function Search({ t, diagnostics, found, all }) {
   useLayoutEffect(() => {
     if (input.current !== null && input.current.value !== query) input.current.value = query;
   });
-  const isSearching = query.trim() !== "";
+  const isSearching = diagnostics.isSearching();
   return html`<div class="row search">
     <label class="labelled">
       <span>${t("diagnostics.search")}</span>
@@ -166,7 +160,7 @@ function Search({ t, diagnostics, found, all }) {
 function Contents({ say, t, diagnostics, report }) {
   const { query, openGroups, markedSince } = diagnostics.view;
   const groups = diagnostics.groups();
-  const isSearching = query.trim() !== "";
+  const isSearching = diagnostics.isSearching();
   const parts = groups.map((group) => ({ group, rows: foundRows(say, t, group, query) }));
   const shown = parts.filter(({ rows }) => rows.length > 0);
   const count = (/** @type {{rows: Row[]}[]} */ all) => all.reduce((sum, { rows }) => sum + rows.length, 0);
@@ -200,7 +194,7 @@ function Contents({ say, t, diagnostics, report }) {
           diagnostics=${diagnostics}
           group=${group}
           rows=${rows}
-          isOpen=${isSearching || openGroups.has(group.id)}
+          isOpen=${diagnostics.groupIsOpen(group.id)}
         />`,
     )}`;
 }

@@ -5,7 +5,7 @@ import { BandFields } from "./band_fields.js";
 import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
 import { Curve, CurveHints } from "./curve.js";
-import { PresetBar } from "./preset_bar.js";
+import { DeviceOffer, PresetBar } from "./preset_bar.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -62,6 +62,7 @@ export function EqualizerCard({ t, sound }) {
       setting !== undefined &&
       html`
         <${UnsentOffer} t=${t} equalizer=${equalizer} />
+        <${DeviceOffer} t=${t} sound=${sound} />
         <${MatchingNote} t=${t} equalizer=${equalizer} />
         <${Curve} t=${t} equalizer=${equalizer} />
         <${BandFields} t=${t} equalizer=${equalizer} />

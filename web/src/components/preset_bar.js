@@ -70,7 +70,7 @@ function PresetSelect({ t, sound }) {
 /**
  * Buttons behind a button. It closes by Escape, by a click elsewhere, and when the focus goes elsewhere.
  *
- * @param {{t: Translate, items: {key: string, press: () => void, isOff: boolean}[], disabled: boolean}} props
+ * @param {{t: Translate, items: {key: string, values?: Record<string, unknown>, press: () => void, isOff: boolean}[], disabled: boolean}} props
  */
 function More({ t, items, disabled }) {
   const [isOpen, setOpen] = useState(false);
@@ -119,7 +119,7 @@ function More({ t, items, disabled }) {
     </button>
     <div id="preset-more" class="more-items" hidden=${!isOpen}>
       ${items.map(
-        ({ key, press, isOff }) =>
+        ({ key, values, press, isOff }) =>
           html`<button
             key=${key}
             type="button"
@@ -130,7 +130,7 @@ function More({ t, items, disabled }) {
               press();
             }}
           >
-            ${t(key)}
+            ${t(key, values)}
           </button>`,
       )}
     </div>
@@ -139,8 +139,9 @@ function More({ t, items, disabled }) {
 
 /** @param {{t: Translate, sound: Sound}} props */
 export function PresetBar({ t, sound }) {
-  const { presets, equalizer } = sound;
+  const { presets, equalizer, devicePresets } = sound;
   const chosen = equalizer.preset();
+  const tied = devicePresets.tied();
   const isOwn = chosen !== null && !chosen.starter;
   const isUnknown = equalizer.setting() === undefined;
   const items = [
@@ -149,6 +150,17 @@ export function PresetBar({ t, sound }) {
     { key: "preset.revert", press: presets.revert, isOff: chosen === null },
     { key: "preset.delete", press: presets.delete, isOff: !isOwn },
     { key: "preset.reset", press: equalizer.reset, isOff: false },
+    {
+      key: tied?.isTied ? "tie.remove" : "tie.add",
+      values: { device: tied?.device ?? t("tie.thisDevice") },
+      press: devicePresets.toggle,
+      isOff: tied === null,
+    },
+    {
+      key: devicePresets.offers() ? "tie.stopOffering" : "tie.startOffering",
+      press: devicePresets.toggleOffers,
+      isOff: false,
+    },
     { key: "export.open", press: () => sound.ask({ kind: "export" }), isOff: false },
   ];
   return html`<div class="preset-bar">
@@ -157,5 +169,24 @@ export function PresetBar({ t, sound }) {
       ${t("preset.save")}
     </button>
     <${More} t=${t} items=${items} disabled=${isUnknown} />
+  </div>`;
+}
+
+/**
+ * Offers the preset that is tied to the device that has become the chosen one.
+ *
+ * @param {{t: Translate, sound: Sound}} props
+ */
+export function DeviceOffer({ t, sound: { devicePresets } }) {
+  const offer = devicePresets.offer();
+  if (offer === null) return null;
+  return html`<div class="row note" data-offer>
+    <span>${t("tie.offer", offer)}</span>
+    <button type="button" class="button" onClick=${() => devicePresets.answer(true)}>
+      ${t("tie.use", offer)}
+    </button>
+    <button type="button" class="button" onClick=${() => devicePresets.answer(false)}>
+      ${t("tie.notNow")}
+    </button>
   </div>`;
 }

@@ -3,6 +3,7 @@
 // something else is no failure: the page then knows less.
 import { devicesFacts, engineFacts } from "./facts.js";
 import { flagOf, listOf, numberOf, objectOf, textOf } from "./read.js";
+import { readTies } from "./ties.js";
 
 /**
  * @typedef {import("./types.js").Kept} Kept
@@ -31,6 +32,9 @@ export function emptyMemory() {
     preset: null,
     unsent: null,
     matching: null,
+    ties: [],
+    offersTies: true,
+    chosenDevice: null,
     trims: [],
   };
 }
@@ -178,6 +182,9 @@ export function parseMemory(text) {
     preset: readPreset(value.preset),
     unsent: readEqualizer(value.unsent),
     matching: readMatching(value.matching),
+    ties: readTies(value.ties),
+    offersTies: value.offersTies !== false,
+    chosenDevice: textOf(value.chosenDevice) ?? null,
     trims: readTrims(value.trims),
   };
 }

@@ -98,6 +98,15 @@
  * @property {EqualizerDocument | null} unsent an equalizer setting that the page showed and could not send
  * @property {Matching | null} matching
  * @property {[preset: string, trim: number][]} trims the output trim, in decibels, that was set when a preset was saved
+ * @property {Tie[]} ties the newest last
+ * @property {boolean} offersTies
+ * @property {string | null} chosenDevice the device that was the chosen one when a preset was last offered
+ *
+ * @typedef {object} Tie a preset that the person uses with a device
+ * @property {string} id of the device
+ * @property {string} device its name
+ * @property {string} preset
+ * @property {boolean} starter
  *
  * @typedef {object} EngineMark
  * @property {number} processId 0: no engine ran, or it was unknown

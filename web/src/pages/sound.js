@@ -194,6 +194,12 @@ export function openSoundPage() {
     render(content, document.body);
   }
 
+  // A file that misses the place for an import does not take the browser away from the page.
+  for (const type of /** @type {const} */ (["dragover", "drop"])) {
+    addEventListener(type, (event) => {
+      if (event.dataTransfer?.types.includes("Files")) event.preventDefault();
+    });
+  }
   draw();
   session.start();
   if (session.token !== "") sound.presets.start();
