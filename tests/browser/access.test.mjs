@@ -150,13 +150,14 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
     order.push(await focused());
     if (String(order.at(-1)).startsWith("Volume and devices")) break;
   }
-  assert.deepEqual(order.slice(0, 8), [
+  assert.deepEqual(order.slice(0, 9), [
     "Device",
     "Sound",
     "Advanced",
     "Help",
     "中文",
     "How do you know?",
+    "More about this (opens another tab)",
     "Add and restart audio",
     "Add, restart later",
   ]);

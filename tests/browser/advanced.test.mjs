@@ -132,17 +132,3 @@ test(
     assert.deepEqual(await changes(), []);
   },
 );
-
-test("help explains in both languages and asks the service for nothing", limits, async (t) => {
-  const { page, address, requests } = await openPage(t, { open: false });
-  await page.goto(`${address("/help.html")}#refused`);
-  await page.getByText("Windows refuses changes to a device").waitFor();
-  const entries = await page.locator(".help dt").count();
-  await page.getByRole("button", { name: "中文" }).click();
-  await page.getByText("Windows 拒绝修改设备").waitFor();
-  assert.equal(await page.locator(".help dt").count(), entries);
-  assert.equal(await page.locator("html").getAttribute("lang"), "zh-CN");
-  await page.reload();
-  await page.getByRole("link", { name: "声音" }).waitFor();
-  assert.deepEqual(requests, []);
-});

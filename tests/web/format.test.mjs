@@ -68,6 +68,20 @@ test("times", () => {
     languages.map((one) => format.duration(59, one)),
     ["0 min", "0 分钟"],
   );
+  assert.deepEqual(
+    languages.map((one) => format.dateTime(new Date(2026, 2, 4, 19, 4).getTime(), one)),
+    ["4 Mar 2026, 19:04", "2026年3月4日 19:04"],
+  );
+  for (const odd of [...notNumbers, 1e300]) assert.equal(format.dateTime(odd, "en"), "–");
+  const left = /** @type {[number, string][]} */ ([
+    [600_000, "10:00"],
+    [599_001, "10:00"],
+    [59_000, "0:59"],
+    [1, "0:01"],
+    [-5000, "0:00"],
+  ]);
+  for (const [ms, text] of left) assert.equal(format.countdown(ms), text);
+  assert.equal(format.countdown(Number.NaN), "–");
 });
 
 test("lists name four and count the others", () => {
@@ -137,12 +151,6 @@ test("a document may hold numbers that JSON has not", () => {
 
 test("a status as Windows writes it", () => {
   assert.deepEqual([-2147024891, 5, 0].map(hexResult), ["0x80070005", "0x00000005", "0x00000000"]);
-});
-
-test("date and time are local, in digits", () => {
-  assert.equal(format.dateAndTime(new Date(2026, 2, 4, 9, 5).getTime()), "2026-03-04 09:05");
-  assert.equal(format.dateAndTime(new Date(2026, 11, 31, 23, 59).getTime()), "2026-12-31 23:59");
-  for (const none of [undefined, null, NaN, 1e300]) assert.equal(format.dateAndTime(none), "–");
 });
 
 test("sizes are counted as Windows counts them", () => {

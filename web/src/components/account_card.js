@@ -1,12 +1,18 @@
 // The account, at the end of the Advanced page. Texts of the account service that no table has are shown as they come.
-import { html, useEffect, useRef } from "../view.js";
+import { html, useEffect, useLayoutEffect, useRef, useState } from "../view.js";
+import { Dialog } from "./controls.js";
 import { Message } from "./message.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
  * @typedef {import("../app/account_actions.js").Account} Account
  * @typedef {import("../app/account_actions.js").AccountFacts} AccountFacts
+ * @typedef {(sentence: import("../model/types.js").Sentence) => string} Say
  */
+
+/** An identifier that is longer is cut; its title has all of it. */
+const longestId = 16;
+const shownOfId = 8;
 
 /**
  * Takes what a form holds, and leaves no password in it.
@@ -16,19 +22,19 @@ import { Message } from "./message.js";
 const submits = (onSubmit) => (/** @type {SubmitEvent & {currentTarget: HTMLFormElement}} */ event) => {
   event.preventDefault();
   const fields = Object.fromEntries(new FormData(event.currentTarget));
-  for (const input of event.currentTarget.querySelectorAll("[type=password]")) {
+  for (const input of event.currentTarget.querySelectorAll("[data-password]")) {
     /** @type {HTMLInputElement} */ (input).value = "";
   }
   onSubmit(/** @type {Record<string, string>} */ (fields));
 };
 
-/** @param {{label: string, name: string, type?: string, autocomplete: string, required?: boolean}} props */
-function Field({ label, name, type = "text", autocomplete, required = true }) {
+/** @param {{label: string, name: string, autocomplete: string, required?: boolean}} props */
+function Field({ label, name, autocomplete, required = true }) {
   return html`<label>
     <span>${label}</span>
     <input
       class="field text"
-      type=${type}
+      type="text"
       name=${name}
       autocomplete=${autocomplete}
       autocapitalize="none"
@@ -38,33 +44,81 @@ function Field({ label, name, type = "text", autocomplete, required = true }) {
   </label>`;
 }
 
+/**
+ * A password, which can be looked at while it is written. It hides again when it is sent.
+ *
+ * @param {{label: string, show: string, autocomplete: string, refusals: number}} props refusals: of this form so far;
+ *   after one, the field has the focus
+ */
+function PasswordField({ label, show, autocomplete, refusals }) {
+  const [isShown, setIsShown] = useState(false);
+  const input = useRef(/** @type {HTMLInputElement | null} */ (null));
+  const before = useRef(refusals);
+  useEffect(() => {
+    if (before.current !== refusals) input.current?.focus();
+    before.current = refusals;
+  }, [refusals]);
+  useEffect(() => {
+    const form = input.current?.form;
+    const hide = () => setIsShown(false);
+    form?.addEventListener("submit", hide);
+    return () => form?.removeEventListener("submit", hide);
+  }, []);
+  return html`<label>
+      <span>${label}</span>
+      <input
+        ref=${input}
+        class="field text"
+        type=${isShown ? "text" : "password"}
+        data-password
+        name="password"
+        autocomplete=${autocomplete}
+        autocapitalize="none"
+        spellcheck=${false}
+        required
+      />
+    </label>
+    <label class="choice">
+      <input
+        type="checkbox"
+        checked=${isShown}
+        onChange=${(/** @type {{currentTarget: HTMLInputElement}} */ { currentTarget }) =>
+          setIsShown(currentTarget.checked)}
+      />
+      <span>${show}</span>
+    </label>`;
+}
+
 /** @param {{t: Translate, account: Account}} props */
 function SignedOut({ t, account }) {
+  const { refusal, isAsking } = account.view;
+  const refusalsOf = (/** @type {string} */ action) => (refusal.action === action ? refusal.count : 0);
   return html`
-    <form class="settings" name="sign-in" method="post" onSubmit=${submits(account.signIn)}>
+    <p class="muted">${t("account.optional")}</p>
+    <form class="account-form" name="sign-in" method="post" onSubmit=${submits(account.signIn)}>
       <${Field} label=${t("account.userName")} name="username" autocomplete="username" />
-      <${Field}
+      <${PasswordField}
         label=${t("account.password")}
-        name="password"
-        type="password"
+        show=${t("account.show")}
         autocomplete="current-password"
+        refusals=${refusalsOf("password")}
       />
       <div class="row">
-        <button class="button primary">${t("account.signIn")}</button>
-        <button type="button" class="button" onClick=${account.signInByCode}>
+        <button class="button primary" aria-disabled=${isAsking}>${t("account.signIn")}</button>
+        <button type="button" class="button" aria-disabled=${isAsking} onClick=${account.signInByCode}>
           ${t("account.signInByCode")}
         </button>
       </div>
     </form>
     <details>
       <summary>${t("account.registerTitle")}</summary>
-      <form class="settings" name="register" method="post" onSubmit=${submits(account.register)}>
+      <form class="account-form" name="register" method="post" onSubmit=${submits(account.register)}>
         <${Field} label=${t("account.newUserName")} name="username" autocomplete="username" />
-        <${Field}
+        <${PasswordField}
           label=${t("account.newPassword")}
-          name="password"
-          type="password"
+          show=${t("account.showNew")}
           autocomplete="new-password"
+          refusals=${refusalsOf("register")}
         />
         <${Field}
           label=${t("account.referrerOptional")}
@@ -72,21 +126,28 @@ function SignedOut({ t, account }) {
           autocomplete="off"
           required=${false}
         />
-        <div class="row"><button class="button">${t("account.register")}</button></div>
+        <div class="row">
+          <button class="button" aria-disabled=${isAsking}>${t("account.register")}</button>
+        </div>
       </form>
     </details>
   `;
 }
 
-/** @param {{t: Translate, say: (sentence: import("../model/types.js").Sentence) => string, account: Account}} props */
+/** @param {{t: Translate, say: Say, account: Account}} props */
 function Attempt({ t, say, account }) {
   const { attempt } = account.view;
   const cancel = useRef(/** @type {HTMLButtonElement | null} */ (null));
   useEffect(() => cancel.current?.focus({ preventScroll: true }), []);
   if (attempt === null) return null;
-  return html`<div>
-    <p role="status">${say(attempt.text)}</p>
-    ${attempt.code !== "" && html`<img class="qr" src=${attempt.code} alt=${t("account.code")} />`}
+  const { text, detail, code, endsAt } = attempt;
+  return html`<div class="attempt">
+    <p role="status">${say(text)} ${detail !== null && html`<bdi>${say(detail)}</bdi>`}</p>
+    ${
+      code !== "" &&
+      html`<img class="qr" src=${code} alt=${t("account.code")} onError=${() => account.failCode()} />`
+    }
+    <p class="muted" role="timer">${t("account.remaining", { remaining: endsAt - Date.now() })}</p>
     <p class="row">
       <button ref=${cancel} type="button" class="button" onClick=${account.cancel}>
         ${t("account.cancel")}
@@ -95,81 +156,125 @@ function Attempt({ t, say, account }) {
   </div>`;
 }
 
-/** What the account service says of itself is a text, and a link only where it leads to the web. */
-function Invitation({ text = "" }) {
+/**
+ * What the account service says of itself is a text, and a link only where it leads to the web.
+ *
+ * @param {{t: Translate, account: Account, text: string}} props
+ */
+function Invitation({ t, account, text }) {
   if (!/^https?:\/\//i.test(text) || !URL.canParse(text)) return html`<bdi>${text}</bdi>`;
-  return html`<a href=${new URL(text).href} rel="noopener noreferrer" target="_blank" dir="auto">${text}</a>`;
+  const { href } = new URL(text);
+  return html`<a href=${href} rel="noopener noreferrer" target="_blank" dir="auto">${text}</a>${" "}
+    <button type="button" class="button" onClick=${() => account.copy(href)}>
+      ${t("account.copyInvitation")}
+    </button>`;
 }
 
-/**
- * @param {Translate} t
- * @param {AccountFacts} facts
- */
-function primaryText(t, { primaryKnown, primary }) {
+/** @param {{t: Translate, facts: AccountFacts}} props */
+function Primary({ t, facts: { primaryKnown, primary } }) {
   if (!primaryKnown) return t("account.primaryUnknown");
-  return primary || t("account.primaryNone");
+  if (primary === "") return t("account.primaryNone");
+  const shown = primary.length > longestId ? `${primary.slice(0, shownOfId)}…` : primary;
+  return html`<bdi title=${primary}>${shown}</bdi>`;
+}
+
+/** @param {{t: Translate, account: Account, facts: AccountFacts}} props */
+function Question({ t, account, facts }) {
+  const { question } = account.view;
+  if (question === null) return null;
+  const [title, text, yes, no, does] =
+    question === "free"
+      ? ["freeQuestion", "freeText", "freeYes", "cancel", account.freePrimary]
+      : ["logOutQuestion", "logOutText", "logOut", "stay", account.logOut];
+  return html`<${Dialog} title=${t(`account.${title}`)} onCancel=${() => account.askFor(null)}>
+    <p>${t(`account.${text}`, { seconds: facts.usage })}</p>
+    <div class="row">
+      <button type="button" class="button" autofocus onClick=${() => account.askFor(null)}>
+        ${t(`account.${no}`)}
+      </button>
+      <button type="button" class="button primary" onClick=${does}>${t(`account.${yes}`)}</button>
+    </div>
+  <//>`;
 }
 
 /** @param {{t: Translate, account: Account, facts: AccountFacts}} props */
 function SignedIn({ t, account, facts }) {
+  const { isAsking, nickname } = account.view;
   const rows = [
     ["id", facts.id],
-    ["name", account.view.nickname],
-    ["since", facts.since === 0 ? "" : new Date(facts.since * 1000).toLocaleString()],
+    ["name", nickname],
+    ["since", facts.since === 0 ? "" : t("account.sinceValue", { since: facts.since * 1000 })],
     ["usage", t("account.usageValue", { seconds: facts.usage })],
-    ["primary", primaryText(t, facts)],
+    ["primary", html`<${Primary} t=${t} facts=${facts} />`],
     ["referrer", facts.referrer],
+    [
+      "invitation",
+      facts.invitation && html`<${Invitation} t=${t} account=${account} text=${facts.invitation} />`,
+    ],
   ].filter(([, text]) => text !== "");
-  const free = () => {
-    if (confirm(t("account.freeQuestion"))) account.freePrimary();
-  };
   return html`
     <dl class="pairs">
       ${rows.map(
         ([name, text]) => html`
           <dt>${t(`account.${name}`)}</dt>
-          <dd><bdi>${text}</bdi></dd>
+          <dd>${typeof text === "string" ? html`<bdi>${text}</bdi>` : text}</dd>
         `,
       )}
-      ${
-        facts.invitation !== "" &&
-        html`
-          <dt>${t("account.invitation")}</dt>
-          <dd><${Invitation} text=${facts.invitation} /></dd>
-        `
-      }
     </dl>
     ${
       facts.referralOpen &&
-      html`<form class="settings" name="referrer" method="post" onSubmit=${submits(account.nameReferrer)}>
+      html`<form class="account-form" name="referrer" method="post" onSubmit=${submits(account.nameReferrer)}>
         <${Field} label=${t("account.referrerId")} name="public_id" autocomplete="off" />
-        <div class="row"><button class="button">${t("account.nameReferrer")}</button></div>
+        <div class="row">
+          <button class="button" aria-disabled=${isAsking}>${t("account.nameReferrer")}</button>
+        </div>
       </form>`
     }
     <div class="row">
-      <button type="button" class="button" onClick=${free}>${t("account.free")}</button>
-      <button type="button" class="button" onClick=${account.logOut}>${t("account.logOut")}</button>
+      <button type="button" class="button" aria-disabled=${isAsking} onClick=${() => account.askFor("free")}>
+        ${t("account.free")}
+      </button>
+      <button type="button" class="button" aria-disabled=${isAsking} onClick=${account.leave}>
+        ${t("account.logOut")}
+      </button>
     </div>
+    <${Question} t=${t} account=${account} facts=${facts} />
   `;
 }
 
-/** @param {{t: Translate, say: (sentence: import("../model/types.js").Sentence) => string, account: Account}} props */
-export function AccountCard({ t, say, account }) {
-  const { isConfigured, news, attempt, nickname } = account.view;
+/** @param {{t: Translate, say: Say, account: Account, token: string}} props */
+export function AccountCard({ t, say, account, token }) {
+  const { isConfigured, news, attempt, nickname, needsNewCode } = account.view;
+  const card = useRef(/** @type {HTMLElement | null} */ (null));
+  // What had the focus goes with the state that it belongs to; the focus stays near.
+  const hadFocus = card.current?.contains(document.activeElement) ?? false;
+  useLayoutEffect(() => {
+    if (!hadFocus || document.activeElement !== document.body) return;
+    const next = card.current?.querySelector("[data-next]") ?? card.current?.querySelector("h2");
+    /** @type {HTMLElement | null | undefined} */ (next)?.focus({ preventScroll: true });
+  });
   if (!isConfigured) return null;
   const facts = account.facts();
   const name = nickname || facts.id;
   const signedIn = name === "" ? t("account.signedInUnnamed") : t("account.signedInAs", { name });
-  return html`<section class="card" id="account" aria-labelledby="account-title">
+  const isFree = facts.isKnown && !facts.signedIn && attempt === null;
+  return html`<section ref=${card} class="card" id="account" aria-labelledby="account-title">
     <div class="row">
-      <h2 id="account-title">${t("account.title")}</h2>
+      <h2 id="account-title" tabindex="-1">${t("account.title")}</h2>
       <bdi class="muted" data-account-state>${facts.signedIn ? signedIn : t("account.signedOut")}</bdi>
     </div>
     <div role="status" class="news">
-      ${news !== null && html`<${Message} tone=${news.tone} text=${news.lines.map(say).join("\n")} />`}
+      ${news !== null && html`<${Message} t=${t} say=${say} token=${token} tone=${news.tone} lines=${news.lines} />`}
     </div>
+    ${
+      isFree &&
+      needsNewCode &&
+      html`<button type="button" class="button primary" data-next onClick=${account.signInByCode}>
+        ${t("account.newCode")}
+      </button>`
+    }
     ${attempt !== null && html`<${Attempt} t=${t} say=${say} account=${account} />`}
-    ${facts.isKnown && !facts.signedIn && attempt === null && html`<${SignedOut} t=${t} account=${account} />`}
+    ${isFree && html`<${SignedOut} t=${t} account=${account} />`}
     ${facts.signedIn && html`<${SignedIn} t=${t} account=${account} facts=${facts} />`}
   </section>`;
 }

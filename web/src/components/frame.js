@@ -26,6 +26,26 @@ export function pageAddress(path, token) {
 }
 
 /**
+ * The address of an entry of Help.
+ *
+ * @param {string} anchor
+ * @param {string} token
+ */
+export const helpAddress = (anchor, token) => `${pageAddress("/help.html", token)}#${anchor}`;
+
+/**
+ * A link to an entry of Help. It opens in a tab of Help, so that a sign-in or the steps of undo are not lost.
+ *
+ * @param {{t: Translate, token: string, anchor: string | undefined, text: string}} props without an anchor, no link
+ */
+export function HelpLink({ t, token, anchor, text }) {
+  if (anchor === undefined) return null;
+  return html`<a class="help-link" href=${helpAddress(anchor, token)} target="velmora-help"
+    >${text}<span class="for-readers"> ${t("help.newTab")}</span></a
+  >`;
+}
+
+/**
  * Names the document, for screen readers and the browser's tab. Setting what it has already would restyle all of it.
  *
  * @param {Language} language

@@ -1,5 +1,7 @@
 // The answer to "Do I hear it?", with the next step and what it rests on.
+import { helpAnchorOfVerdict } from "../model/help_entries.js";
 import { html, useEffect, useLayoutEffect, useRef, useState } from "../view.js";
+import { HelpLink } from "./frame.js";
 import { Icon } from "./icon.js";
 
 /**
@@ -55,10 +57,10 @@ function Announcement({ text }) {
 }
 
 /**
- * @param {{t: Translate, say: (sentence: Sentence) => string, verdict: Verdict, protectedText: string,
+ * @param {{t: Translate, say: (sentence: Sentence) => string, verdict: Verdict, token: string, protectedText: string,
  *   evidenceIsOpen: boolean, onUnfold: (open: boolean) => void, onButton: (button: Button) => void}} props
  */
-export function VerdictCard({ t, say, verdict, protectedText, evidenceIsOpen, onUnfold, onButton }) {
+export function VerdictCard({ t, say, verdict, token, protectedText, evidenceIsOpen, onUnfold, onButton }) {
   const { id, tone, headline, detail, buttons, controls, evidence } = verdict;
   const heading = say(headline);
   const hasEvidence = controls !== "hidden";
@@ -78,15 +80,16 @@ export function VerdictCard({ t, say, verdict, protectedText, evidenceIsOpen, on
         ${
           hasEvidence &&
           html`<button
-            type="button"
-            class="link"
-            aria-expanded=${evidenceIsOpen}
-            aria-controls="evidence"
-            onClick=${() => onUnfold(!evidenceIsOpen)}
-          >
-            ${t("evidence.title")}
-          </button>`
+              type="button"
+              class="link"
+              aria-expanded=${evidenceIsOpen}
+              aria-controls="evidence"
+              onClick=${() => onUnfold(!evidenceIsOpen)}
+            >
+              ${t("evidence.title")}</button
+            >${" "}`
         }
+        <${HelpLink} t=${t} token=${token} anchor=${helpAnchorOfVerdict(verdict)} text=${t("help.more")} />
       </p>
     </div>
     ${

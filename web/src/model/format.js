@@ -78,14 +78,24 @@ export function timeOfDay(time) {
 
 /**
  * @param {unknown} time milliseconds since 1970
- * @returns {string} the local date and time, such as "2026-03-14 19:04", in both languages
+ * @param {Language} language
+ * @returns {string} the local date and time of day, such as "22 Nov 2026, 19:04"
  */
-export function dateAndTime(time) {
-  const clock = timeOfDay(time);
-  if (!isNumber(time) || clock === unknownText) return unknownText;
-  const date = new Date(time);
-  const day = [date.getMonth() + 1, date.getDate()].map((part) => String(part).padStart(2, "0"));
-  return `${date.getFullYear()}-${day.join("-")} ${clock}`;
+export function dateTime(time, language) {
+  if (!isNumber(time) || Number.isNaN(new Date(time).getTime())) return unknownText;
+  const locale = language === "zh" ? "zh-CN" : "en-GB";
+  const style = /** @type {const} */ ({ dateStyle: "medium", timeStyle: "short", hourCycle: "h23" });
+  return new Intl.DateTimeFormat(locale, style).format(time);
+}
+
+/**
+ * @param {unknown} value milliseconds, what is left
+ * @returns {string} such as "9:58"; never less than 0:00
+ */
+export function countdown(value) {
+  if (!isNumber(value)) return unknownText;
+  const whole = Math.max(0, Math.ceil(value / 1000));
+  return `${Math.floor(whole / 60)}:${String(whole % 60).padStart(2, "0")}`;
 }
 
 const sizeUnits = ["bytes", "KB", "MB", "GB"];

@@ -50,6 +50,7 @@ export const knownServiceTexts = [
   { pattern: "attach must be a boolean", key: "attach" },
   { pattern: "no render endpoint is selected", key: "noSelection" },
   { pattern: "endpoint_id must be a render endpoint identifier", key: "notPlayback" },
+  { pattern: "endpoint id is not a render endpoint identifier", key: "notPlayback" },
   {
     pattern:
       "the endpoint FxProperties key could not be opened for writing (run the control service elevated)",
@@ -72,9 +73,11 @@ export const knownServiceTexts = [
   { pattern: "缺少 state", key: "accountState" },
   { pattern: "请填写推荐人的用户 ID", key: "accountReferrer" },
   { pattern: "请先扫码登录", key: "accountSignIn" },
+  { pattern: "请先登录账号", key: "accountSignIn" },
   { pattern: "请先扫码登录，再更换常用电脑", key: "accountSignInFirst" },
   { pattern: "未配置账号服务，请用 --account-service 指定", key: "accountMissing" },
   { pattern: "未配置账号服务", key: "accountMissing" },
+  { pattern: "账号服务未配置", key: "accountMissing" },
   { pattern: "账号服务地址无法解析", key: "accountAddress" },
   { pattern: "无法初始化网络", key: "accountNetwork" },
   { pattern: "无法连接账号服务", key: "accountUnreachable" },
@@ -84,6 +87,10 @@ export const knownServiceTexts = [
   { pattern: "账号服务返回内容过大", key: "accountLarge" },
   { pattern: "账号服务返回的内容无法识别", key: "accountUnreadable" },
   { pattern: "账号服务未返回账号标识，无法完成登录", key: "accountNameless" },
+  { pattern: "已绑定推荐人", key: "accountBound" },
+  { pattern: "已解绑，请重新扫码登录", key: "accountFreed" },
+  { pattern: /^绑定失败（(?<status>\d+)）$/, key: "accountNotBound" },
+  { pattern: /^解绑失败（(?<status>\d+)）$/, key: "accountNotFreed" },
   {
     pattern: /^已登录。另一台设备（(?<device>.*)）上的 Velmora 将在两分钟内自动退出。$/s,
     key: "accountElsewhere",

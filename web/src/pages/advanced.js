@@ -52,6 +52,7 @@ export function openAdvancedPage() {
           t=${t}
           say=${tell}
           verdict=${{ ...verdict, controls: "hidden", buttons: [] }}
+          token=${session.token}
           protectedText=""
           evidenceIsOpen=${false}
           onUnfold=${() => {}}
@@ -62,7 +63,13 @@ export function openAdvancedPage() {
         ${
           message !== null &&
           isReached &&
-          html`<${Message} tone=${message.tone} text=${tell(message.sentence)} />`
+          html`<${Message}
+            t=${t}
+            say=${tell}
+            token=${session.token}
+            tone=${message.tone}
+            lines=${[message.sentence]}
+          />`
         }
       </div>
       ${
@@ -71,7 +78,7 @@ export function openAdvancedPage() {
           <${ProcessingCard} t=${t} advanced=${advanced} />
           <${CaptureCard} t=${t} captures=${captures} />
           <${DiagnosticsCard} say=${tell} t=${t} diagnostics=${diagnostics} report=${report} />
-          <${AccountCard} t=${t} say=${tell} account=${account} />
+          <${AccountCard} t=${t} say=${tell} account=${account} token=${session.token} />
         </div>`
       }
       <${ReportDialog} t=${t} report=${report} />

@@ -98,18 +98,17 @@ function presetName({ preset, starter, presetChanged }) {
 }
 
 /**
- * @param {{t: import("../view.js").Translate, message: import("../app/session.js").Message}} props
+ * @param {{t: import("../view.js").Translate, say: (sentence: import("../model/types.js").Sentence) => string,
+ *   token: string, message: import("../app/session.js").Message}} props
  */
-function SessionMessage({ t, message: { tone, sentence, action } }) {
-  const text = t(sentence.key, sentence.values);
-  if (action === undefined) return html`<${Message} tone=${tone} text=${text} />`;
+function SessionMessage({ t, say: tell, token, message: { tone, sentence, action } }) {
   const press = () => {
     // The button goes with its message.
     document.getElementById("preset")?.focus();
-    action.press();
+    action?.press();
   };
-  return html`<${Message} tone=${tone} text=${text}>
-    <button type="button" class="button" onClick=${press}>${t(action.key)}</button>
+  return html`<${Message} t=${t} say=${tell} token=${token} tone=${tone} lines=${[sentence]}>
+    ${action !== undefined && html`<button type="button" class="button" onClick=${press}>${t(action.key)}</button>`}
   <//>`;
 }
 
@@ -149,6 +148,7 @@ export function openSoundPage() {
         t=${t}
         say=${tell}
         verdict=${verdict}
+        token=${session.token}
         protectedText=${t("evidence.protected", { value: t(protectedValue) })}
         evidenceIsOpen=${sound.view.evidenceIsOpen}
         onUnfold=${(/** @type {boolean} */ open) => sound.unfold("evidenceIsOpen", open)}
@@ -158,7 +158,7 @@ export function openSoundPage() {
         ${
           state.message !== null &&
           controls !== "hidden" &&
-          html`<${SessionMessage} t=${t} message=${state.message} />`
+          html`<${SessionMessage} t=${t} say=${tell} token=${session.token} message=${state.message} />`
         }
       </div>
       ${

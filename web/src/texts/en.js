@@ -233,6 +233,10 @@ export const en = {
   "service.accountLarge": "The account service's answer is too large.",
   "service.accountUnreadable": "The account service's answer cannot be read.",
   "service.accountNameless": "The account service named no account. The sign-in is not complete.",
+  "service.accountBound": "The referrer is set.",
+  "service.accountFreed": "The primary computer is free. Sign in again on the PC that takes its place.",
+  "service.accountNotBound": "The account service did not set the referrer ({status}).",
+  "service.accountNotFreed": "The account service did not free the primary computer ({status}).",
   "service.accountElsewhere": "Signed in. Velmora on another device ({device}) signs out within two minutes.",
 
   // ---- the control card ----
@@ -321,13 +325,21 @@ export const en = {
   "account.signIn": "Sign in",
   "account.signInByCode": "Sign in by QR code",
   "account.code": "QR code to scan for the sign-in",
-  "account.scan": "Scan the code with your phone.",
-  "account.waiting": "Waiting for the account service…",
+  "account.scan": "Scan the code with your phone and confirm the sign-in there.",
+  "account.waiting": "Waiting for the account service to confirm the sign-in…",
+  "account.remaining": "This page waits {remaining:countdown} more.",
   "account.cancel": "Cancel",
   "account.cancelled": "Cancelled.",
   "account.signedIn": "Signed in.",
-  "account.expired": "The sign-in took too long. Begin again.",
+  "account.over": "The sign-in was not confirmed in time. Sign in again.",
+  "account.codeOver": "This code has expired. Get a new one.",
+  "account.denied": "The sign-in was declined. Begin again if that was not intended.",
+  "account.failed": "The account service could not complete the sign-in. Begin again.",
+  "account.newCode": "Get a new code",
   "account.noCode": "The account service sent no code that can be shown. Sign in by user name.",
+  "account.optional": "An account is optional. Velmora works without one.",
+  "account.show": "Show the password",
+  "account.showNew": "Show the new password",
   "account.register": "Register",
   "account.registerTitle": "Register a new account",
   "account.newUserName": "New user name",
@@ -337,23 +349,31 @@ export const en = {
   "account.id": "ID",
   "account.name": "Name",
   "account.since": "Signed in since",
+  "account.sinceValue": "{since:dateTime}",
   "account.usage": "Time in use",
   "account.usageValue": "{seconds:duration}",
   "account.primary": "Primary computer",
-  "account.primaryNone": "none",
-  "account.primaryUnknown": "not known",
+  "account.primaryNone": "None yet",
+  "account.primaryUnknown": "Not known",
   "account.referrer": "Referrer",
-  "account.invitation": "Invitation",
+  "account.invitation": "Invitation link",
+  "account.copyInvitation": "Copy the invitation link",
+  "account.copyByHand": "The browser does not allow copying. Select the link and copy it.",
   "account.referrerId": "ID of who referred you",
   "account.nameReferrer": "Name the referrer",
   "account.free": "Free the primary computer",
-  "account.freeQuestion": "Free the primary computer, so that another one can take its place?",
+  "account.freeQuestion": "Free the primary computer?",
+  "account.freeText": "Another PC can then take its place by signing in. You stay signed in here.",
+  "account.freeYes": "Free it",
   "account.logOut": "Log out",
+  "account.logOutQuestion": "Log out?",
+  "account.logOutText": "The time in use, {seconds:duration}, begins at 0 after the next sign-in.",
+  "account.stay": "Stay signed in",
   "account.loggedOut": "Signed out.",
+  "account.loggedOutInTab": "Signed out in another tab.",
   "account.ended":
-    "Signed out: the session has ended. If that was not you, the account has signed in on another device.",
-  "account.wait": "Velmora answers nothing else until the account service has answered.",
-  "account.status": "{status}: {detail}",
+    "Signed out here: the session has ended. Most often the account has signed in on another device; only one can be signed in. To use it here, sign in again. If that was not you, change your password.",
+  "account.wait": "Asking the account service… Velmora answers nothing else until it has replied.",
 
   // ---- more of the cards, the Advanced page and Help ----
   "header.unknownDevice": "The chosen device",
@@ -656,7 +676,7 @@ export const en = {
   "capture.missing": "The effect has not written the files.",
   "capture.missingRest":
     "The effect has stopped writing. {bytes:size} of the files are there, the rest is missing.",
-  "capture.ready": "The files are ready: {bytes:size}, exported {at:date}.",
+  "capture.ready": "The files are ready: {bytes:size}, exported {at:dateTime}.",
   "capture.readyUnknown":
     "Files of an earlier export are ready: {bytes:size}. This page does not know when they were made.",
   "capture.preparing": "Velmora is reading the files. The download starts in a moment.",
@@ -681,7 +701,7 @@ export const en = {
   "capture.note.resumedExport":
     "This page was reloaded and waits on. It does not know whether another page has exported since.",
   "capture.note.replaces": "Exporting deletes the files of the earlier export.",
-  "capture.note.replacesFrom": "Exporting deletes the files exported {at:date}.",
+  "capture.note.replacesFrom": "Exporting deletes the files exported {at:dateTime}.",
   "capture.note.kept": "The files of the earlier export stay until the next one.",
   "capture.note.elsewhere":
     "The effect's report has changed though this page asked for nothing. Another page or program may be recording.",
@@ -690,7 +710,7 @@ export const en = {
   "capture.note.old":
     "They may be the files of the earlier export, which could not be deleted. Close programs that use them and export again.",
   "capture.note.oldFrom":
-    "They may still be the files exported {at:date}, which could not be deleted. Close programs that use them and export again.",
+    "They may still be the files exported {at:dateTime}, which could not be deleted. Close programs that use them and export again.",
   "capture.note.downloading":
     "Velmora answers nothing else until the download ends. What you change meanwhile is sent afterwards.",
   "capture.words":
@@ -700,52 +720,4 @@ export const en = {
     "This browser cannot write a download to disk piece by piece. It holds all {bytes:size} until the download is complete. Chromium-based browsers can write directly to disk.",
   "capture.memoryYes": "Download",
   ...diagnostics,
-  "help.hear": "Am I hearing Velmora?",
-  "help.hear.text":
-    "The first line of the Sound page says so, and names the one thing to do if not. It says so only while sound plays on the chosen device. “How do you know?” shows the evidence.",
-  "help.add": "Add to a device, remove from a device",
-  "help.add.text":
-    "Adding puts the effect into the device's effect chain. Removing restores what was there. Both need administrator rights.",
-  "help.restart": "Why does Windows audio restart?",
-  "help.restart.text":
-    "Windows reads a device's effects when its audio starts. Sound stops for a few seconds in all programs, microphones too. You can restart later: the page keeps offering it.",
-  "help.refused": "Windows refuses changes to a device",
-  "help.refused.text":
-    "1. Close the Velmora window. 2. Right-click it and choose Run as administrator. 3. Open the new address and add again. If it is still refused, a program that protects the system, or the device's own driver, guards its settings: update the driver, restart the PC and try once more.",
-  "help.link": "This link is out of date",
-  "help.link.text":
-    "Each start of Velmora makes a new link. Open the address shown after “Open:” in the Velmora window.",
-  "help.enhancement": "Velmora on or off, strength",
-  "help.enhancement.text":
-    "The switch turns the enhancement on or off. Strength says how much of it you hear.",
-  "help.original": "Hear the original",
-  "help.original.text":
-    "Bypasses everything that Velmora does, until you press it again. The key O does the same.",
-  "help.equalizer": "Equalizer",
-  "help.equalizer.text":
-    "Fifteen bands with a switch of their own. The first edit switches it on. Fields take a number, with or without its unit; an empty field goes back to its last value.",
-  "help.presets": "Presets",
-  "help.presets.text":
-    "Equalizer settings under names. A name may have letters, digits, spaces, - and _, at most 64 bytes; upper and lower case make no difference. The output trim that belongs to a preset is remembered by this browser.",
-  "help.devices": "Devices",
-  "help.devices.text":
-    "Velmora works on one playback device, at first the default of Windows. Choosing one changes neither that default nor other programs, and holds until Velmora ends.",
-  "help.volume": "Volume and mute",
-  "help.volume.text":
-    "Windows' own volume and mute of the chosen device. Changes by other programs show here too.",
-  "help.settings": "Settings after a restart of the PC",
-  "help.settings.text":
-    "The effect forgets its settings when the PC restarts. The page keeps your last ones and offers them with one click.",
-  "help.processing": "Processing",
-  "help.processing.text":
-    "Output trim changes the level after the effect. The smoothing values calm the enhancement over time and across frequency. The limiter keeps peaks below its ceiling. Stereo link makes left and right act together.",
-  "help.captures": "Captures",
-  "help.captures.text":
-    "Start records, Stop ends it, Export lets the effect write four WAV files in place of the last ones, and Download gives you all four as one ZIP.",
-  "help.diagnostics": "Diagnostics",
-  "help.diagnostics.text":
-    "All that Velmora knows of the effect, its installation, the audio engine and the chosen device, under the names of the API. Results of Windows are shown as numbers and in hexadecimal.",
-  "help.account": "Account",
-  "help.account.text":
-    "At the end of the Advanced page, where Velmora was started with an account service. Sign in by user name, or by a QR code that another device scans. Signing in on another device ends the session here. A Velmora that is started again is signed out.",
 };

@@ -1,10 +1,12 @@
 // Texts by key, in the page's language.
 //
-// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, date,
-// size, list. Without a form a value is shown as it is; one that is a sentence itself, { key, values }, is put into the
-// same language.
+// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time,
+// size, dateTime, countdown, list. Without a form a value is shown as it is; one that is a sentence itself, { key, values },
+// is put into the same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
+import { helpEn } from "./help_en.js";
+import { helpZh } from "./help_zh.js";
 import { zh } from "./zh.js";
 
 /**
@@ -13,7 +15,7 @@ import { zh } from "./zh.js";
  */
 
 /** @type {Record<Language, Record<string, string>>} */
-export const tables = { en, zh };
+export const tables = { en: { ...en, ...helpEn }, zh: { ...zh, ...helpZh } };
 
 /** @type {Record<string, (value: unknown, language: Language) => string>} */
 const forms = {
@@ -24,8 +26,9 @@ const forms = {
   seconds: format.seconds,
   duration: format.duration,
   time: format.timeOfDay,
-  date: format.dateAndTime,
   size: format.fileSize,
+  dateTime: format.dateTime,
+  countdown: format.countdown,
   list: format.list,
 };
 
