@@ -1,20 +1,18 @@
 // The Advanced page: processing, captures. And Help.
 import assert from "node:assert/strict";
-import { execFileSync } from "node:child_process";
-import fs from "node:fs";
-import path from "node:path";
 import test from "node:test";
 
-import { makeDirectory, poll, readRecord } from "../e2e/harness.mjs";
+import { poll } from "../e2e/harness.mjs";
 import { limits, openPage, paths, putDocument, readDocument, waitForMessage } from "./browser.mjs";
 
 const advanced = { page: "/advanced.html" };
-const captureNames = [
-  "capture-1-host-in.wav",
-  "capture-2-algorithm-in.wav",
-  "capture-3-algorithm-out.wav",
-  "capture-4-host-out.wav",
-];
+const algorithm = "/api/v1/render/effects/algorithm";
+
+/** The record keeps the time smoothing in steps of 1/255. */
+const footstepOf = (values) => ({
+  ...values,
+  mask_time_alpha: Number(Math.fround(Math.round(values.mask_time_alpha * 255) / 255).toPrecision(7)),
+});
 
 const fieldOf = (page, name) => page.getByRole("textbox", { name, exact: true });
 
@@ -34,7 +32,7 @@ test("the controls begin as the record is, and each sends its one value", limits
   await page.goto(`http://127.0.0.1:${service.port}/advanced.html?token=${service.token}`);
   const trim = fieldOf(page, "Output trim");
   await poll("the trim", async () => ((await trim.inputValue()) === "-6.5 dB" ? true : undefined));
-  assert.equal(await fieldOf(page, "Time smoothing").inputValue(), "0.5");
+  assert.equal(await fieldOf(page, "Time smoothing").inputValue(), "0.502");
   assert.equal(await fieldOf(page, "Limiter ceiling").inputValue(), "-3 dB");
   await poll("the fade", async () =>
     (await fieldOf(page, "Equalizer fade").inputValue()) === "20 ms" ? true : undefined,
@@ -68,37 +66,58 @@ test("the controls begin as the record is, and each sends its one value", limits
   assert.equal((await changes()).length, 4);
 });
 
-test("a capture is exported and downloaded", limits, async (t) => {
-  const captures = makeDirectory();
-  const { page, mapping, requests } = await openPage(t, {
-    ...advanced,
-    more: ["--capture-directory", captures],
-  });
-  const captureWord = async () => (await readRecord(t, mapping)).readBigUInt64LE(0xa8);
-  const click = (name) => page.getByRole("button", { name, exact: true }).click();
-  assert.equal(await page.getByRole("button", { name: "Download" }).isDisabled(), true);
-  await fieldOf(page, "Length").fill("3");
-  await click("Start");
-  await waitForMessage(page, "The effect records 3 s while sound plays.");
-  assert.equal(await captureWord(), (1n << 32n) | (3n << 16n) | 1n);
-  await click("Stop");
-  await waitForMessage(page, "The capture has stopped.");
-  await click("Export");
-  await page.getByText("Waiting for the effect…").waitFor();
-  assert.equal(await captureWord(), (3n << 32n) | (3n << 16n) | 3n);
-  captureNames.forEach((name, index) =>
-    fs.writeFileSync(path.join(captures, name), Buffer.alloc(70_000, index)),
-  );
-  await page.getByText("280000 bytes are ready.").waitFor();
-  const [download] = await Promise.all([page.waitForEvent("download"), click("Download")]);
-  assert.match(download.suggestedFilename(), /^velmora-capture-\d{8}-\d{6}\.zip$/);
-  const file = path.join(makeDirectory(), "captures.zip");
-  await download.saveAs(file);
-  assert.match(execFileSync("unzip", ["-t", file], { encoding: "utf8" }), /No errors detected/);
-  fs.rmSync(path.join(captures, captureNames[0]));
-  await click("Download");
-  await waitForMessage(page, "Not done: There is no exported capture yet. Export first.");
-  assert.ok(requests.some((request) => request.endsWith("/ready")));
+test("a reset puts one value back, or all in one request, and can be undone", limits, async (t) => {
+  const { page, service, changes } = await openPage(t, { ...advanced, open: false });
+  const own = { output_trim_db: -6.5, mask_time_alpha: 0.5, limiter_enabled: false, stereo_link: 2 };
+  await putDocument(service, algorithm, own);
+  await page.goto(`http://127.0.0.1:${service.port}/advanced.html?token=${service.token}`);
+  const button = (name) => page.getByRole("button", { name, exact: true });
+  await button("Reset Output trim").click();
+  await waitForStatus(service, "the trim", ({ footstep }) => footstep.output_trim_db === 0);
+  await button("Reset Output trim").waitFor({ state: "detached" });
+  assert.equal(await page.evaluate(() => document.activeElement?.getAttribute("name")), "output_trim_db");
+  assert.equal(await fieldOf(page, "Output trim").inputValue(), "0 dB");
+  assert.deepEqual(await changes(), [`PUT ${algorithm} {"output_trim_db":0}`]);
+
+  await button("Reset all processing values").click();
+  await waitForMessage(page, "All processing values are reset.");
+  const first = {
+    output_trim_db: 0,
+    mask_time_alpha: 0,
+    mask_frequency_smooth: 0,
+    limiter_enabled: true,
+    limiter_ceiling_db: -1,
+    stereo_link: 1,
+  };
+  assert.deepEqual((await changes()).slice(1), [`PUT ${algorithm} ${JSON.stringify(first)}`]);
+  const { footstep } = await readDocument(service, paths.status);
+  for (const [key, value] of Object.entries(first)) assert.equal(footstep[key], value, key);
+  assert.equal(await fieldOf(page, "Time smoothing").inputValue(), "0");
+  await page.getByRole("button", { name: "Reset all processing values", disabled: true }).waitFor();
+
+  await button("Undo the reset").click();
+  await waitForMessage(page, "The values from before the reset are back.");
+  const back = await readDocument(service, paths.status);
+  assert.equal((await changes()).length, 3);
+  assert.equal(back.footstep.mask_time_alpha, footstepOf(own).mask_time_alpha);
+  assert.equal(back.footstep.limiter_enabled, false);
+  assert.equal(back.footstep.stereo_link, 2);
+  assert.equal(back.footstep.output_trim_db, 0, "it was reset before");
+  await button("Undo the reset").waitFor({ state: "detached" });
+});
+
+test("each value has its range and a sentence that belongs to its control", limits, async (t) => {
+  const { page } = await openPage(t, advanced);
+  const trim = fieldOf(page, "Output trim");
+  await trim.waitFor();
+  const described = await page
+    .locator(".tuning :is(input, select)[aria-describedby]")
+    .evaluateAll((all) =>
+      all.map((one) => document.getElementById(one.getAttribute("aria-describedby") ?? "")?.innerText ?? ""),
+    );
+  assert.equal(described.length, 8);
+  for (const text of described) assert.match(text, /\S/);
+  assert.equal(described[0], "Makes everything louder or quieter.\n−60 dB to 20 dB, first value 0 dB");
 });
 
 test(

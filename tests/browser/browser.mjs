@@ -226,7 +226,7 @@ export class Processes {
 
 // ---- what an effect writes into the record ----
 
-const words = { initializeProgress: 0x58, lockProgress: 0x68, applied: 0x80, blocks: 0x98 };
+const words = { initializeProgress: 0x58, lockProgress: 0x68, applied: 0x80, blocks: 0x98, capture: 0xb0 };
 
 /** @param {number} value */
 function floatBits(value) {
@@ -262,6 +262,15 @@ export class Effect {
   apply({ strength = 0, bypass = false, bypassAll = false } = {}) {
     const flags = (BigInt(bypass) << 32n) | (BigInt(bypassAll) << 33n) | (1n << 63n);
     this.write("applied", floatBits(strength) | flags);
+  }
+
+  /**
+   * @param {number} state
+   * @param {number} seconds
+   * @param {number} detail
+   */
+  reportCapture(state, seconds, detail = 0) {
+    this.write("capture", (BigInt(detail) << 32n) | (1n << 63n) | (BigInt(seconds) << 16n) | BigInt(state));
   }
 
   play() {

@@ -152,3 +152,23 @@ test("a document may hold numbers that JSON has not", () => {
 test("a status as Windows writes it", () => {
   assert.deepEqual([-2147024891, 5, 0].map(hexResult), ["0x80070005", "0x00000005", "0x00000000"]);
 });
+
+test("sizes are counted as Windows counts them", () => {
+  const rows = /** @type {[number, string][]} */ ([
+    [0, "0 bytes"],
+    [1, "1 byte"],
+    [1023, "1023 bytes"],
+    [1024, "1 KB"],
+    [280_000, "273 KB"],
+    [1536, "1.5 KB"],
+    [10 * 1024 - 1, "10 KB"],
+    [1024 * 1024 - 1, "1 MB"],
+    [4 * 115 * 1024 * 1024, "460 MB"],
+    [4 * 1024 ** 3, "4 GB"],
+    [5000 * 1024 ** 3, "5000 GB"],
+  ]);
+  for (const [bytes, text] of rows) assert.equal(format.fileSize(bytes, "en"), text);
+  assert.equal(format.fileSize(12, "zh"), "12 字节");
+  assert.equal(format.fileSize(1024 * 1024, "zh"), "1 MB");
+  for (const none of [undefined, -1, NaN, "1"]) assert.equal(format.fileSize(none, "en"), "–");
+});

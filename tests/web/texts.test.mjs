@@ -32,7 +32,7 @@ test("both languages have the same placeholders", () => {
 
 test("each placeholder has a form that the lookup knows", () => {
   const form =
-    /^\{[a-zA-Z]+(?::(?:percent|decibels|decibelsPlain|hertz|seconds|duration|time|dateTime|countdown|list))?\}$/;
+    /^\{[a-zA-Z]+(?::(?:percent|decibels|decibelsPlain|hertz|seconds|duration|time|size|dateTime|countdown|list))?\}$/;
   for (const key of keys) for (const found of placeholdersOf(tables.en[key])) assert.match(found, form, key);
 });
 

@@ -12,9 +12,13 @@ import { objectOf, parseDocument, textOf } from "../model/read.js";
  * @property {boolean} dropped
  * @property {string} error the service's error text; empty for none
  * @property {unknown} document the answer's JSON; undefined where it is none
- * @property {Response | null} response with its body unread where the request asked for the raw answer
  *
- * @typedef {Omit<Request, "id"> & {raw?: boolean}} Question
+ * @typedef {object} Reading how an answer is read
+ * @property {(response: Response) => Promise<void>} [read] takes the body of an answer that is no refusal, in place of
+ *   its document; the request ends when this does. It must not reject
+ * @property {AbortSignal} [signal] ends the request early
+ *
+ * @typedef {Omit<Request, "id"> & Reading} Question
  *
  * @typedef {object} Client
  * @property {(question: Question) => Promise<Answer>} ask never rejects
@@ -24,16 +28,19 @@ import { objectOf, parseDocument, textOf } from "../model/read.js";
  */
 
 /** @type {Answer} */
-const noAnswer = { status: 0, ok: false, dropped: false, error: "", document: undefined, response: null };
+const noAnswer = { status: 0, ok: false, dropped: false, error: "", document: undefined };
 
 /**
  * @param {Response} response
- * @param {boolean} raw
+ * @param {Reading["read"]} read
  * @returns {Promise<Answer>}
  */
-async function readAnswer(response, raw) {
+async function readAnswer(response, read) {
   const { ok, status } = response;
-  if (raw && ok) return { ...noAnswer, status, ok, response };
+  if (read !== undefined && ok) {
+    await read(response);
+    return { ...noAnswer, status, ok };
+  }
   const document = parseDocument(await response.text());
   const error = ok ? "" : (textOf(objectOf(document).error) ?? "");
   return { ...noAnswer, status, ok, error, document };
@@ -52,7 +59,7 @@ export function createClient({ token, onLook, onForget, onChange }) {
   let nextId = 1;
   /** @type {ReturnType<typeof setTimeout> | undefined} */
   let timer;
-  /** @type {Map<number, {settle: (answer: Answer) => void, raw: boolean}>} */
+  /** @type {Map<number, {settle: (answer: Answer) => void, reading: Reading}>} */
   const asked = new Map();
 
   /** @param {QueueEvent} event */
@@ -86,6 +93,7 @@ export function createClient({ token, onLook, onForget, onChange }) {
   /** @param {Request} request */
   async function send(request) {
     const { id, method, path, body, look } = request;
+    const { read, signal } = asked.get(id)?.reading ?? {};
     let answer = noAnswer;
     try {
       const response = await fetch(path, {
@@ -93,8 +101,9 @@ export function createClient({ token, onLook, onForget, onChange }) {
         headers: { "x-velmora-token": token },
         body: body === undefined ? undefined : JSON.stringify(body),
         cache: "no-store",
+        signal,
       });
-      answer = await readAnswer(response, asked.get(id)?.raw ?? false);
+      answer = await readAnswer(response, read);
     } catch {
       // Nobody listens, or the connection broke. The queue decides what that means.
     }
@@ -110,10 +119,10 @@ export function createClient({ token, onLook, onForget, onChange }) {
     tell,
     link: () => queue.link,
     isBusy: () => queue.flight !== null || queue.waiting.length > 0,
-    ask({ raw = false, ...question }) {
+    ask({ read, signal, ...question }) {
       const id = nextId++;
       return new Promise((resolve) => {
-        asked.set(id, { settle: resolve, raw });
+        asked.set(id, { settle: resolve, reading: { read, signal } });
         tell({ type: "ask", request: { ...question, id } });
       });
     },

@@ -7,9 +7,17 @@ import { html, useEffect, useLayoutEffect, useRef, useState } from "../view.js";
  * A switch with its state in words.
  *
  * @param {{label: string, words: [off: string, on: string], checked: boolean, onChange: (on: boolean) => void,
- *   class?: string, disabled?: boolean}} props
+ *   class?: string, describedBy?: string, disabled?: boolean}} props
  */
-export function Switch({ label, words, checked, onChange, class: className = "", disabled = false }) {
+export function Switch({
+  label,
+  words,
+  checked,
+  onChange,
+  class: className = "",
+  describedBy,
+  disabled = false,
+}) {
   const input = useRef(/** @type {HTMLInputElement | null} */ (null));
   // A click moves the browser's own state, also where the page then decides otherwise.
   useLayoutEffect(() => {
@@ -21,6 +29,7 @@ export function Switch({ label, words, checked, onChange, class: className = "",
       type="checkbox"
       role="switch"
       aria-label=${label}
+      aria-describedby=${describedBy}
       disabled=${disabled}
       onChange=${(/** @type {{currentTarget: HTMLInputElement}} */ { currentTarget }) => onChange(currentTarget.checked)}
     />
@@ -80,7 +89,8 @@ export function Slider({ label, name, value, format, onInput, disabled = false }
  *
  * @param {{label: string, value: number | undefined, minimum: number, maximum: number,
  *   format: (value: number) => string, parse: (text: string) => number | undefined,
- *   onChange: (value: number) => void, name?: string, ariaLabel?: string, disabled?: boolean}} props
+ *   onChange: (value: number) => void, name?: string, ariaLabel?: string, describedBy?: string,
+ *   disabled?: boolean}} props
  */
 export function NumberField({
   label,
@@ -92,6 +102,7 @@ export function NumberField({
   onChange,
   name,
   ariaLabel,
+  describedBy,
   disabled = false,
 }) {
   const [draft, setDraft] = useState(/** @type {string | null} */ (null));
@@ -118,6 +129,7 @@ export function NumberField({
       spellcheck=${false}
       name=${name}
       aria-label=${ariaLabel}
+      aria-describedby=${describedBy}
       disabled=${disabled}
       onInput=${(/** @type {{currentTarget: HTMLInputElement}} */ { currentTarget }) => setDraft(currentTarget.value)}
       onBlur=${commit}

@@ -98,6 +98,27 @@ export function countdown(value) {
   return `${Math.floor(whole / 60)}:${String(whole % 60).padStart(2, "0")}`;
 }
 
+const sizeUnits = ["bytes", "KB", "MB", "GB"];
+const sizeStep = 1024;
+
+/**
+ * @param {unknown} value bytes
+ * @param {Language} language
+ * @returns {string} such as "115 MB", counted as Windows does: 1 KB is 1024 bytes
+ */
+export function fileSize(value, language) {
+  if (!isNumber(value) || value < 0) return unknownText;
+  let [amount, unit] = [value, 0];
+  // What would be shown as 1024 of a unit is 1 of the next one.
+  while (amount >= sizeStep - 0.5 && unit < sizeUnits.length - 1) {
+    amount /= sizeStep;
+    ++unit;
+  }
+  if (unit === 0)
+    return language === "zh" ? `${amount} 字节` : `${amount} ${amount === 1 ? "byte" : "bytes"}`;
+  return `${amount < 10 ? Number(amount.toFixed(1)) : Math.round(amount)} ${sizeUnits[unit]}`;
+}
+
 /**
  * @param {unknown} value seconds
  * @param {Language} language

@@ -621,26 +621,103 @@ export const en = {
   "devices.muted": "muted",
   "advanced.processing": "Processing",
   "advanced.outputTrim": "Output trim",
+  "advanced.outputTrim.text": "Makes everything louder or quieter.",
   "advanced.maskTime": "Time smoothing",
+  "advanced.maskTime.text":
+    "Smooths the enhancement over time. The higher, the more slowly it follows the sound.",
   "advanced.maskFrequency": "Frequency smoothing",
+  "advanced.maskFrequency.text": "Smooths the enhancement between neighboring frequencies.",
   "advanced.limiter": "Limiter",
+  "advanced.limiter.text": "Holds peaks below its ceiling.",
   "advanced.limiterCeiling": "Limiter ceiling",
+  "advanced.limiterCeiling.text": "How loud a peak may be at most while the limiter is on.",
   "advanced.stereoLink": "Stereo link",
+  "advanced.stereoLink.text":
+    "How left and right are treated together: three modes of the effect. What each mode does is not known to this page; choose by ear.",
+  "advanced.stereoLinkMode": "Mode {number}",
   "advanced.fade": "Equalizer fade",
-  "advanced.processingNote": "Each change is sent at once and takes effect while sound plays.",
+  "advanced.fade.text": "How long the equalizer takes from one setting to the next.",
+  "advanced.range": "{minimum} to {maximum}, first value {first}",
+  "advanced.first": "First value: {first}",
+  "advanced.matching":
+    "The Sound page has turned it down to compare A and B. It goes back to {trim:decibels} when you end that.",
+  "advanced.reset": "Reset",
+  "advanced.resetOne": "Reset {name}",
+  "advanced.resetAll": "Reset all processing values",
+  "advanced.undoReset": "Undo the reset",
+  "advanced.resetDone": "All processing values are reset.",
+  "advanced.undoDone": "The values from before the reset are back.",
+  "advanced.equalizer": "Equalizer",
+  "advanced.processingNote":
+    "Each change is sent at once and takes effect while sound plays. The effect takes values in small steps; the field then shows the step.",
   "capture.title": "Captures",
-  "capture.note": "Records sound at four points within the effect, to find faults.",
+  "capture.about":
+    "Records the sound at four points within the effect, to find faults. The recordings stay on this PC.",
   "capture.seconds": "Length",
-  "capture.start": "Start",
-  "capture.stop": "Stop",
-  "capture.export": "Export",
-  "capture.download": "Download",
-  "capture.done.start": "The effect records {seconds:seconds} while sound plays.",
-  "capture.done.stop": "The capture has stopped.",
-  "capture.done.export": "The effect is asked to write the last {seconds:seconds}.",
-  "capture.ready": "{bytes} bytes are ready.",
-  "capture.waiting": "Waiting for the effect…",
-  "capture.missing": "The effect has written no files.",
-  "capture.broken": "The download broke off. Try again.",
+  "capture.secondsRange": "{minimum} to {maximum} s",
+  "capture.progress": "Progress",
+  "capture.button.start": "Start recording",
+  "capture.button.stop": "Stop now",
+  "capture.button.export": "Export",
+  "capture.button.exportAgain": "Export again",
+  "capture.button.notAwaited": "Stop waiting",
+  "capture.button.awaited": "Keep waiting",
+  "capture.button.again": "New recording",
+  "capture.button.download": "Download ({bytes:size})",
+  "capture.button.downloadAgain": "Download again",
+  "capture.button.downloadEarlier": "Download the earlier files ({bytes:size})",
+  "capture.button.cancel": "Cancel the download",
+  "capture.idle": "Choose how long to record, play the sound in question, then start.",
+  "capture.recording": "Recording: {left:seconds} of {seconds:seconds} left.",
+  "capture.recorded": "The {seconds:seconds} are over. Export the recording to get its files.",
+  "capture.stopped": "Stopped after {after:seconds}. Export the recording to get its files.",
+  "capture.recordedElsewhere": "What the effect has recorded can be exported.",
+  "capture.exporting": "Waiting for the effect to write the files: {elapsed:seconds}, {bytes:size} so far.",
+  "capture.missing": "The effect has not written the files.",
+  "capture.missingRest":
+    "The effect has stopped writing. {bytes:size} of the files are there, the rest is missing.",
+  "capture.ready": "The files are ready: {bytes:size}, exported {at:dateTime}.",
+  "capture.readyUnknown":
+    "Files of an earlier export are ready: {bytes:size}. This page does not know when they were made.",
+  "capture.preparing": "Velmora is reading the files. The download starts in a moment.",
+  "capture.downloading": "Downloading: {received:size} of {total:size}.",
+  "capture.downloaded": "The download is complete: {name}, {received:size}.",
+  "capture.downloadedByBrowser":
+    "The download is complete, {received:size}. Your browser saves it as {name}.",
+  "capture.cancelled": "The download was cancelled. Nothing was kept.",
+  "capture.broken":
+    "The download broke off after {received:size} of {total:size}, and nothing was kept. Try again.",
+  "capture.brokenUnknown": "The download broke off, and nothing was kept. Try again.",
+  "capture.unwritable":
+    "The file could not be written. Check that the disk has room, or choose another folder.",
+  "capture.note.silent":
+    "No sound goes through Velmora at the moment. Play something on a device with Velmora first: the effect runs only while sound plays.",
+  "capture.note.noSound":
+    "No sound goes through Velmora at the moment, so nothing may happen. Play something on a device with Velmora.",
+  "capture.note.noReport":
+    "The effect has reported nothing new since this was asked of it. If no files come, play something on a device with Velmora and record again.",
+  "capture.note.resumed":
+    "This page was reloaded. It counts from the start that it kept and does not know whether another page has stopped the recording.",
+  "capture.note.resumedExport":
+    "This page was reloaded and waits on. It does not know whether another page has exported since.",
+  "capture.note.replaces": "Exporting deletes the files of the earlier export.",
+  "capture.note.replacesFrom": "Exporting deletes the files exported {at:dateTime}.",
+  "capture.note.kept": "The files of the earlier export stay until the next one.",
+  "capture.note.elsewhere":
+    "The effect's report has changed though this page asked for nothing. Another page or program may be recording.",
+  "capture.note.missing":
+    "Play something on a device with Velmora and export again. If that does not help, Velmora and the effect may use different folders: start Velmora without --capture-directory.",
+  "capture.note.old":
+    "They may be the files of the earlier export, which could not be deleted. Close programs that use them and export again.",
+  "capture.note.oldFrom":
+    "They may still be the files exported {at:dateTime}, which could not be deleted. Close programs that use them and export again.",
+  "capture.note.downloading":
+    "Velmora answers nothing else until the download ends. What you change meanwhile is sent afterwards.",
+  "capture.words":
+    "The effect reports: state {state}, {seconds} s, detail code {code}. These are its own numbers.",
+  "capture.memoryTitle": "Download {bytes:size} through the browser's memory?",
+  "capture.memoryText":
+    "This browser cannot write a download to disk piece by piece. It holds all {bytes:size} until the download is complete. Chromium-based browsers can write directly to disk.",
+  "capture.memoryYes": "Download",
   ...diagnostics,
 };

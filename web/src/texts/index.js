@@ -1,7 +1,8 @@
 // Texts by key, in the page's language.
 //
-// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time, dateTime, countdown, list. Without a form a
-// value is shown as it is; one that is a sentence itself, { key, values }, is put into the same language.
+// A placeholder is {name} or {name:form}. Forms: percent, decibels, decibelsPlain, hertz, seconds, duration, time,
+// size, dateTime, countdown, list. Without a form a value is shown as it is; one that is a sentence itself, { key, values },
+// is put into the same language.
 import * as format from "../model/format.js";
 import { en } from "./en.js";
 import { helpEn } from "./help_en.js";
@@ -25,6 +26,7 @@ const forms = {
   seconds: format.seconds,
   duration: format.duration,
   time: format.timeOfDay,
+  size: format.fileSize,
   dateTime: format.dateTime,
   countdown: format.countdown,
   list: format.list,
