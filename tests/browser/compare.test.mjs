@@ -336,3 +336,14 @@ test("a late change that is refused is not reported as sent", limits, async (t) 
   assert.equal(await page.locator(".message", { hasText: "was sent" }).count(), 0);
   assert.equal((await readDocument(service, paths.equalizer)).bands[0].gain_db, 0);
 });
+
+test("a trim that got no answer is sent when the service answers again", limits, async (t) => {
+  const { page, service } = await openPage(t);
+  await gainField(page).waitFor();
+  await setGain(page, "6");
+  await waitForGain(service, 6);
+  await page.route("**/effects/algorithm", (route) => route.abort(), { times: 1 });
+  await page.locator("[data-clip] button").click();
+  await waitForTrim(service, -6);
+  await page.locator("[data-clip]").waitFor({ state: "detached" });
+});
