@@ -274,3 +274,76 @@ test("an edit that is refused goes back, and the next one is sent", limits, asyn
   await setGain(page, "5");
   await waitForGain(service, 5);
 });
+
+test("an undone change of the trim while matched gives the person's own trim back", limits, async (t) => {
+  const { page, service } = await openPage(t);
+  await gainField(page).waitFor();
+  await setGain(page, "6");
+  await waitForGain(service, 6);
+  await slot(page, "B").click();
+  await setGain(page, "0");
+  await waitForGain(service, 0);
+  await matching(page).check();
+  await press(page, "c");
+  await waitForGain(service, 6);
+  await poll("a lower trim", async () => ((await trimOf(service)) < 0 ? true : undefined));
+  // The trim that keeps a lot of gain below full scale ends the matching.
+  await setGain(page, "30");
+  await page.locator("[data-clip] button").click();
+  await poll("no matching", async () => ((await matching(page).isChecked()) ? undefined : true));
+  await undoButton(page).click();
+  await waitForTrim(service, 0);
+});
+
+test("a trim that was set elsewhere while matched is not overwritten", limits, async (t) => {
+  const { page, service } = await openPage(t);
+  await gainField(page).waitFor();
+  await setGain(page, "6");
+  await slot(page, "B").click();
+  await setGain(page, "0");
+  await waitForGain(service, 0);
+  await matching(page).check();
+  await press(page, "c");
+  await poll("a lower trim", async () => ((await trimOf(service)) < 0 ? true : undefined));
+  await putDocument(service, "/api/v1/render/effects/algorithm", { output_trim_db: -12 });
+  await page.waitForResponse(
+    async (response) =>
+      response.url().endsWith("/status") && (await response.json()).footstep.output_trim_db === -12,
+  );
+  await matching(page).uncheck();
+  await sleep(500);
+  assert.equal(await trimOf(service), -12);
+});
+
+test("a late change that is refused is not reported as sent", limits, async (t) => {
+  const { page, service } = await openPage(t);
+  await gainField(page).waitFor();
+  await page.route("**/api/**", (route) => route.abort());
+  await setGain(page, "4");
+  await waitForVerdict(page, "gone");
+  await page.unrouteAll();
+  await page.route("**/render/effects/eq", (route) =>
+    route.request().method() === "PUT"
+      ? route.fulfill({
+          status: 503,
+          contentType: "application/json",
+          body: '{"error":"shared control bridge update failed"}',
+        })
+      : route.fallback(),
+  );
+  await page.locator(".message.bad").waitFor();
+  await sleep(500);
+  assert.equal(await page.locator(".message", { hasText: "was sent" }).count(), 0);
+  assert.equal((await readDocument(service, paths.equalizer)).bands[0].gain_db, 0);
+});
+
+test("a trim that got no answer is sent when the service answers again", limits, async (t) => {
+  const { page, service } = await openPage(t);
+  await gainField(page).waitFor();
+  await setGain(page, "6");
+  await waitForGain(service, 6);
+  await page.route("**/effects/algorithm", (route) => route.abort(), { times: 1 });
+  await page.locator("[data-clip] button").click();
+  await waitForTrim(service, -6);
+  await page.locator("[data-clip]").waitFor({ state: "detached" });
+});

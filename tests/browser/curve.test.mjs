@@ -416,6 +416,54 @@ test("a service that stops within a drag does not end it", limits, async (t) => 
   await waitForBand(opened, 3, { gain_db: 9.8 });
 });
 
+const kept = (page) => page.evaluate(() => JSON.parse(localStorage.getItem("velmora.memory") ?? "{}"));
+
+test("of a drag that no answer comes to, the last value is kept for another page", limits, async (t) => {
+  const opened = await openCurve(t);
+  const { page } = opened;
+  const from = await centreOf(dot(page, 3));
+  await drag(page, from, [0, -20]);
+  await page.route("**/api/**", (route) => route.abort());
+  await page.mouse.move(from.x, from.y - 40, { steps: 3 });
+  await poll("what is kept", async () => ((await kept(page)).unsent === null ? undefined : true));
+  await page.mouse.move(from.x, from.y - 60, { steps: 3 });
+  await nextFrame(page);
+  await page.mouse.up();
+  assert.equal((await kept(page)).unsent.bands[2].gain_db, 9.8);
+});
+
+test("a drag that rests before it ends is kept among the last settings", limits, async (t) => {
+  const opened = await openCurve(t);
+  const { page } = opened;
+  await drag(page, await centreOf(dot(page, 3)), [0, -40]);
+  await waitForBand(opened, 3, { gain_db: 7.4 });
+  await settled(opened);
+  await page.mouse.up();
+  await poll("the last settings", async () => {
+    const { lastSettings } = await kept(page);
+    return lastSettings?.equalizer.bands[2].gain_db === 7.4 ? true : undefined;
+  });
+});
+
+test("undo and a change of slots end a drag", limits, async (t) => {
+  for (const keys of ["Control+z", "c"]) {
+    const opened = await openCurve(t);
+    const { page } = opened;
+    const from = await centreOf(dot(page, 3));
+    await drag(page, from, [0, -40]);
+    await waitForBand(opened, 3, { gain_db: 7.4 });
+    await page.keyboard.press(keys);
+    const gain = keys === "c" ? 7.4 : 2.5;
+    await waitForBand(opened, 3, { gain_db: gain });
+    await page.mouse.move(from.x, from.y - 60, { steps: 3 });
+    await nextFrame(page);
+    assert.equal(await readout(page).count(), 0);
+    await page.mouse.up();
+    await settled(opened);
+    assert.equal((await bandOf(opened, 3)).gain_db, gain);
+  }
+});
+
 test("names of the dots, in both languages, in the order of the bands", limits, async (t) => {
   const bands = [...five, { type: 3, freq_hz: 12000, gain_db: 0, q: 0.71 }];
   const rows = {

@@ -195,6 +195,44 @@ test("a refusal goes back to what the record holds", () => {
   assert.equal(hasPending(refused), false);
 });
 
+test("a refusal within a drag keeps what has arrived of it as an undo step", () => {
+  const record = { setting: { ...flat, bypass: false } };
+  let { editor } = send(touch(looked(record.setting), gain(2)), record);
+  editor = takeRefusal(takePending(touch(editor, gain(4)), record.setting).editor);
+  assert.deepEqual([at(shown(editor)), editor.gesture], [2, null]);
+  assert.equal(at(shown(stepped(undo, editor).editor)), 0);
+  const refused = takePending(touch(looked(record.setting), gain(4)), record.setting).editor;
+  assert.equal(undo(takeRefusal(refused)), null, "nothing has arrived");
+});
+
+test("going back leaves an equalizer off that was switched off meanwhile", () => {
+  const on = { ...flat, bypass: false };
+  const off = (editor) => takeLook(editor, { ...shown(editor), bypass: true });
+  const record = { setting: on };
+  const { editor } = send(edit(looked(on), gain(3)), record);
+  record.setting = { ...record.setting, bypass: true };
+  const undone = stepped(undo, off(editor)).editor;
+  const sent = send(undone, record);
+  assert.deepEqual([at(record.setting), record.setting.bypass], [0, true]);
+  send(stepped(redo, sent.editor).editor, record);
+  assert.deepEqual([at(record.setting), record.setting.bypass], [3, true]);
+  const dragged = { setting: { ...on, bypass: true } };
+  const moved = send(touch(looked(on), gain(2)), { setting: on }).editor;
+  send(cancel(off(moved)), dragged);
+  assert.deepEqual([at(dragged.setting), dragged.setting.bypass], [0, true]);
+});
+
+test("an edit that changes nothing leaves an equalizer off", () => {
+  const editor = edit(looked(), gain(0));
+  assert.equal(undo(editor), null);
+  assert.equal(hasPending(editor), false);
+  const preset = { name: "one", starter: false, saved: flat };
+  const more = edit(looked(), gain(0), { preset: null }, { preset });
+  assert.equal(shown(more).bypass, true);
+  assert.equal(hasPending(more), false);
+  assert.equal(stepped(undo, more).edit.preset, preset);
+});
+
 test("an edit carries the output trim and the preset, and undo gives the former ones back", () => {
   const preset = { name: "More bass", starter: false, saved: flat };
   const editor = edit(looked(), gain(3), { trimDb: -4, preset }, { trimDb: 0, preset: null });

@@ -65,6 +65,13 @@ async function inTurn(exchange) {
   }
 }
 
+/**
+ * Whether nobody answered, or the link has ended.
+ *
+ * @param {Answer} answer
+ */
+const isUnanswered = ({ status }) => status === 0 || status === 401;
+
 /** @param {Setting} setting */
 const isUntouched = ({ bypass, bands }) => bypass && !bands.some(isBandUsed);
 
@@ -85,9 +92,11 @@ export function createEqualizer(session, footstep) {
   /** The trim that the person set, until a look from after the change. */
   let wantedTrim = /** @type {number | undefined} */ (undefined);
   let trimsOnTheirWay = 0;
+  /** A trim that got no answer. */
+  let lateTrim = /** @type {number | undefined} */ (undefined);
 
   session.watchers.add((kind, document) => {
-    if (kind === "status" && trimsOnTheirWay === 0) wantedTrim = undefined;
+    if (kind === "status" && trimsOnTheirWay === 0 && lateTrim === undefined) wantedTrim = undefined;
     if (kind === "equalizer") update(takeLook(editor, readSetting(document)));
     if (isSilent && !isSending) sendLate();
   });
@@ -114,6 +123,9 @@ export function createEqualizer(session, footstep) {
     return reported > 0 ? reported : usualRate;
   }
 
+  /** The trim without what the comparison at one loudness takes away. */
+  const ownTrim = () => state.kept.matching?.trimBefore ?? trim();
+
   /** Whether the bands are no longer those of the chosen preset: edited here, elsewhere, or lost with a restart. */
   function isChanged() {
     const saved = preset()?.saved;
@@ -139,22 +151,29 @@ export function createEqualizer(session, footstep) {
       session.keep(rememberSettings(state.kept, present, bands ?? null, isChanged()));
   }
 
-  /** Sends what is pending, one exchange at a time, until nothing is. */
+  /**
+   * Sends what is pending, one exchange at a time, until nothing is.
+   *
+   * @returns {Promise<boolean>} whether all of it has arrived
+   */
   async function send() {
-    if (isSending) return;
+    if (isSending) return false;
+    let hasArrived = true;
     isSending = true;
     while (hasPending(editor)) {
       const failure = await inTurn(sendOnce);
       if (failure !== null) {
         takeFailure(failure);
+        hasArrived = false;
         break;
       }
     }
     isSending = false;
-    if (hasPending(editor)) return;
+    if (hasPending(editor)) return false;
     if (state.kept.unsent !== null && !isSilent) session.keep({ ...state.kept, unsent: null });
     await session.lookAt("equalizer");
     if (!hasPending(editor) && editor.gesture === null) keepSettings();
+    return hasArrived;
   }
 
   /** @returns {Promise<Answer | null>} the failure, if there was one */
@@ -179,35 +198,42 @@ export function createEqualizer(session, footstep) {
 
   /** @param {Answer} answer */
   function takeFailure(answer) {
-    if (answer.status !== 0 && answer.status !== 401) {
+    if (!isUnanswered(answer)) {
       update(takeRefusal(editor));
       return session.sayFailure("action.failed", answer);
     }
     // Nobody answers, or the link has ended: the edit is kept for when one does.
     isSilent = true;
     update(takeSilence(editor));
-    session.keep({ ...state.kept, unsent: setting() ?? null });
+    keepUnsent();
   }
+
+  const keepUnsent = () => session.keep({ ...state.kept, unsent: setting() ?? null });
 
   async function sendLate() {
     isSilent = false;
     isLate = true;
-    await send();
+    if (lateTrim !== undefined) sendTrim(lateTrim);
+    const hasArrived = await send();
     isLate = false;
-    if (!hasPending(editor)) session.say("info", "equalizer.sentLate");
+    if (hasArrived && !hasPending(editor)) session.say("info", "equalizer.sentLate");
   }
 
   /** @param {number} trimDb */
   function sendTrim(trimDb) {
     wantedTrim = trimDb;
+    lateTrim = undefined;
     ++trimsOnTheirWay;
     const put = async () => {
       const body = { output_trim_db: trimDb };
       const answer = await client.ask({ method: "PUT", path: algorithmPath, body, control: "trim" });
       --trimsOnTheirWay;
-      if (answer.dropped) return;
+      if (trimsOnTheirWay > 0) return;
       if (answer.ok) await session.lookAt("status");
-      else {
+      else if (isUnanswered(answer)) {
+        lateTrim = trimDb;
+        isSilent = true;
+      } else {
         wantedTrim = undefined;
         session.sayFailure("action.failed", answer);
       }
@@ -223,7 +249,8 @@ export function createEqualizer(session, footstep) {
     if (setting() === undefined) return;
     session.begin();
     update(next());
-    if (!isSilent) send();
+    if (isSilent) keepUnsent();
+    else send();
   }
 
   /**
@@ -247,7 +274,7 @@ export function createEqualizer(session, footstep) {
   function makeWholeEdit(wanted, merge) {
     if (setting() === undefined) return;
     const before = {
-      ...(wanted.trimDb !== undefined && { trimDb: trim() }),
+      ...(wanted.trimDb !== undefined && { trimDb: ownTrim() }),
       ...(wanted.preset !== undefined && { preset: preset() }),
     };
     // The trim goes first: a louder setting is never heard without its trim.
@@ -272,7 +299,7 @@ export function createEqualizer(session, footstep) {
 
   /** @param {typeof undo} step undo or redo */
   function goBack(step) {
-    const done = step(editor);
+    const done = setting() === undefined ? null : step(editor);
     if (done === null) return;
     setMore(done.edit);
     edit(() => done.editor);
@@ -292,7 +319,7 @@ export function createEqualizer(session, footstep) {
   /** The output trim for each slot, so that both are equally loud. */
   function matchingTrims() {
     const both = slots();
-    const trimDb = state.kept.matching?.trimBefore ?? trim();
+    const trimDb = ownTrim();
     if (both === null || trimDb === undefined) return null;
     return matchedTrims({ a: levelOf(both.a, rate()), b: levelOf(both.b, rate()) }, trimDb);
   }
@@ -303,35 +330,34 @@ export function createEqualizer(session, footstep) {
     const trims = matchingTrims();
     if (matching === null || trims === null) return;
     const trimDb = trims[editor.active];
-    if (trimDb === trim()) return;
-    session.keep({ ...state.kept, matching: { ...matching, trimDb } });
-    sendTrim(trimDb);
+    if (matching.trimDb !== trimDb) session.keep({ ...state.kept, matching: { ...matching, trimDb } });
+    if (trimDb !== trim()) sendTrim(trimDb);
   }
 
   /** @param {boolean} on */
   function setMatching(on) {
-    const trimBefore = trim();
-    if (trimBefore === undefined) return;
+    const present = trim();
+    if (present === undefined) return;
     session.begin();
     if (on) {
-      session.keep({ ...state.kept, matching: { trimBefore, trimDb: trimBefore } });
+      session.keep({ ...state.kept, matching: { trimBefore: present, trimDb: present } });
       return match();
     }
     const { matching } = state.kept;
     session.keep({ ...state.kept, matching: null });
-    if (matching !== null && matching.trimBefore !== trimBefore) sendTrim(matching.trimBefore);
+    // A trim that was set elsewhere meanwhile is newer than the one from before.
+    const isOurs = matching !== null && matching.trimDb === present;
+    if (isOurs && matching.trimBefore !== present) sendTrim(matching.trimBefore);
   }
 
   /** @param {SlotName} wanted */
   function useSlot(wanted) {
     if (wanted === editor.active || setting() === undefined) return;
-    session.begin();
     const { editor: next, preset: chosen } = switchSlot(editor, preset());
     if (chosen !== preset()) session.keep({ ...state.kept, preset: chosen });
     editor = next;
     match();
-    session.changed();
-    if (!isSilent) send();
+    edit(() => next);
   }
 
   return {
@@ -355,6 +381,8 @@ export function createEqualizer(session, footstep) {
     finish() {
       update(finish(editor));
       match();
+      // All of the drag may have arrived before it ends.
+      if (!isSending && !hasPending(editor)) keepSettings();
     },
     /** Whether a drag is under way. */
     isHeld: () => editor.gesture !== null,
@@ -391,14 +419,14 @@ export function createEqualizer(session, footstep) {
     }),
     setMatching,
     /** @returns {number | undefined} the trim to remember with a preset */
-    ownTrim: () => state.kept.matching?.trimBefore ?? trim(),
+    ownTrim,
     /** @returns {Setting | null} a setting that another page could not send */
     unsent: () => (hasPending(editor) || isSending ? null : state.kept.unsent),
     /** @param {boolean} wanted */
     answerUnsent(wanted) {
       const { unsent } = state.kept;
       session.keep({ ...state.kept, unsent: null });
-      if (wanted && unsent !== null) load(unsent, null);
+      if (wanted && unsent !== null) makeWholeEdit({ change: wholeChange(unsent), preset: null });
     },
     keepSettings,
     /** Resolves when what was changed has been sent. */

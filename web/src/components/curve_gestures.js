@@ -148,6 +148,7 @@ export function createGestures(redraw) {
   /** Takes in the last place of the pointer: once for each frame, and at the end. */
   function takeMove() {
     if (drag === null || latest === null) return;
+    if (sent !== "{}" && !surface.equalizer.isHeld()) return drop();
     const wasMoving = drag.isMoving;
     drag = moveDrag(drag, latest, surface.scale);
     latest = null;
@@ -164,11 +165,21 @@ export function createGestures(redraw) {
   function end() {
     if (drag === null) return;
     takeMove();
+    if (drag === null) return;
     const { index, isMoving } = drag;
     forget();
     if (sent !== "{}") surface.equalizer.finish();
     redraw();
     return { index, isMoving };
+  }
+
+  /** Lets go of a drag that something else has ended: an undo, a change of slots, a refusal. */
+  function drop() {
+    if (drag === null) return;
+    const handle = handleOf(drag.index);
+    forget();
+    if (handle?.hasPointerCapture(pointerId)) handle.releasePointerCapture(pointerId);
+    redraw();
   }
 
   function forget() {
@@ -211,11 +222,8 @@ export function createGestures(redraw) {
     if (event.key !== "Escape" || drag === null) return;
     event.preventDefault();
     event.stopPropagation();
-    const handle = handleOf(drag.index);
-    forget();
-    if (handle?.hasPointerCapture(pointerId)) handle.releasePointerCapture(pointerId);
+    drop();
     if (sent !== "{}") surface.equalizer.cancel();
-    redraw();
   }
 
   /**

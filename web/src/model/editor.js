@@ -8,8 +8,10 @@ import {
   asHeld,
   inverseOf,
   isEmptyChange,
+  leavingOff,
   mergeChanges,
   switchingOn,
+  valuesAt,
   withChange,
   wholeChange,
 } from "./equalizer.js";
@@ -84,6 +86,18 @@ function want(editor, change) {
   return { ...editor, shown: withChange(setting, change), pending: mergeChanges(editor.pending, change) };
 }
 
+/**
+ * Shows values from before and marks them to be sent.
+ *
+ * @param {Editor} editor
+ * @param {Change} change
+ * @returns {Editor}
+ */
+function wantBack(editor, change) {
+  const setting = settingOf(editor);
+  return setting === undefined ? editor : want(editor, leavingOff(setting, change));
+}
+
 // ---- edits ----
 
 /**
@@ -128,7 +142,7 @@ export function finish(editor) {
 export function cancel(editor) {
   const { gesture } = editor;
   if (gesture === null) return editor;
-  return want({ ...editor, gesture: null }, inverseOf(gesture.from, gesture.change));
+  return wantBack({ ...editor, gesture: null }, inverseOf(gesture.from, gesture.change));
 }
 
 /**
@@ -145,10 +159,11 @@ export function makeEdit(editor, edit, before, key, time) {
   const finished = finish(editor);
   const setting = settingOf(finished);
   if (setting === undefined) return finished;
-  const change = switchingOn(setting, edit.change);
+  const isNothing = isEmptyChange(inverseOf(setting, edit.change));
+  const change = isNothing ? {} : switchingOn(setting, edit.change);
   const back = inverseOf(setting, change);
   const setsMore = edit.trimDb !== before.trimDb || edit.preset !== before.preset;
-  if (isEmptyChange(back) && !setsMore) return finished;
+  if (isNothing && !setsMore) return finished;
   const step = { back: { ...before, change: back }, forth: { ...edit, change } };
   return want({ ...finished, history: recordStep(finished.history, step, key, time) }, change);
 }
@@ -161,7 +176,8 @@ export function undo(editor) {
   const finished = finish(editor);
   const undone = undoStep(finished.history);
   if (undone === null) return null;
-  return { editor: want({ ...finished, history: undone.history }, undone.edit.change), edit: undone.edit };
+  const { history, edit } = undone;
+  return { editor: wantBack({ ...finished, history }, edit.change), edit };
 }
 
 /**
@@ -172,7 +188,8 @@ export function redo(editor) {
   const finished = finish(editor);
   const redone = redoStep(finished.history);
   if (redone === null) return null;
-  return { editor: want({ ...finished, history: redone.history }, redone.edit.change), edit: redone.edit };
+  const { history, edit } = redone;
+  return { editor: wantBack({ ...finished, history }, edit.change), edit };
 }
 
 // ---- the slots A and B ----
@@ -247,15 +264,17 @@ export function takeSilence(editor) {
 }
 
 /**
- * The service refused what was sent: the page goes back to what the record holds.
+ * The service refused what was sent: the page goes back to what the record holds. What has arrived of a drag is an undo
+ * step.
  *
  * @param {Editor} editor
  * @returns {Editor}
  */
-export const takeRefusal = (editor) => ({
-  ...editor,
-  flight: null,
-  pending: null,
-  gesture: null,
-  shown: undefined,
-});
+export function takeRefusal(editor) {
+  const { held, gesture } = editor;
+  const arrived =
+    gesture === null || held === undefined
+      ? null
+      : { from: gesture.from, change: valuesAt(held, gesture.change) };
+  return finish({ ...editor, flight: null, pending: null, gesture: arrived, shown: undefined });
+}

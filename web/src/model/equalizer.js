@@ -123,6 +123,38 @@ export function switchingOn(setting, change) {
 }
 
 /**
+ * Going back is no edit: it leaves an equalizer off that is off, where the change does not say otherwise.
+ *
+ * @param {Setting} setting
+ * @param {Change} change
+ * @returns {Change}
+ */
+export function leavingOff(setting, change) {
+  const isOpen = change.bands !== undefined && change.bypass === undefined && setting.bypass;
+  return isOpen ? { ...change, bypass: true } : change;
+}
+
+/**
+ * @param {Setting} setting
+ * @param {Change} change
+ * @returns {Change} the values that the setting has in place of those of the change
+ */
+export function valuesAt(setting, { bypass, fade_ms: fade, bands }) {
+  /** @type {(index: string, values: Partial<Band>) => Partial<Band>} */
+  const valuesOf = (index, values) =>
+    Object.fromEntries(Object.entries(setting.bands[Number(index)]).filter(([key]) => key in values));
+  return {
+    ...(bypass !== undefined && { bypass: setting.bypass }),
+    ...(fade !== undefined && { fade_ms: setting.fade_ms }),
+    ...(bands !== undefined && {
+      bands: Object.fromEntries(
+        Object.entries(bands).map(([index, values]) => [index, valuesOf(index, values)]),
+      ),
+    }),
+  };
+}
+
+/**
  * @param {Setting} setting
  * @returns {Change} what makes this setting of any other
  */
