@@ -46,7 +46,7 @@ function workPerFrame(trace) {
     .filter(({ name, args }) => name === "thread_name" && args.name === "CrRendererMain")
     .map((event) => {
       const own = events.filter((other) => threadOf(other) === threadOf(event));
-      const frames = own.filter(({ name }) => name === "BeginMainThreadFrame").map(({ ts }) => ts);
+      const frames = own.filter(({ name }) => name === "BeginCommitCompositorFrame").map(({ ts }) => ts);
       return { own, frames };
     });
   // The page is the renderer that draws.
@@ -75,9 +75,11 @@ test("a drag of the equalizer", { timeout: 300_000 }, async (t) => {
   effect.play();
   await waitForVerdict(page, "works");
   const dot = page.getByRole("slider", { name: /^Band 4,/ });
-  const box = await dot.boundingBox();
-  if (box === null) throw new Error("no dot");
-  const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
+  const placeOf = async () => {
+    const box = await dot.boundingBox();
+    if (box === null) throw new Error("no dot");
+    return [box.x + box.width / 2, box.y + box.height / 2];
+  };
 
   const record = fs.openSync(effect.file, "r");
   const bytes = Buffer.alloc(4);
@@ -107,13 +109,15 @@ test("a drag of the equalizer", { timeout: 300_000 }, async (t) => {
     return times.slice(1).map((time, index) => time - times[index]);
   };
   const drag = async () => {
+    const [x, y] = await placeOf();
     await page.mouse.move(x, y);
     await page.mouse.down();
     const end = performance.now() + dragMs;
     for (let step = 0; performance.now() < end; ++step) {
-      await page.mouse.move(x + 60 * Math.sin(step / 20), y + 50 * Math.sin(step / 13));
+      await page.mouse.move(x + 60 * Math.sin(step / 20), y + 30 * Math.sin(step / 13));
       await new Promise((resolve) => setTimeout(resolve, 8));
     }
+    await page.mouse.move(x, y);
     await page.mouse.up();
   };
 
@@ -130,6 +134,7 @@ test("a drag of the equalizer", { timeout: 300_000 }, async (t) => {
 
   /** @type {number[]} */
   const latencies = [];
+  const [x, y] = await placeOf();
   await page.mouse.move(x, y);
   await page.mouse.down();
   await page.mouse.move(x, y + 20);
@@ -138,7 +143,10 @@ test("a drag of the equalizer", { timeout: 300_000 }, async (t) => {
     const before = gain();
     const begun = performance.now();
     await page.mouse.move(x, y + (move % 2 === 0 ? 30 : 20) + move / 12);
-    while (gain() === before) await new Promise((resolve) => setImmediate(resolve));
+    while (gain() === before) {
+      if (performance.now() > begun + 5000) throw new Error("the movement did not reach the record");
+      await new Promise((resolve) => setImmediate(resolve));
+    }
     latencies.push(performance.now() - begun);
     await page.waitForTimeout(23);
   }
@@ -147,9 +155,7 @@ test("a drag of the equalizer", { timeout: 300_000 }, async (t) => {
   /** @type {number[]} */
   const last = [];
   for (let release = 0; release < releases; ++release) {
-    const place = await dot.boundingBox();
-    if (place === null) throw new Error("no dot");
-    const [fromX, fromY] = [place.x + place.width / 2, place.y + place.height / 2];
+    const [fromX, fromY] = await placeOf();
     await page.mouse.move(fromX, fromY);
     await page.mouse.down();
     const down = release % 2 === 0 ? -1 : 1;

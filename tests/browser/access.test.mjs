@@ -179,11 +179,12 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
   await add.focus();
   await page.keyboard.press("Enter");
   await waitForVerdict(page, "restartPending");
-  assert.equal(await page.evaluate(() => document.activeElement?.id), "verdict", "the focus stays near");
+  // The focus stays near.
+  await page.waitForFunction(() => document.activeElement?.id === "verdict");
   await page.locator("#strength").focus();
   await page.keyboard.press("ArrowRight");
   await page.getByText("51 %", { exact: true }).waitFor();
-  assert.equal(await page.evaluate(() => document.activeElement?.id), "strength");
+  await page.waitForFunction(() => document.activeElement?.id === "strength");
   assert.ok(service);
 });
 

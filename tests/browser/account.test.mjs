@@ -60,6 +60,10 @@ async function signIn(page, password = 'secret "1"') {
   await page.getByRole("button", { name: "Sign in", exact: true }).click();
 }
 
+const waitForFocus = (page, text) =>
+  poll(`the focus on ${text}`, async () =>
+    (await page.evaluate(() => document.activeElement?.textContent?.trim())) === text ? true : undefined,
+  );
 const news = (page, text) => page.locator("#account .news .message > span", { hasText: text }).waitFor();
 const polls = (requests) => requests.filter((request) => request.includes("/account/poll?")).length;
 
@@ -74,11 +78,11 @@ test("signing in by password, and what a signed-in person does", limits, async (
   assert.deepEqual(await changes(), [], "opening the page sends nothing");
   await signIn(page);
   await page.getByText("Waiting for the account service to confirm the sign-in… 等待确认").waitFor();
-  assert.equal(await page.evaluate(() => document.activeElement?.textContent), "Cancel");
+  await waitForFocus(page, "Cancel");
   const [{ username, password }] = bodiesTo("password");
   assert.deepEqual([username, password], ["user", 'secret "1"']);
   await news(page, "Signed in.");
-  assert.equal(await page.locator("[data-account-state]").textContent(), "Signed in as 小明");
+  await page.locator("[data-account-state]", { hasText: "Signed in as 小明" }).waitFor();
   const facts = await page.locator("#account dd").allTextContents();
   assert.deepEqual(
     [facts[0], facts[1], facts[3], facts[4], await page.locator("#account dd a").textContent()],
@@ -101,14 +105,10 @@ test("signing in by password, and what a signed-in person does", limits, async (
   const free = page.getByRole("button", { name: "Free the primary computer" });
   await free.click();
   const question = page.getByRole("dialog", { name: "Free the primary computer?" });
-  assert.equal(await page.evaluate(() => document.activeElement?.textContent?.trim()), "Cancel");
+  await waitForFocus(page, "Cancel");
   await page.keyboard.press("Escape");
   await question.waitFor({ state: "detached" });
-  assert.equal(
-    await page.evaluate(() => document.activeElement?.textContent?.trim()),
-    "Free the primary computer",
-    "the focus comes back",
-  );
+  await waitForFocus(page, "Free the primary computer");
   assert.deepEqual(bodiesTo("unbind"), [], "not without a yes");
   await free.click();
   await question.getByRole("button", { name: "Free it" }).click();
@@ -199,11 +199,8 @@ test("a new account is registered, and an attempt ends with the words that end i
   assert.deepEqual(Object.keys(bodiesTo("register")[0]), ["username", "password", "machine_id"]);
   account.answer(remote.poll, jsonReply({ status: "Denied", detail: "已拒绝 <b>" }));
   await news(page, "The sign-in was declined. Begin again if that was not intended.\n已拒绝 <b>");
-  assert.equal(
-    await page.evaluate(() => document.activeElement?.id),
-    "account-title",
-    "the focus stays near",
-  );
+  // The focus stays near.
+  await page.waitForFunction(() => document.activeElement?.id === "account-title");
   account.answer(remote.poll, jsonReply({ status: "issued" }));
   await signIn(page);
   await news(page, "The account service named no account. The sign-in is not complete.");
@@ -222,7 +219,7 @@ test(
     await page.getByText(/^This page waits 9:5[0-8] more\.$/).waitFor();
     account.answer(remote.poll, jsonReply({ status: "expired" }));
     await news(page, "This code has expired. Get a new one.");
-    assert.equal(await page.evaluate(() => document.activeElement?.textContent?.trim()), "Get a new code");
+    await waitForFocus(page, "Get a new code");
     account.answer(remote.poll, waitingReply);
     await page.keyboard.press("Enter");
     await page.getByRole("img", { name: "QR code to scan for the sign-in" }).waitFor();

@@ -75,7 +75,7 @@ test("a reset puts one value back, or all in one request, and can be undone", li
   await button("Reset Output trim").click();
   await waitForStatus(service, "the trim", ({ footstep }) => footstep.output_trim_db === 0);
   await button("Reset Output trim").waitFor({ state: "detached" });
-  assert.equal(await page.evaluate(() => document.activeElement?.getAttribute("name")), "output_trim_db");
+  await page.waitForFunction(() => document.activeElement?.getAttribute("name") === "output_trim_db");
   assert.equal(await fieldOf(page, "Output trim").inputValue(), "0 dB");
   assert.deepEqual(await changes(), [`PUT ${algorithm} {"output_trim_db":0}`]);
 

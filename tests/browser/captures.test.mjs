@@ -127,7 +127,7 @@ test("a capture is recorded, stopped early, exported and written to disk", limit
   assert.equal(await opened.captureWord(), (1n << 32n) | (300n << 16n) | 1n);
   assert.match(await sentence(), /^Recording: (?:300|29\d) s of 300 s left\.$/);
   assert.deepEqual(await buttons(), ["stop"]);
-  assert.equal(await page.evaluate(() => document.activeElement?.id), "captures");
+  await page.waitForFunction(() => document.activeElement?.id === "captures");
   await note("noReport");
   effect.reportCapture(1, 300);
   await card.getByText("The effect reports: state 1, 300 s, detail code -2147483648.").waitFor();

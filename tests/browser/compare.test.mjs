@@ -31,6 +31,19 @@ async function press(page, key) {
   await page.keyboard.press(key);
 }
 
+/** Edits the gain at the moment in which the service stops to answer: the card goes soon after. */
+async function setGainInSilence(page, text) {
+  await gainField(page).fill(text);
+  await gainField(page).evaluate((field) => {
+    const { fetch } = globalThis;
+    Object.assign(globalThis, { fetchOf: fetch, fetch: () => Promise.reject(new TypeError("silence")) });
+    field.dispatchEvent(new KeyboardEvent("keydown", { key: "Enter", bubbles: true }));
+  });
+}
+
+const endSilence = (page) =>
+  page.evaluate(() => Object.assign(globalThis, { fetch: /** @type {any} */ (globalThis).fetchOf }));
+
 async function waitForGain(service, gain, bypass = false) {
   await poll(`a gain of ${gain} dB`, async () => {
     const setting = await readDocument(service, paths.equalizer);
@@ -219,8 +232,9 @@ test("an edit that got no answer is sent when the same link answers again", limi
       ? true
       : undefined,
   );
+  await setGainInSilence(page, "7.5");
   await service.stop();
-  await setGain(page, "7.5");
+  await endSilence(page);
   await waitForVerdict(page, "gone");
   const again = await startAgain(t, opened);
   await waitForMessage(page, "Velmora answers again. Your last equalizer change was sent.");
@@ -236,8 +250,9 @@ test("an edit that a page could not send is offered on the page of the new link"
   const opened = await openPage(t);
   const { page, service, address } = opened;
   await gainField(page).waitFor();
+  await setGainInSilence(page, "-7.5");
   await service.stop();
-  await setGain(page, "-7.5");
+  await endSilence(page);
   await waitForVerdict(page, "gone");
   const token = "another-token-0123456789abcdef0123456789";
   const again = await startAgain(t, opened, token);

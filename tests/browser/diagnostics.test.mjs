@@ -121,7 +121,7 @@ test("a search finds words and API names in both languages, and Escape ends it",
   await search.fill("sample rate");
   await page.getByRole("button", { name: "Clear the search" }).click();
   assert.equal(await search.inputValue(), "");
-  assert.equal(await search.evaluate((field) => field === document.activeElement), true);
+  await page.waitForFunction(() => document.activeElement?.matches(".search input"));
   await page.getByRole("button", { name: "中文" }).click();
   await page.getByRole("textbox", { name: "搜索" }).fill("引擎 进程号");
   await rowOf(page, "audio_engine.process_id").waitFor();
@@ -190,10 +190,7 @@ test("what the preview shows is what is copied, from both pages", limits, async 
   const shown = await reportField(page).inputValue();
   await page.waitForTimeout(1200);
   assert.equal(await reportField(page).inputValue(), shown, "the text stays as it was read");
-  assert.equal(
-    await dialog.getByRole("button", { name: "Copy" }).evaluate((one) => one === document.activeElement),
-    true,
-  );
+  await page.waitForFunction(() => document.activeElement?.textContent?.trim() === "Copy");
   await page.keyboard.press("Enter");
   await dialog.getByText("Copied. Paste it where you report the fault.").waitFor();
   assert.equal(await clipboard(), shown);
@@ -212,7 +209,8 @@ test("what the preview shows is what is copied, from both pages", limits, async 
   assert.match(await reportField(page).inputValue(), /^Velmora report\n/);
   await page.keyboard.press("Escape");
   await dialog.waitFor({ state: "detached" });
-  assert.equal(await open.evaluate((one) => one === document.activeElement), true, "the focus comes back");
+  // The focus comes back.
+  await page.waitForFunction(() => document.activeElement?.textContent?.trim() === "Copy report…");
 });
 
 test("where the browser refuses the clipboard, the text is selected to copy by hand", limits, async (t) => {
@@ -313,8 +311,10 @@ test("planted secrets are in no report of the real service", limits, async (t) =
   const reports = [];
   for (const where of ["/advanced.html", "/"]) {
     for (const language of ["English", "中文"]) {
+      const looked = page.waitForResponse("**/api/v1/devices");
       await page.goto(address(where));
       await page.locator("nav a").first().waitFor();
+      await looked;
       const other = page.locator("nav button");
       if ((await other.textContent())?.trim() === language) await other.click();
       if (where === "/") {

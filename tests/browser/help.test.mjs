@@ -110,7 +110,7 @@ test("the search finds a sentence, says how many, and gives everything back", li
   }
   await page.getByRole("button", { name: "Show everything" }).click();
   assert.equal(await shown(page), entries.length);
-  assert.equal(await page.evaluate(() => document.activeElement?.getAttribute("type")), "search");
+  await page.waitForFunction(() => document.activeElement?.getAttribute("type") === "search");
   // A link to what the search hides ends the search.
   await search(page).fill("xylophone");
   await page.evaluate(() => location.assign("#verdict-muted"));

@@ -290,7 +290,7 @@ test("in Chinese, with the keyboard only, on a narrow screen", limits, async (t)
   assert.deepEqual(await changes(), []);
   // The offer of the preamp, the list, cancel, use.
   for (let count = 0; count < 4; ++count) await page.keyboard.press("Tab");
-  assert.equal(await page.evaluate(() => document.activeElement?.textContent?.trim()), "使用此设置");
+  await page.waitForFunction(() => document.activeElement?.textContent?.trim() === "使用此设置");
   await page.keyboard.press("Enter");
   await waitForBands(service, firstBands);
   await poll("the focus", async () =>

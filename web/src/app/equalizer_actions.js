@@ -87,8 +87,8 @@ export function createEqualizer(session, footstep) {
   /** The last attempt to send got no answer: what is pending waits for the next look that gets one. */
   let isSilent = false;
   let isLate = false;
-  /** @type {Promise<unknown>} the last trim that was sent */
-  let trimSent = Promise.resolve();
+  /** Resolves when the bands that were edited last have been sent. */
+  let bandsSent = Promise.resolve(true);
   /** The trim that the person set, until a look from after the change. */
   let wantedTrim = /** @type {number | undefined} */ (undefined);
   let trimsOnTheirWay = 0;
@@ -156,8 +156,7 @@ export function createEqualizer(session, footstep) {
    *
    * @returns {Promise<boolean>} whether all of it has arrived
    */
-  async function send() {
-    if (isSending) return false;
+  async function sendAll() {
     let hasArrived = true;
     isSending = true;
     while (hasPending(editor)) {
@@ -174,6 +173,12 @@ export function createEqualizer(session, footstep) {
     await session.lookAt("equalizer");
     if (!hasPending(editor) && editor.gesture === null) keepSettings();
     return hasArrived;
+  }
+
+  /** @returns {Promise<boolean>} whether all that was pending has arrived */
+  function send() {
+    if (!isSending) bandsSent = sendAll();
+    return bandsSent;
   }
 
   /** @returns {Promise<Answer | null>} the failure, if there was one */
@@ -219,12 +224,24 @@ export function createEqualizer(session, footstep) {
     if (hasArrived && !hasPending(editor)) session.say("info", "equalizer.sentLate");
   }
 
-  /** @param {number} trimDb */
+  /**
+   * A lower trim is sent before the bands that it goes with, a higher one after them, so that nothing is too loud in
+   * between.
+   *
+   * @param {number} trimDb
+   */
   function sendTrim(trimDb) {
+    const isHigher = trimDb > (trim() ?? trimDb);
     wantedTrim = trimDb;
     lateTrim = undefined;
     ++trimsOnTheirWay;
     const put = async () => {
+      // The bands are sent by what called this, so they are on their way a moment later.
+      if (isHigher) await Promise.resolve().then(() => bandsSent);
+      if (wantedTrim !== trimDb) {
+        --trimsOnTheirWay;
+        return;
+      }
       const body = { output_trim_db: trimDb };
       const answer = await client.ask({ method: "PUT", path: algorithmPath, body, control: "trim" });
       --trimsOnTheirWay;
@@ -238,7 +255,7 @@ export function createEqualizer(session, footstep) {
         session.sayFailure("action.failed", answer);
       }
     };
-    trimSent = put();
+    put();
     session.changed();
   }
 
@@ -277,7 +294,6 @@ export function createEqualizer(session, footstep) {
       ...(wanted.trimDb !== undefined && { trimDb: ownTrim() }),
       ...(wanted.preset !== undefined && { preset: preset() }),
     };
-    // The trim goes first: a louder setting is never heard without its trim.
     setMore(wanted);
     edit(() => makeEdit(editor, wanted, before, merge, Date.now()));
     match();
@@ -429,8 +445,6 @@ export function createEqualizer(session, footstep) {
       if (wanted && unsent !== null) makeWholeEdit({ change: wholeChange(unsent), preset: null });
     },
     keepSettings,
-    /** Resolves when what was changed has been sent. */
-    whenSent: () => trimSent,
   };
 }
 

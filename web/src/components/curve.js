@@ -89,7 +89,7 @@ function Grid({ width, range, labelled }) {
       const y = yOf(level, range, plotHeight);
       return html`<g key=${level}>
         <line x1="0" x2=${width} y1=${y} y2=${y} />
-        <text x="-8" y=${y} dy="0.35em" text-anchor="end">
+        <text x="-16" y=${y} dy="0.35em" text-anchor="end">
           ${level > 0 ? "+" : level < 0 ? "−" : ""}${Math.abs(level)}
         </text>
       </g>`;

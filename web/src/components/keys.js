@@ -2,7 +2,8 @@
 import { useEffect } from "../view.js";
 
 /** Where a key press writes or chooses something, it is no shortcut. */
-const takesKeys = "input:not([type=checkbox]):not([type=range]):not([type=radio]), select, textarea, dialog";
+const takesKeys = "input:not([type=checkbox]):not([type=range]):not([type=radio]), textarea, dialog";
+const takesLetters = `${takesKeys}, select`;
 
 /**
  * @typedef {object} Shortcut
@@ -32,7 +33,9 @@ export function useShortcuts(shortcuts) {
     const listen = (/** @type {KeyboardEvent} */ event) => {
       const pressed = shortcuts.find((shortcut) => isPressed(event, shortcut));
       if (pressed === undefined || (event.repeat && !pressed.control)) return;
-      const isElsewhere = event.target instanceof Element && event.target.closest(takesKeys) !== null;
+      const isElsewhere =
+        event.target instanceof Element &&
+        event.target.closest(pressed.control ? takesKeys : takesLetters) !== null;
       if (isElsewhere || document.querySelector("dialog[open]") !== null) return;
       event.preventDefault();
       pressed.press();
