@@ -871,6 +871,7 @@ test("a list that fails is said, and the last one stays", limits, async (t) => {
   await page.unrouteAll();
   await opened.enter("Mine");
   await waitForMessage(page, "Saved as Mine.");
+  await page.locator("#preset option", { hasText: "Mine" }).waitFor({ state: "attached" });
   assert.deepEqual((await labels()).slice(5), ["bass", "Mine"]);
   assert.ok(requests.length > 0);
 });
