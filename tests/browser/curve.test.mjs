@@ -1,9 +1,10 @@
 // The curve of the equalizer: dots moved by mouse, finger, wheel and keys, and the fields of the chosen band.
 import assert from "node:assert/strict";
 import { createRequire } from "node:module";
+import net from "node:net";
 import test from "node:test";
 
-import { poll } from "../e2e/harness.mjs";
+import { atEnd, poll, sleep } from "../e2e/harness.mjs";
 import { limits, openPage, paths, putDocument, readDocument } from "./browser.mjs";
 
 const axePath = createRequire(import.meta.url).resolve("axe-core/axe.min.js");
@@ -698,3 +699,60 @@ for (const [locale, colorScheme] of /** @type {["en-US" | "zh-CN", "light" | "da
     assert.deepEqual(found, []);
   });
 }
+
+// ---- the way to the service ----
+
+/**
+ * Counts at the service's end how many requests are under way at once.
+ *
+ * @param {import("node:test").TestContext} t
+ * @param {number} port of the service
+ */
+async function startCounter(t, port) {
+  const counts = { port: 0, open: 0, most: 0, writes: 0 };
+  const server = net.createServer((client) => {
+    /** @type {net.Socket | undefined} */
+    let upstream;
+    client.on("error", () => upstream?.destroy());
+    client.on("data", (chunk) => {
+      // The service takes one connection at a time, so a connection without a request does not reach it.
+      if (upstream === undefined) {
+        ++counts.open;
+        counts.most = Math.max(counts.most, counts.open);
+        if (chunk.subarray(0, 4).toString() === "PUT ") ++counts.writes;
+        upstream = net.connect(port, "127.0.0.1");
+        upstream.on("data", (answer) => client.write(answer));
+        upstream.on("error", () => client.destroy());
+        upstream.on("close", () => {
+          --counts.open;
+          client.end();
+        });
+      }
+      const text = chunk.toString("latin1").replaceAll(`127.0.0.1:${counts.port}`, `127.0.0.1:${port}`);
+      upstream.write(text, "latin1");
+    });
+  });
+  await new Promise((resolve) => server.listen(0, "127.0.0.1", () => resolve(undefined)));
+  counts.port = /** @type {net.AddressInfo} */ (server.address()).port;
+  atEnd(t, () => server.close());
+  return counts;
+}
+
+test("while a dot is dragged, the service sees one request at a time", limits, async (t) => {
+  const opened = await openCurve(t);
+  const { page, service } = opened;
+  const counts = await startCounter(t, service.port);
+  await page.goto(`http://127.0.0.1:${counts.port}/?token=${service.token}`);
+  await dot(page, 3).waitFor();
+  const { x, y } = await centreOf(dot(page, 3));
+  await page.mouse.move(x, y);
+  await page.mouse.down();
+  for (let step = 1; step <= 60; ++step) {
+    await page.mouse.move(x + step, y + 20 * Math.sin(step / 9));
+    await sleep(8);
+  }
+  await page.mouse.up();
+  await sleep(500);
+  assert.equal(counts.most, 1);
+  assert.ok(counts.writes >= 5, `${counts.writes} writes`);
+});

@@ -170,6 +170,8 @@ export function createEqualizer(session, footstep) {
     isSending = false;
     if (hasPending(editor)) return false;
     if (state.kept.unsent !== null && !isSilent) session.keep({ ...state.kept, unsent: null });
+    // Within a drag the next change comes soon; it must not wait for a look.
+    if (editor.gesture !== null) return hasArrived;
     await session.lookAt("equalizer");
     if (!hasPending(editor) && editor.gesture === null) keepSettings();
     return hasArrived;
@@ -398,8 +400,10 @@ export function createEqualizer(session, footstep) {
       update(finish(editor));
       match();
       // All of the drag may have arrived before it ends.
-      if (!isSending && !hasPending(editor)) keepSettings();
+      if (!isSending && !hasPending(editor)) session.lookAt("equalizer").then(keepSettings);
     },
+    /** How the page draws what follows a drag, without the rest; null while it is not there. */
+    live: { redraw: /** @type {(() => void) | null} */ (null) },
     /** Whether a drag is under way. */
     isHeld: () => editor.gesture !== null,
     /** Ends a drag and goes back to where it began. */

@@ -1,6 +1,6 @@
 // The equalizer: its own switch, the presets, the curve and the fields of one band.
 import { dropHandlers } from "../app/transfer.js";
-import { html } from "../view.js";
+import { html, useEffect, useState } from "../view.js";
 import { BandFields } from "./band_fields.js";
 import { CompareBar, MatchingNote } from "./compare_bar.js";
 import { Switch } from "./controls.js";
@@ -29,6 +29,26 @@ function UnsentOffer({ t, equalizer }) {
       ${t("equalizer.dropUnsent")}
     </button>
   </div>`;
+}
+
+/**
+ * What follows a drag. While a dot is held, it is drawn for each frame and the rest of the page less often.
+ *
+ * @param {{t: Translate, equalizer: Equalizer}} props
+ */
+function LiveEditor({ t, equalizer }) {
+  const [, setDrawn] = useState(0);
+  useEffect(() => {
+    const { live } = equalizer;
+    live.redraw = () => setDrawn((count) => count + 1);
+    return () => {
+      live.redraw = null;
+    };
+  }, []);
+  return html`
+    <${Curve} t=${t} equalizer=${equalizer} />
+    <${BandFields} t=${t} equalizer=${equalizer} />
+  `;
 }
 
 /** @param {{t: Translate, sound: Sound}} props */
@@ -64,8 +84,7 @@ export function EqualizerCard({ t, sound }) {
         <${UnsentOffer} t=${t} equalizer=${equalizer} />
         <${DeviceOffer} t=${t} sound=${sound} />
         <${MatchingNote} t=${t} equalizer=${equalizer} />
-        <${Curve} t=${t} equalizer=${equalizer} />
-        <${BandFields} t=${t} equalizer=${equalizer} />
+        <${LiveEditor} t=${t} equalizer=${equalizer} />
         <${CurveHints} t=${t} equalizer=${equalizer} />
       `
     }

@@ -112,14 +112,21 @@ function SessionMessage({ t, say: tell, token, message: { tone, sentence, action
   <//>`;
 }
 
+/** How often the whole page is drawn while a dot of the curve is held. */
+const heldDrawMs = 200;
+
 /** Draws the page and keeps it up to date. */
 export function openSoundPage() {
   const session = createSession(draw);
   const sound = createSound(session);
   const report = createReport(session);
   const root = document.documentElement;
+  let drawnAt = -heldDrawMs;
 
   function draw() {
+    const { isHeld, live } = sound.equalizer;
+    if (isHeld() && live.redraw !== null && performance.now() - drawnAt < heldDrawMs) return live.redraw();
+    drawnAt = performance.now();
     const language = session.language();
     const t = (/** @type {string} */ key, values = {}) => say(language, key, values);
     const tell = (/** @type {{key: string, values: Record<string, unknown>}} */ { key, values }) =>
