@@ -1,5 +1,6 @@
 // Makes the pictures of docs/images/, for tools/screenshots: the first screen in both languages, light and dark, 1280
-// and 360 wide, where it works and where a step is left. With VELMORA_IMAGES_OF=all the other pages too, for a look.
+// and 360 wide, where it works, where a step is left, and while the equalizer is edited. With
+// VELMORA_IMAGES_OF=all the other pages too, for a look.
 import fs from "node:fs";
 import path from "node:path";
 import test from "node:test";
@@ -37,6 +38,51 @@ const bands = [
   { type: 2, freq_hz: 9000, gain_db: 3, q: 0.71 },
 ];
 
+/** What the picture of an import shows: filters that are used, one that is off, one that is out of range. */
+const importText = [
+  "Preamp: -4.5 dB",
+  "Filter 1: ON LSC Fc 95 Hz Gain 5 dB Q 0.7",
+  "Filter 2: ON PK Fc 280 Hz Gain -1.5 dB Q 1",
+  "Filter 3: OFF PK Fc 500 Hz Gain 2 dB Q 1",
+  "Filter 4: ON PK Fc 31000 Hz Gain 2 dB Q 1",
+].join("\n");
+
+/**
+ * A dot under the pointer, A and B at one loudness, and the preview of an import.
+ *
+ * @param {import("playwright-core").Page} page
+ * @param {string} name
+ */
+async function pictureEditing(page, name) {
+  const card = page.locator(".card.equalizer");
+  const picture = async (/** @type {string} */ what) =>
+    card.screenshot({ path: path.join(directory, `${what}-${name}.png`) });
+  const dot = page.locator("#band-dot-3");
+  await dot.scrollIntoViewIfNeeded();
+  const box = await dot.boundingBox();
+  if (box === null) throw new Error("no dot");
+  const [x, y] = [box.x + box.width / 2, box.y + box.height / 2];
+  await page.mouse.move(x, y);
+  await page.mouse.down();
+  await page.mouse.move(x + 8, y - 30, { steps: 5 });
+  await page.waitForTimeout(300);
+  await picture("edit");
+  await page.mouse.up();
+  await page.locator(".compare [aria-pressed=false]").click();
+  await page.locator("#band-dot-1").focus();
+  await page.keyboard.press("PageUp");
+  await page.locator("[data-matching] input").check();
+  await page.waitForTimeout(600);
+  await picture("compare");
+  await page.locator("[data-matching] input").uncheck();
+  await page.getByRole("button", { name: /^(?:Import|导入)…$/ }).click();
+  await page.getByRole("dialog").getByRole("textbox").fill(importText);
+  await page.locator(".import-dropped li").first().waitFor();
+  await page.locator(".import-dropped").scrollIntoViewIfNeeded();
+  await page.screenshot({ path: path.join(directory, `import-${name}.png`) });
+  await page.keyboard.press("Escape");
+}
+
 for (const { name, locale, colorScheme, viewport } of looks) {
   const context = { locale, colorScheme: /** @type {"light" | "dark"} */ (colorScheme), viewport };
 
@@ -56,7 +102,10 @@ for (const { name, locale, colorScheme, viewport } of looks) {
     effect.play();
     await waitForVerdict(page, "works");
     await page.screenshot({ path: path.join(directory, `works-${name}.png`) });
+    await pictureEditing(page, name);
     if (!all) return;
+    await page.reload();
+    await waitForVerdict(page, "works");
     await page.locator(".verdict .link").click();
     await page.locator("summary").click();
     await page.screenshot({ path: path.join(directory, `unfolded-${name}.png`), fullPage: true });
