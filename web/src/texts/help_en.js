@@ -77,7 +77,7 @@ export const helpEn = {
     "The louder setting often seems better. This lowers the louder one through the output trim and says by how much. The trim goes back when you switch it off.",
   "help.presets": "Presets",
   "help.presets.text":
-    "Equalizer settings under a name. The first ones are part of the page. Saving one makes a copy of your own. Revert goes back to what was saved. Rename and Delete work on your own presets; a deleted preset can be brought back until you do something else. Before anything is replaced, the page asks. Names may have letters, digits, spaces, - and _; upper and lower case make no difference. This browser remembers the output trim that belongs to a preset. Reset to flat can be undone.",
+    "Equalizer settings under a name. The first ones are part of the page. Saving one makes a copy of your own. Revert goes back to what was saved. Rename and Delete work on your own presets; a deleted preset can be brought back until you do something else. Before anything is replaced, the page asks. Names may have letters, digits, spaces, - and _; upper and lower case make no difference. This browser remembers the output trim that belongs to a preset. Under More, “Keep for …” ties a preset to the chosen device: the page offers it when you choose that device again. Reset to flat can be undone.",
   "help.import": "Import",
   "help.import.text":
     "Takes an equalizer setting from a file or from text: Velmora's own form, parametric filters, or a GraphicEQ line. A preview shows the curve and every line that is not used, with the reason. Nothing changes until you choose Use this setting.",
@@ -530,7 +530,7 @@ export const helpEn = {
     "Velmora sends what you enter to sign in, register or name a referrer, and a fingerprint of this PC that cannot be turned back into its identifier. While you are signed in, it asks every few minutes whether the session still holds. When Velmora ends, it reports that too. With an address that begins with https:// this is encrypted; with http:// it can be read on the way. Neither Velmora nor the page keeps your password.",
   "help.privacy.browser": "What the browser keeps",
   "help.privacy.browser.text":
-    "Your last settings, the chosen preset, the names of devices with Velmora, whether a restart is pending, and your language. No password and no account. The browser's history has the link; it is worthless once Velmora has ended.",
+    "Your last settings, the chosen preset, output trims and presets that you keep for devices, the names of these devices and of those with Velmora, whether a restart is pending, when a recording began, and your language. No password and no account. The browser's history has the link; it is worthless once Velmora has ended.",
   "help.privacy.captures": "What captures contain",
   "help.privacy.captures.text":
     "All sound that was played on the device: music, videos, and the voices of others in a call. Captures start only when you start them. The four files stay on this PC until the next export or until you delete them. Listen to them before you pass them on.",
