@@ -167,9 +167,11 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
   await remove.focus();
   await page.keyboard.press("Enter");
   await page.getByRole("dialog").waitFor();
-  assert.equal(await focused(), "Add and restart audio");
+  const waitForFocus = (name) =>
+    poll(`the focus on ${name}`, async () => ((await focused()) === name ? true : undefined));
+  await waitForFocus("Add and restart audio");
   await page.keyboard.press("Escape");
-  assert.equal(await focused(), `Add Velmora to ${headphones.name}`, "the focus comes back");
+  await waitForFocus(`Add Velmora to ${headphones.name}`);
   await page.getByRole("switch", { name: "Velmora", exact: true }).focus();
   await page.keyboard.press("Space");
   await poll("the record", async () =>

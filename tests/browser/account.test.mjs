@@ -113,7 +113,7 @@ test("signing in by password, and what a signed-in person does", limits, async (
   await free.click();
   await question.getByRole("button", { name: "Free it" }).click();
   await news(page, "The primary computer is free.");
-  assert.match((await page.locator("#account dd").allTextContents())[4], /None yet/);
+  await page.locator("#account dd").nth(4).filter({ hasText: "None yet" }).waitFor();
   await poll("the request", () => (bodiesTo("unbind").length === 1 ? true : undefined));
   await page.getByRole("button", { name: "Log out" }).click();
   await news(page, "Signed out.");
