@@ -313,7 +313,7 @@ test("without a token nothing is sent", () => {
   assert.deepEqual([play.sent.length, play.queue.link.state], [0, "noToken"]);
 });
 
-test("a hidden page asks for nothing, and begins anew when it is shown", () => {
+test("a hidden page asks for nothing, and begins again when it is shown", () => {
   const play = new Play();
   play.run(1000);
   play.tell({ type: "hidden" });
@@ -333,7 +333,7 @@ test("a hidden page asks for nothing, and begins anew when it is shown", () => {
   assert.equal(play.forgotten, 1, "it was visible");
 });
 
-test("after a change the looks begin anew on the same link", () => {
+test("after a change the looks begin again on the same link", () => {
   const play = new Play();
   play.run(1000);
   play.tell({ type: "lookAnew" });

@@ -180,7 +180,7 @@ test("an unchanged setting has the same curve object, also while others are draw
   assert.deepEqual(again, curves[0]);
 });
 
-test("a setting that is changed in place has a curve of its own", () => {
+test("a setting that is changed in place gets its own curve", () => {
   const present = setting({ 0: { gain_db: 3 } });
   const before = settingCurve(present, 48000, frequencies);
   present.bands[0].gain_db = 4;

@@ -52,7 +52,7 @@ test("since when blocks stand still", () => {
   assert.equal(observe(still, { kind: "status", document: status(2) }, start + 3000).stillSince, null);
 });
 
-test("since when the report differs, anew with each change of the settings", () => {
+test("since when the report differs, again from each change of the settings", () => {
   const other = { footstep: { enhance_strength: 0.2 } };
   const seen = looks([0, status(1)], [1000, status(2, other)], [2000, status(3, other)]);
   assert.equal(seen.differsSince, start + 1000);

@@ -139,7 +139,7 @@ test("every result with words is in the tables", () => {
     assert.ok(reached.has(key), key);
 });
 
-test("each known result has words of its own kind in both languages, and its number in them", () => {
+test("each known result has its own words in both languages, and its number in them", () => {
   for (const code of resultCodes) {
     const status = asStatus(code);
     const sentence = resultSentence(status);

@@ -28,7 +28,7 @@ export const now = Date.UTC(2026, 2, 14, 19, 4);
 export const answering = { state: "answering", since: now - 60_000 };
 
 /**
- * A collected state, anew for each call: rows change it.
+ * A collected state, a new one for each call: rows change it.
  *
  * @param {string} name
  * @returns {State}

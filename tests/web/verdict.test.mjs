@@ -53,7 +53,7 @@ function assertRenders(found) {
   }
 }
 
-// The conditions of "works" that do not hold, by number, computed anew from the documents and the memory and not by the
+// The conditions of "works" that do not hold, by number, computed again from the documents and the memory and not by the
 // model.
 function whatIsMissing({ state, kept, link, action }, { ageMs = 100 } = {}) {
   const { now: status, before, devices, equalizer } = state;
@@ -436,7 +436,7 @@ test("nothing that is not heard works", async (t) => {
       "couldNotStart",
     ],
     [
-      "the record was made anew",
+      "the record was created again",
       change(({ now: status }) => (status.apo_diagnostics.total_processed_blocks = 1)),
       "checking",
     ],

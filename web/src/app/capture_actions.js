@@ -1,4 +1,4 @@
-// What a person does with captures: record, stop, export, download. The flow says where that stands.
+// What a person does with captures: record, stop, export, download. The flow says how far that is.
 import { captureFileName, largestUnasked } from "../model/download.js";
 import {
   awaitsFiles,

@@ -205,7 +205,7 @@ export function createGestures(redraw) {
   }
 
   /**
-   * Fingers and pens: the browser has a double click of its own for the mouse only.
+   * Fingers and pens: the browser reports a double click for the mouse only.
    *
    * @param {number} index
    * @param {PointerEvent} event

@@ -121,7 +121,7 @@ export function blocksMoved(now, before) {
   const blocksBefore = numberOf(objectOf(objectOf(before).apo_diagnostics).total_processed_blocks);
   if (blocks === undefined || blocksBefore === undefined) return undefined;
   if (objectOf(objectOf(now).apo_diagnostics).available === false) return undefined;
-  // A record that was made anew starts again at 0.
+  // A record that was created again starts at 0.
   return blocks < blocksBefore ? undefined : blocks > blocksBefore;
 }
 
@@ -184,7 +184,7 @@ export function engineWasRebuilt(mark, engine, lockCount) {
   if (mark.known && engine.isRunning === false) return true;
   if (mark.known && engine.isRunning && engine.processId !== undefined)
     return engine.processId !== mark.processId;
-  // Where processes cannot be listed, a stream that was locked since then shows that the engine took the effect anew.
+  // Where processes cannot be listed, a stream that was locked since then shows that the engine has loaded the effect again.
   return lockCount !== undefined && lockCount > mark.lockCount ? true : undefined;
 }
 

@@ -43,7 +43,7 @@ function resultNumber(code) {
 
 /**
  * @param {number} code a status of Windows, signed or unsigned
- * @returns {boolean} whether it has words of its own
+ * @returns {boolean} whether it has words
  */
 export const isKnownResult = (code) => code === 0 || knownResults.has(resultNumber(code));
 
