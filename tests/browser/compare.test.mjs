@@ -44,6 +44,18 @@ async function setGainInSilence(page, text) {
 const endSilence = (page) =>
   page.evaluate(() => Object.assign(globalThis, { fetch: /** @type {any} */ (globalThis).fetchOf }));
 
+/** The service refuses to write the equalizer, until the page's routes are taken away. */
+const refuseWrites = (page) =>
+  page.route("**/render/effects/eq", (route) =>
+    route.request().method() === "PUT"
+      ? route.fulfill({
+          status: 503,
+          contentType: "application/json",
+          body: '{"error":"shared control bridge update failed"}',
+        })
+      : route.fallback(),
+  );
+
 async function waitForGain(service, gain, bypass = false) {
   await poll(`a gain of ${gain} dB`, async () => {
     const setting = await readDocument(service, paths.equalizer);
@@ -271,15 +283,7 @@ test("an edit that a page could not send is offered on the page of the new link"
 test("an edit that is refused goes back, and the next one is sent", limits, async (t) => {
   const { page, service } = await openPage(t);
   await gainField(page).waitFor();
-  await page.route("**/render/effects/eq", (route) =>
-    route.request().method() === "PUT"
-      ? route.fulfill({
-          status: 503,
-          contentType: "application/json",
-          body: '{"error":"shared control bridge update failed"}',
-        })
-      : route.fallback(),
-  );
+  await refuseWrites(page);
   await setGain(page, "4");
   await page.locator(".message.bad").waitFor();
   await poll("the former value", async () =>
@@ -337,15 +341,7 @@ test("a late change that is refused is not reported as sent", limits, async (t) 
   await setGain(page, "4");
   await waitForVerdict(page, "gone");
   await page.unrouteAll();
-  await page.route("**/render/effects/eq", (route) =>
-    route.request().method() === "PUT"
-      ? route.fulfill({
-          status: 503,
-          contentType: "application/json",
-          body: '{"error":"shared control bridge update failed"}',
-        })
-      : route.fallback(),
-  );
+  await refuseWrites(page);
   await page.locator(".message.bad").waitFor();
   await sleep(500);
   assert.equal(await page.locator(".message", { hasText: "was sent" }).count(), 0);
