@@ -429,11 +429,16 @@ export function launch(t, file, args, options, kind = /** @type {ProgramClass<an
 // a busy machine: those of its starter, and those of a process that lost its server. Nothing of the program has run.
 const neverBegan = "ShellExecuteEx failed: Internal error.";
 const lostServer = "wine client error:";
+// Once in some two thousand starts on a busy machine, Wine's loader ends with this code and writes nothing. No program of
+// ours ends with it in silence. One that did would do so at each of the starts, and the last result counts.
+const codeOfSilentLoader = 1;
 const mostStarts = 3;
 
 /** @param {Program} program */
 function hasFailedInWine({ end, output, errors }) {
   if (!isWine || end === undefined || end.code === 0) return false;
+  const isSilent = output === "" && errors === "";
+  if (isSilent) return end.code === codeOfSilentLoader;
   return (output + errors).includes(neverBegan) || (output === "" && errors.includes(lostServer));
 }
 
