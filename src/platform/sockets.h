@@ -40,9 +40,13 @@ void stop_sockets();
 // Listens with the longest backlog that the system allows (0x7fffffff).
 [[nodiscard]] std::optional<int> listen_at_maximum(const Socket& socket);
 
-// select() on a listening socket: count 1 if readable, 0 after `timeout_us` microseconds. A stop signal ends
-// the wait with count -1 and error 10004.
-[[nodiscard]] SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us);
+// select() on a listening or connected socket: count 1 if readable, 0 after `timeout_us` microseconds. A stop
+// signal ends the wait with count -1 and error 10004.
+[[nodiscard]] SocketCount wait_readable(const Socket& socket, std::int64_t timeout_us);
+
+// connect() to 127.0.0.1 and `port` (1..65535, host order). Blocks until the system has an answer. 10061
+// (WSAECONNREFUSED): nobody listens there.
+[[nodiscard]] std::optional<int> connect_loopback(const Socket& socket, std::uint16_t port);
 
 // accept() without the peer's address. `out` is assigned only on success.
 [[nodiscard]] std::optional<int> accept_connection(const Socket& listener, Socket& out);
