@@ -1,4 +1,4 @@
-// The version of this program. The build reads it here for the Windows resources, and ./package for its names.
+// The version. The build reads it here for the Windows resources, and ./package for its names.
 #pragma once
 
 #include <string_view>
