@@ -217,9 +217,12 @@ test("the exit code of the service comes through start.cmd", limits, async (t) =
 test("an argument with blanks and signs reaches the service unchanged", limits, async (t) => {
   const mapping = uniqueMappingName();
   await startEffect(t, mapping);
-  const token = "a blank & a sign! (of 35 bytes, 100)";
-  const started = await start(t, ["--control-map", mapping, "--token", token]).catch((error) => error);
-  assert(!(started instanceof Error), String(started));
+  const pages = "my pages & more! 页面";
+  fs.cpSync(join(home, "web"), join(drive, pages), { recursive: true });
+  fs.writeFileSync(join(drive, pages, "index.html"), "my own page\n");
+  const { program, address } = await start(t, ["--control-map", mapping, "--web-root", `C:\\${pages}`]);
+  assert.equal(await (await fetch(address)).text(), "my own page\n");
+  await stop(t, program);
 });
 
 for (const name of [
