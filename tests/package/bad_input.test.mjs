@@ -57,7 +57,7 @@ for (const [args, message] of /** @type {const} */ ([
   });
 }
 
-for (const time of ["", "yesterday", "-1", "1", "99999999999"]) {
+for (const time of ["", "yesterday", "-1", "1", "315532799", "4354819199", "99999999999"]) {
   test(`a time of release that is none: "${time}"`, () => {
     const output = makeDirectory();
     // Without git there is no commit to ask.
