@@ -53,11 +53,11 @@ struct ChildEvent {
 // Sends Ctrl+C to the process (event 0 of install_console_handler) and to all others of its console. On
 // Windows this process must not have a console of its own that it still needs: it leaves it, joins that of
 // the other process, ignores the event itself and leaves again (AttachConsole, GenerateConsoleCtrlEvent).
-// Elsewhere it is SIGINT to that process. 87: no such process.
+// From then on it ignores Ctrl+C. Elsewhere it is SIGINT to that process. 87: no such process.
 [[nodiscard]] std::uint32_t interrupt_process(std::uint32_t process_id);
 
 // Starts a program in a window of its own with an administrator's rights, after Windows has asked the user
-// (ShellExecuteW with the verb "runas"). 1223: the user said no. Elsewhere there is no such question: 50
+// (ShellExecuteExW with the verb "runas"). 1223: the user said no. Elsewhere there is no such question: 50
 // (ERROR_NOT_SUPPORTED).
 [[nodiscard]] std::uint32_t start_as_administrator(std::string_view program,
                                                    const std::vector<std::string>& arguments);
