@@ -174,9 +174,10 @@ test("from unzip to stop, by the readme", limits, async (t) => {
 });
 
 test("another program on the first port: the next one", limits, async (t) => {
-  const other = net.createServer((socket) =>
-    socket.end("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n"),
-  );
+  const other = net.createServer((socket) => {
+    socket.on("error", () => {}); // whoever asks may leave at any time
+    socket.end("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n");
+  });
   // Somebody else may have it already, which is as good.
   await listen(other, 17831).catch(() => {});
   t.after(() => other.close());
@@ -235,23 +236,22 @@ for (const name of [
   "semi;colon, comma=equals",
   "apostrophe's",
 ]) {
-  for (const delayed of ["/v:off", "/v:on"]) {
-    test(`the scripts find their program in the folder "${name}", ${delayed}`, limits, async (t) => {
-      const folder = join(drive, name);
-      fs.cpSync(home, folder, { recursive: true });
-      const inside = { cwd: folder };
-      const help = await run(t, "cmd", [delayed, "/c", ".\\start.cmd", "--help"], inside);
-      assert.equal(help.code, done, JSON.stringify(help));
-      assert.match(help.output, /velmora start/);
-      const nothing = await run(t, "cmd", [delayed, "/c", ".\\stop.cmd"], inside);
-      assert.equal(nothing.code, notRunning, JSON.stringify(nothing));
-      // From elsewhere, by the whole path: the current folder plays no part.
-      const path = `C:\\${name}\\start.cmd`;
-      const far = await run(t, "cmd", [delayed, "/c", "call", path, "--help"], { cwd: drive });
-      assert.equal(far.code, done, JSON.stringify(far));
-      fs.rmSync(folder, { recursive: true });
-    });
-  }
+  test(`the scripts find their program in the folder "${name}"`, limits, async (t) => {
+    const folder = join(drive, name);
+    fs.cpSync(home, folder, { recursive: true });
+    // An interpreter that expands names between exclamation marks, as a setting of Windows makes all of them.
+    const interpreter = ["/v:on", "/c"];
+    const help = await run(t, "cmd", [...interpreter, ".\\start.cmd", "--help"], { cwd: folder });
+    assert.equal(help.code, done, JSON.stringify(help));
+    assert.match(help.output, /velmora start/);
+    const nothing = await run(t, "cmd", [...interpreter, ".\\stop.cmd"], { cwd: folder });
+    assert.equal(nothing.code, notRunning, JSON.stringify(nothing));
+    // By its whole path from elsewhere: the current folder plays no part. `call` would double the caret.
+    if (name.includes("^")) return;
+    const path = `C:\\${name}\\start.cmd`;
+    const far = await run(t, "cmd", ["/c", "call", path, "--help"], { cwd: drive });
+    assert.equal(far.code, done, JSON.stringify(far));
+  });
 }
 
 for (const name of ["start.cmd", "stop.cmd"]) {
