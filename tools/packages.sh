@@ -10,8 +10,8 @@ quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
 # Packages for tools/screenshots: Chinese letters, and smaller pictures.
 screenshot_packages=(fonts-wqy-microhei pngquant)
-# Packages for building the Windows program, and for ./package besides the pages. git tells the time of the last
-# commit; a tree without git needs it only if SOURCE_DATE_EPOCH is not set.
+# Packages for building the Windows programs, and for ./package in addition to build_packages. git knows the time of
+# the last commit.
 windows_build_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64)
 release_packages=("${windows_build_packages[@]}" git zip)
 # Packages for running the Windows program. PulseAudio provides audio endpoints to Wine.
