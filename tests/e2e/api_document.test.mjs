@@ -118,6 +118,7 @@ const statusOf = (/** @type {Example} */ { printed }) =>
 /** @param {Example} example */
 function dependsOnMachine(example) {
   const { target } = parseCurl(example.command, "");
+  if (example.printed.includes("active endpoint not found")) return true;
   return (
     statusOf(example) === 200 && /^\/api\/v1\/(?:devices|render\/(?:volume|mute|apo)|status)/.test(target)
   );

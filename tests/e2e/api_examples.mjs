@@ -73,6 +73,8 @@ export function examplesIn(text) {
       // A head and a body are two paragraphs. Within a head lines end in CR LF; a body is one line.
       const paragraph = lines[0].startsWith("HTTP/") ? `${lines.join("\r\n")}\r\n\r\n` : lines.join("");
       example.printed += paragraph;
+    } else {
+      assert.doesNotMatch(lines[0], /^(?:[{[]|HTTP\/)/, `line ${line}: an answer without its command`);
     }
   }
   return examples;
