@@ -31,3 +31,23 @@ function(velmora_library name)
     target_link_libraries(${name} INTERFACE velmora_options ${arg_LINKS})
   endif()
 endfunction()
+
+# velmora_program_resource(TARGET DESCRIPTION): manifest, icon and version of a program for users. On Windows only;
+# elsewhere it does nothing.
+set(version_header ${PROJECT_SOURCE_DIR}/src/base/version.h)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${version_header})
+file(STRINGS ${version_header} version_line REGEX "application_version")
+if(NOT version_line MATCHES "\"([0-9]+)\\.([0-9]+)\\.([0-9]+)\"")
+  message(FATAL_ERROR "${version_header} holds no version of three numbers")
+endif()
+set(velmora_version ${CMAKE_MATCH_1}.${CMAKE_MATCH_2}.${CMAKE_MATCH_3})
+set(velmora_version_numbers ${CMAKE_MATCH_1},${CMAKE_MATCH_2},${CMAKE_MATCH_3})
+function(velmora_program_resource target description)
+  if(WIN32)
+    set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}.rc)
+    configure_file(${PROJECT_SOURCE_DIR}/src/platform/windows/program.rc.in ${resource} @ONLY)
+    target_sources(${target} PRIVATE ${resource})
+    set_source_files_properties(${resource} PROPERTIES OBJECT_DEPENDS
+      "${PROJECT_SOURCE_DIR}/src/platform/windows/program.manifest;${PROJECT_SOURCE_DIR}/release/velmora.ico")
+  endif()
+endfunction()

@@ -11,8 +11,14 @@ quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils curl)
 # Packages for tools/screenshots: Chinese letters, and smaller pictures.
 screenshot_packages=(fonts-wqy-microhei pngquant)
-# Packages for building and running the Windows program. PulseAudio provides audio endpoints to Wine.
-windows_test_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 pulseaudio pulseaudio-utils)
+# Packages for building the Windows program, and for ./package besides the pages. git tells the time of the last
+# commit; a tree without git needs it only if SOURCE_DATE_EPOCH is not set.
+windows_build_packages=(g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64)
+release_packages=("${windows_build_packages[@]}" git zip)
+# Packages for running the Windows program. PulseAudio provides audio endpoints to Wine.
+windows_test_packages=("${release_packages[@]}" wine wine64 pulseaudio pulseaudio-utils)
+# Packages for tools/icon/make.
+icon_packages=(librsvg2-bin icoutils)
 
 # Accepts any node and npm on the PATH: Node in particular often comes from elsewhere.
 is_installed() {

@@ -1,4 +1,4 @@
-// The version of this program. Keep it equal to the one in the Windows resource (program.rc).
+// The version. The build reads it here for the Windows resources, and ./package for its names.
 #pragma once
 
 #include <string_view>
