@@ -31,7 +31,7 @@ const floors = [
   ["http", "bridge", "binding", "endpoints", "capture", "account"],
   ["effects", "engine"],
   ["api"],
-  ["service"],
+  ["service", "command"],
 ];
 /** @param {string} room */
 const floorOf = (room) => floors.findIndex((row) => row.includes(room));

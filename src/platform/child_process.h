@@ -17,14 +17,16 @@ struct ChildProcessKind {
   static void release(Native native) noexcept;
 };
 // Owner of a child process and of the pipes from its standard output and standard error. Releasing it ends
-// the child at once if it still runs. The child also ends when this process ends, however that happens; the
-// programs that the child has started do not.
+// the child at once if it still runs. The child also ends when this process ends, however that happens: on
+// Windows at once, elsewhere by SIGTERM, which it also gets when the thread that started it ends. The
+// programs that the child has started do not end.
 using ChildProcess = Owner<ChildProcessKind>;
 
 // Starts the program at the full path `program`. The arguments reach it unchanged. It inherits the
 // environment, the current directory and three streams: an empty input and two pipes. On Windows it gets a
 // console of its own without a window, so a Ctrl+C in our console does not reach it; elsewhere a process
-// group of its own has the same effect. 2 and 3: no such program. `out` is assigned only on success.
+// group of its own has the same effect. 2 and 3: no such program; 5: a directory, or access is denied; 87: an
+// argument with a zero byte; 193: not a program. `out` is assigned only on success.
 [[nodiscard]] std::uint32_t start_child(std::string_view program, const std::vector<std::string>& arguments,
                                         ChildProcess& out);
 
@@ -41,7 +43,8 @@ struct ChildEvent {
 
 // Waits up to `timeout_ms` for the next event. All output comes before `ended`, which is final: each later
 // call returns it again. A child's own children may keep the pipes open; the end of the child does not wait
-// for them.
+// for them: what the pipes hold at the end of the child is all of its output. Elsewhere than on Windows a
+// signal ends the wait early with `nothing`.
 [[nodiscard]] ChildEvent wait_for_child(const ChildProcess& child, std::uint32_t timeout_ms);
 
 // Ends the child at once (TerminateProcess with exit code 1; SIGKILL). False if the system refuses.
@@ -50,11 +53,11 @@ struct ChildEvent {
 // Sends Ctrl+C to the process (event 0 of install_console_handler) and to all others of its console. On
 // Windows this process must not have a console of its own that it still needs: it leaves it, joins that of
 // the other process, ignores the event itself and leaves again (AttachConsole, GenerateConsoleCtrlEvent).
-// Elsewhere it is SIGINT to that process. 87: no such process.
+// From then on it ignores Ctrl+C. Elsewhere it is SIGINT to that process. 87: no such process.
 [[nodiscard]] std::uint32_t interrupt_process(std::uint32_t process_id);
 
 // Starts a program in a window of its own with an administrator's rights, after Windows has asked the user
-// (ShellExecuteW with the verb "runas"). 1223: the user said no. Elsewhere there is no such question: 50
+// (ShellExecuteExW with the verb "runas"). 1223: the user said no. Elsewhere there is no such question: 50
 // (ERROR_NOT_SUPPORTED).
 [[nodiscard]] std::uint32_t start_as_administrator(std::string_view program,
                                                    const std::vector<std::string>& arguments);

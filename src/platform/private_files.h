@@ -3,7 +3,8 @@
 // its folder does not exist, 5 that access is denied, 19 a file system for reading only, 112 a full disk.
 //
 // On Windows a file has this user as its owner and a protected access list with this user as its only entry.
-// Elsewhere its mode is 0600, and that of a folder 0700. Links are never followed.
+// Elsewhere its mode is 0600, and that of a folder 0700. A link at the end of a path is never followed;
+// reading one gives 1921 (ERROR_CANT_RESOLVE_FILENAME).
 #pragma once
 
 #include <cstdint>
@@ -20,8 +21,8 @@ namespace velmora {
 [[nodiscard]] std::string private_directory();
 
 // Creates the folder and its missing parents; only the last one is made private. Success if it exists and
-// belongs to this user. 1307 (ERROR_INVALID_OWNER): it belongs to somebody else. On Windows the group of
-// administrators may own it too.
+// belongs to this user: then it becomes private. 183: a file is at the path or above it. 1307
+// (ERROR_INVALID_OWNER): it belongs to somebody else. On Windows the group of administrators may own it too.
 [[nodiscard]] std::uint32_t make_private_directory(std::string_view path);
 
 struct HeldFileKind {
@@ -30,28 +31,32 @@ struct HeldFileKind {
   static void release(Native native) noexcept;
 };
 // Owner of a private file that this process made and holds. Others may read it, but not write, delete or
-// replace it as long as it is held. Releasing it removes the file. On Windows the system removes it too when
-// this process is killed; elsewhere it stays then, and is no longer held.
+// replace it as long as it is held; elsewhere than on Windows this binds only users of these functions.
+// Releasing it removes the file. On Windows the system removes it too when this process is killed; elsewhere
+// it stays then, and is no longer held.
 using HeldFile = Owner<HeldFileKind>;
 
 // Makes a private file and holds it. A file that nobody holds is replaced, whoever made it. 32
-// (ERROR_SHARING_VIOLATION): another process holds it. `out` is assigned only on success.
+// (ERROR_SHARING_VIOLATION): another process holds it. 1307: it belongs to somebody else and cannot be
+// examined. `out` is assigned only on success.
 [[nodiscard]] std::uint32_t hold_private_file(std::string_view path, HeldFile& out);
 
-// Replaces the contents. After a failure the file is empty, or unchanged.
+// Replaces the contents. After a failure the file is empty, or unchanged. A reader at the same moment may see
+// no bytes or only the first ones.
 [[nodiscard]] std::uint32_t write_held_file(const HeldFile& file, std::string_view bytes);
 
 struct PrivateFileRead {
   std::uint32_t error = 0;  // 1307: it belongs to somebody else, or others may read it
-  bool is_held = false;     // by a process that runs
-  std::string bytes;        // at most 64 KiB; empty unless `error` is 0
+  bool is_held = false;     // by a process that runs; false unless `error` is 0
+  std::string bytes;        // the first 64 KiB; empty unless `error` is 0
 };
 
 // Reads a private file that this user made. Never waits for a writer.
 [[nodiscard]] PrivateFileRead read_private_file(std::string_view path);
 
-// Makes a private file that nobody holds, with these contents, or replaces one of this user. After a failure
-// there is no such file.
+// Makes a private file that nobody holds, with these contents, or replaces one of this user. Readers see none
+// or all of them. 32: another process holds the file. 1307: it belongs to somebody else. After these two it
+// is unchanged; after any other failure there is no such file.
 [[nodiscard]] std::uint32_t write_private_file(std::string_view path, std::string_view bytes);
 
 }  // namespace velmora

@@ -17,6 +17,11 @@ std::uint32_t error_of_no_file(std::string_view path) {
                                                                    : error_path_not_found;
 }
 
+bool is_held(std::string_view path) {
+  const auto file = memory::system().files.find(std::string(path));
+  return file != memory::system().files.end() && file->second.is_held;
+}
+
 }  // namespace
 
 FileKind query_file_kind(std::string_view path) {
@@ -64,6 +69,7 @@ std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
   const std::uint32_t error = error_of_no_file(path);
   if (error != 0 && error != error_file_not_found) return error;
   if (query_file_kind(path) == FileKind::other) return error_access_denied;
+  if (is_held(path)) return error_sharing_violation;
   memory::File& file = memory::system().files[std::string(path)];
   file = {};
   if (const auto write_fault = memory::enter("WriteFile")) {
@@ -77,6 +83,7 @@ std::uint32_t write_whole_file(std::string_view path, std::string_view bytes) {
 std::uint32_t remove_file(std::string_view path) {
   if (const auto fault = memory::enter("DeleteFileW")) return static_cast<std::uint32_t>(fault);
   if (const std::uint32_t error = error_of_no_file(path); error != 0) return error;
+  if (is_held(path)) return error_sharing_violation;
   memory::system().files.erase(std::string(path));
   return 0;
 }

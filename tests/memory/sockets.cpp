@@ -10,6 +10,10 @@ namespace {
 
 memory::Handle& handle_of(const Socket& socket) { return memory::system().handles.at(socket.native()); }
 
+bool is_readable(const memory::Connection& connection) {
+  return connection.client_gone || connection.client_done || !connection.to_service.empty();
+}
+
 Socket own(memory::Handle handle) { return Socket(memory::add_handle(std::move(handle))); }
 
 }  // namespace
@@ -53,17 +57,29 @@ std::optional<int> listen_at_maximum(const Socket& socket) {
   return std::nullopt;
 }
 
-SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
+SocketCount wait_readable(const Socket& socket, std::int64_t timeout_us) {
   if (const auto fault = memory::enter("select")) return {-1, memory::number_of(fault)};
   memory::System& machine = memory::system();
-  if (handle_of(listener).listening && !machine.backlog.empty()) return {1, 0};
+  const memory::Handle& handle = handle_of(socket);
+  if (handle.listening && !machine.backlog.empty()) return {1, 0};
+  if (handle.connection && is_readable(*handle.connection)) return {1, 0};
   machine.now_ns += timeout_us * 1000;
-  if (machine.on_idle) {
-    machine.on_idle();
-  } else if (machine.console_handler != nullptr) {
-    machine.console_handler(0);
-  }
+  memory::pass_idle_time();
   return {0, 0};
+}
+
+std::optional<int> connect_loopback(const Socket& socket, std::uint16_t port) {
+  if (const auto fault = memory::enter("connect")) return memory::number_of(fault);
+  memory::System& machine = memory::system();
+  std::shared_ptr<memory::Connection> connection;
+  if (machine.on_connect) connection = machine.on_connect(port);
+  if (!connection && machine.ports_of_others.contains(port)) {
+    connection = std::make_shared<memory::Connection>();
+    machine.to_others[port].push_back(connection);
+  }
+  if (!connection) return wsaeconnrefused;
+  handle_of(socket).connection = std::move(connection);
+  return std::nullopt;
 }
 
 std::optional<int> accept_connection(const Socket& listener, Socket& out) {
@@ -101,6 +117,7 @@ SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size
   if (connection.send_stalls) return {0, 0};
   const std::size_t count = connection.send_limit == 0 ? size : std::min(size, connection.send_limit);
   connection.from_service.append(bytes, count);
+  if (connection.on_sent) connection.on_sent(connection);
   return {static_cast<std::int64_t>(count), 0};
 }
 

@@ -44,6 +44,36 @@ std::uintptr_t add_handle(Handle handle) {
   return number;
 }
 
+void print(Child& child, std::string_view bytes, ChildEvent::Kind kind) {
+  child.events.push_back({kind, std::string(bytes), 0});
+}
+
+void end(Child& child, std::uint32_t exit_code) {
+  if (!child.exit_code) child.exit_code = exit_code;
+}
+
+bool interrupt_child(std::uint32_t id) {
+  for (const auto& child : system().children) {
+    if (child->id != id || child->exit_code) continue;
+    ++child->interrupts;
+    if (child->on_interrupt) {
+      child->on_interrupt(*child);
+    } else {
+      end(*child, 0);
+    }
+    return true;
+  }
+  return false;
+}
+
+void pass_idle_time() {
+  if (system().on_idle) {
+    system().on_idle();
+  } else if (system().console_handler != nullptr) {
+    system().console_handler(0);
+  }
+}
+
 std::shared_ptr<Connection> connect_client(std::deque<std::string> to_service) {
   auto connection = std::make_shared<Connection>();
   connection->to_service = std::move(to_service);

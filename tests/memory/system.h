@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/child_process.h"
 #include "platform/files.h"
 #include "platform/hosted/machine_state.h"
 #include "platform/machine.h"
@@ -28,6 +29,9 @@ struct File {
   std::string bytes;
   std::uint32_t read_error = 0;
   std::optional<std::uint64_t> size = std::nullopt;  // reported in place of the bytes' size
+  bool is_private = false;                           // only this user may read it
+  bool is_foreign = false;                           // it belongs to somebody else
+  bool is_held = false;                              // by this program, or by another one
 };
 
 // A mapping, for as long as anyone holds it.
@@ -36,7 +40,8 @@ struct Region {
   std::size_t size = 0;              // bytes
 };
 
-// One connection, seen from the client.
+// One connection, seen from the other side: from the client of the program, or from the server that the
+// program has connected to. "The service" is the program here.
 struct Connection {
   std::deque<std::string> to_service;  // each receive gives at most one of these
   bool client_done = false;            // the client has closed its sending side: receive gives 0
@@ -46,6 +51,32 @@ struct Connection {
   std::string from_service;            // what the service has sent
   bool shut_down = false;
   bool closed = false;
+  std::function<void(Connection&)> on_sent;  // called behind each send: the other side may answer
+};
+
+// A child that the program has started, as a test scripts it.
+struct Child {
+  std::uint32_t id = 0;
+  std::string program;
+  std::vector<std::string> arguments;
+  // What the next waits return, in order. One of kind `nothing` takes the whole wait.
+  std::deque<ChildEvent> events;
+  std::optional<std::uint32_t> exit_code;    // it has ended, though output may still be waiting
+  bool end_reported = false;                 // a wait has returned the end
+  bool killed = false;                       // by end_child
+  bool released = false;                     // its owner is closed
+  int interrupts = 0;                        // how often Ctrl+C has reached it
+  std::function<void(Child&)> on_interrupt;  // unset: it ends with exit code 0
+  std::function<void(Child&)> on_wait;       // called by a wait that finds no event
+};
+// Adds output, or the end, to the events of a child.
+void print(Child& child, std::string_view bytes, ChildEvent::Kind kind = ChildEvent::Kind::output);
+void end(Child& child, std::uint32_t exit_code);
+
+// A program that the user was asked to start as administrator.
+struct ElevatedStart {
+  std::string program;
+  std::vector<std::string> arguments;
 };
 
 struct Library {
@@ -60,7 +91,8 @@ struct Process {
 
 // What a handle of the service refers to.
 struct Handle {
-  std::string what;  // "socket", "mapping", "view", "file", "library", "processes", "modules"
+  // "socket", "mapping", "view", "file", "library", "processes", "modules", "child", "held file"
+  std::string what;
   std::uint16_t port = 0;
   bool listening = false;
   std::shared_ptr<Connection> connection;
@@ -68,6 +100,7 @@ struct Handle {
   std::string path;
   std::size_t position = 0;
   std::uint32_t process_id = 0;
+  std::shared_ptr<Child> child;
 };
 
 struct CallFault {
@@ -108,6 +141,21 @@ struct System {
   // Called when the service waits and nobody connects. Unset: the console stops the service with event 0.
   std::function<void()> on_idle;
   std::function<void()> on_send;  // called before each send
+  // Answers a connection that the program makes. Unset, or without a result, nobody listens there, unless the
+  // port is one of `ports_of_others`: then the connection is found in `to_others`.
+  std::function<std::shared_ptr<Connection>(std::uint16_t port)> on_connect;
+  std::map<std::uint16_t, std::deque<std::shared_ptr<Connection>>> to_others;
+
+  // Children in the order of their starts. Each program must be a file of this machine.
+  std::vector<std::shared_ptr<Child>> children;
+  std::uint32_t next_child_id = 5001;
+  // Scripts a new child. A result other than 0 is the error of the start. Unset: the child does nothing.
+  std::function<std::uint32_t(Child& child)> on_start_child;
+  std::vector<ElevatedStart> elevated_starts;
+
+  std::string standard_input;
+  std::string console_title;
+  std::optional<std::uint32_t> end_delay_ms;  // of delay_end_after_close
 
   std::int64_t now_ns = 1'000'000'000;
   std::int64_t unix_time_s = 1'700'000'000;
@@ -150,6 +198,11 @@ inline constexpr std::int64_t failure_without_number = std::numeric_limits<std::
 
 // A client that connects to the service's port and has sent `request`, all of it or in the pieces given.
 std::shared_ptr<Connection> connect_client(std::deque<std::string> to_service);
+
+// Ctrl+C reaches the running child with this id. False: there is none.
+bool interrupt_child(std::uint32_t id);
+// Something waits and nothing happens: on_idle, or the console stops the program with event 0.
+void pass_idle_time();
 
 // Another process holds `size` bytes under this name for as long as the result lives.
 [[nodiscard]] std::shared_ptr<Region> hold_region(std::u16string_view name, std::size_t size);

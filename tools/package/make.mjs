@@ -1,7 +1,7 @@
-// Packs what has been built: node tools/package/make.mjs VERSION BUILD OUTPUT URL
+// Packs what has been built: node tools/package/make.mjs VERSION BUILD OUTPUT WORK URL
 //
-// URL may be empty. ./package has checked the arguments; SOURCE_DATE_EPOCH is the time of the release. Everything is
-// made in a folder inside OUTPUT and moved into its place when all of it is complete.
+// URL may be empty. ./package has checked the arguments; SOURCE_DATE_EPOCH is the time of the release. WORK is a folder
+// inside OUTPUT that this program makes and that ./package removes, however this program ends.
 import { execFileSync } from "node:child_process";
 import { createHash } from "node:crypto";
 import fs from "node:fs";
@@ -20,6 +20,14 @@ const readmes = ["README.txt", "README.zh-CN.txt"];
 
 /** @param {string} file */
 const sha256Of = (file) => createHash("sha256").update(fs.readFileSync(file)).digest("hex");
+
+/**
+ * Runs a program. What it says is in the error.
+ * @param {string} file
+ * @param {string[]} args
+ * @param {import("node:child_process").ExecFileSyncOptions} options
+ */
+const run = (file, args, options) => execFileSync(file, args, { ...options, stdio: "pipe" });
 
 /** All files below a folder, sorted, with forward slashes. @param {string} folder @returns {string[]} */
 function filesBelow(folder) {
@@ -43,7 +51,7 @@ function fillFolder(folder, build, version, time) {
   };
   for (const name of programs) {
     write(name, "");
-    execFileSync("x86_64-w64-mingw32-strip", ["-o", path.join(folder, name), path.join(build, name)]);
+    run("x86_64-w64-mingw32-strip", ["-o", path.join(folder, name), path.join(build, name)], {});
   }
   for (const name of pages) write(`web/${name}`, fs.readFileSync(path.join(build, "web", name)));
   for (const name of scripts) write(name, fs.readFileSync(path.join(root, "release", name)));
@@ -70,10 +78,7 @@ function pack(archive, parent, folder, time) {
     fs.utimesSync(file, time, time);
   }
   // -X: no extra fields, -D: no entries of folders. TZ is UTC, since an archive keeps local time.
-  execFileSync("zip", ["-q", "-X", "-D", "-9", archive, "-@"], {
-    cwd: parent,
-    input: `${names.join("\n")}\n`,
-  });
+  run("zip", ["-q", "-X", "-D", "-9", archive, "-@"], { cwd: parent, input: `${names.join("\n")}\n` });
 }
 
 /** @param {string} work @param {string} version @param {string} build @param {string} url @param {number} time @returns {string[]} what was written, below `work` */
@@ -95,25 +100,23 @@ function makeAll(work, version, build, url, time) {
 
 /** What a failed call means for the person. @param {any} error @param {string} output */
 function sentenceFor(error, output) {
-  const said = `${error.code ?? ""} ${error.stderr ?? ""} ${error.message}`;
+  const said = `${error.code ?? ""} ${error.stderr ?? ""} ${error.stdout ?? ""} ${error.message}`;
   if (/ENOSPC|No space left|disk full/i.test(said))
     return `The disk of ${output} is full. Make room, or name another folder by --output.`;
-  if (/EROFS|EACCES|EPERM|ENOTDIR|EEXIST/.test(said))
+  if (error.syscall === "mkdir" || /EROFS|EACCES|EPERM|ENOTDIR|EISDIR/.test(said))
     return `Unable to write to ${output}. Name another folder by --output.`;
   return `The archive cannot be made: ${
-    String(error.stderr || error.message)
+    String(error.stderr || error.stdout || error.message)
       .trim()
       .split("\n")[0]
   }`;
 }
 
-/** @param {string} version @param {string} build @param {string} output @param {string} url */
-function main(version, build, output, url) {
+/** @param {string} version @param {string} build @param {string} output @param {string} work @param {string} url */
+function main(version, build, output, work, url) {
   const time = Number(process.env.SOURCE_DATE_EPOCH);
-  let work;
   try {
-    fs.mkdirSync(output, { recursive: true });
-    work = fs.mkdtempSync(path.join(output, ".package-"));
+    fs.mkdirSync(work, { recursive: true });
     const names = makeAll(work, version, build, url, time);
     // Manifests of an earlier run have the checksum of another archive.
     for (const name of manifestNames) fs.rmSync(path.join(output, name), { force: true });
@@ -125,10 +128,8 @@ function main(version, build, output, url) {
   } catch (error) {
     console.error(sentenceFor(error, output));
     process.exitCode = 1;
-  } finally {
-    if (work !== undefined) fs.rmSync(work, { recursive: true, force: true });
   }
 }
 
-const [version, build, output, url] = process.argv.slice(2);
-main(version, build, output, url);
+const [version, build, output, work, url] = process.argv.slice(2);
+main(version, build, output, work, url);

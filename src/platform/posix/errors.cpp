@@ -54,6 +54,7 @@ std::uint32_t win32_from_errno(int error) {
     case EFBIG: return error_disk_full;
     case EBUSY: return error_busy;
     case EEXIST: return error_already_exists;
+    case ENOEXEC: return error_bad_exe_format;
     case ENAMETOOLONG: return error_filename_exced_range;
     case ELOOP: return error_cant_resolve_filename;
     default: return error_gen_failure;

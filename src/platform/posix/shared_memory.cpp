@@ -20,6 +20,7 @@
 #include "base/text.h"
 #include "platform/clock.h"
 #include "platform/errors.h"
+#include "platform/posix/descriptor.h"
 #include "platform/posix/errors.h"
 
 namespace velmora {
@@ -29,13 +30,6 @@ namespace {
 // held for 200 rounds belongs to a stopped process, and our start must not hang on it.
 constexpr int rounds = 200;
 constexpr std::uint32_t round_pause_ms = 1;
-
-struct DescriptorKind {
-  using Native = int;
-  static constexpr Native none = -1;
-  static void release(Native native) noexcept { ::close(native); }
-};
-using Descriptor = Owner<DescriptorKind>;
 
 // An open mapping: its descriptor, and the name for removing it.
 struct HeldObject {

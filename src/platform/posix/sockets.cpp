@@ -20,12 +20,29 @@ int last_error() { return winsock_from_errno(errno); }
 
 SocketCount counted(std::int64_t result) { return {result, result < 0 ? last_error() : 0}; }
 
+sockaddr_in loopback_address(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 // Repeats a call after a signal: a stop signal only sets a flag and must not break off an exchange.
 template <typename Call>
 auto uninterrupted(Call call) {
   auto result = call();
   while (result < 0 && errno == EINTR) result = call();
   return result;
+}
+
+// Waits for a connection that continues after a signal, and returns its result as an errno.
+int result_of_connecting(int descriptor) {
+  pollfd writable{descriptor, POLLOUT, 0};
+  if (uninterrupted([&] { return poll(&writable, 1, -1); }) < 0) return errno;
+  int error = 0;
+  socklen_t size = sizeof error;
+  return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
 }  // namespace
@@ -47,10 +64,7 @@ std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
   // Winsock's bind behaves like this by default.
   const int on = 1;
   if (setsockopt(descriptor_of(socket), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return last_error();
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in address = loopback_address(port);
   const int result = bind(descriptor_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   if (result != 0) return last_error();
   return std::nullopt;
@@ -69,6 +83,15 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   // select() fails for an invalid descriptor; ppoll() counts it as ready.
   if (count > 0 && (readable.revents & POLLNVAL) != 0) return {-1, winsock_from_errno(ENOTSOCK)};
   return counted(count);
+}
+
+std::optional<int> connect_loopback(const Socket& socket, std::uint16_t port) {
+  const sockaddr_in address = loopback_address(port);
+  const auto* const peer = reinterpret_cast<const sockaddr*>(&address);
+  if (connect(descriptor_of(socket), peer, sizeof address) == 0) return std::nullopt;
+  const int error = errno == EINTR ? result_of_connecting(descriptor_of(socket)) : errno;
+  if (error != 0) return winsock_from_errno(error);
+  return std::nullopt;
 }
 
 std::optional<int> accept_connection(const Socket& listener, Socket& out) {

@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "platform/registry.h"
+#include "platform/windows/console_events.h"
 #include "platform/windows/native.h"
 
 #include <bcrypt.h>
@@ -24,7 +25,9 @@ std::atomic<bool (*)(std::uint32_t)> console_handler{nullptr};
 
 BOOL WINAPI on_console_event(DWORD event) {
   const auto handler = console_handler.load();
-  return handler != nullptr && handler(event) ? TRUE : FALSE;
+  if (handler == nullptr || !handler(event)) return FALSE;
+  delay_after_event(event);
+  return TRUE;
 }
 
 // A console must get wide text: it would interpret bytes in its own code page, which is not the process's.

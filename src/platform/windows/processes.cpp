@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "platform/windows/handle.h"
 #include "platform/windows/native.h"
 
 #include <tlhelp32.h>
@@ -13,14 +14,6 @@ static_assert(PROCESS_QUERY_LIMITED_INFORMATION == 0x1000);
 static_assert(TOKEN_QUERY == 8 && TokenElevation == 20 && sizeof(TOKEN_ELEVATION) == 4);
 static_assert(TH32CS_SNAPPROCESS == 2 && TH32CS_SNAPMODULE == 8);
 static_assert(sizeof(PROCESSENTRY32W) == 568 && sizeof(MODULEENTRY32W) == 1080);
-
-// Owner kind for handles whose empty value is a null pointer.
-struct HandleKind {
-  using Native = HANDLE;
-  static constexpr Native none = nullptr;
-  static void release(Native native) noexcept { CloseHandle(native); }
-};
-using Handle = Owner<HandleKind>;
 
 template <typename Kind>
 std::uint32_t take_snapshot(DWORD what, std::uint32_t process_id, Owner<Kind>& out) {

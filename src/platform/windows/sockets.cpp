@@ -21,6 +21,14 @@ Socket own(SOCKET socket) {
   return Socket(socket);
 }
 
+sockaddr_in loopback_address(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
 SocketCount counted(int result) { return {result, result < 0 ? WSAGetLastError() : 0}; }
 
 int clamped_size(std::size_t size) {
@@ -48,10 +56,7 @@ std::optional<int> open_tcp_socket(Socket& out) {
 }
 
 std::optional<int> bind_loopback(const Socket& socket, std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  const sockaddr_in address = loopback_address(port);
   const int result = bind(socket_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   if (result != 0) return WSAGetLastError();
   return std::nullopt;
@@ -68,6 +73,13 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
   readable.fd_array[0] = socket_of(listener);
   timeval timeout{static_cast<long>(timeout_us / 1'000'000), static_cast<long>(timeout_us % 1'000'000)};
   return counted(select(0, &readable, nullptr, nullptr, &timeout));
+}
+
+std::optional<int> connect_loopback(const Socket& socket, std::uint16_t port) {
+  const sockaddr_in address = loopback_address(port);
+  const int result = connect(socket_of(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  if (result != 0) return WSAGetLastError();
+  return std::nullopt;
 }
 
 std::optional<int> accept_connection(const Socket& listener, Socket& out) {

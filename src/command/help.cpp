@@ -1,0 +1,96 @@
+#include "command/help.h"
+
+namespace velmora {
+namespace {
+
+constexpr std::string_view overview =
+    "velmora runs the Velmora service on this computer and talks to it.\n"
+    "\n"
+    "  velmora start                 run Velmora in this window until Ctrl+C\n"
+    "  velmora open                  open its page in the browser\n"
+    "  velmora status                show whether the effect works, and its settings\n"
+    "  velmora stop                  end Velmora\n"
+    "\n"
+    "  velmora start --help          more about one command\n"
+    "  velmora --version             the version of this program\n"
+    "\n"
+    "Exit codes:\n"
+    "   0  done\n"
+    "   2  the command line is wrong\n"
+    "  20  Velmora is not running\n"
+    "  21  Velmora is already running\n"
+    "  22  a browser or another program holds the service, so it does not answer or end\n"
+    "  23  the file about the running service belongs to somebody else or cannot be read\n"
+    "  24  that file cannot be written, so nothing was started or stopped\n"
+    "  25  the service ended or was ended at once\n"
+    "  26  another program or another Velmora service uses the port\n"
+    "  27  the service program cannot be started\n"
+    "  28  the browser cannot be opened\n"
+    "  29  the service's answer makes no sense\n"
+    "1 to 10 come from the service when velmora start ends.\n";
+
+constexpr std::string_view start_help =
+    "Runs the Velmora service in this window until Ctrl+C.\n"
+    "\n"
+    "  velmora start\n"
+    "  velmora start --port 18000\n"
+    "  velmora start --open-browser --verbose\n"
+    "\n"
+    "The page is at the address that is printed. Without --port it is on the first free port from 17831 to\n"
+    "17850. Without --web-root the pages come from the folder \"web\" beside this program. All options are "
+    "those\n"
+    "of velmora_control_demo, and go to it unchanged.\n"
+    "\n"
+    "  velmora start --window        for a window that somebody opened by a double click: it says what it "
+    "is,\n"
+    "                                offers to start as administrator, and opens the page\n"
+    "\n"
+    "Velmora runs once for each user. While it runs, a file that only you can read says where it answers; "
+    "see\n"
+    "docs/security.md. Ends with the exit code of the service.\n";
+
+constexpr std::string_view stop_help =
+    "Ends the Velmora service that velmora start runs for you, and no other.\n"
+    "\n"
+    "  velmora stop                  ends it cleanly: a signed-in account is released\n"
+    "  velmora stop --force          ends it at once: a signed-in account is not released\n"
+    "\n"
+    "The service ends as soon as the browser or the program that it answers is done. If that takes more "
+    "than\n"
+    "5 seconds, the exit code is 22; the service still ends later.\n"
+    "\n"
+    "  velmora stop --window         for a window that somebody opened by a double click: asks where "
+    "needed\n";
+
+constexpr std::string_view status_help =
+    "Shows whether the effect works, from \"installed\" to \"applied\", and the settings, one line each.\n"
+    "\n"
+    "  velmora status\n"
+    "  velmora status --json         everything as one JSON object\n"
+    "\n"
+    "It looks twice, half a second apart, to see whether sound goes through the effect.\n";
+
+constexpr std::string_view open_help =
+    "Opens the page of the running service in the browser.\n"
+    "\n"
+    "  velmora open\n";
+
+constexpr std::string_view interrupt_help =
+    "Sends Ctrl+C to a process. velmora start uses it to end the service.\n"
+    "\n"
+    "  velmora interrupt 1234\n";
+
+}  // namespace
+
+std::string_view help_text(CommandName command) {
+  switch (command) {
+    case CommandName::start: return start_help;
+    case CommandName::stop: return stop_help;
+    case CommandName::status: return status_help;
+    case CommandName::open: return open_help;
+    case CommandName::interrupt: return interrupt_help;
+    default: return overview;
+  }
+}
+
+}  // namespace velmora
