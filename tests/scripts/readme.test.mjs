@@ -26,7 +26,7 @@ import { codeBlocks, inlineCode, proseOf, readText, root, sectionOf, tableRows }
 const limits = { timeout: 180_000 };
 const checkedDocuments = [
   "README.md",
-  ...["developing", "linux-machine", "testing", "windows"].map((name) => `docs/${name}.md`),
+  ...["developing", "linux-machine", "release", "testing", "windows"].map((name) => `docs/${name}.md`),
 ];
 const build = path.join(root, "build/native");
 const token = "readme-test-token-0123456789abcdef";
@@ -86,6 +86,13 @@ function serviceUsage(...args) {
 const serviceOptions = serviceUsage("--no-such-option");
 const serviceOptionNames = serviceOptions.map((option) => option.split(" ")[0]);
 
+// A command of `velmora` or an option: the help of it has each.
+/** @param {string} word */
+function assertWordOfCommandLine(word) {
+  if (/^-?-?[a-z]/.test(word) && !serviceOptionNames.includes(word))
+    assert.match(readText("src/command/help.cpp"), new RegExp(`[ "]${word}[ "\\\\]`));
+}
+
 /** @param {string} command @param {string[]} known */
 function assertOptions(command, known) {
   for (const [option] of command.matchAll(/(?<= )--[a-z-]+/g))
@@ -129,15 +136,18 @@ const checkers = [
     /^C:\\velmora\\velmora_control_demo\.exe /,
     (command) => (assertTarget("velmora_control_demo"), assertOptions(command, serviceOptionNames)),
   ],
+  // Its own tests run it.
+  [/^velmora(?:\.exe)? /, (_, words) => words.slice(1).forEach(assertWordOfCommandLine)],
   [
     /^velmora_control_demo\.exe /,
     (command) => (assertTarget("velmora_control_demo"), assertOptions(command, serviceOptionNames)),
   ],
   [
-    /^VELMORA_TARGET=(?:native|wine) VELMORA_BUILD=\$PWD\/build\/\w+ node --test [\w/.]+$/,
+    /^VELMORA_TARGET=(?:native|wine) VELMORA_BUILD=(?:\$PWD\/)?build\/\w+ node --test(?: --test-concurrency=\d)? [\w/.]+$/,
     (_, words) => {
       assertPreset(words[1].split("/").at(-1) ?? "");
-      assert.ok(exists(words[4]), words[4]);
+      const tests = words.at(-1) ?? "";
+      assert.ok(exists(tests), tests);
     },
   ],
   [
@@ -495,15 +505,18 @@ test("the table of options is the usage line of the service", () => {
   assert.match(rows[0].text, new RegExp(`\\b${defaultPort} by default`));
 });
 
-test("the table of exit codes is that of the service", () => {
-  const documented = firstCells("## Exit codes", /^([0-9, ]+)$/).flatMap(({ found }) =>
-    found.split(", ").map(Number),
-  );
-  const codes = [...readText("src/service/exit_codes.h").matchAll(/^ +\w+ = (\d+),/gm)].map(([, code]) =>
-    Number(code),
-  );
-  assert.ok(codes.length > 5);
-  assert.deepEqual(documented, codes);
+// Each table of exit codes, and the header that defines them.
+const exitCodeTables = [["## Exit codes", "src/service/exit_codes.h"]];
+
+test("each table of exit codes is that of its program", () => {
+  for (const [heading, header] of exitCodeTables) {
+    const documented = firstCells(heading, /^([0-9, ]+)$/).flatMap(({ found }) =>
+      found.split(", ").map(Number),
+    );
+    const codes = [...readText(header).matchAll(/^ +\w+ = (\d+),/gm)].map(([, code]) => Number(code));
+    assert.ok(codes.length > 5);
+    assert.deepEqual(documented, codes, heading);
+  }
 });
 
 test("the table of ./run has the options of ./run", () => {
