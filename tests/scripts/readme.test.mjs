@@ -477,6 +477,7 @@ test("the example of docs/developing.md compiles", limits, () => {
     `-I${folder}`,
     `-I${root}/src`,
     `-I${root}/tests`,
+    "-I/usr/src/googletest/googletest/include",
   ];
   const files = ["status_routes.cpp", "routes.cpp", "routes_test.cpp"].map((name) => path.join(folder, name));
   const compiled = spawnSync("g++", [...flags, ...files], { encoding: "utf8" });
