@@ -5,9 +5,10 @@
 build_packages=(g++ cmake ninja-build libcurl4-openssl-dev esbuild nodejs npm)
 # Additional packages for `./test --quick`. npm installs the tools of package.json. unzip,
 # libarchive-tools and python3 open the service's archives. openssl makes certificates for the test account
-# service. bsdutils provides `script`, which gives a program a terminal.
+# service. bsdutils provides `script`, which gives a program a terminal. curl runs the examples of
+# docs/api.md.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev
-  chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
+  chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils curl)
 # Packages for tools/screenshots: Chinese letters, and smaller pictures.
 screenshot_packages=(fonts-wqy-microhei pngquant)
 # Packages for ./package in addition to build_packages: the compiler of the Windows programs, git for the time of the
