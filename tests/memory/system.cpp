@@ -45,7 +45,7 @@ std::uintptr_t add_handle(Handle handle) {
 }
 
 void print(Child& child, std::string_view bytes, ChildEvent::Kind kind) {
-  child.events.push_back({kind, std::string(bytes), 0});
+  if (!bytes.empty()) child.events.push_back({kind, std::string(bytes), 0});
 }
 
 void end(Child& child, std::uint32_t exit_code) {

@@ -225,5 +225,35 @@ TEST_F(SocketsContract, EndsTheConnectionForThePeerByShutdownBeforeTheClose) {
   EXPECT_LT(send_bytes(exchange.service, "more", 4).count, 0);
 }
 
+TEST_F(SocketsContract, ConnectsToAnotherProgram) {
+  const std::uint16_t port = find_free_port();
+  const surroundings::OtherListener listener = surroundings::listen_elsewhere(port);
+  Socket socket;
+  ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
+  ASSERT_EQ(connect_loopback(socket, port), std::nullopt);
+  const Peer peer = surroundings::accept_elsewhere(listener);
+  EXPECT_EQ(wait_readable(socket, 0).count, 0);
+  EXPECT_EQ(surroundings::send_whole(socket, "request"), 7u);
+  surroundings::send_all(peer, "answer");
+  EXPECT_EQ(wait_readable(socket, 20'000'000).count, 1);
+  EXPECT_EQ(receive_exactly(socket, 6), "answer");
+  surroundings::end_sending(peer);
+  EXPECT_EQ(wait_readable(socket, 20'000'000).count, 1);
+  char byte = '#';
+  EXPECT_EQ(receive_bytes(socket, &byte, 1).count, 0);
+  shutdown_both(socket);
+  EXPECT_EQ(surroundings::receive_until_end(peer), "request");
+}
+
+TEST_F(SocketsContract, ReportsAPortThatNobodyListensOnWith10061) {
+  const std::uint16_t port = find_free_port();
+  for (int round = 0; round < 2; ++round) {
+    Socket socket;
+    ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
+    EXPECT_EQ(connect_loopback(socket, port), 10061);
+    EXPECT_TRUE(socket.is_open());
+  }
+}
+
 }  // namespace
 }  // namespace velmora

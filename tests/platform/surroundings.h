@@ -62,6 +62,8 @@ using SocketShortage = Owner<SocketShortageKind>;
 
 // Connects; the other side need not have accepted yet.
 [[nodiscard]] Peer connect_to(std::uint16_t port);
+// Takes the next connection to the other program. Waits for it.
+[[nodiscard]] Peer accept_elsewhere(const OtherListener& listener);
 void send_all(const Peer& peer, std::string_view bytes);
 void end_sending(const Peer& peer);
 // Closes so that the other side sees a reset.

@@ -90,6 +90,15 @@ Peer connect_to(std::uint16_t) {
   return Peer(number);
 }
 
+Peer accept_elsewhere(const OtherListener& listener) {
+  auto& waiting = memory::system().to_others[static_cast<std::uint16_t>(listener.native())];
+  EXPECT_FALSE(waiting.empty());
+  const std::uintptr_t number = outside().next++;
+  outside().peers[number] = waiting.front();
+  waiting.pop_front();
+  return Peer(number);
+}
+
 void send_all(const Peer& peer, std::string_view bytes) {
   connection_of(peer).to_service.emplace_back(bytes);
 }

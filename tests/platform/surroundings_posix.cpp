@@ -178,6 +178,12 @@ Peer connect_to(std::uint16_t port) {
   return Peer(static_cast<std::uintptr_t>(descriptor));
 }
 
+Peer accept_elsewhere(const OtherListener& listener) {
+  const int descriptor = accept4(descriptor_of(listener.native()), nullptr, nullptr, SOCK_CLOEXEC);
+  EXPECT_GE(descriptor, 0);
+  return Peer(static_cast<std::uintptr_t>(descriptor));
+}
+
 void send_all(const Peer& peer, std::string_view bytes) {
   EXPECT_EQ(send(descriptor_of(peer.native()), bytes.data(), bytes.size(), MSG_NOSIGNAL),
             static_cast<ssize_t>(bytes.size()));

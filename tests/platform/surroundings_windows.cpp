@@ -250,6 +250,12 @@ Peer connect_to(std::uint16_t port) {
   return Peer(socket);
 }
 
+Peer accept_elsewhere(const OtherListener& listener) {
+  const SOCKET accepted = accept(listener.native(), nullptr, nullptr);
+  EXPECT_NE(accepted, INVALID_SOCKET);
+  return Peer(accepted);
+}
+
 void send_all(const Peer& peer, std::string_view bytes) {
   EXPECT_EQ(send(peer.native(), bytes.data(), static_cast<int>(bytes.size()), 0),
             static_cast<int>(bytes.size()));

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "platform/clock.h"
+#include "platform/files.h"
 #include "platform/windows/handle.h"
 #include "platform/windows/native.h"
 
@@ -231,6 +232,8 @@ void ChildProcessKind::release(Native native) noexcept {
 std::uint32_t start_child(std::string_view program, const std::vector<std::string>& arguments,
                           ChildProcess& out) {
   if (has_zero(arguments)) return ERROR_INVALID_PARAMETER;
+  // Systems differ in the error for a folder.
+  if (query_file_kind(program) == FileKind::directory) return ERROR_ACCESS_DENIED;
   Handle output;
   Handle errors;
   Handle output_end;
