@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -64,15 +65,6 @@ TEST_F(ConsoleWindowContract, TakesATitle) {
   set_console_title("Velmora \xE6\xB5\x8B\xE8\xAF\x95");
   set_console_title("");
   EXPECT_EQ(read_lines(), std::vector<std::string>{"y"});
-}
-
-TEST_F(ConsoleWindowContract, LeavesEventsThatEndNothingUndelayed) {
-  delay_end_after_close(3'600'000);
-  delay_end_after_close(0);
-  std::string line = "former";
-  const surroundings::StandardInput input = surroundings::put_standard_input("");
-  EXPECT_FALSE(read_standard_input_line(line));
-  EXPECT_EQ(line, "");
 }
 
 }  // namespace

@@ -4,15 +4,20 @@
 
 #include <array>
 #include <ctime>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "base/status.h"
 #include "memory/system.h"
 #include "platform/audio_endpoints.h"
+#include "platform/child_process.h"
 #include "platform/clock.h"
+#include "platform/console_window.h"
 #include "platform/files.h"
 #include "platform/machine.h"
+#include "platform/private_files.h"
 #include "platform/processes.h"
 #include "platform/registry.h"
 #include "platform/shared_memory.h"
@@ -99,6 +104,94 @@ TEST_F(MemoryFaults, LeaveHalfAFileOnAFullDisk) {
   memory::system().faults["WriteFile"] = {112};
   EXPECT_EQ(write_whole_file("/scratch/file", "abcd"), 112u);
   EXPECT_EQ(memory::system().files.at("/scratch/file").bytes, "ab");
+}
+
+TEST_F(MemoryFaults, LeaveNoHalfOfAPrivateFile) {
+  auto& faults = memory::system().faults;
+  HeldFile file;
+  faults["CreateFileW"] = {19};
+  EXPECT_EQ(hold_private_file("/scratch/run.json", file), 19u);
+  EXPECT_FALSE(file.is_open());
+  ASSERT_EQ(hold_private_file("/scratch/run.json", file), 0u);
+  ASSERT_EQ(write_held_file(file, "former"), 0u);
+  faults["WriteFile"] = {112, 112};
+  EXPECT_EQ(write_held_file(file, "abcd"), 112u);
+  EXPECT_EQ(read_private_file("/scratch/run.json").bytes, "");
+  EXPECT_TRUE(read_private_file("/scratch/run.json").is_held);
+  EXPECT_EQ(write_private_file("/scratch/stop.json", "abcd"), 112u);
+  EXPECT_EQ(query_file_kind("/scratch/stop.json"), FileKind::missing);
+  faults["CreateFileW"] = {5};
+  const PrivateFileRead read = read_private_file("/scratch/run.json");
+  EXPECT_EQ(read.error, 5u);
+  EXPECT_FALSE(read.is_held);
+}
+
+TEST_F(MemoryFaults, GiveAFileToAnotherUser) {
+  ASSERT_EQ(write_private_file("/scratch/run.json", "theirs"), 0u);
+  memory::system().files.at("/scratch/run.json").is_foreign = true;
+  EXPECT_EQ(read_private_file("/scratch/run.json").error, 1307u);
+  EXPECT_EQ(write_private_file("/scratch/run.json", "ours"), 1307u);
+  EXPECT_EQ(memory::system().files.at("/scratch/run.json").bytes, "theirs");
+  memory::system().files["/scratch/theirs"].kind = FileKind::directory;
+  memory::system().files.at("/scratch/theirs").is_foreign = true;
+  EXPECT_EQ(make_private_directory("/scratch/theirs"), 1307u);
+}
+
+TEST_F(MemoryFaults, KeepAChildFromStartingAndEnding) {
+  surroundings::put_file("/scratch/program", "program");
+  auto& machine = memory::system();
+  ChildProcess child;
+  machine.faults["CreateProcessW"] = {5};
+  EXPECT_EQ(start_child("/scratch/program", {"a", "b"}, child), 5u);
+  EXPECT_FALSE(child.is_open());
+  EXPECT_EQ(machine.log.back(), "CreateProcessW /scratch/program a b");
+  machine.on_start_child = [](memory::Child&) { return 27u; };
+  EXPECT_EQ(start_child("/scratch/program", {}, child), 27u);
+  machine.on_start_child = nullptr;
+  ASSERT_EQ(start_child("/scratch/program", {}, child), 0u);
+  machine.faults["TerminateProcess"] = {5};
+  EXPECT_FALSE(end_child(child));
+  EXPECT_EQ(machine.children.back()->exit_code, std::nullopt);
+  machine.faults["GenerateConsoleCtrlEvent"] = {31};
+  EXPECT_EQ(interrupt_process(child_process_id(child)), 31u);
+  EXPECT_EQ(machine.children.back()->interrupts, 0);
+  EXPECT_EQ(interrupt_process(child_process_id(child)), 0u);
+  EXPECT_EQ(wait_for_child(child, 0).kind, ChildEvent::Kind::ended);
+}
+
+TEST_F(MemoryFaults, AnswerForTheUserWhoIsAskedForRights) {
+  memory::system().faults["ShellExecuteExW"] = {1223};
+  EXPECT_EQ(start_as_administrator("/scratch/program", {"start"}), 1223u);
+  EXPECT_TRUE(memory::system().elevated_starts.empty());
+  EXPECT_EQ(start_as_administrator("/scratch/program", {"start"}), 0u);
+  ASSERT_EQ(memory::system().elevated_starts.size(), 1u);
+  EXPECT_EQ(memory::system().elevated_starts[0].arguments, std::vector<std::string>{"start"});
+}
+
+TEST_F(MemoryFaults, RefuseAConnectionAndALine) {
+  Socket socket;
+  ASSERT_EQ(open_tcp_socket(socket), std::nullopt);
+  memory::system().ports_of_others.insert(31337);
+  memory::system().faults["connect"] = {10060};
+  EXPECT_EQ(connect_loopback(socket, 31337), 10060);
+  memory::system().on_connect = [](std::uint16_t port) {
+    auto connection = std::make_shared<memory::Connection>();
+    connection->to_service.push_back("port " + std::to_string(port));
+    return connection;
+  };
+  EXPECT_EQ(connect_loopback(socket, 17831), std::nullopt);
+  std::array<char, 16> buffer{};
+  EXPECT_EQ(receive_bytes(socket, buffer.data(), buffer.size()).count, 10);
+  EXPECT_STREQ(buffer.data(), "port 17831");
+  memory::system().standard_input = "y\n";
+  memory::system().faults["ReadConsoleW"] = {995};
+  std::string line = "former";
+  EXPECT_FALSE(read_standard_input_line(line));
+  EXPECT_EQ(line, "");
+  set_console_title("title");
+  delay_end_after_close(4000);
+  EXPECT_EQ(memory::system().console_title, "title");
+  EXPECT_EQ(memory::system().end_delay_ms, 4000u);
 }
 
 TEST_F(MemoryFaults, GiveAFileAnotherSizeThanItsBytes) {
