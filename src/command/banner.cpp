@@ -35,7 +35,7 @@ std::optional<ServiceAddress> read_banner_line(std::string_view line) {
 
 std::optional<ServiceAddress> find_banner_line(std::string_view lines) {
   for (std::size_t end = lines.find('\n'); end != std::string_view::npos; end = lines.find('\n')) {
-    if (const auto address = read_banner_line(lines.substr(0, end))) return address;
+    if (auto address = read_banner_line(lines.substr(0, end))) return address;
     lines.remove_prefix(end + 1);
   }
   return std::nullopt;

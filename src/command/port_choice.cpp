@@ -17,7 +17,7 @@ bool is_bound(std::uint16_t port) {
   if (open_tcp_socket(socket)) return false;
   const std::optional<int> error = bind_loopback(socket, port);
   // Windows keeps some ports for itself and denies them.
-  return error == wsaeaddrinuse || error == wsaeacces;
+  return error && (*error == wsaeaddrinuse || *error == wsaeacces);
 }
 
 PortUse look_at(std::uint16_t port) {

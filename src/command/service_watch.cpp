@@ -62,7 +62,7 @@ class Watch {
   std::optional<ServiceAddress> find_address(const std::string& lines) {
     if (is_known_) return std::nullopt;
     unfinished_ += lines;
-    const std::optional<ServiceAddress> address = find_banner_line(unfinished_);
+    std::optional<ServiceAddress> address = find_banner_line(unfinished_);
     const bool is_over = lines.ends_with('\n') || unfinished_.size() > relayed_line_bytes;
     if (is_over) unfinished_.clear();
     return address;

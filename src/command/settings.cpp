@@ -43,7 +43,7 @@ bool is_in_use(const JsonNode& band) {
 }
 
 std::string equalizer_text(const JsonNode& equalizer) {
-  const std::string on = switch_text(inverted(flag_at(equalizer, {"bypass"})));
+  std::string on = switch_text(inverted(flag_at(equalizer, {"bypass"})));
   const JsonNode* const bands = find_node(equalizer, {"bands"});
   if (bands == nullptr || bands->kind != JsonNode::Kind::list) return on;
   std::size_t count = 0;

@@ -26,6 +26,7 @@ import {
   pageNames,
   poll,
   programPathText,
+  run,
   startLimitMs,
   uniqueMappingName,
 } from "./harness.mjs";
@@ -327,6 +328,51 @@ if (isNative) {
     await expectCommand(t, home, ["status"], 23, sentence);
     await expectCommand(t, home, ["stop"], 23, sentence);
     await expectCommand(t, { env: { HOME: "relative" }, folder: "" }, ["open"], 23, sentence);
+  });
+
+  // Another user, who is no administrator, with a home and programs of their own.
+  function makeOtherUser() {
+    const { folder, program } = makeProgramFolder("programs");
+    fs.chmodSync(path.dirname(folder), 0o755);
+    const webRoot = makeWebRoot({}, "web");
+    fs.chmodSync(path.dirname(webRoot), 0o755);
+    const home = makeDirectory();
+    fs.chownSync(home, 65_534, 65_534);
+    const control = path.join(home, ".local/state/velmora/control");
+    const wrapper = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"];
+    return { home: { env: { HOME: home }, folder: control }, program, webRoot, wrapper };
+  }
+
+  test("in a window a person without an administrator's rights is asked first", limits, async (t) => {
+    const { home, program, webRoot, wrapper } = makeOtherUser();
+    const browser = makeBrowser();
+    fs.chmodSync(path.dirname(browser.seen), 0o777);
+    const options = { program, webRoot, wrapper, inWindow: true, answer: "y\n", env: browser.env };
+    const started = await startCommand(t, home, options);
+    assert.ok(
+      started.output.startsWith(
+        "Only an administrator can add Velmora to a device or remove it, and start it before the effect has run.\n" +
+          "Start Velmora as administrator? (y/n) " +
+          "Windows has not started it as administrator. It starts with your own rights.\n" +
+          "This window runs Velmora. Leave it open while you use Velmora.\n",
+      ),
+      started.output,
+    );
+    await poll("the browser", () => (fs.existsSync(browser.seen) ? true : undefined), startLimitMs);
+    // This user finds the run; another one does not get at it.
+    assert.equal(fs.statSync(runFileOf(home)).uid, 65_534);
+    const root = await command(t, home, ["status"]);
+    assert.equal(root.code, 23, root.errors);
+    assertOneSentence(root.errors);
+    const mine = makeHome(t);
+    const own = await startCommand(t, mine);
+    for (const directory of [mine.env.HOME ?? "", path.join(mine.env.HOME ?? "", ".local")])
+      fs.chmodSync(directory, 0o755);
+    const asked = await run(t, program, ["status"], { wrapper, env: mine.env });
+    assert.equal(asked.code, 23, asked.errors);
+    assertOneSentence(asked.errors);
+    await own.stop();
+    await started.stop();
   });
 
   test("files of somebody else are left alone", limits, async (t) => {

@@ -90,20 +90,31 @@ const bannerForm =
  * @property {boolean} [inWindow]
  * @property {Record<string, string | undefined>} [env]
  * @property {string} [program]
+ * @property {string[]} [wrapper]
+ * @property {string} [answer] what a person types at the first question
  */
 
 // Starts Velmora and waits until its page can be asked. Whatever still runs is ended with the test.
 /** @param {Scope} t @param {Home} home @param {StartOptions} options */
 export async function startCommand(t, home, options = {}) {
-  const { more = [], webRoot = makeWebRoot(), inWindow = false, env = {}, program = commandLine } = options;
+  const {
+    more = [],
+    webRoot = makeWebRoot(),
+    inWindow = false,
+    env = {},
+    program = commandLine,
+    wrapper,
+    answer,
+  } = options;
   const port = options.port === undefined ? await freePort() : options.port;
   const mapping = uniqueMappingName();
   await startEffect(t, mapping);
   const args = ["start", ...(inWindow ? ["--window"] : []), "--control-map", mapping];
   if (port !== null) args.push("--port", String(port));
   if (webRoot !== null) args.push("--web-root", programPathText(webRoot));
-  const given = { env: { ...home.env, ...env }, withInput: inWindow };
+  const given = { env: { ...home.env, ...env }, withInput: inWindow, wrapper };
   const started = launch(t, program, [...args, ...more], given, Service);
+  if (answer !== undefined) started.child.stdin?.write(answer);
   const find = () => started.output.match(bannerForm) ?? undefined;
   const [, portText, token] = await started.until("the banner", find, startLimitMs);
   return Object.assign(started, { port: Number(portText), token, mapping });
