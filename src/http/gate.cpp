@@ -1,6 +1,7 @@
 #include "http/gate.h"
 
-#include <string>
+#include <array>
+#include <charconv>
 #include <utility>
 
 #include "base/ascii.h"
@@ -8,28 +9,30 @@
 namespace velmora {
 namespace {
 
+// Removes ":PORT" from the end of `value`. False if it has another end.
+bool remove_port(std::string_view& value, std::uint16_t port) {
+  std::array<char, 6> text{':'};
+  const char* const end = std::to_chars(text.data() + 1, text.data() + text.size(), port).ptr;
+  const std::string_view suffix(text.data(), static_cast<std::size_t>(end - text.data()));
+  if (!value.ends_with(suffix)) return false;
+  value.remove_suffix(suffix.size());
+  return true;
+}
+
 // The address is compared byte for byte, the name in lower case. So a scheme in upper case passes with the
 // name but not with the address.
-bool is_local(std::string_view value, std::string_view scheme, std::uint16_t port) {
-  const std::string port_suffix = ':' + std::to_string(port);
-  if (!value.ends_with(port_suffix)) return false;
-  value.remove_suffix(port_suffix.size());
-  const auto is_scheme_with = [&](std::string_view text, std::string_view host) {
-    return text.size() == scheme.size() + host.size() && text.starts_with(scheme) && text.ends_with(host);
-  };
-  return is_scheme_with(value, "127.0.0.1") || is_scheme_with(to_lower_copy(value), "localhost");
+bool is_local(std::string_view value, std::string_view address, std::string_view name, std::uint16_t port) {
+  return remove_port(value, port) && (value == address || equal_ignoring_case(value, name));
 }
 
 }  // namespace
 
 bool host_allowed(const ApiRequest& request, std::uint16_t port) {
-  const auto host = request.headers.find("host");
-  return host != request.headers.end() && is_local(host->second, "", port);
+  return request.host && is_local(*request.host, "127.0.0.1", "localhost", port);
 }
 
 bool origin_allowed(const ApiRequest& request, std::uint16_t port) {
-  const auto origin = request.headers.find("origin");
-  return origin == request.headers.end() || is_local(origin->second, "http://", port);
+  return !request.origin || is_local(*request.origin, "http://127.0.0.1", "http://localhost", port);
 }
 
 bool constant_time_equal(std::string_view left, std::string_view right) {
@@ -46,8 +49,7 @@ bool constant_time_equal(std::string_view left, std::string_view right) {
 }
 
 bool token_allowed(const ApiRequest& request, std::string_view session_token) {
-  const auto token = request.headers.find("x-velmora-token");
-  return token != request.headers.end() && constant_time_equal(token->second, session_token);
+  return request.session_token && constant_time_equal(*request.session_token, session_token);
 }
 
 }  // namespace velmora

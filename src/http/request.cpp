@@ -1,9 +1,6 @@
 #include "http/request.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
-#include <utility>
 
 #include "base/ascii.h"
 
@@ -12,6 +9,15 @@ namespace {
 
 constexpr std::string_view head_terminator = "\r\n\r\n";
 constexpr std::string_view version_prefix = "HTTP/1.";
+
+// Returns the length of the head with its terminator, or npos. No head ends in the first `searched` bytes.
+std::size_t find_end_of_head(std::string_view received, std::size_t searched) {
+  for (std::size_t feed = received.find('\n', searched); feed != std::string_view::npos;
+       feed = received.find('\n', feed + 1)) {
+    if (received.substr(0, feed + 1).ends_with(head_terminator)) return feed + 1;
+  }
+  return std::string_view::npos;
+}
 
 // Removes the next line from `rest`. Returns it without its line feed and one carriage return before that.
 std::string_view take_line(std::string_view& rest) {
@@ -38,20 +44,36 @@ bool parse_request_line(std::string_view line, ApiRequest& request) {
   return take_token(line).starts_with(version_prefix);  // so all three tokens exist
 }
 
+// Returns the field of a header, or null for a header that nothing reads.
+std::optional<std::string_view>* find_field(ApiRequest& request, std::string_view name) {
+  if (equal_ignoring_case(name, "host")) return &request.host;
+  if (equal_ignoring_case(name, "origin")) return &request.origin;
+  if (equal_ignoring_case(name, "content-length")) return &request.content_length;
+  if (equal_ignoring_case(name, "x-velmora-token")) return &request.session_token;
+  return nullptr;
+}
+
+// Whether a line that starts with this byte may be one of those headers. Most lines of a browser are not, and
+// need no further look.
+bool may_start_field(char first) {
+  const char letter = ascii_lower(first);
+  return letter == 'h' || letter == 'o' || letter == 'c' || letter == 'x' || is_space(first);
+}
+
 void parse_header_line(std::string_view line, ApiRequest& request) {
+  if (line.empty() || !may_start_field(line.front())) return;
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  request.headers.insert_or_assign(to_lower_copy(trim(line.substr(0, colon))),
-                                   trim_copy(line.substr(colon + 1)));
+  std::optional<std::string_view>* const field = find_field(request, trim(line.substr(0, colon)));
+  if (field != nullptr) *field = trim(line.substr(colon + 1));
 }
 
 // Accepts only decimal digits that fit into 64 bits. Sets 0 without the header.
 bool parse_content_length(const ApiRequest& request, std::uint64_t& content_length) {
   content_length = 0;
-  const auto header = request.headers.find("content-length");
-  if (header == request.headers.end()) return true;
-  const char* const end = header->second.data() + header->second.size();
-  const auto parsed = std::from_chars(header->second.data(), end, content_length);
+  if (!request.content_length) return true;
+  const char* const end = request.content_length->data() + request.content_length->size();
+  const auto parsed = std::from_chars(request.content_length->data(), end, content_length);
   return parsed.ec == std::errc() && parsed.ptr == end;
 }
 
@@ -63,40 +85,34 @@ bool parse_head(std::string_view head, ApiRequest& request, std::uint64_t& conte
   return parse_content_length(request, content_length);
 }
 
-RequestReader::State RequestReader::take(std::string_view bytes, ApiRequest& request) {
-  if (buffer_.empty()) buffer_.reserve(read_chunk_bytes);
-  buffer_ += bytes;
+RequestReader::State RequestReader::take(std::size_t count) {
+  size_ += count;
+  const std::string_view received(received_.data(), size_);
   if (!body_from_) {
-    const std::size_t head_length = buffer_.find(head_terminator, searched_);
-    if (head_length == std::string::npos) {
-      // The terminator may be split: keep its first three bytes in the search.
-      searched_ = buffer_.size() - std::min(buffer_.size(), head_terminator.size() - 1);
-      return buffer_.size() >= request_limit_bytes ? State::bad : State::incomplete;
+    const std::size_t end = find_end_of_head(received, searched_);
+    if (end == std::string_view::npos) {
+      searched_ = size_;
+      return size_ >= request_limit_bytes ? State::bad : State::incomplete;
     }
-    const std::string_view head = std::string_view(buffer_).substr(0, head_length);
-    if (!parse_head(head, request, content_length_)) return State::bad;
-    body_from_ = head_length + head_terminator.size();
+    const std::string_view head = received.substr(0, end - head_terminator.size());
+    if (!parse_head(head, request_, content_length_)) return State::bad;
+    body_from_ = end;
   }
   // Deliberately unsigned and unchecked: a length close to 2^64 wraps and passes the limit. The request then
   // ends at once with the bytes that have arrived.
   const std::uint64_t total = *body_from_ + content_length_;
   if (total > request_limit_bytes) return State::bad;
-  if (buffer_.size() < total) return State::incomplete;
-  // The buffer is no longer needed: cut it down to the body and move it out.
-  buffer_.resize(*body_from_ + std::min<std::uint64_t>(content_length_, buffer_.size() - *body_from_));
-  buffer_.erase(0, *body_from_);
-  request.body = std::move(buffer_);
+  if (size_ < total) return State::incomplete;
+  request_.body = received.substr(*body_from_, content_length_);
   return State::complete;
 }
 
-bool read_request(const Socket& socket, ApiRequest& request) {
-  RequestReader reader;
-  std::array<char, read_chunk_bytes> piece;
+bool read_request(const Socket& socket, RequestReader& reader) {
   RequestReader::State state = RequestReader::State::incomplete;
   while (state == RequestReader::State::incomplete) {
-    const SocketCount received = receive_bytes(socket, piece.data(), piece.size());
+    const SocketCount received = receive_bytes(socket, reader.room(), read_chunk_bytes);
     if (received.count <= 0) return false;
-    state = reader.take({piece.data(), static_cast<std::size_t>(received.count)}, request);
+    state = reader.take(static_cast<std::size_t>(received.count));
   }
   return state == RequestReader::State::complete;
 }
