@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cstring>
 #include <utility>
 
 #include "base/ascii.h"
@@ -25,6 +26,12 @@ bool is_local(std::string_view value, std::string_view address, std::string_view
   return remove_port(value, port) && (value == address || equal_ignoring_case(value, name));
 }
 
+std::uint64_t eight_bytes(const char* bytes) {
+  std::uint64_t value;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
 }  // namespace
 
 bool host_allowed(const ApiRequest& request, std::uint16_t port) {
@@ -37,14 +44,14 @@ bool origin_allowed(const ApiRequest& request, std::uint16_t port) {
 
 bool constant_time_equal(std::string_view left, std::string_view right) {
   if (left.size() > right.size()) std::swap(left, right);
-  std::size_t difference = left.size() ^ right.size();
-  for (std::size_t index = 0; index < left.size(); ++index) {
-    difference |= static_cast<unsigned char>(left[index] ^ right[index]);
+  std::uint64_t difference = left.size() ^ right.size();
+  std::size_t index = 0;
+  for (; index + sizeof(std::uint64_t) <= left.size(); index += sizeof(std::uint64_t)) {
+    difference |= eight_bytes(left.data() + index) ^ eight_bytes(right.data() + index);
   }
+  for (; index < left.size(); ++index) difference |= static_cast<unsigned char>(left[index] ^ right[index]);
   // Pad the shorter string with zeros, so that the time depends only on the longer one.
-  for (std::size_t index = left.size(); index < right.size(); ++index) {
-    difference |= static_cast<unsigned char>(right[index]);
-  }
+  for (; index < right.size(); ++index) difference |= static_cast<unsigned char>(right[index]);
   return difference == 0;
 }
 

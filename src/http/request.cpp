@@ -7,32 +7,14 @@
 namespace velmora {
 namespace {
 
-constexpr std::string_view head_terminator = "\r\n\r\n";
 constexpr std::string_view version_prefix = "HTTP/1.";
-
-// Returns the length of the head with its terminator, or npos. No head ends in the first `searched` bytes.
-std::size_t find_end_of_head(std::string_view received, std::size_t searched) {
-  for (std::size_t feed = received.find('\n', searched); feed != std::string_view::npos;
-       feed = received.find('\n', feed + 1)) {
-    if (received.substr(0, feed + 1).ends_with(head_terminator)) return feed + 1;
-  }
-  return std::string_view::npos;
-}
-
-// Removes the next line from `rest`. Returns it without its line feed and one carriage return before that.
-std::string_view take_line(std::string_view& rest) {
-  const std::size_t end = rest.find('\n');
-  std::string_view line = rest.substr(0, end);
-  rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-  return line;
-}
 
 // Removes the next token from `rest`, with the white space before it, and returns it. Empty if none is left.
 std::string_view take_token(std::string_view& rest) {
   while (!rest.empty() && is_space(rest.front())) rest.remove_prefix(1);
   std::size_t length = 0;
-  while (length < rest.size() && !is_space(rest[length])) ++length;
+  // White space is not above the blank, so most bytes need one comparison only.
+  while (length < rest.size() && (rest[length] > ' ' || !is_space(rest[length]))) ++length;
   const std::string_view token = rest.substr(0, length);
   rest.remove_prefix(length);
   return token;
@@ -44,12 +26,17 @@ bool parse_request_line(std::string_view line, ApiRequest& request) {
   return take_token(line).starts_with(version_prefix);  // so all three tokens exist
 }
 
+// `usual` is how most clients write the name, so most names need one comparison only.
+bool is_name(std::string_view name, std::string_view usual) {
+  return name == usual || equal_ignoring_case(name, usual);
+}
+
 // Returns the field of a header, or null for a header that nothing reads.
 std::optional<std::string_view>* find_field(ApiRequest& request, std::string_view name) {
-  if (equal_ignoring_case(name, "host")) return &request.host;
-  if (equal_ignoring_case(name, "origin")) return &request.origin;
-  if (equal_ignoring_case(name, "content-length")) return &request.content_length;
-  if (equal_ignoring_case(name, "x-velmora-token")) return &request.session_token;
+  if (is_name(name, "Host")) return &request.host;
+  if (is_name(name, "Origin")) return &request.origin;
+  if (is_name(name, "Content-Length")) return &request.content_length;
+  if (is_name(name, "x-velmora-token")) return &request.session_token;
   return nullptr;
 }
 
@@ -77,33 +64,51 @@ bool parse_content_length(const ApiRequest& request, std::uint64_t& content_leng
   return parsed.ec == std::errc() && parsed.ptr == end;
 }
 
+// Whether the line that ends with the line feed at `feed` is the blank line after "\r\n". `line` is that line
+// with its carriage return. A line feed before the blank line is not enough.
+bool ends_head(std::string_view received, std::string_view line, std::size_t feed) {
+  return line == "\r" && feed >= 3 && received[feed - 3] == '\r';
+}
+
 }  // namespace
 
-bool parse_head(std::string_view head, ApiRequest& request, std::uint64_t& content_length) {
-  if (!parse_request_line(take_line(head), request)) return false;
-  while (!head.empty()) parse_header_line(take_line(head), request);
-  return parse_content_length(request, content_length);
+HeadState::Progress parse_head(std::string_view received, HeadState& state, ApiRequest& request) {
+  for (;;) {
+    const std::size_t feed = received.find('\n', state.searched);
+    if (feed == std::string_view::npos) {
+      state.searched = received.size();
+      return HeadState::Progress::incomplete;
+    }
+    const std::string_view line = received.substr(state.parsed, feed - state.parsed);
+    if (state.parsed == 0) {
+      state.bad = !parse_request_line(line, request);
+    } else {
+      parse_header_line(line, request);
+    }
+    state.parsed = state.searched = feed + 1;
+    if (ends_head(received, line, feed)) break;
+  }
+  const bool good = !state.bad && parse_content_length(request, state.content_length);
+  return good ? HeadState::Progress::complete : HeadState::Progress::bad;
 }
 
 RequestReader::State RequestReader::take(std::size_t count) {
   size_ += count;
   const std::string_view received(received_.data(), size_);
-  if (!body_from_) {
-    const std::size_t end = find_end_of_head(received, searched_);
-    if (end == std::string_view::npos) {
-      searched_ = size_;
-      return size_ >= request_limit_bytes ? State::bad : State::incomplete;
+  if (!has_head_) {
+    switch (parse_head(received, head_, request_)) {
+      case HeadState::Progress::incomplete:
+        return size_ >= request_limit_bytes ? State::bad : State::incomplete;
+      case HeadState::Progress::bad: return State::bad;
+      case HeadState::Progress::complete: has_head_ = true;
     }
-    const std::string_view head = received.substr(0, end - head_terminator.size());
-    if (!parse_head(head, request_, content_length_)) return State::bad;
-    body_from_ = end;
   }
   // Deliberately unsigned and unchecked: a length close to 2^64 wraps and passes the limit. The request then
   // ends at once with the bytes that have arrived.
-  const std::uint64_t total = *body_from_ + content_length_;
+  const std::uint64_t total = head_.parsed + head_.content_length;
   if (total > request_limit_bytes) return State::bad;
   if (size_ < total) return State::incomplete;
-  request_.body = received.substr(*body_from_, content_length_);
+  request_.body = received.substr(head_.parsed, head_.content_length);
   return State::complete;
 }
 

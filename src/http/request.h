@@ -31,10 +31,22 @@ inline constexpr std::size_t read_chunk_bytes = 4096;
 // Largest request in bytes: head, terminator and body together.
 inline constexpr std::size_t request_limit_bytes = 65536;
 
-// Parses a head: the bytes before the blank line that ends it. Returns true if the request line and the
-// Content-Length are valid. Then `request` is complete except for its body, and `content_length` is the
-// announced length in bytes (0 without the header). On false, both are unspecified. Expects a new `request`.
-[[nodiscard]] bool parse_head(std::string_view head, ApiRequest& request, std::uint64_t& content_length);
+// How far a head is parsed.
+struct HeadState {
+  enum class Progress { incomplete, complete, bad };
+  std::size_t parsed = 0;            // length of the lines that are parsed; on `complete`, offset of the body
+  std::size_t searched = 0;          // no line feed is in the bytes from `parsed` to here
+  bool bad = false;                  // the request line is bad, which counts only when the head is complete
+  std::uint64_t content_length = 0;  // in bytes, 0 without the header; valid on `complete`
+};
+
+// Parses the head that `received` begins with, which ends with a blank line: "\r\n\r\n". On `incomplete`, call
+// it again with more bytes behind the same ones, at the same place, and with the same `state` and `request`,
+// which begin new. On `complete`, `request` is complete except for its body. `bad`: the request line or the
+// Content-Length is not valid; `state` and `request` are unspecified then. Pure. Each byte is searched only once,
+// however the head is split.
+[[nodiscard]] HeadState::Progress parse_head(std::string_view received, HeadState& state,
+                                             ApiRequest& request);
 
 // Receives and parses one request that arrives in pieces. The caller writes the bytes, and the state says what
 // follows. It holds all bytes itself and allocates nothing.
@@ -58,9 +70,8 @@ class RequestReader {
   // An incomplete request is shorter than the limit, so there is always room for one more piece.
   std::array<char, request_limit_bytes + read_chunk_bytes> received_;  // deliberately not initialized
   std::size_t size_ = 0;
-  std::size_t searched_ = 0;              // no head ends in these bytes
-  std::optional<std::size_t> body_from_;  // offset of the body, set once the head is parsed
-  std::uint64_t content_length_ = 0;
+  bool has_head_ = false;
+  HeadState head_;
   ApiRequest request_;
 };
 

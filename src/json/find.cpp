@@ -14,7 +14,7 @@ std::optional<std::string_view> find_value(std::string_view body, std::string_vi
   for (std::size_t quote = body.find('"'); quote != std::string_view::npos;
        quote = body.find('"', quote + 1)) {
     const std::string_view behind = body.substr(quote + 1);
-    if (!behind.starts_with(key) || !behind.substr(key.size()).starts_with('"')) continue;
+    if (behind.size() <= key.size() || behind[key.size()] != '"' || !behind.starts_with(key)) continue;
     const std::size_t colon = behind.find(':', key.size() + 1);
     if (colon == std::string_view::npos) return std::nullopt;
     return behind.substr(colon + 1);
