@@ -1,10 +1,15 @@
 #include "api/answers.h"
 
+#include <string>
+
 #include "http/response.h"
 
 namespace velmora {
 
-void write_ok(const Socket& socket) { write_response(socket, 200, "OK", content_type_json, ok_body); }
+void write_ok(const Socket& socket) {
+  static const std::string response = format_response(200, "OK", content_type_json, ok_body);
+  static_cast<void>(send_all(socket, response));
+}
 
 void write_document(const Socket& socket, std::string_view body) {
   write_response(socket, 200, "OK", content_type_json_document, body);

@@ -1,5 +1,6 @@
 #include "http/request.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "base/ascii.h"
@@ -12,11 +13,9 @@ constexpr std::string_view version_prefix = "HTTP/1.";
 // Removes the next token from `rest`, with the white space before it, and returns it. Empty if none is left.
 std::string_view take_token(std::string_view& rest) {
   while (!rest.empty() && is_space(rest.front())) rest.remove_prefix(1);
-  std::size_t length = 0;
-  // White space is not above the blank, so most bytes need one comparison only.
-  while (length < rest.size() && (rest[length] > ' ' || !is_space(rest[length]))) ++length;
-  const std::string_view token = rest.substr(0, length);
-  rest.remove_prefix(length);
+  const auto end = std::find_if(rest.begin(), rest.end(), is_space);
+  const std::string_view token(rest.begin(), end);
+  rest.remove_prefix(token.size());
   return token;
 }
 
@@ -43,8 +42,17 @@ std::optional<std::string_view>* find_field(ApiRequest& request, std::string_vie
 // Whether a line that starts with this byte may be one of those headers. Most lines of a browser are not, and
 // need no further look.
 bool may_start_field(char first) {
-  const char letter = ascii_lower(first);
-  return letter == 'h' || letter == 'o' || letter == 'c' || letter == 'x' || is_space(first);
+  switch (first) {
+    case 'H':
+    case 'h':
+    case 'O':
+    case 'o':
+    case 'C':
+    case 'c':
+    case 'X':
+    case 'x': return true;
+    default: return is_space(first);
+  }
 }
 
 void parse_header_line(std::string_view line, ApiRequest& request) {
@@ -73,21 +81,21 @@ bool ends_head(std::string_view received, std::string_view line, std::size_t fee
 }  // namespace
 
 HeadState::Progress parse_head(std::string_view received, HeadState& state, ApiRequest& request) {
-  for (;;) {
-    const std::size_t feed = received.find('\n', state.searched);
-    if (feed == std::string_view::npos) {
-      state.searched = received.size();
-      return HeadState::Progress::incomplete;
-    }
-    const std::string_view line = received.substr(state.parsed, feed - state.parsed);
-    if (state.parsed == 0) {
+  std::size_t from = state.parsed;
+  std::size_t feed = received.find('\n', state.searched);
+  for (; feed != std::string_view::npos; feed = received.find('\n', from)) {
+    const std::string_view line(received.data() + from, feed - from);
+    if (from == 0) {
       state.bad = !parse_request_line(line, request);
     } else {
       parse_header_line(line, request);
     }
-    state.parsed = state.searched = feed + 1;
+    from = feed + 1;
     if (ends_head(received, line, feed)) break;
   }
+  state.parsed = from;
+  state.searched = received.size();
+  if (feed == std::string_view::npos) return HeadState::Progress::incomplete;
   const bool good = !state.bad && parse_content_length(request, state.content_length);
   return good ? HeadState::Progress::complete : HeadState::Progress::bad;
 }
