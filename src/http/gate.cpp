@@ -1,7 +1,5 @@
 #include "http/gate.h"
 
-#include <array>
-#include <charconv>
 #include <cstring>
 #include <utility>
 
@@ -12,11 +10,12 @@ namespace {
 
 // Removes ":PORT" from the end of `value`. False if it has another end.
 bool remove_port(std::string_view& value, std::uint16_t port) {
-  std::array<char, 6> text{':'};
-  const char* const end = std::to_chars(text.data() + 1, text.data() + text.size(), port).ptr;
-  const std::string_view suffix(text.data(), static_cast<std::size_t>(end - text.data()));
-  if (!value.ends_with(suffix)) return false;
-  value.remove_suffix(suffix.size());
+  for (unsigned digits = port; digits != 0; digits /= 10) {
+    if (value.empty() || value.back() != static_cast<char>('0' + digits % 10)) return false;
+    value.remove_suffix(1);
+  }
+  if (!value.ends_with(':')) return false;
+  value.remove_suffix(1);
   return true;
 }
 

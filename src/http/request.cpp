@@ -13,7 +13,7 @@ constexpr std::string_view version_prefix = "HTTP/1.";
 // Removes the next token from `rest`, with the white space before it, and returns it. Empty if none is left.
 std::string_view take_token(std::string_view& rest) {
   while (!rest.empty() && is_space(rest.front())) rest.remove_prefix(1);
-  const auto end = std::find_if(rest.begin(), rest.end(), is_space);
+  const auto end = std::find_if(rest.begin(), rest.end(), [](char byte) { return is_space(byte); });
   const std::string_view token(rest.begin(), end);
   rest.remove_prefix(token.size());
   return token;
@@ -25,9 +25,14 @@ bool parse_request_line(std::string_view line, ApiRequest& request) {
   return take_token(line).starts_with(version_prefix);  // so all three tokens exist
 }
 
-// `usual` is how most clients write the name, so most names need one comparison only.
-bool is_name(std::string_view name, std::string_view usual) {
+// `usual` is how most clients write it.
+bool is_same_name(std::string_view name, std::string_view usual) {
   return name == usual || equal_ignoring_case(name, usual);
+}
+
+// Most names differ in their length already.
+bool is_name(std::string_view name, std::string_view usual) {
+  return name.size() == usual.size() && is_same_name(name, usual);
 }
 
 // Returns the field of a header, or null for a header that nothing reads.
