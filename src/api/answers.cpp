@@ -1,14 +1,13 @@
 #include "api/answers.h"
 
-#include <string>
-
 #include "http/response.h"
+#include "http/stored_response.h"
 
 namespace velmora {
 
 void write_ok(const Socket& socket) {
-  static const std::string response = format_response(200, "OK", content_type_json, ok_body);
-  static_cast<void>(send_all(socket, response));
+  static const StoredResponse response(content_type_json, ok_body);
+  static_cast<void>(send_all(socket, response.bytes()));
 }
 
 void write_document(const Socket& socket, std::string_view body) {

@@ -26,14 +26,14 @@ void write_route_not_found(const Socket& socket) { write_not_found(socket, "rout
 bool serve_page(const Socket& socket, const ApiRequest& request, std::string_view path,
                 const UiPages& pages) {
   if (request.method != "GET") return false;
-  const auto serve = [&](std::string_view content_type, std::string_view page) {
-    write_response(socket, 200, "OK", content_type, page);
+  const auto serve = [&](const StoredResponse& page) {
+    static_cast<void>(send_all(socket, page.bytes()));
     return true;
   };
-  if (path == "/" || path == "/index.html") return serve(content_type_html, pages.index);
-  if (path == "/help.html") return serve(content_type_html, pages.help);
-  if (path == "/advanced.html") return serve(content_type_html, pages.advanced);
-  if (path == "/velmora-eq.js") return serve(content_type_script, pages.eq_script);
+  if (path == "/" || path == "/index.html") return serve(pages.index);
+  if (path == "/help.html") return serve(pages.help);
+  if (path == "/advanced.html") return serve(pages.advanced);
+  if (path == "/velmora-eq.js") return serve(pages.eq_script);
   return false;
 }
 
