@@ -40,16 +40,16 @@ struct HeadState {
   std::uint64_t content_length = 0;  // in bytes, 0 without the header; valid on `complete`
 };
 
-// Parses the head that `received` begins with, which ends with a blank line: "\r\n\r\n". On `incomplete`, call
-// it again with more bytes behind the same ones, at the same place, and with the same `state` and `request`,
-// which begin new. On `complete`, `request` is complete except for its body. `bad`: the request line or the
-// Content-Length is not valid; `state` and `request` are unspecified then. Pure. Each byte is searched only once,
-// however the head is split.
+// Parses the head that `received` begins with, which ends with a blank line: "\r\n\r\n". On `incomplete`,
+// call it again with more bytes behind the same ones, at the same place, and with the same `state` and
+// `request`, which begin new. On `complete`, `request` is complete except for its body. `bad`: the request
+// line or the Content-Length is not valid; `state` and `request` are unspecified then. Pure. Each byte is
+// searched only once, however the head is split.
 [[nodiscard]] HeadState::Progress parse_head(std::string_view received, HeadState& state,
                                              ApiRequest& request);
 
-// Receives and parses one request that arrives in pieces. The caller writes the bytes, and the state says what
-// follows. It holds all bytes itself and allocates nothing.
+// Receives and parses one request that arrives in pieces. The caller writes the bytes, and the state says
+// what follows. It holds all bytes itself and allocates nothing.
 class RequestReader {
  public:
   enum class State { incomplete, complete, bad };

@@ -7,7 +7,8 @@
 
 namespace velmora {
 
-// Memory for a head and for a body that the caller writes straight into its place, so that it is never copied.
+// Memory for a head and for a body that the caller writes straight into its place, so that it is never
+// copied.
 struct ResponseMemory {
   // For a body of up to `body_capacity` bytes. They are not initialized.
   explicit ResponseMemory(std::size_t body_capacity);
@@ -25,8 +26,8 @@ class StoredResponse {
   // Takes the memory, whose body has `body_size` bytes, and writes the head in front of them.
   StoredResponse(std::string_view content_type, ResponseMemory memory, std::size_t body_size);
 
-  // Head and body, and the body only. Valid until this response is destroyed or assigned to. The bytes do not move
-  // with it.
+  // Head and body, and the body only. Valid until this response is destroyed or assigned to. The bytes do not
+  // move with it.
   [[nodiscard]] std::string_view bytes() const { return bytes_; }
   [[nodiscard]] std::string_view body() const { return body_; }
 

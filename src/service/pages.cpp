@@ -34,8 +34,8 @@ ResponseMemory grown(const ResponseMemory& memory, std::size_t size) {
 
 // Reads a file straight into its place behind the head. False if that fails or the file is empty.
 bool read_page(std::string_view path, std::string_view content_type, StoredResponse& page) {
-  // With one byte more than the file has, its end shows without more memory. If the file changes meanwhile, the
-  // size is only a first guess.
+  // With one byte more than the file has, its end shows without more memory. If the file changes meanwhile,
+  // the size is only a first guess.
   std::uint64_t expected = 0;
   static_cast<void>(query_file_size(path, expected));
   std::size_t capacity = static_cast<std::size_t>(expected) + 1;
