@@ -9,6 +9,8 @@ build_packages=(g++ cmake ninja-build libcurl4-openssl-dev esbuild nodejs npm)
 # docs/api.md.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils curl)
+# Additional packages for the benchmarks: valgrind counts instructions, the others store files as the download does.
+benchmark_packages=(valgrind libbenchmark-dev libarchive-tools zip)
 # Packages for tools/screenshots: Chinese letters, and smaller pictures.
 screenshot_packages=(fonts-wqy-microhei pngquant)
 # Packages for ./package in addition to build_packages: the compiler of the Windows programs, git for the time of the

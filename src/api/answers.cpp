@@ -1,10 +1,14 @@
 #include "api/answers.h"
 
 #include "http/response.h"
+#include "http/stored_response.h"
 
 namespace velmora {
 
-void write_ok(const Socket& socket) { write_response(socket, 200, "OK", content_type_json, ok_body); }
+void write_ok(const Socket& socket) {
+  static const StoredResponse response(content_type_json, ok_body);
+  static_cast<void>(send_all(socket, response.bytes()));
+}
 
 void write_document(const Socket& socket, std::string_view body) {
   write_response(socket, 200, "OK", content_type_json_document, body);

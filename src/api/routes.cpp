@@ -17,8 +17,7 @@ namespace {
 
 // Returns the target up to its first question mark, neither decoded nor normalised.
 std::string_view path_of(const ApiRequest& request) {
-  const std::string_view target = request.target;
-  return target.substr(0, target.find('?'));
+  return request.target.substr(0, request.target.find('?'));
 }
 
 void write_route_not_found(const Socket& socket) { write_not_found(socket, "route not found"); }
@@ -27,14 +26,14 @@ void write_route_not_found(const Socket& socket) { write_not_found(socket, "rout
 bool serve_page(const Socket& socket, const ApiRequest& request, std::string_view path,
                 const UiPages& pages) {
   if (request.method != "GET") return false;
-  const auto serve = [&](std::string_view content_type, std::string_view page) {
-    write_response(socket, 200, "OK", content_type, page);
+  const auto serve = [&](const StoredResponse& page) {
+    static_cast<void>(send_all(socket, page.bytes()));
     return true;
   };
-  if (path == "/" || path == "/index.html") return serve(content_type_html, pages.index);
-  if (path == "/help.html") return serve(content_type_html, pages.help);
-  if (path == "/advanced.html") return serve(content_type_html, pages.advanced);
-  if (path == "/velmora-eq.js") return serve(content_type_script, pages.eq_script);
+  if (path == "/" || path == "/index.html") return serve(pages.index);
+  if (path == "/help.html") return serve(pages.help);
+  if (path == "/advanced.html") return serve(pages.advanced);
+  if (path == "/velmora-eq.js") return serve(pages.eq_script);
   return false;
 }
 
@@ -42,7 +41,7 @@ bool serve_page(const Socket& socket, const ApiRequest& request, std::string_vie
 void dispatch(const Socket& socket, const ApiRequest& request, std::string_view path, ServiceState& state) {
   ControlBridge& bridge = state.bridge;
   const auto matches = [&](std::string_view method, std::string_view route) {
-    return request.method == method && path == route;
+    return path == route && request.method == method;  // most routes differ in the path's length
   };
   if (matches("GET", "/api/v1/status"))
     return get_status(socket, bridge, state.endpoints, state.account.session);
@@ -74,8 +73,9 @@ void dispatch(const Socket& socket, const ApiRequest& request, std::string_view 
 }  // namespace
 
 void handle_connection(const Socket& socket, ServiceState& state) {
-  ApiRequest request;
-  if (!read_request(socket, request)) return write_bad_request(socket, "invalid request");
+  RequestReader reader;
+  if (!read_request(socket, reader)) return write_bad_request(socket, "invalid request");
+  const ApiRequest& request = reader.request();
   if (!host_allowed(request, state.port) || !origin_allowed(request, state.port)) {
     return write_error(socket, 403, "Forbidden", "invalid local origin");
   }

@@ -7,15 +7,16 @@
 #include "account/account_state.h"
 #include "bridge/mapping.h"
 #include "endpoints/selection.h"
+#include "http/stored_response.h"
 
 namespace velmora {
 
-// The four pages, read and stamped at start and kept in memory.
+// The answers with the four pages, which are read and stamped at start and kept in memory.
 struct UiPages {
-  std::string index;
-  std::string advanced;
-  std::string eq_script;
-  std::string help;
+  StoredResponse index;
+  StoredResponse advanced;
+  StoredResponse eq_script;
+  StoredResponse help;
 };
 
 // Exists from the start of the service to the end of its loop. Used only by the main thread.

@@ -6,12 +6,6 @@
 
 namespace velmora {
 
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
-  return text;
-}
-
 std::string trim_copy(std::string_view text) { return std::string(trim(text)); }
 
 std::string to_lower_copy(std::string_view text) {

@@ -36,7 +36,11 @@ template <typename Unit>
 [[nodiscard]] constexpr bool is_space(char byte) { return byte == ' ' || (byte >= '\t' && byte <= '\r'); }
 
 // Removes white space from both ends. The view points into `text`.
-[[nodiscard]] std::string_view trim(std::string_view text);
+[[nodiscard]] constexpr std::string_view trim(std::string_view text) {
+  while (!text.empty() && is_space(text.front())) text.remove_prefix(1);
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  return text;
+}
 [[nodiscard]] std::string trim_copy(std::string_view text);
 
 // Converts A..Z to lower case.

@@ -1,8 +1,8 @@
 #include "base/number.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -57,6 +57,13 @@ std::optional<float> read_decimal(std::string_view text) {
   return is_too_small(text) ? 0.0f : std::numeric_limits<float>::infinity();
 }
 
+// Returns 2 to the power of `exponent`, -1022..1023. std::ldexp would load libm.
+double power_of_two(std::int64_t exponent) {
+  constexpr std::int64_t exponent_bias = 1023;  // IEEE 754, binary64
+  constexpr int fraction_bits = 52;
+  return std::bit_cast<double>(static_cast<std::uint64_t>(exponent + exponent_bias) << fraction_bits);
+}
+
 // Reads a hexadecimal number after its "0x". std::from_chars would accept a missing digit before "p" and
 // round differently near the smallest float.
 std::optional<float> read_hexadecimal(std::string_view text) {
@@ -84,9 +91,9 @@ std::optional<float> read_hexadecimal(std::string_view text) {
     }
   }
   if (!any) return std::nullopt;
-  constexpr std::int64_t beyond_float = 2000;
+  constexpr std::int64_t beyond_float = 400;
   exponent = std::clamp(exponent + read_exponent(text, 'p'), -beyond_float, beyond_float);
-  const double exact = std::ldexp(static_cast<double>(digits), static_cast<int>(exponent));
+  const double exact = static_cast<double>(digits) * power_of_two(exponent);
   constexpr double halfway_to_infinity = 0x1.ffffffp127;
   if (exact >= halfway_to_infinity) return std::numeric_limits<float>::infinity();
   return static_cast<float>(exact);

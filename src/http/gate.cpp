@@ -1,6 +1,6 @@
 #include "http/gate.h"
 
-#include <string>
+#include <cstring>
 #include <utility>
 
 #include "base/ascii.h"
@@ -8,46 +8,54 @@
 namespace velmora {
 namespace {
 
+// Removes ":PORT" from the end of `value`. False if it has another end.
+bool remove_port(std::string_view& value, std::uint16_t port) {
+  for (unsigned digits = port; digits != 0; digits /= 10) {
+    if (value.empty() || value.back() != static_cast<char>('0' + digits % 10)) return false;
+    value.remove_suffix(1);
+  }
+  if (!value.ends_with(':')) return false;
+  value.remove_suffix(1);
+  return true;
+}
+
 // The address is compared byte for byte, the name in lower case. So a scheme in upper case passes with the
 // name but not with the address.
-bool is_local(std::string_view value, std::string_view scheme, std::uint16_t port) {
-  const std::string port_suffix = ':' + std::to_string(port);
-  if (!value.ends_with(port_suffix)) return false;
-  value.remove_suffix(port_suffix.size());
-  const auto is_scheme_with = [&](std::string_view text, std::string_view host) {
-    return text.size() == scheme.size() + host.size() && text.starts_with(scheme) && text.ends_with(host);
-  };
-  return is_scheme_with(value, "127.0.0.1") || is_scheme_with(to_lower_copy(value), "localhost");
+bool is_local(std::string_view value, std::string_view address, std::string_view name, std::uint16_t port) {
+  return remove_port(value, port) && (value == address || equal_ignoring_case(value, name));
+}
+
+std::uint64_t eight_bytes(const char* bytes) {
+  std::uint64_t value;
+  std::memcpy(&value, bytes, sizeof value);
+  return value;
 }
 
 }  // namespace
 
 bool host_allowed(const ApiRequest& request, std::uint16_t port) {
-  const auto host = request.headers.find("host");
-  return host != request.headers.end() && is_local(host->second, "", port);
+  return request.host && is_local(*request.host, "127.0.0.1", "localhost", port);
 }
 
 bool origin_allowed(const ApiRequest& request, std::uint16_t port) {
-  const auto origin = request.headers.find("origin");
-  return origin == request.headers.end() || is_local(origin->second, "http://", port);
+  return !request.origin || is_local(*request.origin, "http://127.0.0.1", "http://localhost", port);
 }
 
 bool constant_time_equal(std::string_view left, std::string_view right) {
   if (left.size() > right.size()) std::swap(left, right);
-  std::size_t difference = left.size() ^ right.size();
-  for (std::size_t index = 0; index < left.size(); ++index) {
-    difference |= static_cast<unsigned char>(left[index] ^ right[index]);
+  std::uint64_t difference = left.size() ^ right.size();
+  std::size_t index = 0;
+  for (; index + sizeof(std::uint64_t) <= left.size(); index += sizeof(std::uint64_t)) {
+    difference |= eight_bytes(left.data() + index) ^ eight_bytes(right.data() + index);
   }
+  for (; index < left.size(); ++index) difference |= static_cast<unsigned char>(left[index] ^ right[index]);
   // Pad the shorter string with zeros, so that the time depends only on the longer one.
-  for (std::size_t index = left.size(); index < right.size(); ++index) {
-    difference |= static_cast<unsigned char>(right[index]);
-  }
+  for (; index < right.size(); ++index) difference |= static_cast<unsigned char>(right[index]);
   return difference == 0;
 }
 
 bool token_allowed(const ApiRequest& request, std::string_view session_token) {
-  const auto token = request.headers.find("x-velmora-token");
-  return token != request.headers.end() && constant_time_equal(token->second, session_token);
+  return request.session_token && constant_time_equal(*request.session_token, session_token);
 }
 
 }  // namespace velmora

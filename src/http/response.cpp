@@ -14,13 +14,12 @@ constexpr std::string_view fixed_head =
     "'unsafe-inline'; img-src 'self' data:; connect-src 'self'; frame-ancestors 'none'\r\n"
     "\r\n";
 
-}  // namespace
-
-std::string format_response(unsigned status, std::string_view reason, std::string_view content_type,
-                            std::string_view body) {
+// Returns the head, with memory reserved for `body_capacity` more bytes.
+std::string start_response(unsigned status, std::string_view reason, std::string_view content_type,
+                           std::size_t body_size, std::size_t body_capacity) {
   constexpr std::size_t numbers_and_names = 96;
   std::string out;
-  out.reserve(numbers_and_names + reason.size() + content_type.size() + fixed_head.size() + body.size());
+  out.reserve(numbers_and_names + reason.size() + content_type.size() + fixed_head.size() + body_capacity);
   out += "HTTP/1.1 ";
   out += std::to_string(status);
   out += ' ';
@@ -28,11 +27,22 @@ std::string format_response(unsigned status, std::string_view reason, std::strin
   out += "\r\nContent-Type: ";
   out += content_type;
   out += "\r\nContent-Length: ";
-  out += std::to_string(body.size());
+  out += std::to_string(body_size);
   out += "\r\n";
   out += fixed_head;
-  out += body;
   return out;
+}
+
+}  // namespace
+
+std::string format_head(unsigned status, std::string_view reason, std::string_view content_type,
+                        std::size_t body_size) {
+  return start_response(status, reason, content_type, body_size, 0);
+}
+
+std::string format_response(unsigned status, std::string_view reason, std::string_view content_type,
+                            std::string_view body) {
+  return start_response(status, reason, content_type, body.size(), body.size()).append(body);
 }
 
 bool send_all(const Socket& socket, std::string_view bytes) {

@@ -1,6 +1,7 @@
 // Writes complete HTTP/1.1 responses.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,10 @@ inline constexpr std::string_view content_type_json = "application/json";
 
 // The body of a plain success.
 inline constexpr std::string_view ok_body = "{\"ok\":true}";
+
+// Returns the head of a response with a body of `body_size` bytes, and the blank line that ends it. Pure.
+[[nodiscard]] std::string format_head(unsigned status, std::string_view reason, std::string_view content_type,
+                                      std::size_t body_size);
 
 // Returns head and body of a response as one byte string. Pure.
 [[nodiscard]] std::string format_response(unsigned status, std::string_view reason,

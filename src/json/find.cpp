@@ -9,15 +9,15 @@
 namespace velmora {
 namespace {
 
-// Returns the body after the colon that follows the key.
+// Returns the body after the colon that follows the key in quotes.
 std::optional<std::string_view> find_value(std::string_view body, std::string_view key) {
-  for (std::size_t quote = body.find('"'); quote != std::string_view::npos;
-       quote = body.find('"', quote + 1)) {
-    const std::string_view behind = body.substr(quote + 1);
-    if (!behind.starts_with(key) || !behind.substr(key.size()).starts_with('"')) continue;
-    const std::size_t colon = behind.find(':', key.size() + 1);
+  for (std::size_t found = body.find(key, 1); found != std::string_view::npos;
+       found = body.find(key, found + 1)) {
+    const std::size_t behind = found + key.size();
+    if (body[found - 1] != '"' || behind == body.size() || body[behind] != '"') continue;
+    const std::size_t colon = body.find(':', behind + 1);
     if (colon == std::string_view::npos) return std::nullopt;
-    return behind.substr(colon + 1);
+    return body.substr(colon + 1);
   }
   return std::nullopt;
 }

@@ -32,7 +32,7 @@ class Routes : public OpenBridge {
     OpenBridge::SetUp();
     state_.port = 17831;
     state_.session_token = token;
-    state_.pages = {"<index>", "<advanced>", "script()", "<help>"};
+    state_.pages = pages_with("<index>", "<advanced>", "script()", "<help>");
     state_.bridge = std::move(bridge_);
     state_.account.service_url = service_url;
   }

@@ -37,6 +37,17 @@ TEST(FormatResponse, WritesHeadAndBodyByteForByte) {
   }
 }
 
+TEST(FormatResponse, WritesTheHeadAlone) {
+  for (const auto& [status, reason] : statuses) {
+    for (const std::size_t size : {std::size_t{0}, std::size_t{9}, std::size_t{10}, std::size_t{447'316}}) {
+      const std::string body(size, 'b');
+      const std::string whole =
+          expected_response(std::to_string(status) + " " + std::string(reason), "text/html", body);
+      EXPECT_EQ(format_head(status, reason, "text/html", size) + body, whole);
+    }
+  }
+}
+
 TEST(FormatResponse, NamesTheFourContentTypes) {
   EXPECT_EQ(content_type_html, "text/html; charset=utf-8");
   EXPECT_EQ(content_type_script, "text/javascript; charset=utf-8");

@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "unit/account/support/account_service.h"
+#include "unit/api/support/routes.h"
 #include "unit/support/expected_response.h"
 #include "unit/support/fresh_machine.h"
 
@@ -13,7 +14,6 @@ namespace {
 
 constexpr std::uint16_t port = 17831;
 const std::string token(32, 't');
-const UiPages pages{"<index>", "<advanced>", "script()", "<help>"};
 const std::string get_index = "GET / HTTP/1.1\r\nHost: localhost:17831\r\n\r\n";
 const std::string index_page = expected_response("200 OK", "text/html; charset=utf-8", "<index>");
 
@@ -23,7 +23,7 @@ class Loop : public FreshMachine {
     FreshMachine::SetUp();
     state_.port = port;
     state_.session_token = token;
-    state_.pages = pages;
+    state_.pages = pages_with("<index>", "<advanced>", "script()", "<help>");
     ASSERT_EQ(open_tcp_socket(listener_), std::nullopt);
     ASSERT_EQ(bind_loopback(listener_, port), std::nullopt);
     ASSERT_EQ(listen_at_maximum(listener_), std::nullopt);

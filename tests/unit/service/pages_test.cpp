@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "unit/api/support/routes.h"
 #include "unit/capture/support/captures.h"
 #include "unit/support/fresh_machine.h"
 
@@ -21,6 +22,12 @@ void put_all_pages() {
   put_page("help.html", "help");
 }
 
+UiPages same_pages(std::string_view text) { return pages_with(text, text, text, text); }
+
+std::string html_page(std::string_view text) {
+  return expected_response("200 OK", "text/html; charset=utf-8", text);
+}
+
 using Pages = FreshMachine;
 
 TEST_F(Pages, AreReadFromTheWebRoot) {
@@ -30,10 +37,11 @@ TEST_F(Pages, AreReadFromTheWebRoot) {
     std::string unreadable_path = "untouched";
     EXPECT_TRUE(read_pages(web_root, pages, unreadable_path));
     EXPECT_EQ(unreadable_path, "untouched");
-    EXPECT_EQ(pages.index, "index");
-    EXPECT_EQ(pages.advanced, "advanced");
-    EXPECT_EQ(pages.eq_script, "script");
-    EXPECT_EQ(pages.help, "help");
+    EXPECT_EQ(pages.index.bytes(), html_page("index"));
+    EXPECT_EQ(pages.advanced.bytes(), html_page("advanced"));
+    EXPECT_EQ(pages.eq_script.bytes(),
+              expected_response("200 OK", "text/javascript; charset=utf-8", "script"));
+    EXPECT_EQ(pages.help.bytes(), html_page("help"));
   }
 }
 
@@ -58,6 +66,32 @@ TEST_F(Pages, AreRefusedForTheFirstUnreadableFile) {
   }
 }
 
+TEST_F(Pages, AreReadWholeWhateverTheirSizeSeemedToBe) {
+  put_all_pages();
+  std::string text;
+  for (int line = 0; line < 40'000; ++line) text += std::to_string(line) + '\n';
+  put_page("help.html", text);
+  memory::File& file = memory::system().files["web/help.html"];
+  for (const std::uint64_t seeming : {std::uint64_t{0}, std::uint64_t{1}, std::uint64_t{100}, text.size() - 1,
+                                      text.size(), text.size() + 1, 2 * text.size()}) {
+    SCOPED_TRACE(seeming);
+    file.size = seeming;
+    UiPages pages;
+    std::string unreadable_path;
+    ASSERT_TRUE(read_pages("web", pages, unreadable_path));
+    EXPECT_EQ(pages.help.bytes(), html_page(text));
+  }
+}
+
+TEST_F(Pages, AreReadWithoutKnowingTheirSize) {
+  put_all_pages();
+  memory::system().faults["GetFileSizeEx"] = {0, 5};
+  UiPages pages;
+  std::string unreadable_path;
+  ASSERT_TRUE(read_pages("web", pages, unreadable_path));
+  EXPECT_EQ(pages.index.body(), "index");
+}
+
 TEST_F(Pages, UseTheLocalTimeAsStamp) {
   EXPECT_EQ(format_ui_stamp(local_moment(2026, 2, 3, 4, 5, 6)), "2026-02-03 04:05:06");
   EXPECT_EQ(format_ui_stamp(local_moment(1999, 12, 31, 23, 59, 59)), "1999-12-31 23:59:59");
@@ -77,25 +111,25 @@ TEST_F(Pages, AreStampedAtEveryMark) {
   };
   for (const auto& [text, stamped] : rows) {
     SCOPED_TRACE(text);
-    UiPages pages{text, text, text, text};
+    UiPages pages = same_pages(text);
     stamp_pages(pages, "S");
-    EXPECT_EQ(pages.index, stamped);
-    EXPECT_EQ(pages.advanced, stamped);
-    EXPECT_EQ(pages.eq_script, text);
-    EXPECT_EQ(pages.help, text);
+    EXPECT_EQ(pages.index.bytes(), html_page(stamped));
+    EXPECT_EQ(pages.advanced.bytes(), html_page(stamped));
+    EXPECT_EQ(pages.eq_script.body(), text);
+    EXPECT_EQ(pages.help.body(), text);
   }
 }
 
 TEST_F(Pages, AreNotStampedInsideAStamp) {
-  UiPages pages{"__VELMORA_UI_STAMP__ x __VELMORA_UI_STAMP__", "", "", ""};
+  UiPages pages = same_pages("__VELMORA_UI_STAMP__ x __VELMORA_UI_STAMP__");
   stamp_pages(pages, "[__VELMORA_UI_STAMP__]");
-  EXPECT_EQ(pages.index, "[__VELMORA_UI_STAMP__] x [__VELMORA_UI_STAMP__]");
+  EXPECT_EQ(pages.index.body(), "[__VELMORA_UI_STAMP__] x [__VELMORA_UI_STAMP__]");
 }
 
 TEST_F(Pages, KeepAMarkThatFormsWhenAnotherIsRemoved) {
-  UiPages pages{"__VELMORA__VELMORA_UI_STAMP___UI_STAMP__", "", "", ""};
+  UiPages pages = same_pages("__VELMORA__VELMORA_UI_STAMP___UI_STAMP__");
   stamp_pages(pages, "");
-  EXPECT_EQ(pages.index, "__VELMORA_UI_STAMP__");
+  EXPECT_EQ(pages.index.body(), "__VELMORA_UI_STAMP__");
 }
 
 }  // namespace

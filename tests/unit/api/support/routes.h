@@ -6,9 +6,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "api/service_state.h"
 #include "bridge/mapping.h"
 #include "http/request.h"
 #include "unit/support/expected_response.h"
@@ -19,11 +21,21 @@ namespace velmora {
 inline const std::string publication_failed =
     expected_error("503 Service Unavailable", "shared control bridge update failed");
 
-inline ApiRequest request_with(std::string body, std::string method = "") {
+// The request points to its arguments.
+inline ApiRequest request_with(std::string_view body, std::string_view method = "") {
   ApiRequest request;
-  request.method = std::move(method);
-  request.body = std::move(body);
+  request.method = method;
+  request.body = body;
   return request;
+}
+
+// Pages with these texts.
+inline UiPages pages_with(std::string_view index, std::string_view advanced, std::string_view eq_script,
+                          std::string_view help) {
+  return {StoredResponse("text/html; charset=utf-8", index),
+          StoredResponse("text/html; charset=utf-8", advanced),
+          StoredResponse("text/javascript; charset=utf-8", eq_script),
+          StoredResponse("text/html; charset=utf-8", help)};
 }
 
 // The bytes that `route(socket, arguments...)` sends. A route answers with one send and leaves the socket
