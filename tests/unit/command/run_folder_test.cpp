@@ -141,8 +141,12 @@ TEST_F(RunFolder, CannotBeRead) {
 TEST_F(RunFolder, WaitsForAServiceThatStarts) {
   hold_run("");
   memory::system().on_sleep = [&] {
-    if (memory::system().sleeps == 3) ASSERT_EQ(write_held_file(run_file, R"({"version":)"), 0u);
-    if (memory::system().sleeps == 5) ASSERT_EQ(write_held_file(run_file, format_run_record(some_run())), 0u);
+    if (memory::system().sleeps == 3) {
+      ASSERT_EQ(write_held_file(run_file, R"({"version":)"), 0u);
+    }
+    if (memory::system().sleeps == 5) {
+      ASSERT_EQ(write_held_file(run_file, format_run_record(some_run())), 0u);
+    }
   };
   EXPECT_TRUE(find_run(5000).run);
   EXPECT_EQ(memory::system().sleeps, 5u);

@@ -115,7 +115,9 @@ TEST_F(ServiceWatch, InterruptsForTheConsole) {
 
 TEST_F(ServiceWatch, InterruptsForAStopRequest) {
   memory::system().on_idle = [] {
-    if (!file(stop_path)) EXPECT_FALSE(write_stop_request({std::string(some_run_id), false}).failed());
+    if (!file(stop_path)) {
+      EXPECT_FALSE(write_stop_request({std::string(some_run_id), false}).failed());
+    }
   };
   const WatchedEnd end = watch([](memory::Child& child) { print(child, service_banner); });
   EXPECT_EQ(end.exit_code, 0);
@@ -126,7 +128,9 @@ TEST_F(ServiceWatch, InterruptsForAStopRequest) {
 TEST_F(ServiceWatch, IgnoresAStopRequestForAnotherRun) {
   int idle = 0;
   memory::system().on_idle = [&] {
-    if (++idle == 1) EXPECT_FALSE(write_stop_request({"0123456789abcdef", true}).failed());
+    if (++idle == 1) {
+      EXPECT_FALSE(write_stop_request({"0123456789abcdef", true}).failed());
+    }
     if (idle == 20) memory::end(*memory::system().children.front(), 3);
   };
   const WatchedEnd end = watch([](memory::Child&) {});
@@ -140,7 +144,9 @@ TEST_F(ServiceWatch, SeesAStopRequestBelowAFloodOfOutput) {
   const WatchedEnd end = watch([&](memory::Child& child) {
     child.on_wait = [&](memory::Child& flooding) {
       memory::system().now_ns += 1'000'000;
-      if (++lines == 10) EXPECT_FALSE(write_stop_request({std::string(some_run_id), false}).failed());
+      if (++lines == 10) {
+        EXPECT_FALSE(write_stop_request({std::string(some_run_id), false}).failed());
+      }
       if (lines < 2000) print(flooding, "x\n");
     };
   });

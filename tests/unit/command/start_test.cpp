@@ -151,7 +151,9 @@ TEST_F(Start, StartsAsAdministratorIfAsked) {
   answer_at(17831, {{"/api/v1/status", expected_document("{}")}});
   memory::system().on_sleep = [this] {
     if (memory::system().sleeps == 2) hold_run("");
-    if (memory::system().sleeps == 4) ASSERT_EQ(write_held_file(run_file, format_run_record(some_run())), 0u);
+    if (memory::system().sleeps == 4) {
+      ASSERT_EQ(write_held_file(run_file, format_run_record(some_run())), 0u);
+    }
   };
   EXPECT_EQ(start({"--window", "--control-map", "Local\\x"}), 0);
   ASSERT_EQ(memory::system().elevated_starts.size(), 1u);
