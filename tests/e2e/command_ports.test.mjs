@@ -208,6 +208,10 @@ if (isNative) {
   test("a service that is ended by a signal gives 128 and its number", limits, async (t) => {
     const { started } = await startScript(t, "kill -KILL $$\n");
     assert.deepEqual(await started.waitForEnd(), { code: 137, signal: null });
+    assert.equal(
+      started.errors,
+      "The service has ended unexpectedly (code 137): start it again with velmora start.\n",
+    );
   });
 
   test("a service that dies while it is asked is lost", limits, async (t) => {
