@@ -1,7 +1,12 @@
-// Compares the download of four capture files with a plain implementation of the same two passes, and with
-// two archivers that store the same files. docs/performance.md explains the output.
+// Compares the download of four capture files with a plain implementation of the same two passes, with two
+// archivers that store the same files, and with a bare reading. docs/performance.md explains the output.
 //
-// Usage: velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--rounds N] [--file-mib N]
+// Usage: velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--bare-reading PROGRAM] [--rounds N]
+// [--file-mib N]
+//   [--wine LOADER]
+//
+// With --wine both programs are Windows', LOADER is Wine's loader (a program, not a script), and the plain
+// form is the only peer.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -14,28 +19,35 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "result_rows.h"
 #include "server_process.h"
 #include "statistics.h"
+#include "wine_program.h"
 
 namespace velmora::bench {
 namespace {
 
-constexpr double plain_aim = 2.4;
-constexpr double archiver_aim = 1.0;
-constexpr long growth_aim_kilobytes = 1024;
+constexpr Aim plain_aim{AimKind::at_least, 2.4};
+constexpr Aim archiver_aim{AimKind::at_least, 1.0};
+constexpr Aim first_byte_aim{AimKind::at_most, 1.2};
+constexpr Aim growth_aim_kilobytes{AimKind::at_most, 1024};
 constexpr std::uint64_t headers_bytes = 518;
 constexpr std::string_view token = "0123456789abcdef0123456789abcdef0123456789abcdef";
 constexpr std::array<const char*, 4> names = {"capture-1-host-in.wav", "capture-2-algorithm-in.wav",
                                               "capture-3-algorithm-out.wav", "capture-4-host-out.wav"};
 
 struct Plan {
+  Launcher launcher;
   std::string service_path;
   std::string minimal_path;
+  std::string bare_path;  // empty: not compared
   int rounds = 9;
   std::uint64_t file_mib = 46;
 };
@@ -90,7 +102,7 @@ int connect_to(std::uint16_t port) {
   address.sin_family = AF_INET;
   address.sin_port = htons(port);
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  for (int attempt = 0; attempt < 5000; ++attempt) {
+  for (int attempt = 0; attempt < 30000; ++attempt) {
     const int client = socket(AF_INET, SOCK_STREAM, 0);
     if (connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return client;
     close(client);
@@ -147,71 +159,147 @@ ServerProcess start_service(const Plan& plan, std::uint16_t port, const std::str
   for (const char* page : {"index.html", "advanced.html", "velmora-eq.js", "help.html"}) {
     std::ofstream(pages + '/' + page) << "page";
   }
-  return ServerProcess({plan.service_path, "--port", std::to_string(port), "--web-root", pages, "--token",
-                        std::string(token), "--control-map",
-                        "Local\\VelmoraDownload-" + std::to_string(getpid()), "--capture-directory",
-                        captures});
+  const Launcher& launcher = plan.launcher;
+  return ServerProcess(launcher.command(
+      {launcher.service_program(plan.service_path, captures), "--port", std::to_string(port), "--web-root",
+       launcher.program_path(pages), "--token", std::string(token), "--control-map",
+       "Local\\VelmoraDownload-" + std::to_string(getpid()) + "-" + std::to_string(port),
+       "--capture-directory", launcher.program_path(captures)}));
 }
 
-struct Results {
-  std::vector<double> service, service_first, service_second;
-  std::vector<double> minimal, minimal_first, minimal_second;
-  std::vector<double> bsdtar, zip;
+// Whoever is measured, and its seconds in each round.
+struct Contestant {
+  std::string name;
+  std::function<Passes()> run;
+  std::vector<double> whole = {}, first = {}, second = {};
+
+  void take() {
+    const Passes passes = run();
+    whole.push_back(passes.whole());
+    first.push_back(passes.first);
+    second.push_back(passes.second);
+  }
 };
 
-void keep(const Passes& passes, std::vector<double>& whole, std::vector<double>& first,
-          std::vector<double>& second) {
-  whole.push_back(passes.whole());
-  first.push_back(passes.first);
-  second.push_back(passes.second);
+constexpr std::string_view service_name = "service";
+constexpr std::string_view plain_name = "plain form";
+constexpr std::string_view bsdtar_name = "bsdtar, stored zip";
+constexpr std::string_view bare_name = "bare reading";
+
+using Contestants = std::vector<Contestant>;
+
+const Contestant* find(const Contestants& contestants, std::string_view name) {
+  for (const Contestant& contestant : contestants) {
+    if (contestant.name == name) return &contestant;
+  }
+  return nullptr;
 }
 
-void print_ratio(const char* name, const std::vector<double>& other, const std::vector<double>& service,
-                 double aim) {
-  const Spread ratio = spread_of_ratios(other, service);
-  std::printf("%-28s %8.1f ms   %5.2f (%.2f to %.2f)", name, spread_of(other).median * 1e3, ratio.median,
-              ratio.low, ratio.high);
-  if (aim > 0) std::printf("   >= %.1f: %s", aim, ratio.median >= aim ? "met" : "missed");
+std::string milliseconds(const std::vector<double>& seconds) {
+  return with_unit(spread_of(seconds).median * 1e3, 1, "ms");
+}
+
+void print_pass(const Contestants& contestants, const char* title, std::vector<double> Contestant::*pass) {
+  const std::vector<double>& own = contestants.front().*pass;
+  std::printf("\n%-28s       time      other / service\n", title);
+  for (const Contestant& contestant : contestants) {
+    if (spread_of(contestant.*pass).median < 1e-4) continue;  // it has no such pass
+    const Spread ratio = spread_of_ratios(contestant.*pass, own);
+    std::printf("%-28s %10s   %5.2f (%.2f to %.2f)\n", contestant.name.c_str(),
+                milliseconds(contestant.*pass).c_str(), ratio.median, ratio.low, ratio.high);
+  }
+}
+
+// The machine's noise: one peer beside a second process of the same program.
+double control_of(const Contestants& contestants, std::string_view name,
+                  std::vector<double> Contestant::*pass) {
+  const Contestant* peer = find(contestants, name);
+  const Contestant* again = find(contestants, std::string(name) + ", again");
+  return spread_of_ratios(peer->*pass, again->*pass).median;
+}
+
+void report(ResultRow row) {
+  std::printf("%-28s %.3f   control %s   %s\n", row.name.c_str(), *row.ratio,
+              row.control ? std::to_string(*row.control).c_str() : "-", verdict_of(row).c_str());
+  add_result_row(row);
+}
+
+void report_rows(const Plan& plan, const Contestants& contestants) {
+  const std::string part = "download, " + plan.launcher.system_name();
+  const Contestant& own = contestants.front();
+  const Contestant& plain = *find(contestants, plain_name);
+  const std::string control_name(plan.launcher.is_wine() ? plain_name : bare_name);
+  const bool has_control = find(contestants, control_name + ", again") != nullptr;
+  const std::optional<double> control =
+      has_control ? std::optional(control_of(contestants, control_name, &Contestant::first)) : std::nullopt;
   std::printf("\n");
-}
-
-void print_table(const Plan& plan, const Results& results) {
-  std::printf("%d rounds of 4 x %llu MiB\n\n", plan.rounds, static_cast<unsigned long long>(plan.file_mib));
-  std::printf("the whole download             time      other / service         aim\n");
-  std::printf("%-28s %8.1f ms\n", "service", spread_of(results.service).median * 1e3);
-  print_ratio("plain form", results.minimal, results.service, plain_aim);
-  print_ratio("bsdtar, stored zip", results.bsdtar, results.service, archiver_aim);
-  print_ratio("zip -0", results.zip, results.service, 0);
-  std::printf("\npass by pass\n");
-  std::printf("%-28s %8.1f ms\n", "service, checksums", spread_of(results.service_first).median * 1e3);
-  print_ratio("plain form, checksums", results.minimal_first, results.service_first, 0);
-  std::printf("%-28s %8.1f ms\n", "service, sending", spread_of(results.service_second).median * 1e3);
-  print_ratio("plain form, sending", results.minimal_second, results.service_second, 0);
+  report({part, "beside the plain form", milliseconds(own.whole), milliseconds(plain.whole),
+          spread_of_ratios(plain.whole, own.whole).median, control,
+          plan.launcher.is_wine() ? Aim{} : plain_aim});
+  if (const Contestant* bsdtar = find(contestants, bsdtar_name)) {
+    double worst = bsdtar->whole[0] / own.whole[0];
+    for (std::size_t round = 0; round < own.whole.size(); ++round) {
+      worst = std::min(worst, bsdtar->whole[round] / own.whole[round]);
+    }
+    report({part, "beside bsdtar, worst of " + std::to_string(own.whole.size()), milliseconds(own.whole),
+            milliseconds(bsdtar->whole), worst, control, archiver_aim});
+  }
+  if (const Contestant* bare = find(contestants, bare_name)) {
+    report({part, "first byte, beside bare reading", milliseconds(own.first), milliseconds(bare->first),
+            spread_of_ratios(own.first, bare->first).median, control, first_byte_aim});
+  }
 }
 
 void compare_speed(const Plan& plan) {
   const ScratchDirectory directory;
   write_files(directory.path(), plan.file_mib);
   const std::uint64_t bytes = 4 * plan.file_mib * 1024 * 1024 + headers_bytes;
+  std::vector<ServerProcess> servers;
+  Contestants contestants;
+  const auto add_server = [&](std::string name, ServerProcess server, std::uint16_t port,
+                              std::uint64_t least) {
+    servers.push_back(std::move(server));
+    contestants.push_back({std::move(name), [port, least] { return download(port, least); }});
+  };
+  const auto add_program = [&](std::string_view name, const std::string& program, std::uint64_t least) {
+    const std::uint16_t port = free_port();
+    add_server(std::string(name),
+               ServerProcess(plan.launcher.command(
+                   {program, std::to_string(port), plan.launcher.program_path(directory.path())})),
+               port, least);
+  };
+  const auto add_archiver = [&](std::string_view name, const std::string& command) {
+    contestants.push_back({std::string(name), [&directory, command, bytes] {
+                             return Passes{archive(directory.path(), command, bytes - headers_bytes), 0};
+                           }});
+  };
   const std::uint16_t service_port = free_port();
-  const ServerProcess service = start_service(plan, service_port, directory.path());
-  const std::uint16_t minimal_port = free_port();
-  const ServerProcess minimal({plan.minimal_path, std::to_string(minimal_port), directory.path()});
-  Results results;
-  // The first round only warms up the caches.
-  for (int round = 0; round <= plan.rounds; ++round) {
-    give_up_if_interrupted();
-    Results discarded;
-    Results& target = round == 0 ? discarded : results;
-    keep(download(service_port, bytes), target.service, target.service_first, target.service_second);
-    keep(download(minimal_port, bytes), target.minimal, target.minimal_first, target.minimal_second);
-    target.bsdtar.push_back(archive(directory.path(),
-                                    "bsdtar -cf - --format zip --options zip:compression=store",
-                                    bytes - headers_bytes));
-    target.zip.push_back(archive(directory.path(), "zip -0 -q -", bytes - headers_bytes));
+  add_server(std::string(service_name), start_service(plan, service_port, directory.path()), service_port,
+             bytes);
+  add_program(plain_name, plan.minimal_path, bytes);
+  if (plan.launcher.is_wine()) {
+    add_program(std::string(plain_name) + ", again", plan.minimal_path, bytes);
+  } else {
+    add_archiver(bsdtar_name, "bsdtar -cf - --format zip --options zip:compression=store");
+    add_archiver("zip -0", "zip -0 -q -");
   }
-  service.expect_running();
-  print_table(plan, results);
+  if (!plan.bare_path.empty()) {
+    add_program(bare_name, plan.bare_path, 1);
+    add_program(std::string(bare_name) + ", again", plan.bare_path, 1);
+  }
+  for (Contestant& warming_up : contestants) static_cast<void>(warming_up.run());
+  for (int round = 0; round < plan.rounds; ++round) {
+    for (std::size_t turn = 0; turn < contestants.size(); ++turn) {
+      give_up_if_interrupted();
+      contestants[(turn + static_cast<std::size_t>(round)) % contestants.size()].take();
+    }
+  }
+  servers.front().expect_running();
+  std::printf("%d rounds of 4 x %llu MiB\n", plan.rounds, static_cast<unsigned long long>(plan.file_mib));
+  print_pass(contestants, "the whole download", &Contestant::whole);
+  print_pass(contestants, "until the first byte", &Contestant::first);
+  print_pass(contestants, "from then on", &Contestant::second);
+  report_rows(plan, contestants);
 }
 
 // Measures the service's extra memory while it sends files of this size.
@@ -225,21 +313,34 @@ void measure_memory(const Plan& plan, std::uint64_t mib) {
   service.forget_peak();
   const long idle = service.peak_kilobytes();
   download(port, 4 * mib * 1024 * 1024 + headers_bytes);
-  const long growth = service.peak_kilobytes() - idle;
-  std::printf("\nmemory above idle (%ld kB) during a download of 4 x %llu MiB: %ld kB   aim < %ld kB: %s\n",
-              idle, static_cast<unsigned long long>(mib), growth, growth_aim_kilobytes,
-              growth < growth_aim_kilobytes ? "met" : "missed");
+  const auto growth = static_cast<double>(service.peak_kilobytes() - idle);
+  std::printf("\nmemory above idle (%ld kB) during a download of 4 x %llu MiB: %.0f kB\n", idle,
+              static_cast<unsigned long long>(mib), growth);
+  report({"memory, Linux",
+          "growth in a download, kB",
+          with_unit(growth, 0, "kB"),
+          {},
+          growth,
+          {},
+          growth_aim_kilobytes});
 }
 
 Plan read_plan(int argc, char** argv) {
   Plan plan;
-  if (argc < 3)
-    give_up("usage: velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--rounds N] [--file-mib N]");
+  if (argc < 3) {
+    give_up(
+        "usage: velmora_download_comparison SERVICE MINIMAL_DOWNLOAD [--bare-reading PROGRAM] [--rounds N] "
+        "[--file-mib N] [--wine LOADER]");
+  }
   plan.service_path = argv[1];
   plan.minimal_path = argv[2];
   for (int index = 3; index + 1 < argc; index += 2) {
     const std::string_view name = argv[index];
-    const int value = std::atoi(argv[index + 1]);
+    const std::string text = argv[index + 1];
+    if (name == "--wine") plan.launcher = Launcher(text);
+    if (name == "--bare-reading") plan.bare_path = text;
+    if (name == "--wine" || name == "--bare-reading") continue;
+    const int value = std::atoi(text.c_str());
     if (value < 1) give_up("a number above 0 is needed for " + std::string(name));
     if (name == "--rounds") plan.rounds = value;
     if (name == "--file-mib") plan.file_mib = static_cast<std::uint64_t>(value);
@@ -256,5 +357,5 @@ int main(int argc, char** argv) {
   notice_interruption();
   std::printf("%s\n", part_processors().c_str());
   compare_speed(plan);
-  measure_memory(plan, 115);
+  if (!plan.launcher.is_wine()) measure_memory(plan, 115);
 }
