@@ -8,6 +8,8 @@ build_packages=(g++ cmake ninja-build libcurl4-openssl-dev esbuild nodejs npm)
 # service. bsdutils provides `script`, which gives a program a terminal.
 quick_test_packages=(git procps clang libclang-rt-14-dev clang-format clang-tidy googletest libbenchmark-dev
   chromium unzip libarchive-tools python3 mount openssl util-linux bsdutils)
+# Additional packages for the benchmarks: valgrind counts instructions, the others store files as the download does.
+benchmark_packages=(valgrind libbenchmark-dev libarchive-tools zip)
 # Packages for tools/screenshots: Chinese letters, and smaller pictures.
 screenshot_packages=(fonts-wqy-microhei pngquant)
 # Packages for building and running the Windows program. PulseAudio provides audio endpoints to Wine.
