@@ -53,5 +53,5 @@ for (const [request, name] of Object.entries(requests)) {
     ratio.toFixed(3),
     "-",
   ];
-  if (rowsFile) fs.appendFileSync(rowsFile, [...cells, `<= ${aim.toFixed(2)}`, verdict].join("\t") + "\n");
+  if (rowsFile) fs.appendFileSync(rowsFile, `${[...cells, `<= ${aim.toFixed(2)}`, verdict].join("\t")}\n`);
 }
