@@ -19,8 +19,7 @@ struct SocketKind {
   static constexpr Native none = ~Native{0};
   static void release(Native native) noexcept;  // closesocket
 };
-// Owner of one socket. Child processes do not inherit it, except an accepted connection on Windows: start no
-// program that inherits handles while one is open.
+// Owner of one socket. Child processes do not inherit it.
 using Socket = Owner<SocketKind>;
 
 // A count of bytes or sockets. A negative count is a failure; `error` is valid only then.

@@ -20,12 +20,13 @@ using surroundings::short_wait_ms;
 
 class WindowsSockets : public surroundings::ArrangedSockets {};
 
-// Accepted connections are not marked: nothing is started while one is open.
-TEST_F(WindowsSockets, ThatListenAreNotInheritedByProgramsThatWeStart) {
+TEST_F(WindowsSockets, AreNotInheritedByProgramsThatWeStart) {
   const Exchange exchange;
-  DWORD flags = HANDLE_FLAG_INHERIT;
-  ASSERT_TRUE(GetHandleInformation(reinterpret_cast<HANDLE>(exchange.listener.native()), &flags));
-  EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);
+  for (const Socket* socket : {&exchange.listener, &exchange.service}) {
+    DWORD flags = HANDLE_FLAG_INHERIT;
+    ASSERT_TRUE(GetHandleInformation(reinterpret_cast<HANDLE>(socket->native()), &flags));
+    EXPECT_EQ(flags & HANDLE_FLAG_INHERIT, 0u);
+  }
 }
 
 TEST_F(WindowsSockets, AreBoundToTheLoopbackAddressAndThePort) {

@@ -73,9 +73,7 @@ SocketCount wait_readable(const Socket& listener, std::int64_t timeout_us) {
 std::optional<int> accept_connection(const Socket& listener, Socket& out) {
   const SOCKET socket = accept(socket_of(listener), nullptr, nullptr);
   if (socket == INVALID_SOCKET) return WSAGetLastError();
-  // Left inheritable: to change that takes two more calls of the system for each request. Nobody inherits it,
-  // because the only program that the service starts is the browser, by ShellExecuteW, before the first request.
-  out = Socket(socket);
+  out = own(socket);
   return std::nullopt;
 }
 
