@@ -17,7 +17,6 @@ constexpr std::string_view accepted_body = "{\"ok\":true,\"applies_within_second
 // Sends everything after the head.
 bool send_archive(const Socket& socket, CaptureArchive& archive, std::string& error) {
   for (;;) {
-    if (send_block_from_file(archive, socket)) continue;
     ArchivePiece piece = next_archive_piece(archive);
     if (!piece.error.empty()) {
       error = std::move(piece.error);

@@ -58,15 +58,6 @@ ArchivePiece next_header(CaptureArchive& archive, const CaptureMember& member) {
   return {archive.text, {}};
 }
 
-// Notes that `count` bytes of the present member are sent or about to be.
-void advance(CaptureArchive& archive, std::size_t count) {
-  archive.remaining -= static_cast<std::uint32_t>(count);
-  if (archive.remaining != 0) return;
-  archive.file.close();
-  archive.header_sent = false;
-  ++archive.member;
-}
-
 ArchivePiece next_block(CaptureArchive& archive, const CaptureMember& member) {
   if (!archive.file.is_open()) {
     if (std::string error = open_member(member, archive.file); !error.empty()) return {{}, std::move(error)};
@@ -74,7 +65,12 @@ ArchivePiece next_block(CaptureArchive& archive, const CaptureMember& member) {
   const std::size_t wanted = std::min<std::size_t>(archive.remaining, capture_block_bytes);
   const std::size_t count = read_file_piece(archive.file, archive.block->bytes.data(), wanted).count;
   if (count == 0) return {{}, about("capture file shrank while it was being sent: ", member)};
-  advance(archive, count);
+  archive.remaining -= static_cast<std::uint32_t>(count);
+  if (archive.remaining == 0) {
+    archive.file.close();
+    archive.header_sent = false;
+    ++archive.member;
+  }
   return {{archive.block->bytes.data(), count}, {}};
 }
 
@@ -132,15 +128,6 @@ ArchivePiece next_archive_piece(CaptureArchive& archive) {
     return archive.header_sent ? next_block(archive, member) : next_header(archive, member);
   }
   return archive.member == archive.members.size() ? next_directory(archive) : ArchivePiece{};
-}
-
-bool send_block_from_file(CaptureArchive& archive, const Socket& socket) {
-  if (!archive.file.is_open()) return false;
-  const std::size_t wanted = std::min<std::size_t>(archive.remaining, capture_block_bytes);
-  const std::size_t count = send_file_bytes(socket, archive.file, wanted);
-  if (count == 0) return false;
-  advance(archive, count);
-  return true;
 }
 
 }  // namespace velmora

@@ -13,7 +13,6 @@
 #include "capture/capture_directory.h"
 #include "capture/zip.h"
 #include "platform/files.h"
-#include "platform/sockets.h"
 
 namespace velmora {
 
@@ -70,10 +69,5 @@ struct ArchivePiece {
 
 // Returns the next bytes: the header of a member, a block of its data, or all records after the last member.
 [[nodiscard]] ArchivePiece next_archive_piece(CaptureArchive& archive);
-
-// Sends the next bytes of the present member straight from its file, at most a block. Returns false if
-// nothing was sent: the member's first block is still to come, or the system cannot send from the file. Call
-// next_archive_piece then.
-[[nodiscard]] bool send_block_from_file(CaptureArchive& archive, const Socket& socket);
 
 }  // namespace velmora

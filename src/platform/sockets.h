@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <optional>
 
-#include "platform/files.h"
 #include "platform/owner.h"
 
 namespace velmora {
@@ -58,12 +57,6 @@ void stop_sockets();
 // send() with flags 0. It may send fewer bytes than given. Blocks without limit. If the peer is gone, this
 // call fails; the process gets no signal.
 [[nodiscard]] SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size);
-
-// Sends up to `size` bytes from the file's position without copying them through this process, and moves the
-// position past them. Returns how many were sent. 0: none, for whatever reason (no bytes are left, the peer
-// is gone, or the system cannot do it for this file); read_file_piece and send_bytes then give the reason.
-// Call prepare_process first, or a peer that is gone may end the process by a signal.
-[[nodiscard]] std::size_t send_file_bytes(const Socket& socket, const InputFile& file, std::size_t size);
 
 // shutdown() of both directions (SD_BOTH, 2). Errors are ignored: they only mean that the peer is gone.
 void shutdown_both(const Socket& socket);

@@ -104,17 +104,6 @@ SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size
   return {static_cast<std::int64_t>(count), 0};
 }
 
-std::size_t send_file_bytes(const Socket& socket, const InputFile& file, std::size_t size) {
-  if (!memory::system().sends_files) return 0;
-  std::string bytes(size, '\0');
-  const std::size_t offset = memory::system().handles.at(file.native()).position;
-  bytes.resize(read_file_piece(file, bytes.data(), size).count);
-  const SocketCount sent = send_bytes(socket, bytes.data(), bytes.size());
-  const std::size_t count = sent.count > 0 ? static_cast<std::size_t>(sent.count) : 0;
-  memory::system().handles.at(file.native()).position = offset + count;
-  return count;
-}
-
 void shutdown_both(const Socket& socket) {
   static_cast<void>(memory::enter("shutdown"));
   handle_of(socket).connection->shut_down = true;

@@ -108,7 +108,6 @@ struct System {
   // Called when the service waits and nobody connects. Unset: the console stops the service with event 0.
   std::function<void()> on_idle;
   std::function<void()> on_send;  // called before each send
-  bool sends_files = false;       // send_file_bytes works; false as on Windows
 
   std::int64_t now_ns = 1'000'000'000;
   std::int64_t unix_time_s = 1'700'000'000;

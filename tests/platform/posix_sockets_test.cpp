@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -101,36 +100,6 @@ TEST_F(PosixSockets, SurviveAPeerThatIsGoneWhenThePipeSignalWouldKill) {
   surroundings::reset_connection(exchange.peer);
   EXPECT_EQ(send_bytes(exchange.service, "a", 1).error, 10054);
   EXPECT_EQ(send_bytes(exchange.service, "a", 1).error, 10053);
-}
-
-TEST_F(PosixSockets, SendFromRegularFilesOnly) {
-  const Exchange exchange;
-  const std::string path = surroundings::scratch_directory() + "/sent";
-  surroundings::put_file(path, "some bytes");
-  InputFile file;
-  ASSERT_EQ(open_for_reading(path, file), 0u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 4), 4u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 65536), 6u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 65536), 0u);
-  const std::string pipe = surroundings::scratch_directory() + "/pipe";
-  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-  ASSERT_EQ(open_for_reading(pipe, file), 0u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 4), 0u);
-}
-
-TEST_F(PosixSockets, SendNothingOfAFileToAPeerThatIsGone) {
-  signal(SIGPIPE, SIG_IGN);  // as prepare_process does
-  Exchange exchange;
-  surroundings::reset_connection(exchange.peer);
-  const std::string path = surroundings::scratch_directory() + "/sent";
-  surroundings::put_file(path, "some bytes");
-  InputFile file;
-  ASSERT_EQ(open_for_reading(path, file), 0u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 4), 0u);
-  EXPECT_EQ(send_file_bytes(exchange.service, file, 4), 0u);
-  std::array<char, 16> buffer{};
-  EXPECT_EQ(read_file_piece(file, buffer.data(), buffer.size()).count, 10u);
-  signal(SIGPIPE, SIG_DFL);
 }
 
 TEST_F(PosixSockets, ReportAResetAs10054) {

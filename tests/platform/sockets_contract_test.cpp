@@ -188,32 +188,6 @@ TEST_F(SocketsContract, SendsAnAnswerOf65536BytesWhole) {
   EXPECT_EQ(surroundings::receive_until_end(exchange.peer), answer);
 }
 
-// A system that cannot send from files sends none of it; the position then stays at the beginning.
-TEST_F(SocketsContract, SendsFromTheFilesPositionAndMovesIt) {
-  Exchange exchange;
-  std::string content(100'000, '\0');
-  for (std::size_t index = 0; index < content.size(); ++index) content[index] = static_cast<char>(index * 7);
-  const std::string path = join_path(surroundings::scratch_directory(), "sent");
-  surroundings::put_file(path, content);
-  InputFile file;
-  ASSERT_EQ(open_for_reading(path, file), 0u);
-  std::string sent;
-  for (std::size_t count = 1; count != 0;) {
-    count = send_file_bytes(exchange.service, file, 30'000);
-    EXPECT_LE(count, 30'000u);
-    sent += content.substr(sent.size(), count);
-  }
-  std::string rest(content.size(), '#');
-  std::size_t read = 0;
-  while (const std::size_t count = read_file_piece(file, rest.data() + read, rest.size() - read).count) {
-    read += count;
-  }
-  rest.resize(read);
-  EXPECT_EQ(sent + rest, content);
-  exchange.service.close();
-  EXPECT_EQ(surroundings::receive_until_end(exchange.peer), sent);
-}
-
 // Which of the two it is differs under Wine, whose server may take the socket's error before the call does.
 TEST_F(SocketsContract, ReportsAResetAsAnErrorOrAsTheEndOfReceiving) {
   Exchange exchange;

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -86,12 +85,6 @@ SocketCount receive_bytes(const Socket& socket, char* buffer, std::size_t capaci
 
 SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size) {
   return counted(uninterrupted([&] { return send(descriptor_of(socket), bytes, size, MSG_NOSIGNAL); }));
-}
-
-std::size_t send_file_bytes(const Socket& socket, const InputFile& file, std::size_t size) {
-  const ssize_t sent = uninterrupted(
-      [&] { return sendfile(descriptor_of(socket), static_cast<int>(file.native()), nullptr, size); });
-  return sent > 0 ? static_cast<std::size_t>(sent) : 0;
 }
 
 void shutdown_both(const Socket& socket) { shutdown(descriptor_of(socket), SHUT_RDWR); }

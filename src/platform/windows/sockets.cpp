@@ -85,10 +85,6 @@ SocketCount send_bytes(const Socket& socket, const char* bytes, std::size_t size
   return counted(send(socket_of(socket), bytes, clamped_size(size), 0));
 }
 
-// Not implemented: TransmitFile would need mswsock.dll and serves two connections at a time on client
-// systems.
-std::size_t send_file_bytes(const Socket&, const InputFile&, std::size_t) { return 0; }
-
 void shutdown_both(const Socket& socket) { shutdown(socket_of(socket), SD_BOTH); }
 
 }  // namespace velmora

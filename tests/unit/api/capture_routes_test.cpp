@@ -262,41 +262,6 @@ TEST_F(CaptureRoutes, SendsTheRestOfAPartlySentPiece) {
   }
 }
 
-TEST_F(CaptureRoutes, SendsTheSameBytesStraightFromTheFiles) {
-  captures_ = noise_of_sizes({1, 65536, 65537, 200000});
-  for (const std::size_t limit : {std::size_t{0}, std::size_t{7000}, std::size_t{65535}}) {
-    new_machine();
-    memory::system().sends_files = true;
-    const Accepted client = accept_client({});
-    client.client->send_limit = limit;
-    get_capture_download(client.socket);
-    EXPECT_TRUE(client.client->from_service == whole_download()) << limit;
-  }
-}
-
-// The first block of a file is read and sent; the others come straight from the file.
-TEST_F(CaptureRoutes, StopsWhenTheSocketFailsOrTheFileEndsBetweenBlocksFromTheFile) {
-  captures_ = noise_of_sizes({200000, 1, 1, 1});
-  const std::size_t blocks_end = whole_download().find(captures_[0]) + 2 * 65536;
-  for (const bool shrinks : {false, true}) {
-    new_machine();
-    memory::system().sends_files = true;
-    const Accepted client = accept_client({});
-    memory::system().on_send = [&] {
-      if (client.client->from_service.size() != blocks_end) return;
-      if (shrinks) capture_file(0).bytes.resize(2 * 65536);
-      client.client->client_gone = !shrinks;
-    };
-    bool head_sent = false;
-    std::string error;
-    EXPECT_FALSE(stream_capture_zip(client.socket, head_sent, error));
-    EXPECT_EQ(error, shrinks ? "capture file shrank while it was being sent: capture-1-host-in.wav"
-                             : "the download was interrupted");
-    EXPECT_EQ(client.client->from_service.size(), shrinks ? blocks_end + 65536 : blocks_end);
-    memory::system().on_send = nullptr;
-  }
-}
-
 TEST_F(CaptureRoutes, StopsAtTheByteAtWhichTheSocketFails) {
   captures_ = noise_of_sizes({1, 20, 300, 70});
   const std::string whole = whole_download();
