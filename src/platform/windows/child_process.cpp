@@ -140,6 +140,9 @@ std::uint32_t start_suspended(const std::wstring& program, std::wstring command,
   start.lpAttributeList = inherited.list();
   constexpr DWORD flags = CREATE_NO_WINDOW | CREATE_SUSPENDED | EXTENDED_STARTUPINFO_PRESENT;
   PROCESS_INFORMATION made{};
+  // A child also inherits whether Ctrl+C is ignored. We ignore it if we were started in the background
+  // (`start /b`) or in a process group of our own, and nothing could interrupt the child then.
+  SetConsoleCtrlHandler(nullptr, FALSE);
   if (!CreateProcessW(program.c_str(), command.data(), nullptr, nullptr, TRUE, flags, nullptr, nullptr,
                       &start.StartupInfo, &made))
     return last_error();
