@@ -51,5 +51,8 @@ export default [
   },
   { files: ["**/*.mjs"], languageOptions: { globals: globals.node } },
   // A browser test has parts that run in the page.
-  { files: ["web/**", "tests/browser/**", "bench/*.mjs"], languageOptions: { globals: globals.browser } },
+  {
+    files: ["web/**", "tests/browser/**", "benchmarks/*.mjs"],
+    languageOptions: { globals: globals.browser },
+  },
 ];

@@ -72,9 +72,12 @@ function checkIncludes(file, line, say) {
   const [, mark, header] = include;
   if (header !== header.toLowerCase()) say("header names are lower case");
   const forWindows =
-    file.startsWith("src/platform/windows/") || /^tests\/(.*windows|programs\/(audio|service)\/)/.test(file);
+    /^(src\/platform|benchmarks)\/windows\//.test(file) ||
+    /^tests\/(.*windows|programs\/(audio|service)\/)/.test(file);
   if (mark === "<" && windowsHeaders.test(header) && !forWindows) {
-    say("Windows headers are for src/platform/windows/ and the tests' files for Windows");
+    say(
+      "Windows headers are for src/platform/windows/, benchmarks/windows/ and the tests' files for Windows",
+    );
   }
   if (mark !== '"' || !file.startsWith("src/")) return;
   const from = roomOf(file.slice(4));

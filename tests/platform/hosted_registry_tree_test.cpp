@@ -104,6 +104,33 @@ TEST(RegistryTree, RemovesNoKeyThatIsNotThere) {
   }
 }
 
+// Long lists are searched as if sorted first.
+TEST(RegistryTree, FindsEveryKeyOfALongListInAnyOrder) {
+  const auto name_of = [](int number) {
+    const std::string digits = std::to_string(number);
+    return u"Key " + std::u16string(digits.begin(), digits.end());
+  };
+  for (const int step : {1, 7, 99}) {  // in order of the numbers, mixed, backwards
+    for (const int count : {15, 16, 100}) {
+      SCOPED_TRACE(std::to_string(step) + " " + std::to_string(count));
+      TreeKey tree;
+      for (int number = 0; number < count; ++number) {
+        make_key(tree, name_of(number * step % 100), KeyPlace::last);
+      }
+      ASSERT_EQ(tree.keys.size(), static_cast<std::size_t>(count));
+      for (int number = 0; number < count; ++number) {
+        std::u16string name = name_of(number * step % 100);
+        EXPECT_EQ(find_key(tree, name), &tree.keys[static_cast<std::size_t>(number)]);
+        name[0] = u'k';
+        EXPECT_EQ(find_key(tree, name), &tree.keys[static_cast<std::size_t>(number)]);
+      }
+      for (const std::u16string_view missing : {u"", u"A", u"Key", u"Key 1000", u"Key 5a", u"Z"}) {
+        EXPECT_EQ(find_key(tree, missing), missing.empty() ? &tree : nullptr);
+      }
+    }
+  }
+}
+
 TEST(RegistryTree, AddsValuesBehindTheOthersAndTheDefaultValueInFront) {
   TreeKey key;
   put_value(key, u"b", 3, "1");

@@ -118,7 +118,7 @@ const checkers = [
   [/^\.\/test( |$)/, (command) => (assertScript("test"), assertOptions(command, optionsOf("test")))],
   // Its own tests run it.
   [/^\.\/package( |$)/, (command) => (assertScript("package"), assertOptions(command, optionsOf("package")))],
-  [/^bench\/run$/, () => assertScript("bench/run")],
+  [/^\.\/bench( --quick)?$/, () => assertScript("bench")],
   [/^tools\/screenshots( FOLDER)?$/, () => assertScript("tools/screenshots")],
   [/^cmake --preset \w+$/, (_, words) => assertPreset(words[2])],
   [/^cmake --build --preset \w+$/, (_, words) => assertPreset(words[3])],

@@ -55,6 +55,8 @@ std::optional<EndpointFlow> flow_of(std::u16string_view id) {
   return std::nullopt;
 }
 
+bool is_active(const TreeKey& device) { return find_number(&device, u"DeviceState") == device_state_active; }
+
 }  // namespace
 
 std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlow flow) {
@@ -63,8 +65,7 @@ std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlo
   const TreeKey* devices = find_key(registry, std::u16string(devices_path).append(words.key));
   if (devices == nullptr) return endpoints;
   for (const TreeKey& device : devices->keys) {
-    const bool active = find_number(&device, u"DeviceState") == device_state_active;
-    endpoints.push_back({std::u16string(words.id_prefix).append(device.name), active});
+    endpoints.push_back({std::u16string(words.id_prefix).append(device.name), is_active(device)});
   }
   return endpoints;
 }
@@ -72,10 +73,14 @@ std::vector<TreeEndpoint> endpoints_of(const RegistryTree& registry, EndpointFlo
 std::optional<TreeEndpoint> find_endpoint(const RegistryTree& registry, std::u16string_view id) {
   const auto flow = flow_of(id);
   if (!flow) return std::nullopt;
-  for (TreeEndpoint& endpoint : endpoints_of(registry, *flow)) {
-    if (endpoint.id == id) return std::move(endpoint);
-  }
-  return std::nullopt;
+  const FlowWords& words = words_of(*flow);
+  const TreeKey* devices = find_key(registry, std::u16string(devices_path).append(words.key));
+  const std::u16string_view name = id.substr(words.id_prefix.size());
+  const TreeKey* device = devices == nullptr ? nullptr : find_key(*devices, name);
+  // A key is found in any case, an endpoint is not. For an empty name or a path the found key has another
+  // name.
+  if (device == nullptr || device->name != name) return std::nullopt;
+  return TreeEndpoint{std::u16string(id), is_active(*device)};
 }
 
 std::u16string default_endpoint_of(const RegistryTree& registry, EndpointFlow flow) {

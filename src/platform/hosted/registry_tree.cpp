@@ -15,11 +15,29 @@ bool sorts_before(std::u16string_view left, std::u16string_view right) {
                                       [](char16_t a, char16_t b) { return ascii_upper(a) < ascii_upper(b); });
 }
 
+// The first entry that does not sort before `name`, if the entries are sorted. Any entry if they are not.
+template <typename List>
+auto find_sorted(List& list, std::u16string_view name) {
+  auto first = list.begin();
+  for (auto length = list.end() - first; length > 0;) {
+    const auto half = length / 2;
+    const bool is_later = sorts_before(std::next(first, half)->name, name);
+    if (is_later) std::advance(first, half + 1);
+    length = is_later ? length - half - 1 : half;
+  }
+  return first;
+}
+
 // Finds a key or value by name. Checks the last entry first: exports follow the tree's order, so it is
-// the most likely match.
+// the most likely match. Long lists are nearly always sorted, but an export may have any order.
 template <typename List>
 auto find_named(List& list, std::u16string_view name) {
+  constexpr std::size_t long_list = 16;
   if (!list.empty() && same_name(list.back().name, name)) return std::prev(list.end());
+  if (list.size() >= long_list) {
+    const auto entry = find_sorted(list, name);
+    if (entry != list.end() && same_name(entry->name, name)) return entry;
+  }
   return std::find_if(list.begin(), list.end(),
                       [&](const auto& entry) { return same_name(entry.name, name); });
 }

@@ -21,6 +21,7 @@
 #include "engine/algorithm_version.h"
 #include "memory/system.h"
 #include "platform/hosted/registry_export.h"
+#include "result_rows.h"
 
 namespace {
 
@@ -227,6 +228,13 @@ void print_documents(const Collector& collector) {
     const Memory memory = memory_of(document.write);
     const bool on_machine = &document == &documents[std::size(documents) - 1];
     const bool met = took_us < document_aim_us && memory.allocations == usual.allocations;
+    add_result_row({"status document",
+                    document.name,
+                    with_unit(took_us, 2, "us"),
+                    {},
+                    took_us,
+                    {},
+                    on_machine ? Aim{} : Aim{AimKind::at_most, document_aim_us}});
     std::printf("%-30s %9.2f %14zu %18llu  %s\n", document.name, took_us, memory.bytes,
                 static_cast<unsigned long long>(memory.allocations),
                 on_machine ? "none: most of it is the machine in memory"

@@ -1,7 +1,7 @@
-// Prints what Chromium really sends to the service: node bench/browser_heads.mjs BUILD_DIRECTORY
+// Prints what Chromium really sends to the service: node benchmarks/browser_heads.mjs BUILD_DIRECTORY
 //
 // A relay between browser and service records each request of the pages. It exchanges its port for the service's in
-// what it passes on, so that the service admits the requests. bench/browser_requests.mjs keeps the result.
+// what it passes on, so that the service admits the requests. benchmarks/browser_requests.mjs keeps the result.
 import net from "node:net";
 import path from "node:path";
 

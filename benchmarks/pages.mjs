@@ -1,4 +1,4 @@
-// How fast the first screen is: VELMORA_BUILD=build/native node --test bench/pages.mjs
+// How fast the first screen is: VELMORA_BUILD=build/native node --test benchmarks/pages.mjs
 //
 // Prints the time from navigation to the first picture and to the first verdict, from a click to the published word, and
 // what an idle page costs.

@@ -1,4 +1,4 @@
-// Counts the instructions that the service executes: node bench/callgrind.mjs [BUILD_DIRECTORY] [WEB_ROOT]
+// Counts the instructions that the service executes: node benchmarks/callgrind.mjs [BUILD_DIRECTORY] [WEB_ROOT]
 //
 // Counted is what the processor executes outside the kernel in the service's process: the program with the parts of the
 // C++ library linked into it, the C library, and for the start also the loader. The kernel is not counted. valgrind counts

@@ -1,6 +1,6 @@
 // The requests whose cost is counted: with no more headers than the service needs, and as browsers send them.
 //
-// Chromium's headers are what `node bench/browser_heads.mjs` recorded from Chromium 156 on Linux, with its windowed name
+// Chromium's headers are what `node benchmarks/browser_heads.mjs` recorded from Chromium 156 on Linux, with its windowed name
 // in place of the headless one. Firefox's are those that it documents for version 128 on Linux, in its order.
 import { token } from "./plain_service.mjs";
 

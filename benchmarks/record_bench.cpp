@@ -14,6 +14,7 @@
 
 #include "bridge/record.h"
 #include "collector.h"
+#include "result_rows.h"
 #include "statistics.h"
 
 namespace velmora::bench {
@@ -130,13 +131,6 @@ constexpr struct {
              {"read_eq", product_read_eq, bare_read_eq, 1.2},
              {"read_eq, two copies", product_read_eq, bare_read_eq_apart, 0}};
 
-std::string verdict(double ratio, double aim) {
-  if (aim == 0) return "none, to compare";
-  char text[32];
-  std::snprintf(text, sizeof text, "<= %.1f: %s", aim, ratio <= aim ? "met" : "missed");
-  return text;
-}
-
 std::string bare_name(const std::string& name) { return "bare_" + name; }
 // The bare form measured again, which shows the error of the measurement.
 std::string control_name(const std::string& name) { return "control_" + name; }
@@ -160,13 +154,20 @@ int run(int argc, char** argv) {
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
   std::printf("%-24s %9s %9s   %-15s %14s  %s\n", "record operation, ns", "product", "bare", "product / bare",
-              "control / bare", "aim");
+              "control / bare", "verdict");
   for (const auto& pair : pairs) {
     const double product = collector.median_ns(pair.name);
     const double bare = collector.median_ns(bare_name(pair.name));
+    ResultRow row{"record",
+                  pair.name,
+                  with_unit(product, 2, "ns"),
+                  with_unit(bare, 2, "ns"),
+                  product / bare,
+                  bare / collector.median_ns(control_name(pair.name))};
+    if (pair.aim != 0) row.aim = {AimKind::at_most, pair.aim};
+    add_result_row(row);
     std::printf("%-24s %9.2f %9.2f   %-15.3f %14.3f  %s\n", pair.name, product, bare, product / bare,
-                collector.median_ns(control_name(pair.name)) / bare,
-                verdict(product / bare, pair.aim).c_str());
+                collector.median_ns(control_name(pair.name)) / bare, verdict_of(row).c_str());
   }
   return 0;
 }

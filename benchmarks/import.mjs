@@ -1,4 +1,4 @@
-// How long an import takes: node bench/import.mjs
+// How long an import takes: node benchmarks/import.mjs
 //
 // Reads texts of 1 MiB of many shapes, the longest that the page takes, and prints the median time and the counted steps per
 // character; and how long a graphic curve takes to fit.

@@ -15,7 +15,7 @@ struct Exchange {
   std::int64_t first_byte_ns;  // by now_ns
 };
 
-// Sends a request and reads the whole answer. Retries for two seconds until the server listens.
+// Sends a request and reads the whole answer. Retries for 30 seconds until the server listens.
 [[nodiscard]] Exchange exchange_when_up(const ServerProcess& server, std::uint16_t port,
                                         const std::string& request);
 

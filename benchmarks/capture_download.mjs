@@ -1,5 +1,5 @@
 // What a download of four captures of 115 MiB costs the page: VELMORA_BUILD=build/native node --test
-// bench/capture_download.mjs
+// benchmarks/capture_download.mjs
 //
 // Prints the duration and the memory of the page before, at its most and after, for a download to disk and one through
 // the browser's memory. The page's private file system is in the picker's place. The browser has a profile on disk: one

@@ -17,7 +17,7 @@ namespace velmora::bench {
 namespace {
 
 constexpr int patience_ms = 20'000;
-constexpr std::int64_t start_patience_ns = 2'000'000'000;
+constexpr std::int64_t start_patience_ns = 30'000'000'000;
 
 int open_client() {
   const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);

@@ -1,4 +1,4 @@
-// How the equalizer feels under the pointer: VELMORA_BUILD=build/native VELMORA_TARGET=native node --test bench/drag.mjs
+// How the equalizer feels under the pointer: VELMORA_BUILD=build/native VELMORA_TARGET=native node --test benchmarks/drag.mjs
 //
 // Drags a dot of the curve for some seconds and prints the times between frames, the work of the page's main thread for
 // each frame, the time from a movement to the published record, and from the release to the last value. An idle page
