@@ -31,6 +31,8 @@ struct EndingLook {
 class Ending {
  public:
   [[nodiscard]] EndingStep next(const EndingLook& look);
+  // Whether the service was asked to end.
+  [[nodiscard]] bool was_asked() const { return interrupted_ms_.has_value(); }
   // Whether the service was ended at once.
   [[nodiscard]] bool was_forced() const { return is_forced_; }
 

@@ -37,7 +37,7 @@ std::optional<std::uint16_t> read_port(const std::string& text) {
 }
 
 Outcome refuse_velmora(std::uint16_t port) {
-  return {CommandCode::port_taken, "A Velmora service that velmora did not start answers at " +
+  return {CommandCode::port_taken, "Another Velmora service, perhaps of another user, answers at " +
                                        public_address(port) +
                                        ": end it in its own window, then start again."};
 }

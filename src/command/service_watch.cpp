@@ -17,6 +17,9 @@ namespace {
 // How often the console and the stop request are looked at.
 constexpr std::uint32_t look_period_ms = 250;
 
+// The highest exit code of the service (service/exit_codes.h).
+constexpr std::uint32_t last_service_code = 10;
+
 constexpr std::string_view held_line =
     "A browser or another program holds the service, or the account service does not answer. The service "
     "ends "
@@ -102,9 +105,18 @@ class Watch {
     }
   }
 
+  // The service itself says why it cannot start. Of a crash, and of somebody who ends it, it says nothing.
+  std::string why_ended(std::uint32_t exit_code) const {
+    const bool is_expected = exit_code == 0 || ending_.was_asked();
+    const bool says_why = !is_known_ && exit_code <= last_service_code;
+    if (is_expected || says_why) return {};
+    return "The service has ended unexpectedly (code " + std::to_string(exit_code) +
+           "): start it again with velmora start.";
+  }
+
   WatchedEnd end_with(std::uint32_t exit_code) const {
     if (failure_.failed()) return {static_cast<int>(failure_.code), failure_.sentence};
-    if (!ending_.was_forced()) return {static_cast<int>(exit_code), {}};
+    if (!ending_.was_forced()) return {static_cast<int>(exit_code), why_ended(exit_code)};
     return {static_cast<int>(CommandCode::service_lost),
             "The service was ended at once: if an account was signed in, its session was not released."};
   }

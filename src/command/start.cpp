@@ -97,7 +97,8 @@ Outcome open_page_of_elevated() {
     sleep_ms(pause_ms);
   }
   return {CommandCode::not_started,
-          "Velmora has not started as administrator: see its own window, or start it again without."};
+          "Velmora has not started as administrator, or runs for another account: see its own window, and "
+          "open the address that it shows."};
 }
 
 enum class Elevation { refused, started };
@@ -125,6 +126,9 @@ WatchedEnd start_in_window(const CommandArguments& arguments) {
   }
   explain_start_window();
   // A browser would get an administrator's rights from us.
+  if (is_elevated) {
+    write_standard_output("If no page opens, double-click start.cmd again: it opens the page.\n\n");
+  }
   return run_service_child(arguments, !is_elevated);
 }
 
@@ -134,6 +138,8 @@ int start_command(const CommandArguments& arguments) {
   console_events = 0;
   const WatchedEnd end = arguments.window ? start_in_window(arguments) : run_service_child(arguments, false);
   if (!end.sentence.empty()) write_standard_error(end.sentence + '\n');
+  // Nothing is left to end cleanly.
+  delay_end_after_close(0);
   if (arguments.window && end.exit_code != 0) wait_for_enter();
   return end.exit_code;
 }

@@ -25,9 +25,9 @@ using ChildProcess = Owner<ChildProcessKind>;
 // Starts the program at the full path `program`. The arguments reach it unchanged. It inherits the
 // environment, the current directory and three streams: an empty input and two pipes. On Windows it gets a
 // console of its own without a window, so a Ctrl+C in our console does not reach it; elsewhere a process
-// group of its own has the same effect. Even if whoever started us made us ignore Ctrl+C on Windows, the
-// child does not; afterwards neither do we. 2 and 3: no such program; 5: a directory, or access is denied;
-// 87: an argument with a zero byte; 193: not a program. `out` is assigned only on success.
+// group of its own has the same effect. Even if this process ignores Ctrl+C, the child does not; on Windows
+// this process does not ignore it from then on either. 2 and 3: no such program; 5: a directory, or access is
+// denied; 87: an argument with a zero byte; 193: not a program. `out` is assigned only on success.
 [[nodiscard]] std::uint32_t start_child(std::string_view program, const std::vector<std::string>& arguments,
                                         ChildProcess& out);
 

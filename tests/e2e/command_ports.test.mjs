@@ -93,7 +93,7 @@ test("a service that this command did not start is refused", limits, async (t) =
     home,
     ["start", "--port", String(service.port)],
     26,
-    `A Velmora service that velmora did not start answers at http://127.0.0.1:${service.port}/: end it in its own ` +
+    `Another Velmora service, perhaps of another user, answers at http://127.0.0.1:${service.port}/: end it in its own ` +
       "window, then start again.\n",
   );
   await service.assertAnswers();
@@ -104,7 +104,7 @@ test("without --port the first free port is taken", limits, async (t) => {
   // Other programs of this machine may have any of these ports, a Velmora service too.
   const first = await startOther(t, { bytes: others.garbage, port: 17831 }).catch(() => null);
   const started = await startCommand(t, home, { port: null }).catch((error) => {
-    assert.match(String(error), /A Velmora service that velmora did not start answers/);
+    assert.match(String(error), /Another Velmora service, perhaps of another user, answers/);
     return null;
   });
   if (started === null) return;
@@ -208,6 +208,10 @@ if (isNative) {
   test("a service that is ended by a signal gives 128 and its number", limits, async (t) => {
     const { started } = await startScript(t, "kill -KILL $$\n");
     assert.deepEqual(await started.waitForEnd(), { code: 137, signal: null });
+    assert.equal(
+      started.errors,
+      "The service has ended unexpectedly (code 137): start it again with velmora start.\n",
+    );
   });
 
   test("a service that dies while it is asked is lost", limits, async (t) => {

@@ -34,10 +34,10 @@ TEST_F(PortChoiceTest, RefusesBesideAVelmoraService) {
   answer_at(17832, {{"/api/v1/status", token_refusal()}});
   const PortChoice choice = choose_port(std::nullopt);
   EXPECT_EQ(choice.outcome.code, CommandCode::port_taken);
-  EXPECT_EQ(
-      choice.outcome.sentence,
-      "A Velmora service that velmora did not start answers at http://127.0.0.1:17832/: end it in its own "
-      "window, then start again.");
+  EXPECT_EQ(choice.outcome.sentence,
+            "Another Velmora service, perhaps of another user, answers at http://127.0.0.1:17832/: end it in "
+            "its own "
+            "window, then start again.");
 }
 
 TEST_F(PortChoiceTest, RefusesIfAllPortsAreTaken) {
@@ -68,10 +68,10 @@ TEST_F(PortChoiceTest, LooksAtAPortThatIsGiven) {
   EXPECT_EQ(other.outcome.sentence,
             "Another program uses the port 18000: choose another one, or start without --port.");
   answer_at(18000, {{"/api/v1/status", token_refusal()}});
-  EXPECT_EQ(
-      choose_port("18000").outcome.sentence,
-      "A Velmora service that velmora did not start answers at http://127.0.0.1:18000/: end it in its own "
-      "window, then start again.");
+  EXPECT_EQ(choose_port("18000").outcome.sentence,
+            "Another Velmora service, perhaps of another user, answers at http://127.0.0.1:18000/: end it in "
+            "its own "
+            "window, then start again.");
 }
 
 TEST_F(PortChoiceTest, LeavesWhatIsNoPortToTheService) {

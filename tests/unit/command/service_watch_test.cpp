@@ -43,6 +43,38 @@ TEST_F(ServiceWatch, RelaysBothStreamsAndTheExitCode) {
   EXPECT_EQ(file(run_path)->bytes, "");
 }
 
+TEST_F(ServiceWatch, SaysThatTheServiceHasEndedUnexpectedly) {
+  const struct {
+    bool is_running;
+    std::uint32_t exit_code;
+    std::string number;
+  } rows[] = {{true, 1, "1"},
+              {true, 3, "3"},
+              {true, 137, "137"},
+              {false, 11, "11"},
+              {false, 0xC0000005, "3221225477"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.number);
+    const WatchedEnd end = watch([&](memory::Child& child) {
+      if (row.is_running) print(child, service_banner);
+      memory::end(child, row.exit_code);
+    });
+    EXPECT_EQ(end.exit_code, static_cast<int>(row.exit_code));
+    EXPECT_EQ(end.sentence, "The service has ended unexpectedly (code " + row.number +
+                                "): start it again with velmora start.");
+  }
+}
+
+// Before the service handles Ctrl+C, the system ends it.
+TEST_F(ServiceWatch, ExpectsTheEndThatWasAskedFor) {
+  console_events = 1;
+  const WatchedEnd end = watch([](memory::Child& child) {
+    child.on_interrupt = [](memory::Child& interrupted) { memory::end(interrupted, 130); };
+  });
+  EXPECT_EQ(end.exit_code, 130);
+  EXPECT_EQ(end.sentence, "");
+}
+
 TEST_F(ServiceWatch, RelaysALineWithoutAnEndWhenNothingFollows) {
   const WatchedEnd end = watch([](memory::Child& child) {
     print(child, "waiting");
