@@ -50,7 +50,7 @@ std::string at_address(const RunRecord& run) { return " at " + public_address(ru
 Outcome judge_status(const RunRecord& run, const Exchange& exchange) {
   if (exchange.status == 200) return {};
   if (is_token_refusal(exchange)) {
-    return {CommandCode::port_taken, "Another Velmora service, which velmora did not start, answers" +
+    return {CommandCode::port_taken, "Another Velmora service, perhaps of another user, answers" +
                                          at_address(run) + ": end it, then run velmora start."};
   }
   return {CommandCode::senseless_answer, "The answer" + at_address(run) + " makes no sense (status " +

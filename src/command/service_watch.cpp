@@ -98,10 +98,20 @@ class Watch {
     }
     switch (ending_.next(seen)) {
       case EndingStep::none: break;
-      // If this fails, the service counts as held, and can be ended at once.
-      case EndingStep::interrupt: static_cast<void>(interrupt_by_helper(child_process_id(service_))); break;
+      case EndingStep::interrupt: interrupt(); break;
       case EndingStep::say_held: write_standard_error(held_line); break;
       case EndingStep::end_at_once: static_cast<void>(end_child(service_)); break;
+    }
+  }
+
+  // A console that is just being made cannot be joined yet. If each attempt fails, the service counts as
+  // held, and can be ended at once.
+  void interrupt() const {
+    constexpr int attempts = 3;
+    constexpr std::uint32_t pause_ms = 200;
+    for (int attempt = 1; attempt <= attempts; ++attempt) {
+      if (interrupt_by_helper(child_process_id(service_))) return;
+      sleep_ms(pause_ms);
     }
   }
 

@@ -131,7 +131,7 @@ TEST_F(Client, SaysWhatIsWrongWithAService) {
       {expected_error("500 Internal Server Error", "x"), CommandCode::senseless_answer,
        no_sense + " (status 500)" + helps},
       {token_refusal(), CommandCode::port_taken,
-       "Another Velmora service, which velmora did not start, answers at http://127.0.0.1:17831/: end it, "
+       "Another Velmora service, perhaps of another user, answers at http://127.0.0.1:17831/: end it, "
        "then "
        "run velmora start."},
   };

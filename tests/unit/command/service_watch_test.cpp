@@ -1,5 +1,7 @@
 #include "command/service_watch.h"
 
+#include <limits>
+
 #include "command/run_folder.h"
 #include "platform/errors.h"
 #include "unit/command/support/command_machine.h"
@@ -214,7 +216,7 @@ TEST_F(ServiceWatch, EndsAtOnceForAStopRequestWithForce) {
 }
 
 TEST_F(ServiceWatch, CountsAServiceThatCannotBeInterruptedAsHeld) {
-  helper_works = false;
+  helper_failures = std::numeric_limits<int>::max();
   console_events = 1;
   int idle = 0;
   memory::system().on_idle = [&] {
@@ -223,6 +225,17 @@ TEST_F(ServiceWatch, CountsAServiceThatCannotBeInterruptedAsHeld) {
   const WatchedEnd end = watch([](memory::Child&) {});
   EXPECT_EQ(end.exit_code, 0);
   EXPECT_EQ(errors(), held_line);
+}
+
+TEST_F(ServiceWatch, InterruptsAgainIfTheHelperFails) {
+  helper_failures = 2;
+  console_events = 1;
+  const WatchedEnd end = watch([](memory::Child& child) {
+    child.on_interrupt = [](memory::Child& interrupted) { memory::end(interrupted, 0); };
+  });
+  EXPECT_EQ(end.exit_code, 0);
+  EXPECT_EQ(errors(), "");
+  EXPECT_EQ(memory::system().children.front()->interrupts, 1);
 }
 
 TEST_F(ServiceWatch, OpensThePageOnce) {

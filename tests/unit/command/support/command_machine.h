@@ -53,7 +53,7 @@ class CommandMachine : public FreshMachine {
       EXPECT_EQ(child.program, own_program);
       EXPECT_EQ(child.arguments.size(), 2u);
       const bool is_interrupted =
-          helper_works &&
+          helper_failures-- <= 0 &&
           memory::interrupt_child(static_cast<std::uint32_t>(std::stoul(child.arguments.at(1))));
       memory::end(child, is_interrupted ? 0 : 25);
       return 0u;
@@ -96,7 +96,7 @@ class CommandMachine : public FreshMachine {
 
   HeldFile run_file;
   std::function<std::uint32_t(memory::Child&)> on_start_service;
-  bool helper_works = true;
+  int helper_failures = 0;            // how many of the next helpers fail
   std::vector<std::string> requests;  // that the services got
 
  private:
