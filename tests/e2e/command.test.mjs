@@ -19,6 +19,7 @@ import {
   isNative,
   isWine,
   launch,
+  makeBrowser,
   makeDirectory,
   makeSmallDisk,
   makeWebRoot,
@@ -130,15 +131,6 @@ test("status shows checks and settings, and never the token", limits, async (t) 
   assert.equal(document.equalizer.bands.length, 15);
   for (const text of [report.output, all.output]) assert.ok(!text.includes(started.token));
 });
-
-// Puts a program named xdg-open first on the path. It leaves its arguments in a file.
-function makeBrowser() {
-  const directory = makeDirectory();
-  const seen = path.join(directory, "seen");
-  const script = `#!/bin/sh\nprintf '%s\\n' "$#" "$@" > '${seen}.part'\nmv '${seen}.part' '${seen}'\n`;
-  fs.writeFileSync(path.join(directory, "xdg-open"), script, { mode: 0o755 });
-  return { seen, env: { PATH: `${directory}:${process.env.PATH}` } };
-}
 
 test("open shows the page of the running service", limits, async (t) => {
   const home = makeHome(t);

@@ -466,6 +466,17 @@ async function launchUntil(t, file, args, options, what, look, kind) {
   }
 }
 
+// ---- the browser ----
+
+// Puts a program named xdg-open first on the path. It leaves its arguments in a file.
+export function makeBrowser() {
+  const directory = makeDirectory();
+  const seen = path.join(directory, "seen");
+  const script = `#!/bin/sh\nprintf '%s\\n' "$#" "$@" > '${seen}.part'\nmv '${seen}.part' '${seen}'\n`;
+  fs.writeFileSync(path.join(directory, "xdg-open"), script, { mode: 0o755 });
+  return { seen, env: { PATH: `${directory}:${process.env.PATH}` } };
+}
+
 // ---- the service ----
 
 // Below the range that the system gives to clients, so that no client of another test takes it.

@@ -5,10 +5,10 @@ import path from "node:path";
 import test from "node:test";
 
 import {
-  atEnd,
   Client,
   answers,
   assertAnswers,
+  atEnd,
   creatingService,
   developmentToken,
   exchange,
@@ -16,6 +16,7 @@ import {
   isNative,
   isWine,
   launch,
+  makeBrowser,
   makeDirectory,
   makeWebRoot,
   poll,
@@ -335,15 +336,6 @@ if (isNative) {
     }
     await service.assertAnswers();
   });
-}
-
-// Puts a program named xdg-open first on the path. It leaves its arguments in a file.
-function makeBrowser() {
-  const directory = makeDirectory();
-  const seen = path.join(directory, "seen");
-  const script = `#!/bin/sh\nprintf '%s\\n' "$#" "$@" > '${seen}.part'\nmv '${seen}.part' '${seen}'\n`;
-  fs.writeFileSync(path.join(directory, "xdg-open"), script, { mode: 0o755 });
-  return { seen, env: { PATH: `${directory}:${process.env.PATH}` } };
 }
 
 test("the browser is opened on the address of the banner", limits, async (t) => {
