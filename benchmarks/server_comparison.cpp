@@ -71,14 +71,23 @@ struct Plan {
   Launcher launcher;
   std::string service_path;
   std::string loop_path;
-  std::size_t rounds = 101;
-  std::size_t connections = 400;
+  std::size_t rounds = 401;
+  std::size_t connections = 100;
   std::size_t starts = 101;
 };
 
 // Index into everything that is measured three times.
 enum Contestant : std::size_t { service, minimal, control, contestants };
+
+// What each contestant took for one request or start, in microseconds, by round.
 using ThreeSets = std::array<std::vector<double>, contestants>;
+
+// A ratio, and the lowest and highest of those of parts of the rounds.
+struct Ratio {
+  double value;
+  double low;
+  double high;
+};
 
 // One kind of answer, its three servers and the measurements.
 struct Row {
@@ -89,8 +98,8 @@ struct Row {
   std::size_t answer_bytes = 0;
   std::vector<const ServerProcess*> servers = {};
   std::vector<std::uint16_t> ports = {};
-  ThreeSets wall_us = {};       // per request
-  ThreeSets processor_us = {};  // per request
+  ThreeSets wall_us = {};
+  ThreeSets processor_us = {};
 };
 
 // A temporary web root with pages of the measured sizes. The destructor removes it.
@@ -207,19 +216,12 @@ class Field {
   std::uint16_t port_ = 0;
 };
 
-// Subtracts half a queue from a whole one, which cancels the fixed cost of stopping, waking and polling.
-void measure_difference(Row& row, std::size_t who, std::size_t connections, bool half_first) {
-  const auto take = [&](std::size_t count) {
-    return serve_queue(*row.servers[who], row.ports[who], row.request, row.answer_bytes, count);
-  };
-  std::optional<Taken> half;
-  if (half_first) half = take(connections / 2);
-  const Taken whole = take(connections);
-  if (!half) half = take(connections / 2);
-  const double requests_and_us = static_cast<double>(connections - connections / 2) * 1000.0;
-  row.wall_us[who].push_back(static_cast<double>(whole.wall_ns - half->wall_ns) / requests_and_us);
-  row.processor_us[who].push_back(static_cast<double>(whole.processor_ns - half->processor_ns) /
-                                  requests_and_us);
+void measure_queue(Row& row, std::size_t who, std::size_t connections) {
+  const Taken taken =
+      serve_queue(*row.servers[who], row.ports[who], row.request, row.answer_bytes, connections);
+  const double requests_and_us = static_cast<double>(connections) * 1000.0;
+  row.wall_us[who].push_back(static_cast<double>(taken.wall_ns) / requests_and_us);
+  row.processor_us[who].push_back(static_cast<double>(taken.processor_ns) / requests_and_us);
 }
 
 // Under Wine a status document takes milliseconds.
@@ -232,8 +234,7 @@ void measure_requests(const Plan& plan, std::vector<Row>& rows) {
   for (std::size_t round = 0; round < plan.rounds; ++round) {
     for (Row& row : rows) {
       for (std::size_t turn = 0; turn < contestants; ++turn) {
-        measure_difference(row, (round + turn) % contestants, connections_for(plan, row),
-                           (round / contestants) % 2 == 0);
+        measure_queue(row, (round + turn) % contestants, connections_for(plan, row));
       }
     }
   }
@@ -266,17 +267,37 @@ void print_header(std::string_view what, std::string_view ratio) {
               "control", std::string(ratio).c_str(), "minimal / control", "verdict");
 }
 
-// Prints medians in microseconds, the ratio with its quartiles, the control's ratio and the verdict. Returns
-// the line for the table.
-ResultRow print_line(ResultRow row, const ThreeSets& sets, const Spread& ratio) {
-  row.control = spread_of_ratios(sets[minimal], sets[control]).median;
-  row.ratio = ratio.median;
-  row.ours = with_unit(spread_of(sets[service]).median, 2, "us");
-  row.peer = with_unit(spread_of(sets[minimal]).median, 2, "us");
+// Every `step`-th value, beginning with number `first`.
+std::vector<double> thinned(const std::vector<double>& values, std::size_t first, std::size_t step) {
+  std::vector<double> thin;
+  for (std::size_t index = first; index < values.size(); index += step) thin.push_back(values[index]);
+  return thin;
+}
+
+Ratio ratio_of(const std::vector<double>& numerators, const std::vector<double>& denominators) {
+  constexpr std::size_t most_parts = 5;
+  const auto ratio = [&](std::size_t first, std::size_t step) {
+    return undisturbed(thinned(numerators, first, step)) / undisturbed(thinned(denominators, first, step));
+  };
+  const std::size_t parts = std::min(most_parts, numerators.size());
+  Ratio result{ratio(0, 1), ratio(0, parts), ratio(0, parts)};
+  for (std::size_t part = 1; part < parts; ++part) {
+    result.low = std::min(result.low, ratio(part, parts));
+    result.high = std::max(result.high, ratio(part, parts));
+  }
+  return result;
+}
+
+// Prints the times in microseconds, the ratio with the range of its parts, the control's ratio and the
+// verdict. Returns the line for the table.
+ResultRow print_line(ResultRow row, const ThreeSets& sets, const Ratio& ratio) {
+  row.control = ratio_of(sets[minimal], sets[control]).value;
+  row.ratio = ratio.value;
+  row.ours = with_unit(undisturbed(sets[service]), 2, "us");
+  row.peer = with_unit(undisturbed(sets[minimal]), 2, "us");
   std::printf("%-30s %9.2f %9.2f %9.2f   %.3f (%.3f to %.3f)   %17.3f  %s\n", row.name.c_str(),
-              spread_of(sets[service]).median, spread_of(sets[minimal]).median,
-              spread_of(sets[control]).median, ratio.median, ratio.low, ratio.high, *row.control,
-              verdict_of(row).c_str());
+              undisturbed(sets[service]), undisturbed(sets[minimal]), undisturbed(sets[control]), ratio.value,
+              ratio.low, ratio.high, *row.control, verdict_of(row).c_str());
   return row;
 }
 
@@ -289,7 +310,7 @@ void print_speed(const Plan& plan, const std::vector<Row>& rows, bool is_process
     const ThreeSets& measured = is_processor_time ? row.processor_us : row.wall_us;
     ResultRow line{"requests, " + plan.launcher.system_name(), std::string(row.name), {}, {}};
     if (row.has_aim) line.aim = aim;
-    line = print_line(line, measured, spread_of_ratios(measured[minimal], measured[service]));
+    line = print_line(line, measured, ratio_of(measured[minimal], measured[service]));
     if (!is_processor_time) add_result_row(line);
   }
 }
@@ -298,7 +319,7 @@ void print_start(const Plan& plan, const ThreeSets& start_us) {
   print_header("first byte after exec, us", "service / minimal");
   ResultRow line{"start, " + plan.launcher.system_name(), "first byte after exec", {}, {}};
   if (!plan.launcher.is_wine()) line.aim = start_aim;
-  add_result_row(print_line(line, start_us, spread_of_ratios(start_us[service], start_us[minimal])));
+  add_result_row(print_line(line, start_us, ratio_of(start_us[service], start_us[minimal])));
 }
 
 void print_peak(long peak) {
@@ -349,8 +370,8 @@ int compare(Plan plan) {
                                {"2.5 KB"},   {"2.5 KB, to a browser"},
                                {"20 KB"},    {"the status document", false}};
   static const Field field(plan, web_root, rows);
-  std::printf("%zu rounds of queues of %zu and %zu requests, %zu starts. %s\n", plan.rounds, plan.connections,
-              plan.connections / 2, plan.starts, processors.c_str());
+  std::printf("%zu rounds of queues of %zu requests, %zu starts. %s\n", plan.rounds, plan.connections,
+              plan.starts, processors.c_str());
   measure_requests(plan, rows);
   print_speed(plan, rows, false);
   print_speed(plan, rows, true);

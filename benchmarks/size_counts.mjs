@@ -3,7 +3,8 @@
 //
 // valgrind counts a run that makes the machine and sends a request several times, and one that only makes the machine.
 import { spawnSync } from "node:child_process";
-import fs from "node:fs";
+
+import { addResultRow } from "./result_rows.mjs";
 
 const [program] = process.argv.slice(2);
 const requests = {
@@ -33,7 +34,6 @@ function count(scale, request) {
 
 const scales = [0.25, 1];
 const makings = scales.map((scale) => count(scale, "none").instructions);
-const rowsFile = process.env.VELMORA_BENCH_ROWS;
 for (const [request, name] of Object.entries(requests)) {
   const [quarter, full] = scales.map((scale, index) => {
     const { instructions, elements, sent } = count(scale, request);
@@ -43,15 +43,13 @@ for (const [request, name] of Object.entries(requests)) {
   console.log(
     `${name}: ${full.toFixed(0)} instructions each, at a quarter ${quarter.toFixed(0)}: ${ratio.toFixed(3)}`,
   );
-  const verdict = ratio <= aim ? "met" : "missed";
-  const ours = `${full.toFixed(0)} instr.`;
-  const cells = [
-    "size, instructions",
-    `${name}, each`,
-    ours,
-    `${quarter.toFixed(0)} instr.`,
-    ratio.toFixed(3),
-    "-",
-  ];
-  if (rowsFile) fs.appendFileSync(rowsFile, `${[...cells, `<= ${aim.toFixed(2)}`, verdict].join("\t")}\n`);
+  addResultRow({
+    part: "size, instructions",
+    name: `${name}, each`,
+    ours: `${full.toFixed(0)} instr.`,
+    peer: `${quarter.toFixed(0)} instr.`,
+    ratio: ratio.toFixed(3),
+    aim: `<= ${aim.toFixed(2)}`,
+    isMet: ratio <= aim,
+  });
 }

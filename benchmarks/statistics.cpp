@@ -5,12 +5,23 @@
 
 namespace velmora::bench {
 
+namespace {
+
+// Returns the value below which this part of the sorted values lies.
+double quantile(const std::vector<double>& sorted, double part) {
+  return sorted[static_cast<std::size_t>(part * static_cast<double>(sorted.size() - 1) + 0.5)];
+}
+
+}  // namespace
+
 Spread spread_of(std::vector<double> values) {
   std::sort(values.begin(), values.end());
-  const auto at = [&](double part) {
-    return values[static_cast<std::size_t>(part * static_cast<double>(values.size() - 1) + 0.5)];
-  };
-  return {at(0.5), at(0.25), at(0.75)};
+  return {quantile(values, 0.5), quantile(values, 0.25), quantile(values, 0.75)};
+}
+
+double undisturbed(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return quantile(values, 0.1);
 }
 
 Spread spread_of_ratios(const std::vector<double>& numerators, const std::vector<double>& denominators) {

@@ -1,4 +1,4 @@
-// Medians of measurements.
+// Medians and undisturbed values of measurements.
 #pragma once
 
 #include <vector>
@@ -18,5 +18,10 @@ struct Spread {
 // by side, so that a common slowdown cancels out.
 [[nodiscard]] Spread spread_of_ratios(const std::vector<double>& numerators,
                                       const std::vector<double>& denominators);
+
+// The lower decile: about the time of a turn in which nothing else used the processor. Whatever disturbs a
+// turn only adds time. On a virtual machine whose host takes processors away it disturbs many turns, so that
+// a median says little. `values` must not be empty.
+[[nodiscard]] double undisturbed(std::vector<double> values);
 
 }  // namespace velmora::bench
