@@ -10,7 +10,8 @@ if(WIN32)
   target_link_options(velmora_options INTERFACE
     -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 elseif(NOT VELMORA_SANITIZE)
-  target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++ -Wl,--as-needed)
+  # The C++ library comes in sections: what nothing uses stays out.
+  target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++ -Wl,--as-needed -Wl,--gc-sections)
 endif()
 
 set(VELMORA_SANITIZE "" CACHE STRING "Sanitizers for everything that is built, as -fsanitize= takes them")

@@ -73,9 +73,15 @@ bool name_leads_to(const std::string& name, const Descriptor& descriptor) {
   return held.st_dev == named.st_dev && held.st_ino == named.st_ino;
 }
 
-bool is_sized(const Descriptor& descriptor) {
+// Whether nobody has removed the object since it was opened or created.
+bool is_named(const Descriptor& descriptor) {
   struct stat held {};
-  return fstat(descriptor.native(), &held) == 0 && held.st_size > 0;
+  return fstat(descriptor.native(), &held) == 0 && held.st_nlink > 0;
+}
+
+bool is_named_and_sized(const Descriptor& descriptor) {
+  struct stat held {};
+  return fstat(descriptor.native(), &held) == 0 && held.st_nlink > 0 && held.st_size > 0;
 }
 
 // Requires the exclusive lock on `descriptor`. Does nothing if the name now leads to another object.
@@ -107,7 +113,7 @@ Attempt try_open(const std::string& name, SharedMapping& out, std::uint32_t& err
     sleep_ms(round_pause_ms);
     return Attempt::again;
   }
-  if (!name_leads_to(name, descriptor) || !is_sized(descriptor)) return Attempt::again;
+  if (!is_named_and_sized(descriptor)) return Attempt::again;
   out = hold(std::move(descriptor), name);
   return Attempt::done;
 }
@@ -120,13 +126,13 @@ Attempt try_create(const std::string& name, std::size_t size, SharedMapping& out
     error = win32_from_errno(errno);
     return Attempt::failed;
   }
-  if (!lock_at_once(descriptor, LOCK_EX) || !name_leads_to(name, descriptor)) return Attempt::again;
+  if (!lock_at_once(descriptor, LOCK_EX) || !is_named(descriptor)) return Attempt::again;
   if (const int failure = posix_fallocate(descriptor.native(), 0, static_cast<off_t>(size)); failure != 0) {
     error = win32_from_errno(failure);
     static_cast<void>(remove_locked(name, descriptor));
     return Attempt::failed;
   }
-  if (!lock_at_once(descriptor, LOCK_SH) || !name_leads_to(name, descriptor)) return Attempt::again;
+  if (!lock_at_once(descriptor, LOCK_SH) || !is_named(descriptor)) return Attempt::again;
   out = hold(std::move(descriptor), name);
   return Attempt::done;
 }
