@@ -153,7 +153,7 @@ const shown = (value, digits = 0) =>
  * @param {string} name @param {number} value @param {number | undefined} aim @param {number} [digits]
  */
 function verdict(name, value, aim, digits = 0) {
-  const row = { part: "instructions, Linux", name, ours: shown(value, digits), ratio: "-" };
+  const row = { part: "instructions, Linux", name, ours: shown(value, digits), ratio: shown(value, digits) };
   if (aim === undefined) {
     addResultRow(row);
     return "none";

@@ -73,7 +73,7 @@ struct Plan {
   std::string loop_path;
   std::size_t rounds = 401;
   std::size_t connections = 100;
-  std::size_t starts = 101;
+  std::size_t starts = 201;
 };
 
 // Index into everything that is measured three times.

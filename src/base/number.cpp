@@ -57,7 +57,7 @@ std::optional<float> read_decimal(std::string_view text) {
   return is_too_small(text) ? 0.0f : std::numeric_limits<float>::infinity();
 }
 
-// Returns 2 to the power of `exponent`, -1022..1023. std::ldexp would load libm.
+// Returns 2 to the power of `exponent`, -1022..1023. std::ldexp would need libm.
 double power_of_two(std::int64_t exponent) {
   constexpr std::int64_t exponent_bias = 1023;  // IEEE 754, binary64
   constexpr int fraction_bits = 52;
