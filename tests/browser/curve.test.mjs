@@ -616,7 +616,7 @@ test("a level above full scale is said, and one click lowers the output", limits
   const hint = page.locator("[data-clip]");
   await hint.waitFor();
   const text = await hint.locator(".hint").innerText();
-  assert.equal(text.trim(), "May clip: up to +4.5 dB above full scale.");
+  assert.equal(text.trim(), "May clip: up to 4.5 dB above full scale.");
   await button(page, "Lower output by 4.5 dB").click();
   await hint.waitFor({ state: "detached" });
   await poll("the trim", async () => {

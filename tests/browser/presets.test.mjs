@@ -578,6 +578,19 @@ test("deleting is undone with one click, and asks if the name is taken meanwhile
   await waitForChosen("Choose a preset");
 });
 
+test("on a narrow screen what an action did, and its Undo, stay in sight", limits, async (t) => {
+  const { page, own, more, choose } = await openPresets(t, { Evening: contentsOf({ 3: 2 }) });
+  await page.setViewportSize({ width: 360, height: 640 });
+  await own("Evening");
+  await more.scrollIntoViewIfNeeded();
+  await page.evaluate(() => document.querySelector(".more")?.scrollIntoView({ block: "center" }));
+  await choose("delete");
+  await waitForMessage(page, "Deleted.");
+  const box = await page.getByRole("button", { name: "Undo" }).last().boundingBox();
+  assert(box !== null && box.y >= 0 && box.y + box.height <= 640, JSON.stringify(box));
+  assert((await page.evaluate(() => window.scrollY)) > 0);
+});
+
 test("only a preset that cannot be read is asked about before it is deleted", limits, async (t) => {
   const opened = await openPresets(t, { bass: contentsOf({ 0: 3 }) });
   await opened.own("bass");

@@ -27,26 +27,37 @@ const setting = (bypass = true, bands = {}) => ({
 });
 
 test("fields take numbers with points, commas and units", () => {
-  const rows = /** @type {[string, number | undefined][]} */ ([
-    ["90", 90],
-    [" 90 Hz ", 90],
-    ["1.5k", 1500],
-    ["1,5 kHz", 1500],
-    ["+4.5 dB", 4.5],
-    ["-3,27", -3.27],
-    ["−3 dB", -3],
-    [".5", 0.5],
-    ["5.", 5],
-    ["20 ms", 20],
-    ["", undefined],
-    ["-", undefined],
-    ["abc", undefined],
-    ["1e3", undefined],
-    ["1.2.3", undefined],
-    ["5 bananas", undefined],
-    ["NaN", undefined],
+  const rows = /** @type {[string, string, number | undefined][]} */ ([
+    ["90", "1000 Hz", 90],
+    [" 90 Hz ", "1000 Hz", 90],
+    ["1.5k", "1000 Hz", 1500],
+    ["1,5 kHz", "1000 Hz", 1500],
+    ["1,50", "1000 Hz", 1.5],
+    ["0,125", "1", 0.125],
+    ["1000,125", "1000 Hz", 1000.125],
+    ["+4.5 dB", "0 dB", 4.5],
+    ["-3,27", "0 dB", -3.27],
+    ["−3 DB", "0 dB", -3],
+    [".5", "1", 0.5],
+    ["5.", "1", 5],
+    ["20 ms", "30 ms", 20],
+    ["30 s", "20 s", 30],
+    ["", "1", undefined],
+    ["-", "1", undefined],
+    ["abc", "1", undefined],
+    ["1e3", "1000 Hz", undefined],
+    ["1.2.3", "1", undefined],
+    ["5 bananas", "1", undefined],
+    ["NaN", "1", undefined],
+    ["20,000", "1000 Hz", undefined],
+    ["1,250 Hz", "1000 Hz", undefined],
+    ["500 ms", "1000 Hz", undefined],
+    ["30 s", "20 ms", undefined],
+    ["2 Hz", "1", undefined],
   ]);
-  for (const [text, value] of rows) assert.equal(parseField(text), value, JSON.stringify(text));
+  for (const [text, shown, value] of rows) {
+    assert.equal(parseField(text, shown), value, JSON.stringify([text, shown]));
+  }
 });
 
 test("fields show the digits that the record keeps", () => {

@@ -88,7 +88,7 @@ export function Slider({ label, name, value, format, onInput, disabled = false }
  * value and sends nothing.
  *
  * @param {{label: string, value: number | undefined, minimum: number, maximum: number,
- *   format: (value: number) => string, parse: (text: string) => number | undefined,
+ *   format: (value: number) => string, parse: (text: string, shown: string) => number | undefined,
  *   onChange: (value: number) => void, name?: string, ariaLabel?: string, describedBy?: string,
  *   disabled?: boolean}} props
  */
@@ -108,7 +108,7 @@ export function NumberField({
   const [draft, setDraft] = useState(/** @type {string | null} */ (null));
   const shown = value === undefined ? "" : format(value);
   const commit = () => {
-    const parsed = draft === null ? undefined : parse(draft);
+    const parsed = draft === null ? undefined : parse(draft, shown);
     setDraft(null);
     if (draft === shown || parsed === undefined || parsed < minimum || parsed > maximum) return;
     onChange(parsed);

@@ -243,17 +243,23 @@ export const decibelField = (value) => `${value > 0 ? "+" : ""}${digits(value)} 
 /** @param {number} value */
 export const millisecondField = (value) => `${digits(value)} ms`;
 
-const number = /^\s*([+\-−]?)\s*(\d+(?:[.,]\d*)?|[.,]\d+)\s*(k?)\s*(?:hz|db|ms|s|%)?\s*$/iu;
+const number = /^\s*([+\-−]?)\s*(\d+(?:[.,]\d*)?|[.,]\d+)\s*(k?)\s*(hz|db|ms|s|%)?\s*$/iu;
+const unitAtEnd = /(hz|db|ms|s|%)$/iu;
+
+/** Some write twenty thousand like this, and others twenty: which one is meant cannot be told. */
+const ambiguousComma = /^[1-9]\d{0,2},\d{3}$/u;
 
 /**
  * Reads what a person typed: a number, with a point or a comma, perhaps with its unit, and "k" for thousands.
  *
  * @param {string} text
- * @returns {number | undefined}
+ * @param {string} shown the field's last value with its unit, the only one that the text may have
+ * @returns {number | undefined} undefined for what is no number, ambiguous, or of another unit
  */
-export function parseField(text) {
-  const [whole, sign = "", amount = "", thousands = ""] = number.exec(text) ?? [];
-  if (whole === undefined) return undefined;
+export function parseField(text, shown) {
+  const [whole, sign = "", amount = "", thousands = "", unit] = number.exec(text) ?? [];
+  if (whole === undefined || ambiguousComma.test(amount)) return undefined;
+  if (unit !== undefined && unit.toLowerCase() !== unitAtEnd.exec(shown)?.[0].toLowerCase()) return undefined;
   const value = Number(amount.replace(",", ".")) * (thousands === "" ? 1 : 1000);
   return sign === "-" || sign === "−" ? -value : value;
 }

@@ -420,7 +420,7 @@ export const en = {
   "curve.readoutWithoutGain": "{frequency:hertz}, Q {q}",
   "curve.tooHigh":
     "Bands marked × are above {limit:hertz}, where this sound ends. The curve leaves them out.",
-  "curve.clip": "May clip: up to {excess:decibels} above full scale.",
+  "curve.clip": "May clip: up to {excess:decibelsPlain} above full scale.",
   "curve.lower": "Lower output by {amount:decibelsPlain}",
   "curve.which": "Band",
   "curve.optionUnused": "Band {number}, not in use",
@@ -553,8 +553,8 @@ export const en = {
   "import.note.fewerBands": "The text has {total} of 15 bands. The others stay flat.",
   "import.note.noBypass": "The text does not say whether the equalizer is on. It is on.",
   "import.note.noFade": "The text has no fade time. It is 20 ms.",
-  "import.note.rounded": "{count} values are rounded to the digits that the equalizer keeps.",
-  "import.note.bandwidth": "{count} filters give a bandwidth. It is converted to Q.",
+  "import.note.rounded": "Values rounded to the digits that the equalizer keeps: {count}.",
+  "import.note.bandwidth": "Filters with a bandwidth, which is converted to Q: {count}.",
   "import.note.scoped":
     "Some lines limit filters to a device, channel or condition. Here the filters apply to all channels.",
   "import.note.filtersNotGraphic": "The text has filters and a GraphicEQ line. The filters are used.",

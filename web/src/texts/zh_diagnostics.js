@@ -42,11 +42,11 @@ export const diagnostics = {
   "diagnostics.format.output": "输出：{rate} Hz，{channels} 声道，使用 {container} 位中的 {valid} 位",
   "diagnostics.format.none.input": "输入：无格式",
   "diagnostics.format.none.output": "输出：无格式",
-  "diagnostics.accountNote": "报告中不包含账户信息。",
+  "diagnostics.accountNote": "报告中不包含账号信息。",
   "report.title": "报告",
   "report.preview": "将复制以下内容：",
   "report.note":
-    "其中包含设备名称，不包含账户、密码和本页地址。程序和预设的名称不在其中，用户文件夹内的路径已截去。",
+    "其中包含设备名称，不包含账号、密码和本页地址。程序和预设的名称不在其中，用户文件夹内的路径已截去。",
   "report.copy": "复制",
   "report.copied": "已复制。请粘贴到您反馈问题的地方。",
   "report.byHand": "浏览器不允许复制。文本已选中，请按 Ctrl+C 复制。",
@@ -75,7 +75,7 @@ export const diagnostics = {
   "diagnostics.group.engine": "Windows 音频引擎",
   "diagnostics.group.chain": "所选设备的音效链",
   "diagnostics.group.other": "本页尚无名称的项",
-  "diagnostics.group.account": "账户",
+  "diagnostics.group.account": "账号",
 
   "value.render.available": "可读取音量",
   "value.render.volume": "音量",
@@ -186,7 +186,7 @@ export const diagnostics = {
   "value.apo_binding.error_code": "读取音效链的结果",
   "value.apo_binding.chain": "链中的音效（按顺序）",
 
-  "value.session.account": "账户",
+  "value.session.account": "账号",
   "value.session.signed_in": "已登录",
   "value.session.usage_seconds": "登录后的使用时长",
   "value.session.signed_in_unix": "登录时间",
