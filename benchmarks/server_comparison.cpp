@@ -82,7 +82,7 @@ enum Contestant : std::size_t { service, minimal, control, contestants };
 // What each contestant took for one request or start, in microseconds, by round.
 using ThreeSets = std::array<std::vector<double>, contestants>;
 
-// A ratio, and the lowest and highest of those of parts of the rounds.
+// A ratio over all rounds, and the lowest and the highest over a fifth of them.
 struct Ratio {
   double value;
   double low;

@@ -10,7 +10,7 @@ if(WIN32)
   target_link_options(velmora_options INTERFACE
     -static -static-libgcc -static-libstdc++ -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat)
 elseif(NOT VELMORA_SANITIZE)
-  # The C++ library comes in sections: what nothing uses stays out.
+  # --gc-sections leaves out the parts of the C++ library that nothing uses.
   target_link_options(velmora_options INTERFACE -static-libgcc -static-libstdc++ -Wl,--as-needed -Wl,--gc-sections)
 endif()
 

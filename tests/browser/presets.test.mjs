@@ -578,7 +578,7 @@ test("deleting is undone with one click, and asks if the name is taken meanwhile
   await waitForChosen("Choose a preset");
 });
 
-test("on a narrow screen what an action did, and its Undo, stay in sight", limits, async (t) => {
+test("on a narrow screen the result of an action and its Undo stay in view", limits, async (t) => {
   const { page, own, more, choose } = await openPresets(t, { Evening: contentsOf({ 3: 2 }) });
   await page.setViewportSize({ width: 360, height: 640 });
   await own("Evening");

@@ -15,9 +15,9 @@ constexpr int system_backlog = 0x7fffffff;
 
 SOCKET socket_of(const Socket& socket) { return socket.native(); }
 
-// Winsock sockets are inheritable by default; ours must not be. If this fails, the socket still works. Both
-// flags are named, although the other one is clear anyway: otherwise the call first asks the system for the
-// one that it keeps.
+// Winsock sockets are inheritable by default; ours must not be. If this fails, the socket still works. The
+// other flag is clear already. Naming it too saves time under Wine, which otherwise reads it first to keep
+// it.
 Socket own(SOCKET socket) {
   SetHandleInformation(handle_of(socket), HANDLE_FLAG_INHERIT | HANDLE_FLAG_PROTECT_FROM_CLOSE, 0);
   return Socket(socket);

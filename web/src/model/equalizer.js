@@ -246,15 +246,15 @@ export const millisecondField = (value) => `${digits(value)} ms`;
 const number = /^\s*([+\-−]?)\s*(\d+(?:[.,]\d*)?|[.,]\d+)\s*(k?)\s*(hz|db|ms|s|%)?\s*$/iu;
 const unitAtEnd = /(hz|db|ms|s|%)$/iu;
 
-/** Some write twenty thousand like this, and others twenty: which one is meant cannot be told. */
+/** A comma before three digits may separate thousands or decimals, so the number is ambiguous. */
 const ambiguousComma = /^[1-9]\d{0,2},\d{3}$/u;
 
 /**
  * Reads what a person typed: a number, with a point or a comma, perhaps with its unit, and "k" for thousands.
  *
  * @param {string} text
- * @param {string} shown the field's last value with its unit, the only one that the text may have
- * @returns {number | undefined} undefined for what is no number, ambiguous, or of another unit
+ * @param {string} shown the field's last value with its unit; the text may have no other unit
+ * @returns {number | undefined} undefined if the text is not a number, is ambiguous, or has another unit
  */
 export function parseField(text, shown) {
   const [whole, sign = "", amount = "", thousands = "", unit] = number.exec(text) ?? [];

@@ -554,7 +554,7 @@ export const en = {
   "import.note.noBypass": "The text does not say whether the equalizer is on. It is on.",
   "import.note.noFade": "The text has no fade time. It is 20 ms.",
   "import.note.rounded": "Values rounded to the digits that the equalizer keeps: {count}.",
-  "import.note.bandwidth": "Filters with a bandwidth, which is converted to Q: {count}.",
+  "import.note.bandwidth": "Filters whose bandwidth is converted to Q: {count}.",
   "import.note.scoped":
     "Some lines limit filters to a device, channel or condition. Here the filters apply to all channels.",
   "import.note.filtersNotGraphic": "The text has filters and a GraphicEQ line. The filters are used.",
