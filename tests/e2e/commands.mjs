@@ -11,14 +11,13 @@ import {
   freePort,
   isNative,
   isWine,
-  launch,
+  launchUntil,
   makeDirectory,
   makeWebRoot,
   programPathText,
   run,
   Service,
   startEffect,
-  startLimitMs,
   uniqueMappingName,
 } from "./harness.mjs";
 
@@ -112,11 +111,19 @@ export async function startCommand(t, home, options = {}) {
   const args = ["start", ...(inWindow ? ["--window"] : []), "--control-map", mapping];
   if (port !== null) args.push("--port", String(port));
   if (webRoot !== null) args.push("--web-root", programPathText(webRoot));
-  const given = { env: { ...home.env, ...env }, withInput: inWindow, wrapper };
-  const started = launch(t, program, [...args, ...more], given, Service);
-  if (answer !== undefined) started.child.stdin?.write(answer);
-  const find = () => started.output.match(bannerForm) ?? undefined;
-  const [, portText, token] = await started.until("the banner", find, startLimitMs);
+  const given = { env: { ...home.env, ...env }, withInput: inWindow, wrapper, input: answer };
+  /** @param {string} output */
+  const find = (output) => output.match(bannerForm) ?? undefined;
+  const [started, found] = await launchUntil(
+    t,
+    program,
+    [...args, ...more],
+    given,
+    "the banner",
+    find,
+    Service,
+  );
+  const [, portText, token] = found;
   return Object.assign(started, { port: Number(portText), token, mapping });
 }
 

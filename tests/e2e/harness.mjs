@@ -25,6 +25,7 @@ import { AccountService, jsonReply } from "../programs/account/service.mjs";
  * @property {boolean} [ofSystem] it is a program of this system, whatever the target
  * @property {string[]} [wrapper] a command of this system that starts the one behind it
  * @property {boolean} [withInput] standard input is `child.stdin`, else there is none
+ * @property {string} [input] what comes first there
  * @typedef {object} OwnServiceOptions
  * @property {string} [program] which copy of the service; by default the one that can make its mapping by itself
  * @property {string | null} [token] null: the service makes one
@@ -59,7 +60,7 @@ export const buildDirectory = path.resolve(process.env.VELMORA_BUILD ?? "build/n
 const programSuffix = isWine ? ".exe" : "";
 
 // A loaded machine and a sanitizer are slow; a program that hangs is slower still.
-export const startLimitMs = 30_000;
+export const startLimitMs = 60_000;
 export const waitLimitMs = 15_000;
 const pollIntervalMs = 20;
 
@@ -299,7 +300,7 @@ function environmentWith(more) {
 // A started program, its output so far, and its end.
 export class Program {
   /** @param {string} file @param {string[]} args @param {ProgramOptions} options */
-  constructor(file, args, { env = {}, cwd, ofSystem = false, wrapper = [], withInput = false } = {}) {
+  constructor(file, args, { env = {}, cwd, ofSystem = false, wrapper = [], withInput = false, input } = {}) {
     const command = [...wrapper, ...(isWine && !ofSystem ? ["wine"] : []), file, ...args];
     const environment = environmentWith(env);
     this.name = `${path.basename(file)} ${args.join(" ")}`;
@@ -330,6 +331,7 @@ export class Program {
     this.exited.catch(() => {});
     this.collect(/** @type {Socket} */ (this.child.stdout), "output");
     this.collect(/** @type {Socket} */ (this.child.stderr), "errors");
+    if (input !== undefined) this.child.stdin?.write(input);
     this.child.unref();
   }
 
@@ -429,6 +431,8 @@ export function launch(t, file, args, options, kind = /** @type {ProgramClass<an
 // a busy machine: those of its starter, and those of a process that lost its server. Nothing of the program has run.
 const neverBegan = "ShellExecuteEx failed: Internal error.";
 const lostServer = "wine client error:";
+// The same, when it is the service that our command line starts (ERROR_INTERNAL_ERROR, winerror.h).
+const serviceNeverBegan = "cannot be started (error 1359)";
 // Once in some two thousand starts on a busy machine, Wine's loader ends with this code and writes nothing. No program of
 // ours ends with it in silence. One that did would do so at each of the starts, and the last result counts.
 const codeOfSilentLoader = 1;
@@ -439,7 +443,8 @@ function hasFailedInWine({ end, output, errors }) {
   if (!isWine || end === undefined || end.code === 0) return false;
   const isSilent = output === "" && errors === "";
   if (isSilent) return end.code === codeOfSilentLoader;
-  return (output + errors).includes(neverBegan) || (output === "" && errors.includes(lostServer));
+  if ([neverBegan, serviceNeverBegan].some((words) => (output + errors).includes(words))) return true;
+  return output === "" && errors.includes(lostServer);
 }
 
 // Runs a program to its end. `errors` and `output` are bytes.
@@ -455,7 +460,7 @@ export async function run(t, file, args, options) {
 
 // Starts a program and waits until `look` finds what it wants in the output. Gives the program and what was found.
 /** @template F @template {Program} [T=Program] @param {Scope} t @param {string} file @param {string[]} args @param {ProgramOptions} options @param {string} what @param {(output: string) => F | undefined} look @param {ProgramClass<T>} [kind] @returns {Promise<[T, F]>} */
-async function launchUntil(t, file, args, options, what, look, kind) {
+export async function launchUntil(t, file, args, options, what, look, kind) {
   for (let start = 1; ; ++start) {
     const program = launch(t, file, args, options, kind);
     try {

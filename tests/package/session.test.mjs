@@ -28,7 +28,8 @@ process.env.WINEPREFIX = makeDirectory("prefix");
 process.env.WINEDLLOVERRIDES = "mscoree,mshtml=";
 process.env.DISPLAY = "";
 process.env.LC_ALL = "C.UTF-8"; // Wine writes file names in the locale's encoding
-const { launch, listen, poll, run, startEffect, uniqueMappingName } = await import("../e2e/harness.mjs");
+const { launch, launchUntil, listen, poll, run, startEffect, uniqueMappingName } =
+  await import("../e2e/harness.mjs");
 
 /** @typedef {import("../e2e/harness.mjs").Scope} Scope */
 /** @typedef {import("../e2e/harness.mjs").Program} Program */
@@ -65,15 +66,12 @@ const runHere = (t, command, env = {}) => run(t, "cmd", ["/c", ...command], { cw
  * @param {Scope} t @param {string[]} [options]
  */
 async function start(t, options = []) {
-  const program = launch(t, "cmd", ["/c", ".\\start.cmd", ...options], { cwd: home });
-  const [, port, token] = await program.until(
-    "the banner",
-    () =>
-      /^ {2}Open: http:\/\/127\.0\.0\.1:(\d+)\/\?token=(\S+)\r?\n(?:.*\n)*? {2}Press Ctrl\+C to stop\.\r?\n/m.exec(
-        program.output,
-      ) ?? undefined,
-    startMs,
-  );
+  const banner =
+    /^ {2}Open: http:\/\/127\.0\.0\.1:(\d+)\/\?token=(\S+)\r?\n(?:.*\n)*? {2}Press Ctrl\+C to stop\.\r?\n/m;
+  const command = ["/c", ".\\start.cmd", ...options];
+  const find = (output) => banner.exec(output) ?? undefined;
+  const [program, found] = await launchUntil(t, "cmd", command, { cwd: home }, "the banner", find);
+  const [, port, token] = found;
   return { program, port: Number(port), token, address: `http://127.0.0.1:${port}` };
 }
 

@@ -50,7 +50,7 @@ class ChildProcessContract : public surroundings::Arranged {
 
   ChildProcess start(const std::vector<std::string>& arguments) const {
     ChildProcess child;
-    EXPECT_EQ(start_child(program_, arguments, child), 0u);
+    EXPECT_EQ(surroundings::start_reliably(program_, arguments, child), 0u);
     EXPECT_TRUE(child.is_open());
     return child;
   }

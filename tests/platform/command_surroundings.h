@@ -6,13 +6,27 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "platform/child_process.h"
 #include "platform/owner.h"
 
 namespace velmora::surroundings {
 
 // The path of that program. Children can be started after this call.
 [[nodiscard]] std::string set_up_children();
+
+// start_child. On a busy machine Wine fails about one start in two thousand with ERROR_INTERNAL_ERROR
+// (winerror.h), which nothing else gives; those are started again.
+[[nodiscard]] inline std::uint32_t start_reliably(const std::string& program,
+                                                  const std::vector<std::string>& arguments,
+                                                  velmora::ChildProcess& out) {
+  constexpr std::uint32_t error_internal = 1359;
+  std::uint32_t error = error_internal;
+  for (int starts = 0; starts < 3 && error == error_internal; ++starts)
+    error = start_child(program, arguments, out);
+  return error;
+}
 
 // The exit code of a process that end_child has ended.
 [[nodiscard]] std::uint32_t exit_code_of_ended();

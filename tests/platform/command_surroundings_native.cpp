@@ -21,7 +21,7 @@ void HolderKind::release(Native native) noexcept {
 
 Holder hold_elsewhere_file(const std::string& path, const std::string& bytes) {
   auto* child = new velmora::ChildProcess;
-  EXPECT_EQ(velmora::start_child(set_up_children(), {"hold", path, bytes}, *child), 0u);
+  EXPECT_EQ(start_reliably(set_up_children(), {"hold", path, bytes}, *child), 0u);
   EXPECT_EQ(wait_for_child(*child, 20'000).bytes, "ready\n");
   return Holder(reinterpret_cast<Holder::Native>(child));
 }

@@ -19,7 +19,7 @@ class NativeChildProcess : public surroundings::Arranged {
  protected:
   static ChildProcess start(const std::vector<std::string>& arguments) {
     ChildProcess child;
-    EXPECT_EQ(start_child(surroundings::set_up_children(), arguments, child), 0u);
+    EXPECT_EQ(surroundings::start_reliably(surroundings::set_up_children(), arguments, child), 0u);
     return child;
   }
 };

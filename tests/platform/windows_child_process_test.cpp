@@ -21,12 +21,14 @@ TEST_F(WindowsChildProcess, CanBeInterruptedEvenIfThisProcessIgnoresIt) {
   const std::string program = surroundings::set_up_children();
   ASSERT_TRUE(SetConsoleCtrlHandler(nullptr, TRUE));
   ChildProcess child;
-  const std::uint32_t error = start_child(program, {"wait"}, child);
+  const std::uint32_t error = surroundings::start_reliably(program, {"wait"}, child);
   SetConsoleCtrlHandler(nullptr, FALSE);
   ASSERT_EQ(error, 0u);
   ASSERT_EQ(wait_for_child(child, long_enough_ms).bytes, "ready\n");
   ChildProcess helper;
-  ASSERT_EQ(start_child(program, {"interrupt", std::to_string(child_process_id(child))}, helper), 0u);
+  ASSERT_EQ(
+      surroundings::start_reliably(program, {"interrupt", std::to_string(child_process_id(child))}, helper),
+      0u);
   const ChildEvent done = wait_for_child(helper, long_enough_ms);
   EXPECT_EQ(done.kind, ChildEvent::Kind::ended);
   EXPECT_EQ(done.exit_code, 0u);

@@ -21,7 +21,7 @@ class WindowsConsoleWindow : public surroundings::Arranged {};
 // In the console of a child, because a test run need not have one.
 TEST_F(WindowsConsoleWindow, HasItsTitle) {
   velmora::ChildProcess child;
-  ASSERT_EQ(velmora::start_child(surroundings::set_up_children(), {"stay"}, child), 0u);
+  ASSERT_EQ(surroundings::start_reliably(surroundings::set_up_children(), {"stay"}, child), 0u);
   ASSERT_EQ(wait_for_child(child, 20'000).bytes, "ready\n");
   FreeConsole();
   ASSERT_TRUE(AttachConsole(child_process_id(child)));
