@@ -385,7 +385,7 @@ test("./run does what README.md says", limits, async (t) => {
 
   await t.test("its first line is the command that moves the sound", () => {
     const [, move] = /^Sound: (.+) none\|default\|DEVICE\n/.exec(run.output) ?? assert.fail(run.output);
-    const rows = tableRows(sectionOf(readme, "## The two commands"));
+    const rows = tableRows(sectionOf(readme, "## The commands"));
     const documented = rows.flatMap(([option]) => /`--play (\w+)`/.exec(option)?.[1] ?? []);
     assert.deepEqual(documented, ["none", "DEVICE", "default"]);
     // The effect applies something while sound plays on its device, which is the default one.
@@ -521,7 +521,7 @@ test("each table of exit codes is that of its program", () => {
 });
 
 test("the table of ./run has the options of ./run", () => {
-  const documented = firstCells("## The two commands", /^`(--[a-z-]+)[^`]*`$/).map(({ found }) => found);
+  const documented = firstCells("## The commands", /^`(--[a-z-]+)[^`]*`$/).map(({ found }) => found);
   const own = optionsOf("run");
   assert.ok(own.length > 0);
   assert.deepEqual([...new Set(documented)].sort(), own.sort());
