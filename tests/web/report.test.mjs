@@ -6,7 +6,7 @@ import { groupKinds } from "../../web/src/model/diagnostics.js";
 import { emptyMemory } from "../../web/src/model/memory.js";
 import { knownServiceTexts } from "../../web/src/model/service_texts.js";
 import { cutPaths, reportText } from "../../web/src/model/report.js";
-import { saySentence } from "../../web/src/texts/index.js";
+import { say, saySentence, tables } from "../../web/src/texts/index.js";
 import { afterChange, answering, collected, collectedNames, judge, now, seenFor } from "./states.mjs";
 
 const languages = /** @type {const} */ (["en", "zh"]);
@@ -60,6 +60,22 @@ test("the report has the verdict, the versions, the devices and every value once
         name,
       );
     }
+  }
+});
+
+test("where programs are named, the report has the sentence without them", () => {
+  const state = collected("notAdded");
+  state.devices.render[0].sessions = ["C:\\Program Files\\player.exe"];
+  assert.equal(judge(state).found.detail.key, "detail.notAdded.programs");
+  for (const language of languages) {
+    const lines = reportOf(state, { language }).split("\n");
+    assert.ok(lines.includes(say(language, "detail.notAdded")), language);
+    assert.ok(!lines.some((line) => line.includes("player")), language);
+  }
+  const lists = Object.keys(tables.en).filter((key) => tables.en[key].includes(":list}"));
+  for (const key of lists.filter((one) => /^(?:verdict|detail|reason|check|evidence)\./.test(one))) {
+    assert.match(key, /\.programs$/);
+    assert.ok(Object.hasOwn(tables.en, key.replace(".programs", "")), key);
   }
 });
 

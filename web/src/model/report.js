@@ -164,7 +164,7 @@ function cleaner(secrets, say) {
       what,
       sentenceValue(isOwn ? "" : what, value),
     ]);
-    return { key, values: Object.fromEntries(shown) };
+    return { key: withoutPrograms(key), values: Object.fromEntries(shown) };
   }
 
   /**
@@ -187,6 +187,9 @@ function cleaner(secrets, say) {
 }
 
 /** @typedef {ReturnType<typeof cleaner>} Cleaner */
+
+/** Names of programs are not in a report, so a text that lists them has another one without the list. */
+const withoutPrograms = (/** @type {string} */ key) => key.replace(/\.programs$/, "");
 
 /** A text of the machine stays on its line. */
 const oneLine = (/** @type {string} */ text) => text.replace(/[\p{Cc}\u2028\u2029]+/gu, " ");
