@@ -70,6 +70,20 @@ test("every text of a reason, a note and an error is in the tables, and the corp
   );
 });
 
+test("filters and bands that find no place are counted so that the totals agree", () => {
+  const filters = Array.from({ length: 20 }, (_, index) => {
+    const state = [2, 7, 19].includes(index) ? "OFF" : "ON";
+    return `Filter ${index + 1}: ${state} PK Fc ${100 + index} Hz Gain 1 dB Q 1`;
+  });
+  const { taken, total, dropped, notes } = read(filters.join("\n"));
+  assert.deepEqual([taken, total, dropped.length], [15, 20, 5]);
+  assert.deepEqual(notes, [{ key: "import.note.surplus", values: { count: 2 } }]);
+  const bands = Array.from({ length: 17 }, () => ({ type: 0, freq_hz: 100, gain_db: 1, q: 1 }));
+  const json = read(JSON.stringify({ bypass: false, fade_ms: 20, bands }));
+  assert.deepEqual([json.taken, json.total], [15, 17]);
+  assert.deepEqual(json.notes, [{ key: "import.note.surplus", values: { count: 2 } }]);
+});
+
 // ---- the values ----
 
 const bandsOf = (text) => read(text).setting?.bands ?? [];

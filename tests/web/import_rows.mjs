@@ -60,7 +60,7 @@ export const corpusRows = [
   ["field_order.txt", "parametric", 2, 2, null, "", ""],
   ["filter_16_is_bad.txt", "parametric", 15, 16, null, "16 range(frequency)", ""],
   ["filters_15.txt", "parametric", 15, 15, null, "", ""],
-  ["filters_16.txt", "parametric", 15, 16, null, "16 surplus", "firstFifteen"],
+  ["filters_16.txt", "parametric", 15, 16, null, "16 surplus", "surplus"],
   ["filters_20_some_off.txt", "parametric", 15, 20, null, "4 off, 8 off, 12 off, 16 off, 20 off", ""],
   [
     "filters_40.txt",
@@ -69,7 +69,7 @@ export const corpusRows = [
     40,
     -8,
     "17 surplus, 18 surplus, 19 surplus, 20 surplus, 21 surplus, 22 surplus, 23 surplus, 24 surplus, 25 surplus, 26 surplus, 27 surplus, 28 surplus, 29 surplus, 30 surplus, 31 surplus, 32 surplus, 33 surplus, 34 surplus, 35 surplus, 36 surplus, 37 surplus, 38 surplus, 39 surplus, 40 surplus, 41 surplus",
-    "firstFifteen",
+    "surplus",
   ],
   ["form_feed.txt", "parametric", 1, 1, null, "", ""],
   ["gbk_comment.txt", "parametric", 1, 1, null, "", ""],
@@ -217,7 +217,7 @@ export const corpusRows = [
   ],
   ["setting.json", "json", 15, 15, null, "", ""],
   ["setting_14_bands.json", "json", 14, 14, null, "", "fewerBands"],
-  ["setting_17_bands.json", "json", 15, 17, null, "17 surplus, 18 surplus", "firstFifteen"],
+  ["setting_17_bands.json", "json", 15, 17, null, "17 surplus, 18 surplus", "surplus"],
   ["setting_bad_fade.json", "json", 15, 15, null, "1 range(fade)", ""],
   [
     "setting_bad_values.json",

@@ -38,7 +38,7 @@ import { flagOf, numberOf, objectOf, textOf } from "./read.js";
  * @property {Words | null | undefined} wordsBefore at the last command
  * @property {boolean} hasAsked the page has given a command: changes of the report may come of it
  * @property {boolean} isElsewhere the report changed though this page had asked for nothing
- * @property {boolean} isResumed the page was reloaded meanwhile
+ * @property {boolean} isResumed the page was opened after the command: reloaded, or one more of them
  * @property {{received: number, total: number, startedAt: number} | null} download
  * @property {Outcome | null} outcome of the last download
  *

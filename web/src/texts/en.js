@@ -549,7 +549,7 @@ export const en = {
   "import.field.bandwidth": "Bandwidth",
   "import.field.preamp": "Preamp",
   "import.field.fade": "Fade",
-  "import.note.firstFifteen": "Of {total} filters, the first 15 are used. The equalizer has 15 bands.",
+  "import.note.surplus": "The equalizer has 15 bands, so {count} more could not be used.",
   "import.note.fewerBands": "The text has {total} of 15 bands. The others stay flat.",
   "import.note.noBypass": "The text does not say whether the equalizer is on. It is on.",
   "import.note.noFade": "The text has no fade time. It is 20 ms.",
@@ -697,9 +697,9 @@ export const en = {
   "capture.note.noReport":
     "The effect has reported nothing new since this was asked of it. If no files come, play something on a device with Velmora and record again.",
   "capture.note.resumed":
-    "This page was reloaded. It counts from the start that it kept and does not know whether another page has stopped the recording.",
+    "This page was opened after the recording started. It counts from the start that this browser kept and does not know whether another page has stopped the recording.",
   "capture.note.resumedExport":
-    "This page was reloaded and waits on. It does not know whether another page has exported since.",
+    "This page was opened after the export and keeps waiting. It does not know whether another page has exported since.",
   "capture.note.replaces": "Exporting deletes the files of the earlier export.",
   "capture.note.replacesFrom": "Exporting deletes the files exported {at:dateTime}.",
   "capture.note.kept": "The files of the earlier export stay until the next one.",

@@ -66,7 +66,7 @@ function importJson(text, root, counter) {
   const { setting, taken, total, surplus, missing, rounded, dropped } = readJsonSetting(text, root, counter);
   const isUsed = setting !== null;
   const notes = given([
-    surplus > 0 && note("firstFifteen", { total }),
+    surplus > 0 && note("surplus", { count: surplus }),
     isUsed && total < bandCount && note("fewerBands", { total }),
     ...missing.map((name) => isUsed && note(name === "bypass" ? "noBypass" : "noFade")),
     rounded > 0 && note("rounded", { count: rounded }),
@@ -120,7 +120,7 @@ function importFilters(found) {
     dropped.push({ line: line.number, text: snippet(line.text), reason: reasonOf("graphicBesideFilters") });
   }
   const notes = given([
-    surplus > 0 && note("firstFifteen", { total: surplus + bandCount }),
+    surplus > 0 && note("surplus", { count: surplus }),
     graphic !== null && note("filtersNotGraphic"),
     scoped > 0 && note("scoped"),
     bandwidths > 0 && note("bandwidth", { count: bandwidths }),
