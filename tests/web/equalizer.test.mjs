@@ -54,6 +54,43 @@ test("fields take numbers with points, commas and units", () => {
     ["500 ms", "1000 Hz", undefined],
     ["30 s", "20 ms", undefined],
     ["2 Hz", "1", undefined],
+    ["2k", "0 dB", undefined],
+    ["0.02 k", "20 ms", undefined],
+  ]);
+  for (const [text, shown, value] of rows) {
+    assert.equal(parseField(text, shown), value, JSON.stringify([text, shown]));
+  }
+});
+
+test("fields take Chinese units, and what a Chinese input method types", () => {
+  const rows = /** @type {[string, string, number | undefined][]} */ ([
+    ["20秒", "10 s", 20],
+    ["20 秒", "10 s", 20],
+    ["50毫秒", "20 ms", 50],
+    ["-3分贝", "0 dB", -3],
+    ["440赫兹", "1000 Hz", 440],
+    ["440赫", "1000 Hz", 440],
+    ["1.5千赫", "1000 Hz", 1500],
+    ["1.5 千赫兹", "1000 Hz", 1500],
+    ["1.5千", "1000 Hz", 1500],
+    ["50％", "20 %", 50],
+    ["５", "0 dB", 5],
+    ["－１２．５　ｄＢ", "0 dB", -12.5],
+    ["＋２", "0 dB", 2],
+    ["−3", "0 dB", -3],
+    ["0。5", "1", 0.5],
+    ["０，５", "1", 0.5],
+    ["１．５ｋＨｚ", "1000 Hz", 1500],
+    ["50毫秒", "10 s", undefined],
+    ["20秒", "20 ms", undefined],
+    ["3分贝", "1000 Hz", undefined],
+    ["2秒", "1", undefined],
+    ["1千分贝", "0 dB", undefined],
+    ["２０，０００", "1000 Hz", undefined],
+    ["0。5。1", "1", undefined],
+    ["20分钟", "10 s", undefined],
+    ["二十秒", "10 s", undefined],
+    ["10²", "1000 Hz", undefined],
   ]);
   for (const [text, shown, value] of rows) {
     assert.equal(parseField(text, shown), value, JSON.stringify([text, shown]));

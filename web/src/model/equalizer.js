@@ -1,4 +1,5 @@
 // The equalizer's setting: its bands, and changes that are put onto whatever the record holds when they are sent.
+import { toPlain } from "./import/lines.js";
 
 /**
  * @typedef {import("./types.js").EqualizerDocument} Setting
@@ -243,23 +244,35 @@ export const decibelField = (value) => `${value > 0 ? "+" : ""}${digits(value)} 
 /** @param {number} value */
 export const millisecondField = (value) => `${digits(value)} ms`;
 
-const number = /^\s*([+\-−]?)\s*(\d+(?:[.,]\d*)?|[.,]\d+)\s*(k?)\s*(hz|db|ms|s|%)?\s*$/iu;
+const number = /^\s*([+-]?)\s*(\d+(?:[.,]\d*)?|[.,]\d+)\s*(k|千)?\s*(hz|db|ms|s|%|赫兹?|分贝|毫秒|秒)?\s*$/iu;
 const unitAtEnd = /(hz|db|ms|s|%)$/iu;
+const chineseUnits = new Map([
+  ["赫兹", "hz"],
+  ["赫", "hz"],
+  ["分贝", "db"],
+  ["毫秒", "ms"],
+  ["秒", "s"],
+]);
 
 /** A comma before three digits may separate thousands or decimals, so the number is ambiguous. */
 const ambiguousComma = /^[1-9]\d{0,2},\d{3}$/u;
 
 /**
- * Reads what a person typed: a number, with a point or a comma, perhaps with its unit, and "k" for thousands.
+ * Reads what a person typed: a number, with a point or a comma, perhaps with its unit in either language. Full-width
+ * characters count as the usual ones. A frequency may be in thousands ("k", "千").
  *
  * @param {string} text
  * @param {string} shown the field's last value with its unit; the text may have no other unit
  * @returns {number | undefined} undefined if the text is not a number, is ambiguous, or has another unit
  */
 export function parseField(text, shown) {
-  const [whole, sign = "", amount = "", thousands = "", unit] = number.exec(text) ?? [];
+  // An input method in Chinese types its full stop where a decimal point is meant.
+  const plain = toPlain(text, { steps: 0 }).replace(/[。｡]/u, ".");
+  const [whole, sign = "", amount = "", thousands, unit] = number.exec(plain) ?? [];
   if (whole === undefined || ambiguousComma.test(amount)) return undefined;
-  if (unit !== undefined && unit.toLowerCase() !== unitAtEnd.exec(shown)?.[0].toLowerCase()) return undefined;
-  const value = Number(amount.replace(",", ".")) * (thousands === "" ? 1 : 1000);
-  return sign === "-" || sign === "−" ? -value : value;
+  const own = unitAtEnd.exec(shown)?.[0].toLowerCase();
+  if (unit !== undefined && (chineseUnits.get(unit) ?? unit.toLowerCase()) !== own) return undefined;
+  if (thousands !== undefined && own !== "hz") return undefined;
+  const value = Number(amount.replace(",", ".")) * (thousands === undefined ? 1 : 1000);
+  return sign === "-" ? -value : value;
 }
