@@ -274,8 +274,8 @@ test(
   },
 );
 
-test("a refused download says why", limits, async (t) => {
-  const { folder, click, phase, note, page } = await openCaptures(t, {
+test("a refused download says why, and is offered again when the files are back", limits, async (t) => {
+  const { folder, click, phase, note, page, buttons } = await openCaptures(t, {
     prepare: choosePrivateFile,
     size: 1000,
   });
@@ -283,10 +283,27 @@ test("a refused download says why", limits, async (t) => {
   fs.truncateSync(path.join(folder, names[1]), 0);
   await click("download");
   await waitForMessage(page, `Not done: The capture file is empty or cannot be read: ${names[1]}`);
-  await phase("idle");
-  await note("silent");
+  await phase("gone");
+  await note("gone");
   assert.equal(await page.evaluate(() => /** @type {any} */ (window).chosen !== undefined), true);
-  assert.equal(await page.locator("[data-action=download]").count(), 0);
+  assert.deepEqual(await buttons(), ["export", "again"]);
+  writeCaptures(folder, 1000);
+  await phase("ready");
+  assert.deepEqual(await buttons(), ["download", "export", "again"]);
+
+  fs.rmSync(path.join(folder, names[3]));
+  await click("download");
+  await waitForMessage(page, "Not done: There is no exported capture yet. Export first.");
+  await phase("gone");
+  await page.reload();
+  await phase("gone");
+  await click("export");
+  await phase("exporting");
+  writeCaptures(folder, 2000);
+  await phase("ready");
+  assert.deepEqual(await buttons(), ["download", "again"]);
+  await click("download");
+  await phase("downloaded");
 });
 
 test("a reload finds a recording and an export that is awaited, and sends nothing", limits, async (t) => {

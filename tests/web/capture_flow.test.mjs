@@ -178,7 +178,7 @@ test("files found at opening are those of an earlier export", () => {
   assert.deepEqual(look(again).notes, ["kept"]);
   assert.deepEqual(look(again).buttons, ["start", "download"]);
   assert.deepEqual(look(play(recorded, again.flow)).notes.at(-1), "replaces");
-  assert.equal(look(play([files(false, 0)], found.flow)).sentence, "idle", "they have gone");
+  assert.equal(look(play([files(false, 0)], found.flow)).sentence, "gone");
 });
 
 test("the earlier files are named by their time where it is known", () => {
@@ -241,8 +241,42 @@ test("a download: progress, and each of its ends", () => {
   assert.equal(explain(ended("broken", 0).flow, t0, true).notes[0].key, "capture.brokenUnknown");
   const refused = play([...under, { type: "downloadEnded", outcome: null }]);
   assert.deepEqual(look(refused).notes, []);
+  assert.deepEqual(look(refused).buttons, ["download", "export", "again"], "Help advises both");
+  const { outcome } = ended("broken").flow;
+  const broken = play(["downloading", { type: "downloadEnded", outcome }], refused.flow);
+  assert.deepEqual(look(broken).buttons, ["download", "again"]);
   const late = play([{ type: "received", received: 1, total: 2 }], refused.flow);
   assert.equal(late.flow, refused.flow, "what comes after the end changes nothing");
+});
+
+test("files that are gone are awaited, and can be exported again", () => {
+  const refused = [...ready, "downloading", { type: "downloadEnded", outcome: null }];
+  const gone = play([...refused, files(false, 300)]);
+  assert.equal(look(gone).sentence, "gone");
+  assert.equal(look(gone).tone, "warning");
+  assert.deepEqual(look(gone).notes, ["gone"]);
+  assert.deepEqual(look(gone).buttons, ["export", "again"]);
+  assert.equal(awaitsFiles(gone.flow), true);
+  const growing = play([files(true, 350), 1000], gone.flow, gone.time);
+  assert.equal(growing.flow.phase, "gone", "they may still grow");
+  const back = play([files(true, 400), 1000, files(true, 400)], growing.flow, growing.time);
+  assert.equal(look(back).sentence, "ready");
+  assert.deepEqual(look(back).values, { bytes: 400, at: t0 + 13_000 });
+  assert.deepEqual(look(back).buttons, ["download", "export", "again"]);
+  assert.equal(awaitsFiles(back.flow), false);
+  const others = play([files(true, 500), 1000, files(true, 500)], gone.flow, gone.time);
+  assert.equal(look(others).sentence, "readyUnknown");
+  const again = play(["exported", files(false, 0), 1000, files(true, 9), 1000, files(true, 9)], gone.flow);
+  assert.deepEqual(look(again).buttons, ["download", "again"]);
+  const complete = { kind: "complete", received: 1, total: 1, name: "a.zip", inBrowser: false };
+  const deleted = play([
+    ...ready,
+    "downloading",
+    { type: "downloadEnded", outcome: complete },
+    files(false, 0),
+  ]);
+  assert.equal(look(deleted).sentence, "gone");
+  assert.equal(look(deleted).tone, "info", "who has the download may have deleted them");
 });
 
 // ---- over a reload ----
@@ -282,6 +316,15 @@ test("a reload knows when files were made, as long as they are those", () => {
   assert.equal(look(play([files(true, 401)], kept.flow)).sentence, "readyUnknown");
   const downloading = reload(play([...ready, "downloading"]));
   assert.equal(look(play([files(true, 400)], downloading.flow)).sentence, "ready");
+});
+
+test("a reload still awaits files that are gone", () => {
+  const gone = reload(play([files(true, 400), files(false, 300)]), 1000);
+  assert.equal(look(gone).sentence, "gone");
+  assert.equal(awaitsFiles(gone.flow), true);
+  const back = play([files(true, 400), 1000, files(true, 400)], gone.flow, gone.time);
+  assert.equal(back.flow.phase, "ready");
+  assert.equal(reload(gone, 3_600_000).flow.phase, "idle", "that was long ago");
 });
 
 test("a reload knows whether the report has changed since the command", () => {
@@ -331,6 +374,8 @@ test("every sentence, note and button of the flow has a text", () => {
     [...exported, missingMs],
     [...exported, files(false, 3), missingMs],
     ready,
+    [...ready, files(false, 3)],
+    [...ready, "downloading", { type: "downloadEnded", outcome: null }],
     [...ready, "downloading"],
     ...ends.map((one) => [...ready, { type: "downloadEnded", outcome: one }]),
   ];

@@ -8,9 +8,9 @@ import { flagOf, numberOf, objectOf, textOf } from "./read.js";
 /**
  * @typedef {import("./types.js").Sentence} Sentence
  *
- * @typedef {"idle" | "recording" | "recorded" | "exporting" | "missing" | "ready" | "downloading" | "downloaded"} Phase
+ * @typedef {"idle" | "recording" | "recorded" | "exporting" | "missing" | "ready" | "gone" | "downloading" | "downloaded"} Phase
  *   recorded: the time is over or was cut short, nothing is exported; missing: the effect has written no files, or has
- *   stopped writing; downloaded: the file is complete
+ *   stopped writing; gone: files that were ready are not complete any more; downloaded: the file is complete
  *
  * @typedef {object} Words the effect's report of its captures
  * @property {number} state
@@ -34,6 +34,7 @@ import { flagOf, numberOf, objectOf, textOf } from "./read.js";
  * @property {boolean} wasCleared a look since the export has found those files gone
  * @property {boolean} areOld the files may be those of an earlier export
  * @property {{at: number, bytes: number} | null} made when this page saw files become ready
+ * @property {number | null} goneAt when a look no longer found files that had been ready
  * @property {Words | null | undefined} words null: the effect has reported nothing; undefined: not looked yet
  * @property {Words | null | undefined} wordsBefore at the last command
  * @property {boolean} hasAsked the page has given a command: changes of the report may come of it
@@ -41,6 +42,7 @@ import { flagOf, numberOf, objectOf, textOf } from "./read.js";
  * @property {boolean} isResumed the page was opened after the command: reloaded, or one more of them
  * @property {{received: number, total: number, startedAt: number} | null} download
  * @property {Outcome | null} outcome of the last download
+ * @property {boolean} isRefused the service has refused the last download
  *
  * @typedef {object} Outcome
  * @property {"complete" | "cancelled" | "broken" | "unwritable"} kind
@@ -106,6 +108,7 @@ export function newFlow() {
     wasCleared: false,
     areOld: false,
     made: null,
+    goneAt: null,
     words: undefined,
     wordsBefore: undefined,
     hasAsked: false,
@@ -113,6 +116,7 @@ export function newFlow() {
     isResumed: false,
     download: null,
     outcome: null,
+    isRefused: false,
   };
 }
 
@@ -183,7 +187,11 @@ function takeFiles(flow, { ready, bytes }, time) {
   if (phase === "idle" && flow.files === null && ready) {
     return { ...next, phase: "ready", made: made?.bytes === bytes ? made : null };
   }
-  if ((phase === "ready" || phase === "downloaded") && !ready) return { ...next, phase: "idle", made: null };
+  if ((phase === "ready" || phase === "downloaded") && !ready)
+    return { ...next, phase: "gone", goneAt: time };
+  // They may be coming back piece by piece.
+  if (phase === "gone" && ready && flow.files?.ready && flow.files.bytes === bytes)
+    return { ...next, phase: "ready", made: made?.bytes === bytes ? made : null, isResumed: false };
   if (phase === "ready" && ready && made !== null && made.bytes !== bytes) return { ...next, made: null };
   return next;
 }
@@ -239,6 +247,7 @@ export function step(flow, event, time) {
         hasAsked: true,
         isElsewhere: false,
         isResumed: false,
+        isRefused: false,
         outcome: null,
       };
     case "stopped":
@@ -257,6 +266,7 @@ export function step(flow, event, time) {
         hasAsked: true,
         isElsewhere: false,
         isResumed: false,
+        isRefused: false,
         outcome: null,
       };
     case "notAwaited":
@@ -275,6 +285,7 @@ export function step(flow, event, time) {
         ...flow,
         phase: "downloading",
         outcome: null,
+        isRefused: false,
         download: { received: 0, total, startedAt: time },
       };
     }
@@ -285,7 +296,7 @@ export function step(flow, event, time) {
     }
     case "downloadEnded": {
       const phase = event.outcome?.kind === "complete" ? "downloaded" : "ready";
-      return { ...flow, phase, outcome: event.outcome, download: null };
+      return { ...flow, phase, outcome: event.outcome, isRefused: event.outcome === null, download: null };
     }
     default:
       return takeTime(flow, time);
@@ -297,7 +308,7 @@ export function step(flow, event, time) {
  *
  * @param {Flow} flow
  */
-export const awaitsFiles = ({ phase }) => phase === "exporting";
+export const awaitsFiles = ({ phase }) => phase === "exporting" || phase === "gone";
 
 // ---- what is kept over a reload ----
 
@@ -308,10 +319,10 @@ export const awaitsFiles = ({ phase }) => phase === "exporting";
 export function serializeFlow(flow) {
   const { phase, seconds, startedAt, endedAt, isCut, exportedAt, bytesBefore, wasCleared, areOld, made } =
     flow;
-  const { words, wordsBefore } = flow;
+  const { goneAt, words, wordsBefore } = flow;
   const found = phase === "downloading" || phase === "downloaded" ? "ready" : phase;
   const kept = { phase: found, seconds, startedAt, endedAt, isCut, exportedAt, bytesBefore, wasCleared };
-  return JSON.stringify({ version, ...kept, areOld, made, words, wordsBefore });
+  return JSON.stringify({ version, ...kept, areOld, made, goneAt, words, wordsBefore });
 }
 
 /**
@@ -370,6 +381,8 @@ export function restoreFlow(text, time) {
     const waiting = { exportedAt, bytesBefore, wasCleared, progressAt: time };
     return { ...flow, ...common, ...words, ...waiting, phase: "exporting" };
   }
+  const goneAt = at(value.goneAt);
+  if (phase === "gone" && isRecent(goneAt)) return { ...flow, ...common, ...words, goneAt, phase: "gone" };
   return flow;
 }
 
@@ -506,10 +519,24 @@ function explainExport(flow, time, isProcessing) {
  * @param {Flow} flow
  * @returns {View}
  */
+const explainGone = ({ outcome }) => ({
+  sentence: sentence("gone"),
+  // Who has downloaded the files may well have deleted them.
+  tone: outcome?.kind === "complete" ? "info" : "warning",
+  notes: [sentence("note.gone")],
+  buttons: [button("export", { primary: true, key: "capture.button.exportAgain" }), button("again")],
+  progress: null,
+});
+
+/**
+ * @param {Flow} flow
+ * @returns {View}
+ */
 function explainFiles(flow) {
-  const { files, made, areOld, outcome } = flow;
+  const { files, made, areOld, outcome, isRefused } = flow;
   const bytes = files?.bytes ?? 0;
   const download = button("download", { primary: true, values: { bytes } });
+  const exportAgain = button("export", { primary: true, key: "capture.button.exportAgain" });
   if (flow.phase === "downloading") {
     const { received = 0, total = 0 } = flow.download ?? {};
     return {
@@ -539,13 +566,11 @@ function explainFiles(flow) {
     sentence: from,
     tone: areOld || (outcome !== null && outcome.kind !== "cancelled") ? "warning" : "good",
     notes: [...(outcome === null ? [] : [outcomeSentence(outcome)]), ...(areOld ? [old] : [])],
-    buttons: areOld
-      ? [
-          button("export", { primary: true, key: "capture.button.exportAgain" }),
-          { ...download, primary: false },
-          button("again"),
-        ]
-      : [download, button("again")],
+    buttons: [
+      ...(areOld ? [exportAgain, { ...download, primary: false }] : [download]),
+      ...(isRefused && !areOld ? [{ ...exportAgain, primary: false }] : []),
+      button("again"),
+    ],
     progress: null,
   };
 }
@@ -562,6 +587,7 @@ export function explain(flow, time, isProcessing) {
   const { phase, files, isElsewhere } = flow;
   if (phase === "recording" || phase === "recorded") return explainRecording(flow, time, isProcessing);
   if (phase === "exporting" || phase === "missing") return explainExport(flow, time, isProcessing);
+  if (phase === "gone") return explainGone(flow);
   if (phase !== "idle") return explainFiles(flow);
   const keeps = files?.ready === true;
   return {

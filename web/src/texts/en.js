@@ -679,6 +679,7 @@ export const en = {
   "capture.ready": "The files are ready: {bytes:size}, exported {at:dateTime}.",
   "capture.readyUnknown":
     "Files of an earlier export are ready: {bytes:size}. This page does not know when they were made.",
+  "capture.gone": "The exported files are missing or not complete.",
   "capture.preparing": "Velmora is reading the files. The download starts in a moment.",
   "capture.downloading": "Downloading: {received:size} of {total:size}.",
   "capture.downloaded": "The download is complete: {name}, {received:size}.",
@@ -711,6 +712,8 @@ export const en = {
     "They may be the files of the earlier export, which could not be deleted. Close programs that use them and export again.",
   "capture.note.oldFrom":
     "They may still be the files exported {at:dateTime}, which could not be deleted. Close programs that use them and export again.",
+  "capture.note.gone":
+    "As soon as they are complete again, you can download them here. You can also export again.",
   "capture.note.downloading":
     "Velmora answers nothing else until the download ends. What you change meanwhile is sent afterwards.",
   "capture.words":

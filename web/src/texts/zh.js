@@ -662,6 +662,7 @@ export const zh = {
   "capture.missingRest": "音效已停止写入。文件只有 {bytes:size}，其余缺失。",
   "capture.ready": "文件已就绪：{bytes:size}，导出时间 {at:dateTime}。",
   "capture.readyUnknown": "之前导出的文件已就绪：{bytes:size}。此页面不知道它们的生成时间。",
+  "capture.gone": "导出的文件缺失或不完整。",
   "capture.preparing": "正在读取文件，下载即将开始。",
   "capture.downloading": "正在下载：{received:size}，共 {total:size}。",
   "capture.downloaded": "下载完成：{name}，{received:size}。",
@@ -688,6 +689,7 @@ export const zh = {
   "capture.note.old": "这些可能是之前导出的文件，当时无法删除。请关闭正在使用这些文件的程序，然后重新导出。",
   "capture.note.oldFrom":
     "这些可能仍是 {at:dateTime} 导出的文件，当时无法删除。请关闭正在使用这些文件的程序，然后重新导出。",
+  "capture.note.gone": "文件恢复完整后即可在这里下载。您也可以重新导出。",
   "capture.note.downloading": "下载结束前，Velmora 不响应其他请求。期间的更改会在下载结束后发送。",
   "capture.words": "音效报告：状态 {state}，{seconds} 秒，详细代码 {code}。这些数值由音效自行定义。",
   "capture.memoryTitle": "通过浏览器内存下载 {bytes:size}？",
