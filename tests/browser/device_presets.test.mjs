@@ -28,12 +28,31 @@ test("the preset for a device is offered when that device becomes the chosen one
 
   await device(page).selectOption({ label: speakers.name });
   await offer(page).waitFor();
+  await page.getByRole("link", { name: "Advanced" }).click();
+  await page.getByRole("heading", { name: "Captures" }).waitFor();
+  await page.getByRole("link", { name: "Sound" }).click();
+  await offer(page).waitFor();
+  await page.reload();
+  await offer(page).waitFor();
   const before = (await changes()).length;
   await sleep(300);
   assert.equal((await changes()).length, before, "it is offered, not used");
   await offer(page).getByRole("button", { name: "Use Night" }).click();
   await offer(page).waitFor({ state: "detached" });
   assert.equal(await select(page).evaluate((element) => element.selectedOptions[0].text), "Night");
+
+  await select(page).selectOption({ label: "Flat" });
+  await device(page).selectOption({ label: headphones.name });
+  await sleep(800);
+  await device(page).selectOption({ label: speakers.name });
+  await offer(page).getByRole("button", { name: "Not now" }).click();
+  await page.reload();
+  await page.waitForFunction(
+    (name) => [...document.querySelectorAll("select")].some((one) => one.selectedOptions[0]?.text === name),
+    speakers.name,
+  );
+  await sleep(800);
+  assert.equal(await offer(page).count(), 0, "it was answered");
 
   await choose(page, "Stop offering presets for devices");
   await select(page).selectOption({ label: "Flat" });

@@ -3,7 +3,15 @@ import assert from "node:assert/strict";
 import test from "node:test";
 
 import { emptyMemory, parseMemory, serializeMemory } from "../../web/src/model/memory.js";
-import { readTies, renameTies, takeChosenDevice, tie, tieOf } from "../../web/src/model/ties.js";
+import {
+  endOffer,
+  offeredTie,
+  readTies,
+  renameTies,
+  takeChosenDevice,
+  tie,
+  tieOf,
+} from "../../web/src/model/ties.js";
 
 const speakers = { id: "{1}", name: "Speakers" };
 const headphones = { id: "{2}", name: "Headphones" };
@@ -49,17 +57,31 @@ test("a renamed preset keeps its ties, a starter of the same name has its own", 
   assert.equal(renameTies(both, "night", "Other"), both);
 });
 
-test("a preset is offered once, when its device becomes the chosen one", () => {
-  const first = takeChosenDevice(kept(), speakers, null);
-  assert.equal(first?.offer?.preset, "night");
-  assert.ok(first);
-  assert.equal(takeChosenDevice(first.kept, speakers, null), null, "it stays chosen");
-  const second = takeChosenDevice(first.kept, headphones, own);
-  assert.ok(second);
-  assert.equal(second.offer, null, "it is in use");
-  assert.equal(takeChosenDevice(second.kept, { id: "{3}", name: "Else" }, null)?.offer, null);
-  assert.equal(takeChosenDevice({ ...kept(), offersTies: false }, speakers, null)?.offer, null);
-  assert.equal(takeChosenDevice(kept(), speakers, { name: "night", starter: false })?.offer?.preset, "night");
+test("a preset is offered when its device becomes the chosen one", () => {
+  const offered = (/** @type {any} */ memory, /** @type {any} */ device, /** @type {any} */ inUse) =>
+    offeredTie(takeChosenDevice(memory, device, inUse), device, inUse)?.preset;
+  assert.equal(offered(kept(), speakers, null), "night");
+  assert.equal(offered(kept(), headphones, own), undefined, "it is in use");
+  assert.equal(offered(kept(), { id: "{3}", name: "Else" }, null), undefined);
+  assert.equal(offered({ ...kept(), offersTies: false }, speakers, null), undefined);
+  assert.equal(offered(kept(), speakers, { name: "night", starter: false }), "night");
+});
+
+test("an offer stays until it is answered, in use, or of another device", () => {
+  const open = takeChosenDevice(kept(), speakers, null);
+  assert.equal(takeChosenDevice(open, speakers, null), open, "it stays chosen");
+  const reloaded = parseMemory(serializeMemory(open));
+  assert.equal(offeredTie(takeChosenDevice(reloaded, speakers, own), speakers, own)?.preset, "night");
+  const again = (/** @type {any} */ memory) => offeredTie(memory, speakers, null);
+  const answered = endOffer(open);
+  assert.equal(again(takeChosenDevice(answered, speakers, null)), null);
+  const used = takeChosenDevice(open, speakers, night);
+  assert.equal(again(takeChosenDevice(used, speakers, null)), null, "another choice brings no offer back");
+  const elsewhere = takeChosenDevice(open, { id: "{3}", name: "Else" }, null);
+  assert.equal(elsewhere.offeredDevice, null);
+  assert.equal(again(takeChosenDevice(elsewhere, speakers, null))?.preset, "night", "chosen again");
+  const untied = takeChosenDevice(tie(open, speakers, null), speakers, null);
+  assert.equal(untied.offeredDevice, null);
 });
 
 test("ties come back from the storage, and what is none is left out", () => {

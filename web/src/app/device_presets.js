@@ -2,13 +2,12 @@
 import { devicesFacts } from "../model/facts.js";
 import { shortDeviceName } from "../model/format.js";
 import { shownName } from "../model/presets.js";
-import { isOf, takeChosenDevice, tie, tieOf } from "../model/ties.js";
+import { endOffer, isOf, offeredTie, takeChosenDevice, tie, tieOf } from "../model/ties.js";
 
 /**
  * @typedef {import("./session.js").Session} Session
  * @typedef {import("./equalizer_actions.js").Equalizer} Equalizer
  * @typedef {import("./preset_actions.js").Presets} Presets
- * @typedef {import("../model/types.js").Tie} Tie
  */
 
 /**
@@ -18,16 +17,10 @@ import { isOf, takeChosenDevice, tie, tieOf } from "../model/ties.js";
  */
 export function createDevicePresets(session, equalizer, presets) {
   const { state } = session;
-  let offer = /** @type {Tie | null} */ (null);
 
   session.watchers.add((kind) => {
     const device = kind === "devices" ? chosen() : undefined;
-    if (device === undefined) return;
-    const taken = takeChosenDevice(state.kept, device, equalizer.preset());
-    if (taken === null) return;
-    session.keep(taken.kept);
-    ({ offer } = taken);
-    session.changed();
+    if (device !== undefined) session.keep(takeChosenDevice(state.kept, device, equalizer.preset()));
   });
 
   /** The chosen device, where it is connected. */
@@ -51,17 +44,18 @@ export function createDevicePresets(session, equalizer, presets) {
     /** @returns {{preset: unknown, device: string} | null} what is offered, in words */
     offer() {
       const device = chosen();
-      if (offer === null || device === undefined || isOf(offer, equalizer.preset())) return null;
-      const { preset: name, starter } = offer;
+      const offered = device === undefined ? null : offeredTie(state.kept, device, equalizer.preset());
+      if (device === undefined || offered === null) return null;
+      const { preset: name, starter } = offered;
       const { isListed, names } = presets.view;
       if (!starter && (!isListed || !names.includes(name))) return null;
       return { preset: label({ name, starter }), device: nameOf(device) };
     },
     /** @param {boolean} wanted */
     answer(wanted) {
-      const answered = offer;
-      offer = null;
-      session.changed();
+      const device = chosen();
+      const answered = device === undefined ? null : offeredTie(state.kept, device, equalizer.preset());
+      session.keep(endOffer(state.kept));
       if (!wanted || answered === null) return;
       if (answered.starter) presets.useStarter(answered.preset);
       else presets.use(answered.preset);
@@ -86,8 +80,7 @@ export function createDevicePresets(session, equalizer, presets) {
     /** Switches the offers on or off. */
     toggleOffers() {
       session.begin();
-      if (state.kept.offersTies) offer = null;
-      session.keep({ ...state.kept, offersTies: !state.kept.offersTies });
+      session.keep({ ...endOffer(state.kept), offersTies: !state.kept.offersTies });
     },
   };
 

@@ -35,6 +35,7 @@ export function emptyMemory() {
     ties: [],
     offersTies: true,
     chosenDevice: null,
+    offeredDevice: null,
     trims: [],
   };
 }
@@ -185,6 +186,7 @@ export function parseMemory(text) {
     ties: readTies(value.ties),
     offersTies: value.offersTies !== false,
     chosenDevice: textOf(value.chosenDevice) ?? null,
+    offeredDevice: textOf(value.offeredDevice) ?? null,
     trims: readTrims(value.trims),
   };
 }

@@ -77,17 +77,44 @@ export function renameTies(kept, from, to) {
 }
 
 /**
- * Takes in which device is the chosen one.
+ * @param {Kept} kept
+ * @param {Device} device
+ * @param {Preset | null} inUse the chosen preset
+ * @returns {Tie | null} the tie that can be offered
+ */
+function applicable({ ties, offersTies }, device, inUse) {
+  const found = offersTies ? tieOf(ties, device) : null;
+  return found === null || isOf(found, inUse) ? null : found;
+}
+
+/**
+ * Takes in which device is the chosen one. A preset is offered when its device becomes that, until the offer is
+ * answered or the preset is in use.
  *
  * @param {Kept} kept
  * @param {Device} device
  * @param {Preset | null} inUse the chosen preset
- * @returns {{kept: Kept, offer: Tie | null} | null} null while the same device stays chosen; else what to keep, and the
- *   preset to offer
+ * @returns {Kept} the same object where nothing changed
  */
 export function takeChosenDevice(kept, device, inUse) {
-  if (kept.chosenDevice === device.id) return null;
-  const found = kept.offersTies ? tieOf(kept.ties, device) : null;
-  const isInUse = found !== null && isOf(found, inUse);
-  return { kept: { ...kept, chosenDevice: device.id }, offer: isInUse ? null : found };
+  const isNew = kept.chosenDevice !== device.id;
+  const isOpen = isNew || kept.offeredDevice === device.id;
+  const offeredDevice = isOpen && applicable(kept, device, inUse) !== null ? device.id : null;
+  if (!isNew && kept.offeredDevice === offeredDevice) return kept;
+  return { ...kept, chosenDevice: device.id, offeredDevice };
 }
+
+/**
+ * @param {Kept} kept
+ * @param {Device} device the chosen one
+ * @param {Preset | null} inUse the chosen preset
+ * @returns {Tie | null} what is offered
+ */
+export const offeredTie = (kept, device, inUse) =>
+  kept.offeredDevice === device.id ? applicable(kept, device, inUse) : null;
+
+/**
+ * @param {Kept} kept
+ * @returns {Kept} with the offer answered
+ */
+export const endOffer = (kept) => ({ ...kept, offeredDevice: null });

@@ -101,6 +101,7 @@
  * @property {Tie[]} ties the newest last
  * @property {boolean} offersTies
  * @property {string | null} chosenDevice the device that was the chosen one when a preset was last offered
+ * @property {string | null} offeredDevice the device whose preset is offered and not yet answered
  *
  * @typedef {object} Tie a preset that the person uses with a device
  * @property {string} id of the device
