@@ -220,6 +220,15 @@ test("every result is a result, and no other value is", () => {
   ]);
 });
 
+test("the version of a file that does not exist is in words, and any other text as it came", () => {
+  const shownOf = (/** @type {string} */ algorithm) =>
+    rowOf({ versions: { algorithm } }, "versions.algorithm")?.shown;
+  assert.deepEqual(said("en", shownOf("not found")), ["file not found", ""]);
+  assert.deepEqual(said("zh", shownOf("not found")), ["未找到文件", ""]);
+  for (const text of ["1.2.0", "unavailable", "not found "])
+    assert.deepEqual(said("zh", shownOf(text)), [text, ""]);
+});
+
 test("formats in one line", () => {
   const lock = {
     lock_input_sample_rate: 48000,

@@ -238,6 +238,9 @@ const shownNumbers = {
   detail: (value) => ({ text: plain(signed(value)), note: sentence("ownHex", { hex: hexResult(value) }) }),
 };
 
+/** The service's word for the version of a file that does not exist. */
+const missingFile = "not found";
+
 /** @param {unknown} value */
 const oddText = (value) => (typeof value === "string" ? value : JSON.stringify(value));
 
@@ -264,6 +267,7 @@ function shownValue(kind, value) {
     return { text: value.length > 0 ? plain(value.join("\n")) : sentence("none"), note: null };
   }
   if (typeof value !== "string") return { text: plain(oddText(value)), note: sentence("odd") };
+  if (kind === "version" && value === missingFile) return { text: sentence("fileNotFound"), note: null };
   return { text: value === "" ? sentence("none") : plain(value), note: null };
 }
 

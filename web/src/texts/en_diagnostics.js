@@ -36,6 +36,7 @@ export const diagnostics = {
   "diagnostics.algorithm": "the algorithm's own number",
   "diagnostics.odd": "not of the expected kind",
   "diagnostics.missing": "not in the answer",
+  "diagnostics.fileNotFound": "file not found",
   "diagnostics.registry":
     "For information: HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio, DisableProtectedAudioDG",
   "diagnostics.format.input": "Input: {rate} Hz, {channels} channels, {valid} of {container} bits used",

@@ -36,6 +36,7 @@ export const diagnostics = {
   "diagnostics.algorithm": "算法自定义的数字",
   "diagnostics.odd": "类型与预期不符",
   "diagnostics.missing": "回答中没有此项",
+  "diagnostics.fileNotFound": "未找到文件",
   "diagnostics.registry":
     "供参考：HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\Audio，DisableProtectedAudioDG",
   "diagnostics.format.input": "输入：{rate} Hz，{channels} 声道，使用 {container} 位中的 {valid} 位",
