@@ -280,6 +280,54 @@ test("a verdict leads to its entry, unless it passes by itself or no page can be
   assert.equal(anchorOf("couldNotStart", { reason: 7 }), "verdict-couldNotStart");
 });
 
+test("what Help says of administrator rights is what the archive offers", () => {
+  for (const name of ["start.cmd", "stop.cmd"]) {
+    assert.ok(fs.existsSync(path.join(root, "release", name)), name);
+    for (const readme of ["release/README.txt", "release/README.zh-CN.txt"])
+      assert.ok(read(readme).includes(name), `${readme}: ${name}`);
+  }
+  const steps = [
+    "help.start.steps",
+    "help.verdict.needsAdmin.remedy",
+    "help.error.chainLocked.remedy",
+    "help.refused.steps",
+    "help.remove.steps",
+  ];
+  for (const language of languages) {
+    for (const key of steps)
+      for (const name of ["start.cmd", "stop.cmd"]) assert.ok(tables[language][key].includes(name), key);
+    for (const key of keys.filter((one) => one.startsWith("help.")))
+      assert.doesNotMatch(
+        tables[language][key],
+        /right-click Velmora|Run as administrator|右键单击 Velmora/i,
+        key,
+      );
+  }
+});
+
+test("Help says of the report what its preview says", () => {
+  const rows = /** @type {const} */ ([
+    ["en", "Names of programs and presets are left out"],
+    ["zh", "程序和预设的名称不在其中"],
+  ]);
+  for (const [language, text] of rows)
+    for (const key of ["report.note", "help.privacy.report.text"])
+      assert.ok(tables[language][key].includes(text), `${language} ${key}`);
+});
+
+test("a service that did not start for another one's sake is not called disabled", () => {
+  const dependency = entryOf("result-1068");
+  assert.notEqual(dependency, entryOf("result-1058"));
+  assert.match(say("en", String(dependency?.remedy?.key)), /^Restart the PC\./);
+});
+
+test("one thing has one name in Chinese: the primary computer is freed, not changed", () => {
+  for (const [key, text] of Object.entries(tables.zh)) assert.doesNotMatch(text, /更换常用电脑/, key);
+  const { zh } = tables;
+  assert.equal(zh["account.freeQuestion"], `${zh["account.free"]}？`);
+  assert.equal(zh["help.account.primary"], zh["account.free"]);
+});
+
 // ---- the search ----
 
 const searchedOf = (entry) =>

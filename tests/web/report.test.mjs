@@ -110,9 +110,7 @@ test("the last change is in it, with the service's known texts in the page's lan
   const { action, kept } = afterChange(state, now - 60_000);
   const lines = reportOf(state, { language: "zh", kept, action }).split("\n");
   assert.ok(
-    lines.includes(
-      "audio_restart_error: -2147024891 = 0x80070005, 拒绝访问 (5) Windows 音频没有接受停止请求。",
-    ),
+    lines.includes("audio_restart_error: -2147024891 = 0x80070005, 拒绝访问 (5) Windows 音频拒绝停止。"),
   );
   assert.ok(lines.includes("add, restart_audio: true, 2000 ms") && lines.includes("HTTP 200"));
 });

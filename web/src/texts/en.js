@@ -213,7 +213,7 @@ export const en = {
   "service.chainReverted": "Something put the device's effect chain back.",
   "service.managerClosed": "Windows' services cannot be reached.",
   "service.audioLocked": "The Windows audio service could not be opened.",
-  "service.audioKeepsRunning": "Windows audio did not accept the stop.",
+  "service.audioKeepsRunning": "Windows audio refused to stop.",
   "service.audioStopsSlowly": "Windows audio did not stop in time.",
   "service.audioNotStarted": "Windows audio did not start again.",
   "service.audioStartsSlowly": "Windows audio did not start in time.",

@@ -22,7 +22,7 @@ export const helpEn = {
   // ---- first sound ----
   "help.start": "First sound in five steps",
   "help.start.steps":
-    "Close the Velmora window. Right-click Velmora and choose Run as administrator. Adding it to a device needs these rights; listening does not.\nOpen the address shown after “Open:” in the Velmora window.\nOn the Sound page, check the device at the top. It must be the one that you listen on.\nChoose Add and restart audio. Sound stops for a few seconds in all programs.\nPlay something and switch Velmora on. The first line then says “You are hearing Velmora”. Press O to hear the difference.",
+    "In Velmora's folder, double-click start.cmd; if Velmora is already running, double-click stop.cmd first. Answer y when the window asks whether to start as administrator. Adding Velmora to a device needs these rights; listening does not.\nYour browser opens the page. If it does not, open the address shown after “Open:” in the Velmora window.\nOn the Sound page, check the device at the top. It must be the one that you listen on.\nChoose Add and restart audio. Sound stops for a few seconds in all programs.\nPlay something and switch Velmora on. The first line then says “You are hearing Velmora”. Press O to hear the difference.",
   "help.start.text":
     "Do this once. The first line of the Sound page always says what is missing; “More about this” beside it leads to the explanation here.",
 
@@ -114,7 +114,7 @@ export const helpEn = {
   "help.limiterCeiling.text": "The level that the limiter lets nothing exceed, from -12 to 0 dB.",
   "help.stereoLink": "Stereo link",
   "help.stereoLink.text":
-    "How far left and right are enhanced together: 0, 1 or 2. The numbers are the effect's own.",
+    "How left and right are treated together: three modes, 0, 1 and 2. What each mode does is up to the effect's algorithm; choose by ear.",
   "help.fade": "Equalizer fade",
   "help.fade.text":
     "How long the equalizer takes to move to a new setting, from 1 to 200 ms. Longer is smoother.",
@@ -142,10 +142,10 @@ export const helpEn = {
   "help.verdict.expired.cause":
     "Each start of Velmora makes a new link, and only the newest works. An old bookmark or a tab from yesterday has an old one.",
   "help.verdict.expired.remedy":
-    "Open the address shown after “Open:” in the Velmora window. A bookmark of it works only until Velmora ends.",
+    "Double-click start.cmd: it opens the page of the Velmora that is running. Or open the address shown after “Open:” in the Velmora window. A bookmark of it works only until Velmora ends.",
   "help.verdict.gone.cause": "The Velmora window was closed, or the program has ended.",
   "help.verdict.gone.remedy":
-    "Start Velmora again and open the address that it shows. Sound that plays keeps its effect meanwhile.",
+    "Double-click start.cmd: it starts Velmora again and opens the page. Sound that plays keeps its effect meanwhile.",
   "help.verdict.checking.cause": "The page has just been opened, or two answers do not fit together yet.",
   "help.verdict.checking.remedy": "Wait a few seconds. If it stays, reload the page.",
   "help.verdict.waiting.cause":
@@ -155,7 +155,7 @@ export const helpEn = {
   "help.verdict.restarting.cause":
     "An add, a remove or a restart is under way. Windows stops its audio services and starts them again.",
   "help.verdict.restarting.remedy":
-    "Wait. It takes a few seconds, half a minute at worst. Do not close the Velmora window meanwhile: Windows audio would stay stopped.",
+    "Wait. It usually takes a few seconds. At worst, Windows audio takes 20 seconds, and each service that depends on it 10 more. Do not close the Velmora window meanwhile: Windows audio would stay stopped.",
   "help.verdict.restartFailed.cause":
     "The change was made, but Windows did not stop or start its audio. The message has the reason that Windows gave.",
   "help.verdict.restartFailed.remedy":
@@ -180,7 +180,7 @@ export const helpEn = {
   "help.verdict.needsAdmin.cause":
     "Windows lets only administrators change the effects of a device, and Velmora was started without these rights.",
   "help.verdict.needsAdmin.remedy":
-    "Close the Velmora window, right-click Velmora and choose Run as administrator. Open the new address and try again. If you have no administrator's password, ask the person who looks after the PC.",
+    "Double-click stop.cmd, then start.cmd, and answer y when the window asks whether to start as administrator. Try again on the page that opens. If you have no administrator's password, ask the person who looks after the PC.",
   "help.verdict.refused.cause":
     "Velmora has administrator rights, but Windows still refuses the change: the device's settings belong to the system, a security program guards them, or the device has just gone.",
   "help.verdict.refused.remedy":
@@ -334,7 +334,7 @@ export const helpEn = {
   "help.error.chainLocked.cause":
     "Velmora has no administrator rights; or the device's settings belong to the system or are guarded; or the device takes no effects.",
   "help.error.chainLocked.remedy":
-    "Close the Velmora window, right-click Velmora and choose Run as administrator. If that is the case already, follow the steps for a device that refuses changes.",
+    "Double-click stop.cmd, then start.cmd, and answer y when the window asks whether to start as administrator. If Velmora has these rights already, follow the steps for a device that refuses changes.",
   "help.error.chainUnreadable.cause":
     "The list of the device's effects is damaged or written in another form, by a driver or another program. It was left as it is, or the change could not be checked.",
   "help.error.chainUnreadable.remedy": "Reinstall the driver of the device, restart the PC and try again.",
@@ -355,7 +355,7 @@ export const helpEn = {
     "Velmora has no administrator rights, or the Windows audio service is not installed.",
   "help.error.audioLocked.remedy": "Start Velmora as administrator and choose Try again. Or restart the PC.",
   "help.error.audioKeepsRunning.cause":
-    "Windows did not accept that its audio stops: another service depends on it, or it is just starting or stopping.",
+    "Windows refused to stop its audio: another service depends on it, or it is just starting or stopping.",
   "help.error.audioKeepsRunning.remedy": "Wait half a minute and choose Try again. Or restart the PC.",
   "help.error.audioStopsSlowly.cause": "Windows audio took longer than 10 seconds to stop.",
   "help.error.audioStopsSlowly.remedy":
@@ -431,9 +431,13 @@ export const helpEn = {
   "help.result.slow.remedy": "Wait half a minute and try again. Or restart the PC.",
   "help.result.running.cause": "Something else had started the service already.",
   "help.result.running.remedy": "Play something. If there is no sound, try again.",
-  "help.result.disabled.cause": "Somebody has disabled the Windows audio service or one that it needs.",
+  "help.result.disabled.cause": "The Windows audio service, or one that it needs, is disabled.",
   "help.result.disabled.remedy":
     "As administrator, open Services in Windows. Set the startup type of Windows Audio to Automatic and start it. Do the same for the services on its tab Dependencies.",
+  "help.result.dependency.cause":
+    "A service that this one needs did not start. It may be disabled or damaged, or the PC may be very busy.",
+  "help.result.dependency.remedy":
+    "Restart the PC. If it stays, open Services in Windows as administrator, open Windows Audio, and look at its tab Dependencies: each service there must run and must not be disabled.",
   "help.result.uninstalled.cause": "A service is missing, damaged or about to be removed.",
   "help.result.uninstalled.remedy":
     "Restart the PC. If it stays, repair Windows through Settings, System, Recovery.",
@@ -479,7 +483,7 @@ export const helpEn = {
   "help.refused.text":
     "Go through these steps in order and stop as soon as adding works. They need an administrator. On a PC of your work or school, ask those who look after it.",
   "help.refused.steps":
-    "Close the Velmora window. Right-click Velmora and choose Run as administrator. Open the new address and add Velmora again.\nClose sound managers of the device's maker and try again. If a security program reports that it blocked Velmora, allow it there.\nUpdate the device's driver through Windows Update or its maker's page. Restart the PC and try again.\nIf it is still refused, the settings of this device belong to the system, and administrators may only read them. An administrator can change that for this device, as below.",
+    "Double-click stop.cmd, then start.cmd, and answer y when the window asks whether to start as administrator. On the page that opens, add Velmora again.\nClose sound managers of the device's maker and try again. If a security program reports that it blocked Velmora, allow it there.\nUpdate the device's driver through Windows Update or its maker's page. Restart the PC and try again.\nIf it is still refused, the settings of this device belong to the system, and administrators may only read them. An administrator can change that for this device, as below.",
   "help.refused.rights": "Permission for one device",
   "help.refused.rights.text":
     "This changes who may write to the settings of this device only. Change nothing else, give the permission to nobody but administrators, and take it back at the end.",
@@ -491,13 +495,13 @@ export const helpEn = {
   "help.remove.text":
     "First take Velmora off the devices, then uninstall it. The other way round, devices keep a reference to an effect that is gone.",
   "help.remove.steps":
-    "Start Velmora as administrator and open its address.\nOn the Sound page, open Volume and devices. Choose Remove from this device for every device with Velmora, and Remove, restart later for all but the last one. Connect devices that are not listed and remove it there too.\nLet Windows audio restart with the last one, or restart the PC.\nEnd Velmora: press Ctrl+C in its window, or close the window. Not while Windows audio restarts.\nUninstall the effect in Windows: Settings, Apps, Installed apps.",
+    "Double-click stop.cmd, then start.cmd, and answer y when the window asks whether to start as administrator.\nOn the Sound page, open Volume and devices. Choose Remove from this device for every device with Velmora, and Remove, restart later for all but the last one. Connect devices that are not listed and remove it there too.\nLet Windows audio restart with the last one, or restart the PC.\nEnd Velmora: double-click stop.cmd. Not while Windows audio restarts.\nUninstall the effect in Windows: Settings, Apps, Installed apps.",
   "help.remove.stays": "What stays",
   "help.remove.stays.text":
     "Presets and captures stay in their folders until you delete them: {presets} and {captures}, unless Velmora was started with other folders. The registry keeps an empty key, {key}. The browser keeps your last settings for this page until you clear its site data for 127.0.0.1. Files that you downloaded stay where they are.",
   "help.remove.end": "Only end Velmora",
   "help.remove.end.text":
-    "Press Ctrl+C in the Velmora window, or close it. These pages stop; the effect stays on your devices. When you start Velmora again, the page offers your last settings if the effect has lost them. Do not end it while Windows audio restarts: all sound would stay off until the PC restarts.",
+    "Double-click stop.cmd. Ctrl+C in the Velmora window, or closing it, does the same. These pages stop; the effect stays on your devices. When you start Velmora again, the page offers your last settings if the effect has lost them. Do not end it while Windows audio restarts: all sound would stay off until the PC restarts.",
 
   // ---- keys ----
   "help.keys": "Keys",
@@ -536,5 +540,5 @@ export const helpEn = {
     "All sound that was played on the device: music, videos, and the voices of others in a call. Captures start only when you start them. The four files stay on this PC until the next export or until you delete them. Listen to them before you pass them on.",
   "help.privacy.report": "What a report contains",
   "help.privacy.report.text":
-    "Versions, values, and the names of your devices and of programs that play. It contains no password, no link and no account. Velmora sends it to nobody: it is copied, and you decide who gets it.",
+    "Versions, values, and the names of your devices. Names of programs and presets are left out, and paths in a user's folder are cut. It contains no password, no link and no account. Velmora sends it to nobody: it is copied, and you decide who gets it.",
 };

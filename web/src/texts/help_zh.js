@@ -21,7 +21,7 @@ export const helpZh = {
   // ---- first sound ----
   "help.start": "五步听到效果",
   "help.start.steps":
-    "关闭 Velmora 窗口，右键单击 Velmora，选择“以管理员身份运行”。添加到设备时需要管理员权限，平时收听不需要。\n打开 Velmora 窗口中“Open:”后面的地址。\n在“声音”页面顶部确认设备，它应当是您正在收听的设备。\n选择“添加并重启音频”。所有程序的声音会中断几秒钟。\n播放声音并开启 Velmora。第一行会显示“正在使用 Velmora 音效”。按 O 键可以对比原声。",
+    "在 Velmora 文件夹中双击 start.cmd；如果 Velmora 已在运行，请先双击 stop.cmd。窗口询问是否以管理员身份启动时，请输入 y。添加到设备时需要管理员权限，平时收听不需要。\n浏览器会打开页面。如果没有打开，请打开 Velmora 窗口中“Open:”后面的地址。\n在“声音”页面顶部确认设备，它应当是您正在收听的设备。\n选择“添加并重启音频”。所有程序的声音会中断几秒钟。\n播放声音并开启 Velmora。第一行会显示“正在使用 Velmora 音效”。按 O 键可以对比原声。",
   "help.start.text": "只需做一次。“声音”页面的第一行会说明还缺什么，旁边的“了解详情”会打开这里的说明。",
 
   // ---- controls ----
@@ -101,7 +101,8 @@ export const helpZh = {
   "help.limiterCeiling": "限幅上限",
   "help.limiterCeiling.text": "限幅器允许的最高电平，范围 -12 到 0 dB。",
   "help.stereoLink": "立体声联动",
-  "help.stereoLink.text": "左右声道一起增强的程度：0、1 或 2。这些数字由音效自己定义。",
+  "help.stereoLink.text":
+    "左右声道如何一起处理，有 0、1、2 三种模式。每种模式的作用由音效的算法决定，请试听后选择。",
   "help.fade": "均衡器淡变",
   "help.fade.text": "均衡器过渡到新设置所用的时间，1 到 200 毫秒。时间越长越平滑。",
   "help.captures": "录制",
@@ -114,7 +115,7 @@ export const helpZh = {
   "help.account": "账号",
   "help.account.text":
     "如果 Velmora 启动时指定了账号服务，账号显示在“高级”页面末尾。您可以注册，也可以用用户名或二维码登录。同一时间只能在一台设备上登录：在另一台设备上登录会结束这里的会话。Velmora 每次启动后都是未登录状态。",
-  "help.account.primary": "更换常用电脑",
+  "help.account.primary": "解除常用电脑",
   "help.account.primary.text":
     "每个账号有一台常用电脑。换用另一台电脑之前，请先在这里解除，再到那台电脑上登录。这里的会话会继续。",
   "help.account.referrer": "推荐人",
@@ -125,9 +126,10 @@ export const helpZh = {
   "help.verdicts": "第一行的含义",
   "help.verdict.expired.cause":
     "Velmora 每次启动都会生成新的链接，只有最新的有效。旧的书签或以前打开的标签页使用的是旧链接。",
-  "help.verdict.expired.remedy": "请打开 Velmora 窗口中“Open:”后面的地址。书签只在 Velmora 结束前有效。",
+  "help.verdict.expired.remedy":
+    "请双击 start.cmd，它会打开正在运行的 Velmora 的页面；也可以打开 Velmora 窗口中“Open:”后面的地址。书签只在 Velmora 结束前有效。",
   "help.verdict.gone.cause": "Velmora 窗口已关闭，或程序已结束。",
-  "help.verdict.gone.remedy": "请重新启动 Velmora，并打开它显示的地址。正在播放的声音仍有音效。",
+  "help.verdict.gone.remedy": "请双击 start.cmd，它会重新启动 Velmora 并打开页面。正在播放的声音仍有音效。",
   "help.verdict.checking.cause": "页面刚刚打开，或两次读取的内容还不一致。",
   "help.verdict.checking.remedy": "请稍等几秒。如果一直如此，请刷新页面。",
   "help.verdict.waiting.cause":
@@ -136,7 +138,7 @@ export const helpZh = {
     "请稍等。超过 10 秒时，请关闭其他浏览器标签页和使用 Velmora 的程序。如果没有改善，请重新启动 Velmora。",
   "help.verdict.restarting.cause": "正在添加、移除或重启。Windows 会停止音频服务，然后重新启动。",
   "help.verdict.restarting.remedy":
-    "请稍等，通常需要几秒，最长约半分钟。期间不要关闭 Velmora 窗口，否则 Windows 音频会保持停止状态。",
+    "请稍等，通常需要几秒。最慢时，Windows 音频需要 20 秒，每个依赖它的服务再加 10 秒。期间不要关闭 Velmora 窗口，否则 Windows 音频会保持停止状态。",
   "help.verdict.restartFailed.cause":
     "更改已完成，但 Windows 没有停止或启动音频。消息中有 Windows 给出的原因。",
   "help.verdict.restartFailed.remedy": "请选择“重试”。如果完全没有声音，请重启电脑，更改也会随之生效。",
@@ -153,7 +155,7 @@ export const helpZh = {
   "help.verdict.noEffects.remedy": "请选择其他设备。设备厂商的新版驱动程序也许支持。",
   "help.verdict.needsAdmin.cause": "只有管理员才能更改设备的音效，而 Velmora 启动时没有管理员权限。",
   "help.verdict.needsAdmin.remedy":
-    "请关闭 Velmora 窗口，右键单击 Velmora，选择“以管理员身份运行”，打开新的地址后重试。如果您没有管理员密码，请联系电脑的管理员。",
+    "请双击 stop.cmd，再双击 start.cmd，窗口询问是否以管理员身份启动时输入 y，然后在新打开的页面中重试。如果您没有管理员密码，请联系电脑的管理员。",
   "help.verdict.refused.cause":
     "Velmora 已有管理员权限，但 Windows 仍拒绝修改：设备的设置归系统所有，或受安全软件保护，或设备刚刚断开。",
   "help.verdict.refused.remedy": "请确认设备已连接，然后重试。如果仍被拒绝，请按照设备拒绝修改时的步骤操作。",
@@ -276,7 +278,7 @@ export const helpZh = {
   "help.error.chainLocked.cause":
     "Velmora 没有管理员权限；或设备的设置归系统所有或受保护；或设备不支持音效。",
   "help.error.chainLocked.remedy":
-    "请关闭 Velmora 窗口，右键单击 Velmora，选择“以管理员身份运行”。如果已经如此，请按照设备拒绝修改时的步骤操作。",
+    "请双击 stop.cmd，再双击 start.cmd，窗口询问是否以管理员身份启动时输入 y。如果 Velmora 已有管理员权限，请按照设备拒绝修改时的步骤操作。",
   "help.error.chainUnreadable.cause":
     "设备的音效列表已损坏，或被驱动程序或其他程序写成了其他形式。Velmora 没有改动它，或无法确认改动。",
   "help.error.chainUnreadable.remedy": "请重新安装设备的驱动程序，重启电脑后重试。",
@@ -291,7 +293,7 @@ export const helpZh = {
   "help.error.managerClosed.remedy": "请以管理员身份启动 Velmora，或重启电脑，更改也会随之生效。",
   "help.error.audioLocked.cause": "Velmora 没有管理员权限，或没有安装 Windows 音频服务。",
   "help.error.audioLocked.remedy": "请以管理员身份启动 Velmora 并选择“重试”，或重启电脑。",
-  "help.error.audioKeepsRunning.cause": "Windows 不接受停止音频：有其他服务依赖它，或它正在启动或停止。",
+  "help.error.audioKeepsRunning.cause": "Windows 拒绝停止音频：有其他服务依赖它，或它正在启动或停止。",
   "help.error.audioKeepsRunning.remedy": "请等半分钟后选择“重试”，或重启电脑。",
   "help.error.audioStopsSlowly.cause": "Windows 音频超过 10 秒没有停止。",
   "help.error.audioStopsSlowly.remedy":
@@ -357,9 +359,12 @@ export const helpZh = {
   "help.result.slow.remedy": "请等半分钟后重试，或重启电脑。",
   "help.result.running.cause": "该服务已由其他程序启动。",
   "help.result.running.remedy": "请播放声音。如果没有声音，请重试。",
-  "help.result.disabled.cause": "Windows 音频服务或它所需的服务被禁用。",
+  "help.result.disabled.cause": "Windows 音频服务或它所需的服务已被禁用。",
   "help.result.disabled.remedy":
     "请以管理员身份打开 Windows 的“服务”，把 Windows Audio 的启动类型设为“自动”并启动。对其“依存关系”选项卡中的服务也这样操作。",
+  "help.result.dependency.cause": "此服务所需的另一个服务没有启动：可能已被禁用或损坏，也可能是电脑很忙。",
+  "help.result.dependency.remedy":
+    "请重启电脑。如果一直如此，请以管理员身份打开 Windows 的“服务”，打开 Windows Audio，查看其“依存关系”选项卡：其中的服务都应正在运行，且没有被禁用。",
   "help.result.uninstalled.cause": "服务缺失、损坏，或即将被删除。",
   "help.result.uninstalled.remedy": "请重启电脑。如果一直如此，请通过“设置 > 系统 > 恢复”修复 Windows。",
   "help.result.stopped.cause": "Windows 音频服务没有运行。",
@@ -400,7 +405,7 @@ export const helpZh = {
   "help.refused.text":
     "请按顺序操作，添加成功后即可停止。这些步骤需要管理员。如果是单位或学校的电脑，请联系其管理员。",
   "help.refused.steps":
-    "关闭 Velmora 窗口，右键单击 Velmora，选择“以管理员身份运行”。打开新的地址，重新添加 Velmora。\n关闭设备厂商的声音管理程序后重试。如果安全软件提示拦截了 Velmora，请在其中允许。\n通过 Windows 更新或厂商网站更新设备的驱动程序，重启电脑后重试。\n如果仍被拒绝，说明此设备的设置归系统所有，管理员只能读取。管理员可以按下面的步骤为此设备更改权限。",
+    "双击 stop.cmd，再双击 start.cmd，窗口询问是否以管理员身份启动时输入 y。在新打开的页面中重新添加 Velmora。\n关闭设备厂商的声音管理程序后重试。如果安全软件提示拦截了 Velmora，请在其中允许。\n通过 Windows 更新或厂商网站更新设备的驱动程序，重启电脑后重试。\n如果仍被拒绝，说明此设备的设置归系统所有，管理员只能读取。管理员可以按下面的步骤为此设备更改权限。",
   "help.refused.rights": "单个设备的权限",
   "help.refused.rights.text":
     "这只更改谁可以写入此设备的设置。请不要更改其他内容，只授权给管理员，最后收回权限。",
@@ -412,13 +417,13 @@ export const helpZh = {
   "help.remove.text":
     "请先从各个设备移除 Velmora，然后再卸载。顺序相反时，设备会保留对已不存在的音效的引用。",
   "help.remove.steps":
-    "以管理员身份启动 Velmora，并打开它的地址。\n在“声音”页面打开“音量和设备”，对每个添加了 Velmora 的设备选择“从此设备移除”；除最后一个外，都选择“移除，稍后重启”。未列出的设备，请连接后同样移除。\n移除最后一个时重启 Windows 音频，或重启电脑。\n结束 Velmora：在其窗口中按 Ctrl+C，或关闭窗口。不要在重启 Windows 音频时结束。\n在 Windows 的“设置 > 应用 > 安装的应用”中卸载音效。",
+    "双击 stop.cmd，再双击 start.cmd，窗口询问是否以管理员身份启动时输入 y。\n在“声音”页面打开“音量和设备”，对每个添加了 Velmora 的设备选择“从此设备移除”；除最后一个外，都选择“移除，稍后重启”。未列出的设备，请连接后同样移除。\n移除最后一个时重启 Windows 音频，或重启电脑。\n结束 Velmora：双击 stop.cmd。不要在重启 Windows 音频时结束。\n在 Windows 的“设置 > 应用 > 安装的应用”中卸载音效。",
   "help.remove.stays": "保留的内容",
   "help.remove.stays.text":
     "预设和录制的文件会保留在各自的文件夹中，直到您删除：{presets} 和 {captures}，除非 Velmora 启动时指定了其他文件夹。注册表中会保留一个空项：{key}。浏览器会保留您上次的设置，直到您清除 127.0.0.1 的网站数据。已下载的文件保留在原处。",
   "help.remove.end": "仅结束 Velmora",
   "help.remove.end.text":
-    "在 Velmora 窗口中按 Ctrl+C，或关闭窗口。这些页面会停止，音效仍在您的设备上。再次启动 Velmora 时，如果音效丢失了设置，页面会提供上次的设置。不要在重启 Windows 音频时结束，否则在电脑重启之前会一直没有声音。",
+    "双击 stop.cmd；在 Velmora 窗口中按 Ctrl+C 或关闭该窗口，效果相同。这些页面会停止，音效仍在您的设备上。再次启动 Velmora 时，如果音效丢失了设置，页面会提供上次的设置。不要在重启 Windows 音频时结束，否则在电脑重启之前会一直没有声音。",
 
   // ---- keys ----
   "help.keys": "按键",
@@ -457,5 +462,5 @@ export const helpZh = {
     "设备上播放的所有声音：音乐、视频，以及通话中对方的声音。只有您开始后才会录制。四个文件保存在本机，直到下一次导出或您删除它们。发给他人之前，请先试听。",
   "help.privacy.report": "报告的内容",
   "help.privacy.report.text":
-    "版本、各项数值，以及设备和正在播放的程序的名称。其中没有密码、链接和账号。Velmora 不会把它发给任何人：它只是被复制，由您决定发给谁。",
+    "版本、各项数值，以及设备的名称。程序和预设的名称不在其中，用户文件夹内的路径已截去。其中没有密码、链接和账号。Velmora 不会把它发给任何人：它只是被复制，由您决定发给谁。",
 };
