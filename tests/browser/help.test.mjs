@@ -101,6 +101,12 @@ test("the search finds a sentence, says how many, and gives everything back", li
   await search(page).fill("0x88890004");
   await page.getByText("Entries found: 1", { exact: true }).waitFor();
   assert.deepEqual(await unfolded(page), ["result-0x88890004"]);
+  for (const text of ["0x8007041C", "-2147023844", "−2147023844"]) {
+    await search(page).fill(text);
+    await page.getByText("Entries found: 1", { exact: true }).waitFor();
+    assert.deepEqual(await unfolded(page), ["result-1051"]);
+    await page.getByText("0x8007041B · −2147023845").waitFor();
+  }
   await search(page).fill("ctrl+c");
   await page.locator("#end").waitFor();
   for (const text of ["xylophone", '<img src=x onerror="document.title=1">']) {

@@ -17,7 +17,7 @@ import {
   searchedEntry,
   sentencesOf,
 } from "../../web/src/model/help_entries.js";
-import { resultSentence, serviceSentence } from "../../web/src/model/reasons.js";
+import { hexResult, resultCodes, resultSentence, serviceSentence } from "../../web/src/model/reasons.js";
 import { knownServiceTexts } from "../../web/src/model/service_texts.js";
 import { say, tables } from "../../web/src/texts/index.js";
 
@@ -199,7 +199,7 @@ test("every text is there in both languages, and none is left over", () => {
     for (const table of Object.values(tables)) assert.ok(Object.hasOwn(table, key), key);
   // What the page and the links themselves say.
   const frame =
-    /^help\.(?:intro|contents|find|findHint|found|foundNone|showAll|cause|remedy|sent|more|whatIsThis|newTab|keys\.(?:key|does)|sample\.\w+)$/;
+    /^help\.(?:intro|contents|find|findHint|found|foundNone|showAll|cause|remedy|sent|forms|more|whatIsThis|newTab|keys\.(?:key|does)|sample\.\w+)$/;
   for (const key of keys.filter((one) => one.startsWith("help.") && !frame.test(one)))
     assert.ok(used.has(key), `${key} is shown nowhere`);
 });
@@ -337,6 +337,12 @@ const searchedOf = (entry) =>
     ({ key, values }) => languages.map((language) => say(language, key, values)),
   );
 
+/** @returns {[string, Record<string, unknown>]} */
+function wordsOf(status) {
+  const { key, values } = resultSentence(status);
+  return [key, values];
+}
+
 const found = (query) => entries.filter((entry) => isFound(searchedOf(entry), query)).map(({ id }) => id);
 
 test("a sentence that a person saw finds its entry, with whatever it had filled in", () => {
@@ -360,6 +366,23 @@ test("a sentence that a person saw finds its entry, with whatever it had filled 
     const ids = found(query);
     assert.ok(ids.includes(id), `${query}: ${ids}`);
     assert.ok(ids.length <= 12, `${query}: ${ids.length}`);
+  }
+});
+
+test("every result is found in each form that the pages show", () => {
+  for (const number of resultCodes) {
+    const status = number < 0x10000 ? 0x80070000 | number | 0 : number | 0;
+    const id = entryOf(resultSentence(status).key.replace("result.", "result-"))?.id;
+    const inWords = languages.map((language) => say(language, ...wordsOf(status)));
+    const forms = [hexResult(status), hexResult(status).toLowerCase(), `${status}`, `−${-status}`];
+    const inDiagnostics = inWords.map((words) => `${words} ${hexResult(status)} · −${-status}`);
+    const inReport = inWords.map((words) => `${status} = ${hexResult(status)}, ${words}`);
+    for (const query of forms) {
+      const ids = found(query);
+      // Some titles have a result as an example.
+      assert.ok(ids.includes(String(id)) && ids.every((one) => one === id || /^reason-/.test(one)), query);
+    }
+    for (const query of [...inDiagnostics, ...inReport]) assert.ok(found(query).includes(String(id)), query);
   }
 });
 

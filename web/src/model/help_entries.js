@@ -1,6 +1,6 @@
 // What the Help page contains, in its order: sections with groups of entries, each with the titles that the pages show,
 // its cause and remedy, and the anchors that links lead to. The search over them is here too.
-import { resultSentence } from "./reasons.js";
+import { hexResult, isKnownResult, resultSentence } from "./reasons.js";
 import { knownServiceTexts } from "./service_texts.js";
 
 /**
@@ -19,6 +19,7 @@ import { knownServiceTexts } from "./service_texts.js";
  * @property {Sentence | null} cause
  * @property {Sentence | null} remedy
  * @property {string[]} sent the service's own texts; a part that changes is "…"
+ * @property {string[]} forms the codes of the titles in the other forms that the pages show
  * @property {string[]} shown keys of further texts that a person may have seen, for the search
  * @property {string[]} links names of sections, which have a text `help.see.NAME`
  *
@@ -60,7 +61,16 @@ const sample = {
 };
 
 /** @type {Omit<Entry, "id" | "titles">} */
-const bareEntry = { text: [], steps: null, cause: null, remedy: null, sent: [], shown: [], links: [] };
+const bareEntry = {
+  text: [],
+  steps: null,
+  cause: null,
+  remedy: null,
+  sent: [],
+  forms: [],
+  shown: [],
+  links: [],
+};
 
 /**
  * @param {Title[]} titles
@@ -363,16 +373,33 @@ export const resultGroups = [
   ],
 ];
 
+/** What the upper half of an HRESULT is that carries a Win32 error. */
+const win32Results = 0x8007 << 16;
+
+/**
+ * The status that the service reports for a result: in hexadecimal, unless the words have it so, and in decimal.
+ *
+ * @param {number} code
+ * @returns {string}
+ */
+function otherForms(code) {
+  const isWin32 = code < 0x10000;
+  const status = isWin32 ? win32Results | code : code | 0;
+  const decimal = String(status).replace("-", "−");
+  return isWin32 ? `${hexResult(status)} · ${decimal}` : decimal;
+}
+
 /**
  * @param {[string, number[]]} row
  * @returns {Entry[]} one, or none
  */
 function resultEntry([name, codes]) {
-  const titles = codes
+  const known = codes.filter(isKnownResult);
+  const titles = known
     .map(resultSentence)
-    .filter(({ key }) => key !== "result.unknown")
     .map((text) => ({ id: text.key.replace("result.", "result-"), text }));
-  return titles.length > 0 ? [entry(titles, causeAndRemedy(`help.result.${name}`))] : [];
+  if (titles.length === 0) return [];
+  return [entry(titles, { ...causeAndRemedy(`help.result.${name}`), forms: known.map(otherForms) })];
 }
 
 // ---- the page ----
@@ -623,5 +650,6 @@ export function sentencesOf({ titles, text, steps, cause, remedy, shown }) {
 export function searchedEntry(one, templatesOf, say) {
   const { seen, other } = sentencesOf(one);
   const templates = seen.flatMap(({ key }) => templatesOf(key));
-  return searchedText([...templates, ...one.sent], [...[...seen, ...other].flatMap(say), ...one.sent]);
+  const texts = [...[...seen, ...other].flatMap(say), ...one.sent, ...one.forms];
+  return searchedText([...templates, ...one.sent], texts);
 }

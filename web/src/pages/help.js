@@ -82,20 +82,23 @@ function Titles({ say: tell, entry: { titles }, level }) {
   return level === 3 ? html`<h3>${lines}</h3>` : html`<h4>${lines}</h4>`;
 }
 
+/** @param {{label: string, codes: string[]}} props */
+const Codes = ({ label, codes }) =>
+  codes.length > 0 &&
+  html`<p class="muted">
+    ${label}${" "}${codes.map((one, index) => html`${index > 0 && ", "}<code>${one}</code>`)}
+  </p>`;
+
 /** @param {{t: Translate, say: Say, entry: Entry}} props */
 function EntryBody({ t, say: tell, entry }) {
-  const { text, steps, cause, remedy, sent, links } = entry;
+  const { text, steps, cause, remedy, sent, forms, links } = entry;
   return html`${text.map((one) => html`<p>${tell(one)}</p>`)}
-  ${steps !== null && html`<${Steps} text=${tell(steps)} />`}
-  ${cause !== null && html`<p><b>${t("help.cause")}</b> ${tell(cause)}</p>`}
-  ${remedy !== null && html`<p><b>${t("help.remedy")}</b> ${tell(remedy)}</p>`}
-  ${links.map((link) => html`<p><a href=${`#${link}`}>${t(`help.see.${link}`)}</a></p>`)}
-  ${
-    sent.length > 0 &&
-    html`<p class="muted">
-      ${t("help.sent")}${" "}${sent.map((one, index) => html`${index > 0 && ", "}<code>${one}</code>`)}
-    </p>`
-  }`;
+    ${steps !== null && html`<${Steps} text=${tell(steps)} />`}
+    ${cause !== null && html`<p><b>${t("help.cause")}</b> ${tell(cause)}</p>`}
+    ${remedy !== null && html`<p><b>${t("help.remedy")}</b> ${tell(remedy)}</p>`}
+    ${links.map((link) => html`<p><a href=${`#${link}`}>${t(`help.see.${link}`)}</a></p>`)}
+    <${Codes} label=${t("help.forms")} codes=${forms} />
+    <${Codes} label=${t("help.sent")} codes=${sent} />`;
 }
 
 /**

@@ -12,6 +12,7 @@ export const helpEn = {
   "help.cause": "Why",
   "help.remedy": "What to do",
   "help.sent": "Velmora's control service sends:",
+  "help.forms": "Also shown as:",
   "help.more": "More about this",
   "help.whatIsThis": "What does this mean?",
   "help.newTab": "(opens another tab)",
@@ -248,7 +249,7 @@ export const helpEn = {
   "help.reason.algorithmNotLoaded.remedy": "Run Velmora's installer again, then restart Windows audio.",
   "help.reason.initialize.cause": "Windows started the effect, and the effect reported a failure.",
   "help.reason.initialize.remedy":
-    "Look up the result in brackets below. Restart Windows audio. If it stays, run Velmora's installer again.",
+    "Look up the code in brackets below. Restart Windows audio. If it stays, run Velmora's installer again.",
   "help.reason.format.cause": "The device runs in a format that the effect does not take.",
   "help.reason.format.remedy":
     "In Windows, open the device's properties, Advanced, and choose another format, such as 24 bit, 48000 Hz. Switch spatial sound off to try.",
@@ -400,9 +401,9 @@ export const helpEn = {
     "Nothing. If you do not know the other device, change the account's password.",
 
   // ---- results of Windows ----
-  "help.results": "Results of Windows",
+  "help.results": "Windows error codes",
   "help.results.text":
-    "Some messages end with a result in brackets: a number, or a code such as 0x80070005. Search for it here.",
+    "Some messages end with an error code in brackets: a number such as 5, or a code that begins with 0x. Diagnostics and the report also show it as a long number with a minus sign. Search for any of these here.",
   "help.result.access.cause": "Windows refused access.",
   "help.result.access.remedy":
     "Start Velmora as administrator. If it is so already, a security program or the device's settings refuse it.",

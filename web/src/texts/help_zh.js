@@ -11,6 +11,7 @@ export const helpZh = {
   "help.cause": "原因",
   "help.remedy": "解决方法",
   "help.sent": "控制服务返回的原文：",
+  "help.forms": "也会显示为：",
   "help.more": "了解详情",
   "help.whatIsThis": "这是什么意思？",
   "help.newTab": "（在另一个标签页中打开）",
@@ -208,7 +209,7 @@ export const helpZh = {
   "help.reason.algorithmNotLoaded.remedy": "请重新运行 Velmora 的安装程序，然后重启 Windows 音频。",
   "help.reason.initialize.cause": "Windows 启动了音效，但音效报告失败。",
   "help.reason.initialize.remedy":
-    "请在下面查找括号中的结果。请重启 Windows 音频。如果一直如此，请重新运行 Velmora 的安装程序。",
+    "请在下面查找括号中的代码。请重启 Windows 音频。如果一直如此，请重新运行 Velmora 的安装程序。",
   "help.reason.format.cause": "设备使用的声音格式不受音效支持。",
   "help.reason.format.remedy":
     "请在 Windows 的设备属性的“高级”中选择其他格式，例如 24 位、48000 Hz。也可以试试关闭空间音效。",
@@ -331,8 +332,9 @@ export const helpZh = {
   "help.error.accountElsewhere.remedy": "无需操作。如果您不认识那台设备，请更改账号的密码。",
 
   // ---- results of Windows ----
-  "help.results": "Windows 的结果",
-  "help.results.text": "有些消息末尾的括号中有一个结果：数字，或 0x80070005 这样的代码。请在这里查找。",
+  "help.results": "Windows 错误代码",
+  "help.results.text":
+    "有些消息末尾的括号中有错误代码：5 这样的数字，或以 0x 开头的代码。“诊断”和报告中还会显示为带负号的长数字。这几种写法都可以在这里查找。",
   "help.result.access.cause": "Windows 拒绝了访问。",
   "help.result.access.remedy":
     "请以管理员身份启动 Velmora。如果已经如此，则是安全软件或设备的设置拒绝了访问。",
