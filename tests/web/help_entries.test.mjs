@@ -62,6 +62,77 @@ test("each error text of the service has an entry", () => {
   for (const key of goodNews) assert.ok(known.has(key) && entryOf(`error-${key}`) === undefined, key);
 });
 
+// What the pages themselves say when something fails or is not as expected.
+const ownSentences = [
+  /^account\.(?:over|codeOver|denied|failed|noCode|ended)$/,
+  /^action\.(?:failed|stopped|not\w+)$/,
+  /^capture\.(?:missing\w*|broken\w*|unwritable)$/,
+  /^capture\.note\.(?:silent|no\w+|missing\w*|old\w*|elsewhere)$/,
+  /^check\.\w+\.(?!yes$)/,
+  /^curve\.(?:clip|tooHigh|allUsed)$/,
+  /^devices\.(?:trouble|none)$/,
+  /^equalizer\.(?:unsent|changedElsewhere)$/,
+  /^import\.(?:nothing$|dropped$|error\.|reason\.)/,
+  /^page\.notKept$/,
+  /^preset\.(?:not[A-Z]\w+|renamedTwice|foreign|unopened|unreadable|deleteUnreadable|gone\w*)$/,
+  /^preset\.(?:name|reason)\./,
+  /^service\.none$/,
+  /\.(?:copyByHand|byHand)$/,
+];
+
+test("each sentence of the pages about a failure has an entry, which it finds", () => {
+  // Other values than those of the entries' own titles.
+  const values = {
+    ...{
+      device: "Kopfhörer",
+      name: "Abend 2",
+      other: "Abend 3",
+      old: "Abend",
+      typed: "abend",
+      bytes: 7_340_032,
+    },
+    ...{
+      received: 1_048_576,
+      total: 2_097_152,
+      at: 0,
+      line: 12,
+      position: 4,
+      count: 9,
+      minimum: 20,
+      maximum: 30,
+    },
+    ...{
+      character: "?",
+      most: 64,
+      blocks: 7,
+      id: 12,
+      excess: 3,
+      limit: 22_050,
+      path: "C:\\x.dll",
+      strength: 0.5,
+    },
+    ...{ text: "XYZ", field: { key: "import.field.q", values: {} }, result: resultSentence(-1) },
+    reason: { key: "service.presetFile", values: {} },
+  };
+  for (const pattern of ownSentences)
+    assert.ok(
+      keys.some((key) => pattern.test(key)),
+      String(pattern),
+    );
+  for (const key of keys.filter((one) => ownSentences.some((pattern) => pattern.test(one)))) {
+    const explaining = entries.filter((entry) => sentencesOf(entry).seen.some((seen) => seen.key === key));
+    assert.ok(explaining.length > 0, `${key} has no entry`);
+    for (const { text, cause, remedy } of explaining) assert.ok(text.length > 0 || (cause && remedy), key);
+    for (const language of languages) {
+      const ids = found(say(language, key, values));
+      assert.ok(
+        explaining.some(({ id }) => ids.includes(id)),
+        `${language} ${key}: ${ids}`,
+      );
+    }
+  }
+});
+
 test("each result of Windows with words has an entry", () => {
   const words = keys.filter(
     (key) => key.startsWith("result.") && !["result.0", "result.unknown"].includes(key),
@@ -380,7 +451,10 @@ test("every result is found in each form that the pages show", () => {
     for (const query of forms) {
       const ids = found(query);
       // Some titles have a result as an example.
-      assert.ok(ids.includes(String(id)) && ids.every((one) => one === id || /^reason-/.test(one)), query);
+      assert.ok(
+        ids.includes(String(id)) && ids.every((one) => one === id || /^(?:reason|message)-/.test(one)),
+        query,
+      );
     }
     for (const query of [...inDiagnostics, ...inReport]) assert.ok(found(query).includes(String(id)), query);
   }

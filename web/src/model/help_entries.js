@@ -90,12 +90,18 @@ const causeAndRemedy = (prefix) => ({
 
 // ---- controls ----
 
+/** @type {Record<string, string[]>} keys of what the pages say beside a control */
+const besideControl = { clip: ["curve.clip"], curve: ["curve.tooHigh", "curve.allUsed"] };
+
 /**
  * @param {string} name
  * @param {string} [key]
  */
 const control = (name, key = name) =>
-  entry([{ id: name, text: sentence(`help.${key}`) }], { text: [sentence(`help.${key}.text`)] });
+  entry([{ id: name, text: sentence(`help.${key}`) }], {
+    text: [sentence(`help.${key}.text`)],
+    shown: besideControl[name] ?? [],
+  });
 
 /**
  * @param {string} title
@@ -144,14 +150,16 @@ const controlGroups = [
 // ---- verdicts ----
 
 /**
- * Headlines and details by verdict; where nothing is given, both have the verdict's own name.
+ * Headlines and details by verdict; where nothing is given, both have the verdict's own name. Also: further keys that
+ * say the same.
  *
- * @type {Record<VerdictId, {headlines?: string[], details?: string[], links?: string[]}>}
+ * @typedef {{headlines?: string[], details?: string[], also?: string[], links?: string[]}} VerdictRow
+ * @type {Record<VerdictId, VerdictRow>}
  */
 const verdicts = {
   works: { details: ["works.enhancement", "works.equalizer"] },
   ready: {},
-  notAdded: { details: ["notAdded", "notAdded.programs"] },
+  notAdded: { details: ["notAdded", "notAdded.programs"], also: ["check.added.no"] },
   goneAgain: {},
   restartPending: {},
   engineKept: {},
@@ -163,7 +171,7 @@ const verdicts = {
   couldNotStart: {},
   otherDevice: {},
   severalDevices: {},
-  noDevice: {},
+  noDevice: { also: ["devices.none"] },
   deviceGone: { headlines: ["deviceGone", "deviceGone.unnamed"] },
   noEffects: {},
   needsAdmin: {},
@@ -173,41 +181,61 @@ const verdicts = {
     headlines: ["restarting", "restarting.settings"],
     details: ["restarting", "restarting.settings", "restarting.engine"],
   },
-  notInstalled: {},
-  fileMissing: { headlines: ["fileMissing.effect", "fileMissing.algorithm"] },
+  notInstalled: { also: ["check.installed.notRegistered"] },
+  fileMissing: {
+    headlines: ["fileMissing.effect", "fileMissing.algorithm"],
+    also: ["check.installed.noFile", "check.installed.noAlgorithm"],
+  },
   expired: {},
-  gone: {},
-  checking: {},
+  gone: { also: ["action.stopped"] },
+  checking: { also: ["check.processing.unknown"] },
   waiting: { details: ["waiting", "waiting.long"] },
-  unclear: { details: ["unclear", "unclear.answer", "unclear.devices", "unclear.record", "unclear.volume"] },
+  unclear: {
+    details: ["unclear", "unclear.answer", "unclear.devices", "unclear.record", "unclear.volume"],
+    also: [
+      "check.installed.unknown",
+      "check.added.unknown",
+      "check.engine.unlisted",
+      "check.engine.unknown",
+      "check.loaded.unlisted",
+      "check.loaded.unknown",
+      "check.processing.noRecord",
+      "check.applied.unknown",
+    ],
+  },
 };
 
+/** @type {[string, string[]][]} each reason, with keys of checks that say the same */
 const reasons = [
-  "engine",
-  "notLoaded",
-  "algorithmNotLoaded",
-  "initialize",
-  "format",
-  "lock",
-  "algorithm",
-  "differs",
-  "notApplied",
-  "still",
-  "hangs",
+  ["engine", ["check.engine.no", "check.loaded.noEngine"]],
+  ["notLoaded", ["check.loaded.no"]],
+  ["algorithmNotLoaded", ["check.loaded.noAlgorithm"]],
+  ["initialize", ["check.processing.failed"]],
+  ["format", []],
+  ["lock", []],
+  ["algorithm", []],
+  ["differs", ["check.applied.no"]],
+  ["notApplied", ["check.applied.notReported"]],
+  ["still", ["check.processing.no"]],
+  ["hangs", []],
 ];
 
-/** @param {[string, {headlines?: string[], details?: string[], links?: string[]}]} row */
-const verdictEntry = ([id, { headlines = [id], details = [id], links = [] }]) =>
+/** @param {[string, VerdictRow]} row */
+const verdictEntry = ([id, { headlines = [id], details = [id], also = [], links = [] }]) =>
   entry(
     headlines.map((name, index) => ({
       id: index === 0 ? `verdict-${id}` : `verdict-${name}`,
       text: sentence(`verdict.${name}`, sample),
     })),
-    { ...causeAndRemedy(`help.verdict.${id}`), shown: details.map((name) => `detail.${name}`), links },
+    {
+      ...causeAndRemedy(`help.verdict.${id}`),
+      shown: [...details.map((name) => `detail.${name}`), ...also],
+      links,
+    },
   );
 
-/** @param {string} name */
-const reasonEntry = (name) =>
+/** @param {[string, string[]]} row */
+const reasonEntry = ([name, shown]) =>
   entry(
     [
       {
@@ -215,7 +243,7 @@ const reasonEntry = (name) =>
         text: sentence(`reason.${name}`, { result: resultSentence(0x80004005), code: "1" }),
       },
     ],
-    causeAndRemedy(`help.reason.${name}`),
+    { ...causeAndRemedy(`help.reason.${name}`), shown },
   );
 
 // ---- errors ----
@@ -258,6 +286,7 @@ const errorGroups = [
     ],
   },
   { title: "presets", rows: [{ keys: ["presetName"] }, { keys: ["noPreset"] }, { keys: ["presetFile"] }] },
+  { title: "import", rows: [] },
   {
     title: "captures",
     rows: [
@@ -309,6 +338,134 @@ const errorGroups = [
   },
 ];
 
+/**
+ * What the pages themselves say when something fails, by the group of errors that it belongs to. Titles and shown are
+ * whole keys; the first title names the anchor.
+ *
+ * @type {Record<string, {name: string, titles: string[], shown?: string[]}[]>}
+ */
+const pageMessages = {
+  use: [
+    {
+      name: "notDone",
+      titles: ["action.failed"],
+      shown: ["action.notAdded", "action.notRemoved", "service.none"],
+    },
+    { name: "unsent", titles: ["equalizer.unsent"], shown: ["equalizer.sentLate"] },
+    { name: "changedElsewhere", titles: ["equalizer.changedElsewhere"] },
+    { name: "notKept", titles: ["page.notKept"] },
+    { name: "copyByHand", titles: ["export.copyByHand"], shown: ["account.copyByHand", "report.byHand"] },
+  ],
+  presets: [
+    {
+      name: "presetWriting",
+      titles: ["preset.notSaved", "preset.notRenamed", "preset.notDeleted", "preset.notRestored"],
+      shown: [
+        "preset.notRenamedTwice",
+        "preset.renamedTwice",
+        "preset.reason.compare",
+        "preset.reason.silent",
+        "preset.reason.locked",
+      ],
+    },
+    {
+      name: "presetNaming",
+      titles: ["preset.name.character", "preset.name.reserved"],
+      shown: ["preset.name.empty", "preset.name.blank", "preset.name.long"],
+    },
+    { name: "presetListing", titles: ["preset.notListed"] },
+    {
+      name: "presetReading",
+      titles: ["preset.unopened", "preset.unreadable"],
+      shown: ["preset.deleteUnreadable"],
+    },
+    { name: "presetForeign", titles: ["preset.foreign"] },
+    { name: "presetGone", titles: ["preset.gone"], shown: ["preset.goneChosen"] },
+  ],
+  import: [
+    {
+      name: "importFile",
+      titles: [
+        "import.error.tooLarge",
+        "import.error.binary",
+        "import.error.unreadable",
+        "import.error.severalFiles",
+        "import.error.noText",
+      ],
+    },
+    {
+      name: "importNothing",
+      titles: ["import.nothing"],
+      shown: [
+        "import.reason.json",
+        "import.reason.jsonNotRead",
+        "import.reason.noSetting",
+        "import.reason.noBands",
+        "import.reason.bandsNoList",
+        "import.reason.bandsEmpty",
+        "import.reason.noBand",
+      ],
+    },
+    {
+      name: "importLines",
+      titles: ["import.dropped"],
+      shown: [
+        "notUnderstood",
+        "notSupported",
+        "off",
+        "state",
+        "noType",
+        "type",
+        "typeNotWhole",
+        "slope",
+        "word",
+        "twice",
+        "twoWidths",
+        "bandwidthType",
+        "missing",
+        "noValue",
+        "number",
+        "noNumber",
+        "ambiguous",
+        "range",
+        "surplus",
+        "overtaken",
+        "secondGraphic",
+        "graphicBesideFilters",
+        "noPairs",
+        "pair",
+        "frequencyTwice",
+        "noYesNo",
+        "memberTwice",
+        "memberUnknown",
+      ].map((reason) => `import.reason.${reason}`),
+    },
+  ],
+  captures: [
+    {
+      name: "captureSilent",
+      titles: ["capture.note.silent"],
+      shown: ["capture.note.noSound", "capture.note.noReport"],
+    },
+    {
+      name: "captureMissing",
+      titles: ["capture.missing"],
+      shown: ["capture.missingRest", "capture.note.missing"],
+    },
+    { name: "captureOld", titles: ["capture.note.old"], shown: ["capture.note.oldFrom"] },
+    { name: "captureElsewhere", titles: ["capture.note.elsewhere"] },
+    { name: "captureBroken", titles: ["capture.brokenUnknown"], shown: ["capture.broken"] },
+    { name: "captureUnwritable", titles: ["capture.unwritable"] },
+  ],
+  devices: [{ name: "devicesTrouble", titles: ["devices.trouble"] }],
+  account: [
+    { name: "accountOver", titles: ["account.over", "account.codeOver"] },
+    { name: "accountDenied", titles: ["account.denied"] },
+    { name: "accountIncomplete", titles: ["account.failed", "account.noCode"] },
+    { name: "accountEnded", titles: ["account.ended"] },
+  ],
+};
+
 /** Known texts of the service that report no trouble, so that they need no entry. */
 export const goodNews = ["audioRestarted", "accountBound", "accountFreed"];
 
@@ -327,6 +484,22 @@ const errorEntry = ({ keys, name = keys[0], links = [] }) =>
   entry(
     keys.map((key) => ({ id: `error-${key}`, text: sentence(`service.${key}`, sample) })),
     { ...causeAndRemedy(`help.error.${name}`), sent: keys.flatMap(textsOf), links },
+  );
+
+/** Examples for the changing parts of the pages' own messages. */
+const messageSample = {
+  name: sentence("preset.newName"),
+  reason: sentence("preset.reason.locked"),
+  result: resultSentence(0x80004005),
+  character: "?",
+  count: 2,
+};
+
+/** @param {{name: string, titles: string[], shown?: string[]}} row */
+const messageEntry = ({ name, titles, shown = [] }) =>
+  entry(
+    titles.map((key) => ({ id: `message-${key.replaceAll(".", "-")}`, text: sentence(key, messageSample) })),
+    { ...causeAndRemedy(`help.message.${name}`), shown },
   );
 
 // ---- results of Windows ----
@@ -477,7 +650,12 @@ export const helpSections = [
     ],
   }),
   section("errors", {
-    groups: errorGroups.map(({ title, rows }) => folded(`help.errors.${title}`, rows.map(errorEntry))),
+    groups: errorGroups.map(({ title, rows }) =>
+      folded(`help.errors.${title}`, [
+        ...rows.map(errorEntry),
+        ...(pageMessages[title] ?? []).map(messageEntry),
+      ]),
+    ),
   }),
   section("results", {
     text: [sentence("help.results.text")],

@@ -278,6 +278,7 @@ export const helpEn = {
   "help.errors": "Error messages",
   "help.errors.use": "Pages and settings",
   "help.errors.presets": "Presets",
+  "help.errors.import": "Importing",
   "help.errors.captures": "Captures",
   "help.errors.devices": "Devices and volume",
   "help.errors.change": "Adding, removing and restarting",
@@ -399,6 +400,99 @@ export const helpEn = {
     "Only one device can be signed in. Your sign-in here ends the session on the other one.",
   "help.error.accountElsewhere.remedy":
     "Nothing. If you do not know the other device, change the account's password.",
+
+  // ---- what the pages say when something fails ----
+  "help.message.notDone.cause": "The part after the colon is the reason.",
+  "help.message.notDone.remedy":
+    "Search here for the part after the colon. If there is none, reload the page and try again. If it stays, choose Copy report and pass it on.",
+  "help.message.unsent.cause": "Velmora did not answer when the change was made: it was busy or had stopped.",
+  "help.message.unsent.remedy":
+    "Choose Use it now to send it, or Discard it. If Velmora has stopped, double-click start.cmd.",
+  "help.message.changedElsewhere.cause":
+    "The equalizer is open in another tab, or another program changes it.",
+  "help.message.changedElsewhere.remedy": "Nothing. To avoid this, change the equalizer in one page only.",
+  "help.message.notKept.cause":
+    "The browser does not let this page store anything. Private windows and some settings for cookies do that.",
+  "help.message.notKept.remedy":
+    "Open the page in a normal window, and allow site data for 127.0.0.1 in the browser's settings. Everything else works without it.",
+  "help.message.copyByHand.cause": "The browser refused access to the clipboard.",
+  "help.message.copyByHand.remedy":
+    "Select the text and press Ctrl+C. To avoid this, allow the clipboard for 127.0.0.1 in the browser's settings.",
+  "help.message.presetWriting.cause":
+    "Velmora could not write, read back or delete the preset's file. Another program uses it, it is write-protected, or the control service did not answer.",
+  "help.message.presetWriting.remedy":
+    "Close programs that use the presets' folder, such as an editor or a backup, and check that the file is not write-protected. Then try again. If the preset is saved under two names, delete the one that you do not need.",
+  "help.message.presetNaming.cause":
+    "A preset is a file, and Windows does not allow every name. A name needs at least one character and at most 64 bytes, has no space at its ends, and is none that Windows reserves, such as NUL or COM1.",
+  "help.message.presetNaming.remedy": "Use letters, digits, spaces, - and _, and a shorter name.",
+  "help.message.presetListing.cause":
+    "Velmora could not read the presets' folder, or did not answer. The part after the colon is the reason.",
+  "help.message.presetListing.remedy":
+    "Choose Try again. If it stays, check that the presets' folder exists and that you may read it.",
+  "help.message.presetReading.cause":
+    "The preset's file is empty, damaged, or holds something other than an equalizer setting. Another program may have written it.",
+  "help.message.presetReading.remedy":
+    "Choose another preset. To use this name again, save the present setting under it.",
+  "help.message.presetForeign.cause":
+    "Another program or person has put this file into the presets' folder, under a name that presets cannot have.",
+  "help.message.presetForeign.remedy":
+    "Rename the file in the presets' folder: letters, digits, spaces, - and _, and 64 bytes at most.",
+  "help.message.presetGone.cause":
+    "The preset was deleted or renamed in another tab, by another program or in its folder.",
+  "help.message.presetGone.remedy": "To keep the present setting, save it. Otherwise choose another preset.",
+  "help.message.importFile.cause":
+    "The page takes one file or one text at a time. A file must be text, such as .txt or .json, and 1 MiB at most.",
+  "help.message.importFile.remedy":
+    "Choose another file. If it opens in a text editor, copy the text and paste it here.",
+  "help.message.importNothing.cause":
+    "The text has no line that the import knows, or its JSON is damaged or not a setting of the equalizer.",
+  "help.message.importNothing.remedy":
+    "Export the setting again from the program that it comes from, as parametric filters or as a GraphicEQ line. For JSON, use a file that Velmora has exported.",
+  "help.message.importLines.cause":
+    "The reason is beside each line: the import does not know the line, a value in it is missing or outside its range, or the equalizer has no room for it. All other lines are used.",
+  "help.message.importLines.remedy":
+    "Look at the preview. If the lines matter, correct them in the text; the preview follows. Otherwise choose Use this setting.",
+  "help.message.captureSilent.cause":
+    "The effect runs only while sound plays on a device with Velmora, and it takes commands only then.",
+  "help.message.captureSilent.remedy":
+    "Play something on a device with Velmora until the first line says “You are hearing Velmora”. Keep it playing while you record and export.",
+  "help.message.captureMissing.cause":
+    "The effect did not write all four files. No sound went through it, the disk is full, or it writes to another folder than the one that Velmora reads.",
+  "help.message.captureMissing.remedy":
+    "Play something on a device with Velmora and export again. Check the free disk space. If that does not help, start Velmora without --capture-directory.",
+  "help.message.captureOld.cause":
+    "The export did not remove the earlier files, most likely because a program has them open.",
+  "help.message.captureOld.remedy": "Close programs that use the files, such as a player, and export again.",
+  "help.message.captureElsewhere.cause":
+    "The effect serves all pages and programs. One of them has started, stopped or exported a recording.",
+  "help.message.captureElsewhere.remedy":
+    "If the recording is yours, export it here. Otherwise wait until the other one is finished: a new recording replaces it.",
+  "help.message.captureBroken.cause":
+    "Velmora or the browser ended the download before it was complete. Nothing was kept, so that no damaged file is left.",
+  "help.message.captureBroken.remedy":
+    "Choose Download again. If it breaks off each time, export again, or copy the files from their folder.",
+  "help.message.captureUnwritable.cause":
+    "The disk is full, the folder is write-protected, or the drive was removed.",
+  "help.message.captureUnwritable.remedy": "Free some space or choose another folder, then download again.",
+  "help.message.devicesTrouble.cause":
+    "Windows did not report every device, often while one is connecting. The code in brackets says why.",
+  "help.message.devicesTrouble.remedy":
+    "Wait a few seconds: the page looks again. If it stays, search here for the code, and restart Windows audio.",
+  "help.message.accountOver.cause":
+    "Nobody confirmed the sign-in within the time allowed, ten minutes at most.",
+  "help.message.accountOver.remedy":
+    "Sign in again, or choose Get a new code, and confirm it on your phone at once.",
+  "help.message.accountDenied.cause": "The sign-in was refused on the phone, or by the account service.",
+  "help.message.accountDenied.remedy":
+    "If you refused it by mistake, sign in again. If you did not begin it, change the account's password.",
+  "help.message.accountIncomplete.cause":
+    "The account service answered, but its answer was not usable: that is a fault of the account service.",
+  "help.message.accountIncomplete.remedy":
+    "Sign in by user name, or wait some minutes and try again. If it stays, ask the account's provider.",
+  "help.message.accountEnded.cause":
+    "Only one device can be signed in at a time. A sign-in on another device ended this session, or the session expired.",
+  "help.message.accountEnded.remedy":
+    "Sign in again to use the account here. If you do not know the other device, change the password.",
 
   // ---- results of Windows ----
   "help.results": "Windows error codes",

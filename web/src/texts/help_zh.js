@@ -233,6 +233,7 @@ export const helpZh = {
   "help.errors": "错误消息",
   "help.errors.use": "页面和设置",
   "help.errors.presets": "预设",
+  "help.errors.import": "导入",
   "help.errors.captures": "录制",
   "help.errors.devices": "设备和音量",
   "help.errors.change": "添加、移除和重启",
@@ -330,6 +331,80 @@ export const helpZh = {
   "help.error.accountUnreadable.remedy": "请在浏览器中打开任意网页，看网络是否要求登录，然后重试。",
   "help.error.accountElsewhere.cause": "同一时间只能在一台设备上登录。您在这里登录会结束另一台设备上的会话。",
   "help.error.accountElsewhere.remedy": "无需操作。如果您不认识那台设备，请更改账号的密码。",
+
+  // ---- what the pages say when something fails ----
+  "help.message.notDone.cause": "冒号后面的内容就是原因。",
+  "help.message.notDone.remedy":
+    "请在这里查找冒号后面的内容。如果没有给出原因，请刷新页面后重试。如果一直如此，请选择“复制报告”并发给帮助您的人。",
+  "help.message.unsent.cause": "更改时 Velmora 没有响应：它正忙，或已停止。",
+  "help.message.unsent.remedy":
+    "请选择“立即使用”发送更改，或选择“放弃”。如果 Velmora 已停止，请双击 start.cmd。",
+  "help.message.changedElsewhere.cause": "均衡器还在另一个标签页中打开，或其他程序也在更改它。",
+  "help.message.changedElsewhere.remedy": "无需操作。为避免这种情况，请只在一个页面中更改均衡器。",
+  "help.message.notKept.cause": "浏览器不允许此页面保存数据。无痕窗口和某些 Cookie 设置会这样。",
+  "help.message.notKept.remedy":
+    "请在普通窗口中打开页面，并在浏览器设置中允许 127.0.0.1 保存网站数据。其他功能不受影响。",
+  "help.message.copyByHand.cause": "浏览器拒绝了对剪贴板的访问。",
+  "help.message.copyByHand.remedy": "请选中文本并按 Ctrl+C。也可以在浏览器设置中允许 127.0.0.1 使用剪贴板。",
+  "help.message.presetWriting.cause":
+    "Velmora 无法写入、读回或删除预设文件：文件正被其他程序使用，或受写保护，或控制服务没有响应。",
+  "help.message.presetWriting.remedy":
+    "请关闭正在使用预设文件夹的程序，例如编辑器或备份软件，并确认文件没有写保护，然后重试。如果预设保存了两份，请删除不需要的一份。",
+  "help.message.presetNaming.cause":
+    "预设是文件，而 Windows 不允许某些名称。名称至少一个字符、最多 64 字节，首尾不能有空格，也不能是 NUL、COM1 等系统保留的名称。",
+  "help.message.presetNaming.remedy": "请使用字母（含汉字）、数字、空格、- 和 _，并缩短名称。",
+  "help.message.presetListing.cause": "Velmora 无法读取预设文件夹，或没有响应。冒号后面的内容是原因。",
+  "help.message.presetListing.remedy":
+    "请选择“重试”。如果一直如此，请检查预设文件夹是否存在，以及您能否读取它。",
+  "help.message.presetReading.cause": "预设文件为空、已损坏，或其中不是均衡器设置，可能由其他程序写入。",
+  "help.message.presetReading.remedy": "请选择其他预设。如需继续使用此名称，请用它保存当前设置。",
+  "help.message.presetForeign.cause": "其他程序或其他人把此文件放进了预设文件夹，而预设不能使用这样的名称。",
+  "help.message.presetForeign.remedy":
+    "请在预设文件夹中重命名该文件：只用字母（含汉字）、数字、空格、- 和 _，最多 64 字节。",
+  "help.message.presetGone.cause": "预设已在另一个标签页、其他程序或文件夹中被删除或重命名。",
+  "help.message.presetGone.remedy": "如需保留当前设置，请保存它；否则请选择其他预设。",
+  "help.message.importFile.cause":
+    "每次只能导入一个文件或一段文本。文件必须是文本，例如 .txt 或 .json，且不超过 1 MiB。",
+  "help.message.importFile.remedy":
+    "请选择其他文件。如果文件能在文本编辑器中打开，也可以复制其中的文本并粘贴到这里。",
+  "help.message.importNothing.cause": "文本中没有可以识别的行，或 JSON 已损坏，或其中不是均衡器设置。",
+  "help.message.importNothing.remedy":
+    "请在原来的程序中重新导出，选择参量滤波器或 GraphicEQ 行。如果是 JSON，请使用 Velmora 导出的文件。",
+  "help.message.importLines.cause":
+    "每一行旁边都写明了原因：无法识别该行，其中的数值缺失或超出范围，或均衡器没有空余的频段。其他行均会使用。",
+  "help.message.importLines.remedy":
+    "请查看预览。如果需要这些行，请在文本中改正，预览会随之更新；否则请选择“使用此设置”。",
+  "help.message.captureSilent.cause": "只有在添加了 Velmora 的设备上播放声音时，音效才会运行并响应操作。",
+  "help.message.captureSilent.remedy":
+    "请在添加了 Velmora 的设备上播放声音，直到第一行显示“正在使用 Velmora 音效”。录制和导出期间请继续播放。",
+  "help.message.captureMissing.cause":
+    "音效没有写出全部四个文件：没有声音经过它，或磁盘已满，或它写入的文件夹与 Velmora 读取的不同。",
+  "help.message.captureMissing.remedy":
+    "请在添加了 Velmora 的设备上播放声音，然后重新导出。请检查磁盘空间。如果没有改善，请在不带 --capture-directory 的情况下启动 Velmora。",
+  "help.message.captureOld.cause": "导出时未能删除之前的文件，通常是因为有程序打开了它们。",
+  "help.message.captureOld.remedy": "请关闭正在使用这些文件的程序，例如播放器，然后重新导出。",
+  "help.message.captureElsewhere.cause": "音效由所有页面和程序共用，其中一个开始、停止或导出了录制。",
+  "help.message.captureElsewhere.remedy":
+    "如果是您自己的录制，可以在这里导出。否则请等对方完成：新的录制会取代它。",
+  "help.message.captureBroken.cause":
+    "Velmora 或浏览器在下载完成之前中断了下载。为避免留下损坏的文件，未保留任何内容。",
+  "help.message.captureBroken.remedy": "请重新下载。如果每次都中断，请重新导出，或直接从文件夹中复制文件。",
+  "help.message.captureUnwritable.cause": "磁盘已满，或文件夹受写保护，或驱动器已移除。",
+  "help.message.captureUnwritable.remedy": "请腾出空间或选择其他文件夹，然后重新下载。",
+  "help.message.devicesTrouble.cause":
+    "Windows 没有列出全部设备，常见于设备正在连接时。括号中的代码说明了原因。",
+  "help.message.devicesTrouble.remedy":
+    "请等几秒，页面会重新读取。如果一直如此，请在这里查找该代码，并重启 Windows 音频。",
+  "help.message.accountOver.cause": "没有在规定的时间内确认登录，最长十分钟。",
+  "help.message.accountOver.remedy": "请重新登录，或选择“重新获取二维码”，并立即在手机上确认。",
+  "help.message.accountDenied.cause": "登录在手机上被拒绝，或被账号服务拒绝。",
+  "help.message.accountDenied.remedy": "如果是误操作，请重新登录。如果不是您发起的登录，请更改账号的密码。",
+  "help.message.accountIncomplete.cause": "账号服务有答复，但答复无法使用，这是账号服务的故障。",
+  "help.message.accountIncomplete.remedy":
+    "请用用户名登录，或等几分钟再试。如果一直如此，请联系账号服务的提供方。",
+  "help.message.accountEnded.cause":
+    "同一时间只能在一台设备上登录。在另一台设备上登录结束了这里的会话，或会话已过期。",
+  "help.message.accountEnded.remedy": "如需在这里使用账号，请重新登录。如果您不认识那台设备，请更改密码。",
 
   // ---- results of Windows ----
   "help.results": "Windows 错误代码",
