@@ -92,6 +92,7 @@ CommandArguments parse_flags(std::string_view word, CommandName command,
 CommandArguments parse_interrupt(const std::vector<std::string_view>& rest) {
   CommandArguments parsed;
   parsed.command = CommandName::interrupt;
+  if (std::any_of(rest.begin(), rest.end(), asks_for_help)) return help_for(CommandName::interrupt);
   const std::string_view text = rest.size() == 1 ? rest.front() : std::string_view();
   const auto end = std::from_chars(text.data(), text.data() + text.size(), parsed.process_id);
   const bool is_id = end.ec == std::errc() && end.ptr == text.data() + text.size() && parsed.process_id != 0;

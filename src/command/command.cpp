@@ -1,6 +1,7 @@
 #include "command/command.h"
 
 #include <string>
+#include <string_view>
 
 #include "base/version.h"
 #include "command/arguments.h"
@@ -11,6 +12,7 @@
 #include "command/status.h"
 #include "command/stop.h"
 #include "platform/child_process.h"
+#include "platform/errors.h"
 #include "platform/machine.h"
 #include "platform/sockets.h"
 
@@ -22,19 +24,31 @@ int finish(const Outcome& outcome) {
   return static_cast<int>(outcome.code);
 }
 
-int show_status(const CommandArguments& arguments) {
+Outcome show(std::string_view text) {
+  if (write_standard_output(text)) return {};
+  return {
+      CommandCode::output_not_written,
+      "Not everything could be written to standard output: make room on the disk, or keep the program that "
+      "reads it open."};
+}
+
+Outcome show_status(const CommandArguments& arguments) {
   std::string report;
-  const Outcome outcome = report_status(arguments.json, report);
-  write_standard_output(report);
-  return finish(outcome);
+  Outcome outcome = report_status(arguments.json, report);
+  return outcome.failed() ? outcome : show(report);
 }
 
 Outcome interrupt(std::uint32_t process_id) {
   const std::uint32_t error = interrupt_process(process_id);
   if (error == 0) return {};
-  return {CommandCode::service_lost, "The process " + std::to_string(process_id) +
-                                         " cannot be interrupted (error " + std::to_string(error) +
-                                         "): end it in its own window."};
+  const std::string id = std::to_string(process_id);
+  if (error == error_invalid_parameter) {
+    return {CommandCode::not_running, "There is no process " + id + ": to end Velmora, run velmora stop."};
+  }
+  const std::string why = error == error_access_denied
+                              ? " belongs to another user or has more rights"
+                              : " cannot be interrupted (error " + std::to_string(error) + ")";
+  return {CommandCode::bad_command_line, "The process " + id + why + ": end it in its own window."};
 }
 
 // The commands that talk to a service.
@@ -45,7 +59,7 @@ int run_with_sockets(const CommandArguments& arguments) {
   int code = 0;
   switch (arguments.command) {
     case CommandName::start: code = start_command(arguments); break;
-    case CommandName::status: code = show_status(arguments); break;
+    case CommandName::status: code = finish(show_status(arguments)); break;
     default: code = finish(open_running_page());
   }
   stop_sockets();
@@ -61,10 +75,8 @@ int run_command(const std::vector<std::string_view>& arguments) {
     case CommandName::none:
       write_standard_error(help_text(CommandName::none));
       return static_cast<int>(CommandCode::bad_command_line);
-    case CommandName::help: write_standard_output(help_text(parsed.help_for)); return 0;
-    case CommandName::version:
-      write_standard_output("velmora " + std::string(application_version) + '\n');
-      return 0;
+    case CommandName::help: return finish(show(help_text(parsed.help_for)));
+    case CommandName::version: return finish(show("velmora " + std::string(application_version) + '\n'));
     case CommandName::stop: return stop_command(parsed);
     case CommandName::interrupt: return finish(interrupt(parsed.process_id));
     default: return run_with_sockets(parsed);

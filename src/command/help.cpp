@@ -22,12 +22,13 @@ constexpr std::string_view overview =
     "  22  a browser or another program holds the service, so it does not answer or end\n"
     "  23  the file about the running service belongs to somebody else or cannot be read\n"
     "  24  that file cannot be written, so nothing was started or stopped\n"
-    "  25  the service ended or was ended at once\n"
+    "  25  the service was killed, crashed, or was ended at once\n"
     "  26  another program or another Velmora service uses the port\n"
     "  27  the service program cannot be started\n"
     "  28  the browser cannot be opened\n"
     "  29  the service's answer makes no sense\n"
-    "1 to 10 come from the service when velmora start ends.\n";
+    "  30  the output cannot be written, for example because the disk is full\n"
+    "1 to 10 come from the service when it cannot start or its self-test fails.\n";
 
 constexpr std::string_view start_help =
     "Runs the Velmora service in this window until Ctrl+C.\n"
@@ -37,23 +38,26 @@ constexpr std::string_view start_help =
     "  velmora start --open-browser --verbose\n"
     "\n"
     "The page is at the address that is printed. Without --port it is on the first free port from 17831 to\n"
-    "17850. Without --web-root the pages come from the folder \"web\" beside this program. All options are "
-    "those\n"
-    "of velmora_control_demo, and go to it unchanged.\n"
+    "17850. If another Velmora service, perhaps of another user, answers on a port before that one, nothing\n"
+    "is started (exit code 26). Without --web-root the pages come from the folder \"web\" beside this\n"
+    "program. All options are those of velmora_control_demo, and go to it unchanged.\n"
     "\n"
     "  velmora start --window        for a window that somebody opened by a double click: it says what it "
     "is,\n"
     "                                offers to start as administrator, and opens the page\n"
     "\n"
-    "Velmora runs once for each user. While it runs, a file that only you can read says where it answers; "
-    "see\n"
-    "docs/security.md. Ends with the exit code of the service.\n";
+    "Velmora runs once for each user. While it runs, the file run.json holds its address and the key to it.\n"
+    "Only you and administrators can read it. It is in %LOCALAPPDATA%\\Velmora\\Control (on Linux:\n"
+    "~/.local/state/velmora/control).\n"
+    "\n"
+    "The exit code is that of the service, or 25 if the service is killed or crashes.\n";
 
 constexpr std::string_view stop_help =
     "Ends the Velmora service that velmora start runs for you, and no other.\n"
     "\n"
-    "  velmora stop                  ends it cleanly: a signed-in account is released\n"
-    "  velmora stop --force          ends it at once: a signed-in account is not released\n"
+    "  velmora stop                  ends it cleanly; if you are signed in, you are signed out\n"
+    "  velmora stop --force          ends it at once; if you are signed in, you stay signed in at the\n"
+    "                                account service until that session expires\n"
     "\n"
     "The service ends as soon as the browser or the program that it answers is done. If that takes more "
     "than\n"
@@ -78,7 +82,9 @@ constexpr std::string_view open_help =
 constexpr std::string_view interrupt_help =
     "Sends Ctrl+C to a process. velmora start uses it to end the service.\n"
     "\n"
-    "  velmora interrupt 1234\n";
+    "  velmora interrupt 1234\n"
+    "\n"
+    "The exit code is 20 if there is no such process, and 2 if you may not interrupt it.\n";
 
 }  // namespace
 

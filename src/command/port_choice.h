@@ -11,7 +11,9 @@ namespace velmora {
 
 inline constexpr std::uint16_t first_port = 17831;
 inline constexpr std::uint16_t last_port = 17850;
-// How long an unknown program at a port may be silent before it counts as no Velmora service.
+// How long an unknown program at a port may be silent before it counts as no Velmora service. A Velmora
+// service that a client holds is as silent: it is skipped like another program, and a second service starts
+// on the next port. One that this user's `start` runs is not affected; its run file is held.
 inline constexpr std::int64_t recognition_ms = 1000;
 
 struct PortChoice {

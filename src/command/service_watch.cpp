@@ -1,6 +1,7 @@
 #include "command/service_watch.h"
 
 #include <optional>
+#include <utility>
 
 #include "base/version.h"
 #include "command/banner.h"
@@ -8,6 +9,7 @@
 #include "command/ending.h"
 #include "command/open_page.h"
 #include "command/run_folder.h"
+#include "command/window.h"
 #include "platform/clock.h"
 #include "platform/machine.h"
 
@@ -21,10 +23,13 @@ constexpr std::uint32_t look_period_ms = 250;
 constexpr std::uint32_t last_service_code = 10;
 
 constexpr std::string_view held_line =
-    "A browser or another program holds the service, or the account service does not answer. The service "
-    "ends "
-    "as soon as they are done. Press Ctrl+C again to end it at once; a signed-in account is then not "
-    "released.\n";
+    "A browser or another program holds the service, or the account service does not answer.\n"
+    "The service ends as soon as they are done. Press Ctrl+C again to end it at once.\n"
+    "If you are signed in, you then stay signed in at the account service until that session expires.\n";
+
+WatchedEnd lost(std::string sentence) {
+  return {static_cast<int>(CommandCode::service_lost), std::move(sentence)};
+}
 
 std::int64_t now_ms() { return steady_now_ns() / 1'000'000; }
 
@@ -85,9 +90,10 @@ class Watch {
     return false;
   }
 
+  // Only a start in a window opens the page, so the remedy is for a person in that window.
   void show_page(const ServiceAddress& address) const {
     const Outcome opened = open_page(record_of(address));
-    if (opened.failed()) write_standard_error(opened.sentence + '\n');
+    if (opened.failed()) write_standard_error(name_scripts(opened.sentence) + '\n');
   }
 
   void look() {
@@ -115,20 +121,22 @@ class Watch {
     }
   }
 
-  // The service itself says why it cannot start. Of a crash, and of somebody who ends it, it says nothing.
-  std::string why_ended(std::uint32_t exit_code) const {
-    const bool is_expected = exit_code == 0 || ending_.was_asked();
-    const bool says_why = !is_known_ && exit_code <= last_service_code;
-    if (is_expected || says_why) return {};
-    return "The service has ended unexpectedly (code " + std::to_string(exit_code) +
-           "): start it again with velmora start.";
-  }
-
+  // Whoever kills a process chooses its exit code, which then means nothing: Task Manager takes 1. Only a
+  // service that cannot start has codes for its reasons, and says them itself. With 0 it has ended cleanly,
+  // whoever asked it: a Ctrl+C or the system's shutdown may have reached it without us.
   WatchedEnd end_with(std::uint32_t exit_code) const {
     if (failure_.failed()) return {static_cast<int>(failure_.code), failure_.sentence};
-    if (!ending_.was_forced()) return {static_cast<int>(exit_code), why_ended(exit_code)};
-    return {static_cast<int>(CommandCode::service_lost),
-            "The service was ended at once: if an account was signed in, its session was not released."};
+    const bool was_asked = ending_.was_asked() || console_events > 0;
+    const bool is_cut_short = was_asked && is_known_ && exit_code != 0;
+    if (ending_.was_forced() || is_cut_short) {
+      return lost(
+          "The service was ended at once: if you were signed in, you stay signed in at the account service "
+          "until that session expires.");
+    }
+    const bool says_why = !is_known_ && exit_code <= last_service_code;
+    if (exit_code == 0 || says_why || was_asked) return {static_cast<int>(exit_code), {}};
+    return lost("The service has ended unexpectedly (code " + std::to_string(exit_code) +
+                "): start it again with velmora start.");
   }
 
   const ChildProcess& service_;

@@ -90,6 +90,7 @@ WatchedEnd run_service_child(const CommandArguments& arguments, bool opens_page)
 Outcome open_page_of_elevated() {
   constexpr std::int64_t limit_ns = 60'000'000'000;
   constexpr std::uint32_t pause_ms = 250;
+  write_standard_output("Velmora starts in another window; this one closes by itself.\n");
   const std::int64_t deadline_ns = steady_now_ns() + limit_ns;
   while (steady_now_ns() < deadline_ns) {
     const RunState state = read_run_state();
@@ -105,8 +106,8 @@ enum class Elevation { refused, started };
 
 Elevation offer_elevation(const CommandArguments& arguments) {
   write_standard_output(
-      "Only an administrator can add Velmora to a device or remove it, and start it before the effect has "
-      "run.\n");
+      "Velmora needs administrator rights to be added to a device or removed from one, to restart audio,\n"
+      "and to start while no sound goes through the effect.\n");
   if (!ask("Start Velmora as administrator?")) return Elevation::refused;
   std::vector<std::string> again = {"start", "--window"};
   again.insert(again.end(), arguments.service_options.begin(), arguments.service_options.end());
@@ -137,7 +138,9 @@ WatchedEnd start_in_window(const CommandArguments& arguments) {
 int start_command(const CommandArguments& arguments) {
   console_events = 0;
   const WatchedEnd end = arguments.window ? start_in_window(arguments) : run_service_child(arguments, false);
-  if (!end.sentence.empty()) write_standard_error(end.sentence + '\n');
+  if (!end.sentence.empty()) {
+    write_standard_error((arguments.window ? name_scripts(end.sentence) : end.sentence) + '\n');
+  }
   // Nothing is left to end cleanly.
   delay_end_after_close(0);
   if (arguments.window && end.exit_code != 0) wait_for_enter();

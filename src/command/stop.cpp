@@ -14,10 +14,18 @@ namespace {
 
 constexpr std::string_view ended_line = "Velmora has ended.\n";
 constexpr std::string_view forced_line =
-    "Velmora was ended at once. If an account was signed in, its session was not released.\n";
-constexpr std::string_view why_held =
-    "Velmora has not ended within 5 seconds, because a browser or another program holds it or the account "
-    "service does not answer";
+    "Velmora was ended at once. If you were signed in, you stay signed in at the account service until that\n"
+    "session expires.\n";
+constexpr std::string_view held_sentence =
+    "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service "
+    "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. If you "
+    "are "
+    "signed in, you then stay signed in at the account service until that session expires.";
+constexpr std::string_view held_lines =
+    "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service\n"
+    "does not answer. It ends as soon as they are done.\n"
+    "If you end it at once while you are signed in, you stay signed in at the account service until that\n"
+    "session expires.\n";
 
 // Waits until no `start` holds the run file with this id any more. False after the time limit.
 bool wait_for_end(const std::string& run_id) {
@@ -51,15 +59,8 @@ Outcome end_cleanly(const RunRecord& run, bool asks) {
     write_standard_output(ended_line);
     return {};
   }
-  if (!asks) {
-    return {CommandCode::held_by_client, std::string(why_held) +
-                                             ": it ends as soon as they are done, or at once with velmora "
-                                             "stop --force, which does not release a "
-                                             "signed-in account."};
-  }
-  write_standard_output(std::string(why_held) +
-                        ". It ends as soon as they are done.\n"
-                        "If it ends at once, a signed-in account is not released.\n");
+  if (!asks) return {CommandCode::held_by_client, std::string(held_sentence)};
+  write_standard_output(held_lines);
   if (ask("End it at once?")) return end_at_once(run);
   return {CommandCode::held_by_client, "Velmora still runs: it ends as soon as its last client is done."};
 }
@@ -74,7 +75,9 @@ int stop_command(const CommandArguments& arguments) {
   if (!outcome.failed()) {
     outcome = arguments.force ? end_at_once(*state.run) : end_cleanly(*state.run, arguments.window);
   }
-  if (!outcome.sentence.empty()) write_standard_error(outcome.sentence + '\n');
+  if (!outcome.sentence.empty()) {
+    write_standard_error((arguments.window ? name_scripts(outcome.sentence) : outcome.sentence) + '\n');
+  }
   if (arguments.window && outcome.failed()) wait_for_enter();
   return static_cast<int>(outcome.code);
 }

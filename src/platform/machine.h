@@ -47,8 +47,10 @@ void stop_com();
 void prepare_process();
 
 // Writes UTF-8 to standard output or standard error, unbuffered and without line feed translation. A Windows
-// console gets wide text, whatever its code page. Write errors are ignored: nobody may be reading.
-void write_standard_output(std::string_view text);
+// console gets wide text, whatever its code page. The result of write_standard_output is false if not all of
+// the text was written, for example because the disk is full or nobody reads it. Whoever writes for a person
+// who may have gone ignores it.
+bool write_standard_output(std::string_view text);
 void write_standard_error(std::string_view text);
 
 // SetConsoleCtrlHandler. `handler` gets the event number (wincon.h: 0 Ctrl+C, 1 Ctrl+Break, 2 close, 5

@@ -45,7 +45,7 @@ test("help and version need nothing", limits, async (t) => {
   assert.match(overview.output, /^ {2}velmora start /m);
   const none = await command(t, home, []);
   assert.deepEqual(none, { code: 2, signal: null, output: "", errors: overview.output });
-  for (const name of ["start", "stop", "status", "open"]) {
+  for (const name of ["start", "stop", "status", "open", "interrupt"]) {
     const help = await command(t, home, [name, "--help"]);
     assert.equal(help.code, 0);
     assert.match(help.output, new RegExp(`^ {2}velmora ${name}`, "m"));
@@ -252,10 +252,24 @@ test("in a window a failure waits to be read", limits, async (t) => {
   assert.equal(program.end, undefined);
   program.child.stdin?.write("\n");
   assert.deepEqual(await program.waitForEnd(), { code: 20, signal: null });
-  assert.equal(program.errors, notRunning);
+  assert.equal(program.errors, "Velmora is not running: start it with start.cmd.\n");
 });
 
 if (isNative) {
+  test("output that a full disk does not take is a failure", limits, async (t) => {
+    const home = makeHome(t);
+    const started = await startCommand(t, home);
+    for (const args of ["--help", "--version", "status", "status --json"]) {
+      const end = await run(t, "/bin/sh", ["-c", `exec "$0" ${args} >/dev/full`, commandLine], {
+        env: home.env,
+      });
+      assert.equal(end.code, 30, args);
+      assert.equal(end.output, "");
+      assertOneSentence(end.errors);
+    }
+    await started.stop();
+  });
+
   const mounts = { ...limits, skip: missingMountRight() };
 
   test("on a full disk no service is left running", mounts, async (t) => {
@@ -343,7 +357,8 @@ if (isNative) {
     const started = await startCommand(t, home, options);
     assert.ok(
       started.output.startsWith(
-        "Only an administrator can add Velmora to a device or remove it, and start it before the effect has run.\n" +
+        "Velmora needs administrator rights to be added to a device or removed from one, to restart audio,\n" +
+          "and to start while no sound goes through the effect.\n" +
           "Start Velmora as administrator? (y/n) " +
           "Windows has not started it as administrator. It starts with your own rights.\n" +
           "This window runs Velmora. Leave it open while you use Velmora.\n",

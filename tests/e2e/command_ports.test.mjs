@@ -205,14 +205,22 @@ if (isNative) {
     assert.ok(!fs.existsSync(runFileOf(home)));
   });
 
-  test("a service that is ended by a signal gives 128 and its number", limits, async (t) => {
-    const { started } = await startScript(t, "kill -KILL $$\n");
-    assert.deepEqual(await started.waitForEnd(), { code: 137, signal: null });
-    assert.equal(
-      started.errors,
-      "The service has ended unexpectedly (code 137): start it again with velmora start.\n",
-    );
-  });
+  // Task Manager ends a process with code 1, which no service that has shown its address gives.
+  for (const [how, before, ending, code] of [
+    ["is killed while it starts", "", "kill -KILL $$\n", 137],
+    ["is killed", banner(9), "kill -KILL $$\n", 137],
+    ["ends with the code of Task Manager", banner(9), "exit 1\n", 1],
+  ]) {
+    test(`a service that ${how} gives 25`, limits, async (t) => {
+      const { home, started } = await startScript(t, `${before}${ending}`);
+      assert.deepEqual(await started.waitForEnd(), { code: 25, signal: null });
+      assert.equal(
+        started.errors,
+        `The service has ended unexpectedly (code ${code}): start it again with velmora start.\n`,
+      );
+      assert.ok(!fs.existsSync(runFileOf(home)));
+    });
+  }
 
   test("a service that dies while it is asked is lost", limits, async (t) => {
     const home = makeHome(t);

@@ -40,9 +40,10 @@ void stop_com() {
 
 void prepare_process() {}
 
-void write_standard_output(std::string_view text) {
-  static_cast<void>(memory::enter("stdout"));
+bool write_standard_output(std::string_view text) {
+  if (memory::enter("stdout") != 0) return false;
   memory::system().standard_output += text;
+  return true;
 }
 void write_standard_error(std::string_view text) {
   static_cast<void>(memory::enter("stderr"));

@@ -91,11 +91,21 @@ TEST_F(PosixMachine, GoesOnAfterAWriteThatNobodyReads) {
   EXPECT_EQ(answer_of_child([&ends] {
               dup2(ends[1], STDOUT_FILENO);
               prepare_process();
-              write_standard_output("lost");
+              if (write_standard_output("lost")) return 2;
               return write(STDOUT_FILENO, "x", 1) == -1 && errno == EPIPE ? 0 : 1;
             }),
             0);
   close(ends[1]);
+}
+
+TEST_F(PosixMachine, ReportsWhatAFullDiskDidNotTake) {
+  EXPECT_EQ(answer_of_child([] {
+              dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+              const bool is_written = write_standard_output("lost");
+              dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+              return !is_written && write_standard_output("taken") ? 0 : 1;
+            }),
+            0);
 }
 
 // Each wrong stream sets its bit; the next descriptor must be none of them.

@@ -53,21 +53,21 @@ TEST_F(WindowsMachine, WritesBytesAsTheyAreAndAtOnce) {
   const std::string text = "a\nb\r\n\xC3\xB6\n";
   const StreamOnPipe output(STD_OUTPUT_HANDLE);
   const StreamOnPipe error(STD_ERROR_HANDLE);
-  write_standard_output(text);
+  EXPECT_TRUE(write_standard_output(text));
   EXPECT_EQ(output.read(), text);
   write_standard_error("2" + text);
   EXPECT_EQ(error.read(), "2" + text);
 }
 
-TEST_F(WindowsMachine, IgnoresWriteErrors) {
+TEST_F(WindowsMachine, ReportsThatItCannotWrite) {
   StreamOnPipe output(STD_OUTPUT_HANDLE);
   output.close_reader();
-  write_standard_output("lost\n");
+  EXPECT_FALSE(write_standard_output("lost\n"));
   SetStdHandle(STD_OUTPUT_HANDLE, nullptr);
-  write_standard_output("lost\n");
+  EXPECT_FALSE(write_standard_output("lost\n"));
   SetStdHandle(STD_OUTPUT_HANDLE, INVALID_HANDLE_VALUE);
-  write_standard_output("lost\n");
-  write_standard_output("");
+  EXPECT_FALSE(write_standard_output("lost\n"));
+  EXPECT_TRUE(write_standard_output(""));
 }
 
 TEST_F(WindowsMachine, TurnsTheDialogsOfTheSystemOff) {

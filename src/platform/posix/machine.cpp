@@ -62,13 +62,14 @@ void report_failure(int failure_pipe) {
   _exit(127);
 }
 
-void write_stream(int stream, std::string_view text) {
+bool write_stream(int stream, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(stream, text.data(), text.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return;
+    if (written <= 0) return false;
     text.remove_prefix(static_cast<std::size_t>(written));
   }
+  return true;
 }
 
 }  // namespace
@@ -101,7 +102,7 @@ void prepare_process() {
   signal(SIGPIPE, SIG_IGN);
 }
 
-void write_standard_output(std::string_view text) { write_stream(STDOUT_FILENO, text); }
+bool write_standard_output(std::string_view text) { return write_stream(STDOUT_FILENO, text); }
 void write_standard_error(std::string_view text) { write_stream(STDERR_FILENO, text); }
 
 void install_console_handler(bool (*handler)(std::uint32_t event)) {

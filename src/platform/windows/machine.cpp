@@ -31,29 +31,31 @@ BOOL WINAPI on_console_event(DWORD event) {
 }
 
 // A console must get wide text: it would interpret bytes in its own code page, which is not the process's.
-void write_console(HANDLE console, std::string_view text) {
+bool write_console(HANDLE console, std::string_view text) {
   const std::wstring wide = wide_text(wide_from_utf8_replacing(text));
   std::wstring_view rest = wide;
   while (!rest.empty()) {
     DWORD written = 0;
     if (!WriteConsoleW(console, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr) ||
         written == 0)
-      return;
+      return false;
     rest.remove_prefix(written);
   }
+  return true;
 }
 
 // Bypasses the C library, whose streams would write each line feed as two bytes.
-void write_stream(DWORD stream, std::string_view text) {
+bool write_stream(DWORD stream, std::string_view text) {
   const HANDLE handle = GetStdHandle(stream);
   DWORD mode = 0;
   if (GetConsoleMode(handle, &mode)) return write_console(handle, text);
   while (!text.empty()) {
     DWORD written = 0;
     if (!WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) || written == 0)
-      return;
+      return false;
     text.remove_prefix(written);
   }
+  return true;
 }
 
 }  // namespace
@@ -87,7 +89,7 @@ void stop_com() { CoUninitialize(); }
 // A drive without a disk must be an error for the caller, not a dialog that blocks the service's only thread.
 void prepare_process() { SetErrorMode(GetErrorMode() | SEM_FAILCRITICALERRORS); }
 
-void write_standard_output(std::string_view text) { write_stream(STD_OUTPUT_HANDLE, text); }
+bool write_standard_output(std::string_view text) { return write_stream(STD_OUTPUT_HANDLE, text); }
 void write_standard_error(std::string_view text) { write_stream(STD_ERROR_HANDLE, text); }
 
 void install_console_handler(bool (*handler)(std::uint32_t event)) {

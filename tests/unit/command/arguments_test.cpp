@@ -40,6 +40,8 @@ TEST(CommandArguments, AskForHelpAboutACommand) {
       {{"stop", "--force", "--help"}, CommandName::stop},
       {{"status", "--help"}, CommandName::status},
       {{"open", "--help"}, CommandName::open},
+      {{"interrupt", "--help"}, CommandName::interrupt},
+      {{"interrupt", "7", "-h"}, CommandName::interrupt},
   };
   for (const auto& [arguments, command] : rows) {
     const CommandArguments parsed = parse_command_arguments(arguments);

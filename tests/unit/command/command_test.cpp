@@ -60,13 +60,40 @@ TEST_F(Command, ShowsTheStatus) {
 }
 
 TEST_F(Command, InterruptsAProcess) {
-  EXPECT_EQ(run_command({"interrupt", "4321"}), 25);
-  EXPECT_EQ(errors(), "The process 4321 cannot be interrupted (error 87): end it in its own window.\n");
+  EXPECT_EQ(run_command({"interrupt", "4321"}), 20);
+  EXPECT_EQ(errors(), "There is no process 4321: to end Velmora, run velmora stop.\n");
   EXPECT_EQ(calls_of("GenerateConsoleCtrlEvent 4321"), 1);
   ChildProcess child;
   ASSERT_EQ(start_child(service_program, {}, child), 0u);
   EXPECT_EQ(run_command({"interrupt", std::to_string(child_process_id(child))}), 0);
   EXPECT_EQ(memory::system().children.front()->interrupts, 1);
+}
+
+TEST_F(Command, CannotInterruptTheProcessOfAnother) {
+  memory::system().faults["GenerateConsoleCtrlEvent"] = {error_access_denied, error_gen_failure};
+  EXPECT_EQ(run_command({"interrupt", "4321"}), 2);
+  EXPECT_EQ(run_command({"interrupt", "4322"}), 2);
+  EXPECT_EQ(errors(),
+            "The process 4321 belongs to another user or has more rights: end it in its own window.\n"
+            "The process 4322 cannot be interrupted (error 31): end it in its own window.\n");
+}
+
+TEST_F(Command, FailsIfItsOutputIsNotWritten) {
+  hold_some_run();
+  answer_at(17831, {{"/api/v1/status", expected_document(some_status)},
+                    {"/api/v1/render/effects/eq", expected_document(R"({"bypass":true,"bands":[]})")},
+                    {"/api/v1/devices", expected_document(R"({"render":[]})")}});
+  const std::vector<std::vector<std::string_view>> rows = {
+      {"--help"}, {"status", "--help"}, {"--version"}, {"status"}, {"status", "--json"}};
+  for (const auto& arguments : rows) {
+    memory::system().standard_error.clear();
+    memory::system().faults["stdout"] = {error_disk_full};
+    EXPECT_EQ(run_command(arguments), 30);
+    EXPECT_EQ(
+        errors(),
+        "Not everything could be written to standard output: make room on the disk, or keep the program "
+        "that reads it open.\n");
+  }
 }
 
 TEST_F(Command, NeedsTheNetwork) {

@@ -9,6 +9,11 @@
 namespace velmora {
 namespace {
 
+constexpr std::string_view ended_at_once =
+    "The service was ended at once: if you were signed in, you stay signed in at the account service until "
+    "that "
+    "session expires.";
+
 class ServiceWatch : public CommandMachine {
  protected:
   void SetUp() override {
@@ -61,10 +66,42 @@ TEST_F(ServiceWatch, SaysThatTheServiceHasEndedUnexpectedly) {
       if (row.is_running) print(child, service_banner);
       memory::end(child, row.exit_code);
     });
-    EXPECT_EQ(end.exit_code, static_cast<int>(row.exit_code));
+    EXPECT_EQ(end.exit_code, 25);
     EXPECT_EQ(end.sentence, "The service has ended unexpectedly (code " + row.number +
                                 "): start it again with velmora start.");
   }
+}
+
+// A code of its own says nothing against a clean end: somebody else may have asked the service.
+TEST_F(ServiceWatch, TakesTheCodeOfACleanEndThatItDidNotAskFor) {
+  const WatchedEnd end = watch([](memory::Child& child) {
+    print(child, service_banner);
+    memory::end(child, 0);
+  });
+  EXPECT_EQ(end.exit_code, 0);
+  EXPECT_EQ(end.sentence, "");
+}
+
+TEST_F(ServiceWatch, CountsAServiceThatIsKilledWhileItEndsAsEndedAtOnce) {
+  memory::system().on_idle = [] { console_events = 1; };
+  const WatchedEnd end = watch([](memory::Child& child) {
+    print(child, service_banner);
+    child.on_interrupt = [](memory::Child& killed) { memory::end(killed, 1); };
+  });
+  EXPECT_EQ(end.exit_code, 25);
+  EXPECT_EQ(end.sentence, ended_at_once);
+}
+
+// The console may have asked, and the system have ended the service, before anybody has looked.
+TEST_F(ServiceWatch, KnowsAConsoleEventThatItHasNotSeenYet) {
+  const WatchedEnd end = watch([](memory::Child& child) {
+    child.on_wait = [](memory::Child& ending) {
+      console_events = 1;
+      memory::end(ending, 130);
+    };
+  });
+  EXPECT_EQ(end.exit_code, 130);
+  EXPECT_EQ(end.sentence, "");
 }
 
 // Before the service handles Ctrl+C, the system ends it.
@@ -189,10 +226,9 @@ TEST_F(ServiceWatch, SeesAStopRequestBelowAFloodOfOutput) {
 }
 
 constexpr std::string_view held_line =
-    "A browser or another program holds the service, or the account service does not answer. The service "
-    "ends "
-    "as soon as they are done. Press Ctrl+C again to end it at once; a signed-in account is then not "
-    "released.\n";
+    "A browser or another program holds the service, or the account service does not answer.\n"
+    "The service ends as soon as they are done. Press Ctrl+C again to end it at once.\n"
+    "If you are signed in, you then stay signed in at the account service until that session expires.\n";
 
 TEST_F(ServiceWatch, EndsAHeldServiceAtTheNextConsoleEvent) {
   console_events = 1;
@@ -201,8 +237,7 @@ TEST_F(ServiceWatch, EndsAHeldServiceAtTheNextConsoleEvent) {
   };
   const WatchedEnd end = watch([](memory::Child& child) { child.on_interrupt = [](memory::Child&) {}; });
   EXPECT_EQ(end.exit_code, 25);
-  EXPECT_EQ(end.sentence,
-            "The service was ended at once: if an account was signed in, its session was not released.");
+  EXPECT_EQ(end.sentence, ended_at_once);
   EXPECT_EQ(errors(), held_line);
   EXPECT_TRUE(memory::system().children.front()->killed);
 }

@@ -28,7 +28,7 @@ class Start : public CommandMachine {
 };
 
 TEST_F(Start, RunsTheServiceBesideIt) {
-  EXPECT_EQ(start(), 7);
+  EXPECT_EQ(start(), 25);
   EXPECT_EQ(memory::system().children.size(), 1u);
   EXPECT_EQ(memory::system().children.front()->program, service_program);
   EXPECT_EQ(service_arguments(), (Words{"--port", "17831", "--web-root", "/opt/velmora/web"}));
@@ -39,19 +39,19 @@ TEST_F(Start, RunsTheServiceBesideIt) {
 }
 
 TEST_F(Start, HandsOptionsOn) {
-  EXPECT_EQ(start({"--verbose", "--port", "18000", "--web-root", "other web", "--what"}), 7);
+  EXPECT_EQ(start({"--verbose", "--port", "18000", "--web-root", "other web", "--what"}), 25);
   EXPECT_EQ(service_arguments(),
             (Words{"--verbose", "--port", "18000", "--web-root", "other web", "--what"}));
 }
 
 TEST_F(Start, TakesTheNextPort) {
   answer_at(17831, {{"/api/v1/status", "garbage"}});
-  EXPECT_EQ(start({"--verbose"}), 7);
+  EXPECT_EQ(start({"--verbose"}), 25);
   EXPECT_EQ(service_arguments(), (Words{"--port", "17832", "--web-root", "/opt/velmora/web", "--verbose"}));
 }
 
 TEST_F(Start, LeavesABadPortToTheService) {
-  EXPECT_EQ(start({"--port", "x"}), 7);
+  EXPECT_EQ(start({"--port", "x"}), 25);
   EXPECT_EQ(service_arguments(), (Words{"--web-root", "/opt/velmora/web", "--port", "x"}));
 }
 
@@ -121,8 +121,8 @@ TEST_F(Start, GivesAClosedWindowTimeForACleanEnd) {
 }
 
 constexpr std::string_view rights_line =
-    "Only an administrator can add Velmora to a device or remove it, and start it before the effect has "
-    "run.\n"
+    "Velmora needs administrator rights to be added to a device or removed from one, to restart audio,\n"
+    "and to start while no sound goes through the effect.\n"
     "Start Velmora as administrator? (y/n) ";
 constexpr std::string_view window_lines =
     "This window runs Velmora. Leave it open while you use Velmora.\n"
@@ -134,20 +134,31 @@ TEST_F(Start, OpensThePageInAWindow) {
   memory::system().standard_input = "n\n\n";
   // The port is free when it is chosen.
   memory::system().ports_of_others.clear();
-  EXPECT_EQ(start({"--window", "--verbose"}), 7);
+  EXPECT_EQ(start({"--window", "--verbose"}), 25);
   EXPECT_EQ(output(), std::string(rights_line) + std::string(window_lines) + std::string(service_banner) +
                           "Press Enter to close this window. ");
+  EXPECT_EQ(errors(), "The service has ended unexpectedly (code 7): start it again with start.cmd.\n");
   EXPECT_EQ(memory::system().console_title, "Velmora");
   EXPECT_EQ(memory::system().browser_addresses,
             std::vector<std::string>{"http://127.0.0.1:17831/?token=secret"});
   EXPECT_TRUE(memory::system().elevated_starts.empty());
 }
 
+TEST_F(Start, NamesTheScriptsInAWindow) {
+  answer_at(17831, {{"/api/v1/status", ""}});
+  memory::system().ports_of_others.clear();
+  memory::system().standard_input = "n\n";
+  EXPECT_EQ(start({"--window"}), 25);
+  EXPECT_EQ(errors(),
+            "The service at http://127.0.0.1:17831/ has ended: start it again with start.cmd.\n"
+            "The service has ended unexpectedly (code 7): start it again with start.cmd.\n");
+}
+
 TEST_F(Start, OpensNoBrowserWithTheRightsOfAnAdministrator) {
   memory::system().elevated = true;
   answer_at(17831, {{"/api/v1/status", expected_document("{}")}});
   memory::system().ports_of_others.clear();
-  EXPECT_EQ(start({"--window"}), 7);
+  EXPECT_EQ(start({"--window"}), 25);
   EXPECT_TRUE(output().starts_with(std::string(window_lines) +
                                    "If no page opens, double-click start.cmd again: it opens the page.\n\n" +
                                    std::string(service_banner)));
@@ -164,6 +175,8 @@ TEST_F(Start, StartsAsAdministratorIfAsked) {
     }
   };
   EXPECT_EQ(start({"--window", "--control-map", "Local\\x"}), 0);
+  EXPECT_EQ(output(),
+            std::string(rights_line) + "Velmora starts in another window; this one closes by itself.\n");
   ASSERT_EQ(memory::system().elevated_starts.size(), 1u);
   EXPECT_EQ(memory::system().elevated_starts.front().program, own_program);
   EXPECT_EQ(memory::system().elevated_starts.front().arguments,
@@ -188,7 +201,7 @@ TEST_F(Start, GivesUpAnAdministratorsStartThatDoesNotCome) {
 TEST_F(Start, GoesOnWithoutAnAdministrator) {
   memory::system().standard_input = "y\n";
   memory::system().faults["ShellExecuteExW"] = {1223};
-  EXPECT_EQ(start({"--window"}), 7);
+  EXPECT_EQ(start({"--window"}), 25);
   EXPECT_NE(output().find("Windows has not started it as administrator. It starts with your own rights.\n" +
                           std::string(window_lines)),
             std::string::npos);

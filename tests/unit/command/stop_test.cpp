@@ -25,7 +25,8 @@ class Stop : public CommandMachine {
 };
 
 constexpr std::string_view forced_line =
-    "Velmora was ended at once. If an account was signed in, its session was not released.\n";
+    "Velmora was ended at once. If you were signed in, you stay signed in at the account service until that\n"
+    "session expires.\n";
 
 TEST_F(Stop, EndsTheRun) {
   hold_some_run();
@@ -53,10 +54,10 @@ TEST_F(Stop, SaysThatAClientHoldsTheService) {
   EXPECT_EQ(output(), "");
   EXPECT_EQ(
       errors(),
-      "Velmora has not ended within 5 seconds, because a browser or another program holds it or the account "
-      "service does not answer: it ends as soon as they are done, or at once with velmora stop --force, "
-      "which "
-      "does not release a signed-in account.\n");
+      "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service "
+      "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. If "
+      "you "
+      "are signed in, you then stay signed in at the account service until that session expires.\n");
   EXPECT_EQ(file(stop_path)->bytes, format_stop_request({std::string(some_run_id), false}));
 }
 
@@ -109,9 +110,11 @@ TEST_F(Stop, AsksInAWindow) {
   EXPECT_EQ(
       output(),
       "Ending Velmora ...\n"
-      "Velmora has not ended within 5 seconds, because a browser or another program holds it or the account "
-      "service does not answer. It ends as soon as they are done.\n"
-      "If it ends at once, a signed-in account is not released.\nEnd it at once? (y/n) " +
+      "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account "
+      "service\n"
+      "does not answer. It ends as soon as they are done.\n"
+      "If you end it at once while you are signed in, you stay signed in at the account service until that\n"
+      "session expires.\nEnd it at once? (y/n) " +
           std::string(forced_line));
 }
 
@@ -127,6 +130,7 @@ TEST_F(Stop, TakesANoInAWindow) {
 TEST_F(Stop, KeepsAWindowOpenAfterAFailureOnly) {
   EXPECT_EQ(stop_command(with({"--window"})), 20);
   EXPECT_EQ(output(), "Ending Velmora ...\nPress Enter to close this window. ");
+  EXPECT_EQ(errors(), "Velmora is not running: start it with start.cmd.\n");
   memory::system().standard_output.clear();
   hold_some_run();
   end_after(1);

@@ -36,6 +36,26 @@ TEST_F(Window, TakesTheEndOfTheInputForANo) {
   EXPECT_EQ(output(), "Really? (y/n) \n");
 }
 
+TEST_F(Window, NamesScriptsInPlaceOfCommands) {
+  const std::pair<std::string_view, std::string_view> rows[] = {
+      {"It is not running: start it with velmora start.", "It is not running: start it with start.cmd."},
+      {"It runs: open its page with velmora open, or end it with velmora stop.",
+       "It runs: open its page with start.cmd, or end it with stop.cmd."},
+      {"It is held: close that page, or run velmora stop --force.",
+       "It is held: close that page, or double-click stop.cmd."},
+      {"It answers: end it, then run velmora start.", "It answers: end it, then double-click start.cmd."},
+      {"It makes no sense: end Velmora with velmora stop, then start it again.",
+       "It makes no sense: end Velmora with stop.cmd, then start it again."},
+      {"All ports: choose another one with velmora start --port 18000.",
+       "All ports: choose another one with start.cmd --port 18000."},
+      {"C:\\my velmora start\\velmora.exe is missing: unpack the whole archive again.",
+       "C:\\my velmora start\\velmora.exe is missing: unpack the whole archive again."},
+      {"No remedy, and no velmora start.", "No remedy, and no velmora start."},
+      {"", ""},
+  };
+  for (const auto& [sentence, expected] : rows) EXPECT_EQ(name_scripts(sentence), expected);
+}
+
 TEST_F(Window, WaitsForOneLine) {
   memory::system().standard_input = "\nmore\n";
   wait_for_enter();
