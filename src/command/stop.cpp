@@ -18,9 +18,8 @@ constexpr std::string_view forced_line =
     "session expires.\n";
 constexpr std::string_view held_sentence =
     "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service "
-    "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. If you "
-    "are "
-    "signed in, you then stay signed in at the account service until that session expires.";
+    "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. If "
+    "you are signed in, you then stay signed in at the account service until that session expires.";
 constexpr std::string_view held_lines =
     "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service\n"
     "does not answer. It ends as soon as they are done.\n"
