@@ -280,6 +280,39 @@ test("an edit that a page could not send is offered on the page of the new link"
   assert.equal(await offer.count(), 0);
 });
 
+test("the offer of an unsent edit stays until it is used or discarded", limits, async (t) => {
+  const opened = await openPage(t);
+  const { page, service, address } = opened;
+  const kept = () => page.evaluate(() => JSON.parse(localStorage.getItem("velmora.memory") ?? "{}"));
+  await gainField(page).waitFor();
+  await setGain(page, "3");
+  await waitForGain(service, 3);
+  await poll("the last settings", async () => ((await kept()).lastSettings === null ? undefined : true));
+  await setGainInSilence(page, "-7.5");
+  await service.stop();
+  await endSilence(page);
+  await waitForVerdict(page, "gone");
+  const token = "another-token-0123456789abcdef0123456789";
+  const again = await startAgain(t, opened, token);
+  await page.goto(address("/", token));
+  const offer = page.locator("[data-unsent]");
+  await offer.waitFor();
+  await page.getByRole("button", { name: /^Use your last settings/ }).click();
+  await waitForGain(again, 3);
+  await setGain(page, "1");
+  await waitForGain(again, 1);
+  await sleep(700);
+  assert.equal(await offer.count(), 1, "neither contains the edit that was kept");
+  assert.equal((await kept()).unsent.bands[0].gain_db, -7.5);
+  await offer.getByRole("button", { name: "Use it now" }).click();
+  await waitForGain(again, -7.5);
+  await undoButton(page).click();
+  await waitForGain(again, 1);
+  await sleep(700);
+  assert.equal(await offer.count(), 0);
+  assert.equal((await kept()).unsent, null);
+});
+
 test("an edit that is refused goes back, and the next one is sent", limits, async (t) => {
   const { page, service } = await openPage(t);
   await gainField(page).waitFor();

@@ -87,6 +87,8 @@ export function createEqualizer(session, footstep) {
   /** The last attempt to send got no answer: what is pending waits for the next look that gets one. */
   let isSilent = false;
   let isLate = false;
+  /** What this page has kept for the page of a new link, until it can send it itself. */
+  let ownUnsent = /** @type {Setting | null} */ (null);
   /** Resolves when the bands that were edited last have been sent. */
   let bandsSent = Promise.resolve(true);
   /** The trim that the person set, until a look from after the change. */
@@ -169,7 +171,7 @@ export function createEqualizer(session, footstep) {
     }
     isSending = false;
     if (hasPending(editor)) return false;
-    if (state.kept.unsent !== null && !isSilent) session.keep({ ...state.kept, unsent: null });
+    if (!isSilent) forgetOwnUnsent();
     // Within a drag the next change comes soon; it must not wait for a look.
     if (editor.gesture !== null) return hasArrived;
     await session.lookAt("equalizer");
@@ -215,7 +217,18 @@ export function createEqualizer(session, footstep) {
     keepUnsent();
   }
 
-  const keepUnsent = () => session.keep({ ...state.kept, unsent: setting() ?? null });
+  function keepUnsent() {
+    ownUnsent = setting() ?? null;
+    session.keep({ ...state.kept, unsent: ownUnsent });
+  }
+
+  /** What an earlier page could not send stays on offer: what this page sends does not contain it. */
+  function forgetOwnUnsent() {
+    const { unsent } = state.kept;
+    const isOwn = ownUnsent !== null && unsent !== null && haveSameBands(ownUnsent, unsent);
+    ownUnsent = null;
+    if (isOwn) session.keep({ ...state.kept, unsent: null });
+  }
 
   async function sendLate() {
     isSilent = false;
@@ -441,7 +454,7 @@ export function createEqualizer(session, footstep) {
     /** @returns {number | undefined} the trim to remember with a preset */
     ownTrim,
     /** @returns {Setting | null} a setting that another page could not send */
-    unsent: () => (hasPending(editor) || isSending ? null : state.kept.unsent),
+    unsent: () => (ownUnsent === null ? state.kept.unsent : null),
     /** @param {boolean} wanted */
     answerUnsent(wanted) {
       const { unsent } = state.kept;
