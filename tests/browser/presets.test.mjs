@@ -808,6 +808,32 @@ test("the output trim goes with a preset, is said, and is undone with it", limit
   await waitForGain(service, 1);
   await waitForChosen("plain");
 
+  // A revert brings it back as well, and says so only where it was another one.
+  await own("__proto__");
+  await waitForTrim(-3);
+  await waitForGain(service, 6);
+  await edit(gain, "2");
+  await waitForGain(service, 2);
+  await seeTrim(-9);
+  await choose("revert");
+  await waitForMessage(page, "Back to __proto__ as it was saved, with its output trim of −3 dB.");
+  await waitForTrim(-3);
+  await waitForGain(service, 6);
+  await page.getByRole("button", { name: "Undo" }).click();
+  await waitForTrim(-9);
+  await waitForGain(service, 2);
+  await page.getByRole("button", { name: "Redo" }).click();
+  await waitForTrim(-3);
+  await waitForGain(service, 6);
+  await edit(gain, "1");
+  await waitForGain(service, 1);
+  await choose("revert");
+  await waitForMessage(page, "Back to __proto__ as it was saved.");
+  await waitForGain(service, 6);
+  await own("plain");
+  await waitForGain(service, 1);
+  await seeTrim(1.5);
+
   // It survives a reload, a rename, and a delete that is undone.
   await page.reload();
   await own("__proto__");

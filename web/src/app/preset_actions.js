@@ -213,15 +213,27 @@ export function createPresets(session, equalizer) {
     return true;
   }
 
+  /**
+   * Loads a preset of the person's own, together with its output trim.
+   *
+   * @param {string} name
+   * @param {Setting} setting
+   * @returns {Promise<number | undefined>} the trim, where it was another one
+   */
+  async function loadOwn(name, setting) {
+    const trim = trimOf(state.kept, name);
+    const changed = trim === equalizer.ownTrim() ? undefined : trim;
+    await equalizer.load(setting, ownRef(name, setting), changed);
+    return changed;
+  }
+
   /** @param {string} name */
   async function use(name) {
     session.begin();
     const contents = await read(name);
     if ("setting" in contents) {
-      const trim = trimOf(state.kept, name);
-      const isOther = trim !== undefined && trim !== equalizer.ownTrim();
-      await equalizer.load(contents.setting, ownRef(name, contents.setting), isOther ? trim : undefined);
-      if (isOther) session.say("info", "preset.trim", { trim });
+      const trim = await loadOwn(name, contents.setting);
+      if (trim !== undefined) session.say("info", "preset.trim", { trim });
     } else {
       sayProblem(contents);
     }
@@ -239,8 +251,9 @@ export function createPresets(session, equalizer) {
     }
     const contents = await read(name);
     if ("setting" in contents) {
-      await equalizer.load(contents.setting, ownRef(name, contents.setting));
-      session.say("info", "preset.reverted", { name: shownName(name) });
+      const trim = await loadOwn(name, contents.setting);
+      const key = trim === undefined ? "preset.reverted" : "preset.revertedTrim";
+      session.say("info", key, { name: shownName(name), trim });
     } else if (contents.problem?.key === "preset.gone") {
       session.say("bad", "preset.goneChosen", contents.problem.values);
     } else {

@@ -482,6 +482,7 @@ export const en = {
   "preset.renamedTwice":
     "Saved as {name}, but the preset {old} could not be deleted. Close programs that use it, then delete it.",
   "preset.reverted": "Back to {name} as it was saved.",
+  "preset.revertedTrim": "Back to {name} as it was saved, with its output trim of {trim:decibels}.",
   "preset.deleted": "Deleted.",
   "preset.notDeleted": "Not deleted: {reason}",
   "preset.undo": "Undo",

@@ -475,6 +475,7 @@ export const zh = {
   "preset.notRenamedTwice": "未重命名：{reason}预设目前保存了两份：“{name}”和“{other}”。",
   "preset.renamedTwice": "已保存为“{name}”，但无法删除预设“{old}”。请关闭正在使用它的程序，然后将其删除。",
   "preset.reverted": "已还原为保存的“{name}”。",
+  "preset.revertedTrim": "已还原为保存的“{name}”，输出微调也已恢复为 {trim:decibels}。",
   "preset.deleted": "已删除。",
   "preset.notDeleted": "未删除：{reason}",
   "preset.undo": "撤消",
