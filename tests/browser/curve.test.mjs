@@ -625,6 +625,30 @@ test("a level above full scale is said, and one click lowers the output", limits
   });
 });
 
+test("the output trim is named while it is not 0, and one click sets it to 0 dB", limits, async (t) => {
+  const { page, service } = await openCurve(t, { bands: [five[0]] });
+  const note = page.locator("[data-trim]");
+  const waitForTrim = (wanted) =>
+    poll(`a trim of ${wanted} dB`, async () => {
+      const { footstep } = await readDocument(service, paths.status);
+      return footstep.output_trim_db === wanted ? true : undefined;
+    });
+  await button(page, "Lower output by 4.5 dB").click();
+  await waitForTrim(-4.5);
+  await page.locator(".preset-bar select").selectOption("starter flat");
+  await page.getByRole("button", { name: "More for presets" }).click();
+  await button(page, "Reset to flat").click();
+  assert.equal((await note.locator("span").innerText()).trim(), "Output trim −4.5 dB");
+  await button(page, "Set the output trim to 0 dB").focus();
+  await page.keyboard.press("Enter");
+  await waitForTrim(0);
+  await note.waitFor({ state: "detached" });
+  assert.equal(await focusedId(page), "band-dot-1", "the focus stays in the card");
+  await button(page, "Undo").click();
+  await waitForTrim(-4.5);
+  await note.waitFor();
+});
+
 test("an equalizer that is off shows its curve muted; an edit switches it on", limits, async (t) => {
   const opened = await openCurve(t, { bypass: true });
   const { page, service } = opened;

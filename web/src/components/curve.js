@@ -333,8 +333,8 @@ export function Curve({ t, equalizer }) {
 // ---- hints ----
 
 /**
- * What the curve cannot show: bands beyond the sound, and levels beyond full scale. It is below the fields, where it
- * moves nothing that is under a pointer.
+ * What the curve cannot show: bands beyond the sound, levels beyond full scale, and the output trim. It is below the
+ * fields, where it moves nothing that is under a pointer.
  *
  * @param {{t: Translate, equalizer: Equalizer}} props
  */
@@ -348,6 +348,7 @@ export function CurveHints({ t, equalizer }) {
   return html`
     ${isTooHigh && html`<p class="hint" data-too-high><${Icon} name="info" /><span>${t("curve.tooHigh", { limit: rate / 2 })}</span></p>`}
     ${trim !== undefined && excess > 0 && html`<${ClipHint} t=${t} equalizer=${equalizer} excess=${excess} trim=${trim} />`}
+    <${TrimNote} t=${t} equalizer=${equalizer} />
   `;
 }
 
@@ -364,5 +365,24 @@ function ClipHint({ t, equalizer, excess, trim }) {
         ${t("curve.lower", { amount: trim - lowered })}
       </button>`
     }
+  </div>`;
+}
+
+/**
+ * The output trim goes on after the setting that it was made for is gone, so it is named wherever it is not 0.
+ *
+ * @param {{t: Translate, equalizer: Equalizer}} props
+ */
+function TrimNote({ t, equalizer }) {
+  const trim = equalizer.ownTrim() ?? 0;
+  if (trim === 0) return null;
+  const clear = () => {
+    // The button goes with the note. The focus stays in the card.
+    document.getElementById(dotId(equalizer.chosen()))?.focus({ preventScroll: true });
+    equalizer.setTrim(0);
+  };
+  return html`<div class="row" data-trim>
+    <span class="muted">${t("curve.trim", { trim })}</span>
+    <button type="button" class="button" onClick=${clear}>${t("curve.clearTrim")}</button>
   </div>`;
 }

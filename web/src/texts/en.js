@@ -422,6 +422,8 @@ export const en = {
     "Bands marked × are above {limit:hertz}, where this sound ends. The curve leaves them out.",
   "curve.clip": "May clip: up to {excess:decibelsPlain} above full scale.",
   "curve.lower": "Lower output by {amount:decibelsPlain}",
+  "curve.trim": "Output trim {trim:decibels}",
+  "curve.clearTrim": "Set the output trim to 0 dB",
   "curve.which": "Band",
   "curve.optionUnused": "Band {number}, not in use",
   "curve.optionWithoutGain": "Band {number}, {type}, {frequency:hertz}",

@@ -417,6 +417,8 @@ export const zh = {
   "curve.tooHigh": "带 × 的频段高于 {limit:hertz}，超出当前声音的频率范围，曲线中不显示。",
   "curve.clip": "可能削波：最高超出满刻度 {excess:decibelsPlain}。",
   "curve.lower": "将输出降低 {amount:decibelsPlain}",
+  "curve.trim": "输出微调 {trim:decibels}",
+  "curve.clearTrim": "将输出微调设为 0 dB",
   "curve.which": "频段",
   "curve.optionUnused": "频段 {number}，未使用",
   "curve.optionWithoutGain": "频段 {number}，{type}，{frequency:hertz}",
