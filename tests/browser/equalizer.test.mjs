@@ -101,7 +101,10 @@ test(
     await page.waitForResponse("**/render/effects/eq");
     await changeElsewhere({ 0: { gain_db: -9, q: 3 } });
     await type(gain(page), "6");
-    await waitForMessage(page, "Another page changed the same band. Your change is the newer one and holds.");
+    await waitForMessage(
+      page,
+      "Another page or program changed the same band. Your change is the newer one and holds.",
+    );
     const after = await settingOf(service);
     assert.deepEqual([after.bands[0].gain_db, after.bands[0].q], [6, 3]);
   },

@@ -244,6 +244,42 @@ test("what is exported and imported again is the same setting", limits, async (t
   }
 });
 
+test(
+  "a setting that is off stays off through export and import, and the trim is named",
+  limits,
+  async (t) => {
+    const { page, service } = await openPage(t);
+    const first = await settingOf(service);
+    const bands = first.bands.map((band, index) => (index === 2 ? { ...band, gain_db: 4 } : band));
+    await putDocument(service, paths.equalizer, { bypass: true, fade_ms: 20, bands });
+    await putDocument(service, "/api/v1/render/effects/algorithm", { output_trim_db: -5 });
+    await page.reload();
+    const exported = async () => {
+      await page.getByRole("button", { name: "More for presets" }).click();
+      await page.getByRole("button", { name: "Export…" }).click();
+      await dialogOf(page).getByText("The output trim, −5 dB.").waitFor();
+      const own = await dialogOf(page).getByRole("textbox", { name: "Text of the export" }).inputValue();
+      await dialogOf(page).getByRole("button", { name: "Close" }).click();
+      return own;
+    };
+    const own = await exported();
+    for (const [present, sentence] of /** @type {const} */ ([
+      [{ ...first, bypass: false }, "The equalizer switches off, as the text says."],
+      [{ ...first, bypass: true }, "The equalizer stays off, as the text says."],
+    ])) {
+      await putDocument(service, paths.equalizer, present);
+      await page.reload();
+      await openImport(page);
+      await paste(page, own);
+      await dialogOf(page).getByText(sentence).waitFor();
+      await use(page).click();
+      await waitForBands(service, bands.slice(0, 3));
+      assert.equal((await settingOf(service)).bypass, true);
+      assert.equal(await exported(), own);
+    }
+  },
+);
+
 test("a text is copied, and where the browser refuses that, it is selected", limits, async (t) => {
   const { page, context } = await openPage(t);
   await context.grantPermissions(["clipboard-read", "clipboard-write"]);

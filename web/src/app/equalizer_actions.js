@@ -315,7 +315,7 @@ export function createEqualizer(session, footstep) {
   }
 
   /**
-   * Loads a preset or an import: one undo step.
+   * Loads a preset or an import: one undo step. Whether the equalizer is on becomes as the setting says.
    *
    * @param {Setting} whole
    * @param {PresetRef | null} chosen
@@ -324,8 +324,7 @@ export function createEqualizer(session, footstep) {
   async function load(whole, chosen, trimDb) {
     // A person may be quicker than the page's first looks.
     if (setting() === undefined) await session.lookAt("equalizer");
-    const change = { ...wholeChange(whole), bypass: false };
-    makeWholeEdit({ change, preset: chosen, ...(trimDb !== undefined && { trimDb }) });
+    makeWholeEdit({ change: wholeChange(whole), preset: chosen, ...(trimDb !== undefined && { trimDb }) });
   }
 
   /** @param {typeof undo} step undo or redo */

@@ -223,7 +223,8 @@ export function createPresets(session, equalizer) {
   async function loadOwn(name, setting) {
     const trim = trimOf(state.kept, name);
     const changed = trim === equalizer.ownTrim() ? undefined : trim;
-    await equalizer.load(setting, ownRef(name, setting), changed);
+    // The file may be of an equalizer that was off. Who chooses a preset wants to hear it.
+    await equalizer.load({ ...setting, bypass: false }, ownRef(name, setting), changed);
     return changed;
   }
 

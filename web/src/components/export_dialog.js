@@ -1,6 +1,6 @@
 // Export: the setting as text, to save or to copy, with what the text cannot carry.
 import { saveFile } from "../app/transfer.js";
-import { exportJson, exportParametric } from "../model/import/write.js";
+import { exportJson, exportParametric, lostInJson } from "../model/import/write.js";
 import { html, useRef, useState } from "../view.js";
 import { Dialog } from "./controls.js";
 
@@ -22,9 +22,10 @@ const endings = { json: "json", parametric: "txt" };
 function exported({ equalizer }, form) {
   const setting = equalizer.setting();
   if (setting === undefined) return { text: "", lost: [] };
+  const trim = equalizer.ownTrim();
   return form === "json"
-    ? { text: exportJson(setting), lost: [] }
-    : exportParametric(setting, equalizer.ownTrim());
+    ? { text: exportJson(setting), lost: lostInJson(trim) }
+    : exportParametric(setting, trim);
 }
 
 /**

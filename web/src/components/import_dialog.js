@@ -77,6 +77,20 @@ function PreampOffer({ t, value, checked, onChange }) {
 }
 
 /**
+ * What becomes of the equalizer's own switch.
+ *
+ * @param {Setting | null} setting that would be used
+ * @param {Setting | undefined} present
+ * @returns {string[]} keys of the texts
+ */
+function switchTexts(setting, present) {
+  if (setting === null) return [];
+  const isOff = present?.bypass === true;
+  if (setting.bypass) return [isOff ? "import.staysOff" : "import.switchesOff"];
+  return isOff ? ["import.switchesOn"] : [];
+}
+
+/**
  * What the text gives, and what it would do.
  *
  * @param {{t: Translate, sound: Sound, result: Import, wantsTrim: boolean, onWantsTrim: (wanted: boolean) => void}} props
@@ -85,7 +99,6 @@ function Preview({ t, sound, result, wantsTrim, onWantsTrim }) {
   const { setting, taken, total, kind, preampDb, fit, notes } = result;
   const { equalizer } = sound;
   const isFound = setting !== null || preampDb !== null;
-  const switchesOn = setting !== null && (setting.bypass || equalizer.setting()?.bypass === true);
   const paragraphs = [
     ...(isFound ? [] : [t("import.nothing")]),
     ...(kind === "none" || total === 0 ? [] : [t(`import.taken.${kind}`, { taken, total })]),
@@ -93,7 +106,7 @@ function Preview({ t, sound, result, wantsTrim, onWantsTrim }) {
       ? []
       : [t("import.fit", { maximum: twoDigits(fit.maximumDb), rms: twoDigits(fit.rmsDb) })]),
     ...notes.map(({ key, values }) => t(key, values)),
-    ...(switchesOn ? [t("import.switchesOn")] : []),
+    ...switchTexts(setting, equalizer.setting()).map((key) => t(key)),
   ];
   return html`<section class="import-preview" aria-labelledby="import-preview">
     <h3 id="import-preview">${t("import.preview")}</h3>

@@ -262,7 +262,8 @@ export const en = {
   "equalizer.bandFrequency": "Frequency of band {number}, Hz",
   "equalizer.bandGain": "Gain of band {number}, dB",
   "equalizer.bandQ": "Q of band {number}",
-  "equalizer.changedElsewhere": "Another page changed the same band. Your change is the newer one and holds.",
+  "equalizer.changedElsewhere":
+    "Another page or program changed the same band. Your change is the newer one and holds.",
 
   // ---- volume and devices ----
   "devices.title": "Volume and devices",
@@ -540,6 +541,8 @@ export const en = {
   "import.more": "And {count} more.",
   "import.nothingDropped": "Every line is used.",
   "import.switchesOn": "The equalizer switches on.",
+  "import.switchesOff": "The equalizer switches off, as the text says.",
+  "import.staysOff": "The equalizer stays off, as the text says.",
   "import.error.tooLarge": "The file is larger than 1 MiB. Choose a file with one setting.",
   "import.error.binary": "This file is not text. Choose a text or JSON file.",
   "import.error.unreadable": "The file cannot be read. Choose it again, or paste its text.",
@@ -604,7 +607,7 @@ export const en = {
   "export.title": "Export this setting",
   "export.form": "Form",
   "export.json": "Velmora setting (.json)",
-  "export.jsonHint": "Keeps everything. Import it here again.",
+  "export.jsonHint": "Keeps all bands, the fade time, and whether the equalizer is on. Import it here again.",
   "export.parametric": "Parametric text (.txt)",
   "export.parametricHint": "For other equalizers. The output trim becomes Preamp.",
   "export.text": "Text of the export",
@@ -612,6 +615,7 @@ export const en = {
   "export.lost.skirt": "Bands of the type band pass (constant skirt): {bands}. They are written flat.",
   "export.lost.bypass": "That the equalizer is off.",
   "export.lost.fade": "The fade time, {fade} ms.",
+  "export.lost.trim": "The output trim, {trim:decibels}.",
   "export.nothingLost": "This text carries the whole setting.",
   "export.download": "Save as a file",
   "export.copy": "Copy",

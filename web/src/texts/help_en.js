@@ -84,7 +84,7 @@ export const helpEn = {
     "Takes an equalizer setting from a file or from text: Velmora's own form, parametric filters, or a GraphicEQ line. A preview shows the curve and every line that is not used, with the reason. Nothing changes until you choose Use this setting.",
   "help.export": "Export",
   "help.export.text":
-    "Saves the setting as a file or copies it: in Velmora's own form, which keeps everything, or as text for other equalizers. The page lists what that text cannot carry.",
+    "Saves the setting as a file or copies it: in Velmora's own form, or as text for other equalizers. The page lists what the text cannot carry.",
   "help.volume": "Volume and mute",
   "help.volume.text":
     "Windows' own volume and mute of the chosen device, for all programs. Changes made elsewhere show here too.",

@@ -13,6 +13,15 @@ const typeWords = ["PK", "LSC", "HSC", "LPQ", "HPQ", "BP", "", "NO", "AP"];
 const lastGainType = 2;
 
 /**
+ * What the own form cannot carry: a setting of the equalizer has no place for the output trim.
+ *
+ * @param {number} [trimDb] the output trim; nothing is lost where it is not known or 0
+ * @returns {Sentence[]}
+ */
+export const lostInJson = (trimDb = 0) =>
+  trimDb === 0 ? [] : [{ key: "export.lost.trim", values: { trim: trimDb } }];
+
+/**
  * @param {Setting} setting
  * @returns {string} what the service takes for a setting or a preset, one band on a line
  */
