@@ -5,6 +5,7 @@ import test from "node:test";
 import {
   cancel,
   finish,
+  followRename,
   hasPending,
   makeEdit,
   newEditor,
@@ -269,4 +270,44 @@ test("a switch of slots leaves the equalizer on or off", () => {
     const edited = edit(edit(second, gain(5)), { bypass });
     assert.equal(shown(switchSlot(edited, null).editor).bypass, bypass);
   }
+});
+
+test("a change from elsewhere while a drag rests is overtaken, reported, and what Escape goes back to", () => {
+  const record = { setting: asHeld({ ...flat, bypass: false }) };
+  let { editor } = send(touch(looked(record.setting), gain(3)), record);
+  record.setting = withChange(record.setting, { bands: { 0: { gain_db: -6, q: 2 }, 4: { gain_db: 1 } } });
+  editor = takeLook(editor, record.setting);
+  assert.equal(at(shown(editor)), 3, "the dot stays under the pointer");
+  const moved = send(touch(editor, gain(4)), record);
+  assert.deepEqual([at(record.setting), record.setting.bands[0].q, moved.overtakes], [4, 2, [0]]);
+  const again = send(touch(moved.editor, gain(5)), record);
+  assert.deepEqual(again.overtakes, [], "reported once");
+  const escaped = send(cancel(again.editor), record);
+  assert.deepEqual([at(record.setting), at(record.setting, 4), escaped.overtakes], [-6, 1, []]);
+  const undone = stepped(undo, finish(again.editor)).editor;
+  assert.equal(at(shown(undone)), -6);
+});
+
+test("a change from elsewhere that is seen only when the drag is sent is what Escape goes back to", () => {
+  const record = { setting: asHeld({ ...flat, bypass: false }) };
+  const { editor } = send(touch(looked(record.setting), gain(3)), record);
+  record.setting = withChange(record.setting, gain(-6));
+  const moved = send(touch(editor, gain(4)), record);
+  assert.deepEqual(moved.overtakes, [0]);
+  send(cancel(moved.editor), record);
+  assert.equal(at(record.setting), -6);
+});
+
+test("steps of undo and the other slot follow a rename", () => {
+  const ref = (name, starter = false) => ({ name, starter, saved: flat });
+  let editor = edit(looked(), gain(1), { preset: ref("One") }, { preset: ref("One", true) });
+  editor = switchSlot(editor, ref("One")).editor;
+  editor = edit(editor, gain(2), { preset: ref("Night") }, { preset: ref("One") });
+  editor = followRename(editor, "One", "Two");
+  const undone = stepped(undo, editor);
+  assert.equal(undone.edit.preset?.name, "Two");
+  assert.equal(stepped(redo, undone.editor).edit.preset?.name, "Night");
+  const back = switchSlot(editor, ref("Night"));
+  assert.equal(back.preset?.name, "Two");
+  assert.equal(stepped(undo, back.editor).edit.preset?.name, "One", "a starter keeps its name");
 });

@@ -3,6 +3,7 @@ import { levelOf } from "../model/curve.js";
 import {
   cancel,
   finish,
+  followRename,
   hasPending,
   makeEdit,
   newEditor,
@@ -441,6 +442,11 @@ export function createEqualizer(session, footstep) {
       session.keep({ ...state.kept, preset: chosen });
       keepSettings();
     },
+    /**
+     * @param {string} from
+     * @param {string} to
+     */
+    followRename: (from, to) => update(followRename(editor, from, to)),
     slot: () => editor.active,
     otherSlotIsUsed: () => editor.other !== null,
     useSlot,

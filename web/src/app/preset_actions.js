@@ -419,6 +419,7 @@ export function createPresets(session, equalizer) {
     if (from === to) return;
     const trim = trimOf(state.kept, from);
     session.keep(renameTies(rememberTrim(rememberTrim(state.kept, from, undefined), to, trim), from, to));
+    equalizer.followRename(from, to);
     const preset = equalizer.preset();
     if (preset !== null && isOwn(preset, from)) equalizer.setPreset({ ...preset, name: to });
   }

@@ -7,6 +7,7 @@ import {
   applyChange,
   asHeld,
   inverseOf,
+  isSameBand,
   isEmptyChange,
   leavingOff,
   mergeChanges,
@@ -15,7 +16,7 @@ import {
   withChange,
   wholeChange,
 } from "./equalizer.js";
-import { emptyHistory, recordStep, redoStep, undoStep } from "./history.js";
+import { emptyHistory, recordStep, redoStep, undoStep, withPresets } from "./history.js";
 
 /**
  * @typedef {import("./equalizer.js").Setting} Setting
@@ -36,6 +37,8 @@ import { emptyHistory, recordStep, redoStep, undoStep } from "./history.js";
  * @property {Change | null} pending to be sent
  * @property {Change | null} flight being sent
  * @property {{from: Setting, change: Change} | null} gesture a drag: one undo step when it ends
+ * @property {number[]} foreign bands that another page or program has changed since the drag has set them
+ * @property {boolean} isDoubtful a write got no answer: the record may hold it or not
  * @property {History} history of the active slot
  * @property {SlotName} active
  * @property {Slot | null} other null until the other slot was used
@@ -48,6 +51,8 @@ export const newEditor = () => ({
   pending: null,
   flight: null,
   gesture: null,
+  foreign: [],
+  isDoubtful: false,
   history: emptyHistory(),
   active: "a",
   other: null,
@@ -60,6 +65,30 @@ export const settingOf = ({ shown, held }) => shown ?? held;
 const isSettled = ({ pending, flight }) => pending === null && flight === null;
 
 /**
+ * Takes in what others have changed of the bands that a drag sets: the drag then began with their newer values, so that
+ * its end and Escape go back to these.
+ *
+ * @param {Editor} editor
+ * @param {Setting | undefined} present what the record holds
+ * @returns {Editor}
+ */
+function takeForeign(editor, present) {
+  const { held, gesture, isDoubtful } = editor;
+  if (gesture === null || held === undefined || present === undefined) return editor;
+  // What is different may be this page's own write.
+  if (isDoubtful) return editor;
+  const dragged = { bands: gesture.change.bands ?? {} };
+  const { bands: foreign = {} } = inverseOf(present, valuesAt(held, dragged));
+  const indices = Object.keys(foreign).map(Number);
+  if (indices.length === 0) return editor;
+  return {
+    ...editor,
+    gesture: { ...gesture, from: withChange(gesture.from, { bands: foreign }) },
+    foreign: [...new Set([...editor.foreign, ...indices])],
+  };
+}
+
+/**
  * Takes in what the record holds. While a change is on its way, a look may be older than the change.
  *
  * @param {Editor} editor
@@ -68,9 +97,11 @@ const isSettled = ({ pending, flight }) => pending === null && flight === null;
  */
 export function takeLook(editor, setting) {
   if (!isSettled(editor)) return editor;
-  const { gesture } = editor;
-  const shown = gesture === null || setting === undefined ? undefined : withChange(setting, gesture.change);
-  return { ...editor, held: setting, shown };
+  const taken = takeForeign(editor, setting);
+  const { gesture } = taken;
+  if (gesture === null || setting === undefined)
+    return { ...taken, held: setting, shown: undefined, foreign: [] };
+  return { ...taken, held: setting, shown: withChange(setting, gesture.change) };
 }
 
 /**
@@ -192,6 +223,27 @@ export function redo(editor) {
   return { editor: wantBack({ ...finished, history }, edit.change), edit };
 }
 
+/**
+ * Takes in that a preset has another name: the steps of undo and the other slot choose it by that.
+ *
+ * @param {Editor} editor
+ * @param {string} from
+ * @param {string} to
+ * @returns {Editor}
+ */
+export function followRename(editor, from, to) {
+  /** @type {(preset: PresetRef | null) => PresetRef | null} */
+  const renamed = (preset) =>
+    preset !== null && !preset.starter && preset.name === from ? { ...preset, name: to } : preset;
+  const history = withPresets(editor.history, renamed);
+  const other = editor.other && {
+    ...editor.other,
+    preset: renamed(editor.other.preset),
+    history: withPresets(editor.other.history, renamed),
+  };
+  return { ...editor, history, other };
+}
+
 // ---- the slots A and B ----
 
 /**
@@ -229,9 +281,15 @@ export const hasPending = ({ pending }) => pending !== null;
  *   another page or program has changed as well
  */
 export function takePending(editor, present) {
-  const change = editor.pending ?? {};
-  const { setting, overtakes } = applyChange(editor.held ?? present, present, change);
-  return { editor: { ...editor, pending: null, flight: change, held: present }, setting, overtakes };
+  const taken = takeForeign(editor, present);
+  const change = taken.pending ?? {};
+  const { setting, overtakes } = applyChange(taken.held ?? present, present, change);
+  const seen = taken.foreign.filter((index) => !isSameBand(setting.bands[index], present.bands[index]));
+  return {
+    editor: { ...taken, pending: null, flight: change, held: present, foreign: [] },
+    setting,
+    overtakes: [...new Set([...overtakes, ...seen])],
+  };
 }
 
 /**
@@ -245,7 +303,8 @@ export function takeWritten(editor, setting) {
   const held = asHeld(setting);
   const { pending, gesture } = editor;
   const still = mergeChanges(gesture?.change ?? null, pending ?? {});
-  return { ...editor, flight: null, held, shown: isEmptyChange(still) ? undefined : withChange(held, still) };
+  const shown = isEmptyChange(still) ? undefined : withChange(held, still);
+  return { ...editor, flight: null, isDoubtful: false, held, shown };
 }
 
 /**
@@ -259,6 +318,7 @@ export function takeSilence(editor) {
   return {
     ...editor,
     flight: null,
+    isDoubtful: editor.isDoubtful || flight !== null,
     pending: flight === null ? pending : mergeChanges(flight, pending ?? {}),
   };
 }
@@ -276,5 +336,12 @@ export function takeRefusal(editor) {
     gesture === null || held === undefined
       ? null
       : { from: gesture.from, change: valuesAt(held, gesture.change) };
-  return finish({ ...editor, flight: null, pending: null, gesture: arrived, shown: undefined });
+  return finish({
+    ...editor,
+    flight: null,
+    pending: null,
+    isDoubtful: false,
+    gesture: arrived,
+    shown: undefined,
+  });
 }

@@ -40,7 +40,7 @@ export function readSetting(value) {
  * @param {Band} one
  * @param {Band} other
  */
-const isSameBand = (one, other) =>
+export const isSameBand = (one, other) =>
   one.type === other.type &&
   one.freq_hz === other.freq_hz &&
   one.gain_db === other.gain_db &&

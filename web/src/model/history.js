@@ -72,3 +72,16 @@ export function redoStep({ past, future }) {
   if (step === undefined) return null;
   return { history: { past: [...past, step], future: future.slice(0, -1), open: null }, edit: step.forth };
 }
+
+/**
+ * @param {History} history
+ * @param {(preset: PresetRef | null) => PresetRef | null} change
+ * @returns {History} with another preset in each step that chooses one
+ */
+export function withPresets({ past, future, open }, change) {
+  /** @type {(edit: Edit) => Edit} */
+  const changed = (edit) => (edit.preset === undefined ? edit : { ...edit, preset: change(edit.preset) });
+  /** @type {(step: Step) => Step} */
+  const step = ({ back, forth }) => ({ back: changed(back), forth: changed(forth) });
+  return { past: past.map(step), future: future.map(step), open };
+}
