@@ -116,6 +116,62 @@ test("a restart that failed after a removal is tried again without adding", limi
   assert.deepEqual(await posts(changes), [body(false, speakers, true), body(false, speakers, true)]);
 });
 
+test("a removal for later is finished by a restart, or undone without one", limits, async (t) => {
+  const { page, service, effect, processes, changes } = await openPage(t, { devices: [speakers] });
+  await putDocument(service, paths.footstep, half);
+  effect.play();
+  await waitForVerdict(page, "works");
+  await page.locator("details.card > summary").click();
+  const removeLater = async () => {
+    await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
+    await page.getByRole("button", { name: "Remove, restart later" }).click();
+    await waitForMessage(page, "Done. It takes effect after the next audio restart.");
+    await waitForVerdict(page, "removalPending");
+  };
+  await removeLater();
+  assert.deepEqual(await verdictTexts(page), [
+    "Removed. Restart audio to finish",
+    "Until Windows audio restarts, you may still hear Velmora on Speakers.",
+    "Restart audio",
+    "Add again",
+  ]);
+  await page.getByRole("button", { name: "Add again" }).click();
+  await page.getByRole("button", { name: "Add, restart later" }).click();
+  await waitForMessage(page, "Added to Speakers (High Definition Audio).");
+  await waitForVerdict(page, "works");
+  await removeLater();
+  await page.reload();
+  await waitForVerdict(page, "removalPending");
+  await page.getByRole("button", { name: "Restart audio", exact: true }).click();
+  await page.getByRole("button", { name: "Restart audio now" }).click();
+  await poll("the restart", async () => ((await posts(changes)).length === 4 ? true : undefined));
+  processes.endEngine();
+  processes.startEngine(4712, []);
+  effect.stop();
+  await waitForVerdict(page, "notAdded");
+  assert.deepEqual(await posts(changes), [
+    body(false, speakers, false),
+    body(true, speakers, false),
+    body(false, speakers, false),
+    body(false, speakers, true),
+  ]);
+});
+
+test("a restart that failed is over once another program has restarted audio", limits, async (t) => {
+  const { page, service, effect, processes } = await openPage(t, {
+    devices: [bare],
+    audio: { StopError: 5 },
+  });
+  await putDocument(service, paths.footstep, half);
+  await waitForVerdict(page, "notAdded");
+  await page.getByRole("button", { name: "Add and restart audio" }).click();
+  await waitForVerdict(page, "restartFailed");
+  processes.endEngine();
+  processes.startEngine(4712);
+  effect.play();
+  await waitForVerdict(page, "works");
+});
+
 test("an effect that something else took out is noticed", limits, async (t) => {
   const { page, service, rewrite } = await openPage(t);
   await putDocument(service, paths.footstep, half);
@@ -162,7 +218,7 @@ test("devices come and go, are chosen, and the effect is removed from one", limi
   await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
   await dialog.getByRole("button", { name: "Remove, restart later" }).click();
   await waitForMessage(page, "Done. It takes effect after the next audio restart.");
-  await waitForVerdict(page, "notAdded");
+  await waitForVerdict(page, "removalPending");
   assert.deepEqual(await posts(changes), [body(false, speakers, false)]);
   assert.equal((await readDocument(service, paths.status)).apo_binding.bound, false);
 });

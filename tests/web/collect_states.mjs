@@ -525,6 +525,11 @@ const scenarios = {
     const change = await scene.change(false);
     return { ...(await scene.look()), change };
   },
+  removedLater: async (scene) => {
+    await whole(scene);
+    const change = await scene.change(false, false);
+    return { ...(await scene.look()), change };
+  },
   restartRefused: failedRestart({ own: { StopError: 1061 } }),
   restartDependents: failedRestart({ own: { StopError: 1051 } }),
   restartDenied: failedRestart({ own: { StopError: 5 } }),

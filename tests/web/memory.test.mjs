@@ -21,12 +21,14 @@ import {
 import { collected } from "./states.mjs";
 
 const endpointId = collected("works").devices.selected_render_endpoint_id;
+const chosenId = endpointId;
 const footstep = { bypass: false, bypass_all: false, enhance_strength: 0.6 };
 /** @returns {import("../../web/src/model/types.js").Kept} */
 const full = () => ({
   added: { [endpointId]: "Speakers" },
   engine: { processId: 4711, known: true, lockCount: 3, kind: "add", endpointId },
   restartPending: { endpointId, processId: 4711 },
+  removalPending: { processId: 4711, endpointIds: [endpointId, "__proto__"] },
   lastSettings: {
     footstep,
     preset: "More bass",
@@ -167,7 +169,13 @@ test("any id is a key, and the oldest go first", () => {
 function act(
   kept,
   kind,
-  { restartsAudio = true, status = 200, audioRestarted = restartsAudio, state = "works" } = {},
+  {
+    restartsAudio = true,
+    status = 200,
+    audioRestarted = restartsAudio,
+    state = "works",
+    id: endpointId = chosenId,
+  } = {},
 ) {
   const result = { status, error: "", audioRestarted, restartError: 0, restartDetail: "" };
   const action = { kind, endpointId, restartsAudio, startedAt: 0, endedAt: 1, result };
@@ -195,6 +203,56 @@ test("an add without a restart, or with one that failed, waits for one", () => {
   assert.equal(rememberStatus(later, collected("addedEngineGone").now).restartPending, later.restartPending);
 });
 
+const later = { restartsAudio: false };
+
+test("a removal without a restart waits for one, until the engine of that time is gone", () => {
+  const kept = act(emptyMemory(), "remove", later);
+  assert.deepEqual(kept.removalPending, { processId: 4711, endpointIds: [endpointId] });
+  assert.deepEqual(parseMemory(serializeMemory(kept)).removalPending, kept.removalPending);
+  const failed = act(emptyMemory(), "remove", { audioRestarted: false });
+  assert.deepEqual(failed.removalPending, kept.removalPending);
+  const still = (status) => assert.equal(rememberStatus(kept, status).removalPending, kept.removalPending);
+  still(collected("removedLater").now);
+  for (const name of ["added", "addedEngineGone"])
+    assert.equal(rememberStatus(kept, collected(name).now).removalPending, null, name);
+  still({ audio_engine: { running: false, error_code: 5 } });
+  for (const kind of ["add", "remove", "restart"]) assert.equal(act(kept, kind).removalPending, null, kind);
+});
+
+test("removals of several devices wait for the same restart", () => {
+  const first = act(emptyMemory(), "remove", later);
+  const both = act(first, "remove", { ...later, id: "headphones" });
+  assert.deepEqual(both.removalPending, { processId: 4711, endpointIds: [endpointId, "headphones"] });
+  assert.deepEqual(act(both, "remove", later).removalPending?.endpointIds, ["headphones", endpointId]);
+  const added = act(both, "add", later);
+  assert.deepEqual(added.removalPending, { processId: 4711, endpointIds: ["headphones"] });
+  const other = act(both, "remove", { ...later, state: "added", id: "third" });
+  assert.deepEqual(other.removalPending, { processId: 5822, endpointIds: ["third"] });
+});
+
+test("an effect that the engine never had leaves nothing to finish", () => {
+  for (const state of ["notLoaded", "noEngine"])
+    assert.equal(act(emptyMemory(), "remove", { ...later, state }).removalPending, null, state);
+  const added = act(emptyMemory(), "add", later);
+  const removed = act(added, "remove", later);
+  assert.deepEqual([removed.removalPending, removed.restartPending], [null, null]);
+});
+
+test("what is added again while the engine still has it waits for nothing", () => {
+  const removed = act(emptyMemory(), "remove", later);
+  const again = act(removed, "add", later);
+  assert.deepEqual([again.removalPending, again.restartPending], [null, null]);
+  const another = act(removed, "add", { ...later, state: "added" });
+  assert.deepEqual(another.restartPending, { endpointId, processId: 5822 }, "another engine");
+  const unloaded = act(removed, "add", { ...later, state: "notLoaded" });
+  assert.deepEqual(unloaded.restartPending, { endpointId, processId: 4711 }, "it is known to have let go");
+  const other = act(removed, "add", { ...later, id: "headphones" });
+  assert.deepEqual(other.restartPending, { endpointId: "headphones", processId: 4711 }, "another device");
+  assert.deepEqual(other.removalPending, removed.removalPending);
+  const seen = rememberDevices(removed, collected("works").devices);
+  assert.equal(seen.removalPending, null, "another program added it");
+});
+
 test("a device that the person removed the effect from is no longer one that had it", () => {
   const kept = act(emptyMemory(), "add");
   assert.deepEqual(Object.keys(kept.added), [endpointId]);
@@ -215,6 +273,7 @@ test("an engine that cannot be listed is marked as unknown", () => {
     lockCount: 0,
     kind: "add",
     endpointId,
+    effectLoaded: undefined,
   });
 });
 

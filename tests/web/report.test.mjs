@@ -221,6 +221,7 @@ function fullMemory(/** @type {string} */ words) {
       endpointId: words,
     },
     restartPending: { endpointId: words, processId: 12 },
+    removalPending: { processId: 12, endpointIds: [words] },
     lastSettings: {
       footstep: { bypass: false, bypass_all: false, enhance_strength: 0.5 },
       preset: words,

@@ -63,9 +63,19 @@ export function afterChange({ change, devices }, endedAt) {
     restartError: answer.audio_restart_error ?? 0,
     restartDetail: answer.audio_restart_detail ?? "",
   };
-  const action = { kind, endpointId, restartsAudio, startedAt: endedAt - 2000, endedAt, result };
+  const engine = markEngine(kind, endpointId, first);
+  const action = {
+    kind,
+    endpointId,
+    restartsAudio,
+    startedAt: endedAt - 2000,
+    endedAt,
+    result,
+    hadEffect: first.apo_binding.bound,
+    engine,
+  };
   const name = devices.render.find((/** @type {State} */ { id }) => id === endpointId)?.name;
-  return { action, kept: rememberAction(emptyMemory(), action, markEngine(kind, endpointId, first), name) };
+  return { action, kept: rememberAction(emptyMemory(), action, engine, name) };
 }
 
 /**

@@ -59,7 +59,11 @@ function whatIsMissing({ state, kept, link, action }, { ageMs = 100 } = {}) {
   const { now: status, before, devices, equalizer } = state;
   const chosen = devices?.render?.find?.((device) => device?.id === devices.selected_render_endpoint_id);
   const others = devices?.render?.filter?.(
-    (device) => device !== chosen && device?.apo_bound === true && device.peak > 0,
+    (device) =>
+      device !== chosen &&
+      device?.peak > 0 &&
+      // The engine goes on with an effect that was removed.
+      (device.apo_bound === true || kept.removalPending?.endpointIds.includes(device.id)),
   );
   const report = status?.apo_diagnostics;
   const wanted = status?.footstep;
@@ -150,6 +154,7 @@ const expectedOfCollected = {
   queriesFailed: "works",
   refusedNotElevated: "needsAdmin",
   removed: "notAdded",
+  removedLater: "removalPending",
   restartDenied: "restartFailed",
   restartDependency: "restartFailed",
   restartDependents: "restartFailed",
@@ -191,6 +196,10 @@ const chainLocked =
 const edits = {
   device: (given, change) => change(given.state.devices.render[0]),
   silence: (given) => (given.state.devices.render[0].peak = 0),
+  unbind: (given) => {
+    given.state.now.apo_binding.bound = false;
+    if (given.state.devices.render[0]?.id === speakers) given.state.devices.render[0].apo_bound = false;
+  },
 };
 
 // Each row's own facts, on top of a state that works. `takes` names what a row sets: two rows that set the same thing
@@ -242,19 +251,28 @@ const rows = [
     "goneAgain",
     ["bound", "added"],
     (given) => {
-      given.state.now.apo_binding.bound = false;
-      if (given.state.devices.render[0]?.id === speakers) given.state.devices.render[0].apo_bound = false;
+      edits.unbind(given);
       given.kept.added = { [speakers]: "Speakers" };
     },
   ],
   [
-    "notAdded",
-    ["bound", "added"],
+    "removalPending",
+    ["removed", "engine", "loaded"],
     (given) => {
-      given.state.now.apo_binding.bound = false;
-      if (given.state.devices.render[0]?.id === speakers) given.state.devices.render[0].apo_bound = false;
+      edits.unbind(given);
+      given.kept.removalPending = { processId: 4711, endpointIds: [headphones, speakers] };
     },
   ],
+  [
+    "removalPending",
+    ["removed", "engine", "loaded"],
+    (given) => {
+      edits.unbind(given);
+      given.kept.removalPending = { processId: 4711, endpointIds: [speakers] };
+      Object.assign(given.state.now.audio_engine, { apo_loaded: false, error_code: 5 });
+    },
+  ],
+  ["notAdded", ["bound", "added"], edits.unbind],
   [
     "restartPending",
     ["pending"],
@@ -280,13 +298,21 @@ const rows = [
   ],
   ["strengthZero", ["enhancement"], ({ state }) => (state.now.footstep.enhance_strength = 0)],
   ["couldNotStart", ["sound", "engine"], ({ state }) => (state.now.audio_engine.running = false)],
-  ["couldNotStart", ["sound"], ({ state }) => (state.now.audio_engine.apo_loaded = false)],
+  ["couldNotStart", ["sound", "loaded"], ({ state }) => (state.now.audio_engine.apo_loaded = false)],
   ["couldNotStart", ["sound"], ({ state }) => (state.now.apo_diagnostics.initialize_hresult = -2147024882)],
   ["couldNotStart", ["sound"], ({ state }) => (state.now.apo_diagnostics.last_algorithm_error = -7)],
   [
     "severalDevices",
     ["elsewhere"],
     ({ state }) => Object.assign(state.devices.render[1] ?? {}, { apo_bound: true, peak: 0.5 }),
+  ],
+  [
+    "severalDevices",
+    ["elsewhere", "removed", "engine"],
+    (given) => {
+      Object.assign(given.state.devices.render[1] ?? {}, { peak: 0.5 });
+      given.kept.removalPending = { processId: 4711, endpointIds: [headphones] };
+    },
   ],
   [
     "otherDevice",
@@ -625,6 +651,92 @@ test("where processes cannot be listed, a stream that was locked since the add d
     return look(given).id;
   };
   assert.deepEqual([0, 1].map(lookAfter), ["works", "checking"]);
+});
+
+test("a removal that waits for a restart can be finished, or undone", () => {
+  const found = look({ state: collected("removedLater") });
+  const texts = languages.map((language) => [
+    saySentence(language, found.headline),
+    saySentence(language, found.detail),
+    ...found.buttons.map((one) => saySentence(language, one)),
+  ]);
+  assert.deepEqual(texts, [
+    [
+      "Removed. Restart audio to finish",
+      "Until Windows audio restarts, you may still hear Velmora on Speakers.",
+      "Restart audio",
+      "Add again",
+    ],
+    [
+      "已移除，重启音频后生效",
+      "在 Windows 音频重启之前，Speakers 上可能仍有 Velmora 音效。",
+      "重启音频",
+      "重新添加",
+    ],
+  ]);
+  assert.deepEqual(found.buttons[0].values, { endpointId: speakers, as: "remove" });
+});
+
+test("a removal is finished with another engine, with none, and with one that has nothing loaded", () => {
+  const lookWith = (audioEngine) => {
+    const state = collected("removedLater");
+    Object.assign(state.now.audio_engine, audioEngine);
+    return look({ state }).id;
+  };
+  assert.equal(lookWith({ process_id: 5822 }), "notAdded");
+  assert.equal(lookWith({ running: false }), "notAdded");
+  assert.equal(lookWith({ apo_loaded: false }), "notAdded");
+  assert.equal(lookWith({ apo_loaded: false, error_code: 5 }), "removalPending", "it cannot be listed");
+  assert.equal(lookWith({ running: false, error_code: 5 }), "notAdded", "not known to be the same");
+});
+
+const otherEngine = (state) => Object.assign(state.now.audio_engine, { process_id: 5822 });
+
+test("a restart that failed is over when another engine runs", () => {
+  for (const name of collectedNames().filter((one) => expectedOfCollected[one] === "restartFailed")) {
+    const state = collected(name);
+    otherEngine(state);
+    assert.equal(look({ state }).id, "works", name);
+    state.now.audio_engine.process_id = "5822";
+    assert.equal(look({ state }).id, "restartFailed", "not known to be another");
+  }
+  const given = fresh();
+  rows.find(([id]) => id === "restartFailed")?.[2](given);
+  otherEngine(given.state);
+  assert.equal(look(given).id, "restartFailed", "the engine of that time is not known");
+  given.action.engine = { processId: 0, known: false, lockCount: 0, kind: "add", endpointId: speakers };
+  assert.equal(look(given).id, "restartFailed");
+});
+
+test("a refusal is over when the device is as it was wanted", () => {
+  const refused = (more, /** @type {(given: any) => unknown} */ edit = () => {}) => {
+    const given = fresh();
+    const engine = { processId: 4711, known: true, lockCount: 0, kind: "add", endpointId: speakers };
+    given.action = ended({ status: 503, error: chainLocked }, { engine, ...more });
+    given.state.now.apo_host.elevated = true;
+    edit(given);
+    return look(given).id;
+  };
+  assert.equal(refused({ hadEffect: false }), "works", "another page has added it");
+  assert.equal(refused({ hadEffect: false }, edits.unbind), "refused");
+  assert.equal(refused({}), "refused", "what was before is not known");
+  assert.equal(refused({ kind: "remove", hadEffect: true }), "refused");
+  assert.equal(refused({ kind: "remove", hadEffect: true }, edits.unbind), "notAdded");
+  assert.equal(refused({ kind: "restart", hadEffect: true }), "refused");
+  assert.equal(
+    refused({ kind: "restart", hadEffect: true }, ({ state }) => otherEngine(state)),
+    "works",
+    "another page has restarted audio",
+  );
+});
+
+test("what was refused can be tried again", () => {
+  const given = fresh();
+  given.action = ended({ status: 503, error: chainLocked }, { kind: "remove" });
+  given.state.now.apo_host.elevated = true;
+  const [help, again] = look(given).buttons;
+  assert.deepEqual([help.id, again.id], ["openHelp", "retryChange"]);
+  assert.deepEqual(again.values, { kind: "remove", endpointId: speakers });
 });
 
 test("a refusal counts for its own device only, and until the next action", () => {

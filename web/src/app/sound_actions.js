@@ -244,6 +244,7 @@ export function createSound(session) {
     });
     state.action = action;
     const device = devicesFacts(state.seen.devices).playback.find(({ id }) => id === endpointId);
+    action.hadEffect = device?.hasEffect;
     const name = device?.name ?? "";
     const before = await client.ask({ method: "GET", path: "/api/v1/status" });
     const mark = markEngine(kind, endpointId, before.ok ? before.document : state.seen.now);
@@ -252,6 +253,7 @@ export function createSound(session) {
     const document = objectOf(answer.document);
     const ended = {
       ...action,
+      engine: mark,
       endedAt: Date.now(),
       result: {
         status: answer.status,
@@ -272,9 +274,10 @@ export function createSound(session) {
    * @param {Action} action
    * @param {string} device
    */
-  function sayDone({ kind, restartsAudio, result }, device) {
+  function sayDone({ kind, endpointId, restartsAudio, result }, device) {
     if (restartsAudio && !result?.audioRestarted) return;
-    if (!restartsAudio) session.say("info", "action.later");
+    const isPending = kind === "remove" || state.kept.restartPending?.endpointId === endpointId;
+    if (!restartsAudio && isPending) session.say("info", "action.later");
     else if (kind === "restart") session.say("info", "action.restarted");
     else session.say("info", kind === "remove" ? "action.removed" : "action.added", { device });
   }

@@ -256,6 +256,7 @@ export function gatherFacts(now, before, devicesDocument, equalizer, memory, tim
   const chosenId = devices.selectedId ?? binding.endpointId;
   const chosen = devices.playback.find(({ id }) => id === chosenId);
   const sounding = soundingDevices(devices.playback, memory, time);
+  const removed = memory.kept.removalPending?.endpointIds ?? [];
   return {
     statusIsRead: Object.keys(status).length > 0,
     devices,
@@ -279,7 +280,8 @@ export function gatherFacts(now, before, devicesDocument, equalizer, memory, tim
     soundKnown: chosen?.peak !== undefined,
     chosenSounds: sounding.some(({ id }) => id === chosenId),
     othersSounding: sounding.filter(({ id }) => id !== chosenId),
-    soundingWithEffect: sounding.filter(({ hasEffect }) => hasEffect === true),
+    // Until audio restarts, the engine may go on with an effect that was removed.
+    soundingWithEffect: sounding.filter(({ id, hasEffect }) => hasEffect === true || removed.includes(id)),
     moved: blocksMoved(now, before),
     appliedEquals: appliedEqualsPublished(now),
     rebuilt: engineWasRebuilt(memory.kept.engine, engine, effect.lockCount),

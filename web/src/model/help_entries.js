@@ -203,6 +203,7 @@ const verdicts = {
       "check.applied.unknown",
     ],
   },
+  removalPending: {},
 };
 
 /** @type {[string, string[]][]} each reason, with keys of checks that say the same */

@@ -2,12 +2,13 @@
 // pure but for readMemory and writeMemory, which are given the storage. A storage that is full, refused or holds
 // something else is no failure: the page then knows less.
 import { devicesFacts, engineFacts } from "./facts.js";
-import { flagOf, listOf, numberOf, objectOf, textOf } from "./read.js";
+import { flagOf, listOf, numberOf, objectOf, textOf, textsOf } from "./read.js";
 import { readTies } from "./ties.js";
 
 /**
  * @typedef {import("./types.js").Kept} Kept
  * @typedef {import("./types.js").EngineMark} EngineMark
+ * @typedef {import("./types.js").EngineBefore} EngineBefore
  * @typedef {import("./types.js").LastSettings} LastSettings
  * @typedef {import("./types.js").Action} Action
  * @typedef {Pick<Storage, "getItem" | "setItem">} Store
@@ -25,6 +26,7 @@ export function emptyMemory() {
     added: {},
     engine: null,
     restartPending: null,
+    removalPending: null,
     lastSettings: null,
     lastStrength: null,
     comparing: false,
@@ -69,6 +71,18 @@ function readEngine(value) {
   if (typeof processId !== "number" || typeof lockCount !== "number" || typeof known !== "boolean")
     return null;
   return isKind && typeof endpointId === "string" ? { processId, known, lockCount, kind, endpointId } : null;
+}
+
+/**
+ * @param {unknown} value
+ * @returns {Kept["removalPending"]}
+ */
+function readRemoval(value) {
+  const { processId, endpointIds } = objectOf(value);
+  const ids = textsOf(endpointIds)
+    .filter((id) => id !== "")
+    .slice(-mostDevices);
+  return typeof processId === "number" && ids.length > 0 ? { processId, endpointIds: ids } : null;
 }
 
 /**
@@ -176,6 +190,7 @@ export function parseMemory(text) {
     added: readAdded(value.added),
     engine: readEngine(value.engine),
     restartPending: endpointId && processId !== undefined ? { endpointId, processId } : null,
+    removalPending: readRemoval(value.removalPending),
     lastSettings: readSettings(value.lastSettings),
     lastStrength: strength !== undefined && strength > 0 && strength <= 1 ? strength : null,
     comparing: value.comparing === true,
@@ -231,7 +246,21 @@ export function writeMemory(storage, kept) {
 // ---- what changes it ----
 
 /**
- * Takes in a device list: remembers the devices that have the effect. Gives the same object where nothing changed.
+ * Without devices from which the effect is removed, no removal is pending.
+ *
+ * @param {Kept["removalPending"]} pending
+ * @param {(id: string) => boolean} stays
+ * @returns {Kept["removalPending"]} the same object where all stay
+ */
+function keepRemovals(pending, stays) {
+  if (pending === null || pending.endpointIds.every(stays)) return pending;
+  const endpointIds = pending.endpointIds.filter(stays);
+  return endpointIds.length > 0 ? { ...pending, endpointIds } : null;
+}
+
+/**
+ * Takes in a device list: remembers the devices that have the effect. One that has it again is no longer one from which
+ * it was removed. Gives the same object where nothing changed.
  *
  * @param {Kept} kept
  * @param {unknown} devices
@@ -240,10 +269,11 @@ export function writeMemory(storage, kept) {
 export function rememberDevices(kept, devices) {
   const seen = devicesFacts(devices).playback.filter(({ hasEffect }) => hasEffect === true);
   const news = seen.filter(({ id, name }) => !Object.hasOwn(kept.added, id) || kept.added[id] !== name);
-  if (news.length === 0) return kept;
+  const removalPending = keepRemovals(kept.removalPending, (one) => seen.every(({ id }) => id !== one));
+  if (news.length === 0 && removalPending === kept.removalPending) return kept;
   const added = new Map(Object.entries(kept.added));
   for (const { id, name } of news) added.set(id, name);
-  return { ...kept, added: byId([...added].slice(-mostDevices)) };
+  return { ...kept, added: byId([...added].slice(-mostDevices)), removalPending };
 }
 
 /**
@@ -255,16 +285,21 @@ export function rememberDevices(kept, devices) {
  */
 export function rememberStatus(kept, status) {
   const { isRunning, processId } = engineFacts(status);
-  let { engine, restartPending, lastStrength } = kept;
+  let { engine, restartPending, removalPending, lastStrength } = kept;
   const isAnother = (/** @type {number} */ old) =>
     isRunning === true && processId !== undefined && processId !== old;
   if (engine !== null && engine.known && (isRunning === false || isAnother(engine.processId))) engine = null;
   if (restartPending !== null && isAnother(restartPending.processId)) restartPending = null;
+  if (removalPending !== null && (isRunning === false || isAnother(removalPending.processId)))
+    removalPending = null;
   const strength = numberOf(objectOf(objectOf(status).footstep).enhance_strength);
   if (strength !== undefined && strength > 0 && strength <= 1) lastStrength = strength;
   const isSame =
-    engine === kept.engine && restartPending === kept.restartPending && lastStrength === kept.lastStrength;
-  return isSame ? kept : { ...kept, engine, restartPending, lastStrength };
+    engine === kept.engine &&
+    restartPending === kept.restartPending &&
+    removalPending === kept.removalPending &&
+    lastStrength === kept.lastStrength;
+  return isSame ? kept : { ...kept, engine, restartPending, removalPending, lastStrength };
 }
 
 /**
@@ -274,13 +309,44 @@ export function rememberStatus(kept, status) {
  * @param {Action["kind"]} kind
  * @param {string} endpointId
  * @param {unknown} status
- * @returns {EngineMark}
+ * @returns {EngineBefore}
  */
 export function markEngine(kind, endpointId, status) {
-  const { isRunning, processId } = engineFacts(status);
+  const { isRunning, processId, effectLoaded } = engineFacts(status);
   const lockCount = numberOf(objectOf(objectOf(status).apo_diagnostics).lock_count) ?? 0;
   const runs = isRunning === true && processId !== undefined;
-  return { processId: runs ? processId : 0, known: isRunning === false || runs, lockCount, kind, endpointId };
+  const known = isRunning === false || runs;
+  return { processId: runs ? processId : 0, known, lockCount, kind, endpointId, effectLoaded };
+}
+
+/**
+ * The devices from which the effect was removed while the engine keeps it, after one more add or remove that did not
+ * restart audio.
+ *
+ * @param {Kept} kept
+ * @param {Action} action
+ * @param {EngineBefore} before
+ * @returns {Kept["removalPending"]}
+ */
+function removalAfter({ removalPending, restartPending }, { kind, endpointId }, before) {
+  const { processId, known, effectLoaded } = before;
+  const isOver = known && removalPending?.processId !== processId;
+  const pending = keepRemovals(isOver ? null : removalPending, (id) => id !== endpointId);
+  // An engine that is older than the add has never loaded the effect for this device.
+  const neverHadIt = restartPending?.endpointId === endpointId && restartPending.processId === processId;
+  if (kind !== "remove" || processId === 0 || effectLoaded === false || neverHadIt) return pending;
+  return { processId, endpointIds: [...(pending?.endpointIds ?? []), endpointId].slice(-mostDevices) };
+}
+
+/**
+ * Whether the engine still has the effect from before it was removed, so that adding it again needs no restart.
+ *
+ * @param {Kept} kept
+ * @param {EngineBefore} before
+ */
+function stillHasIt({ removalPending }, { processId, effectLoaded, endpointId }) {
+  const isSame = removalPending !== null && removalPending.processId === processId;
+  return isSame && effectLoaded !== false && removalPending.endpointIds.includes(endpointId);
 }
 
 /**
@@ -288,25 +354,27 @@ export function markEngine(kind, endpointId, status) {
  *
  * @param {Kept} kept
  * @param {Action} action ended
- * @param {EngineMark} mark from before it
+ * @param {EngineBefore} before the engine from before it
  * @param {string} [name] of the device
  * @returns {Kept}
  */
-export function rememberAction(kept, action, mark, name = "") {
+export function rememberAction(kept, action, before, name = "") {
   const { kind, endpointId, restartsAudio, result } = action;
   if (result?.status !== 200) return kept;
   const added = new Map(Object.entries(kept.added));
   if (kind === "remove") added.delete(endpointId);
   else added.set(endpointId, name || added.get(endpointId) || "");
   const hasRestarted = restartsAudio && result.audioRestarted;
-  const isPending = kind !== "remove" && !hasRestarted;
+  const { processId, known, lockCount } = before;
+  const isPending = kind !== "remove" && !hasRestarted && !stillHasIt(kept, before);
   const stillPending =
     kept.restartPending?.endpointId === endpointId || hasRestarted ? null : kept.restartPending;
   return {
     ...kept,
     added: byId([...added].slice(-mostDevices)),
-    engine: hasRestarted ? mark : kept.engine,
-    restartPending: isPending ? { endpointId, processId: mark.processId } : stillPending,
+    engine: hasRestarted ? { processId, known, lockCount, kind, endpointId } : kept.engine,
+    restartPending: isPending ? { endpointId, processId } : stillPending,
+    removalPending: hasRestarted ? null : removalAfter(kept, action, before),
   };
 }
 

@@ -278,7 +278,7 @@ function actionLines({ kind, endpointId, restartsAudio, startedAt, endedAt, resu
 }
 
 /** @param {import("./types.js").Kept} kept */
-function memoryLines({ engine, restartPending, added }, /** @type {unknown} */ chosenId) {
+function memoryLines({ engine, restartPending, removalPending, added }, /** @type {unknown} */ chosenId) {
   const wasAdded = typeof chosenId === "string" && Object.hasOwn(added, chosenId);
   const lines = [`added before: ${wasAdded}`];
   if (engine !== null) {
@@ -288,6 +288,10 @@ function memoryLines({ engine, restartPending, added }, /** @type {unknown} */ c
     );
   }
   if (restartPending !== null) lines.push(`restart pending since engine ${restartPending.processId}`);
+  if (removalPending !== null) {
+    const { processId, endpointIds } = removalPending;
+    lines.push(`removed without a restart since engine ${processId}: ${endpointIds.length}`);
+  }
   return lines;
 }
 

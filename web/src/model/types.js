@@ -73,6 +73,8 @@
  * @property {number} startedAt
  * @property {number | null} endedAt null while it is under way
  * @property {ActionResult | null} result null while it is under way
+ * @property {boolean} [hadEffect] whether the device had the effect before it; not given where that is not known
+ * @property {EngineMark} [engine] the engine before it
  *
  * @typedef {object} ActionResult
  * @property {number} status of HTTP; 0 when no answer came
@@ -90,6 +92,8 @@
  *   the person removed the effect from is not in it
  * @property {EngineMark | null} engine the engine before the last add or remove that restarted audio
  * @property {RestartMark | null} restartPending an add without a restart
+ * @property {{processId: number, endpointIds: string[]} | null} removalPending devices from which the effect was removed
+ *   without a restart, and the process of the engine that ran then and may still have the effect
  * @property {LastSettings | null} lastSettings
  * @property {number | null} lastStrength the last strength above 0
  * @property {boolean} comparing the person pressed "Hear the original" on this page
@@ -115,6 +119,8 @@
  * @property {number} lockCount streams that the effect had locked
  * @property {"add" | "remove" | "restart"} kind
  * @property {string} endpointId
+ *
+ * @typedef {EngineMark & {effectLoaded?: boolean | undefined}} EngineBefore with whether the engine had loaded the effect
  *
  * @typedef {object} RestartMark
  * @property {string} endpointId
@@ -161,7 +167,7 @@
  * @typedef {Record<string, unknown>} Values raw values by placeholder; a value may itself be a Sentence
  *
  * @typedef {object} Button
- * @property {"retryRestart" | "add" | "addLater" | "addAgain" | "restart" | "unmute" | "turnOn" | "stopBypassing"
+ * @property {"retryRestart" | "retryChange" | "add" | "addLater" | "addAgain" | "restart" | "unmute" | "turnOn" | "stopBypassing"
  *   | "backToVelmora" | "setStrength" | "copyReport" | "useDevice" | "openHelp"} id
  * @property {string} key
  * @property {Values} values what the request needs, and what the label shows
@@ -174,7 +180,7 @@
  *
  * @typedef {"expired" | "gone" | "checking" | "waiting" | "restarting" | "restartFailed" | "notInstalled"
  *   | "fileMissing" | "noDevice" | "deviceGone" | "noEffects" | "needsAdmin" | "refused" | "goneAgain" | "notAdded"
- *   | "restartPending" | "engineKept" | "muted" | "off" | "bypassed" | "original" | "strengthZero" | "couldNotStart"
+ *   | "restartPending" | "removalPending" | "engineKept" | "muted" | "off" | "bypassed" | "original" | "strengthZero" | "couldNotStart"
  *   | "severalDevices" | "otherDevice" | "ready" | "works" | "unclear"} VerdictId
  *
  * @typedef {object} Verdict

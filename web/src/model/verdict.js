@@ -98,12 +98,25 @@ function whichIsUnderWay({ action, facts, memory, time }) {
 }
 
 /**
+ * Whether the engine is known to be another one than before an action. Another page or program, or Windows, has
+ * restarted audio since.
+ *
+ * @param {Action} action
+ * @param {import("./facts.js").Facts} facts
+ */
+function hasRestartedSince({ engine: mark }, { engine }) {
+  if (mark?.known !== true || engine.isRunning !== true || engine.processId === undefined) return false;
+  return engine.processId !== mark.processId;
+}
+
+/**
  * @param {Case} state
  * @returns {Found | undefined}
  */
 function whichDidNotRestart({ action, facts }) {
   const result = action?.result;
   if (!action?.restartsAudio || result?.status !== 200 || result.audioRestarted) return undefined;
+  if (hasRestartedSince(action, facts)) return undefined;
   const values = {
     reason: serviceSentence(result.restartDetail),
     result: resultSentence(result.restartError),
@@ -154,30 +167,60 @@ function whichTakesNoEffects({ facts, device }) {
 }
 
 /**
- * @param {Case} state
- * @returns {Found | undefined}
+ * Whether the device now is as a refused action should have made it. The chain must have changed, or the engine.
+ *
+ * @param {Action} action
+ * @param {import("./facts.js").Facts} facts
  */
-function whichWasRefused({ facts, action }) {
-  const result = action?.result;
-  const isAnswered = result !== null && result !== undefined && result.status >= 300;
-  if (!isAnswered || result.status === unauthorized || action?.endpointId !== facts.chosenId)
-    return undefined;
-  const values = { reason: serviceSentence(result.error) };
-  if (facts.elevated === false) return { id: "needsAdmin", tone: "bad", values };
-  return { id: "refused", tone: "bad", values, buttons: [button("openHelp")] };
+function isDoneSince(action, facts) {
+  const wanted = action.kind !== "remove";
+  if (facts.hasEffect !== wanted) return false;
+  return action.hadEffect === !wanted || hasRestartedSince(action, facts);
 }
 
 /**
  * @param {Case} state
  * @returns {Found | undefined}
  */
-function whichIsNotAdded({ facts, memory, devices, device }) {
+function whichWasRefused({ facts, action }) {
+  const result = action?.result;
+  if (action === null || !result || result.status < 300 || result.status === unauthorized) return undefined;
+  if (action.endpointId !== facts.chosenId || isDoneSince(action, facts)) return undefined;
+  const values = { reason: serviceSentence(result.error) };
+  if (facts.elevated === false) return { id: "needsAdmin", tone: "bad", values };
+  const { kind, endpointId } = action;
+  const buttons = [button("openHelp"), button("retryChange", { kind, endpointId })];
+  return { id: "refused", tone: "bad", values, buttons };
+}
+
+/**
+ * Whether the effect was removed from the chosen device and the engine of that time still runs. What it has loaded
+ * cannot always be listed; an engine that is known not to have the effect has nothing to finish.
+ *
+ * @param {Case} state
+ */
+function awaitsRemoval({ facts: { engine, chosenId }, memory: { kept } }) {
+  if (chosenId === undefined || !kept.removalPending?.endpointIds.includes(chosenId)) return false;
+  const isSame = engine.isRunning === true && engine.processId === kept.removalPending.processId;
+  return isSame && engine.effectLoaded !== false;
+}
+
+/**
+ * @param {Case} state
+ * @returns {Found | undefined}
+ */
+function whichIsNotAdded(state) {
+  const { facts, memory, devices, device } = state;
   if (facts.hasEffect !== false || !facts.chosenId) return undefined;
   const programs = activePrograms(devices);
   const values = { device, programs, endpointId: facts.chosenId };
   const wanted = { endpointId: facts.chosenId };
   if (Object.hasOwn(memory.kept.added, facts.chosenId)) {
     return { id: "goneAgain", tone: "warning", values, buttons: [button("addAgain", wanted)] };
+  }
+  if (awaitsRemoval(state)) {
+    const buttons = [button("restart", { ...wanted, as: "remove" }), button("addAgain", wanted)];
+    return { id: "removalPending", tone: "warning", values, buttons };
   }
   const detail = programs.length > 0 ? "notAdded.programs" : "notAdded";
   return {
@@ -310,6 +353,7 @@ function isHeard({ facts, memory }) {
     facts.moved === true &&
     facts.chosenSounds &&
     facts.othersSounding.every(({ hasEffect }) => hasEffect === false) &&
+    facts.soundingWithEffect.every(({ id }) => id === facts.chosenId) &&
     facts.renderAvailable === true &&
     (facts.volume ?? 0) > 0 &&
     facts.muted === false &&

@@ -45,10 +45,12 @@ function press(session, sound, report, { id, values }) {
       const { kind: as, endpointId: target } = session.state.action ?? { kind: "restart", endpointId };
       sound.ask({ kind: "restart", endpointId: target, name, as });
     },
+    retryChange: () => sound.ask({ kind: kindOf(values.kind), endpointId, name }),
     add: () => sound.changeEffect("add", endpointId, true),
     addLater: () => sound.changeEffect("add", endpointId, false),
     addAgain: () => sound.ask({ kind: "add", endpointId, name }),
-    restart: () => sound.ask({ kind: "restart", endpointId, name }),
+    restart: () =>
+      sound.ask({ kind: "restart", endpointId, name, as: values.as === "remove" ? "remove" : "restart" }),
     unmute: () => unmute(sound, values),
     turnOn: () => sound.setFootstep({ bypass: false, bypass_all: false, enhance_strength: strength }),
     stopBypassing: () => sound.hearOriginal(false),
@@ -60,6 +62,12 @@ function press(session, sound, report, { id, values }) {
   };
   actions[id]();
 }
+
+/**
+ * @param {unknown} kind
+ * @returns {import("../model/types.js").Action["kind"]}
+ */
+const kindOf = (kind) => (kind === "add" || kind === "remove" ? kind : "restart");
 
 /**
  * @param {Sound} sound

@@ -38,6 +38,7 @@ export const en = {
   "verdict.goneAgain": "Velmora is no longer on {device}",
   "verdict.notAdded": "One step left: add Velmora to {device}",
   "verdict.restartPending": "Added. Restart audio to hear it",
+  "verdict.removalPending": "Removed. Restart audio to finish",
   "verdict.engineKept": "Windows kept its old audio setup",
   "verdict.muted": "Windows is muted",
   "verdict.off": "Velmora is off",
@@ -73,6 +74,7 @@ export const en = {
   "detail.notAdded": "Windows audio restarts. Sound stops for a few seconds.",
   "detail.notAdded.programs": "Windows audio restarts. Sound stops for a few seconds in: {programs:list}.",
   "detail.restartPending": "Windows audio restarts. Sound stops for a few seconds.",
+  "detail.removalPending": "Until Windows audio restarts, you may still hear Velmora on {device}.",
   "detail.engineKept": "Restart the PC, then play something.",
   "detail.muted": "Unmute to hear anything on this device.",
   "detail.muted.volume": "The volume of this device is 0 %.",
@@ -93,6 +95,7 @@ export const en = {
   "detail.unclear.volume": "The volume of {device} cannot be read: {result}.",
 
   "button.retryRestart": "Try again",
+  "button.retryChange": "Try again",
   "button.add": "Add and restart audio",
   "button.addLater": "Add, restart later",
   "button.addAgain": "Add again",

@@ -233,6 +233,10 @@ export const helpEn = {
     "A part of what Velmora needs to know could not be read. The line below says which part.",
   "help.verdict.unclear.remedy":
     "Open “How do you know?” to see what is known. Reload the page. If it stays, start Velmora again as administrator.",
+  "help.verdict.removalPending.cause":
+    "Velmora was removed from the device, and Windows audio has not restarted since. What was already loaded may go on working.",
+  "help.verdict.removalPending.remedy":
+    "Choose Restart audio when a pause of a few seconds does no harm. Restarting the PC does the same. To keep Velmora on the device, choose Add again.",
 
   // ---- why it could not start ----
   "help.reasons": "Why Velmora could not start",

@@ -196,6 +196,10 @@ export const helpZh = {
   "help.verdict.unclear.cause": "有一部分必要的信息无法读取，下面一行会说明是哪一部分。",
   "help.verdict.unclear.remedy":
     "请打开“判断依据”查看已知情况，然后刷新页面。如果一直如此，请以管理员身份重新启动 Velmora。",
+  "help.verdict.removalPending.cause":
+    "Velmora 已从此设备移除，但 Windows 音频还没有重启，已加载的音效可能仍在工作。",
+  "help.verdict.removalPending.remedy":
+    "在声音可以中断几秒的时候，请选择“重启音频”。重启电脑也可以。如需继续在此设备上使用 Velmora，请选择“重新添加”。",
 
   // ---- why it could not start ----
   "help.reasons": "Velmora 无法启动的原因",

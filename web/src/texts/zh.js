@@ -38,6 +38,7 @@ export const zh = {
   "verdict.goneAgain": "Velmora 已不在{device}上",
   "verdict.notAdded": "还差一步：把 Velmora 添加到{device}",
   "verdict.restartPending": "已添加，重启音频后生效",
+  "verdict.removalPending": "已移除，重启音频后生效",
   "verdict.engineKept": "Windows 仍在使用旧的音频设置",
   "verdict.muted": "Windows 已静音",
   "verdict.off": "Velmora 已关闭",
@@ -72,6 +73,7 @@ export const zh = {
   "detail.notAdded": "Windows 音频会重启，声音会中断几秒钟。",
   "detail.notAdded.programs": "Windows 音频会重启，以下程序的声音会中断几秒钟：{programs:list}。",
   "detail.restartPending": "Windows 音频会重启，声音会中断几秒钟。",
+  "detail.removalPending": "在 Windows 音频重启之前，{device}上可能仍有 Velmora 音效。",
   "detail.engineKept": "请重启电脑，然后播放声音。",
   "detail.muted": "取消静音后，才能听到此设备的声音。",
   "detail.muted.volume": "此设备的音量为 0 %。",
@@ -92,6 +94,7 @@ export const zh = {
   "detail.unclear.volume": "无法读取{device}的音量：{result}。",
 
   "button.retryRestart": "重试",
+  "button.retryChange": "重试",
   "button.add": "添加并重启音频",
   "button.addLater": "添加，稍后重启",
   "button.addAgain": "重新添加",
