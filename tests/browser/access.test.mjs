@@ -41,6 +41,17 @@ async function sameNames(page) {
   return seen.filter((name, index) => seen.indexOf(name) !== index);
 }
 
+// Buttons whose name does not contain the words that are seen on them: who speaks to a computer says what is seen. A
+// sign, such as + or −, is no word.
+async function otherwiseNamed(page) {
+  return page.locator("button[aria-label]").evaluateAll((all) => {
+    const plain = (text) => text.replace(/\s+/g, " ").trim().toLowerCase();
+    return all
+      .map((one) => [plain(one.getAttribute("aria-label") ?? ""), plain(one.textContent ?? "")])
+      .filter(([name, text]) => /[\p{L}\p{N}]/u.test(text) && !name.includes(text));
+  });
+}
+
 async function unfoldAll(page) {
   await page.locator(".verdict .link").click();
   await page.locator("details.card > summary").click();
@@ -59,10 +70,13 @@ for (const [locale, colorScheme] of /** @type {["en-US" | "zh-CN", "light" | "da
     await unfoldAll(page);
     assert.deepEqual(await violations(page), []);
     assert.deepEqual(await sameNames(page), []);
+    assert.equal(await page.locator(".devices button[aria-label]").count(), 3);
+    assert.deepEqual(await otherwiseNamed(page), []);
     for (const where of ["/advanced.html", "/help.html"]) {
       await page.goto(address(where));
       await page.locator("h2").first().waitFor();
       assert.deepEqual([await violations(page), await sameNames(page)], [[], []], where);
+      assert.deepEqual(await otherwiseNamed(page), [], where);
     }
     await page.goto(address("/", "0123456789abcdef0123456789abcdee"));
     await waitForVerdict(page, "expired");
@@ -77,7 +91,7 @@ test("axe finds nothing in the step that is left and in its questions", limits, 
   await waitForVerdict(page, "notAdded");
   assert.deepEqual(await violations(page), []);
   await page.locator("details.card > summary").click();
-  await page.getByRole("button", { name: `Add Velmora to ${headphones.name}` }).click();
+  await page.getByRole("button", { name: `Add to this device: ${headphones.name}` }).click();
   await page.getByRole("dialog").waitFor();
   assert.deepEqual(await violations(page), []);
 });
@@ -163,7 +177,7 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
   ]);
   assert.ok(String(order.at(-1)).startsWith("Volume and devices"), JSON.stringify(order));
   await page.keyboard.press("Enter");
-  const remove = page.getByRole("button", { name: `Add Velmora to ${headphones.name}` });
+  const remove = page.getByRole("button", { name: `Add to this device: ${headphones.name}` });
   await remove.focus();
   await page.keyboard.press("Enter");
   await page.getByRole("dialog").waitFor();
@@ -171,7 +185,7 @@ test("everything can be done with the keyboard, and the focus is seen", limits, 
     poll(`the focus on ${name}`, async () => ((await focused()) === name ? true : undefined));
   await waitForFocus("Add and restart audio");
   await page.keyboard.press("Escape");
-  await waitForFocus(`Add Velmora to ${headphones.name}`);
+  await waitForFocus(`Add to this device: ${headphones.name}`);
   await page.getByRole("switch", { name: "Velmora", exact: true }).focus();
   await page.keyboard.press("Space");
   await poll("the record", async () =>

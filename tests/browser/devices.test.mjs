@@ -107,7 +107,7 @@ test("a restart that failed after a removal is tried again without adding", limi
   const { page, changes } = await openPage(t, { devices: [speakers], audio: { StopError: 5 } });
   await waitForVerdict(page, "off");
   await page.locator("details > summary").click();
-  await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
+  await page.getByRole("button", { name: `Remove from this device: ${speakers.name}` }).click();
   await page.getByRole("button", { name: "Remove and restart audio" }).click();
   await waitForVerdict(page, "restartFailed");
   await page.getByRole("button", { name: "Try again" }).click();
@@ -123,7 +123,7 @@ test("a removal for later is finished by a restart, or undone without one", limi
   await waitForVerdict(page, "works");
   await page.locator("details.card > summary").click();
   const removeLater = async () => {
-    await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
+    await page.getByRole("button", { name: `Remove from this device: ${speakers.name}` }).click();
     await page.getByRole("button", { name: "Remove, restart later" }).click();
     await waitForMessage(page, "Done. It takes effect after the next audio restart.");
     await waitForVerdict(page, "removalPending");
@@ -208,20 +208,33 @@ test("devices come and go, are chosen, and the effect is removed from one", limi
     await page.getByRole("combobox", { name: "Device" }).locator("option").first().innerText(),
     /not connected/,
   );
-  await page.getByRole("button", { name: `Choose ${speakers.name}` }).click();
+  await page.getByRole("button", { name: `Use here: ${speakers.name}` }).click();
   await waitForVerdict(page, "off");
 
-  await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
+  await page.getByRole("button", { name: `Remove from this device: ${speakers.name}` }).click();
   const dialog = page.getByRole("dialog", { name: `Remove Velmora from ${speakers.name}?` });
   await dialog.getByRole("button", { name: "Cancel" }).click();
   assert.deepEqual(await posts(changes), []);
-  await page.getByRole("button", { name: `Remove Velmora from ${speakers.name}` }).click();
+  await page.getByRole("button", { name: `Remove from this device: ${speakers.name}` }).click();
   await dialog.getByRole("button", { name: "Remove, restart later" }).click();
   await waitForMessage(page, "Done. It takes effect after the next audio restart.");
   await waitForVerdict(page, "removalPending");
   assert.deepEqual(await posts(changes), [body(false, speakers, false)]);
   assert.equal((await readDocument(service, paths.status)).apo_binding.bound, false);
 });
+
+test(
+  "the question in Chinese has blanks around a Latin name, and none between its sentences",
+  limits,
+  async (t) => {
+    const { page } = await openPage(t, { context: { locale: "zh-CN" } });
+    await waitForVerdict(page, "off");
+    await page.locator("details.card > summary").click();
+    await page.getByRole("button", { name: `从此设备移除：${speakers.name}` }).click();
+    const dialog = page.getByRole("dialog", { name: `从 ${speakers.name} 移除 Velmora？`, exact: true });
+    assert.match(await dialog.innerText(), /中断几秒钟：player\.exe。录音和通话也会中断。/);
+  },
+);
 
 test("volume, mute and the levels follow Windows and the person", limits, async (t) => {
   const { page, service, rewrite } = await openPage(t);

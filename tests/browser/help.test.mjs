@@ -207,7 +207,7 @@ test("an error that a page shows leads to its entry", limits, async (t) => {
   await page.route("**/api/v1/devices/render", (route) =>
     route.fulfill({ status: 404, json: { error: "active endpoint not found for this direction" } }),
   );
-  await page.getByRole("button", { name: `Choose ${headphones.name}` }).click();
+  await page.getByRole("button", { name: `Use here: ${headphones.name}` }).click();
   await waitForMessage(page, "This device is not connected any more.");
   const opening = context.waitForEvent("page");
   await page.getByRole("link", { name: /^What does this mean\?/ }).click();

@@ -44,6 +44,22 @@ test("Chinese texts are Chinese, but for names and numbers", () => {
   }
 });
 
+test("no blank follows full-width punctuation", () => {
+  for (const key of keys) assert.doesNotMatch(tables.zh[key], /[，。：；？！、（）“”…] /u, key);
+});
+
+test("the name of each button for a device begins with the words on it", () => {
+  const rows = [
+    ["devices.choose", "devices.chooseShort"],
+    ["devices.removeFrom", "devices.remove"],
+    ["devices.addTo", "devices.add"],
+  ];
+  for (const language of languages) {
+    for (const [name, text] of rows)
+      assert.ok(say(language, name, { device: "TV" }).startsWith(say(language, text)), `${language} ${name}`);
+  }
+});
+
 test("no sentence uses the words that belong to the details", () => {
   const words = /\b(?:endpoint|render|bind|APO|HRESULT)\b/i;
   for (const key of keys.filter((one) => !one.startsWith("check.") && !one.startsWith("evidence."))) {
@@ -95,6 +111,12 @@ test("values are put in as text, in their form, and sentences in the same langua
   assert.equal(say("en", "button.setStrength", { strength: 0.5 }), "Set to 50 %");
   assert.equal(say("zh", "verdict.otherDevice", { device: "Headphones" }), "声音正在 Headphones 上播放");
   assert.equal(say("zh", "verdict.otherDevice", { device: "耳机" }), "声音正在耳机上播放");
+  assert.equal(
+    say("zh", "confirm.removeTitle", { device: "Speakers (High Definition Audio)" }),
+    "从 Speakers (High Definition Audio) 移除 Velmora？",
+  );
+  assert.equal(say("zh", "confirm.removeTitle", { device: "耳机（USB）" }), "从耳机（USB）移除 Velmora？");
+  assert.equal(say("zh", "verdict.deviceGone", { device: "[TV]" }), "[TV] 未连接");
   assert.equal(
     say("en", "verdict.otherDevice", { device: "$& {device} <b>" }),
     "Sound is playing on $& {device} <b>",

@@ -27,7 +27,7 @@ function RestartQuestion({ t, sound, session, question }) {
   const programs = activePrograms(session.state.seen.devices);
   const text = programs.length > 0 ? t("confirm.programs", { programs }) : t("confirm.text");
   return html`<${Dialog} title=${t(titles[kind], { device: name })} onCancel=${() => sound.ask(null)}>
-    <p>${text} ${t("confirm.microphones")}</p>
+    <p>${text}</p>
     <div class="row">
       <button type="button" class="button" onClick=${() => sound.ask(null)}>${t("confirm.cancel")}</button>
       ${

@@ -33,7 +33,8 @@ const forms = {
 };
 
 const placeholder = /\{(?<name>[a-zA-Z]+)(?::(?<form>[a-zA-Z]+))?\}/g;
-const latinEdge = { start: /^[\p{Script=Latin}\p{Nd}]/u, end: /[\p{Script=Latin}\p{Nd}]$/u };
+// Names end in brackets, too: "Speakers (USB)". All visible ASCII is half-width.
+const latinEdge = { start: /^[\p{Script=Latin}\p{Nd}!-~]/u, end: /[\p{Script=Latin}\p{Nd}!-~]$/u };
 const chineseEdge = { start: /^\p{Script=Han}/u, end: /\p{Script=Han}$/u };
 
 /**
@@ -53,7 +54,7 @@ function shown(value, form, language) {
 }
 
 /**
- * Chinese keeps a blank between its characters and Latin letters or digits.
+ * Chinese keeps a blank between its characters and half-width ones: Latin letters, digits and ASCII marks.
  *
  * @param {string} text
  * @param {string} before

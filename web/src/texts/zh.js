@@ -274,7 +274,7 @@ export const zh = {
   "devices.noMicrophone": "未连接麦克风。",
   "devices.default": "Windows 默认",
   "devices.chosen": "已选择",
-  "devices.choose": "选择{device}",
+  "devices.choose": "在此使用：{device}",
   "devices.withEffect": "已添加 Velmora",
   "devices.withoutEffect": "未添加 Velmora",
   "devices.playing": "正在播放：{programs:list}",
@@ -283,9 +283,9 @@ export const zh = {
   "devices.nothingRecords": "没有程序在录音。",
   "devices.peak": "{device}的电平",
   "devices.remove": "从此设备移除",
-  "devices.removeFrom": "从{device}移除 Velmora",
+  "devices.removeFrom": "从此设备移除：{device}",
   "devices.add": "添加到此设备",
-  "devices.addTo": "把 Velmora 添加到{device}",
+  "devices.addTo": "添加到此设备：{device}",
   "devices.trouble": "Windows 无法列出全部设备：{result}。",
   "devices.pinned": "在您选择其他设备之前，Velmora 会一直使用{device}。",
   "devices.systemSounds": "系统声音",
@@ -295,9 +295,9 @@ export const zh = {
   "confirm.addTitle": "把 Velmora 添加到{device}？",
   "confirm.removeTitle": "从{device}移除 Velmora？",
   "confirm.restartTitle": "重启 Windows 音频？",
-  "confirm.text": "为此需要重启 Windows 音频，声音会中断几秒钟。",
-  "confirm.programs": "为此需要重启 Windows 音频，以下程序的声音会中断几秒钟：{programs:list}。",
-  "confirm.microphones": "录音和通话也会中断。",
+  "confirm.text": "为此需要重启 Windows 音频，声音会中断几秒钟。录音和通话也会中断。",
+  "confirm.programs":
+    "为此需要重启 Windows 音频，以下程序的声音会中断几秒钟：{programs:list}。录音和通话也会中断。",
   "confirm.now": "立即重启音频",
   "confirm.add": "添加并重启音频",
   "confirm.remove": "移除并重启音频",
@@ -373,7 +373,7 @@ export const zh = {
   "account.loggedOutInTab": "已在另一个标签页中退出登录。",
   "account.ended":
     "这里已退出登录：会话已结束。通常是因为该账号在另一台设备上登录，同一时间只能登录一台。如需在这里使用，请重新登录。如果不是您本人操作，请更改密码。",
-  "account.wait": "正在联系账号服务… 在它答复之前，Velmora 不会响应其他操作。",
+  "account.wait": "正在联系账号服务…在它答复之前，Velmora 不会响应其他操作。",
 
   // ---- more of the cards, the Advanced page and Help ----
   "header.unknownDevice": "所选设备",
