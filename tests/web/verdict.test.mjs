@@ -838,9 +838,6 @@ test("500 devices with odd names", () => {
     const headline = saySentence("en", found.headline);
     assert.ok(headline.length < 200 && !/[\p{Cc}\u202e]/u.test(headline), JSON.stringify(headline));
   }
-  const begun = performance.now();
-  for (let count = 0; count < 20; ++count) judge(state);
-  assert.ok((performance.now() - begun) / 20 < 100);
 });
 
 // ---- any state ----
