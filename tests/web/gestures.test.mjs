@@ -7,6 +7,7 @@ import {
   changedValues,
   dragThreshold,
   flatValues,
+  freeFrequency,
   hasGain,
   isSecondTap,
   keyValues,
@@ -32,6 +33,18 @@ const drag = (start, ...moves) =>
     (one, [x, y, shift, plot = scale]) => moveDrag(one, at(x, y, shift), plot),
     beginDrag(4, start, at(100, 100), scale),
   );
+
+test("a new band is placed in the middle of the widest gap", () => {
+  assert.equal(freeFrequency([]), 632);
+  assert.equal(freeFrequency([632]), 3560);
+  assert.equal(freeFrequency([632, 3560]), 112);
+  assert.equal(freeFrequency([200, 2000]), 63.2, "of gaps of one width, the lowest");
+  assert.equal(freeFrequency([20, 20000, 20, 20000]), 632);
+  assert.equal(freeFrequency([1000, 30, 60, 5000, 250]), 2240, "in any order");
+  const taken = [];
+  for (let band = 0; band < 15; ++band) taken.push(freeFrequency(taken));
+  assert.equal(new Set(taken).size, 15);
+});
 
 test("values have the steps of a drag, within their ranges", () => {
   assert.deepEqual(

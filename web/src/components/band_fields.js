@@ -1,11 +1,11 @@
 // The fields of the chosen band.
 import { bandRanges, decibelField, digits, hertzField, isBandUsed, parseField } from "../model/equalizer.js";
 import { filterTypes } from "../model/filters.js";
-import { flatValues, hasGain, stepFrequency, stepGain, stepQ } from "../model/gestures.js";
+import { flatValues, freeFrequency, hasGain, stepFrequency, stepGain, stepQ } from "../model/gestures.js";
 import { html, useEffect, useLayoutEffect, useRef } from "../view.js";
 import { NumberField } from "./controls.js";
 import { typeName } from "./curve.js";
-import { bandToAdd, dotId } from "./curve_gestures.js";
+import { addedQ, dotId } from "./curve_gestures.js";
 
 /**
  * @typedef {import("../view.js").Translate} Translate
@@ -108,14 +108,28 @@ function optionName(t, band, index) {
 }
 
 /**
+ * The next band that is not in use, going round from the chosen one, which comes last.
+ *
+ * @param {Band[]} bands
+ * @param {number} chosen
+ * @returns {number} -1: all bands are in use
+ */
+function nextFree(bands, chosen) {
+  const places = bands.map((_, place) => (chosen + 1 + place) % bands.length);
+  return places.find((index) => !isBandUsed(bands[index])) ?? -1;
+}
+
+/**
  * The chosen band: which one, its type, and its values, each with a field for any value and buttons for steps.
  *
- * "Add band" chooses a band that is not in use and puts the focus on its dot. It changes no sound: the next edit does.
+ * "Add band" takes the chosen band while it is not in use, else the next free one, places its dot where there is room, and
+ * puts the focus on it. That changes no sound: the next edit does. A further press takes the next free band.
  *
  * @param {{t: Translate, equalizer: Equalizer}} props
  */
 export function BandFields({ t, equalizer }) {
   const dotToFocus = useRef(-1);
+  const placed = useRef(-1);
   useLayoutEffect(() => {
     if (dotToFocus.current < 0) return;
     document.getElementById(dotId(dotToFocus.current))?.focus();
@@ -126,14 +140,21 @@ export function BandFields({ t, equalizer }) {
   const chosen = equalizer.chosen();
   const number = chosen + 1;
   const band = setting.bands[chosen];
-  const free = bandToAdd(equalizer);
+  const free = isBandUsed(band) || chosen === placed.current ? nextFree(setting.bands, chosen) : chosen;
   const isUsed = isBandUsed(band);
   const change = (/** @type {Partial<Band>} */ values, /** @type {string | undefined} */ merge = undefined) =>
     equalizer.change({ bands: { [chosen]: values } }, merge);
   const add = () => {
     if (free < 0) return;
     dotToFocus.current = free;
+    placed.current = free;
+    // A further press must move the dot, too.
+    const taken = setting.bands.filter(
+      (one, index) => isBandUsed(one) || (index === chosen && index !== free),
+    );
+    const place = freeFrequency(taken.map((one) => one.freq_hz));
     equalizer.choose(free);
+    equalizer.change({ bands: { [free]: { type: 0, freq_hz: place, gain_db: 0, q: addedQ } } });
   };
   return html`<div class="band-fields">
     <div class="row">

@@ -30,15 +30,15 @@ import {
  * @property {{left: number, top: number}} margin of the plot within the drawing
  */
 
-/** The width of a band that a double click adds. */
-const addedQ = 0.71;
+/** The Q of a band that is added. */
+export const addedQ = 0.71;
 const wheelReadoutMs = 1000;
 
 /** @param {number} index */
 export const dotId = (index) => `band-dot-${index + 1}`;
 
 /**
- * The band that "add" means: the chosen one while it is not in use, else the next free one.
+ * The band that a double click adds: the chosen one while it is not in use, else the next free one.
  *
  * @param {Equalizer} equalizer
  * @returns {number} -1: all bands are in use

@@ -70,6 +70,24 @@ export const roundFrequency = (value) =>
   clamp(Number(clamp(value, bandRanges.freq_hz).toPrecision(3)), bandRanges.freq_hz);
 
 /**
+ * Where a new band stands free: the middle, by ear, of the widest gap between the ends of the range and the frequencies
+ * that are taken. Of gaps of one width, the lowest.
+ *
+ * @param {number[]} taken Hz
+ * @returns {number} Hz, with three digits
+ */
+export function freeFrequency(taken) {
+  const { minimum, maximum } = bandRanges.freq_hz;
+  const edges = [minimum, ...taken.map(roundFrequency), maximum].sort((one, other) => one - other);
+  let widest = 1;
+  for (let gap = 2; gap < edges.length; ++gap) {
+    const isWider = edges[gap] / edges[gap - 1] > (edges[widest] / edges[widest - 1]) * 1.0001;
+    if (isWider) widest = gap;
+  }
+  return roundFrequency(Math.sqrt(edges[widest] * edges[widest - 1]));
+}
+
+/**
  * @param {number} value dB
  * @returns {number} in tenths, within the range of a band
  */
