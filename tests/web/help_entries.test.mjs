@@ -66,8 +66,8 @@ test("each error text of the service has an entry", () => {
 const ownSentences = [
   /^account\.(?:over|codeOver|denied|failed|noCode|ended)$/,
   /^action\.(?:failed|stopped|not\w+)$/,
-  /^capture\.(?:missing\w*|broken\w*|unwritable)$/,
-  /^capture\.note\.(?:silent|no\w+|missing\w*|old\w*|elsewhere)$/,
+  /^capture\.(?:missing\w*|gone|broken\w*|unwritable)$/,
+  /^capture\.note\.(?:silent|no\w+|missing\w*|gone|old\w*|elsewhere)$/,
   /^check\.\w+\.(?!yes$)/,
   /^curve\.(?:clip|tooHigh|allUsed)$/,
   /^devices\.(?:trouble|none)$/,

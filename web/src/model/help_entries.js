@@ -453,6 +453,7 @@ const pageMessages = {
       titles: ["capture.missing"],
       shown: ["capture.missingRest", "capture.note.missing"],
     },
+    { name: "captureGone", titles: ["capture.gone"], shown: ["capture.note.gone"] },
     { name: "captureOld", titles: ["capture.note.old"], shown: ["capture.note.oldFrom"] },
     { name: "captureElsewhere", titles: ["capture.note.elsewhere"] },
     { name: "captureBroken", titles: ["capture.brokenUnknown"], shown: ["capture.broken"] },
@@ -547,7 +548,7 @@ export const resultGroups = [
   ],
 ];
 
-/** What the upper half of an HRESULT is that carries a Win32 error. */
+/** The upper half of an HRESULT that carries a Win32 error (winerror.h, FACILITY_WIN32). */
 const win32Results = 0x8007 << 16;
 
 /**

@@ -464,6 +464,10 @@ export const helpEn = {
     "The effect did not write all four files. No sound went through it, the disk is full, or it writes to another folder than the one that Velmora reads.",
   "help.message.captureMissing.remedy":
     "Play something on a device with Velmora and export again. Check the free disk space. If that does not help, start Velmora without --capture-directory.",
+  "help.message.captureGone.cause":
+    "The files were ready, and since then at least one was deleted, moved or changed: by a person, another program or another export.",
+  "help.message.captureGone.remedy":
+    "Put the files back and wait: the page looks again each second. Or choose Export again while the effect still has the recording.",
   "help.message.captureOld.cause":
     "The export did not remove the earlier files, most likely because a program has them open.",
   "help.message.captureOld.remedy": "Close programs that use the files, such as a player, and export again.",

@@ -385,6 +385,10 @@ export const helpZh = {
     "音效没有写出全部四个文件：没有声音经过它，或磁盘已满，或它写入的文件夹与 Velmora 读取的不同。",
   "help.message.captureMissing.remedy":
     "请在添加了 Velmora 的设备上播放声音，然后重新导出。请检查磁盘空间。如果没有改善，请在不带 --capture-directory 的情况下启动 Velmora。",
+  "help.message.captureGone.cause":
+    "文件曾经就绪，但之后至少有一个被删除、移动或更改：可能是有人操作、其他程序所为，或又进行了一次导出。",
+  "help.message.captureGone.remedy":
+    "请把文件放回原处并稍候，页面每秒会重新检查；也可以趁音效仍保留录音时选择“重新导出”。",
   "help.message.captureOld.cause": "导出时未能删除之前的文件，通常是因为有程序打开了它们。",
   "help.message.captureOld.remedy": "请关闭正在使用这些文件的程序，例如播放器，然后重新导出。",
   "help.message.captureElsewhere.cause": "音效由所有页面和程序共用，其中一个开始、停止或导出了录制。",
