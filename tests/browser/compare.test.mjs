@@ -234,6 +234,19 @@ test(
   },
 );
 
+/**
+ * An edit that gets no answer before the service stops.
+ *
+ * @param {Awaited<ReturnType<typeof openPage>>} opened
+ * @param {string} gain
+ */
+async function editInVain({ page, service }, gain) {
+  await setGainInSilence(page, gain);
+  await service.stop();
+  await endSilence(page);
+  await waitForVerdict(page, "gone");
+}
+
 test("an edit that got no answer is sent when the same link answers again", limits, async (t) => {
   const opened = await openPage(t);
   const { page, service } = opened;
@@ -244,10 +257,7 @@ test("an edit that got no answer is sent when the same link answers again", limi
       ? true
       : undefined,
   );
-  await setGainInSilence(page, "7.5");
-  await service.stop();
-  await endSilence(page);
-  await waitForVerdict(page, "gone");
+  await editInVain(opened, "7.5");
   const again = await startAgain(t, opened);
   await waitForMessage(page, "Velmora answers again. Your last equalizer change was sent.");
   const setting = await readDocument(again, paths.equalizer);
@@ -260,12 +270,9 @@ test("an edit that got no answer is sent when the same link answers again", limi
 
 test("an edit that a page could not send is offered on the page of the new link", limits, async (t) => {
   const opened = await openPage(t);
-  const { page, service, address } = opened;
+  const { page, address } = opened;
   await gainField(page).waitFor();
-  await setGainInSilence(page, "-7.5");
-  await service.stop();
-  await endSilence(page);
-  await waitForVerdict(page, "gone");
+  await editInVain(opened, "-7.5");
   const token = "another-token-0123456789abcdef0123456789";
   const again = await startAgain(t, opened, token);
   await waitForVerdict(page, "expired");
@@ -288,10 +295,7 @@ test("the offer of an unsent edit stays until it is used or discarded", limits, 
   await setGain(page, "3");
   await waitForGain(service, 3);
   await poll("the last settings", async () => ((await kept()).lastSettings === null ? undefined : true));
-  await setGainInSilence(page, "-7.5");
-  await service.stop();
-  await endSilence(page);
-  await waitForVerdict(page, "gone");
+  await editInVain(opened, "-7.5");
   const token = "another-token-0123456789abcdef0123456789";
   const again = await startAgain(t, opened, token);
   await page.goto(address("/", token));

@@ -6,6 +6,7 @@ import {
   applyChange,
   asHeld,
   bandCount,
+  bandToAdd,
   decibelField,
   firstBands,
   hertzField,
@@ -13,6 +14,7 @@ import {
   isBandUsed,
   isEmptyChange,
   mergeChanges,
+  nextFree,
   parseField,
   readSetting,
   wholeChange,
@@ -186,4 +188,19 @@ test("a band is in use where it changes the sound", () => {
     [flat, { ...flat, gain_db: 1 }, { ...flat, type: 2 }, { ...flat, type: 3 }].map(isBandUsed),
     [false, true, false, true],
   );
+});
+
+test("a free band is found going round, and the chosen one is added while it is free", () => {
+  const used = { ...flat, gain_db: 1 };
+  const bands = [used, flat, used, flat];
+  assert.deepEqual(
+    [0, 1, 2, 3, 4].map((start) => nextFree(bands, start)),
+    [1, 1, 3, 3, 1],
+  );
+  assert.deepEqual(
+    [0, 1, 2, 3].map((chosen) => bandToAdd(bands, chosen)),
+    [1, 1, 1, 3],
+  );
+  assert.equal(nextFree([used, used], 1), -1);
+  assert.equal(bandToAdd([used, used], 0), -1);
 });

@@ -38,7 +38,7 @@ test("a new band is placed in the middle of the widest gap", () => {
   assert.equal(freeFrequency([]), 632);
   assert.equal(freeFrequency([632]), 3560);
   assert.equal(freeFrequency([632, 3560]), 112);
-  assert.equal(freeFrequency([200, 2000]), 63.2, "of gaps of one width, the lowest");
+  assert.equal(freeFrequency([200, 2000]), 63.2, "of equal gaps, the lowest");
   assert.equal(freeFrequency([20, 20000, 20, 20000]), 632);
   assert.equal(freeFrequency([1000, 30, 60, 5000, 250]), 2240, "in any order");
   const taken = [];

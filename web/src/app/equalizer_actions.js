@@ -405,7 +405,6 @@ export function createEqualizer(session, footstep) {
       session.changed();
     },
     /** @returns {number} the first band that is not in use; -1: none */
-    nextFree: () => setting()?.bands.findIndex((band) => !isBandUsed(band)) ?? -1,
     /** @param {Change} change a part of a drag: shown and sent at once */
     touch: (change) => edit(() => touch(editor, change)),
     /** Ends a drag: all of it is one undo step. */

@@ -1,5 +1,14 @@
 // The fields of the chosen band.
-import { bandRanges, decibelField, digits, hertzField, isBandUsed, parseField } from "../model/equalizer.js";
+import {
+  bandRanges,
+  bandToAdd,
+  decibelField,
+  digits,
+  hertzField,
+  isBandUsed,
+  nextFree,
+  parseField,
+} from "../model/equalizer.js";
 import { filterTypes } from "../model/filters.js";
 import { flatValues, freeFrequency, hasGain, stepFrequency, stepGain, stepQ } from "../model/gestures.js";
 import { html, useEffect, useLayoutEffect, useRef } from "../view.js";
@@ -108,21 +117,9 @@ function optionName(t, band, index) {
 }
 
 /**
- * The next band that is not in use, going round from the chosen one, which comes last.
- *
- * @param {Band[]} bands
- * @param {number} chosen
- * @returns {number} -1: all bands are in use
- */
-function nextFree(bands, chosen) {
-  const places = bands.map((_, place) => (chosen + 1 + place) % bands.length);
-  return places.find((index) => !isBandUsed(bands[index])) ?? -1;
-}
-
-/**
  * The chosen band: which one, its type, and its values, each with a field for any value and buttons for steps.
  *
- * "Add band" takes the chosen band while it is not in use, else the next free one, places its dot where there is room, and
+ * "Add band" takes the chosen band while it is not in use, else the first free one, places its dot where there is room, and
  * puts the focus on it. That changes no sound: the next edit does. A further press takes the next free band.
  *
  * @param {{t: Translate, equalizer: Equalizer}} props
@@ -140,7 +137,8 @@ export function BandFields({ t, equalizer }) {
   const chosen = equalizer.chosen();
   const number = chosen + 1;
   const band = setting.bands[chosen];
-  const free = isBandUsed(band) || chosen === placed.current ? nextFree(setting.bands, chosen) : chosen;
+  const free =
+    chosen === placed.current ? nextFree(setting.bands, chosen + 1) : bandToAdd(setting.bands, chosen);
   const isUsed = isBandUsed(band);
   const change = (/** @type {Partial<Band>} */ values, /** @type {string | undefined} */ merge = undefined) =>
     equalizer.change({ bands: { [chosen]: values } }, merge);

@@ -1,6 +1,6 @@
 // The pointer, the wheel and the keys on the dots of the curve: from the browser's events to edits of the equalizer.
 import { dbOf, frequencyOf } from "../model/curve.js";
-import { isBandUsed } from "../model/equalizer.js";
+import { bandToAdd } from "../model/equalizer.js";
 import {
   beginDrag,
   flatValues,
@@ -36,18 +36,6 @@ const wheelReadoutMs = 1000;
 
 /** @param {number} index */
 export const dotId = (index) => `band-dot-${index + 1}`;
-
-/**
- * The band that a double click adds: the chosen one while it is not in use, else the next free one.
- *
- * @param {Equalizer} equalizer
- * @returns {number} -1: all bands are in use
- */
-export function bandToAdd(equalizer) {
-  const chosen = equalizer.chosen();
-  const band = equalizer.setting()?.bands[chosen];
-  return band !== undefined && !isBandUsed(band) ? chosen : equalizer.nextFree();
-}
 
 /** @param {EventTarget | null} target */
 const isInert = (target) => target instanceof Element && target.closest("fieldset:disabled") !== null;
@@ -245,7 +233,8 @@ export function createGestures(redraw) {
     if (index >= 0) return flatten(index);
     const { x, y } = pointOf(event);
     const { width, height, range } = surface.scale;
-    const free = bandToAdd(surface.equalizer);
+    const { bands } = surface.equalizer.setting() ?? surface.setting;
+    const free = bandToAdd(bands, surface.equalizer.chosen());
     if (free < 0 || x < 0 || x > width || y < 0 || y > height) return;
     surface.equalizer.choose(free);
     const [frequency, gain] = [roundFrequency(frequencyOf(x, width)), roundGain(dbOf(y, range, height))];

@@ -62,6 +62,27 @@ export function haveSameBands(one, other) {
  */
 export const isBandUsed = ({ type, gain_db: gain }) => type > 2 || gain !== 0;
 
+/**
+ * The next band that is not in use, going round.
+ *
+ * @param {Band[]} bands
+ * @param {number} start where to look first
+ * @returns {number} -1: all bands are in use
+ */
+export function nextFree(bands, start) {
+  const round = bands.map((_, step) => (start + step) % bands.length);
+  return round.find((index) => !isBandUsed(bands[index])) ?? -1;
+}
+
+/**
+ * The band that "add" means: the chosen one while it is not in use, else the first free one.
+ *
+ * @param {Band[]} bands
+ * @param {number} chosen
+ * @returns {number} -1: all bands are in use
+ */
+export const bandToAdd = (bands, chosen) => (isBandUsed(bands[chosen]) ? nextFree(bands, 0) : chosen);
+
 /** @returns {Band[]} the bands of a new record: 20 Hz to 20 kHz, evenly spaced by ear, flat */
 export const firstBands = () =>
   Array.from({ length: bandCount }, (_, index) => ({

@@ -70,8 +70,8 @@ export const roundFrequency = (value) =>
   clamp(Number(clamp(value, bandRanges.freq_hz).toPrecision(3)), bandRanges.freq_hz);
 
 /**
- * Where a new band stands free: the middle, by ear, of the widest gap between the ends of the range and the frequencies
- * that are taken. Of gaps of one width, the lowest.
+ * Where a new band has the most room: the middle, on the logarithmic axis, of the widest gap between the ends of the
+ * range and the frequencies that are taken. Of equal gaps, the lowest.
  *
  * @param {number[]} taken Hz
  * @returns {number} Hz, with three digits
@@ -81,6 +81,7 @@ export function freeFrequency(taken) {
   const edges = [minimum, ...taken.map(roundFrequency), maximum].sort((one, other) => one - other);
   let widest = 1;
   for (let gap = 2; gap < edges.length; ++gap) {
+    // Equal gaps differ by rounding.
     const isWider = edges[gap] / edges[gap - 1] > (edges[widest] / edges[widest - 1]) * 1.0001;
     if (isWider) widest = gap;
   }
