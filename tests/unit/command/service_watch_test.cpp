@@ -10,9 +10,8 @@ namespace velmora {
 namespace {
 
 constexpr std::string_view ended_at_once =
-    "The service was ended at once: if you were signed in, you stay signed in at the account service until "
-    "that "
-    "session expires.";
+    "The service was ended at once: if you were signed in, you stay signed in at the account service "
+    "until that session expires.";
 
 class ServiceWatch : public CommandMachine {
  protected:

@@ -55,9 +55,8 @@ TEST_F(Stop, SaysThatAClientHoldsTheService) {
   EXPECT_EQ(
       errors(),
       "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account service "
-      "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. If "
-      "you "
-      "are signed in, you then stay signed in at the account service until that session expires.\n");
+      "does not answer. It ends as soon as they are done. To end it at once, run velmora stop --force. "
+      "If you are signed in, you then stay signed in at the account service until that session expires.\n");
   EXPECT_EQ(file(stop_path)->bytes, format_stop_request({std::string(some_run_id), false}));
 }
 
@@ -110,8 +109,8 @@ TEST_F(Stop, AsksInAWindow) {
   EXPECT_EQ(
       output(),
       "Ending Velmora ...\n"
-      "Velmora has not ended within 5 seconds: a browser or another program holds it, or the account "
-      "service\n"
+      "Velmora has not ended within 5 seconds: a browser or another program holds it, "
+      "or the account service\n"
       "does not answer. It ends as soon as they are done.\n"
       "If you end it at once while you are signed in, you stay signed in at the account service until that\n"
       "session expires.\nEnd it at once? (y/n) " +
